@@ -1,0 +1,162 @@
+// LogInfo("%s: size %d", name, size): one line in the service's log, checked when it is compiled.
+//
+// The conversions have the sizes that Windows gives them (%lu is 32 bits, %I64x and %llu are 64) in every build: each
+// argument is first cut to the size its conversion names and then widened, so that a text prints the same whatever the
+// compiler's long is. A conversion that does not fit its argument does not compile.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace logging {
+
+// The buffer that a message is formatted into; longer texts are cut.
+inline constexpr size_t kMessageSize = 1024;
+
+enum class Argument : uint8_t {
+    Text,
+    Signed8,
+    Signed16,
+    Signed32,
+    Signed64,
+    Unsigned8,
+    Unsigned16,
+    Unsigned32,
+    Unsigned64
+};
+
+template <class T>
+using Plain = std::remove_cv_t<std::remove_reference_t<T>>;
+
+template <class T>
+inline constexpr bool kIsText = std::is_convertible_v<T, const char*> || std::is_same_v<Plain<T>, std::string>;
+template <class T>
+inline constexpr bool kIsNumber = std::is_integral_v<Plain<T>> || std::is_enum_v<Plain<T>>;
+
+// A format that is known to fit Args, with every integer conversion rewritten to 64 bits.
+template <class... Args>
+class Format {
+  public:
+    static constexpr size_t kCapacity = 320;
+
+    template <size_t N>
+    consteval Format(const char (&text)[N]) {  // NOLINT: implicit, so that a literal is a format
+        static_assert(N + 2 * sizeof...(Args) <= kCapacity, "the format text is too long");
+        constexpr bool isText[] = {kIsText<Args>..., false};
+        constexpr bool isNumber[] = {kIsNumber<Args>..., false};
+        size_t argument = 0;
+        for (size_t in = 0; in + 1 < N;) {
+            Put(text[in]);
+            if (text[in++] != '%') continue;
+            if (text[in] == '%') {
+                Put(text[in++]);
+                continue;
+            }
+            while (IsOneOf(text[in], "-+ #0123456789.")) Put(text[in++]);
+            const int bits = TakeLength(text, in);
+            const char conversion = text[in++];
+            if (argument >= sizeof...(Args)) Mismatch("more conversions than arguments");
+            if (conversion == 's') {
+                if (!isText[argument]) Mismatch("%s needs a text");
+                m_arguments[argument] = Argument::Text;
+            } else {
+                if (!IsOneOf(conversion, "diuxX")) Mismatch("unknown conversion");
+                if (!isNumber[argument]) Mismatch("an integer conversion needs a number");
+                m_arguments[argument] = IntegerOf(conversion == 'd' || conversion == 'i', bits);
+                Put('l');
+                Put('l');
+            }
+            Put(conversion);
+            ++argument;
+        }
+        if (argument != sizeof...(Args)) Mismatch("more arguments than conversions");
+    }
+
+    const char* Text() const { return m_text.data(); }
+    Argument Of(size_t argument) const { return m_arguments[argument]; }
+
+  private:
+    static consteval bool IsOneOf(char c, const char* set) {
+        for (; *set; ++set)
+            if (*set == c) return true;
+        return false;
+    }
+
+    // The bits that the length modifier at text[in] names on Windows; steps over it.
+    static consteval int TakeLength(const char* text, size_t& in) {
+        if (text[in] == 'I' && text[in + 1] == '6' && text[in + 2] == '4') return in += 3, 64;
+        if (text[in] == 'l' && text[in + 1] == 'l') return in += 2, 64;
+        if (text[in] == 'z') return in += 1, 64;
+        if (text[in] == 'l') return in += 1, 32;
+        if (text[in] == 'h' && text[in + 1] == 'h') return in += 2, 8;
+        if (text[in] == 'h') return in += 1, 16;
+        return 32;
+    }
+
+    static consteval Argument IntegerOf(bool isSigned, int bits) {
+        switch (bits) {
+            case 8: return isSigned ? Argument::Signed8 : Argument::Unsigned8;
+            case 16: return isSigned ? Argument::Signed16 : Argument::Unsigned16;
+            case 64: return isSigned ? Argument::Signed64 : Argument::Unsigned64;
+            default: return isSigned ? Argument::Signed32 : Argument::Unsigned32;
+        }
+    }
+
+    consteval void Put(char c) { m_text[m_length++] = c; }
+
+    // Not consteval on purpose: reaching it ends the compilation at the faulty format.
+    static void Mismatch(const char* why);
+
+    std::array<char, kCapacity> m_text{};
+    std::array<Argument, sizeof...(Args) + 1> m_arguments{};
+    size_t m_length = 0;
+};
+
+inline const char* Widen(Argument, const char* text) { return text ? text : "(null)"; }
+inline const char* Widen(Argument, const std::string& text) { return text.c_str(); }
+
+template <class T>
+    requires kIsNumber<T>
+long long Widen(Argument as, T value) {
+    switch (as) {
+        case Argument::Signed8: return static_cast<int8_t>(value);
+        case Argument::Signed16: return static_cast<int16_t>(value);
+        case Argument::Signed32: return static_cast<int32_t>(value);
+        case Argument::Unsigned8: return static_cast<uint8_t>(value);
+        case Argument::Unsigned16: return static_cast<uint16_t>(value);
+        case Argument::Unsigned32: return static_cast<uint32_t>(value);
+        default: return static_cast<long long>(value);
+    }
+}
+
+enum class Level { Info, Warn, Error, Debug, Trace };
+
+// Formats with printf's rules into a buffer of kMessageSize and hands the text to the logger, tag "ZELService".
+void Write(Level level, const char* format, ...);
+
+template <class... Args, size_t... I>
+void WriteChecked(Level level, const Format<Args...>& format, std::index_sequence<I...>, const Args&... args) {
+    Write(level, format.Text(), Widen(format.Of(I), args)...);
+}
+
+}  // namespace logging
+
+#define ZEL_DEFINE_LOG_FUNCTION(Name, level)                                                           \
+    template <class... Args>                                                                           \
+    void Name(const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) {     \
+        logging::WriteChecked<Args...>(logging::Level::level, format, std::index_sequence_for<Args...>{}, args...); \
+    }
+
+// Any thread. No failure is reported. Line breaks in the message are removed and over-long lines are cut.
+ZEL_DEFINE_LOG_FUNCTION(LogInfo, Info)
+ZEL_DEFINE_LOG_FUNCTION(LogWarn, Warn)
+ZEL_DEFINE_LOG_FUNCTION(LogError, Error)
+// These two write nothing; their calls mark what a verbose build would tell.
+ZEL_DEFINE_LOG_FUNCTION(LogDebug, Debug)
+ZEL_DEFINE_LOG_FUNCTION(LogTrace, Trace)
+
+#undef ZEL_DEFINE_LOG_FUNCTION

@@ -1,0 +1,99 @@
+// The simulated PC behind the calls: what Linux has no counterpart for, and the settings of the rest. Described by a
+// JSON file named in WINHOST_PC (docs/pc-description.md), or built in a test with a few lines.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace winhost {
+
+struct Adapter {
+    std::string name;         // "{GUID}"
+    std::string description;  // "Intel(R) Ethernet Connection I219-LM"
+    uint32_t index = 1;
+    uint32_t type = 6;  // IANA ifType
+    std::string mac;    // "00:11:22:33:44:55"
+    std::string address, mask, gateway;  // dotted; empty when there is none
+    bool dhcp = true;
+    std::string dhcpServer;
+    uint64_t speed = 1'000'000'000;  // bits per second
+    uint32_t operStatus = 5;
+};
+
+struct PcDescription {
+    // The Linux folder that plays the drives: C:\x is <root>/C:/x. The process works with this folder as its current
+    // one, so that "C:/x" opens the same file through any library.
+    std::string root;
+    std::map<std::string, std::string> environment;  // {"PROGRAMDATA", "C:\\ProgramData"}
+    std::string modulePath;                          // GetModuleFileNameA
+    std::string userName = "SYSTEM";
+    std::string computerName = "WINHOST-PC";
+    std::string osVersionLine = "Microsoft Windows [Version 10.0.19045.3803]";  // what "ver" prints
+    std::string timeZoneName = "W. Europe Standard Time";
+    int32_t timeZoneBiasMinutes = 0;  // as TIME_ZONE_INFORMATION: UTC = local + bias; the local time follows it
+    // "HKEY_LOCAL_MACHINE\\SOFTWARE\\..." to value name to text.
+    std::map<std::string, std::map<std::string, std::string>> registry;
+    std::vector<Adapter> adapters;
+    std::vector<std::string> dnsServers;
+    uint32_t connectedFlags = 0x12;  // InternetGetConnectedState: 0 means not connected
+    uint32_t cleanBoot = 0;          // GetSystemMetrics(SM_CLEANBOOT)
+    bool startedByScm = true;        // else StartServiceCtrlDispatcherA fails with 1063
+    std::map<uint16_t, uint16_t> ports;  // bind(664) takes ports[664] when it is there
+    std::string mailbox;                 // "unix:/path" or "tcp:127.0.0.1:4711"; empty: no such device
+    std::string controlSocket;           // path of the Unix socket for winhostctl; empty: none
+};
+
+// What the service said to its SCM.
+struct ServiceReport {
+    uint32_t type = 0, state = 0, controlsAccepted = 0, win32ExitCode = 0, checkPoint = 0, waitHint = 0;
+};
+
+// An entry of the Windows event log.
+struct EventLogEntry {
+    std::string source;
+    uint16_t type = 0;
+    uint32_t eventId = 0;
+    std::vector<std::string> strings;
+};
+
+class Pc {
+  public:
+    // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file ends the process with a
+    // clear line on stderr and code 2.
+    static Pc& Instance();
+
+    // A fresh PC for a test: this description, empty logs, the gate reset, a running clock. Creates root and its
+    // folder "C:" and makes root the current folder.
+    void Reset(PcDescription description);
+
+    // A copy of the description as it stands now.
+    PcDescription Description() const;
+    // Changes it under the PC's lock, from a test or the control socket.
+    void Change(const std::function<void(PcDescription&)>& change);
+
+    // <root>/C:/x for C:\x; any other path only gets its separators turned.
+    std::string HostPath(const std::string& windowsPath) const;
+
+    void Record(const ServiceReport& report);
+    std::vector<ServiceReport> ServiceReports() const;
+    void Record(EventLogEntry entry);
+    std::vector<EventLogEntry> EventLog() const;
+    // Text given to OutputDebugStringA.
+    void RecordDebugText(const std::string& text);
+    std::vector<std::string> DebugTexts() const;
+
+  private:
+    Pc();
+    mutable std::mutex m_mutex;
+    PcDescription m_description;
+    std::vector<ServiceReport> m_serviceReports;
+    std::vector<EventLogEntry> m_eventLog;
+    std::vector<std::string> m_debugTexts;
+};
+
+}  // namespace winhost
