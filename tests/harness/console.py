@@ -1,0 +1,56 @@
+"""Management consoles: a real WS-Management client (curl), and bare TCP clients."""
+
+import re
+import socket
+import subprocess
+
+IDENTIFY = """<?xml version="1.0" encoding="UTF-8"?>
+<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope"
+            xmlns:wsmid="http://schemas.dmtf.org/wbem/wsman/identity/1/wsmanidentity.xsd">
+  <s:Header/><s:Body><wsmid:Identify/></s:Body>
+</s:Envelope>"""
+
+
+class Console:
+    """Posts WS-Management requests over HTTPS to the DASH port of a host."""
+
+    def __init__(self, address):
+        self.address = address
+
+    @property
+    def url(self):
+        return f"https://{self.address[0]}:{self.address[1]}/wsman"
+
+    def post(self, envelope, patience=20):
+        """The answer's HTTP status and body. The simulated firmware signs its own certificate, so it isn't checked."""
+        done = subprocess.run(
+            ["curl", "--silent", "--show-error", "--insecure", "--max-time", str(patience), "--write-out", "\n%{http_code}",
+             "--header", "Content-Type: application/soap+xml;charset=UTF-8", "--data-binary", "@-", self.url],
+            input=envelope, capture_output=True, text=True, timeout=patience + 10,
+        )
+        assert done.returncode == 0, f"curl ended with {done.returncode}: {done.stderr}"
+        body, status = done.stdout.rsplit("\n", 1)
+        return int(status), body
+
+    def identify(self):
+        """The firmware's answer to Identify as a dictionary of element names and texts."""
+        status, body = self.post(IDENTIFY)
+        assert status == 200, f"HTTP {status}: {body}"
+        return dict(re.findall(r"<(?:\w+:)?(\w+)[^<>]*>([^<>]+)</", body))
+
+    def connect(self, patience=20):
+        """A bare TCP connection to the same port."""
+        return socket.create_connection(self.address, patience)
+
+
+def closed_by_peer(connection, patience=20):
+    """Waits until the other side closes; what it sent before is dropped. False when it did not in time."""
+    connection.settimeout(patience)
+    try:
+        while connection.recv(65536):
+            pass
+        return True
+    except ConnectionError:
+        return True
+    except TimeoutError:
+        return False

@@ -1,0 +1,83 @@
+"""The simulated firmware as a process of its own, driven by its command line."""
+
+import json
+import pathlib
+import subprocess
+
+from .processes import Process, build_folder
+from .waiting import eventually
+
+
+class Firmware:
+    """mpmsim in `workdir`. `listen` is "unix:/path" or "tcp:127.0.0.1:port"."""
+
+    def __init__(self, workdir, listen=None, dash="identify", settings=None, record=True):
+        self.workdir = pathlib.Path(workdir)
+        self.address = listen or f"unix:{self.workdir}/mailbox.sock"
+        self.record_path = self.workdir / "firmware.jsonl"
+        self.log_path = self.workdir / "mpmsim.log"
+        self._control = self.workdir / "mpmsim.sock"
+        self._dash = dash
+        self._record = record
+        self._settings = self.workdir / "firmware.json"
+        self._settings.write_text(json.dumps(settings or {}))
+        self._process = None
+
+    def start(self):
+        ready = self.workdir / "mpmsim.ready"
+        ready.unlink(missing_ok=True)
+        command = [build_folder() / "mpmsim", "run", "--listen", self.address, "--control", self._control]
+        command += ["--settings", self._settings, "--dash", self._dash, "--ready-file", ready]
+        if self._record:
+            command += ["--record", self.record_path]
+        self._process = Process(command, self.log_path)
+        eventually(lambda: ready.exists() or not self._process.running(), "mpmsim to listen")
+        assert self._process.running(), self._process.output()
+        return self
+
+    def __enter__(self):
+        return self.start()
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        if self._process:
+            code = self._process.end()
+            self._process = None
+            assert code == 0, f"mpmsim ended with {code}:\n{self.log_path.read_text(errors='replace')[-3000:]}"
+
+    def _ask(self, verb, *words):
+        done = subprocess.run(
+            [str(word) for word in [build_folder() / "mpmsim", verb, "--control", self._control, *words]],
+            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=30,
+        )
+        assert done.returncode == 0, f"mpmsim {verb} {words}: {done.stdout}{done.stderr}"
+        return done.stdout
+
+    def send(self, command, *words):
+        """Sends a firmware command by name or number: send("WEBUI_CLOSE_SOCKET"), send(8, "--text", "abc")."""
+        return self._ask("send", command, *words)
+
+    def set(self, **settings):
+        return self._ask("set", *[f"{key}={value}" for key, value in settings.items()])
+
+    def fault(self, *words):
+        return self._ask("fault", *words)
+
+    def show(self):
+        return self._ask("show")
+
+    def requests(self, name=None):
+        """What the host asked so far, decoded: dictionaries with at least "name" and "fields"."""
+        if not self.record_path.exists():
+            return []
+        lines = self.record_path.read_text().splitlines()
+        entries = [json.loads(line) for line in lines if line.endswith("}")]
+        return [entry for entry in entries if name is None or entry.get("name") == name]
+
+    def await_request(self, name, matches=lambda fields: True, patience=20.0):
+        """The first request of this name whose fields match, waiting for it."""
+        def find():
+            return next((r for r in self.requests(name) if matches(r.get("fields", {}))), None)
+        return eventually(find, f"{name} at the firmware", patience)

@@ -1,0 +1,136 @@
+"""The native service as a process, with a simulated PC around it."""
+
+import json
+import pathlib
+import socket
+import subprocess
+
+from .processes import Process, build_folder
+from .waiting import eventually
+
+INSTALLATION = "C:\\Program Files\\Tarvix\\"
+STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class NativeHost:
+    """A PC on which the service is installed. `changes` go over its description (docs/pc-description.md)."""
+
+    name = "native"
+
+    def __init__(self, workdir, mailbox, **changes):
+        self.workdir = pathlib.Path(workdir)
+        self.dash_address = ("127.0.0.1", free_port())
+        self.root = self.workdir / "pc"
+        self.working_folder = self.root / "C:" / "ProgramData" / "Tarvix" / "Manageability"
+        (self.root / "C:").mkdir(parents=True, exist_ok=True)
+        self._control = self.workdir / "winhost.sock"
+        self._process = None
+        self.description = {
+            "root": str(self.root),
+            "environment": {"PROGRAMDATA": "C:\\ProgramData"},
+            "modulePath": INSTALLATION + "bin\\ZELService.exe",
+            "registry": {
+                "HKEY_LOCAL_MACHINE\\SOFTWARE\\WOW6432Node\\Tarvix\\Tarvix Manageability Service": {
+                    "InstallationPath": INSTALLATION
+                }
+            },
+            "adapters": [
+                {
+                    "name": "{2F1B3C44-0E5D-4C39-9C6A-0D4C5F6E7A81}", "description": "Simulated Ethernet Adapter",
+                    "index": 3, "type": 6, "mac": "02:00:5E:10:00:01", "address": "192.168.1.10",
+                    "mask": "255.255.255.0", "gateway": "192.168.1.1", "dhcp": True, "dhcpServer": "192.168.1.1",
+                }
+            ],
+            "dnsServers": ["192.168.1.1"],
+            "ports": {"664": self.dash_address[1], "22": free_port()},
+            "mailbox": mailbox,
+            "controlSocket": str(self._control),
+            **changes,
+        }
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def start(self, *arguments):
+        """Starts the executable with these arguments, as the SCM or a person would."""
+        path = self.workdir / "pc.json"
+        path.write_text(json.dumps(self.description, indent=2))
+        self._process = Process(
+            [build_folder() / "ZELService", *arguments], self.workdir / "service.out",
+            env={"WINHOST_PC": str(path), "ASAN_OPTIONS": "detect_leaks=1", "UBSAN_OPTIONS": "print_stacktrace=1"},
+        )
+        return self
+
+    def start_service(self):
+        self.start("-service")
+        eventually(self._control.exists, "the service's PC to come up")
+        return self
+
+    def start_console(self):
+        self.description["startedByScm"] = False
+        return self.start("-console")
+
+    @property
+    def pid(self):
+        return self._process.pid
+
+    def running(self):
+        return self._process.running()
+
+    def output(self):
+        """What the process printed: nothing, or a sanitizer's finding."""
+        return self._process.output()
+
+    def ctl(self, *words):
+        """Plays Windows to the running service: one winhostctl call; returns its answer as text."""
+        done = subprocess.run(
+            [str(word) for word in [build_folder() / "winhostctl", self._control, *words]],
+            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60,
+        )
+        assert done.returncode == 0, f"winhostctl {words}: {done.stdout}{done.stderr}"
+        return done.stdout
+
+    def control(self, *words):
+        """Sends a service control and returns when the handler has returned: control("suspend"), control(13, 4)."""
+        return self.ctl("control", *words)
+
+    def query_state(self):
+        """The state that the service last reported to the SCM, 0 before its first report."""
+        return json.loads(self.ctl("status", "--json")).get("state", 0)
+
+    def await_state(self, state):
+        eventually(lambda: self.query_state() == state, f"service state {state}")
+
+    def stop_service(self):
+        """Stops it through the SCM and returns the exit code of the process."""
+        self.control("stop")
+        return self.wait()
+
+    def wait(self, patience=20.0):
+        return self._process.wait(patience)
+
+    def log_path(self):
+        return self.working_folder / "zel.log"
+
+    def log_text(self):
+        return self.log_path().read_text(errors="replace") if self.log_path().exists() else ""
+
+    def await_log(self, text, count=1, patience=20.0):
+        eventually(lambda: self.log_text().count(text) >= count, f"{text!r} in the log", patience)
+
+    def error_lines(self):
+        return [line for line in self.log_text().splitlines() if "] ERROR: " in line]
+
+    def close(self):
+        if self._process:
+            self._process.kill()
+            self._process = None

@@ -1,0 +1,58 @@
+"""Child processes whose output goes to a file and which never outlive their owner."""
+
+import os
+import pathlib
+import signal
+import subprocess
+
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+
+
+def build_folder():
+    """Where the native binaries under test lie: ZEL_BUILD, or build/native."""
+    return pathlib.Path(os.environ.get("ZEL_BUILD", REPOSITORY / "build" / "native"))
+
+
+class Process:
+    """A running program. Its standard output and error go to `log`; it has no standard input."""
+
+    def __init__(self, command, log, env=None, cwd=None):
+        self.log = pathlib.Path(log)
+        with open(self.log, "ab") as output:
+            self._process = subprocess.Popen(
+                [str(word) for word in command],
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=subprocess.STDOUT,
+                env={**os.environ, **(env or {})},
+                cwd=cwd,
+            )
+        self.pid = self._process.pid
+
+    def output(self):
+        return self.log.read_text(errors="replace")
+
+    def running(self):
+        return self._process.poll() is None
+
+    def wait(self, patience=20.0):
+        """The exit code; raises subprocess.TimeoutExpired while it still runs."""
+        return self._process.wait(patience)
+
+    def signal(self, number):
+        if self.running():
+            self._process.send_signal(number)
+
+    def end(self, patience=5.0):
+        """Asks it to end, insists after `patience` seconds, and returns the exit code."""
+        self.signal(signal.SIGTERM)
+        try:
+            return self.wait(patience)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            return self.wait()
+
+    def kill(self):
+        if self.running():
+            self._process.kill()
+        return self.wait()
