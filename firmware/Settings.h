@@ -1,0 +1,73 @@
+// What the simulated firmware answers and how it behaves: every value a test, a demo or a person may choose.
+// The members that travel in a record carry the record's names, and so do the keys of the JSON form.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Json {
+class Value;
+}
+
+namespace mpm {
+
+// Who takes the bytes of a stream (DASH behind port 664, KVM behind port 22) and answers them.
+enum class Peer {
+    None,      // nobody; the bytes are recorded, and given to Firmware::OnDash's function when there is one
+    Echo,      // every packet comes back as one message with the same bytes
+    Identify,  // DASH only: WS-Management over TLS
+    Bridge,    // a real server, reached over TCP
+};
+
+struct CloudSettings {
+    std::string Hostname;
+    uint32_t Port = 0;
+    uint32_t BypassCloud = 0;
+    std::string vCloudCert, vCloudKey, vCloudCACert;  // PEM text
+    // What the record says of the lengths; the texts' own lengths when empty.
+    std::optional<uint32_t> vCloudCertSize, vCloudKeySize, vCloudCACertSize;
+};
+
+struct Settings {
+    std::string MPMVersion = "5.0.0.100";
+    uint32_t ProvisionStatus = 2;
+    uint32_t uECAbsent = 0;
+    uint32_t uVORKVersion = 50;
+    uint32_t KVMStatus = 0;
+
+    // The answer of GetMPMStatus while the host is not up. It is 1 once the host has reported that it is up,
+    // unless StatusFollowsHost is false: then it is always this value.
+    uint8_t MPMStatus = 2;
+    bool StatusFollowsHost = true;
+
+    std::string Domains;
+    std::optional<uint32_t> DomainSize;  // the length of Domains when empty
+    CloudSettings Cloud;
+
+    Peer Dash = Peer::None;
+    std::string DashServer;  // "host:port" of the bridge
+    Peer Kvm = Peer::None;
+    std::string KvmServer;
+    // Milliseconds between two DASH messages that no byte from the client separates: the host forwards one
+    // payload at a time and forgets it when the next one comes before it has begun to send.
+    uint32_t DashPause = 50;
+
+    std::string ProductVendor = "Tarvix";  // of the Identify answer; ProductVersion is MPMVersion
+    std::string DASHVersion = "1.2.0";
+
+    // Whether requests are kept for Requests() and AwaitRequest(). Count() works without.
+    bool KeepRequests = true;
+
+    // All three throw std::invalid_argument with a clear sentence: unknown key, wrong type, value out of
+    // range.
+    static Settings FromJson(const Json::Value& object);
+    static Settings FromFile(const std::string& path);
+    // One value by its key (in any case) and text: Set("uVORKVersion", "45"), Set("Cloud.Port", "443").
+    void Set(const std::string& key, const std::string& value);
+
+    // Everything but the cloud key, of which only the length is told.
+    Json::Value ToJson() const;
+};
+
+}  // namespace mpm
