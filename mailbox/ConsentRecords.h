@@ -1,0 +1,25 @@
+// The question whether a remote console may see the host, and its answer. Packed and little-endian, as on the
+// wire.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#pragma pack(push, 1)
+
+// The payload of MPM_ZEL_CMD_GET_KVM_CONSENT.
+struct UserConsentQuestion {
+    uint32_t Type;     // kind of consent; 0: no question is to be put
+    uint32_t Timeout;  // seconds
+};
+static_assert(sizeof(UserConsentQuestion) == 8);
+
+// The input of WriteUserConsent.
+struct UserConsentAnswer {
+    uint32_t Type;     // as asked for
+    uint32_t Consent;  // 1 OK, 2 cancel
+    uint32_t reserved;
+};
+static_assert(sizeof(UserConsentAnswer) == 12);
+
+#pragma pack(pop)
