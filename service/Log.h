@@ -1,8 +1,8 @@
 // LogInfo("%s: size %d", name, size): one line in the service's log, checked when it is compiled.
 //
-// The conversions have the sizes that Windows gives them (%lu is 32 bits, %I64x and %llu are 64) in every build: each
-// argument is first cut to the size its conversion names and then widened, so that a text prints the same whatever the
-// compiler's long is. A conversion that does not fit its argument does not compile.
+// The conversions have the sizes that Windows gives them (%lu is 32 bits, %I64x and %llu are 64) in every
+// build: each argument is first cut to the size its conversion names and then widened, so that a text prints
+// the same whatever the compiler's long is. A conversion that does not fit its argument does not compile.
 #pragma once
 
 #include <array>
@@ -33,7 +33,8 @@ template <class T>
 using Plain = std::remove_cv_t<std::remove_reference_t<T>>;
 
 template <class T>
-inline constexpr bool kIsText = std::is_convertible_v<T, const char*> || std::is_same_v<Plain<T>, std::string>;
+inline constexpr bool kIsText =
+    std::is_convertible_v<T, const char*> || std::is_same_v<Plain<T>, std::string>;
 template <class T>
 inline constexpr bool kIsNumber = std::is_integral_v<Plain<T>> || std::is_enum_v<Plain<T>>;
 
@@ -56,7 +57,8 @@ class Format {
                 Put(text[in++]);
                 continue;
             }
-            while (IsOneOf(text[in], "-+ #0123456789.")) Put(text[in++]);
+            while (IsOneOf(text[in], "-+ #0123456789."))
+                Put(text[in++]);
             const int bits = TakeLength(text, in);
             const char conversion = text[in++];
             if (argument >= sizeof...(Args)) Mismatch("more conversions than arguments");
@@ -99,10 +101,14 @@ class Format {
 
     static consteval Argument IntegerOf(bool isSigned, int bits) {
         switch (bits) {
-            case 8: return isSigned ? Argument::Signed8 : Argument::Unsigned8;
-            case 16: return isSigned ? Argument::Signed16 : Argument::Unsigned16;
-            case 64: return isSigned ? Argument::Signed64 : Argument::Unsigned64;
-            default: return isSigned ? Argument::Signed32 : Argument::Unsigned32;
+            case 8:
+                return isSigned ? Argument::Signed8 : Argument::Unsigned8;
+            case 16:
+                return isSigned ? Argument::Signed16 : Argument::Unsigned16;
+            case 64:
+                return isSigned ? Argument::Signed64 : Argument::Unsigned64;
+            default:
+                return isSigned ? Argument::Signed32 : Argument::Unsigned32;
         }
     }
 
@@ -116,39 +122,53 @@ class Format {
     size_t m_length = 0;
 };
 
-inline const char* Widen(Argument, const char* text) { return text ? text : "(null)"; }
-inline const char* Widen(Argument, const std::string& text) { return text.c_str(); }
+inline const char* Widen(Argument, const char* text) {
+    return text ? text : "(null)";
+}
+inline const char* Widen(Argument, const std::string& text) {
+    return text.c_str();
+}
 
 template <class T>
-    requires kIsNumber<T>
+requires kIsNumber<T>
 long long Widen(Argument as, T value) {
     switch (as) {
-        case Argument::Signed8: return static_cast<int8_t>(value);
-        case Argument::Signed16: return static_cast<int16_t>(value);
-        case Argument::Signed32: return static_cast<int32_t>(value);
-        case Argument::Unsigned8: return static_cast<uint8_t>(value);
-        case Argument::Unsigned16: return static_cast<uint16_t>(value);
-        case Argument::Unsigned32: return static_cast<uint32_t>(value);
-        default: return static_cast<long long>(value);
+        case Argument::Signed8:
+            return static_cast<int8_t>(value);
+        case Argument::Signed16:
+            return static_cast<int16_t>(value);
+        case Argument::Signed32:
+            return static_cast<int32_t>(value);
+        case Argument::Unsigned8:
+            return static_cast<uint8_t>(value);
+        case Argument::Unsigned16:
+            return static_cast<uint16_t>(value);
+        case Argument::Unsigned32:
+            return static_cast<uint32_t>(value);
+        default:
+            return static_cast<long long>(value);
     }
 }
 
 enum class Level { Info, Warn, Error, Debug, Trace };
 
-// Formats with printf's rules into a buffer of kMessageSize and hands the text to the logger, tag "ZELService".
+// Formats with printf's rules into a buffer of kMessageSize and hands the text to the logger, tag
+// "ZELService".
 void Write(Level level, const char* format, ...);
 
 template <class... Args, size_t... I>
-void WriteChecked(Level level, const Format<Args...>& format, std::index_sequence<I...>, const Args&... args) {
+void WriteChecked(Level level, const Format<Args...>& format, std::index_sequence<I...>,
+                  const Args&... args) {
     Write(level, format.Text(), Widen(format.Of(I), args)...);
 }
 
 }  // namespace logging
 
-#define ZEL_DEFINE_LOG_FUNCTION(Name, level)                                                           \
-    template <class... Args>                                                                           \
-    void Name(const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) {     \
-        logging::WriteChecked<Args...>(logging::Level::level, format, std::index_sequence_for<Args...>{}, args...); \
+#define ZEL_DEFINE_LOG_FUNCTION(Name, level)                                                              \
+    template <class... Args>                                                                              \
+    void Name(const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) {        \
+        logging::WriteChecked<Args...>(logging::Level::level, format, std::index_sequence_for<Args...>{}, \
+                                       args...);                                                          \
     }
 
 // Any thread. No failure is reported. Line breaks in the message are removed and over-long lines are cut.

@@ -1,5 +1,5 @@
-// The one object that owns the system: the state that the subsystems share, and their main objects as members.
-// Every thread reaches it through g_pZELService.
+// The one object that owns the system: the state that the subsystems share, and their main objects as
+// members. Every thread reaches it through g_pZELService.
 #pragma once
 
 #include <winsock2.h>
@@ -16,8 +16,11 @@
 #include "dash/DASHClientInterface.h"
 #include "dash/SocketServers.h"
 #include "mailbox/MailBoxDriverInterface.h"
+#include "mailbox/MailboxReadLoop.h"
 #include "mailbox/MailboxRecords.h"
 #include "reporting/IPv4InfoStore.h"
+#include "service/DetachedThreads.h"
+#include "service/Handles.h"
 
 class ZELService {
   public:
@@ -26,25 +29,118 @@ class ZELService {
     ZELService(const ZELService&) = delete;
     ZELService& operator=(const ZELService&) = delete;
 
-    // --- shared state; flags are atomics because threads meet at them without a lock ---
-    MailBoxDriverInterface m_mailBoxDriverInterface;
-    IPv4InfoStore m_ipv4InfoStore;
-    DASHClientInterface m_dashClientInterface;
-    KvmSocket m_kvmSocket;
+    // --- the way in and out (Lifecycle.cpp, ServiceControl.cpp) ---
 
-    std::atomic<uint8_t> m_bWakeUpdateInProgress{0};
-    std::atomic<uint8_t> m_bServiceStopping{0};
-    std::atomic<uint8_t> m_bMPMVersionValid{0};
-    std::atomic<uint8_t> m_bPlatformUpdateDone{1};
-    std::atomic<uint8_t> m_bNetworkUpdatesEnabled{1};
-    std::atomic<uint32_t> m_bootMode{0};      // 0 regular, 1 safe boot, 2 safe boot with networking
-    std::atomic<uint32_t> m_vorkVersion{0};   // uVORKVersion of the last answer
-    uint16_t dashPort = 664;
+    // The program: opens the log and runs as "-service" or "-console". Always 0.
+    int Main(int argc, char** argv);
+    void RunAsService();
+    void RunAsConsole();
+    // The service's main function, on a thread of the dispatcher.
+    void Register();
+    // Initialises and starts the driver initialisation thread. False when the service can not start;
+    // SERVICE_STOPPED is reported then.
+    bool ServiceSetup();
+    // The dispatcher's thread. Runs a stop to its end. Always 0.
+    DWORD ServiceCtrlHandler(DWORD control, DWORD eventType);
+    // Tells the SCM; nothing in console mode. waitHint in milliseconds.
+    void ReportServiceStatus(DWORD state, DWORD exitCode, DWORD waitHint);
+    // One entry in the Windows event log: for failures before the log file exists.
+    void LogEventMessage(const char* text, WORD eventType);
 
-    // Brings the firmware up to date on a detached thread; see WakeUpdate.cpp. Any thread; returns quickly.
+    // --- start and stop order (Initialisation.cpp, Cleanup.cpp) ---
+
+    // Creates the working folder and opens the log in it. False when there is no log.
+    bool InitializeLogging();
+    // 0, or the exit code with which the service refuses to start.
+    uint32_t DoInitialization();
+    // Waits for the mailbox device as long as it takes and brings the firmware link up. 0.
+    uint32_t DoDriverInitialization();
+    // Stops everything in order; true.
+    bool ServiceCleanup();
+    // Tells the firmware 1 up, 2 down, 3 up in safe boot, 4 up in safe boot with networking.
+    void SetZELServiceState(uint32_t state);
+
+    // The end of the process, after all else: ends the read loop, joins what is joinable and waits for the
+    // detached threads. False when some of them still run after so many milliseconds. May be called again.
+    bool EndThreads(DWORD milliseconds);
+
+    // Any thread. True after the whole time, false as soon as the service stops.
+    bool SleepUnlessStopping(DWORD milliseconds);
+
+    // --- the firmware's state (ManageabilityStatus.cpp, WakeUpdate.cpp) ---
+
+    // Asks the firmware for its version; a failure leaves zeros and the text "Not Available". Any thread.
+    void UpdateManageabilityStatus();
+    // A copy of the last answer.
+    ManageabilityStatus GetManageabilityStatus() const;
+
+    // Brings the firmware up to date on a detached thread. Dropped while an update is under way. Unless
+    // forced, only when the firmware says that it is down. Any thread; returns quickly.
     void WakeAndUpdateMPM(bool force);
     // The same, then waits for the update, 3 seconds at most.
     void WakeAndUpdateMPMAndWait(bool force);
+
+    // --- platform reports (reporting/PlatformUpdate.cpp) ---
+
+    // The whole report to the firmware, on a detached thread of WakeAndUpdateMPM.
+    void UpdatePlatformInfoToMPM();
+    // Tells the firmware that the host goes away, and closes the gate.
+    void StopPlatformUpdates();
+
+    // --- working folders (WorkingFolders.cpp); any thread ---
+
+    std::string GetProgramDataFolder();
+    std::string GetMakerFolder();
+    std::string GetWorkingFolder();
+    std::string GetDisplayMgrLogPath();
+    std::string GetTerminateFilePath();
+
+    // --- members; flags are atomics because threads meet at them without a lock ---
+
+    std::string m_ServiceName;  // empty: the name under which the service is installed is the installer's
+    SERVICE_STATUS_HANDLE m_ServiceStatusHandle = nullptr;
+    SERVICE_STATUS m_ServiceStatus{};
+    DWORD m_ControlsAccepted = 0;
+    KvmSocket m_kvmSocket;
+    std::unique_ptr<std::thread> m_pDASHClientThreadObj;
+    std::unique_ptr<std::thread> m_pMBDriverReadThreadObj;
+    std::atomic<uint8_t> m_bWakeUpdateInProgress{0};
+    UniqueHandle m_ConsoleStopEvent;
+    std::atomic<uint8_t> m_bRunAsConsole{0};
+    std::unordered_map<std::string, std::string> m_pathCache;
+    IPv4InfoStore m_ipv4InfoStore;
+    MailBoxDriverInterface m_mailBoxDriverInterface;
+    DASHClientInterface m_dashClientInterface;
+    std::atomic<uint8_t> m_bServiceStopping{0};
+    std::atomic<uint8_t> m_bMPMVersionValid{0};
+    std::atomic<uint32_t> m_provisionStatus{
+        0};                                  // ProvisionStatus of the last answer; 2: provisioning completed
+    std::atomic<uint32_t> m_vorkVersion{0};  // uVORKVersion of the last answer: 21 is 2.1
+    std::atomic<uint8_t> m_bPlatformUpdateDone{1};
+    std::atomic<uint8_t> m_bNetworkUpdatesEnabled{1};
+    uint16_t dashPort = 664;
+    std::atomic<uint32_t> m_bootMode{0};  // 0 regular, 1 safe boot, 2 safe boot with networking
+
+    // Every thread without an owner is started here.
+    DetachedThreads m_detachedThreads;
+    MailboxReadLoop m_mailboxReadLoop;
+
+  private:
+    int RunWithArguments(int argc, char** argv);
+    void RegisterGuarded();
+    void HandlePowerEvent(DWORD eventType);
+    void Stop(bool shutdown);
+    uint32_t OpenDeviceWithRetries();
+    std::string CachedPath(const std::string& key);
+    bool GetInstallationPath(std::string& path, const char* valueName);
+    void StartThread(std::unique_ptr<std::thread>& owner, void (*body)(ZELService*));
+
+    std::mutex m_serviceStatusMutex;  // an interrogation may come while the start still reports
+    std::mutex m_threadObjectsMutex;  // guards the two owning thread pointers
+    std::mutex m_pathCacheMutex;
+    mutable std::mutex m_manageabilityMutex;
+    ManageabilityStatus m_ManageabilityStatus{};
+    UniqueHandle m_hStopEvent;  // manual-reset; set together with m_bServiceStopping
 };
 
 extern ZELService* g_pZELService;

@@ -1,0 +1,117 @@
+// The host's side of the mailbox: finds and opens the device, and sends every request to the firmware.
+//
+// Every request returns a Win32 error code: 0, or 6 while the device is not open, 1062 while the service has
+// not reported itself as up, 487 for a null argument, else what the driver gave. Requests have no time-out:
+// one that the firmware does not answer holds its thread until CloseMPMDevice or CancelRequests. Any thread
+// may call them.
+#pragma once
+
+#include <winsock2.h>
+#include <windows.h>
+#include <setupapi.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+
+#include "mailbox/MailboxCodes.h"
+#include "mailbox/MailboxRecords.h"
+#include "service/Handles.h"
+
+// What a console sent, on its way to the firmware; stays in memory, only the payload travels.
+struct DashPacket {
+    uint64_t socket = 0;
+    const void* payload = nullptr;
+    uint32_t payloadSize = 0;
+    void* reply = nullptr;
+    uint32_t replySize = 0;  // in: room; out: bytes returned
+};
+
+struct KvmPacket {
+    uint64_t socket = 0;
+    const void* payload = nullptr;
+    uint32_t payloadSize = 0;
+    void* reply = nullptr;
+    uint32_t replySize = 0;
+};
+
+class MailBoxDriverInterface {
+  public:
+    MailBoxDriverInterface() = default;
+    ~MailBoxDriverInterface();
+    MailBoxDriverInterface(const MailBoxDriverInterface&) = delete;
+    MailBoxDriverInterface& operator=(const MailBoxDriverInterface&) = delete;
+
+    // --- the device ---
+
+    // Finds the device interface and opens it; keeps a handle that is open already. 487 while the driver is
+    // absent.
+    uint32_t OpenMPMDevice();
+    // A second handle, for the read loop; INVALID_HANDLE_VALUE on failure. The caller closes it.
+    HANDLE GetNewHandleToMPMDevice();
+    // Ends pending requests with 995 and closes the device. Requests that come later get 6.
+    void CloseMPMDevice();
+    // Ends pending requests with 995; the device stays open.
+    void CancelRequests();
+
+    // The one road of every request. lpBytesReturned must not be null and is set to the size of the answer.
+    uint32_t SendIOCtlToDriver(uint32_t dwIoControlCode, const void* lpInBuffer, uint32_t nInBufferSize,
+                               DWORD* lpBytesReturned, void* lpOutBuffer, uint32_t nOutBufferSize);
+
+    // --- records to the firmware ---
+
+    uint32_t WriteDASHPacket(DashPacket* pDashPacket);
+    uint32_t WriteZELStatus(uint32_t state);
+    uint32_t WriteNetworkStatusInfo(const NetworkStatusInfo* info);
+    uint32_t WriteOsInfo(std::span<const uint8_t, 804> info);
+    uint32_t WriteIPCompleteInformation(const IPCompleteInfo* info);
+    uint32_t WriteCloseSocketcmd(uint16_t port);
+    // Firmware below version 20; the driver tells it from WriteMultiNwInfo by its size alone.
+    uint32_t WriteNwInfo(const NwInfo* info);
+    uint32_t WriteMultiNwInfo(const MultiNwInfo* info);
+    uint32_t WriteKVMPacket(const KvmPacket* pKvmPacket);
+    uint32_t WriteShutdownLaptop();
+    uint32_t WriteUserConsent(std::span<const uint8_t, 12> consent);
+    uint32_t WriteWiFiSyncInfo(std::span<const uint8_t, 132> info);
+    uint32_t WriteADInfo(const ADInfo* info);
+    uint32_t WriteWinRetCode(uint32_t first, uint32_t second);
+    uint32_t WriteEncodedBuffer(std::span<const uint8_t> chunk);
+    // Shares the code of WriteEncodedBuffer; stays available without a caller.
+    uint32_t SendEncodedDrvFrameBuffer(std::span<const uint8_t, 12> record);
+    uint32_t WriteCapabilityConfig(std::span<const uint8_t, 4> config);
+    uint32_t WriteDisplayConfig(std::span<const uint8_t, 8> config);
+    uint32_t WriteCSRResponse(std::span<const uint8_t, 8200> response);
+    uint32_t WritePwdUpdateStatus(std::span<const uint8_t, 4> status);
+
+    // --- queries; the record is left as it was when the query fails ---
+
+    uint32_t GetZELVersion(ManageabilityStatus* pMPMVersion);
+    // 2: the firmware waits for the platform update. Every failure is 487.
+    uint32_t GetMPMStatus(uint8_t* pMPMstatus);
+    uint32_t GetCloudCertInfo(CloudCertInfo* cloudCerts);
+    // Succeeds also when Size is above the record's limit: the caller tests it.
+    uint32_t GetDomainInfo(DomainInfo* domainDetails);
+
+    // The gate: 1 once the service has told the firmware that it is up. While it is 0 only WriteZELStatus and
+    // GetMPMStatus pass.
+    std::atomic<uint8_t> m_bServiceUp{0};
+
+  private:
+    uint32_t FindDeviceInterface();
+    uint32_t ReadInterfaceDetail(HDEVINFO list, SP_DEVICE_INTERFACE_DATA& device);
+    HANDLE OpenHandle();
+    uint32_t Write(const char* name, uint32_t code, const void* record, uint32_t size);
+    uint32_t Query(const char* name, uint32_t code, void* record, uint32_t size);
+
+    // Guards the detail data: the device may be looked for while the service stops.
+    std::mutex m_deviceMutex;
+    // Kept after the open and after the close: the second handle needs the path again.
+    std::unique_ptr<SP_DEVICE_INTERFACE_DETAIL_DATA_A, void (*)(void*)> m_pDeviceInterfaceDetailData{
+        nullptr, &std::free};
+    std::atomic<HANDLE> m_hDevice{INVALID_HANDLE_VALUE};
+};

@@ -1,0 +1,27 @@
+// The threads that nobody joins: each ends by returning, and the process waits for the last of them before it
+// destroys what they use.
+#pragma once
+
+#include <winsock2.h>
+#include <windows.h>
+
+#include <functional>
+#include <memory>
+
+class DetachedThreads {
+  public:
+    DetachedThreads();
+
+    // Any thread. Runs the body on a new thread without an owner. False, and nothing runs, once AwaitEnd has
+    // been called: the process is ending. A failed thread creation throws std::system_error.
+    bool Start(std::function<void()> body);
+
+    // Lets no further thread start and waits until all have returned. False when some still run after so many
+    // milliseconds. May be called again.
+    bool AwaitEnd(DWORD milliseconds);
+
+  private:
+    // Shared with every thread, so that the last one may outlive this object.
+    struct State;
+    std::shared_ptr<State> m_state;
+};
