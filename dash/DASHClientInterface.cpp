@@ -1,0 +1,123 @@
+// The accept thread, and the queue that lets one connection at a time become the session.
+#include "dash/DASHClientInterface.h"
+
+#include <exception>
+
+#include "dash/NewRequest.h"
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+constexpr DWORD kListenRetryMilliseconds = 5000;
+constexpr uint16_t kPeerMarker = 0xFFFF;
+}  // namespace
+
+void DASHClientInterface::HandleDASHClientThread() {
+    while (!g_pZELService->m_bServiceStopping) {
+        if (m_httpsSocket.CreateSocket(g_pZELService->dashPort) == 0) {
+            AcceptConnections();
+        } else {
+            g_pZELService->SleepUnlessStopping(kListenRetryMilliseconds);
+        }
+    }
+    LogInfo("%s: Exiting DASH Handler Thread", "HandleDASHClientThread");
+}
+
+void DASHClientInterface::AcceptConnections() {
+    bool listening = true;
+    while (listening && !g_pZELService->m_bServiceStopping) {
+        try {
+            listening = AcceptConnection();
+        } catch (const std::exception& error) {
+            const char* text = error.what();
+            LogError("Last error: %d, exception error: %s", GetLastError(),
+                     *text ? text : "Unknown exception");
+        }
+    }
+}
+
+bool DASHClientInterface::AcceptConnection() {
+    LogInfo("Calling HTTPS Socket Accept");
+    sockaddr_in peer{};
+    const SOCKET socket = m_httpsSocket.AcceptSocket(false, peer);
+    if (socket == INVALID_SOCKET) {
+        if (!g_pZELService->m_bServiceStopping) LogError("Accept socket is invalid");
+        m_httpsSocket.CloseBaseSocket();
+        return false;
+    }
+    {
+        std::lock_guard lock(m_socketAddressMutex);
+        m_socketAddressMap[socket] = peer;
+    }
+    m_socketQueue.push(socket);
+    LogInfo("Process the accepted connection");
+    // One task for each connection: the first one serves them all, and a further one comes to run only when
+    // that has given up.
+    m_queuePool.enqueue(&DASHClientInterface::HandleQueuedSockets, this);
+    return true;
+}
+
+void DASHClientInterface::CloseHttpsSocket() {
+    LogInfo("Close HTTPS socket");
+    m_httpsSocket.CloseBaseSocket();
+}
+
+void DASHClientInterface::HandleQueuedSockets() {
+    while (AwaitNoSession()) {
+        LogInfo("Handling queued socket");
+        const SOCKET socket = m_socketQueue.pop();
+        if (socket == INVALID_SOCKET) return;
+        LogInfo("Popping queued socket with address: %I64x", socket);
+        if (g_pZELService->m_bServiceStopping) return KeepUnattended(socket);
+        if (!NotifyMPMOfDASHClient(PeerOf(socket))) {
+            LogError("Failed to create socket for DASH client with address: %I64x", socket);
+            return KeepUnattended(socket);
+        }
+        LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", socket);
+        m_bStopSession = 0;
+        AssociateSocket(socket);
+        m_recvPool.enqueue(&DASHClientInterface::DataRecvThread, this);
+        m_sendPool.enqueue(&DASHClientInterface::SendDataToDASHClient, this);
+        m_monitorPool.enqueue(&DASHClientInterface::MonitorClientActivity, this);
+        LogInfo("Processing DASH traffic for socket with address: %I64x", socket);
+    }
+}
+
+// False when the service stops.
+bool DASHClientInterface::AwaitNoSession() {
+    std::unique_lock lock(socketMutex);
+    socketCondition.wait(lock,
+                         [] { return acceptSocket == INVALID_SOCKET || g_pZELService->m_bServiceStopping; });
+    return !g_pZELService->m_bServiceStopping;
+}
+
+sockaddr_in DASHClientInterface::PeerOf(SOCKET socket) {
+    std::lock_guard lock(m_socketAddressMutex);
+    return m_socketAddressMap[socket];
+}
+
+// The socket stays open, and nobody attends to it; it is closed with the object.
+void DASHClientInterface::KeepUnattended(SOCKET socket) {
+    std::lock_guard lock(m_unattendedMutex);
+    m_unattendedSockets.push_back(socket);
+}
+
+bool DASHClientInterface::NotifyMPMOfDASHClient(const sockaddr_in& peer) {
+    g_pZELService->WakeAndUpdateMPMAndWait(false);
+    const uint32_t error =
+        ForwardNewRequestToMPM(g_pZELService->dashPort, peer.sin_addr.s_addr, peer.sin_port, kPeerMarker);
+    LogInfo("Remote Port %d", peer.sin_port);
+    LogInfo("Response returned for HTTPS DASH Request from Mailbox driver");
+    return error == ERROR_SUCCESS;
+}
+
+void DASHClientInterface::AssociateSocket(SOCKET socket) {
+    std::lock_guard lock(socketMutex);
+    if (acceptSocket != INVALID_SOCKET) {
+        LogInfo("%s: Forcibly Closing existing socket", "AssociateSocket");
+        // A close from in there meets the mutex locked and throws, which ends the calling task.
+        CloseSocketWithMPM();
+    }
+    acceptSocket = socket;
+    socketCondition.notify_all();
+}

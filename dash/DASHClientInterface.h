@@ -1,0 +1,106 @@
+// Carries bytes between one management console at a time and the firmware: what the console sends goes
+// unchanged to the mailbox, what the firmware answers goes unchanged to the console's socket. Further
+// connections are accepted at once and wait in a queue.
+#pragma once
+
+#include <winsock2.h>
+#include <windows.h>
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include "dash/ErrorCheckingMutex.h"
+#include "dash/SocketQueue.h"
+#include "dash/SocketServers.h"
+#include "dash/ThreadPool.h"
+#include "service/DetachedThreads.h"
+
+class DASHClientInterface {
+  public:
+    DASHClientInterface();
+    ~DASHClientInterface();
+    DASHClientInterface(const DASHClientInterface&) = delete;
+    DASHClientInterface& operator=(const DASHClientInterface&) = delete;
+
+    // Body of the accept thread: listens and queues connections until the service stops.
+    void HandleDASHClientThread();
+    // Breaks the accept thread out of its wait. The stop path calls it once the service is stopping.
+    void CloseHttpsSocket();
+
+    // Takes `size` bytes of the firmware's for the client; the bytes are copied. A payload that the send task
+    // has not yet taken is replaced. Waits while a send is under way. The mailbox read thread.
+    void updateDataToClient(const void* payload, size_t size);
+
+    // Tells the firmware that the connection has gone, and closes it if that is the host's business. Any
+    // thread.
+    void CloseSocketWithMPM();
+    // Closes the session's socket without a word to the firmware. Any thread.
+    void CloseSocketInZEL();
+
+    // The end of the object's work, which the destructor reaches at the latest: closes every socket that is
+    // still held and waits for the workers. The accept thread must have ended. May be called again.
+    void EndSessions();
+
+  private:
+    void AcceptConnections();
+    bool AcceptConnection();
+    void HandleQueuedSockets();
+    bool AwaitNoSession();
+    sockaddr_in PeerOf(SOCKET socket);
+    void KeepUnattended(SOCKET socket);
+    bool NotifyMPMOfDASHClient(const sockaddr_in& peer);
+    void AssociateSocket(SOCKET socket);
+
+    void DataRecvThread();
+    bool ReceiveOnce();
+    void updateDataToMPM(int size);
+
+    struct SendOutcome {
+        int failures = 0;  // since the last success
+        int error = 0;     // of the last failure
+        bool sessionGone = false;
+    };
+    void SendDataToDASHClient();
+    SendOutcome SendPendingData();
+
+    static void NoteActivity();
+    void MonitorClientActivity();
+    void StartResetThread();
+    void ResetDASHCommunication();
+
+    std::atomic<uint8_t> m_bStopSession{0};
+    HttpsSocket m_httpsSocket;
+    // One receive, and the NUL that is stored behind it.
+    static constexpr int kReceiveSize = 0x20000;
+    std::array<char, kReceiveSize + 1> m_recvBuffer{};
+    std::unordered_map<SOCKET, sockaddr_in> m_socketAddressMap{8};
+    std::mutex m_socketAddressMutex;
+    ThreadPool m_sendPool{1};
+    ThreadPool m_recvPool{1};
+    ThreadPool m_monitorPool{1};
+    ThreadPool m_queuePool{1};
+    SocketQueue m_socketQueue;
+    // Connections that the firmware could not be told of.
+    std::vector<SOCKET> m_unattendedSockets;
+    std::mutex m_unattendedMutex;
+    DetachedThreads m_resetThreads;
+    std::atomic<uint8_t> m_bEnded{0};
+
+    // The connection: one for the whole process. Lock order: sendMutex, then socketMutex.
+    static inline ErrorCheckingMutex socketMutex;
+    static inline std::condition_variable_any socketCondition;
+    static inline std::atomic<SOCKET> acceptSocket{INVALID_SOCKET};
+    static inline std::mutex sendMutex;
+    static inline std::condition_variable sendCondition;
+    static inline std::unique_ptr<char[]> Sendbuffer;
+    static inline int32_t SendSize = 0;
+    // 100 ns units since the Unix epoch.
+    static inline std::atomic<int64_t> last_activity_time{0};
+};

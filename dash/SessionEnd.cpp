@@ -1,0 +1,120 @@
+// How a session ends: the idle limit, the closing of its socket, and the reset after a fault.
+#include "dash/DASHClientInterface.h"
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr int64_t kTicksPerSecond = 10'000'000;  // of 100 ns
+constexpr int kIdleLimitSeconds = 5;
+constexpr DWORD kIdleCheckMilliseconds = 1000;
+constexpr uint32_t kFirstVersionThatCloses = 45;
+
+// 100 ns units since the Unix epoch.
+int64_t CurrentTime() {
+    constexpr int64_t kUnixEpoch = 116'444'736'000'000'000;  // as a FILETIME
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    return (static_cast<int64_t>(now.dwHighDateTime) << 32 | now.dwLowDateTime) - kUnixEpoch;
+}
+
+}  // namespace
+
+DASHClientInterface::DASHClientInterface() {
+    m_socketAddressMap.max_load_factor(1.0f);
+}
+
+DASHClientInterface::~DASHClientInterface() {
+    EndSessions();
+}
+
+void DASHClientInterface::EndSessions() {
+    if (m_bEnded.exchange(1)) return;
+    // What waits for a connection or a payload is woken first: none may ever come.
+    m_socketQueue.close();
+    {
+        std::lock_guard lock(sendMutex);
+        m_bStopSession = 1;
+    }
+    sendCondition.notify_all();
+    CloseSocketInZEL();
+    ResetDASHCommunication();
+    m_resetThreads.AwaitEnd(INFINITE);
+    std::lock_guard lock(sendMutex);
+    SendSize = 0;
+    Sendbuffer.reset();
+}
+
+void DASHClientInterface::NoteActivity() {
+    last_activity_time.exchange(CurrentTime());
+}
+
+void DASHClientInterface::MonitorClientActivity() {
+    NoteActivity();
+    while (!m_bStopSession && g_pZELService->SleepUnlessStopping(kIdleCheckMilliseconds)) {
+        const int64_t idle = CurrentTime() - last_activity_time;
+        if (idle < kIdleLimitSeconds * kTicksPerSecond) continue;
+        LogWarn("Server has not received requests for %lld seconds max %d. Initiating socket shutdown.",
+                idle / kTicksPerSecond, kIdleLimitSeconds);
+        return CloseSocketInZEL();
+    }
+}
+
+void DASHClientInterface::CloseSocketWithMPM() {
+    if (acceptSocket == INVALID_SOCKET) return;
+    const uint32_t error =
+        g_pZELService->m_mailBoxDriverInterface.WriteCloseSocketcmd(g_pZELService->dashPort);
+    if (error != ERROR_SUCCESS) {
+        LogWarn("MPM returned code %d for WriteCloseSocketcmd", error);
+        CloseSocketInZEL();
+        StartResetThread();
+    } else if (g_pZELService->m_vorkVersion < kFirstVersionThatCloses) {
+        CloseSocketInZEL();
+    }
+    // Newer firmware ends the connection itself; the idle limit catches the case where it does not.
+}
+
+void DASHClientInterface::CloseSocketInZEL() {
+    std::lock_guard lock(socketMutex);
+    if (acceptSocket == INVALID_SOCKET) {
+        LogInfo("Accept socket is Invalid");
+    } else {
+        m_bStopSession = 1;
+        const SOCKET socket = acceptSocket;
+        LogInfo("Closing accept socket with address: %I64x", socket);
+        shutdown(socket, SD_SEND);
+        const int error = closesocket(socket) == 0 ? 0 : WSAGetLastError();
+        acceptSocket = INVALID_SOCKET;
+        socketCondition.notify_all();
+        if (error) {
+            LogError("closesocket() API failed with error: %d", error);
+            return;
+        }
+    }
+    LogInfo("%s: CloseSocket, After sock close", "CloseSocketInZEL");
+}
+
+// The fault is found on the very workers that the reset joins, so it needs a thread of its own.
+void DASHClientInterface::StartResetThread() {
+    m_resetThreads.Start([this] { ResetDASHCommunication(); });
+}
+
+// The pools do not start again: a reset ends the service's DASH traffic until the process restarts.
+void DASHClientInterface::ResetDASHCommunication() {
+    LogWarn("Resetting DASH communication");
+    m_bStopSession = 1;
+    for (ThreadPool* pool : {&m_sendPool, &m_recvPool, &m_monitorPool, &m_queuePool})
+        pool->Stop();
+    for (SOCKET socket; (socket = m_socketQueue.tryPop()) != INVALID_SOCKET;) {
+        LogInfo("Closing accept socket with address: %I64x", socket);
+        shutdown(socket, SD_SEND);
+        closesocket(socket);
+    }
+    {
+        std::lock_guard lock(m_unattendedMutex);
+        for (const SOCKET socket : m_unattendedSockets)
+            closesocket(socket);
+        m_unattendedSockets.clear();
+    }
+    m_bStopSession = 0;
+}

@@ -1,0 +1,52 @@
+// Client to firmware.
+#include "dash/DASHClientInterface.h"
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+void DASHClientInterface::DataRecvThread() {
+    LogInfo("%s: entry", "DataRecvThread");
+    while (!g_pZELService->m_bServiceStopping && !m_bStopSession && ReceiveOnce())
+        Sleep(0);
+    Sleep(0);
+    CloseSocketWithMPM();
+    LogInfo("%s: exit", "DataRecvThread");
+}
+
+// False when the connection has come to its end.
+bool DASHClientInterface::ReceiveOnce() {
+    const SOCKET socket = acceptSocket;
+    if (socket == INVALID_SOCKET) {
+        LogInfo("preventing recv() to avoid multi-threading issues.");
+        return false;
+    }
+    WSASetLastError(0);  // so that the error below is this recv()'s and not that of an earlier, empty one
+    const int received = recv(socket, m_recvBuffer.data(), kReceiveSize, 0);
+    const int error = WSAGetLastError();
+    if (received > 0) {
+        NoteActivity();
+        LogInfo("recv() success. DASH packet received by socket server of size: %d, Socket address: %I64x",
+                received, socket);
+        updateDataToMPM(received);
+        return true;
+    }
+    if (received == 0) {
+        NoteActivity();
+        LogInfo(
+            "recv() success. But ZEL received 0 size buffer. Assuming client closed the connection. "
+            "Socket address: %I64x",
+            socket);
+        if (error != 0) LogError("%s: recv() failed with error: %d", "DataRecvThread", error);
+        return false;
+    }
+    if (error == WSAEWOULDBLOCK || error == WSAEINTR) return true;
+    if (error != 0) LogError("recv() failed. Error: %d", error);
+    return false;
+}
+
+void DASHClientInterface::updateDataToMPM(int size) {
+    LogInfo("%s: Updating data to be sent from client to MPM", "updateDataToMPM");
+    m_recvBuffer[size] = 0;
+    DashPacket packet{acceptSocket, m_recvBuffer.data(), static_cast<uint32_t>(size), nullptr, 0};
+    if (!g_pZELService->m_bServiceStopping) g_pZELService->m_mailBoxDriverInterface.WriteDASHPacket(&packet);
+    LogInfo("%s: exit", "updateDataToMPM");
+}

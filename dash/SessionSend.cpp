@@ -1,0 +1,80 @@
+// Firmware to client. One payload is pending at a time; the next one replaces it.
+#include <cstring>
+#include <new>
+
+#include "dash/DASHClientInterface.h"
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+constexpr int kSendAttempts = 5;
+constexpr DWORD kSendRetryMilliseconds = 1000;
+}  // namespace
+
+void DASHClientInterface::updateDataToClient(const void* payload, size_t size) {
+    LogInfo("%s: Updating data to be sent from MPM to client", "updateDataToClient");
+    LogInfo("Buffer size %llu", size);
+    std::lock_guard lock(sendMutex);
+    Sendbuffer.reset(new (std::nothrow) char[size + 1]);
+    if (Sendbuffer) {
+        std::memcpy(Sendbuffer.get(), payload, size);
+        SendSize = static_cast<int32_t>(size);
+        sendCondition.notify_all();
+    } else {
+        LogError("%s: Failed to allocate memory for Sendbuffer", "updateDataToClient");
+    }
+    LogInfo("%s: exit", "updateDataToClient");
+}
+
+void DASHClientInterface::SendDataToDASHClient() {
+    LogInfo("%s: entry", "SendDataToDASHClient");
+    std::unique_lock lock(sendMutex);
+    while (!g_pZELService->m_bServiceStopping && !m_bStopSession && acceptSocket != INVALID_SOCKET) {
+        sendCondition.wait(
+            lock, [this] { return SendSize != 0 || m_bStopSession || g_pZELService->m_bServiceStopping; });
+        if (m_bStopSession || g_pZELService->m_bServiceStopping) break;
+        LogInfo("%s: after Waiting for Send Size to get Updated, size %d", "SendDataToDASHClient", SendSize);
+        const SendOutcome outcome = SendPendingData();
+        SendSize = 0;
+        Sendbuffer.reset();
+        sendCondition.notify_all();
+        if (outcome.sessionGone) break;
+        if (outcome.failures == kSendAttempts) {
+            LogError("send() failed 5 times. Closing send thread. Error: %d", outcome.error);
+            CloseSocketInZEL();
+            StartResetThread();
+            break;
+        }
+    }
+    LogInfo("%s: exit", "SendDataToDASHClient");
+}
+
+DASHClientInterface::SendOutcome DASHClientInterface::SendPendingData() {
+    SendOutcome outcome;
+    int offset = 0;
+    int remaining = SendSize;
+    do {
+        if (m_bStopSession || outcome.failures >= kSendAttempts) break;
+        std::lock_guard lock(socketMutex);
+        if (acceptSocket == INVALID_SOCKET) {
+            outcome.sessionGone = true;
+            break;
+        }
+        const int sent = send(acceptSocket, Sendbuffer.get() + offset, remaining, 0);
+        if (sent < 1) {
+            outcome.error = WSAGetLastError();
+            LogInfo("send() failed. Error: %d", outcome.error);
+            g_pZELService->SleepUnlessStopping(kSendRetryMilliseconds);
+            ++outcome.failures;
+            continue;
+        }
+        NoteActivity();
+        offset += sent;
+        remaining -= sent;
+        LogInfo("send() success. %s: DASH data sent: %d (0x%x), SendSize %d, DataSend %d",
+                "SendDataToDASHClient", offset, offset, remaining, sent);
+        outcome.failures = 0;
+        if (remaining < 1) break;
+    } while (!g_pZELService->m_bServiceStopping);
+    return outcome;
+}

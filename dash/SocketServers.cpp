@@ -1,0 +1,88 @@
+#include "dash/SocketServers.h"
+
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr int kBacklog = 1;
+
+void StartWinsock() {
+    WSADATA data{};
+    // Nothing remembers a failure: the calls that follow report their own.
+    if (const int error = WSAStartup(MAKEWORD(2, 0), &data)) {
+        LogError("WSAStartup() call failed with error: %d", error);
+    }
+}
+
+}  // namespace
+
+SocketServer::SocketServer(WinsockStart order) {
+    if (order == WinsockStart::First) StartWinsock();
+    baseSocket = INVALID_SOCKET;
+    serverAddress = std::make_unique<sockaddr_in>();
+    if (order == WinsockStart::Last) StartWinsock();
+}
+
+SocketServer::~SocketServer() {
+    CloseBaseSocket();
+    serverAddress.reset();
+    if (WSACleanup() != 0) LogError("WSACleanup() API failed with error: %d", WSAGetLastError());
+}
+
+int SocketServer::CreateSocket(uint16_t port) {
+    CloseBaseSocket();
+    const SOCKET listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    baseSocket = listener;
+    if (listener == INVALID_SOCKET) {
+        const int error = WSAGetLastError();
+        LogError("socket() API failed with error: %d", error);
+        return error;
+    }
+    const int error = BindAndListen(listener, port);
+    if (error) CloseBaseSocket();
+    return error;
+}
+
+int SocketServer::BindAndListen(SOCKET socket, uint16_t port) {
+    serverAddress->sin_family = AF_INET;
+    serverAddress->sin_addr.s_addr = INADDR_ANY;
+    serverAddress->sin_port = htons(port);
+    if (bind(socket, reinterpret_cast<const sockaddr*>(serverAddress.get()), sizeof(sockaddr_in)) != 0) {
+        const int error = WSAGetLastError();
+        LogError("bind() API failed with error: %d", error);
+        return error;
+    }
+    if (listen(socket, kBacklog) != 0) {
+        const int error = WSAGetLastError();
+        LogError("listen() API failed with error: %d", error);
+        return error;
+    }
+    return 0;
+}
+
+SOCKET SocketServer::AcceptSocket(bool blocking, sockaddr_in& peer) {
+    int length = sizeof(sockaddr_in);
+    const SOCKET accepted = accept(baseSocket, reinterpret_cast<sockaddr*>(&peer), &length);
+    if (accepted == INVALID_SOCKET) {
+        const int error = WSAGetLastError();
+        if (ReportsFailedAccept()) LogError("accept() API failed with error: %d", error);
+        return INVALID_SOCKET;
+    }
+    u_long mode = blocking ? 0 : 1;
+    if (ioctlsocket(accepted, FIONBIO, &mode) != 0) {
+        LogError("ioctlsocket() API failed with error: %d", WSAGetLastError());
+        if (closesocket(accepted) != 0) LogError("Error in closing Data socket");
+        return INVALID_SOCKET;
+    }
+    return accepted;
+}
+
+void SocketServer::CloseBaseSocket() {
+    const SOCKET listener = baseSocket.exchange(INVALID_SOCKET);
+    if (listener != INVALID_SOCKET && closesocket(listener) != 0) LogError("Error in closing baseSocket");
+}
+
+bool HttpsSocket::ReportsFailedAccept() const {
+    return !g_pZELService->m_bServiceStopping;
+}

@@ -1,0 +1,64 @@
+#include "reporting/IPv4InfoStore.h"
+
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+constexpr uint32_t kReportedPort = 623;
+constexpr uint32_t kLoopback = 0x0100007F;  // 127.0.0.1
+constexpr uint16_t kNoPeer = 0xFFFF;
+}  // namespace
+
+void IPv4InfoStore::UpdateNetworkAddress([[maybe_unused]] bool wireless) {
+    const IPCompleteInfo info = GetPrimaryAddress(kReportedPort);
+    std::lock_guard lock(m_mutex);
+    m_ipCompleteInfo = info;
+    LogInfo("Size of structure %d", sizeof m_ipCompleteInfo);
+    LogInfo("Network Address: 0x%x", info.IPv4Address);
+}
+
+void IPv4InfoStore::SendIPCompleteInfo() {
+    IPCompleteInfo info{};
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_ipCompleteInfo.IPv4Address == kLoopback && m_lastSentIPv4 == kLoopback) {
+            LogWarn("Skipping IP Complete Info update as IP address is 0x%x", kLoopback);
+            return;
+        }
+        info = TakeForSending();
+    }
+    g_pZELService->m_mailBoxDriverInterface.WriteIPCompleteInformation(&info);
+}
+
+uint32_t IPv4InfoStore::GetCurrentIPv4() const {
+    std::lock_guard lock(m_mutex);
+    return m_ipCompleteInfo.IPv4Address;
+}
+
+void IPv4InfoStore::SetPeer(uint16_t localPort, uint32_t peerAddress, uint16_t peerPort, uint16_t marker) {
+    std::lock_guard lock(m_mutex);
+    m_ipCompleteInfo.Port = localPort;
+    m_ipCompleteInfo.PeerAddress = peerAddress;
+    m_ipCompleteInfo.PeerPort = peerPort;
+    m_ipCompleteInfo.PeerMarker = marker;
+}
+
+void IPv4InfoStore::ClearPeer() {
+    std::lock_guard lock(m_mutex);
+    m_ipCompleteInfo.PeerAddress = 0;
+    m_ipCompleteInfo.PeerPort = 0;
+    m_ipCompleteInfo.PeerMarker = kNoPeer;
+    LogInfo("Remote Port: %d", 0);
+}
+
+void IPv4InfoStore::ClearAddresses() {
+    std::lock_guard lock(m_mutex);
+    m_ipCompleteInfo = {};
+}
+
+IPCompleteInfo IPv4InfoStore::TakeForSending() {
+    std::lock_guard lock(m_mutex);
+    LogInfo("Updating IPv4 Info 0x%x", m_ipCompleteInfo.IPv4Address);
+    m_lastSentIPv4 = m_ipCompleteInfo.IPv4Address;
+    return m_ipCompleteInfo;
+}

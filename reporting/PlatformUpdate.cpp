@@ -1,0 +1,63 @@
+// The report to the firmware when the link to it comes up, and the farewell when the host goes away.
+#include <winsock2.h>
+#include <windows.h>
+#include <wininet.h>
+
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr uint32_t kStateUp = 1;
+constexpr uint32_t kStateDown = 2;
+constexpr uint32_t kFirstVersionWithAllAdapters = 20;
+constexpr DWORD kConnectionPollMilliseconds = 100;
+constexpr int kPollsBeforeEmptyInventory = 100;
+
+// So that the firmware need not wait for a network that may never come.
+void SendEmptyInventory() {
+    MailBoxDriverInterface& mailbox = g_pZELService->m_mailBoxDriverInterface;
+    if (g_pZELService->m_vorkVersion >= kFirstVersionWithAllAdapters) {
+        const MultiNwInfo empty{};
+        mailbox.WriteMultiNwInfo(&empty);
+    } else {
+        const NwInfo empty{};
+        mailbox.WriteNwInfo(&empty);
+    }
+}
+
+// Without a limit in time. False when the service stops.
+bool AwaitConnection() {
+    DWORD flags = 0;
+    for (int polls = 1; !InternetGetConnectedState(&flags, 0); ++polls) {
+        if (!g_pZELService->SleepUnlessStopping(kConnectionPollMilliseconds)) return false;
+        if (polls == kPollsBeforeEmptyInventory) SendEmptyInventory();
+    }
+    return true;
+}
+
+}  // namespace
+
+void ZELService::UpdatePlatformInfoToMPM() {
+    m_bPlatformUpdateDone = 0;
+    m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
+    SetZELServiceState(kStateUp);
+    m_bNetworkUpdatesEnabled = 1;
+    UpdateManageabilityStatus();
+    if (!AwaitConnection()) return;
+    if (m_bNetworkUpdatesEnabled) {
+        m_ipv4InfoStore.UpdateNetworkAddress(false);
+    } else {
+        LogInfo("Skipping network updates");
+    }
+    m_ipv4InfoStore.SendIPCompleteInfo();
+    m_bPlatformUpdateDone = 1;
+}
+
+void ZELService::StopPlatformUpdates() {
+    m_mailBoxDriverInterface.m_bServiceUp.exchange(0);
+    SetZELServiceState(kStateDown);
+    if (m_bootMode != 0) return;
+    m_bNetworkUpdatesEnabled = 0;
+    m_ipv4InfoStore.ClearAddresses();
+}
