@@ -1,0 +1,5 @@
+#pragma once
+
+#include <minwindef.h>
+
+DECLARE_HANDLE(HWND);

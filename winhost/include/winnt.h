@@ -1,0 +1,92 @@
+// The types that the whole API is written in.
+#pragma once
+
+#include <basetsd.h>
+#include <guiddef.h>
+
+#ifndef VOID
+#define VOID void
+#endif
+#define DECLARE_HANDLE(name) \
+    struct name##__ {        \
+        int unused;          \
+    };                       \
+    typedef struct name##__* name
+
+typedef char CHAR;
+typedef short SHORT;
+typedef int32_t LONG;
+typedef wchar_t WCHAR;
+typedef long long LONGLONG;
+typedef unsigned long long ULONGLONG;
+typedef ULONGLONG DWORDLONG;
+typedef BYTE BOOLEAN;
+
+typedef void* PVOID;
+typedef CHAR *PCHAR, *LPCH, *PCH, *NPSTR, *LPSTR, *PSTR;
+typedef const CHAR *LPCCH, *PCCH, *LPCSTR, *PCSTR;
+typedef WCHAR *PWCHAR, *LPWCH, *PWCH, *NWPSTR, *LPWSTR, *PWSTR;
+typedef const WCHAR *LPCWCH, *PCWCH, *LPCWSTR, *PCWSTR;
+typedef SHORT* PSHORT;
+typedef LONG* PLONG;
+typedef LONGLONG* PLONGLONG;
+typedef ULONGLONG* PULONGLONG;
+typedef BOOLEAN* PBOOLEAN;
+
+typedef void* HANDLE;
+typedef HANDLE* PHANDLE;
+typedef LONG HRESULT;
+typedef DWORD ACCESS_MASK;
+typedef ACCESS_MASK REGSAM;
+typedef DWORD LCID;
+typedef WORD LANGID;
+
+typedef union _LARGE_INTEGER {
+    struct {
+        DWORD LowPart;
+        LONG HighPart;
+    } u;
+    LONGLONG QuadPart;
+} LARGE_INTEGER, *PLARGE_INTEGER;
+
+typedef union _ULARGE_INTEGER {
+    struct {
+        DWORD LowPart;
+        DWORD HighPart;
+    };
+    struct {
+        DWORD LowPart;
+        DWORD HighPart;
+    } u;
+    ULONGLONG QuadPart;
+} ULARGE_INTEGER, *PULARGE_INTEGER;
+
+#define DELETE (0x00010000L)
+#define READ_CONTROL (0x00020000L)
+#define WRITE_DAC (0x00040000L)
+#define WRITE_OWNER (0x00080000L)
+#define SYNCHRONIZE (0x00100000L)
+#define STANDARD_RIGHTS_REQUIRED (0x000F0000L)
+#define STANDARD_RIGHTS_READ (READ_CONTROL)
+#define STANDARD_RIGHTS_WRITE (READ_CONTROL)
+#define STANDARD_RIGHTS_EXECUTE (READ_CONTROL)
+#define STANDARD_RIGHTS_ALL (0x001F0000L)
+
+#define GENERIC_READ (0x80000000U)
+#define GENERIC_WRITE (0x40000000U)
+#define GENERIC_EXECUTE (0x20000000U)
+#define GENERIC_ALL (0x10000000U)
+
+#define FILE_SHARE_READ 0x00000001
+#define FILE_SHARE_WRITE 0x00000002
+#define FILE_SHARE_DELETE 0x00000004
+#define FILE_ATTRIBUTE_NORMAL 0x00000080
+
+#define FILE_ANY_ACCESS 0
+#define FILE_READ_ACCESS (0x0001)
+#define FILE_WRITE_ACCESS (0x0002)
+
+#define STATUS_WAIT_0 ((DWORD)0x00000000U)
+#define STATUS_ABANDONED_WAIT_0 ((DWORD)0x00000080U)
+#define STATUS_TIMEOUT ((DWORD)0x00000102U)
+#define STATUS_PENDING ((DWORD)0x00000103U)
