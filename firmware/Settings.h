@@ -45,6 +45,10 @@ struct Settings {
     std::optional<uint32_t> DomainSize;  // the length of Domains when empty
     CloudSettings Cloud;
 
+    // From version 45 on the firmware ends a DASH connection by command 41 once it has heard
+    // WriteCloseSocketcmd. False: it never does.
+    bool EndsClosedSessions = true;
+
     Peer Dash = Peer::None;
     std::string DashServer;  // "host:port" of the bridge
     Peer Kvm = Peer::None;

@@ -1,0 +1,125 @@
+#include "firmware/Fields.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+#include "firmware/NetworkFields.h"
+#include "mailbox/MailboxRecords.h"
+
+namespace mpm {
+
+namespace {
+
+constexpr size_t kPreviewBytes = 16;
+
+uint64_t Number(std::span<const uint8_t> bytes) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < std::min<size_t>(bytes.size(), 8); ++i)
+        value |= uint64_t(bytes[i]) << (8 * i);
+    return value;
+}
+
+int64_t Signed(std::span<const uint8_t> bytes) {
+    const unsigned unused = 64 - 8 * unsigned(std::min<size_t>(bytes.size(), 8));
+    return int64_t(Number(bytes) << unused) >> unused;
+}
+
+std::string Text(std::span<const uint8_t> bytes) {
+    return {bytes.begin(), std::find(bytes.begin(), bytes.end(), 0)};
+}
+
+void AppendUtf8(std::string& text, uint32_t point) {
+    if (point < 0x80) return text.push_back(char(point));
+    const int more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    text.push_back(char((0xF00 >> more & 0xFF) | point >> (6 * more)));
+    for (int i = more - 1; i >= 0; --i)
+        text.push_back(char(0x80 | (point >> (6 * i) & 0x3F)));
+}
+
+std::string WideText(std::span<const uint8_t> bytes) {
+    std::string text;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        uint32_t unit = uint32_t(Number(bytes.subspan(i, 2)));
+        if (unit == 0) break;
+        const bool high = unit >= 0xD800 && unit < 0xDC00 && i + 3 < bytes.size();
+        const uint32_t next = high ? uint32_t(Number(bytes.subspan(i + 2, 2))) : 0;
+        if (next >= 0xDC00 && next < 0xE000) {
+            unit = 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+            i += 2;
+        } else if (unit >= 0xD800 && unit < 0xE000) {
+            unit = 0xFFFD;
+        }
+        AppendUtf8(text, unit);
+    }
+    return text;
+}
+
+std::string Address(std::span<const uint8_t> bytes) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
+    return text;
+}
+
+std::string Secret(std::span<const uint8_t> bytes) {
+    const auto last = std::find_if(bytes.rbegin(), bytes.rend(), [](uint8_t byte) { return byte != 0; });
+    return "(" + std::to_string(bytes.rend() - last) + " bytes, not shown)";
+}
+
+Json::Value Slots(std::span<const uint8_t> bytes, size_t count) {
+    Json::Value slots(Json::arrayValue);
+    for (size_t i = 0; i < count && (i + 1) * sizeof(NwInfoEntry) <= bytes.size(); ++i)
+        slots.append(Decode(kNwInfoEntryFields, bytes.subspan(i * sizeof(NwInfoEntry), sizeof(NwInfoEntry))));
+    return slots;
+}
+
+Json::Value Value(const Field& field, std::span<const uint8_t> bytes, std::span<const uint8_t> record) {
+    switch (field.kind) {
+        case Field::Kind::Signed:
+            return Json::Value(Json::Int64(Signed(bytes)));
+        case Field::Kind::Text:
+            return Text(bytes);
+        case Field::Kind::WideText:
+            return WideText(bytes);
+        case Field::Kind::Address:
+            return Address(bytes);
+        case Field::Kind::NetPort:
+            return bytes[0] << 8 | bytes[1];
+        case Field::Kind::Data:
+            return Preview(bytes);
+        case Field::Kind::Secret:
+            return Secret(bytes);
+        case Field::Kind::Slots:
+            return Slots(bytes, size_t(Number(record.first(2))));
+        case Field::Kind::Number:
+            break;
+    }
+    return Json::Value(Json::UInt64(Number(bytes)));
+}
+
+}  // namespace
+
+std::string Preview(std::span<const uint8_t> bytes) {
+    std::string text = std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte" : " bytes");
+    for (size_t i = 0; i < std::min(bytes.size(), kPreviewBytes); ++i) {
+        char hex[4];
+        std::snprintf(hex, sizeof hex, " %02x", bytes[i]);
+        text += i ? hex : std::string(":") + hex;
+    }
+    return bytes.size() > kPreviewBytes ? text + " ..." : text;
+}
+
+Json::Value Decode(std::span<const Field> fields, std::span<const uint8_t> bytes) {
+    Json::Value object(Json::objectValue);
+    size_t end = 0;
+    for (const Field& field : fields) {
+        if (field.offset + field.size > bytes.size()) continue;
+        const size_t size = field.size == kRest ? bytes.size() - field.offset : field.size;
+        object[field.name] = Value(field, bytes.subspan(field.offset, size), bytes);
+        end = std::max(end, field.offset + size);
+    }
+    if (bytes.size() > end) object["data"] = Preview(bytes.subspan(end));
+    return object;
+}
+
+}  // namespace mpm

@@ -1,0 +1,282 @@
+#include "firmware/Processor.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "firmware/Answers.h"
+
+namespace mpm {
+
+namespace {
+
+constexpr uint32_t kInvalidParameter = 87;
+constexpr uint32_t kInsufficientBuffer = 122;
+constexpr uint16_t kDashPort = 664;
+constexpr uint16_t kKvmPort = 22;
+constexpr uint32_t kEndsConnections = 45;  // the level from which on command 41 ends a closed connection
+
+template <class Record>
+Record As(std::span<const uint8_t> bytes) {
+    Record record;
+    std::memcpy(&record, bytes.data(), sizeof record);
+    return record;
+}
+
+}  // namespace
+
+Processor::Processor(EventLoop& loop, RequestLog& log, Settings settings)
+    : m_loop(loop),
+      m_log(log),
+      m_settings(std::move(settings)),
+      m_link(loop, {.request = [this](const LinkRequest& request) { OnRequest(request); },
+                    .cancelled =
+                        [this](uint64_t connection, uint32_t id) {
+                            Forget([=](const Pending& pending) {
+                                return pending.request.connection == connection && pending.request.id == id;
+                            });
+                        },
+                    .closed =
+                        [this](uint64_t connection) {
+                            Forget([=](const Pending& pending) {
+                                return pending.request.connection == connection;
+                            });
+                        },
+                    .listening = [this](bool listening) { Listening(listening); },
+                    .complaint = [this](const std::string& why) { Note("fault", why); },
+                    .drained =
+                        [this] {
+                            for (const LinkRequest& request : std::exchange(m_paced, {}))
+                                m_link.Answer(request, 0, {});
+                        }}) {}
+
+Processor::~Processor() {
+    m_observer = nullptr;
+    m_takeDash = nullptr;
+}
+
+void Processor::Listen(const std::string& address) {
+    m_address = m_link.Listen(address);
+}
+
+void Processor::Vanish() {
+    m_link.Close();
+    m_dash.reset();
+    m_kvm.reset();
+    m_paced.clear();
+    m_hostUp = false;
+    Note("vanished");
+}
+
+void Processor::ComeBack() {
+    Listen(m_address);
+    Note("back", m_address);
+}
+
+void Processor::Adopt(Settings settings) {
+    m_settings = std::move(settings);
+    // A connection that is open meets its new peer with its next packet.
+    m_dash.reset();
+    m_kvm.reset();
+}
+
+void Processor::OnRequest(const LinkRequest& request) {
+    const Operation* operation = FindOperation(request.code, request.input.size());
+    if (!operation) {
+        const Operation* known = FirstOperation(request.code);
+        Record(request, known ? known->name : CodeText(request.code).c_str(),
+               known ? "wrong size of " + std::to_string(request.input.size()) + " bytes" : "unknown code");
+        m_link.Answer(request, kInvalidParameter, {});
+        return;
+    }
+    if (request.room < operation->output) {
+        Record(request, operation->name, "room for only " + std::to_string(request.room) + " bytes");
+        m_link.Answer(request, kInsufficientBuffer, {});
+        return;
+    }
+    Record(request, operation->name, {});
+    const Fault fault = m_faults.Take(operation->name);
+    if (fault.held || fault.delay.count() > 0)
+        Postpone(request, *operation, fault);
+    else
+        Complete(request, *operation, fault);
+}
+
+void Processor::Record(const LinkRequest& request, const char* name, const std::string& fault) {
+    const auto now = std::chrono::system_clock::now();
+    if (m_observer) m_observer({Event::Kind::Request, name, request.code, request.input, fault, now});
+    mpm::Request kept{name, request.code, {}, now, fault};
+    if (m_settings.KeepRequests) kept.data.assign(request.input.begin(), request.input.end());
+    m_log.Add(std::move(kept), m_settings.KeepRequests);
+}
+
+void Processor::Postpone(const LinkRequest& request, const Operation& operation, const Fault& fault) {
+    Pending& pending = m_pending.emplace_back(
+        Pending{request, {request.input.begin(), request.input.end()}, &operation, fault, 0});
+    pending.request.input = pending.input;
+    if (fault.held) return Note("held", operation.name);
+    pending.timer = m_loop.After(fault.delay, [this, at = std::prev(m_pending.end())] {
+        const Pending due = std::move(*at);
+        m_pending.erase(at);
+        Complete(due.request, *due.operation, due.fault);
+    });
+    Note("delayed", std::string(operation.name) + " by " + std::to_string(fault.delay.count()) + " ms");
+}
+
+void Processor::Release(const std::vector<std::string>& names) {
+    std::list<Pending> released;
+    for (auto next = m_pending.begin(); next != m_pending.end();) {
+        const auto at = next++;
+        if (at->timer == 0 && std::count(names.begin(), names.end(), at->operation->name))
+            released.splice(released.end(), m_pending, at);
+    }
+    for (const Pending& pending : released) {
+        Note("released", pending.operation->name);
+        Complete(pending.request, *pending.operation, pending.fault);
+    }
+}
+
+void Processor::ReleaseAll() {
+    std::vector<std::string> names;
+    for (const Operation& operation : Operations())
+        names.push_back(operation.name);
+    Release(names);
+}
+
+void Processor::Forget(const std::function<bool(const Pending&)>& which) {
+    m_pending.remove_if([&](const Pending& pending) {
+        if (!which(pending)) return false;
+        if (pending.timer) m_loop.Cancel(pending.timer);
+        Note("cancelled", pending.operation->name);
+        return true;
+    });
+}
+
+void Processor::Complete(const LinkRequest& request, const Operation& operation, const Fault& fault) {
+    if (fault.error) {
+        Note("refused", std::string(operation.name) + " with " + std::to_string(*fault.error));
+        m_link.Answer(request, *fault.error, {});
+        return;
+    }
+    if (request.code == MailboxCode::WriteDASHPacket) return TakeStream(request, MPM_ZEL_CMD_DASH_DATA);
+    if (request.code == MailboxCode::WriteKVMPacket) return TakeStream(request, MPM_ZEL_CMD_KVM_DATA);
+    std::vector<uint8_t> output = AnswerTo(operation.code, m_settings, m_hostUp);
+    if (fault.answerSize) output.resize(std::min<size_t>(*fault.answerSize, mpmlink::kMaxPayload));
+    // What follows from a record is seen by the host only after its request has been answered.
+    m_link.Answer(request, 0, output);
+    Learn(operation, request.input);
+}
+
+void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
+    const bool isDash = command == MPM_ZEL_CMD_DASH_DATA;
+    const Peer kind = isDash ? m_settings.Dash : m_settings.Kvm;
+    if (kind == Peer::Echo) {
+        SendStream(command, request.input);
+        // A host that sends but does not read is held back, as its own client would be.
+        if (m_link.UnreadBytes() > LinkServer::kComfortable)
+            m_paced.push_back(request);
+        else
+            m_link.Answer(request, 0, {});
+        return;
+    }
+    m_link.Answer(request, 0, {});
+    if (kind == Peer::None) {
+        const auto take = m_takeDash;
+        if (isDash && take) take(request.input);
+        return;
+    }
+}
+
+void Processor::Learn(const Operation& operation, std::span<const uint8_t> input) {
+    if (operation.fields.empty()) return;
+    // Of an encoded frame the head is enough.
+    m_host[operation.name].assign(input.begin(),
+                                  input.begin() + ptrdiff_t(std::min(input.size(), operation.minInput)));
+    switch (operation.code) {
+        case MailboxCode::WriteZELStatus:
+            m_hostUp = As<ZELStatusRecord>(input).state != 2;
+            break;
+        case MailboxCode::WriteIPCompleteInformation:
+            HearOfConnection(As<IPCompleteInfo>(input));
+            break;
+        case MailboxCode::WriteCloseSocketcmd:
+            HearOfClose(As<CloseSocketRecord>(input).port);
+            break;
+        default:
+            break;
+    }
+}
+
+void Processor::HearOfConnection(const IPCompleteInfo& info) {
+    if (info.PeerMarker != 0xFFFF || info.PeerPort == 0) return;
+    if (info.Port == kDashPort) m_dash.reset();
+    if (info.Port == kKvmPort) m_kvm.reset();
+}
+
+void Processor::HearOfClose(uint16_t port) {
+    if (port == kKvmPort) m_kvm.reset();
+    if (port != kDashPort) return;
+    m_dash.reset();
+    if (m_settings.uVORKVersion >= kEndsConnections && m_settings.EndsClosedSessions)
+        Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, {}, 0);
+}
+
+Json::Value Processor::Host() const {
+    Json::Value host(Json::objectValue);
+    host["up"] = m_hostUp;
+    host["listening"] = HostListening();
+    for (const auto& [name, record] : m_host)
+        host[name] = Decode(FindOperation(name)->fields, record);
+    return host;
+}
+
+void Processor::Send(uint8_t command, std::span<const uint8_t> payload, uint8_t trailer) {
+    const uint8_t tail[kMailboxTrailerSize] = {command, trailer};
+    if (m_observer)
+        m_observer({Event::Kind::Message,
+                    CommandName(command),
+                    command,
+                    payload,
+                    {},
+                    std::chrono::system_clock::now()});
+    m_link.Send(payload, tail);
+}
+
+void Processor::SendRaw(std::span<const uint8_t> message) {
+    if (m_observer)
+        m_observer({Event::Kind::Message, "raw", 0, message, {}, std::chrono::system_clock::now()});
+    m_link.Send(message, {});
+}
+
+void Processor::SendStream(uint8_t command, std::span<const uint8_t> payload) {
+    do {
+        const size_t size = std::min(payload.size(), kMaxMessagePayload);
+        Send(command, payload.first(size), 0);
+        payload = payload.subspan(size);
+    } while (!payload.empty());
+}
+
+void Processor::Listening(bool listening) {
+    {
+        std::lock_guard lock(m_listeningMutex);
+        m_listening = listening;
+    }
+    m_listeningChanged.notify_all();
+    if (!listening) m_paced.clear();
+    Note(listening ? "listening" : "gone");
+}
+
+bool Processor::HostListening() const {
+    std::lock_guard lock(m_listeningMutex);
+    return m_listening;
+}
+
+bool Processor::AwaitHostListening(std::chrono::milliseconds patience) const {
+    std::unique_lock lock(m_listeningMutex);
+    return m_listeningChanged.wait_for(lock, patience, [this] { return m_listening; });
+}
+
+void Processor::Note(const std::string& what, const std::string& text) {
+    if (m_observer) m_observer({Event::Kind::Note, what, 0, {}, text, std::chrono::system_clock::now()});
+}
+
+}  // namespace mpm
