@@ -1,0 +1,13 @@
+// The C library's own, and the calls that only the Windows one has. Texts are not translated: lines end in
+// LF.
+#pragma once
+
+#include_next <stdio.h>
+
+// Share flag _SH_DENYNO alone: any other is refused with EINVAL, as nothing here could enforce it.
+FILE* _fsopen(const char* path, const char* mode, int shareFlag);
+int _fseeki64(FILE* stream, long long offset, int origin);
+long long _ftelli64(FILE* stream);
+// "ver" is answered by the PC, any other command goes to the system's shell.
+FILE* _popen(const char* command, const char* mode);
+int _pclose(FILE* stream);

@@ -1,0 +1,100 @@
+// Kernel objects, waits, device and file requests, the process, the time.
+//
+// Each function that can fail answers as on Windows: its failure value, and the reason by GetLastError.
+#pragma once
+
+#include <minwinbase.h>
+#include <winerror.h>
+
+#define INVALID_HANDLE_VALUE ((HANDLE)(LONG_PTR)-1)
+#define INFINITE 0xffffffff
+#define WAIT_OBJECT_0 ((STATUS_WAIT_0) + 0)
+#define WAIT_ABANDONED ((STATUS_ABANDONED_WAIT_0) + 0)
+#define WAIT_FAILED ((DWORD)0xffffffff)
+
+DWORD GetLastError();
+void SetLastError(DWORD error);
+
+// Any object of the table that CloseHandle is for. Pseudo handles (-1, -2) are left alone, successfully.
+BOOL CloseHandle(HANDLE object);
+
+// Unnamed objects only: a name fails with ERROR_NOT_SUPPORTED. Security attributes mean nothing here.
+HANDLE CreateEventA(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState, LPCSTR name);
+BOOL SetEvent(HANDLE event);
+BOOL ResetEvent(HANDLE event);
+HANDLE CreateMutexA(LPSECURITY_ATTRIBUTES attributes, BOOL initialOwner, LPCSTR name);
+BOOL ReleaseMutex(HANDLE mutex);
+
+// Milliseconds of the PC's clock.
+DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
+void Sleep(DWORD milliseconds);
+
+// ---- requests to devices ----
+
+#define CREATE_NEW 1
+#define CREATE_ALWAYS 2
+#define OPEN_EXISTING 3
+#define OPEN_ALWAYS 4
+#define TRUNCATE_EXISTING 5
+#define FILE_FLAG_OVERLAPPED 0x40000000
+
+#define HasOverlappedIoCompleted(lpOverlapped) (((DWORD)(lpOverlapped)->Internal) != STATUS_PENDING)
+
+// Opens devices: OPEN_EXISTING with FILE_FLAG_OVERLAPPED, else ERROR_NOT_SUPPORTED. A path that no device
+// answers to gives ERROR_FILE_NOT_FOUND.
+HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD shareMode, LPSECURITY_ATTRIBUTES attributes,
+                   DWORD disposition, DWORD flags, HANDLE templateFile);
+// Both need an OVERLAPPED (else ERROR_INVALID_PARAMETER), as every handle here is an overlapped one.
+BOOL DeviceIoControl(HANDLE device, DWORD controlCode, LPVOID input, DWORD inputSize, LPVOID output,
+                     DWORD outputSize, LPDWORD bytesReturned, LPOVERLAPPED overlapped);
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD bytesRead, LPOVERLAPPED overlapped);
+BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytesMoved, BOOL wait);
+BOOL CancelIoEx(HANDLE file, LPOVERLAPPED overlapped);
+
+// A new port for `file`; existingPort has to be null, and the number of threads means nothing here.
+HANDLE CreateIoCompletionPort(HANDLE file, HANDLE existingPort, ULONG_PTR key, DWORD concurrentThreads);
+BOOL GetQueuedCompletionStatus(HANDLE port, LPDWORD bytesMoved, ULONG_PTR* key, LPOVERLAPPED* overlapped,
+                               DWORD milliseconds);
+
+// ---- files ----
+
+BOOL DeleteFileA(LPCSTR path);
+// Never replaces: an existing target gives ERROR_ALREADY_EXISTS.
+BOOL MoveFileA(LPCSTR from, LPCSTR to);
+
+// ---- the process ----
+
+HANDLE GetCurrentProcess();
+DWORD GetCurrentProcessId();
+DWORD GetCurrentThreadId();
+// Ends the process at once: no destructors, no exit handlers.
+[[noreturn]] void ExitProcess(UINT code);
+// There are no handles of threads: fails with ERROR_INVALID_HANDLE, and for the calling thread's pseudo
+// handle with ERROR_NOT_SUPPORTED.
+BOOL TerminateThread(HANDLE thread, DWORD exitCode);
+BOOL GetUserNameA(LPSTR buffer, LPDWORD size);
+// Of the executable alone: the module has to be null.
+DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size);
+void OutputDebugStringA(LPCSTR text);
+
+// ---- the time ----
+
+#define TIME_ZONE_ID_UNKNOWN 0
+#define TIME_ZONE_ID_STANDARD 1
+#define TIME_ZONE_ID_DAYLIGHT 2
+#define TIME_ZONE_ID_INVALID ((DWORD)0xffffffff)
+
+typedef struct _TIME_ZONE_INFORMATION {
+    LONG Bias;
+    WCHAR StandardName[32];
+    SYSTEMTIME StandardDate;
+    LONG StandardBias;
+    WCHAR DaylightName[32];
+    SYSTEMTIME DaylightDate;
+    LONG DaylightBias;
+} TIME_ZONE_INFORMATION, *PTIME_ZONE_INFORMATION, *LPTIME_ZONE_INFORMATION;
+
+void GetLocalTime(LPSYSTEMTIME time);
+void GetSystemTimeAsFileTime(LPFILETIME time);
+// The PC has one bias the year round: the answer is TIME_ZONE_ID_UNKNOWN.
+DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);
