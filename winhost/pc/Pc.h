@@ -75,6 +75,8 @@ class Pc {
     PcDescription Description() const;
     // Changes it under the PC's lock, from a test or the control socket.
     void Change(const std::function<void(PcDescription&)>& change);
+    // Grows with every Reset and Change, so that a call that is made often can keep what it took from the description.
+    uint64_t Revision() const { return m_revision.load(std::memory_order_acquire); }
 
     // <root>/C:/x for C:\x; any other path only gets its separators turned.
     std::string HostPath(const std::string& windowsPath) const;
@@ -91,6 +93,7 @@ class Pc {
     Pc();
     mutable std::mutex m_mutex;
     PcDescription m_description;
+    std::atomic<uint64_t> m_revision{1};
     std::vector<ServiceReport> m_serviceReports;
     std::vector<EventLogEntry> m_eventLog;
     std::vector<std::string> m_debugTexts;
