@@ -98,3 +98,11 @@ void GetLocalTime(LPSYSTEMTIME time);
 void GetSystemTimeAsFileTime(LPFILETIME time);
 // The PC has one bias the year round: the answer is TIME_ZONE_ID_UNKNOWN.
 DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);
+
+// ---- the event log ----
+
+// An empty source is legal; a server other than this PC gives RPC_S_SERVER_UNAVAILABLE.
+HANDLE RegisterEventSourceA(LPCSTR server, LPCSTR source);
+BOOL ReportEventA(HANDLE log, WORD type, WORD category, DWORD eventId, PSID user, WORD stringCount, DWORD dataSize,
+                  LPCSTR* strings, LPVOID data);
+BOOL DeregisterEventSource(HANDLE log);

@@ -1,0 +1,6 @@
+// The TCP/IP part of Winsock.
+#pragma once
+
+#include <winsock2.h>
+
+#define INET_ADDRSTRLEN 22
