@@ -16,12 +16,20 @@
 #include <cstdlib>
 #include <memory>
 #include <mutex>
-#include <span>
 #include <string>
 
 #include "mailbox/MailboxCodes.h"
 #include "mailbox/MailboxRecords.h"
 #include "service/Handles.h"
+
+struct CapabilityConfigRecord;
+struct CsrResponse;
+struct DisplayConfigRecord;
+struct EncodedFrameChunk;
+struct OsInfo;
+struct PwdUpdateStatus;
+struct UserConsentAnswer;
+struct WiFiSyncInfo;
 
 // What a console sent, on its way to the firmware; stays in memory, only the payload travels.
 struct DashPacket {
@@ -56,6 +64,7 @@ class MailBoxDriverInterface {
     HANDLE GetNewHandleToMPMDevice();
     // Ends pending requests with 995 and closes the device. Requests that come later get 6.
     void CloseMPMDevice();
+    bool IsOpen() const { return m_hDevice != INVALID_HANDLE_VALUE; }
     // Ends pending requests with 995; the device stays open.
     void CancelRequests();
 
@@ -68,7 +77,7 @@ class MailBoxDriverInterface {
     uint32_t WriteDASHPacket(DashPacket* pDashPacket);
     uint32_t WriteZELStatus(uint32_t state);
     uint32_t WriteNetworkStatusInfo(const NetworkStatusInfo* info);
-    uint32_t WriteOsInfo(std::span<const uint8_t, 804> info);
+    uint32_t WriteOsInfo(const OsInfo* info);
     uint32_t WriteIPCompleteInformation(const IPCompleteInfo* info);
     uint32_t WriteCloseSocketcmd(uint16_t port);
     // Firmware below version 20; the driver tells it from WriteMultiNwInfo by its size alone.
@@ -76,17 +85,18 @@ class MailBoxDriverInterface {
     uint32_t WriteMultiNwInfo(const MultiNwInfo* info);
     uint32_t WriteKVMPacket(const KvmPacket* pKvmPacket);
     uint32_t WriteShutdownLaptop();
-    uint32_t WriteUserConsent(std::span<const uint8_t, 12> consent);
-    uint32_t WriteWiFiSyncInfo(std::span<const uint8_t, 132> info);
+    uint32_t WriteUserConsent(const UserConsentAnswer* answer);
+    uint32_t WriteWiFiSyncInfo(const WiFiSyncInfo* info);
     uint32_t WriteADInfo(const ADInfo* info);
     uint32_t WriteWinRetCode(uint32_t first, uint32_t second);
-    uint32_t WriteEncodedBuffer(std::span<const uint8_t> chunk);
+    // An EncodedFrameChunk and the bytes behind it; sendSize counts both.
+    uint32_t WriteEncodedBuffer(const void* pSendBuffer, uint32_t sendSize);
     // Shares the code of WriteEncodedBuffer; stays available without a caller.
-    uint32_t SendEncodedDrvFrameBuffer(std::span<const uint8_t, 12> record);
-    uint32_t WriteCapabilityConfig(std::span<const uint8_t, 4> config);
-    uint32_t WriteDisplayConfig(std::span<const uint8_t, 8> config);
-    uint32_t WriteCSRResponse(std::span<const uint8_t, 8200> response);
-    uint32_t WritePwdUpdateStatus(std::span<const uint8_t, 4> status);
+    uint32_t SendEncodedDrvFrameBuffer(const EncodedFrameChunk* chunk);
+    uint32_t WriteCapabilityConfig(const CapabilityConfigRecord* config);
+    uint32_t WriteDisplayConfig(const DisplayConfigRecord* config);
+    uint32_t WriteCSRResponse(const CsrResponse* response);
+    uint32_t WritePwdUpdateStatus(const PwdUpdateStatus* status);
 
     // --- queries; the record is left as it was when the query fails ---
 
@@ -102,16 +112,19 @@ class MailBoxDriverInterface {
     std::atomic<uint8_t> m_bServiceUp{0};
 
   private:
+    struct FreeBlock {
+        void operator()(void* block) const { std::free(block); }
+    };
+
     uint32_t FindDeviceInterface();
     uint32_t ReadInterfaceDetail(HDEVINFO list, SP_DEVICE_INTERFACE_DATA& device);
-    HANDLE OpenHandle();
+    HANDLE OpenHandle() const;
     uint32_t Write(const char* name, uint32_t code, const void* record, uint32_t size);
     uint32_t Query(const char* name, uint32_t code, void* record, uint32_t size);
 
-    // Guards the detail data: the device may be looked for while the service stops.
+    // Guards the detail data: the device may still be looked for while the service stops.
     std::mutex m_deviceMutex;
     // Kept after the open and after the close: the second handle needs the path again.
-    std::unique_ptr<SP_DEVICE_INTERFACE_DETAIL_DATA_A, void (*)(void*)> m_pDeviceInterfaceDetailData{
-        nullptr, &std::free};
+    std::unique_ptr<SP_DEVICE_INTERFACE_DETAIL_DATA_A, FreeBlock> m_pDeviceInterfaceDetailData;
     std::atomic<HANDLE> m_hDevice{INVALID_HANDLE_VALUE};
 };

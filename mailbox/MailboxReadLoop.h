@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 #include "service/Handles.h"
@@ -15,28 +16,36 @@ class ZELService;
 
 class MailboxReadLoop {
   public:
-    // Body of the read thread: returns when a read fails or the service stops, with the handle closed. Runs
+    // Body of the read thread: returns when a read fails or the service stops, with its handle closed. Runs
     // once.
     void Run(ZELService* service);
 
-    // Any thread. Fails the pending reads, which ends Run, and those that it may yet start.
+    // Any thread. Fails the reads that are pending and those that Run may yet start; Run then returns.
     void Cancel();
 
   private:
-    class Reads;
-    bool Dispatch(ZELService* service, Reads& reads, HANDLE port, bool& lost);
-    void Serve(ZELService* service, Reads& reads, HANDLE port);
-    void Close(Reads& reads, UniqueHandle& port);
+    struct Slots;
+
+    bool StartReads();
+    void Serve(ZELService* service);
+    bool ServeOne(ZELService* service);
+    bool StartRead(size_t slot);
+    void DrainReads();
 
     // Guards the handle against being closed while Cancel uses it.
     std::mutex m_handleMutex;
     UniqueFileHandle m_handle;
     std::atomic<bool> m_bCancelled{false};
+
+    UniqueHandle m_port;
+    std::shared_ptr<Slots> m_slots;
+    size_t m_pendingReads = 0;
 };
 
 // Thread body of m_pMBDriverReadThreadObj.
 void ReadFromMailBoxDriverThread(ZELService* service);
 
-// Read thread. Dispatches one message of bytesRead bytes: payload, command number, one more byte. Blocks the
-// loop for as long as the command's handler takes; the buffer is the handler's until it returns.
+// Read thread. Dispatches one message of bytesRead bytes: payload, command number, one byte that is not
+// looked at. Blocks the loop for as long as the command's handler takes; the buffer is the handler's until it
+// returns.
 void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer);

@@ -95,6 +95,20 @@ class ZELService {
     std::string GetDisplayMgrLogPath();
     std::string GetTerminateFilePath();
 
+    // Every thread of the service is started here, but for the workers of the pools.
+    DetachedThreads m_detachedThreads;
+    MailboxReadLoop m_mailboxReadLoop;
+
+  private:
+    // Ahead of the shared members, so that it outlives them.
+    UniqueHandle m_hStopEvent;        // manual-reset; set together with m_bServiceStopping
+    std::mutex m_serviceStatusMutex;  // an interrogation may come while the start still reports
+    std::mutex m_threadObjectsMutex;  // guards the two owning thread pointers
+    std::mutex m_pathCacheMutex;
+    mutable std::mutex m_manageabilityMutex;
+    ManageabilityStatus m_ManageabilityStatus{};
+
+  public:
     // --- members; flags are atomics because threads meet at them without a lock ---
 
     std::string m_ServiceName;  // empty: the name under which the service is installed is the installer's
@@ -121,26 +135,18 @@ class ZELService {
     uint16_t dashPort = 664;
     std::atomic<uint32_t> m_bootMode{0};  // 0 regular, 1 safe boot, 2 safe boot with networking
 
-    // Every thread without an owner is started here.
-    DetachedThreads m_detachedThreads;
-    MailboxReadLoop m_mailboxReadLoop;
-
   private:
-    int RunWithArguments(int argc, char** argv);
-    void RegisterGuarded();
+    void RunWithArguments(int argc, char** argv);
+    void RunServiceMain();
+    DWORD CurrentServiceState();
     void HandlePowerEvent(DWORD eventType);
-    void Stop(bool shutdown);
-    uint32_t OpenDeviceWithRetries();
-    std::string CachedPath(const std::string& key);
-    bool GetInstallationPath(std::string& path, const char* valueName);
-    void StartThread(std::unique_ptr<std::thread>& owner, void (*body)(ZELService*));
-
-    std::mutex m_serviceStatusMutex;  // an interrogation may come while the start still reports
-    std::mutex m_threadObjectsMutex;  // guards the two owning thread pointers
-    std::mutex m_pathCacheMutex;
-    mutable std::mutex m_manageabilityMutex;
-    ManageabilityStatus m_ManageabilityStatus{};
-    UniqueHandle m_hStopEvent;  // manual-reset; set together with m_bServiceStopping
+    void StopService(bool shutdown);
+    void StopDASHAndReadThread();
+    void SignalStop();
+    void JoinThreads();
+    uint32_t CheckInstallationPath();
+    bool OpenDeviceWithRetries();
+    std::string CachedPath(const std::string& key, const std::string& root);
 };
 
 extern ZELService* g_pZELService;

@@ -1,0 +1,107 @@
+// What the firmware asks for: one message, one command, one handler.
+#include "mailbox/MailboxCodes.h"
+#include "mailbox/MailboxReadLoop.h"
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr const char* kName = "ProcessRead";
+
+void HandleS0i3Resume(ZELService* service) {
+    LogInfo("MPM_ZEL_CMD_S0i3_RESUME send data to MPM upon resume from S0i3");
+    service->WakeAndUpdateMPM(true);
+}
+
+void HandleWebuiCloseSocket(ZELService* service) {
+    LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET asks for DASH socket close as webUI is served");
+    service->m_dashClientInterface.CloseSocketInZEL();
+    LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+}
+
+void HandleConsentRequest() {
+    LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT asks for User consent entry");
+    LogInfo("Setting Check for user consent");
+    LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT exit");
+}
+
+}  // namespace
+
+void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer) {
+    if (bytesRead < kMailboxTrailerSize) {
+        LogWarn("%s: message of %u byte(s) is too short for a command, ignored", kName, bytesRead);
+        return;
+    }
+    const uint32_t length = bytesRead - kMailboxTrailerSize;
+    const uint8_t command = buffer[length];
+    LogInfo("%s: received command from driver %d, bytes read %d", kName, command, length);
+    switch (command) {
+        case MPM_ZEL_CMD_DASH_DATA:
+            if (length != 0) service->m_dashClientInterface.updateDataToClient(buffer, length);
+            break;
+        case MPM_ZEL_CMD_KVM_DATA:
+            break;
+        case MPM_ZEL_CMD_SOFTWARE_UPGRADE:
+            LogInfo("%s: Software upgrade command received: MPM_ZEL_CMD_SOFTWARE_UPGRADE", kName);
+            break;
+        case MPM_ZEL_CMD_INDICATION_SUBSCRIBE:
+            LogInfo("%s: Indication subscribe command received: MPM_ZEL_CMD_INDICATION_SUBSCRIBE", kName);
+            break;
+        case MPM_ZEL_CMD_INDICATION_EVENT:
+            LogInfo("%s: Indication event command received: MPM_ZEL_CMD_INDICATION_EVENT", kName);
+            break;
+        case MPM_ZEL_CMD_HOST_SLEEP_LIGHT:
+            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_SLEEP_LIGHT", kName);
+            break;
+        case MPM_ZEL_CMD_HOST_CYCLE_SOFT:
+            LogInfo("%s: Reboot Command received: MPM_ZEL_CMD_HOST_CYCLE_SOFT", kName);
+            break;
+        case MPM_ZEL_CMD_HOST_OFF_HARD:
+            LogInfo("%s: Shutdown Command received: MPM_ZEL_CMD_HOST_OFF_HARD", kName);
+            break;
+        case MPM_ZEL_CMD_HOST_HIBERNATE:
+            LogInfo("%s: Hibernate Command received: MPM_ZEL_CMD_HOST_HIBERNATE", kName);
+            break;
+        case MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE:
+            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE", kName);
+            break;
+        case MPM_ZEL_CMD_REBOOT_NONDASH:
+            LogInfo("%s: Reboot Command Nondash received: MPM_ZEL_CMD_REBOOT_NONDASH", kName);
+            break;
+        case MPM_ZEL_CMD_VNC_SOC_CLOSE:
+            LogInfo("MPM_ZEL_CMD_VNC_SOC_CLOSE received");
+            break;
+        case MPM_ZEL_CMD_S0i3_RESUME:
+            HandleS0i3Resume(service);
+            break;
+        case MPM_ZEL_CMD_KVM_ENABLE_STATUS:
+            LogInfo("MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled");
+            break;
+        case MPM_ZEL_CMD_KVM_IP_PORT_INFO:
+            LogInfo("MPM_ZEL_CMD_KVM_IP_PORT_INFO gives IP and Port to trust for KVM");
+            break;
+        case MPM_ZEL_CMD_GET_KVM_CONSENT:
+            HandleConsentRequest();
+            break;
+        case MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET:
+            HandleWebuiCloseSocket(service);
+            break;
+        case MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER:
+            LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid");
+            break;
+        case MPM_ZEL_CMD_GET_DISPAY_CONFIG:
+            LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid");
+            break;
+        case MPM_ZEL_CMD_CSR:
+            LogInfo("MPM_ZEL_CMD_CSR received");
+            break;
+        case MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD:
+            LogInfo("MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD received");
+            break;
+        case MPM_ZEL_SAFEBOOT:
+            LogInfo("MPM_ZEL_SAFEBOOT command received");
+            break;
+        default:
+            LogInfo("%s: Unknown Command received from driver: 0x%x", kName, command);
+    }
+}

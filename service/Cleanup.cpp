@@ -1,0 +1,40 @@
+// The stop, on the thread of the control handler.
+#include <exception>
+
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+bool ZELService::ServiceCleanup() {
+    SignalStop();
+    m_bMPMVersionValid = 0;
+    StopPlatformUpdates();
+    if (m_bootMode == 0) StopDASHAndReadThread();
+    LogInfo("Cleanup Driver Interfaces");
+    try {
+        m_mailBoxDriverInterface.CloseMPMDevice();
+    } catch (const std::exception& exception) {
+        LogError("CloseMPMDevice failed with exception: %s", exception.what());
+    }
+    if (m_bRunAsConsole) SetEvent(m_ConsoleStopEvent.Get());
+    return true;
+}
+
+void ZELService::StopDASHAndReadThread() {
+    LogInfo("Clean up DASH object");
+    m_dashClientInterface.CloseHttpsSocket();
+    m_dashClientInterface.CloseSocketWithMPM();
+    std::unique_lock lock(m_threadObjectsMutex);
+    if (m_pDASHClientThreadObj) {
+        LogInfo("Waiting for DASH Client thread join");
+        m_pDASHClientThreadObj->join();
+        LogInfo("DASH Client thread joined");
+        m_pDASHClientThreadObj.reset();
+    }
+    if (m_pMBDriverReadThreadObj) {
+        LogInfo("Waiting for MB Driver Read thread termination");
+        // It is given the address of the object, which is no handle, and so does nothing: the read thread
+        // ends with the process.
+        TerminateThread(m_pMBDriverReadThreadObj.get(), 0);
+        LogInfo("MB Driver Read thread terminated");
+    }
+}

@@ -1,0 +1,60 @@
+#include "service/DetachedThreads.h"
+
+#include <cstddef>
+#include <mutex>
+#include <thread>
+
+#include "service/Handles.h"
+
+struct DetachedThreads::State {
+    std::mutex mutex;
+    size_t running = 0;
+    bool ending = false;
+    UniqueHandle allGone{CreateEventA(nullptr, TRUE, TRUE, nullptr)};
+
+    bool Enter() {
+        std::lock_guard lock(mutex);
+        if (ending) return false;
+        if (running++ == 0) ResetEvent(allGone.Get());
+        return true;
+    }
+
+    void Leave() {
+        std::lock_guard lock(mutex);
+        if (--running == 0) SetEvent(allGone.Get());
+    }
+};
+
+DetachedThreads::DetachedThreads() : m_state(std::make_shared<State>()) {}
+
+DetachedThreads::~DetachedThreads() {
+    AwaitEnd(kPatience);
+}
+
+bool DetachedThreads::Start(std::function<void()> body) {
+    const std::unique_ptr<std::thread> thread = StartOwned(std::move(body));
+    if (thread) thread->detach();
+    return thread != nullptr;
+}
+
+std::unique_ptr<std::thread> DetachedThreads::StartOwned(std::function<void()> body) {
+    if (!m_state->Enter()) return nullptr;
+    try {
+        return std::make_unique<std::thread>([state = m_state, body = std::move(body)] {
+            body();
+            state->Leave();
+        });
+    } catch (...) {
+        m_state->Leave();
+        throw;
+    }
+}
+
+bool DetachedThreads::AwaitEnd(DWORD milliseconds) {
+    {
+        std::lock_guard lock(m_state->mutex);
+        m_state->ending = true;
+        if (m_state->running == 0) return true;
+    }
+    return WaitForSingleObject(m_state->allGone.Get(), milliseconds) == WAIT_OBJECT_0;
+}

@@ -1,0 +1,92 @@
+// The two stages of the start: what may refuse it, and what waits for the firmware.
+#include "service/Log.h"
+#include "service/Registry.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr uint32_t kWrongPath = 3;
+constexpr DWORD kQuickRetryMilliseconds = 50;
+constexpr DWORD kRetryMilliseconds = 10000;
+constexpr int kQuickRetries = 6;
+constexpr int kTriesPerLogLine = 6;
+constexpr int kCounterWrap = 120;
+
+std::string FolderOfExecutable() {
+    char path[MAX_PATH] = "";
+    GetModuleFileNameA(nullptr, path, sizeof path);
+    path[sizeof path - 1] = '\0';
+    std::string folder = path;
+    const size_t separator = folder.rfind('\\');
+    if (separator == std::string::npos) {
+        LogInfo("Obtained empty working directory");
+    } else {
+        folder.resize(separator);
+    }
+    return folder;
+}
+
+}  // namespace
+
+uint32_t ZELService::DoInitialization() {
+    LogInfo("Enter ZEL Initialization Block");
+    return CheckInstallationPath();
+}
+
+// The service runs from the folder "bin" of its installation and from nowhere else, to the letter.
+uint32_t ZELService::CheckInstallationPath() {
+    constexpr const char* kValueName = "InstallationPath";
+    std::string installed;
+    if (!GetInstallationPath(installed, kValueName) || installed.empty()) {
+        LogInfo("Encountered error reading installation path from registry: = %s", kValueName);
+        return kWrongPath;
+    }
+    const std::string current = FolderOfExecutable();
+    installed += "bin";
+    LogInfo("(INST: %s), (CWD: %s)", installed, current);
+    if (installed != current) {
+        LogError("Installed path doesn't match CWD path.");
+        return kWrongPath;
+    }
+    LogInfo("Both installed path and CWD paths match.");
+    return ERROR_SUCCESS;
+}
+
+uint32_t ZELService::DoDriverInitialization() {
+    if (!OpenDeviceWithRetries()) return ERROR_SUCCESS;
+    {
+        std::lock_guard lock(m_threadObjectsMutex);
+        m_pMBDriverReadThreadObj =
+            m_detachedThreads.StartOwned([this] { ReadFromMailBoxDriverThread(this); });
+    }
+    WakeAndUpdateMPMAndWait(true);
+    if (m_bootMode == 0) {
+        std::lock_guard lock(m_threadObjectsMutex);
+        m_pDASHClientThreadObj =
+            m_detachedThreads.StartOwned([this] { m_dashClientInterface.HandleDASHClientThread(); });
+    }
+    LogDebug("Exit %s", "DoDriverInitialization");
+    return ERROR_SUCCESS;
+}
+
+// Quick at first, for a driver that is just loading, then one try in ten seconds for as long as it takes.
+// False when the service stops.
+bool ZELService::OpenDeviceWithRetries() {
+    int count = 0;
+    while (!m_bServiceStopping) {
+        const uint32_t error = m_mailBoxDriverInterface.OpenMPMDevice();
+        if (error == ERROR_SUCCESS) return !m_bServiceStopping;
+        if (count % kTriesPerLogLine == 0)
+            LogError("ZELService::%s: OpenMPMDevice() call failed with error: %d", "DoDriverInitialization",
+                     error);
+        ++count;
+        if (count < kQuickRetries) {
+            SleepUnlessStopping(kQuickRetryMilliseconds);
+        } else if (count >= kCounterWrap) {
+            count = kQuickRetries;  // only keeps the counter small
+        } else {
+            SleepUnlessStopping(kRetryMilliseconds);
+        }
+    }
+    return false;
+}

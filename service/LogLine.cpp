@@ -1,0 +1,90 @@
+#include "service/LogLine.h"
+
+#include <winsock2.h>
+#include <windows.h>
+#include <psapi.h>
+
+#include <algorithm>
+#include <cwchar>
+#include <iterator>
+
+namespace {
+
+constexpr std::string_view kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+constexpr std::string_view kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+size_t PrivateMebibytes() {
+    PROCESS_MEMORY_COUNTERS_EX counters{};
+    const HANDLE process = GetCurrentProcess();
+    K32GetProcessMemoryInfo(process, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters);
+    CloseHandle(process);  // a pseudo handle: closing it has no effect
+    return counters.PrivateUsage >> 20;
+}
+
+// "Fri  Nov 13 17:23:26.512 2026 W. Europe Standard Time"; English whatever the locale, the standard name
+// also in daylight saving time.
+void AppendTimeStamp(FixedText<512>& text) {
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    TIME_ZONE_INFORMATION zone{};
+    GetTimeZoneInformation(&zone);
+    char zoneName[128] = "";
+    WideCharToMultiByte(CP_THREAD_ACP, 0, zone.StandardName, -1, zoneName, sizeof zoneName - 1, nullptr,
+                        nullptr);
+
+    FixedText<256> stamp;
+    stamp.Append(kDays[now.wDayOfWeek % std::size(kDays)]);
+    stamp.Append("  ");
+    stamp.Append(kMonths[(now.wMonth + 11u) % std::size(kMonths)]);
+    stamp.Append(" ");
+    stamp.AppendNumber(now.wDay, 10, 2);
+    stamp.Append(" ");
+    stamp.AppendNumber(now.wHour, 10, 2);
+    stamp.Append(":");
+    stamp.AppendNumber(now.wMinute, 10, 2);
+    stamp.Append(":");
+    stamp.AppendNumber(now.wSecond, 10, 2);
+    stamp.Append(".");
+    stamp.AppendNumber(now.wMilliseconds);  // without leading zeros
+    stamp.Append(" ");
+    stamp.AppendNumber(now.wYear);
+    stamp.Append(" ");
+    stamp.Append(zoneName);
+    text.Append(stamp.View());
+}
+
+void AppendWithoutLineBreaks(FixedText<1025>& line, std::string_view message, size_t room) {
+    while (!message.empty() && room > 0) {
+        const std::string_view piece = message.substr(0, message.find_first_of("\r\n"));
+        const size_t count = std::min(piece.size(), room);
+        line.Append(piece.substr(0, count));
+        room -= count;
+        message.remove_prefix(std::min(piece.size() + 1, message.size()));
+    }
+}
+
+}  // namespace
+
+void AssembleLogLine(FixedText<1025>& line, const char* tag, const char* message, std::string_view level) {
+    const DWORD thread = GetCurrentThreadId();
+    FixedText<512> suffix;
+    suffix.Append(" $$<");
+    suffix.Append(tag);
+    suffix.Append("> <");
+    AppendTimeStamp(suffix);
+    suffix.Append("> <thread = ");
+    suffix.AppendNumber(thread);
+    suffix.Append(" (0x");
+    suffix.AppendNumber(thread, 16);
+    suffix.Append(")>\n");
+
+    line.Append("[");
+    line.AppendNumber(GetCurrentProcessId());
+    line.Append("]-[ ");
+    line.AppendNumber(PrivateMebibytes());
+    line.Append(" M ] ");
+    line.Append(level);
+    AppendWithoutLineBreaks(line, message, line.Room() - suffix.Size());
+    line.Append(suffix.View());
+}

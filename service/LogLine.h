@@ -1,0 +1,42 @@
+// The make-up of one line of the log.
+#pragma once
+
+#include <array>
+#include <charconv>
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+// A line that grows in a fixed buffer. What does not fit is cut; the text is always terminated.
+template <size_t Capacity>
+class FixedText {
+  public:
+    void Append(std::string_view text) {
+        const size_t count = text.size() < Room() ? text.size() : Room();
+        std::memcpy(m_text.data() + m_length, text.data(), count);
+        m_text[m_length += count] = '\0';
+    }
+
+    template <std::unsigned_integral Number>
+    void AppendNumber(Number number, int base = 10, size_t minDigits = 1) {
+        char digits[20];
+        const char* end = std::to_chars(digits, digits + sizeof digits, number, base).ptr;
+        for (size_t have = end - digits; have < minDigits; ++have)
+            Append("0");
+        Append({digits, static_cast<size_t>(end - digits)});
+    }
+
+    size_t Room() const { return Capacity - 1 - m_length; }
+    size_t Size() const { return m_length; }
+    const char* Text() const { return m_text.data(); }
+    std::string_view View() const { return {m_text.data(), m_length}; }
+
+  private:
+    std::array<char, Capacity> m_text{};
+    size_t m_length = 0;
+};
+
+// Reads the facts of the moment and puts the whole line together, at most 1024 bytes, its line break
+// included. The message loses its line breaks and, when it is too long, its end: the suffix is never cut.
+void AssembleLogLine(FixedText<1025>& line, const char* tag, const char* message, std::string_view level);

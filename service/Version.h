@@ -1,0 +1,3 @@
+#pragma once
+
+inline constexpr const char* kServiceVersion = "5.1.0.1481";

@@ -1,0 +1,79 @@
+// The one way back to the firmware: after the start, a resume, and ahead of each new connection.
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr uint8_t kMpmNoAnswer = 0;
+constexpr uint8_t kMpmDown = 2;
+constexpr uint32_t kSafeBoot = 1;
+constexpr uint32_t kSafeBootWithNetworking = 2;
+constexpr int kWaitRounds = 30;
+constexpr DWORD kWaitRoundMilliseconds = 100;
+
+bool IsUpdateDue(uint8_t status) {
+    if (status == kMpmNoAnswer) {
+        LogError("%s: MPM Status return failed, closing the connection and do complete cleanup",
+                 "WakeAndUpdateMPM");
+        return false;
+    }
+    if (status == kMpmDown) {
+        LogInfo("MPM is down pass nonDASH commands");
+        return true;
+    }
+    LogInfo("Skipping platform updates to MPM");
+    return false;
+}
+
+}  // namespace
+
+void ZELService::WakeAndUpdateMPM(bool force) {
+    uint8_t idle = 0;
+    if (!m_bWakeUpdateInProgress.compare_exchange_strong(idle, 1)) return;
+    uint8_t status = kMpmNoAnswer;
+    m_mailBoxDriverInterface.GetMPMStatus(&status);
+    // A resume always updates.
+    if (!force && !IsUpdateDue(status)) m_bWakeUpdateInProgress = 0;
+
+    // Safe boot reports its state in any case, and nothing else.
+    const uint32_t bootMode = m_bootMode;
+    if (bootMode == kSafeBoot || bootMode == kSafeBootWithNetworking) {
+        m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
+        UpdateManageabilityStatus();
+        SetZELServiceState(bootMode == kSafeBoot ? 3 : 4);
+        m_bWakeUpdateInProgress = 0;
+    }
+    if (!m_bWakeUpdateInProgress) return;
+    const auto update = [this] {
+        UpdatePlatformInfoToMPM();
+        m_bWakeUpdateInProgress.exchange(0);
+    };
+    // The farewell stays the last word of a service that stops.
+    if (m_bServiceStopping || !m_detachedThreads.Start(update)) m_bWakeUpdateInProgress = 0;
+}
+
+void ZELService::WakeAndUpdateMPMAndWait(bool force) {
+    WakeAndUpdateMPM(force);
+    for (int round = 0; m_bWakeUpdateInProgress && round < kWaitRounds; ++round)
+        if (!SleepUnlessStopping(kWaitRoundMilliseconds)) break;
+    // Also when the update still runs: the next wake may then start a second one beside it.
+    m_bWakeUpdateInProgress.exchange(0);
+}
+
+void ZELService::SetZELServiceState(uint32_t state) {
+    LogInfo("Write ZEL Service status to MPM");
+    m_mailBoxDriverInterface.WriteZELStatus(state);
+    switch (state) {
+        case 1:
+            LogInfo("ZEL Service UP");
+            break;
+        case 2:
+            LogInfo("ZEL Service DOWN");
+            break;
+        case 3:
+            LogInfo("ZEL Service Safeboot UP");
+            break;
+        default:
+            LogInfo("ZEL Service State change asked: %d", state);
+    }
+}

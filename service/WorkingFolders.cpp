@@ -1,0 +1,53 @@
+// Where the service keeps its files: all hang on the PROGRAMDATA variable.
+#include <cstdlib>
+
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr const char* kProgramData = "PROGRAMDATA";
+constexpr const char* kMakerFolder = "\\Tarvix";
+constexpr const char* kWorkingFolder = "\\Tarvix\\Manageability";
+constexpr const char* kDisplayMgrLog = "\\DisplayMgr.log";
+constexpr const char* kTerminateFile = "\\terminate.txt";
+
+}  // namespace
+
+std::string ZELService::GetProgramDataFolder() {
+    std::lock_guard lock(m_pathCacheMutex);
+    const auto known = m_pathCache.find(kProgramData);
+    if (known != m_pathCache.end()) return known->second;
+    char* value = nullptr;
+    size_t size = 0;
+    if (_dupenv_s(&value, &size, kProgramData) != 0 || !value) {
+        LogEventMessage("ProgramData Environment variable not found.", EVENTLOG_ERROR_TYPE);
+        LogError("Error: PROGRAMDATA environment variable not found.");
+    }
+    // An absent variable is cached too: later paths then lack their root.
+    const std::string folder = value ? value : "";
+    std::free(value);
+    m_pathCache[kProgramData] = folder;
+    return folder;
+}
+
+std::string ZELService::CachedPath(const std::string& key, const std::string& root) {
+    std::lock_guard lock(m_pathCacheMutex);
+    return m_pathCache.try_emplace(key, root + key).first->second;
+}
+
+std::string ZELService::GetMakerFolder() {
+    return CachedPath(kMakerFolder, GetProgramDataFolder());
+}
+
+std::string ZELService::GetWorkingFolder() {
+    return CachedPath(kWorkingFolder, GetProgramDataFolder());
+}
+
+std::string ZELService::GetDisplayMgrLogPath() {
+    return CachedPath(kDisplayMgrLog, GetWorkingFolder());
+}
+
+std::string ZELService::GetTerminateFilePath() {
+    return CachedPath(kTerminateFile, GetWorkingFolder());
+}

@@ -1,0 +1,48 @@
+// The object itself, and how its threads come to an end with the process.
+#include "service/ZELService.h"
+
+ZELService* g_pZELService = nullptr;
+
+ZELService::ZELService(const char* serviceName)
+    : m_hStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
+      m_ServiceName(serviceName),
+      m_ConsoleStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {
+    g_pZELService = this;
+}
+
+ZELService::~ZELService() {
+    EndThreads(INFINITE);
+    JoinThreads();
+}
+
+bool ZELService::EndThreads(DWORD milliseconds) {
+    SignalStop();
+    m_mailboxReadLoop.Cancel();
+    if (m_mailBoxDriverInterface.IsOpen()) m_mailBoxDriverInterface.CloseMPMDevice();
+    {
+        std::lock_guard lock(m_threadObjectsMutex);
+        if (m_pDASHClientThreadObj) m_dashClientInterface.CloseHttpsSocket();
+    }
+    if (!m_detachedThreads.AwaitEnd(milliseconds)) return false;
+    JoinThreads();
+    return true;
+}
+
+void ZELService::JoinThreads() {
+    std::lock_guard lock(m_threadObjectsMutex);
+    for (auto* owner : {&m_pDASHClientThreadObj, &m_pMBDriverReadThreadObj}) {
+        if (*owner) (*owner)->join();
+        owner->reset();
+    }
+}
+
+void ZELService::SignalStop() {
+    m_bServiceStopping = 1;
+    SetEvent(m_hStopEvent.Get());
+}
+
+bool ZELService::SleepUnlessStopping(DWORD milliseconds) {
+    const DWORD result = WaitForSingleObject(m_hStopEvent.Get(), milliseconds);
+    if (result == WAIT_FAILED) Sleep(milliseconds);
+    return !m_bServiceStopping;
+}
