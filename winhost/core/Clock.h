@@ -2,6 +2,7 @@
 // time forward instead of waiting for it.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -20,7 +21,8 @@ class Clock {
 
     // A manual clock stands still but for Advance; a running one follows the machine. Starts running.
     void SetManual(bool manual);
-    // Moves the clock forward; every sleep and wait whose deadline is reached ends now.
+    // Moves the clock forward; every sleep and wait whose deadline is reached ends now. The caller must hold no mutex
+    // that a thread waits with.
     void Advance(Duration by);
     // Moves the wall clock alone, back or forth, as a person who sets the time does.
     void SetWallOffset(Duration offset);
@@ -30,10 +32,13 @@ class Clock {
     // UTC in 100 ns units since 1601, as a FILETIME holds it.
     uint64_t FileTime() const;
 
+    // Steady() in so many milliseconds; kNever for INFINITE (0xFFFFFFFF).
+    Deadline DeadlineIn(uint32_t milliseconds) const;
+
     // Blocks the calling thread until the deadline.
     void SleepUntil(Deadline deadline);
     // Waits on a condition until `ready` holds or the deadline is reached; the answer is ready(). The lock's mutex
-    // must be the one that guards what `ready` reads.
+    // must be the one that guards what `ready` reads. A wait for kNever costs no more than the condition's own.
     template <class Ready>
     bool WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline,
                    Ready ready);
@@ -43,6 +48,58 @@ class Clock {
     bool AwaitSleepers(size_t count, std::chrono::milliseconds patience = std::chrono::seconds(10));
     // The same, for a thread blocked with its deadline `ahead` from now (within a millisecond).
     bool AwaitSleeper(Duration ahead, std::chrono::milliseconds patience = std::chrono::seconds(10));
+
+  private:
+    // A thread that is blocked with a deadline. While `pins` is not 0 somebody is about to wake it by its mutex and
+    // condition, which have to live so long.
+    struct Sleeper {
+        Deadline deadline;
+        std::mutex* mutex;
+        std::condition_variable* condition;
+        int pins = 0;
+    };
+    using Sleepers = std::list<Sleeper>;
+
+    Clock();
+    // The caller holds the sleeper's mutex; Leave lets go of it while the sleeper is pinned.
+    Sleepers::iterator Enter(Sleeper sleeper);
+    void Leave(Sleepers::iterator sleeper, std::unique_lock<std::mutex>& lock);
+    void Block(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline);
+    void WakeSleepers();
+    template <class Matches>
+    bool AwaitSleepersThat(size_t count, std::chrono::milliseconds patience, Matches matches);
+
+    const std::chrono::steady_clock::time_point m_start;
+    const Duration m_wallAtStart;  // since 1970
+    std::atomic<bool> m_manual{false};
+    std::atomic<Duration::rep> m_reading{0};  // of a manual clock
+    std::atomic<Duration::rep> m_ahead{0};    // of the machine's time, when running
+    std::atomic<Duration::rep> m_wallOffset{0};
+
+    std::mutex m_settings;  // one change of the clock at a time
+    std::mutex m_mutex;     // guards the list and the pins; taken after a sleeper's own mutex
+    std::condition_variable m_sleepersChanged;
+    std::condition_variable m_unpinned;
+    Sleepers m_sleepers;
 };
+
+template <class Ready>
+bool Clock::WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline,
+                      Ready ready) {
+    if (ready()) return true;
+    if (deadline == kNever) {
+        condition.wait(lock, ready);
+        return true;
+    }
+    if (Steady() >= deadline) return false;
+    // Leaving the list may let go of the lock for a moment, so that what was seen before counts no more.
+    bool due = false;
+    while (!due && !ready()) {
+        const auto sleeper = Enter({deadline, lock.mutex(), &condition});
+        while (!(due = Steady() >= deadline) && !ready()) Block(lock, condition, deadline);
+        Leave(sleeper, lock);
+    }
+    return ready();
+}
 
 }  // namespace winhost

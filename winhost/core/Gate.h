@@ -3,15 +3,21 @@
 // An implementation begins with
 //     WINHOST_GATE("CreateEventA", nullptr);      the error goes to SetLastError, the call returns nullptr
 //     WINHOST_GATE_CODE("RegOpenKeyExA");         the call returns the error itself
+//     WINHOST_GATE_PASS("GetLocalTime");          the call has no way to fail: it is counted and delayed only
 // and costs one relaxed increment while nothing is armed.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <map>
+#include <mutex>
 #include <string>
+#include <vector>
 
 namespace winhost {
+
+class GateSite;
 
 class Gate {
   public:
@@ -20,12 +26,35 @@ class Gate {
     // Disarms everything and sets all counters to 0.
     void Reset();
     // The Nth call from now (1 is the next) fails with `error`; with `forEver` all after it too. An empty name counts
-    // every call.
+    // every call that can fail.
     void FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver = false);
     // Every call of this name is held for so long, in real time, before it does anything.
     void Delay(const std::string& call, std::chrono::milliseconds by);
     // Calls since the last Reset; an empty name counts all.
     uint64_t Count(const std::string& call) const;
+    // Calls that were made to fail since the last Reset: 0 tells a sweep that it has gone past the last call.
+    uint64_t Failures() const { return m_failures; }
+
+  private:
+    friend class GateSite;
+    struct Rule {
+        std::string call;
+        uint64_t callsLeft;  // until the one that fails
+        uint32_t error;
+        bool forEver;
+    };
+
+    Gate() = default;
+    void Add(GateSite& site);
+    void Hold(const char* call) const;
+    uint32_t ErrorFor(const char* call);
+
+    std::atomic<bool> m_armed{false};
+    std::atomic<uint64_t> m_failures{0};
+    mutable std::mutex m_mutex;
+    std::vector<GateSite*> m_sites;
+    std::vector<Rule> m_rules;
+    std::map<std::string, std::chrono::milliseconds> m_delays;
 };
 
 // One for each call of the API, with static lifetime.
@@ -33,22 +62,41 @@ class GateSite {
   public:
     explicit GateSite(const char* name);
     // 0, or the error with which this call has to fail.
-    uint32_t Enter();
+    uint32_t Enter() {
+        Pass();
+        return m_gate.m_armed.load(std::memory_order_acquire) ? m_gate.ErrorFor(m_name) : 0;
+    }
+    void Pass() {
+        m_calls.fetch_add(1, std::memory_order_relaxed);
+        if (m_gate.m_armed.load(std::memory_order_acquire)) m_gate.Hold(m_name);
+    }
+
+  private:
+    friend class Gate;
+    const char* const m_name;
+    Gate& m_gate;
+    std::atomic<uint64_t> m_calls{0};
 };
 
 }  // namespace winhost
 
-#define WINHOST_GATE(name, failure)                  \
-    do {                                             \
-        static ::winhost::GateSite site(name);       \
-        if (uint32_t error = site.Enter()) {         \
-            SetLastError(error);                     \
-            return failure;                          \
-        }                                            \
+#define WINHOST_GATE(name, failure)            \
+    do {                                       \
+        static ::winhost::GateSite site(name); \
+        if (uint32_t error = site.Enter()) {   \
+            SetLastError(error);               \
+            return failure;                    \
+        }                                      \
     } while (false)
 
 #define WINHOST_GATE_CODE(name)                                \
     do {                                                       \
         static ::winhost::GateSite site(name);                 \
         if (uint32_t error = site.Enter()) return (LONG)error; \
+    } while (false)
+
+#define WINHOST_GATE_PASS(name)                \
+    do {                                       \
+        static ::winhost::GateSite site(name); \
+        site.Pass();                           \
     } while (false)

@@ -1,0 +1,150 @@
+#include "winhost/core/Clock.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace winhost {
+
+namespace {
+
+constexpr uint64_t kFileTimeAt1970 = 116444736000000000;
+
+}  // namespace
+
+// Never destroyed: detached threads sleep on it until the process is gone.
+Clock& Clock::Instance() {
+    static Clock& clock = *new Clock;
+    return clock;
+}
+
+Clock::Clock()
+    : m_start(std::chrono::steady_clock::now()), m_wallAtStart(std::chrono::system_clock::now().time_since_epoch()) {}
+
+Clock::Duration Clock::Steady() const {
+    if (m_manual.load(std::memory_order_acquire)) return Duration(m_reading.load(std::memory_order_acquire));
+    return std::chrono::steady_clock::now() - m_start + Duration(m_ahead.load(std::memory_order_relaxed));
+}
+
+uint64_t Clock::FileTime() const {
+    const Duration wall = m_wallAtStart + Steady() + Duration(m_wallOffset.load(std::memory_order_relaxed));
+    return kFileTimeAt1970 + static_cast<uint64_t>(wall.count() / 100);
+}
+
+Clock::Deadline Clock::DeadlineIn(uint32_t milliseconds) const {
+    return milliseconds == UINT32_MAX ? kNever : Steady() + std::chrono::milliseconds(milliseconds);
+}
+
+void Clock::SetManual(bool manual) {
+    {
+        std::lock_guard lock(m_settings);
+        if (m_manual == manual) return;
+        const Duration now = Steady();
+        if (manual) {
+            m_reading = now.count();
+        } else {
+            m_ahead = (now - (std::chrono::steady_clock::now() - m_start)).count();
+        }
+        m_manual.store(manual, std::memory_order_release);
+    }
+    WakeSleepers();
+}
+
+void Clock::Advance(Duration by) {
+    {
+        std::lock_guard lock(m_settings);
+        (m_manual ? m_reading : m_ahead) += by.count();
+    }
+    WakeSleepers();
+}
+
+void Clock::SetWallOffset(Duration offset) {
+    m_wallOffset = offset.count();
+}
+
+void Clock::SleepUntil(Deadline deadline) {
+    std::mutex mutex;
+    std::condition_variable never;
+    std::unique_lock lock(mutex);
+    WaitUntil(lock, never, deadline, [] { return false; });
+}
+
+Clock::Sleepers::iterator Clock::Enter(Sleeper sleeper) {
+    std::lock_guard lock(m_mutex);
+    m_sleepersChanged.notify_all();
+    return m_sleepers.insert(m_sleepers.end(), sleeper);
+}
+
+void Clock::Leave(Sleepers::iterator sleeper, std::unique_lock<std::mutex>& lock) {
+    {
+        std::lock_guard list(m_mutex);
+        if (sleeper->pins == 0) {
+            m_sleepers.erase(sleeper);
+            return;
+        }
+    }
+    // Whoever pinned it waits for this lock.
+    lock.unlock();
+    {
+        std::unique_lock list(m_mutex);
+        m_unpinned.wait(list, [&] { return sleeper->pins == 0; });
+        m_sleepers.erase(sleeper);
+    }
+    lock.lock();
+}
+
+// Until the condition is notified, or a running clock reaches the deadline; wakes early are the caller's to sort out.
+void Clock::Block(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline) {
+    if (m_manual.load(std::memory_order_acquire)) {
+        condition.wait(lock);
+    } else {
+        // Far deadlines in slices, as adding a year to the time overflows no clock.
+        const Duration slice = std::min<Duration>(deadline - Steady(), std::chrono::hours(24));
+        condition.wait_until(lock, std::chrono::steady_clock::now() + slice);
+    }
+}
+
+// A sleeper's mutex is taken before its condition is notified, so that one who has just read the old time is not missed.
+// It can't be taken under m_mutex, which sleepers take while they hold theirs: pins keep it alive instead.
+void Clock::WakeSleepers() {
+    std::vector<Sleeper*> pinned;
+    {
+        std::lock_guard lock(m_mutex);
+        for (Sleeper& sleeper : m_sleepers) {
+            ++sleeper.pins;
+            pinned.push_back(&sleeper);
+        }
+    }
+    for (Sleeper* sleeper : pinned) {
+        std::lock_guard lock(*sleeper->mutex);
+        sleeper->condition->notify_all();
+    }
+    std::lock_guard lock(m_mutex);
+    for (Sleeper* sleeper : pinned) --sleeper->pins;
+    m_unpinned.notify_all();
+}
+
+template <class Matches>
+bool Clock::AwaitSleepersThat(size_t count, std::chrono::milliseconds patience, Matches matches) {
+    std::unique_lock lock(m_mutex);
+    return m_sleepersChanged.wait_for(lock, patience, [&] {
+        // One whose deadline has come is only about to leave.
+        const Duration now = Steady();
+        const auto asleep = std::count_if(m_sleepers.begin(), m_sleepers.end(), [&](const Sleeper& sleeper) {
+            return sleeper.deadline > now && matches(sleeper);
+        });
+        return static_cast<size_t>(asleep) >= count;
+    });
+}
+
+bool Clock::AwaitSleepers(size_t count, std::chrono::milliseconds patience) {
+    return AwaitSleepersThat(count, patience, [](const Sleeper&) { return true; });
+}
+
+bool Clock::AwaitSleeper(Duration ahead, std::chrono::milliseconds patience) {
+    return AwaitSleepersThat(1, patience, [&](const Sleeper& sleeper) {
+        const Duration apart = sleeper.deadline - (Steady() + ahead);
+        return apart >= -std::chrono::milliseconds(1) && apart <= std::chrono::milliseconds(1);
+    });
+}
+
+}  // namespace winhost

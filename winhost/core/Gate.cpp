@@ -1,0 +1,75 @@
+#include "winhost/core/Gate.h"
+
+#include <optional>
+#include <thread>
+
+namespace winhost {
+
+// Never destroyed: calls are made until the process is gone.
+Gate& Gate::Instance() {
+    static Gate& gate = *new Gate;
+    return gate;
+}
+
+void Gate::Add(GateSite& site) {
+    std::lock_guard lock(m_mutex);
+    m_sites.push_back(&site);
+}
+
+void Gate::Reset() {
+    std::lock_guard lock(m_mutex);
+    m_armed = false;
+    m_failures = 0;
+    m_rules.clear();
+    m_delays.clear();
+    for (GateSite* site : m_sites) site->m_calls = 0;
+}
+
+void Gate::FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver) {
+    std::lock_guard lock(m_mutex);
+    m_rules.push_back({call, n, error, forEver});
+    m_armed = true;
+}
+
+void Gate::Delay(const std::string& call, std::chrono::milliseconds by) {
+    std::lock_guard lock(m_mutex);
+    m_delays[call] = by;
+    m_armed = true;
+}
+
+uint64_t Gate::Count(const std::string& call) const {
+    std::lock_guard lock(m_mutex);
+    uint64_t count = 0;
+    for (const GateSite* site : m_sites)
+        if (call.empty() || call == site->m_name) count += site->m_calls;
+    return count;
+}
+
+void Gate::Hold(const char* call) const {
+    std::optional<std::chrono::milliseconds> delay;
+    {
+        std::lock_guard lock(m_mutex);
+        if (const auto found = m_delays.find(call); found != m_delays.end()) delay = found->second;
+    }
+    if (delay) std::this_thread::sleep_for(*delay);
+}
+
+uint32_t Gate::ErrorFor(const char* call) {
+    std::lock_guard lock(m_mutex);
+    uint32_t error = 0;
+    for (Rule& rule : m_rules) {
+        if (!rule.call.empty() && rule.call != call) continue;
+        // A spent rule has no calls left; one that fails for ever stays at its last.
+        if (rule.callsLeft == 0 || --rule.callsLeft != 0) continue;
+        if (rule.forEver) rule.callsLeft = 1;
+        if (error == 0) error = rule.error;
+    }
+    if (error != 0) ++m_failures;
+    return error;
+}
+
+GateSite::GateSite(const char* name) : m_name(name), m_gate(Gate::Instance()) {
+    m_gate.Add(*this);
+}
+
+}  // namespace winhost
