@@ -153,4 +153,8 @@ void Firmware::Observe(std::function<void(const Event&)> observer) {
     m_implementation->On([&](Processor& processor) { processor.Observe(std::move(observer)); });
 }
 
+std::string Firmware::Certificate() const {
+    return m_implementation->On([](Processor& processor) { return processor.Certificate(); });
+}
+
 }  // namespace mpm

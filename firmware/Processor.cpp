@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "firmware/Answers.h"
+#include "firmware/Bridge.h"
 
 namespace mpm {
 
@@ -60,8 +61,8 @@ void Processor::Listen(const std::string& address) {
 
 void Processor::Vanish() {
     m_link.Close();
-    m_dash.reset();
-    m_kvm.reset();
+    Retire(m_dash);
+    Retire(m_kvm);
     m_paced.clear();
     m_hostUp = false;
     Note("vanished");
@@ -75,8 +76,8 @@ void Processor::ComeBack() {
 void Processor::Adopt(Settings settings) {
     m_settings = std::move(settings);
     // A connection that is open meets its new peer with its next packet.
-    m_dash.reset();
-    m_kvm.reset();
+    Retire(m_dash);
+    Retire(m_kvm);
 }
 
 void Processor::OnRequest(const LinkRequest& request) {
@@ -102,9 +103,8 @@ void Processor::OnRequest(const LinkRequest& request) {
 }
 
 void Processor::Record(const LinkRequest& request, const char* name, const std::string& fault) {
-    const auto now = std::chrono::system_clock::now();
-    if (m_observer) m_observer({Event::Kind::Request, name, request.code, request.input, fault, now});
-    mpm::Request kept{name, request.code, {}, now, fault};
+    if (m_observer) Tell(Event::Kind::Request, name, request.code, request.input, fault);
+    mpm::Request kept{name, request.code, {}, std::chrono::system_clock::now(), fault};
     if (m_settings.KeepRequests) kept.data.assign(request.input.begin(), request.input.end());
     m_log.Add(std::move(kept), m_settings.KeepRequests);
 }
@@ -181,9 +181,42 @@ void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
     m_link.Answer(request, 0, {});
     if (kind == Peer::None) {
         const auto take = m_takeDash;
-        if (isDash && take) take(request.input);
+        if (isDash && take) (*take)(request.input);
         return;
     }
+    auto& peer = isDash ? m_dash : m_kvm;
+    if (!peer) peer = MakePeer(command);
+    peer->Take(request.input);
+}
+
+DashEndpoint& Processor::Endpoint() {
+    if (!m_endpoint)
+        m_endpoint.emplace([this] {
+            return Identity{m_settings.ProductVendor, m_settings.MPMVersion, m_settings.DASHVersion};
+        });
+    return *m_endpoint;
+}
+
+std::unique_ptr<StreamPeer> Processor::MakePeer(uint8_t command) {
+    const bool isDash = command == MPM_ZEL_CMD_DASH_DATA;
+    const auto send = [this, command](std::span<const uint8_t> bytes) { SendStream(command, bytes); };
+    // KVM data is not dropped by the host, and needs no pause.
+    const std::chrono::milliseconds pause(isDash ? m_settings.DashPause : 0);
+    if (isDash && m_settings.Dash == Peer::Identify)
+        return Endpoint().Accept(m_loop, pause, send,
+                                 [this](const std::string& text) { Note("dash", text); });
+    return std::make_unique<Bridge>(
+        m_loop, isDash ? m_settings.DashServer : m_settings.KvmServer, pause, send,
+        [this, isDash](const std::string& reason) {
+            Note(isDash ? "dash" : "kvm", "bridge: " + reason);
+            Send(isDash ? MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET : MPM_ZEL_CMD_VNC_SOC_CLOSE, {}, 0);
+        });
+}
+
+void Processor::Retire(std::unique_ptr<StreamPeer>& peer) {
+    if (!peer) return;
+    m_retired.push_back(std::move(peer));
+    m_loop.After({}, [this] { m_retired.clear(); });
 }
 
 void Processor::Learn(const Operation& operation, std::span<const uint8_t> input) {
@@ -208,14 +241,14 @@ void Processor::Learn(const Operation& operation, std::span<const uint8_t> input
 
 void Processor::HearOfConnection(const IPCompleteInfo& info) {
     if (info.PeerMarker != 0xFFFF || info.PeerPort == 0) return;
-    if (info.Port == kDashPort) m_dash.reset();
-    if (info.Port == kKvmPort) m_kvm.reset();
+    if (info.Port == kDashPort) Retire(m_dash);
+    if (info.Port == kKvmPort) Retire(m_kvm);
 }
 
 void Processor::HearOfClose(uint16_t port) {
-    if (port == kKvmPort) m_kvm.reset();
+    if (port == kKvmPort) Retire(m_kvm);
     if (port != kDashPort) return;
-    m_dash.reset();
+    Retire(m_dash);
     if (m_settings.uVORKVersion >= kEndsConnections && m_settings.EndsClosedSessions)
         Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, {}, 0);
 }
@@ -231,19 +264,12 @@ Json::Value Processor::Host() const {
 
 void Processor::Send(uint8_t command, std::span<const uint8_t> payload, uint8_t trailer) {
     const uint8_t tail[kMailboxTrailerSize] = {command, trailer};
-    if (m_observer)
-        m_observer({Event::Kind::Message,
-                    CommandName(command),
-                    command,
-                    payload,
-                    {},
-                    std::chrono::system_clock::now()});
+    if (m_observer) Tell(Event::Kind::Message, CommandName(command), command, payload, {});
     m_link.Send(payload, tail);
 }
 
 void Processor::SendRaw(std::span<const uint8_t> message) {
-    if (m_observer)
-        m_observer({Event::Kind::Message, "raw", 0, message, {}, std::chrono::system_clock::now()});
+    if (m_observer) Tell(Event::Kind::Message, "raw", 0, message, {});
     m_link.Send(message, {});
 }
 
@@ -275,8 +301,22 @@ bool Processor::AwaitHostListening(std::chrono::milliseconds patience) const {
     return m_listeningChanged.wait_for(lock, patience, [this] { return m_listening; });
 }
 
+void Processor::OnDash(std::function<void(std::span<const uint8_t>)> take) {
+    m_takeDash = take ? std::make_shared<const decltype(take)>(std::move(take)) : nullptr;
+}
+
+void Processor::Observe(std::function<void(const Event&)> observer) {
+    m_observer = observer ? std::make_shared<const decltype(observer)>(std::move(observer)) : nullptr;
+}
+
+void Processor::Tell(Event::Kind kind, const std::string& name, uint32_t code, std::span<const uint8_t> data,
+                     const std::string& text) {
+    const auto observer = m_observer;
+    (*observer)({kind, name, code, data, text, std::chrono::system_clock::now()});
+}
+
 void Processor::Note(const std::string& what, const std::string& text) {
-    if (m_observer) m_observer({Event::Kind::Note, what, 0, {}, text, std::chrono::system_clock::now()});
+    if (m_observer) Tell(Event::Kind::Note, what, 0, {}, text);
 }
 
 }  // namespace mpm

@@ -14,6 +14,7 @@
 #include "firmware/Firmware.h"
 #include "firmware/RequestLog.h"
 #include "firmware/StreamPeer.h"
+#include "firmware/dash/DashEndpoint.h"
 #include "firmware/link/LinkServer.h"
 #include "mailbox/MailboxRecords.h"
 
@@ -41,8 +42,10 @@ class Processor {
     // The payload in as few messages as hold it.
     void SendStream(uint8_t command, std::span<const uint8_t> payload);
 
-    void OnDash(std::function<void(std::span<const uint8_t>)> take) { m_takeDash = std::move(take); }
-    void Observe(std::function<void(const Event&)> observer) { m_observer = std::move(observer); }
+    void OnDash(std::function<void(std::span<const uint8_t>)> take);
+    void Observe(std::function<void(const Event&)> observer);
+
+    std::string Certificate() { return Endpoint().CertificatePem(); }
 
     // These two from any thread.
     bool HostListening() const;
@@ -64,6 +67,8 @@ class Processor {
     void Postpone(const LinkRequest& request, const Operation& operation, const Fault& fault);
     void Forget(const std::function<bool(const Pending&)>& which);
     void Listening(bool listening);
+    void Tell(Event::Kind kind, const std::string& name, uint32_t code, std::span<const uint8_t> data,
+              const std::string& text);
     void Note(const std::string& what, const std::string& text = {});
 
     std::vector<uint8_t> OutputOf(uint32_t code) const;
@@ -72,6 +77,8 @@ class Processor {
     void HearOfClose(uint16_t port);
     void TakeStream(const LinkRequest& request, uint8_t command);
     std::unique_ptr<StreamPeer> MakePeer(uint8_t command);
+    void Retire(std::unique_ptr<StreamPeer>& peer);
+    DashEndpoint& Endpoint();
 
     EventLoop& m_loop;
     RequestLog& m_log;
@@ -83,9 +90,13 @@ class Processor {
     std::vector<LinkRequest> m_paced;  // echoed packets whose answer waits until the host has read
     bool m_hostUp = false;
     std::map<std::string, std::vector<uint8_t>> m_host;  // the last accepted record by name
+    std::optional<DashEndpoint> m_endpoint;              // made when it is first needed
     std::unique_ptr<StreamPeer> m_dash, m_kvm;           // of the connection that is open
-    std::function<void(std::span<const uint8_t>)> m_takeDash;
-    std::function<void(const Event&)> m_observer;
+    // Peers whose connection has ended, until the loop's next round: they may be what is running.
+    std::vector<std::unique_ptr<StreamPeer>> m_retired;
+    // Shared with a call that runs, which may replace them.
+    std::shared_ptr<const std::function<void(std::span<const uint8_t>)>> m_takeDash;
+    std::shared_ptr<const std::function<void(const Event&)>> m_observer;
 
     mutable std::mutex m_listeningMutex;
     mutable std::condition_variable m_listeningChanged;

@@ -1,0 +1,37 @@
+// What stands behind port 664: WS-Management over HTTP over TLS, spoken in the packets of the mailbox.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "firmware/PacedSender.h"
+#include "firmware/StreamPeer.h"
+#include "firmware/dash/Certificate.h"
+#include "firmware/dash/TlsStream.h"
+#include "firmware/dash/Wsman.h"
+
+namespace mpm {
+
+// One for the firmware. Its certificate is made when it is.
+class DashEndpoint {
+  public:
+    explicit DashEndpoint(std::function<Identity()> identity);
+
+    std::string CertificatePem() const { return PemOf(m_certificate); }
+    Wsman& Service() { return m_wsman; }
+
+    // A new connection whose bytes leave through `send`; `note` hears what people may want to know. The
+    // endpoint must outlive it.
+    std::unique_ptr<StreamPeer> Accept(EventLoop& loop, std::chrono::milliseconds pause,
+                                       PacedSender::Send send, std::function<void(const std::string&)> note);
+
+  private:
+    Certificate m_certificate;
+    TlsContextPointer m_context;
+    Wsman m_wsman;
+};
+
+}  // namespace mpm
