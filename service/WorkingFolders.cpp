@@ -1,5 +1,7 @@
 // Where the service keeps its files: all hang on the PROGRAMDATA variable.
-#include <cstdlib>
+#include <stdlib.h>
+
+#include <cstring>
 
 #include "service/Log.h"
 #include "service/ZELService.h"
@@ -18,15 +20,17 @@ std::string ZELService::GetProgramDataFolder() {
     std::lock_guard lock(m_pathCacheMutex);
     const auto known = m_pathCache.find(kProgramData);
     if (known != m_pathCache.end()) return known->second;
-    char* value = nullptr;
     size_t size = 0;
-    if (_dupenv_s(&value, &size, kProgramData) != 0 || !value) {
+    getenv_s(&size, nullptr, 0, kProgramData);
+    std::string folder(size, '\0');
+    if (size > 0) {
+        getenv_s(&size, folder.data(), folder.size(), kProgramData);
+        folder.resize(std::strlen(folder.c_str()));
+    } else {
         LogEventMessage("ProgramData Environment variable not found.", EVENTLOG_ERROR_TYPE);
         LogError("Error: PROGRAMDATA environment variable not found.");
     }
     // An absent variable is cached too: later paths then lack their root.
-    const std::string folder = value ? value : "";
-    std::free(value);
     m_pathCache[kProgramData] = folder;
     return folder;
 }
