@@ -1,0 +1,116 @@
+#include "tests/support/ServiceFixture.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "service/ZELLogger.h"
+
+namespace {
+
+constexpr char kLogPath[] = "C:\\ProgramData\\Tarvix\\Manageability\\zel.log";
+
+bool HoldsAny(const std::string& message, const std::vector<std::string>& texts) {
+    return std::any_of(texts.begin(), texts.end(),
+                       [&](const std::string& text) { return message.find(text) != std::string::npos; });
+}
+
+}  // namespace
+
+void ServiceFixture::SetUp() {
+    PcFixture::SetUp();
+    service = std::make_unique<ZELService>("");
+    ASSERT_TRUE(service->InitializeLogging());
+}
+
+void ServiceFixture::TearDown() {
+    // As at the end of the process: the log is closed, and time passes by itself.
+    Clock().SetManual(false);
+    Gate().Reset();
+    ZELLogger::Instance()->CloseLog();
+    service.reset();
+    CheckErrors();
+    PcFixture::TearDown();
+}
+
+void ServiceFixture::Describe(winhost::PcDescription& description) {
+    firmware.Listen("unix:" + (Folder() / "mailbox").string());
+    description.mailbox = firmware.Address();
+}
+
+void ServiceFixture::OpenMailbox() {
+    ASSERT_EQ(service->m_mailBoxDriverInterface.OpenMPMDevice(), 0u);
+    service->m_mailBoxDriverInterface.m_bServiceUp = 1;
+}
+
+void ServiceFixture::StartService() {
+    std::thread start([this] { EXPECT_TRUE(service->ServiceSetup()); });
+    // One second for the installation path.
+    PassSleepOf(std::chrono::seconds(1));
+    start.join();
+}
+
+void ServiceFixture::StopService() {
+    service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0);
+}
+
+void ServiceFixture::ExpectErrors(const std::vector<std::string>& texts) {
+    m_expectedErrors.insert(m_expectedErrors.end(), texts.begin(), texts.end());
+}
+
+std::vector<LogLine> ServiceFixture::Log() const {
+    return ReadLog(HostPath(kLogPath));
+}
+
+std::vector<std::string> ServiceFixture::Messages() const {
+    std::vector<std::string> messages;
+    for (LogLine& line : Log())
+        messages.push_back(std::move(line.message));
+    return messages;
+}
+
+size_t ServiceFixture::LogCount(const std::string& text) const {
+    const std::vector<std::string> messages = Messages();
+    return std::count_if(messages.begin(), messages.end(),
+                         [&](const std::string& message) { return message.find(text) != std::string::npos; });
+}
+
+void ServiceFixture::AwaitLog(const std::string& text, size_t count) {
+    ASSERT_TRUE(Eventually([&] { return LogCount(text) >= count; })) << "never logged: " << text;
+}
+
+void ServiceFixture::ExpectLogInOrder(const std::vector<std::string>& texts) const {
+    const std::vector<std::string> messages = Messages();
+    auto from = messages.begin();
+    for (const std::string& text : texts) {
+        const auto found = std::find_if(from, messages.end(), [&](const std::string& message) {
+            return message.find(text) != std::string::npos;
+        });
+        if (found == messages.end()) {
+            ADD_FAILURE() << "not logged, or not in this order: " << text << "\n"
+                          << ::testing::PrintToString(messages);
+            return;
+        }
+        from = found + 1;
+    }
+}
+
+bool ServiceFixture::HasLine(const std::string& level, const std::string& message) const {
+    const std::vector<LogLine> lines = Log();
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const LogLine& line) { return line.level == level && line.message == message; });
+}
+
+void ServiceFixture::CheckErrors() const {
+    std::vector<std::string> errors;
+    for (const LogLine& line : Log()) {
+        EXPECT_FALSE(line.level.empty()) << "not a line of the log's form: " << line.text;
+        if (line.level == "ERROR") errors.push_back(line.message);
+    }
+    for (const std::string& error : errors)
+        EXPECT_TRUE(HoldsAny(error, m_expectedErrors) || HoldsAny(error, m_allowedErrors))
+            << "unexpected ERROR line: " << error;
+    for (const std::string& text : m_expectedErrors)
+        EXPECT_TRUE(std::any_of(errors.begin(), errors.end(),
+                                [&](const std::string& error) { return HoldsAny(error, {text}); }))
+            << "this ERROR line never came: " << text;
+}
