@@ -1,8 +1,6 @@
 # What only the native build has: the Windows calls on Linux, the simulated firmware, and the tests.
 find_package(Threads REQUIRED)
 find_package(OpenSSL REQUIRED)
-find_package(PkgConfig REQUIRED)
-pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
 
 file(GLOB WINHOST_SOURCES CONFIGURE_DEPENDS winhost/*/*.cpp)
 list(FILTER WINHOST_SOURCES EXCLUDE REGEX "/winhost/(winhostctl|tests)/")
