@@ -97,6 +97,11 @@ Json::Value Value(const Field& field, std::span<const uint8_t> bytes, std::span<
     return Json::Value(Json::UInt64(Number(bytes)));
 }
 
+bool MayBeCut(Field::Kind kind) {
+    return kind == Field::Kind::Text || kind == Field::Kind::WideText || kind == Field::Kind::Data ||
+           kind == Field::Kind::Secret;
+}
+
 }  // namespace
 
 std::string Preview(std::span<const uint8_t> bytes) {
@@ -113,10 +118,12 @@ Json::Value Decode(std::span<const Field> fields, std::span<const uint8_t> bytes
     Json::Value object(Json::objectValue);
     size_t end = 0;
     for (const Field& field : fields) {
-        if (field.offset + field.size > bytes.size()) continue;
-        const size_t size = field.size == kRest ? bytes.size() - field.offset : field.size;
-        object[field.name] = Value(field, bytes.subspan(field.offset, size), bytes);
+        const size_t left = bytes.size() - std::min(bytes.size(), field.offset);
+        const size_t size = field.size == kRest ? left : field.size;
         end = std::max(end, field.offset + size);
+        const bool whole = size <= left && field.offset <= bytes.size();
+        if (whole || (left > 0 && MayBeCut(field.kind)))
+            object[field.name] = Value(field, bytes.subspan(field.offset, std::min(size, left)), bytes);
     }
     if (bytes.size() > end) object["data"] = Preview(bytes.subspan(end));
     return object;

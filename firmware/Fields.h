@@ -33,8 +33,8 @@ struct Field {
     { #member, offsetof(Record, member), sizeof(Record::member), mpm::Field::Kind::as }
 #define MPM_FIELD(Record, member) MPM_FIELD_AS(Record, member, Number)
 
-// The bytes as an object of the fields that they reach; what lies behind the last field is "data". Bytes
-// shorter than the record leave its last fields out.
+// The bytes as an object of the fields that they reach; what lies behind the last field is "data". Of bytes
+// shorter than the record the numbers that they do not reach are left out.
 Json::Value Decode(std::span<const Field> fields, std::span<const uint8_t> bytes);
 
 // "132 bytes: 16 03 01 ..."

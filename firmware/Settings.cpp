@@ -171,14 +171,12 @@ void Settings::Set(const std::string& key, const std::string& value) {
     if (!found) throw std::invalid_argument("there is no setting \"" + key + "\"");
 }
 
-Settings Settings::FromJson(const Json::Value& object) {
+void Settings::Merge(const Json::Value& object) {
     if (!object.isObject()) throw std::invalid_argument("the settings are no JSON object");
-    Settings settings;
-    SetAll(settings, "", object);
-    return settings;
+    SetAll(*this, "", object);
 }
 
-Settings Settings::FromFile(const std::string& path) {
+void Settings::MergeFile(const std::string& path) {
     std::ifstream file(path);
     if (!file) throw std::invalid_argument("cannot read settings file " + path);
     Json::Value object;
@@ -188,7 +186,19 @@ Settings Settings::FromFile(const std::string& path) {
     if (!Json::parseFromStream(builder, file, &object, &errors))
         throw std::invalid_argument("settings file " + path +
                                     " is no JSON: " + errors.substr(0, errors.find_last_not_of('\n') + 1));
-    return FromJson(object);
+    Merge(object);
+}
+
+Settings Settings::FromJson(const Json::Value& object) {
+    Settings settings;
+    settings.Merge(object);
+    return settings;
+}
+
+Settings Settings::FromFile(const std::string& path) {
+    Settings settings;
+    settings.MergeFile(path);
+    return settings;
 }
 
 Json::Value Settings::ToJson() const {

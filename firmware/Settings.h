@@ -63,10 +63,13 @@ struct Settings {
     // Whether requests are kept for Requests() and AwaitRequest(). Count() works without.
     bool KeepRequests = true;
 
-    // All three throw std::invalid_argument with a clear sentence: unknown key, wrong type, value out of
+    // All of these throw std::invalid_argument with a clear sentence: unknown key, wrong type, value out of
     // range.
     static Settings FromJson(const Json::Value& object);
     static Settings FromFile(const std::string& path);
+    // What the object or file names; the rest stays.
+    void Merge(const Json::Value& object);
+    void MergeFile(const std::string& path);
     // One value by its key (in any case) and text: Set("uVORKVersion", "45"), Set("Cloud.Port", "443").
     void Set(const std::string& key, const std::string& value);
 

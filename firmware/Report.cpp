@@ -1,0 +1,92 @@
+#include "firmware/Report.h"
+
+#include <cstdio>
+#include <ctime>
+
+#include "firmware/Catalogue.h"
+
+namespace mpm {
+
+namespace {
+
+std::string TimeText(std::chrono::system_clock::time_point time) {
+    const auto milliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+    const std::time_t seconds = milliseconds / 1000;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char date[32], text[40];
+    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text, sizeof text, "%s.%03dZ", date, int(milliseconds % 1000));
+    return text;
+}
+
+Json::Value Start(const char* kind, const std::string& name, std::chrono::system_clock::time_point time) {
+    Json::Value object(Json::objectValue);
+    object["time"] = TimeText(time);
+    object["kind"] = kind;
+    object["name"] = name;
+    return object;
+}
+
+std::string FieldTexts(const Json::Value& fields) {
+    std::string text;
+    for (const std::string& name : fields.getMemberNames())
+        text += " " + name + "=" + Compact(fields[name]);
+    return text;
+}
+
+}  // namespace
+
+std::string Compact(const Json::Value& value) {
+    static const Json::StreamWriterBuilder builder = [] {
+        Json::StreamWriterBuilder made;
+        made["indentation"] = "";
+        return made;
+    }();
+    return Json::writeString(builder, value);
+}
+
+Json::Value JsonOf(const Event& event) {
+    if (event.kind == Event::Kind::Note) {
+        Json::Value object = Start("note", event.name, event.time);
+        if (!event.text.empty()) object["text"] = event.text;
+        return object;
+    }
+    if (event.kind == Event::Kind::Request)
+        return JsonOf(
+            Request{event.name, event.code, {event.data.begin(), event.data.end()}, event.time, event.text});
+    Json::Value object = Start("message", event.name, event.time);
+    object["bytes"] = Json::UInt64(event.data.size());
+    if (event.name == "raw") return object;
+    object["code"] = event.code;
+    for (const Command& command : Commands())
+        if (command.number == event.code) object["fields"] = Decode(command.fields, event.data);
+    return object;
+}
+
+Json::Value JsonOf(const Request& request) {
+    Json::Value object = Start("request", request.name, request.time);
+    object["code"] = CodeText(request.code);
+    object["bytes"] = Json::UInt64(request.data.size());
+    const Operation* operation = FindOperation(request.code, request.data.size());
+    object["fields"] = operation ? Decode(operation->fields, request.data) : Json::Value(Json::objectValue);
+    if (!request.fault.empty()) object["fault"] = request.fault;
+    return object;
+}
+
+std::string LineOf(const Json::Value& event) {
+    const std::string kind = event["kind"].asString();
+    std::string line = event["time"].asString().substr(11, 12);
+    line += kind == "request" ? " host > " : kind == "message" ? " firmware > " : " -- ";
+    line += event["name"].asString();
+    if (event.isMember("bytes")) {
+        line += " " + event["bytes"].asString() + (event["bytes"].asUInt64() == 1 ? " byte" : " bytes");
+        line += FieldTexts(event["fields"]);
+    }
+    if (event.isMember("text")) line += ": " + event["text"].asString();
+    if (event.isMember("fault")) line += " FAULT: " + event["fault"].asString();
+    return line;
+}
+
+}  // namespace mpm

@@ -1,0 +1,101 @@
+#include "firmware/control/Run.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "firmware/Firmware.h"
+#include "firmware/Report.h"
+#include "firmware/control/Socket.h"
+#include "firmware/control/Verbs.h"
+
+namespace mpm::control {
+
+namespace {
+
+Settings SettingsOf(const RunOptions& options) {
+    Settings settings;
+    settings.Dash = Peer::Identify;
+    if (!options.settingsFile.empty()) settings.MergeFile(options.settingsFile);
+    if (!options.dash.empty()) settings.Set("Dash", options.dash);
+    if (!options.kvm.empty()) settings.Set("Kvm", options.kvm);
+    for (const std::string& pair : options.set) {
+        const size_t equals = pair.find('=');
+        if (equals == std::string::npos)
+            throw std::invalid_argument("--set needs KEY=VALUE, not \"" + pair + "\"");
+        settings.Set(pair.substr(0, equals), pair.substr(equals + 1));
+    }
+    return settings;
+}
+
+Descriptor OpenRecord(const std::string& path) {
+    if (path.empty()) return {};
+    Descriptor file(path == "-" ? dup(STDOUT_FILENO)
+                                : open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    if (!file) throw std::runtime_error("cannot write record file " + path + ": " + std::strerror(errno));
+    return file;
+}
+
+void WriteLine(int descriptor, std::string line) {
+    line += '\n';
+    for (size_t written = 0; written < line.size();) {
+        const ssize_t count = write(descriptor, line.data() + written, line.size() - written);
+        if (count <= 0) return;
+        written += size_t(count);
+    }
+}
+
+// Appears whole or not at all, for those who wait for it.
+void WriteFile(const std::string& path, const std::string& text) {
+    const std::string part = path + ".part";
+    std::ofstream file(part);
+    file << text;
+    file.close();
+    if (!file) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    std::filesystem::rename(part, path);
+}
+
+// Signals that end the program arrive here instead, in this thread and all that it starts.
+Descriptor CatchSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0) throw std::runtime_error("cannot block signals");
+    Descriptor caught(signalfd(-1, &signals, SFD_CLOEXEC));
+    if (!caught) throw std::runtime_error("cannot catch signals");
+    return caught;
+}
+
+}  // namespace
+
+int Run(const RunOptions& options) {
+    const Descriptor signals = CatchSignals();
+    signal(SIGPIPE, SIG_IGN);
+    const Descriptor record = OpenRecord(options.recordFile);
+    const bool print = !options.quiet && options.recordFile != "-";
+    Firmware firmware(SettingsOf(options));
+    if (print || record)
+        firmware.Observe([&record, print](const Event& event) {
+            const Json::Value json = JsonOf(event);
+            if (record) WriteLine(record.Get(), Compact(json));
+            if (print) WriteLine(STDOUT_FILENO, LineOf(json));
+        });
+    if (!options.certificateFile.empty()) WriteFile(options.certificateFile, firmware.Certificate());
+    Server server(options.controlSocket);
+    firmware.Listen(options.listen);
+    if (print) WriteLine(STDOUT_FILENO, "mpmsim listens on " + firmware.Address());
+    if (!options.readyFile.empty()) WriteFile(options.readyFile, firmware.Address() + "\n");
+    server.Serve(signals.Get(), [&](const Json::Value& request) { return Handle(firmware, request); });
+    return 0;
+}
+
+}  // namespace mpm::control
