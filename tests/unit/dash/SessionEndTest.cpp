@@ -1,0 +1,203 @@
+// The ways in which a session ends.
+#include <gtest/gtest.h>
+
+#include "tests/unit/dash/DashFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using SessionEnd = DashFixture;
+
+constexpr char kIdleLine[] = "Initiating socket shutdown.";
+
+}  // namespace
+
+TEST_F(SessionEnd, ASilentConsoleIsClosedAfterFiveSeconds) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    PassSeconds(4);
+    EXPECT_TRUE(client.IsQuiet());
+    EXPECT_EQ(LogCount(kIdleLine), 0u);
+
+    PassSeconds(1);
+    EXPECT_TRUE(client.AwaitClose());
+    AwaitLog("Server has not received requests for 5 seconds max 5. Initiating socket shutdown.");
+    AwaitLog("DataRecvThread: exit");
+    ExpectLogInOrder({kIdleLine, "Closing accept socket with address: ",
+                      "CloseSocketInZEL: CloseSocket, After sock close"});
+    EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
+}
+
+TEST_F(SessionEnd, ACheckThatFallsLateTellsTheSecondsItMeasured) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    PassSeconds(4);
+    Await1SecondSleeper();
+    Advance(2500ms);
+    EXPECT_TRUE(client.AwaitClose());
+    AwaitLog("Server has not received requests for 6 seconds max 5. Initiating socket shutdown.");
+}
+
+TEST_F(SessionEnd, EveryByteOfTheConsolePutsTheIdleLimitOff) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    PassSeconds(4);
+    client.Send("x");
+    ASSERT_TRUE(firmware.AwaitCount("WriteDASHPacket", 1));
+    PassSeconds(4);
+    Await1SecondSleeper();
+    EXPECT_TRUE(client.IsQuiet());
+    PassSeconds(1);
+    EXPECT_TRUE(client.AwaitClose());
+}
+
+TEST_F(SessionEnd, EveryByteOfTheFirmwarePutsTheIdleLimitOff) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    PassSeconds(4);
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, "x");
+    EXPECT_EQ(client.Receive(1), "x");
+    AwaitLog("send() success.");
+    PassSeconds(4);
+    Await1SecondSleeper();
+    EXPECT_TRUE(client.IsQuiet());
+    PassSeconds(1);
+    EXPECT_TRUE(client.AwaitClose());
+}
+
+TEST_F(SessionEnd, AWaitingConsoleIsNotHeldToTheIdleLimit) {
+    Start(50);
+    ConsoleClient first = Connect();
+    AwaitSessions(1);
+    ConsoleClient second = Connect();
+    AwaitLog("Process the accepted connection", 2);
+    PassSeconds(5);
+    EXPECT_TRUE(first.AwaitClose());
+    AwaitSessions(2);
+    EXPECT_TRUE(second.IsQuiet());
+    PassSeconds(4);
+    Await1SecondSleeper();
+    EXPECT_TRUE(second.IsQuiet());
+    PassSeconds(1);
+    EXPECT_TRUE(second.AwaitClose());
+}
+
+TEST_F(SessionEnd, BelowVersion45AConsoleThatClosesIsClosedAtOnce) {
+    Start(44);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    client.FinishSending();
+    EXPECT_TRUE(client.AwaitClose());
+
+    const auto request = firmware.AwaitRequest("WriteCloseSocketcmd");
+    ASSERT_TRUE(request);
+    EXPECT_EQ(request->As<CloseSocketRecord>().port, 664);
+    AwaitLog("DataRecvThread: exit");
+    ExpectLogInOrder(
+        {"recv() success. But ZEL received 0 size buffer. Assuming client closed the connection. Socket "
+         "address: ",
+         "WriteCloseSocketcmd: connecting to Driver. Input buffer size = 2",
+         "Closing accept socket with address: ", "CloseSocketInZEL: CloseSocket, After sock close",
+         "DataRecvThread: exit"});
+}
+
+TEST_F(SessionEnd, FromVersion45AConsoleThatClosesIsLeftToTheFirmwareAndTheIdleLimit) {
+    Start(45);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    client.FinishSending();
+    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    AwaitLog("DataRecvThread: exit");
+    PassSeconds(4);
+    Await1SecondSleeper();
+    EXPECT_TRUE(client.IsQuiet());
+    EXPECT_EQ(LogCount("Closing accept socket"), 0u);
+
+    PassSeconds(1);
+    EXPECT_TRUE(client.AwaitClose());
+    EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
+}
+
+TEST_F(SessionEnd, AConsoleThatOnlyFinishedSendingStillGetsItsAnswerFromVersion45) {
+    Start(45);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    client.Send("question");
+    client.FinishSending();
+    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, "answer");
+    EXPECT_EQ(client.Receive(6), "answer");
+
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    EXPECT_TRUE(client.AwaitClose());
+}
+
+TEST_F(SessionEnd, AResetByTheConsoleIsToldToTheFirmware) {
+    Start(44);
+    ExpectErrors({"recv() failed. Error: 10054"});
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    client.Reset();
+    EXPECT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    AwaitLog("DataRecvThread: exit");
+    AwaitLog("recv() failed. Error: 10054");
+    AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
+}
+
+TEST_F(SessionEnd, TheFirmwareClosesWithCommand41AndIsNotToldBack) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    EXPECT_TRUE(client.AwaitClose());
+    AwaitLog("DataRecvThread: exit");
+    AwaitLog("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+    ExpectLogInOrder(
+        {"MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET asks for DASH socket close as webUI is served",
+         "Closing accept socket with address: ", "CloseSocketInZEL: CloseSocket, After sock close",
+         "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit"});
+    EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
+}
+
+TEST_F(SessionEnd, Command41WithoutASessionOnlySaysSo) {
+    Start(50);
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    AwaitLog("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+    ExpectLogInOrder({"Accept socket is Invalid", "CloseSocketInZEL: CloseSocket, After sock close"});
+}
+
+TEST_F(SessionEnd, TheNextConsoleIsServedAfterEachKindOfEnd) {
+    Start(44);
+    ExpectErrors({"recv() failed. Error: 10054"});
+    Connect().Close();
+    AwaitSessions(1);
+    Connect().Reset();
+    AwaitSessions(2);
+    ConsoleClient third = Connect();
+    AwaitSessions(3);
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    EXPECT_TRUE(third.AwaitClose());
+    ConsoleClient fourth = Connect();
+    AwaitSessions(4);
+    fourth.Send("still here");
+    ASSERT_TRUE(firmware.AwaitRequest("WriteDASHPacket",
+                                      [](auto& request) { return request.Text() == "still here"; }));
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, "served");
+    EXPECT_EQ(fourth.Receive(6), "served");
+}
+
+TEST_F(SessionEnd, AFailedCloseIsLoggedAndTheSessionIsOver) {
+    Start(44);
+    ExpectErrors({"closesocket() API failed with error: 10038"});
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    Gate().FailNth("closesocket", 1, WSAENOTSOCK);
+    client.Close();
+    AwaitLog("closesocket() API failed with error: 10038");
+    ConsoleClient next = Connect();
+    AwaitSessions(2);
+}

@@ -1,0 +1,200 @@
+#include "dash/SocketServers.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+#include "tests/unit/dash/DashFixture.h"
+
+namespace {
+
+// The two servers differ in nothing but what the log says of a failed accept while the service stops, so that
+// most of this is tested on both.
+template <class Server>
+class SocketServers : public DashFixture {};
+using Servers = ::testing::Types<HttpsSocket, KvmSocket>;
+TYPED_TEST_SUITE(SocketServers, Servers);
+
+SOCKET Accept(SocketServer& server, bool blocking) {
+    sockaddr_in peer{};
+    return server.AcceptSocket(blocking, peer);
+}
+
+}  // namespace
+
+TYPED_TEST(SocketServers, ListenOnTheGivenPortAndTellThePeer) {
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    ConsoleClient client = this->Connect();
+    sockaddr_in peer{};
+    const SOCKET accepted = server.AcceptSocket(false, peer);
+    ASSERT_NE(accepted, INVALID_SOCKET);
+    EXPECT_EQ(peer.sin_family, AF_INET);
+    EXPECT_EQ(peer.sin_addr.s_addr, inet_addr("127.0.0.1"));
+    EXPECT_EQ(ntohs(peer.sin_port), client.Port());
+    closesocket(accepted);
+}
+
+TYPED_TEST(SocketServers, ANonBlockingSocketAnswersAtOnceWhenNothingHasCome) {
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    ConsoleClient client = this->Connect();
+    const SOCKET accepted = Accept(server, false);
+    char byte;
+    EXPECT_EQ(recv(accepted, &byte, 1, 0), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
+    closesocket(accepted);
+}
+
+TYPED_TEST(SocketServers, ABlockingSocketWaitsForTheBytes) {
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    ConsoleClient client = this->Connect();
+    const SOCKET accepted = Accept(server, true);
+    std::thread sender([&] { client.Send("x"); });
+    char byte = 0;
+    EXPECT_EQ(recv(accepted, &byte, 1, 0), 1);
+    EXPECT_EQ(byte, 'x');
+    sender.join();
+    closesocket(accepted);
+}
+
+TYPED_TEST(SocketServers, AnAcceptedSocketHasNothingToDoWithTheServerAnyMore) {
+    auto server = std::make_unique<TypeParam>();
+    ASSERT_EQ(server->CreateSocket(664), 0);
+    ConsoleClient client = this->Connect();
+    const SOCKET accepted = Accept(*server, true);
+    server->CloseBaseSocket();
+    EXPECT_EQ(send(accepted, "still here", 10, 0), 10);
+    EXPECT_EQ(client.Receive(10), "still here");
+    closesocket(accepted);
+}
+
+TYPED_TEST(SocketServers, CreateSocketReplacesAListenerOfItsOwn) {
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    ConsoleClient client = this->Connect();
+    const SOCKET accepted = Accept(server, false);
+    EXPECT_NE(accepted, INVALID_SOCKET);
+    closesocket(accepted);
+}
+
+TYPED_TEST(SocketServers, ATakenPortIsReported) {
+    TakenPort taken;
+    this->UsePort(taken.Port());
+    this->ExpectErrors({"bind() API failed with error: 10048"});
+    TypeParam server;
+    EXPECT_EQ(server.CreateSocket(664), WSAEADDRINUSE);
+    this->AwaitLog("bind() API failed with error: 10048");
+}
+
+TYPED_TEST(SocketServers, AServerThatFailedListensLater) {
+    auto taken = std::make_unique<TakenPort>();
+    this->UsePort(taken->Port());
+    this->ExpectErrors({"bind() API failed with error: 10048"});
+    TypeParam server;
+    EXPECT_EQ(server.CreateSocket(664), WSAEADDRINUSE);
+    taken.reset();
+    EXPECT_EQ(server.CreateSocket(664), 0);
+}
+
+TYPED_TEST(SocketServers, ClosingTheListenerBreaksTheOwnerOutOfAccept) {
+    TypeParam server;
+    this->ExpectErrors({"accept() API failed with error: 10004"});
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    std::thread owner([&] { EXPECT_EQ(Accept(server, false), INVALID_SOCKET); });
+    EXPECT_TRUE(this->Eventually([this] { return this->Gate().Count("accept") == 1; }));
+    server.CloseBaseSocket();
+    owner.join();
+}
+
+TYPED_TEST(SocketServers, ClosingTwiceIsHarmless) {
+    TypeParam server;
+    server.CloseBaseSocket();
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    server.CloseBaseSocket();
+    server.CloseBaseSocket();
+    EXPECT_EQ(this->Gate().Count("closesocket"), 1u);
+}
+
+TYPED_TEST(SocketServers, ReportEveryFailedCallAndGoOn) {
+    auto& gate = this->Gate();
+    this->ExpectErrors({"() API failed with error: 10055", "Error in closing baseSocket"});
+    TypeParam server;
+
+    gate.FailNth("socket", 1, WSAENOBUFS);
+    EXPECT_EQ(server.CreateSocket(664), WSAENOBUFS);
+    this->AwaitLog("socket() API failed with error: 10055");
+
+    gate.FailNth("bind", 1, WSAENOBUFS);
+    EXPECT_EQ(server.CreateSocket(664), WSAENOBUFS);
+    this->AwaitLog("bind() API failed with error: 10055");
+
+    gate.FailNth("listen", 1, WSAENOBUFS);
+    gate.FailNth("closesocket", 1, WSAENOTSOCK);
+    EXPECT_EQ(server.CreateSocket(664), WSAENOBUFS);
+    this->AwaitLog("listen() API failed with error: 10055");
+    this->AwaitLog("Error in closing baseSocket");
+
+    gate.FailNth("accept", 1, WSAENOBUFS);
+    EXPECT_EQ(Accept(server, false), INVALID_SOCKET);
+    this->AwaitLog("accept() API failed with error: 10055");
+}
+
+TYPED_TEST(SocketServers, AnAcceptedSocketWhoseModeCannotBeSetIsClosed) {
+    auto& gate = this->Gate();
+    this->ExpectErrors({"ioctlsocket() API failed with error: 10022", "Error in closing Data socket"});
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    for (const bool blocking : {false, true}) {
+        ConsoleClient client = this->Connect();
+        gate.FailNth("ioctlsocket", 1, WSAEINVAL);
+        EXPECT_EQ(Accept(server, blocking), INVALID_SOCKET);
+        EXPECT_TRUE(client.AwaitClose());
+    }
+    this->AwaitLog("ioctlsocket() API failed with error: 10022", 2);
+
+    ConsoleClient client = this->Connect();
+    gate.FailNth("ioctlsocket", 1, WSAEINVAL);
+    gate.FailNth("closesocket", 1, WSAENOTSOCK);
+    EXPECT_EQ(Accept(server, false), INVALID_SOCKET);
+    this->AwaitLog("Error in closing Data socket");
+}
+
+TYPED_TEST(SocketServers, AFailedStartOfWinsockStopsNothing) {
+    this->ExpectErrors(
+        {"WSAStartup() call failed with error: 10091", "WSACleanup() API failed with error: 10050"});
+    this->Gate().FailNth("WSAStartup", 1, WSASYSNOTREADY);
+    this->Gate().FailNth("WSACleanup", 1, WSAENETDOWN);
+    { TypeParam server; }
+    this->AwaitLog("WSAStartup() call failed with error: 10091");
+    this->AwaitLog("WSACleanup() API failed with error: 10050");
+}
+
+namespace {
+
+class FailedAccept : public DashFixture {
+  protected:
+    void FailAccept(SocketServer& server) {
+        Gate().FailNth("accept", 1, WSAEINTR);
+        EXPECT_EQ(Accept(server, false), INVALID_SOCKET);
+    }
+};
+
+}  // namespace
+
+TEST_F(FailedAccept, OfTheHttpsSocketStaysOutOfTheLogWhileTheServiceStops) {
+    ExpectErrors({"accept() API failed with error: 10004"});
+    HttpsSocket https;
+    KvmSocket kvm;
+    FailAccept(https);
+    AwaitLog("accept() API failed with error: 10004", 1);
+
+    service->m_bServiceStopping = 1;
+    FailAccept(https);
+    FailAccept(kvm);
+    AwaitLog("accept() API failed with error: 10004", 2);
+    EXPECT_EQ(LogCount("accept() API failed"), 2u);
+}

@@ -1,0 +1,161 @@
+// What the firmware hears when the host comes up and when it goes away.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/unit/reporting/ReportingFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+class PlatformUpdate : public ReportingFixture {
+  protected:
+    void SetUp() override {
+        ReportingFixture::SetUp();
+        OpenMailbox();
+        service->m_mailBoxDriverInterface.m_bServiceUp = 0;
+        SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
+        SetDnsServers({"192.168.7.53"});
+    }
+
+    void SetConnected(bool connected) {
+        Pc().Change([&](auto& pc) { pc.connectedFlags = connected ? 0x12 : 0; });
+    }
+
+    std::vector<std::string> RequestNames() {
+        std::vector<std::string> names;
+        for (const mpm::Request& request : firmware.Requests())
+            names.push_back(request.name);
+        return names;
+    }
+
+    // Lets so many polls for a connection fail.
+    void FailPolls(int count) {
+        for (int i = 0; i < count; ++i) {
+            ASSERT_TRUE(Clock().AwaitSleeper(100ms));
+            Advance(100ms);
+        }
+    }
+
+    std::thread Update() {
+        return std::thread([this] { service->UpdatePlatformInfoToMPM(); });
+    }
+};
+
+}  // namespace
+
+TEST_F(PlatformUpdate, ReportsTheHostUpAndThenItsAddress) {
+    service->UpdatePlatformInfoToMPM();
+    EXPECT_EQ(RequestNames(),
+              (std::vector<std::string>{"WriteZELStatus", "GetZELVersion", "WriteIPCompleteInformation"}));
+    EXPECT_EQ(firmware.Requests("WriteZELStatus")[0].As<ZELStatusRecord>().state, 1u);
+    EXPECT_EQ(firmware.Requests("WriteIPCompleteInformation")[0].As<IPCompleteInfo>().IPv4Address,
+              inet_addr("192.168.7.3"));
+    EXPECT_TRUE(service->m_mailBoxDriverInterface.m_bServiceUp);
+    EXPECT_EQ(service->m_vorkVersion, 50u);
+    EXPECT_TRUE(service->m_bPlatformUpdateDone);
+    ExpectLogInOrder({"Write ZEL Service status to MPM", "ZEL Service UP", "Network Address: 0x307a8c0",
+                      "Updating IPv4 Info 0x307a8c0"});
+}
+
+TEST_F(PlatformUpdate, SendsAnEmptyInventoryOnceAfterTenSecondsWithoutConnection) {
+    SetConnected(false);
+    std::thread update = Update();
+    FailPolls(99);
+    ASSERT_TRUE(Clock().AwaitSleeper(100ms));
+    EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 0u);
+    EXPECT_FALSE(service->m_bPlatformUpdateDone);
+
+    FailPolls(1);
+    const auto inventory = firmware.AwaitRequest("WriteMultiNwInfo");
+    ASSERT_TRUE(inventory);
+    EXPECT_EQ(inventory->data, std::vector<uint8_t>(sizeof(MultiNwInfo)));
+    FailPolls(150);
+    EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 1u);
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
+
+    SetConnected(true);
+    FailPolls(1);
+    update.join();
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
+}
+
+TEST_F(PlatformUpdate, SendsTheEmptyInventoryOfOldFirmwareBelowVersion20) {
+    firmware.Change([](mpm::Settings& settings) { settings.uVORKVersion = 19; });
+    SetConnected(false);
+    std::thread update = Update();
+    FailPolls(100);
+    const auto inventory = firmware.AwaitRequest("WriteNwInfo");
+    ASSERT_TRUE(inventory);
+    EXPECT_EQ(inventory->data, std::vector<uint8_t>(sizeof(NwInfo)));
+    SetConnected(true);
+    FailPolls(1);
+    update.join();
+}
+
+TEST_F(PlatformUpdate, AConnectionWithinTenSecondsSparesTheEmptyInventory) {
+    SetConnected(false);
+    std::thread update = Update();
+    FailPolls(50);
+    ASSERT_TRUE(Clock().AwaitSleeper(100ms));
+    SetConnected(true);
+    Advance(100ms);
+    update.join();
+    EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 0u);
+}
+
+TEST_F(PlatformUpdate, AStopEndsTheWaitForAConnection) {
+    SetConnected(false);
+    std::thread update = Update();
+    FailPolls(3);
+    service->ServiceCleanup();
+    update.join();
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
+}
+
+TEST_F(PlatformUpdate, ASuspendDuringTheWaitClosesTheGateForTheRest) {
+    ExpectErrors({"SendIOCtlToDriver: Error Service is not signalled as Up, returning: 1062 to the caller"});
+    SetConnected(false);
+    std::thread update = Update();
+    FailPolls(3);
+    service->StopPlatformUpdates();
+    SetConnected(true);
+    FailPolls(1);
+    update.join();
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
+    AwaitLog("Skipping network updates");
+}
+
+TEST_F(PlatformUpdate, TheFarewellClosesTheGateAndForgetsTheAddress) {
+    service->UpdatePlatformInfoToMPM();
+    firmware.Clear();
+    service->StopPlatformUpdates();
+    EXPECT_EQ(RequestNames(), std::vector<std::string>{"WriteZELStatus"});
+    EXPECT_EQ(firmware.Requests("WriteZELStatus")[0].As<ZELStatusRecord>().state, 2u);
+    EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
+    EXPECT_FALSE(service->m_bNetworkUpdatesEnabled);
+    EXPECT_EQ(service->m_ipv4InfoStore.GetCurrentIPv4(), 0u);
+    ExpectLogInOrder({"Write ZEL Service status to MPM", "ZEL Service DOWN"});
+}
+
+TEST_F(PlatformUpdate, TheFarewellInSafeBootLeavesTheRestAlone) {
+    service->UpdatePlatformInfoToMPM();
+    service->m_bootMode = 1;
+    service->StopPlatformUpdates();
+    EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
+    EXPECT_TRUE(service->m_bNetworkUpdatesEnabled);
+    EXPECT_EQ(service->m_ipv4InfoStore.GetCurrentIPv4(), inet_addr("192.168.7.3"));
+}
+
+TEST_F(PlatformUpdate, ALaterUpdateEnablesTheReportsAgain) {
+    service->UpdatePlatformInfoToMPM();
+    service->StopPlatformUpdates();
+    firmware.Clear();
+    service->UpdatePlatformInfoToMPM();
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
+    EXPECT_TRUE(service->m_bNetworkUpdatesEnabled);
+}
