@@ -2,15 +2,19 @@
 //
 // The conversions have the sizes that Windows gives them (%lu is 32 bits, %I64x and %llu are 64) in every
 // build: each argument is first cut to the size its conversion names and then widened, so that a text prints
-// the same whatever the compiler's long is. A conversion that does not fit its argument does not compile.
+// the same whatever the compiler's long is. %ls takes wide text, of wchar_t or of UTF-16 units, and prints it
+// as UTF-8. A conversion that does not fit its argument does not compile.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
+
+#include "service/WideText.h"
 
 namespace logging {
 
@@ -19,6 +23,7 @@ inline constexpr size_t kMessageSize = 1024;
 
 enum class Argument : uint8_t {
     Text,
+    WideText,
     Signed8,
     Signed16,
     Signed32,
@@ -36,6 +41,9 @@ template <class T>
 inline constexpr bool kIsText =
     std::is_convertible_v<T, const char*> || std::is_same_v<Plain<T>, std::string>;
 template <class T>
+inline constexpr bool kIsWideText =
+    std::is_convertible_v<T, std::wstring_view> || std::is_convertible_v<T, std::u16string_view>;
+template <class T>
 inline constexpr bool kIsNumber = std::is_integral_v<Plain<T>> || std::is_enum_v<Plain<T>>;
 
 // A format that is known to fit Args, with every integer conversion rewritten to 64 bits.
@@ -48,6 +56,7 @@ class Format {
     consteval Format(const char (&text)[N]) {  // NOLINT: implicit, so that a literal is a format
         static_assert(N + 2 * sizeof...(Args) <= kCapacity, "the format text is too long");
         constexpr bool isText[] = {kIsText<Args>..., false};
+        constexpr bool isWideText[] = {kIsWideText<Args>..., false};
         constexpr bool isNumber[] = {kIsNumber<Args>..., false};
         size_t argument = 0;
         for (size_t in = 0; in + 1 < N;) {
@@ -59,12 +68,14 @@ class Format {
             }
             while (IsOneOf(text[in], "-+ #0123456789."))
                 Put(text[in++]);
+            const bool isLong = text[in] == 'l';
             const int bits = TakeLength(text, in);
             const char conversion = text[in++];
             if (argument >= sizeof...(Args)) Mismatch("more conversions than arguments");
             if (conversion == 's') {
-                if (!isText[argument]) Mismatch("%s needs a text");
-                m_arguments[argument] = Argument::Text;
+                if (isLong && !isWideText[argument]) Mismatch("%ls needs a wide text");
+                if (!isLong && !isText[argument]) Mismatch("%s needs a text");
+                m_arguments[argument] = isLong ? Argument::WideText : Argument::Text;
             } else {
                 if (!IsOneOf(conversion, "diuxX")) Mismatch("unknown conversion");
                 if (!isNumber[argument]) Mismatch("an integer conversion needs a number");
@@ -129,6 +140,20 @@ inline const char* Widen(Argument, const std::string& text) {
     return text.c_str();
 }
 
+// The result lives until the line is written.
+template <class T>
+requires kIsWideText<T> std::string Widen(Argument, const T& text) {
+    if constexpr (std::is_pointer_v<T>)
+        if (!text) return "(null)";
+    if constexpr (std::is_array_v<T>) {
+        return ToUtf8(TextInField(text), kMessageSize);
+    } else if constexpr (std::is_convertible_v<T, std::wstring_view>) {
+        return ToUtf8(std::wstring_view(text), kMessageSize);
+    } else {
+        return ToUtf8(std::u16string_view(text), kMessageSize);
+    }
+}
+
 template <class T>
 requires kIsNumber<T>
 long long Widen(Argument as, T value) {
@@ -152,6 +177,17 @@ long long Widen(Argument as, T value) {
 
 enum class Level { Info, Warn, Error, Debug, Trace };
 
+// What printf can take of a widened argument.
+inline const char* ForPrintf(const char* text) {
+    return text;
+}
+inline const char* ForPrintf(const std::string& text) {
+    return text.c_str();
+}
+inline long long ForPrintf(long long number) {
+    return number;
+}
+
 // Formats with printf's rules into a buffer of kMessageSize and hands the text to the logger, tag
 // "ZELService".
 void Write(Level level, const char* format, ...);
@@ -159,7 +195,7 @@ void Write(Level level, const char* format, ...);
 template <class... Args, size_t... I>
 void WriteChecked(Level level, const Format<Args...>& format, std::index_sequence<I...>,
                   const Args&... args) {
-    Write(level, format.Text(), Widen(format.Of(I), args)...);
+    Write(level, format.Text(), ForPrintf(Widen(format.Of(I), args))...);
 }
 
 }  // namespace logging
