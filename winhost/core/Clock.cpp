@@ -18,7 +18,8 @@ Clock& Clock::Instance() {
 }
 
 Clock::Clock()
-    : m_start(std::chrono::steady_clock::now()), m_wallAtStart(std::chrono::system_clock::now().time_since_epoch()) {}
+    : m_start(std::chrono::steady_clock::now()),
+      m_wallAtStart(std::chrono::system_clock::now().time_since_epoch()) {}
 
 Clock::Duration Clock::Steady() const {
     if (m_manual.load(std::memory_order_acquire)) return Duration(m_reading.load(std::memory_order_acquire));
@@ -92,7 +93,8 @@ void Clock::Leave(Sleepers::iterator sleeper, std::unique_lock<std::mutex>& lock
     lock.lock();
 }
 
-// Until the condition is notified, or a running clock reaches the deadline; wakes early are the caller's to sort out.
+// Until the condition is notified, or a running clock reaches the deadline; wakes early are the caller's to
+// sort out.
 void Clock::Block(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline) {
     if (m_manual.load(std::memory_order_acquire)) {
         condition.wait(lock);
@@ -103,8 +105,9 @@ void Clock::Block(std::unique_lock<std::mutex>& lock, std::condition_variable& c
     }
 }
 
-// A sleeper's mutex is taken before its condition is notified, so that one who has just read the old time is not missed.
-// It can't be taken under m_mutex, which sleepers take while they hold theirs: pins keep it alive instead.
+// A sleeper's mutex is taken before its condition is notified, so that one who has just read the old time is
+// not missed. It can't be taken under m_mutex, which sleepers take while they hold theirs: pins keep it alive
+// instead.
 void Clock::WakeSleepers() {
     std::vector<Sleeper*> pinned;
     {
@@ -119,7 +122,8 @@ void Clock::WakeSleepers() {
         sleeper->condition->notify_all();
     }
     std::lock_guard lock(m_mutex);
-    for (Sleeper* sleeper : pinned) --sleeper->pins;
+    for (Sleeper* sleeper : pinned)
+        --sleeper->pins;
     m_unpinned.notify_all();
 }
 

@@ -1,5 +1,5 @@
-// The PC's one clock. Sleeps, wait time-outs and every reading of the time come from here, so that a test moves
-// time forward instead of waiting for it.
+// The PC's one clock. Sleeps, wait time-outs and every reading of the time come from here, so that a test
+// moves time forward instead of waiting for it.
 #pragma once
 
 #include <atomic>
@@ -21,8 +21,8 @@ class Clock {
 
     // A manual clock stands still but for Advance; a running one follows the machine. Starts running.
     void SetManual(bool manual);
-    // Moves the clock forward; every sleep and wait whose deadline is reached ends now. The caller must hold no mutex
-    // that a thread waits with.
+    // Moves the clock forward; every sleep and wait whose deadline is reached ends now. The caller must hold
+    // no mutex that a thread waits with.
     void Advance(Duration by);
     // Moves the wall clock alone, back or forth, as a person who sets the time does.
     void SetWallOffset(Duration offset);
@@ -37,21 +37,22 @@ class Clock {
 
     // Blocks the calling thread until the deadline.
     void SleepUntil(Deadline deadline);
-    // Waits on a condition until `ready` holds or the deadline is reached; the answer is ready(). The lock's mutex
-    // must be the one that guards what `ready` reads. A wait for kNever costs no more than the condition's own.
+    // Waits on a condition until `ready` holds or the deadline is reached; the answer is ready(). The lock's
+    // mutex must be the one that guards what `ready` reads. A wait for kNever costs no more than the
+    // condition's own.
     template <class Ready>
     bool WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline,
                    Ready ready);
 
-    // For tests with a manual clock: waits in real time until at least `count` threads are blocked with a deadline.
-    // False after `patience`.
+    // For tests with a manual clock: waits in real time until at least `count` threads are blocked with a
+    // deadline. False after `patience`.
     bool AwaitSleepers(size_t count, std::chrono::milliseconds patience = std::chrono::seconds(10));
     // The same, for a thread blocked with its deadline `ahead` from now (within a millisecond).
     bool AwaitSleeper(Duration ahead, std::chrono::milliseconds patience = std::chrono::seconds(10));
 
   private:
-    // A thread that is blocked with a deadline. While `pins` is not 0 somebody is about to wake it by its mutex and
-    // condition, which have to live so long.
+    // A thread that is blocked with a deadline. While `pins` is not 0 somebody is about to wake it by its
+    // mutex and condition, which have to live so long.
     struct Sleeper {
         Deadline deadline;
         std::mutex* mutex;
@@ -84,8 +85,8 @@ class Clock {
 };
 
 template <class Ready>
-bool Clock::WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline,
-                      Ready ready) {
+bool Clock::WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& condition,
+                      Deadline deadline, Ready ready) {
     if (ready()) return true;
     if (deadline == kNever) {
         condition.wait(lock, ready);
@@ -96,7 +97,8 @@ bool Clock::WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variabl
     bool due = false;
     while (!due && !ready()) {
         const auto sleeper = Enter({deadline, lock.mutex(), &condition});
-        while (!(due = Steady() >= deadline) && !ready()) Block(lock, condition, deadline);
+        while (!(due = Steady() >= deadline) && !ready())
+            Block(lock, condition, deadline);
         Leave(sleeper, lock);
     }
     return ready();

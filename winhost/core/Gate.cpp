@@ -22,7 +22,8 @@ void Gate::Reset() {
     m_failures = 0;
     m_rules.clear();
     m_delays.clear();
-    for (GateSite* site : m_sites) site->m_calls = 0;
+    for (GateSite* site : m_sites)
+        site->m_calls = 0;
 }
 
 void Gate::FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver) {

@@ -8,7 +8,8 @@ HandleTable& HandleTable::Instance() {
     return table;
 }
 
-// The two lowest bits are 0 as in every Windows handle, and the highest too; 0 and the pseudo handles are never made.
+// The two lowest bits are 0 as in every Windows handle, and the highest too; 0 and the pseudo handles are
+// never made.
 HANDLE HandleTable::Encode(Place place) {
     return reinterpret_cast<HANDLE>(static_cast<uintptr_t>((place.use << kSlotBits | place.slot) << 2));
 }
@@ -17,7 +18,8 @@ bool HandleTable::Decode(HANDLE handle, Place& place) {
     // A caller may mark a handle in its two lowest bits.
     const uintptr_t value = reinterpret_cast<uintptr_t>(handle) >> 2;
     if (value >> (kSlotBits + kUseBits)) return false;
-    place = {static_cast<uint32_t>(value) & ((1u << kSlotBits) - 1), static_cast<uint32_t>(value >> kSlotBits)};
+    place = {static_cast<uint32_t>(value) & ((1u << kSlotBits) - 1),
+             static_cast<uint32_t>(value >> kSlotBits)};
     return true;
 }
 

@@ -1,8 +1,8 @@
 // The table behind every handle of the process, whatever its kind.
 //
-// A new kind is a class derived from Object (from WaitableObject when threads wait for it, from FileObject when it is
-// read and written) in a file of its own; nothing else has to know it. A handle carries the number of its slot and a
-// count of the slot's uses, so that a stale one meets nothing.
+// A new kind is a class derived from Object (from WaitableObject when threads wait for it, from FileObject
+// when it is read and written) in a file of its own; nothing else has to know it. A handle carries the number
+// of its slot and a count of the slot's uses, so that a stale one meets nothing.
 #pragma once
 
 #include <array>
@@ -43,7 +43,8 @@ class HandleTable {
     // Takes the handle out of the table if it names a Kind, and tells the object. False when it doesn't.
     template <class Kind>
     bool Close(HANDLE handle) {
-        return CloseIf(handle, [](const Object& object) { return dynamic_cast<const Kind*>(&object) != nullptr; });
+        return CloseIf(handle,
+                       [](const Object& object) { return dynamic_cast<const Kind*>(&object) != nullptr; });
     }
     // What CloseHandle does.
     bool CloseKernelObject(HANDLE handle) {

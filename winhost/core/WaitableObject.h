@@ -1,0 +1,38 @@
+// An object that threads wait for. Each has a mutex and a condition of its own: no wait meets another
+// object's.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+
+#include <winbase.h>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/HandleTable.h"
+
+namespace winhost {
+
+class WaitableObject : public Object {
+  public:
+    // Takes the object for the calling thread as soon as it is signalled: WAIT_OBJECT_0 or WAIT_ABANDONED, or
+    // WAIT_TIMEOUT at the deadline.
+    DWORD Wait(Clock::Deadline deadline) {
+        std::unique_lock lock(m_mutex);
+        Taken taken = Taken::No;
+        Clock::Instance().WaitUntil(lock, m_signalled, deadline,
+                                    [&] { return taken != Taken::No || (taken = TryTake()) != Taken::No; });
+        if (taken == Taken::No) return WAIT_TIMEOUT;
+        return taken == Taken::Abandoned ? WAIT_ABANDONED : WAIT_OBJECT_0;
+    }
+
+  protected:
+    enum class Taken { No, Yes, Abandoned };
+
+    // Called with m_mutex held, by the thread that waits.
+    virtual Taken TryTake() = 0;
+
+    std::mutex m_mutex;
+    std::condition_variable m_signalled;
+};
+
+}  // namespace winhost

@@ -1,0 +1,87 @@
+// Files and folders by their Windows paths.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include <shlobj.h>
+#include <winbase.h>
+
+#include "winhost/core/Gate.h"
+#include "winhost/files/FileErrors.h"
+#include "winhost/pc/Pc.h"
+
+namespace {
+
+std::string HostPath(const std::string& path) {
+    return winhost::Pc::Instance().HostPath(path);
+}
+
+BOOL Answer(DWORD error) {
+    if (error == ERROR_SUCCESS) return TRUE;
+    SetLastError(error);
+    return FALSE;
+}
+
+DWORD Delete(const std::string& path) {
+    return unlink(path.c_str()) == 0 ? static_cast<DWORD>(ERROR_SUCCESS) : winhost::FileErrorOf(errno, path);
+}
+
+DWORD Move(const std::string& from, const std::string& to) {
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return ERROR_SUCCESS;
+    if (errno != EINVAL && errno != ENOSYS)
+        return winhost::FileErrorOf(errno, access(from.c_str(), F_OK) == 0 ? to : from);
+    // A file system that can't rename so: a second name never replaces either.
+    if (link(from.c_str(), to.c_str()) != 0) return winhost::FileErrorOf(errno, to);
+    return Delete(from);
+}
+
+bool IsComplete(const std::string& path) {
+    const bool isSeparator = path.size() > 2 && (path[2] == '\\' || path[2] == '/');
+    return isSeparator && isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+}
+
+bool IsFolder(const std::string& hostPath) {
+    struct stat status;
+    return stat(hostPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// The folders that lead to it are made where they are missing; 0 also for those that are there.
+DWORD MakeFolders(const std::string& path) {
+    const size_t last = path.find_last_of("\\/");
+    // Behind the drive alone: drives are not made.
+    if (last > 2) {
+        const DWORD error = MakeFolders(path.substr(0, last));
+        if (error != ERROR_SUCCESS && error != ERROR_ALREADY_EXISTS) return error;
+    }
+    const std::string hostPath = HostPath(path);
+    if (mkdir(hostPath.c_str(), 0777) == 0) return ERROR_SUCCESS;
+    if (errno == EEXIST) return IsFolder(hostPath) ? ERROR_ALREADY_EXISTS : ERROR_FILE_EXISTS;
+    return winhost::FileErrorOf(errno, hostPath);
+}
+
+}  // namespace
+
+BOOL DeleteFileA(LPCSTR path) {
+    WINHOST_GATE("DeleteFileA", FALSE);
+    return Answer(Delete(HostPath(path)));
+}
+
+BOOL MoveFileA(LPCSTR from, LPCSTR to) {
+    WINHOST_GATE("MoveFileA", FALSE);
+    return Answer(Move(HostPath(from), HostPath(to)));
+}
+
+int SHCreateDirectoryExA(HWND, LPCSTR path, const SECURITY_ATTRIBUTES*) {
+    WINHOST_GATE_CODE("SHCreateDirectoryExA");
+    std::string folder = path ? path : "";
+    if (!IsComplete(folder)) return ERROR_BAD_PATHNAME;
+    while (folder.size() > 3 && (folder.back() == '\\' || folder.back() == '/'))
+        folder.pop_back();
+    const DWORD error = MakeFolders(folder);
+    SetLastError(error);
+    return static_cast<int>(error);
+}

@@ -1,0 +1,121 @@
+// C streams on Windows paths.
+//
+// A log asks for the end of its file before each line. The C library answers that for a stream of its own by
+// reading the last block of the file again; for one that brings its own functions it asks these, and they
+// know the answer.
+#include <stdio.h>
+
+#include <fcntl.h>
+#include <share.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <winbase.h>
+
+#include "winhost/core/Gate.h"
+#include "winhost/pc/Pc.h"
+
+namespace {
+
+struct Stream {
+    int file;
+    // Where the file stands, when that is known without asking.
+    std::optional<off64_t> position;
+};
+
+ssize_t ReadStream(void* cookie, char* buffer, size_t size) {
+    auto* stream = static_cast<Stream*>(cookie);
+    stream->position.reset();
+    ssize_t count;
+    do {
+        count = read(stream->file, buffer, size);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+ssize_t WriteStream(void* cookie, const char* buffer, size_t size) {
+    auto* stream = static_cast<Stream*>(cookie);
+    // With several that append to one file, this is not where the last position was.
+    stream->position.reset();
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t count = write(stream->file, buffer + done, size - done);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        done += static_cast<size_t>(count);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+int SeekStream(void* cookie, off64_t* offset, int origin) {
+    auto* stream = static_cast<Stream*>(cookie);
+    if (origin == SEEK_CUR && *offset == 0 && stream->position) {
+        *offset = *stream->position;
+        return 0;
+    }
+    const off64_t position = lseek64(stream->file, *offset, origin);
+    if (position < 0) return -1;
+    stream->position = *offset = position;
+    return 0;
+}
+
+int CloseStream(void* cookie) {
+    const std::unique_ptr<Stream> stream(static_cast<Stream*>(cookie));
+    return close(stream->file);
+}
+
+// -1 for a mode that the C library doesn't know.
+int OpenFlags(const std::string& mode) {
+    const bool update = mode.find('+') != std::string::npos;
+    const int access = update ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+    switch (mode[0]) {
+        case 'r':
+            return access;
+        case 'w':
+            return access | O_CREAT | O_TRUNC;
+        case 'a':
+            return access | O_CREAT | O_APPEND;
+        default:
+            return -1;
+    }
+}
+
+FILE* Refuse(int error) {
+    errno = error;
+    return nullptr;
+}
+
+}  // namespace
+
+FILE* _fsopen(const char* path, const char* mode, int shareFlag) {
+    WINHOST_GATE("_fsopen", Refuse(EIO));
+    const int flags = path && mode ? OpenFlags(mode) : -1;
+    if (flags < 0 || shareFlag != _SH_DENYNO) return Refuse(EINVAL);
+    const int file = open(winhost::Pc::Instance().HostPath(path).c_str(), flags | O_CLOEXEC, 0666);
+    if (file < 0) return nullptr;
+    auto stream = std::make_unique<Stream>(Stream{file, {}});
+    std::string kind(1, mode[0]);
+    if (flags & O_RDWR) kind += '+';
+    FILE* opened =
+        fopencookie(stream.get(), kind.c_str(), {ReadStream, WriteStream, SeekStream, CloseStream});
+    if (opened) {
+        stream.release();
+    } else {
+        close(file);
+    }
+    return opened;
+}
+
+int _fseeki64(FILE* stream, long long offset, int origin) {
+    WINHOST_GATE("_fseeki64", -1);
+    return fseeko(stream, offset, origin);
+}
+
+long long _ftelli64(FILE* stream) {
+    WINHOST_GATE("_ftelli64", -1);
+    return ftello(stream);
+}

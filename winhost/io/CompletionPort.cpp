@@ -1,0 +1,78 @@
+#include "winhost/io/CompletionPort.h"
+
+#include "winhost/core/Gate.h"
+#include "winhost/io/FileObject.h"
+
+namespace winhost {
+
+void CompletionPort::Post(const Packet& packet) {
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_closed) return;
+        m_packets.push_back(packet);
+    }
+    m_changed.notify_one();
+}
+
+DWORD CompletionPort::Take(Clock::Deadline deadline, Packet& packet) {
+    std::unique_lock lock(m_mutex);
+    const bool ready = Clock::Instance().WaitUntil(lock, m_changed, deadline,
+                                                   [&] { return m_closed || !m_packets.empty(); });
+    if (m_closed) return ERROR_ABANDONED_WAIT_0;
+    if (!ready) return WAIT_TIMEOUT;
+    packet = m_packets.front();
+    m_packets.pop_front();
+    return ERROR_SUCCESS;
+}
+
+void CompletionPort::OnClose() {
+    {
+        std::lock_guard lock(m_mutex);
+        m_closed = true;
+    }
+    m_changed.notify_all();
+}
+
+}  // namespace winhost
+
+using winhost::CompletionPort;
+using winhost::FileObject;
+using winhost::HandleTable;
+
+HANDLE CreateIoCompletionPort(HANDLE file, HANDLE existingPort, ULONG_PTR key, DWORD) {
+    WINHOST_GATE("CreateIoCompletionPort", nullptr);
+    HandleTable& table = HandleTable::Instance();
+    const auto object = table.Find<FileObject>(file);
+    if (!object || existingPort) {
+        SetLastError(existingPort ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    const auto port = std::make_shared<CompletionPort>();
+    if (!object->Associate(port, key)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    const HANDLE handle = table.Add(port);
+    if (!handle) SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+    return handle;
+}
+
+BOOL GetQueuedCompletionStatus(HANDLE port, LPDWORD bytesMoved, ULONG_PTR* key, LPOVERLAPPED* overlapped,
+                               DWORD milliseconds) {
+    *overlapped = nullptr;
+    WINHOST_GATE("GetQueuedCompletionStatus", FALSE);
+    const auto object = HandleTable::Instance().Find<CompletionPort>(port);
+    CompletionPort::Packet packet;
+    const DWORD failure = object ? object->Take(winhost::Clock::Instance().DeadlineIn(milliseconds), packet)
+                                 : static_cast<DWORD>(ERROR_INVALID_HANDLE);
+    if (failure != ERROR_SUCCESS) {
+        SetLastError(failure);
+        return FALSE;
+    }
+    *bytesMoved = packet.bytes;
+    *key = packet.key;
+    *overlapped = packet.overlapped;
+    if (packet.error == ERROR_SUCCESS) return TRUE;
+    SetLastError(packet.error);
+    return FALSE;
+}

@@ -1,0 +1,70 @@
+// Readings of the PC's clock, and its time zone.
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+#include <winbase.h>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/core/Utf8.h"
+#include "winhost/pc/Cached.h"
+#include "winhost/pc/Pc.h"
+
+using winhost::Clock;
+
+namespace {
+
+// Asked for by every line of a log, and so kept in the form of the answer.
+const TIME_ZONE_INFORMATION& TimeZone() {
+    return winhost::CachedFromPc<TIME_ZONE_INFORMATION>([](const winhost::PcDescription& pc) {
+        TIME_ZONE_INFORMATION zone{};
+        zone.Bias = pc.timeZoneBiasMinutes;
+        const std::wstring name = winhost::FromUtf8(pc.timeZoneName);
+        const size_t length = std::min(name.size(), std::size(zone.StandardName) - 1);
+        std::copy_n(name.begin(), length, zone.StandardName);
+        std::copy_n(name.begin(), length, zone.DaylightName);
+        return zone;
+    });
+}
+
+SYSTEMTIME FromFileTime(uint64_t fileTime) {
+    using namespace std::chrono;
+    using Ticks = duration<int64_t, std::ratio<1, 10'000'000>>;
+    const auto sinceMidnight1601 = Ticks(static_cast<int64_t>(fileTime));
+    const auto days = floor<std::chrono::days>(sinceMidnight1601);
+    const sys_days date = sys_days(year(1601) / 1 / 1) + days;
+    const year_month_day ymd(date);
+    const hh_mm_ss time(duration_cast<milliseconds>(sinceMidnight1601 - days));
+    SYSTEMTIME result{};
+    result.wYear = static_cast<WORD>(static_cast<int>(ymd.year()));
+    result.wMonth = static_cast<WORD>(static_cast<unsigned>(ymd.month()));
+    result.wDay = static_cast<WORD>(static_cast<unsigned>(ymd.day()));
+    result.wDayOfWeek = static_cast<WORD>(weekday(date).c_encoding());
+    result.wHour = static_cast<WORD>(time.hours().count());
+    result.wMinute = static_cast<WORD>(time.minutes().count());
+    result.wSecond = static_cast<WORD>(time.seconds().count());
+    result.wMilliseconds = static_cast<WORD>(time.subseconds().count());
+    return result;
+}
+
+}  // namespace
+
+void GetLocalTime(LPSYSTEMTIME time) {
+    WINHOST_GATE_PASS("GetLocalTime");
+    constexpr int64_t kTicksPerMinute = 600'000'000;
+    *time =
+        FromFileTime(Clock::Instance().FileTime() - static_cast<uint64_t>(TimeZone().Bias * kTicksPerMinute));
+}
+
+void GetSystemTimeAsFileTime(LPFILETIME time) {
+    WINHOST_GATE_PASS("GetSystemTimeAsFileTime");
+    const uint64_t now = Clock::Instance().FileTime();
+    *time = {static_cast<DWORD>(now), static_cast<DWORD>(now >> 32)};
+}
+
+DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone) {
+    WINHOST_GATE("GetTimeZoneInformation", TIME_ZONE_ID_INVALID);
+    *zone = TimeZone();
+    return TIME_ZONE_ID_UNKNOWN;
+}

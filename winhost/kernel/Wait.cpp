@@ -1,0 +1,57 @@
+// Closing, waiting, sleeping, and the calling thread's error.
+#include <sched.h>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/core/WaitableObject.h"
+
+using winhost::Clock;
+using winhost::HandleTable;
+using winhost::WaitableObject;
+
+namespace {
+
+thread_local DWORD t_lastError = 0;
+
+bool IsPseudoHandle(HANDLE handle) {
+    const auto value = reinterpret_cast<intptr_t>(handle);
+    return value == -1 || value == -2;
+}
+
+}  // namespace
+
+// These two are how failures are told, and so the only calls that don't pass the gate.
+DWORD GetLastError() {
+    return t_lastError;
+}
+
+void SetLastError(DWORD error) {
+    t_lastError = error;
+}
+
+BOOL CloseHandle(HANDLE handle) {
+    WINHOST_GATE("CloseHandle", FALSE);
+    if (IsPseudoHandle(handle) || HandleTable::Instance().CloseKernelObject(handle)) return TRUE;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+}
+
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
+    WINHOST_GATE("WaitForSingleObject", WAIT_FAILED);
+    const auto object = HandleTable::Instance().Find<WaitableObject>(handle);
+    if (!object) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
+    }
+    return object->Wait(Clock::Instance().DeadlineIn(milliseconds));
+}
+
+void Sleep(DWORD milliseconds) {
+    WINHOST_GATE_PASS("Sleep");
+    if (milliseconds == 0) {
+        sched_yield();
+    } else {
+        Clock& clock = Clock::Instance();
+        clock.SleepUntil(clock.DeadlineIn(milliseconds));
+    }
+}

@@ -1,0 +1,107 @@
+// The process itself: its ids, its end, its user and its executable.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include <winbase.h>
+#include <winuser.h>
+
+#include "winhost/core/Gate.h"
+#include "winhost/pc/Pc.h"
+
+using winhost::Pc;
+
+namespace {
+
+// The path that Linux knows, for a PC whose description names none.
+std::string OwnPath() {
+    char path[4096];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+    return length > 0 ? std::string(path, static_cast<size_t>(length)) : std::string();
+}
+
+}  // namespace
+
+HANDLE GetCurrentProcess() {
+    WINHOST_GATE_PASS("GetCurrentProcess");
+    return reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
+}
+
+DWORD GetCurrentProcessId() {
+    WINHOST_GATE_PASS("GetCurrentProcessId");
+    static const DWORD id = static_cast<DWORD>(getpid());
+    return id;
+}
+
+DWORD GetCurrentThreadId() {
+    WINHOST_GATE_PASS("GetCurrentThreadId");
+    thread_local const DWORD id = static_cast<DWORD>(gettid());
+    return id;
+}
+
+void ExitProcess(UINT code) {
+    WINHOST_GATE_PASS("ExitProcess");
+    _exit(static_cast<int>(code));
+}
+
+BOOL TerminateThread(HANDLE thread, DWORD) {
+    WINHOST_GATE("TerminateThread", FALSE);
+    const bool isSelf = reinterpret_cast<intptr_t>(thread) == -2;
+    SetLastError(isSelf ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
+    return FALSE;
+}
+
+BOOL GetUserNameA(LPSTR buffer, LPDWORD size) {
+    WINHOST_GATE("GetUserNameA", FALSE);
+    const std::string name = Pc::Instance().Description().userName;
+    const DWORD room = *size;
+    *size = static_cast<DWORD>(name.size() + 1);
+    if (!buffer || room < *size) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    std::memcpy(buffer, name.c_str(), *size);
+    return TRUE;
+}
+
+DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size) {
+    WINHOST_GATE("GetModuleFileNameA", 0);
+    if (module || size == 0) {
+        SetLastError(module ? ERROR_MOD_NOT_FOUND : ERROR_INSUFFICIENT_BUFFER);
+        return 0;
+    }
+    std::string own = Pc::Instance().Description().modulePath;
+    if (own.empty()) own = OwnPath();
+    const bool fits = own.size() < size;
+    if (!fits) own.resize(size - 1);
+    std::memcpy(path, own.c_str(), own.size() + 1);
+    SetLastError(fits ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER);
+    return fits ? static_cast<DWORD>(own.size()) : size;
+}
+
+void OutputDebugStringA(LPCSTR text) {
+    WINHOST_GATE_PASS("OutputDebugStringA");
+    Pc::Instance().RecordDebugText(text ? text : "");
+}
+
+int GetSystemMetrics(int index) {
+    WINHOST_GATE_PASS("GetSystemMetrics");
+    return index == SM_CLEANBOOT ? static_cast<int>(Pc::Instance().Description().cleanBoot) : 0;
+}
+
+int _dupenv_s(char** buffer, size_t* size, const char* name) {
+    WINHOST_GATE_CODE("_dupenv_s");
+    if (!buffer || !name) return EINVAL;
+    *buffer = nullptr;
+    if (size) *size = 0;
+    for (const auto& [key, value] : Pc::Instance().Description().environment) {
+        if (strcasecmp(key.c_str(), name) != 0) continue;
+        *buffer = strdup(value.c_str());
+        if (!*buffer) return ENOMEM;
+        if (size) *size = value.size() + 1;
+        break;
+    }
+    return 0;
+}
