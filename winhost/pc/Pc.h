@@ -1,5 +1,5 @@
-// The simulated PC behind the calls: what Linux has no counterpart for, and the settings of the rest. Described by a
-// JSON file named in WINHOST_PC (docs/pc-description.md), or built in a test with a few lines.
+// The simulated PC behind the calls: what Linux has no counterpart for, and the settings of the rest.
+// Described by a JSON file named in WINHOST_PC (docs/pc-description.md), or built in a test with a few lines.
 #pragma once
 
 #include <atomic>
@@ -16,8 +16,8 @@ struct Adapter {
     std::string name;         // "{GUID}"
     std::string description;  // "Intel(R) Ethernet Connection I219-LM"
     uint32_t index = 1;
-    uint32_t type = 6;  // IANA ifType
-    std::string mac;    // "00:11:22:33:44:55"
+    uint32_t type = 6;                   // IANA ifType
+    std::string mac;                     // "00:11:22:33:44:55"
     std::string address, mask, gateway;  // dotted; empty when there is none
     bool dhcp = true;
     std::string dhcpServer;
@@ -26,8 +26,8 @@ struct Adapter {
 };
 
 struct PcDescription {
-    // The Linux folder that plays the drives: C:\x is <root>/C:/x. The process works with this folder as its current
-    // one, so that "C:/x" opens the same file through any library.
+    // The Linux folder that plays the drives: C:\x is <root>/C:/x. The process works with this folder as its
+    // current one, so that "C:/x" opens the same file through any library.
     std::string root;
     std::map<std::string, std::string> environment;  // {"PROGRAMDATA", "C:\\ProgramData"}
     std::string modulePath;                          // GetModuleFileNameA
@@ -35,14 +35,14 @@ struct PcDescription {
     std::string computerName = "WINHOST-PC";
     std::string osVersionLine = "Microsoft Windows [Version 10.0.19045.3803]";  // what "ver" prints
     std::string timeZoneName = "W. Europe Standard Time";
-    int32_t timeZoneBiasMinutes = 0;  // as TIME_ZONE_INFORMATION: UTC = local + bias; the local time follows it
+    int32_t timeZoneBiasMinutes = 0;  // UTC = local + bias, and the local time follows it
     // "HKEY_LOCAL_MACHINE\\SOFTWARE\\..." to value name to text.
     std::map<std::string, std::map<std::string, std::string>> registry;
     std::vector<Adapter> adapters;
     std::vector<std::string> dnsServers;
-    uint32_t connectedFlags = 0x12;  // InternetGetConnectedState: 0 means not connected
-    uint32_t cleanBoot = 0;          // GetSystemMetrics(SM_CLEANBOOT)
-    bool startedByScm = true;        // else StartServiceCtrlDispatcherA fails with 1063
+    uint32_t connectedFlags = 0x12;      // InternetGetConnectedState: 0 means not connected
+    uint32_t cleanBoot = 0;              // GetSystemMetrics(SM_CLEANBOOT)
+    bool startedByScm = true;            // else StartServiceCtrlDispatcherA fails with 1063
     std::map<uint16_t, uint16_t> ports;  // bind(664) takes ports[664] when it is there
     std::string mailbox;                 // "unix:/path" or "tcp:127.0.0.1:4711"; empty: no such device
     std::string controlSocket;           // path of the Unix socket for winhostctl; empty: none
@@ -63,19 +63,20 @@ struct EventLogEntry {
 
 class Pc {
   public:
-    // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file ends the process with a
-    // clear line on stderr and code 2.
+    // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file ends the process
+    // with a clear line on stderr and code 2.
     static Pc& Instance();
 
-    // A fresh PC for a test: this description, empty logs, the gate reset, a running clock. Creates root and its
-    // folder "C:" and makes root the current folder.
+    // A fresh PC for a test: this description, empty logs, the gate reset, a running clock. Creates root and
+    // its folder "C:" and makes root the current folder.
     void Reset(PcDescription description);
 
     // A copy of the description as it stands now.
     PcDescription Description() const;
     // Changes it under the PC's lock, from a test or the control socket.
     void Change(const std::function<void(PcDescription&)>& change);
-    // Grows with every Reset and Change, so that a call that is made often can keep what it took from the description.
+    // Grows with every Reset and Change, so that a call that is made often can keep what it took from the
+    // description.
     uint64_t Revision() const { return m_revision.load(std::memory_order_acquire); }
 
     // <root>/C:/x for C:\x; any other path only gets its separators turned.

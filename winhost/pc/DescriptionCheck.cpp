@@ -1,0 +1,97 @@
+#include <array>
+#include <cstdio>
+
+#include "winhost/pc/DescriptionJson.h"
+
+namespace winhost {
+namespace {
+
+constexpr size_t kLongestAdapterName = 259;
+constexpr size_t kLongestAdapterText = 131;
+constexpr size_t kLongestComputerName = 131;
+constexpr size_t kLongestSocketPath =
+    100;  // a Unix socket's 107, and room for the name it has while it is made
+constexpr int32_t kLargestBias = 14 * 60;
+
+void Require(bool holds, const std::string& place, const std::string& what) {
+    if (!holds) throw DescriptionError(place, what);
+}
+
+bool IsDotted(const std::string& text) {
+    std::array<unsigned, 4> octets{};
+    int end = 0;
+    const int found =
+        std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%n", &octets[0], &octets[1], &octets[2], &octets[3], &end);
+    if (found != 4 || static_cast<size_t>(end) != text.size()) return false;
+    if (text.find_first_not_of("0123456789.") != std::string::npos) return false;
+    for (const unsigned octet : octets)
+        if (octet > 255) return false;
+    return true;
+}
+
+void RequireAddress(const std::string& text, const std::string& place) {
+    Require(IsDotted(text), place, "\"" + text + "\" is not an IPv4 address");
+}
+
+void RequireAddressOrNone(const std::string& text, const std::string& place) {
+    if (!text.empty()) RequireAddress(text, place);
+}
+
+bool IsMac(const std::string& text) {
+    if (text.size() != 17) return false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const bool separator = i % 3 == 2;
+        if (separator ? text[i] != ':' : !std::isxdigit(static_cast<unsigned char>(text[i]))) return false;
+    }
+    return true;
+}
+
+void CheckAdapter(const Adapter& adapter, const std::string& place) {
+    Require(!adapter.name.empty(), place + ".name", "an adapter has a name");
+    Require(adapter.name.size() <= kLongestAdapterName, place + ".name", "too long");
+    Require(adapter.description.size() <= kLongestAdapterText, place + ".description", "too long");
+    Require(adapter.mac.empty() || IsMac(adapter.mac), place + ".mac",
+            "\"" + adapter.mac + "\" is not six pairs of hexadecimal digits with colons between");
+    RequireAddressOrNone(adapter.address, place + ".address");
+    RequireAddressOrNone(adapter.mask, place + ".mask");
+    RequireAddressOrNone(adapter.gateway, place + ".gateway");
+    RequireAddressOrNone(adapter.dhcpServer, place + ".dhcpServer");
+}
+
+bool HasRootKey(const std::string& key) {
+    for (const char* root :
+         {"HKEY_LOCAL_MACHINE\\", "HKEY_CURRENT_USER\\", "HKEY_CLASSES_ROOT\\", "HKEY_USERS\\"})
+        if (key.starts_with(root) && key.size() > std::char_traits<char>::length(root)) return true;
+    return false;
+}
+
+}  // namespace
+
+void CheckDescription(const PcDescription& pc) {
+    for (const auto& [name, value] : pc.environment) {
+        Require(!name.empty() && name.find('=') == std::string::npos, "environment." + name,
+                "not a variable's name");
+    }
+    Require(pc.computerName.size() <= kLongestComputerName, "computerName", "too long");
+    Require(pc.timeZoneBiasMinutes >= -kLargestBias && pc.timeZoneBiasMinutes <= kLargestBias,
+            "timeZoneBiasMinutes", "expected at most 840 minutes either way");
+    for (const auto& [key, values] : pc.registry) {
+        Require(HasRootKey(key), "registry." + key,
+                "expected a key below HKEY_LOCAL_MACHINE or another root");
+    }
+    for (size_t i = 0; i < pc.adapters.size(); ++i)
+        CheckAdapter(pc.adapters[i], "adapters[" + std::to_string(i) + "]");
+    for (size_t i = 0; i < pc.dnsServers.size(); ++i) {
+        RequireAddress(pc.dnsServers[i], "dnsServers[" + std::to_string(i) + "]");
+    }
+    Require(pc.cleanBoot <= 2, "cleanBoot", "expected 0, 1 or 2");
+    for (const auto& [from, to] : pc.ports) {
+        Require(from != 0 && to != 0, "ports." + std::to_string(from), "port 0 is none");
+    }
+    Require(pc.mailbox.empty() || pc.mailbox.starts_with("unix:") || pc.mailbox.starts_with("tcp:"),
+            "mailbox", "expected unix:<path> or tcp:<address>:<port>");
+    Require(pc.controlSocket.size() <= kLongestSocketPath, "controlSocket",
+            "too long for a Unix socket's path");
+}
+
+}  // namespace winhost

@@ -1,0 +1,230 @@
+#include "winhost/pc/DescriptionJson.h"
+
+#include <json/reader.h>
+
+#include <concepts>
+#include <fstream>
+#include <limits>
+#include <set>
+
+namespace winhost {
+namespace {
+
+template <class T, class Plain>
+concept Either = std::same_as<T, Plain> || std::same_as<T, const Plain>;
+
+// The keys, once for reading and writing.
+template <class Visitor, Either<Adapter> A>
+void VisitFields(Visitor& visit, A& adapter) {
+    visit("name", adapter.name);
+    visit("description", adapter.description);
+    visit("index", adapter.index);
+    visit("type", adapter.type);
+    visit("mac", adapter.mac);
+    visit("address", adapter.address);
+    visit("mask", adapter.mask);
+    visit("gateway", adapter.gateway);
+    visit("dhcp", adapter.dhcp);
+    visit("dhcpServer", adapter.dhcpServer);
+    visit("speed", adapter.speed);
+    visit("operStatus", adapter.operStatus);
+}
+
+template <class Visitor, Either<PcDescription> D>
+void VisitFields(Visitor& visit, D& pc) {
+    visit("root", pc.root);
+    visit("environment", pc.environment);
+    visit("modulePath", pc.modulePath);
+    visit("userName", pc.userName);
+    visit("computerName", pc.computerName);
+    visit("osVersionLine", pc.osVersionLine);
+    visit("timeZoneName", pc.timeZoneName);
+    visit("timeZoneBiasMinutes", pc.timeZoneBiasMinutes);
+    visit("registry", pc.registry);
+    visit("adapters", pc.adapters);
+    visit("dnsServers", pc.dnsServers);
+    visit("connectedFlags", pc.connectedFlags);
+    visit("cleanBoot", pc.cleanBoot);
+    visit("startedByScm", pc.startedByScm);
+    visit("ports", pc.ports);
+    visit("mailbox", pc.mailbox);
+    visit("controlSocket", pc.controlSocket);
+}
+
+// ---- reading ----
+
+void Expect(bool holds, const std::string& place, const char* what) {
+    if (!holds)
+        throw DescriptionError(place.empty() ? "description" : place, std::string("expected ") + what);
+}
+
+template <class T>
+void Read(const Json::Value& json, const std::string& place, T& object);
+
+void Read(const Json::Value& json, const std::string& place, std::string& text) {
+    Expect(json.isString(), place, "a text");
+    text = json.asString();
+    if (text.find('\0') != std::string::npos) throw DescriptionError(place, "a text cannot hold a NUL");
+}
+
+void Read(const Json::Value& json, const std::string& place, bool& flag) {
+    Expect(json.isBool(), place, "true or false");
+    flag = json.asBool();
+}
+
+void Read(const Json::Value& json, const std::string& place, int32_t& number) {
+    Expect(json.isInt(), place, "a whole number");
+    number = json.asInt();
+}
+
+void Read(const Json::Value& json, const std::string& place, uint32_t& number) {
+    Expect(json.isUInt(), place, "a whole number from 0 to 4294967295");
+    number = json.asUInt();
+}
+
+void Read(const Json::Value& json, const std::string& place, uint64_t& number) {
+    Expect(json.isUInt64(), place, "a whole number that is not negative");
+    number = json.asUInt64();
+}
+
+void Read(const Json::Value& json, const std::string& place, uint16_t& port) {
+    Expect(json.isUInt() && json.asUInt() <= std::numeric_limits<uint16_t>::max(), place, "a port number");
+    port = static_cast<uint16_t>(json.asUInt());
+}
+
+void ReadKey(const std::string& text, const std::string&, std::string& key) {
+    key = text;
+}
+
+void ReadKey(const std::string& text, const std::string& place, uint16_t& port) {
+    const bool digits =
+        !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
+    const unsigned long value = digits ? std::stoul(text) : std::numeric_limits<unsigned long>::max();
+    Expect(value <= std::numeric_limits<uint16_t>::max(), place, "a port number as the key");
+    port = static_cast<uint16_t>(value);
+}
+
+template <class Key, class T>
+void Read(const Json::Value& json, const std::string& place, std::map<Key, T>& map) {
+    Expect(json.isObject(), place, "an object");
+    map.clear();
+    for (const std::string& name : json.getMemberNames()) {
+        const std::string entry = place + "." + name;
+        Key key;
+        ReadKey(name, entry, key);
+        Read(json[name], entry, map[key]);
+    }
+}
+
+template <class T>
+void Read(const Json::Value& json, const std::string& place, std::vector<T>& list) {
+    Expect(json.isArray(), place, "a list");
+    list.clear();
+    for (Json::ArrayIndex i = 0; i < json.size(); ++i) {
+        Read(json[i], place + "[" + std::to_string(i) + "]", list.emplace_back());
+    }
+}
+
+template <class T>
+void Read(const Json::Value& json, const std::string& place, T& object) {
+    Expect(json.isObject(), place, "an object");
+    const std::string prefix = place.empty() ? "" : place + ".";
+    std::set<std::string> known;
+    auto field = [&](const char* key, auto& value) {
+        known.insert(key);
+        if (json.isMember(key)) Read(json[key], prefix + key, value);
+    };
+    VisitFields(field, object);
+    for (const std::string& name : json.getMemberNames()) {
+        if (!known.contains(name)) throw DescriptionError(prefix + name, "unknown key");
+    }
+}
+
+// ---- writing ----
+
+template <class T>
+Json::Value Write(const T& object);
+
+Json::Value Write(const std::string& text) {
+    return text;
+}
+Json::Value Write(bool flag) {
+    return flag;
+}
+Json::Value Write(int32_t number) {
+    return number;
+}
+Json::Value Write(uint32_t number) {
+    return number;
+}
+Json::Value Write(uint64_t number) {
+    return Json::UInt64{number};
+}
+Json::Value Write(uint16_t number) {
+    return number;
+}
+
+const std::string& WriteKey(const std::string& key) {
+    return key;
+}
+std::string WriteKey(uint16_t key) {
+    return std::to_string(key);
+}
+
+template <class Key, class T>
+Json::Value Write(const std::map<Key, T>& map) {
+    Json::Value json(Json::objectValue);
+    for (const auto& [key, value] : map)
+        json[WriteKey(key)] = Write(value);
+    return json;
+}
+
+template <class T>
+Json::Value Write(const std::vector<T>& list) {
+    Json::Value json(Json::arrayValue);
+    for (const T& value : list)
+        json.append(Write(value));
+    return json;
+}
+
+template <class T>
+Json::Value Write(const T& object) {
+    Json::Value json(Json::objectValue);
+    auto field = [&](const char* key, const auto& value) { json[key] = Write(value); };
+    VisitFields(field, object);
+    return json;
+}
+
+}  // namespace
+
+PcDescription DescriptionFromJson(const Json::Value& json) {
+    PcDescription description;
+    Read(json, "", description);
+    CheckDescription(description);
+    return description;
+}
+
+Json::Value DescriptionToJson(const PcDescription& description) {
+    return Write(description);
+}
+
+PcDescription ReadDescriptionFile(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) throw DescriptionError(path, "cannot be read");
+    Json::CharReaderBuilder strict;
+    Json::CharReaderBuilder::strictMode(&strict.settings_);
+    Json::Value json;
+    std::string errors;
+    if (!Json::parseFromStream(strict, file, &json, &errors)) {
+        for (char& c : errors)
+            if (c == '\n') c = ' ';
+        throw DescriptionError(path, errors);
+    }
+    try {
+        return DescriptionFromJson(json);
+    } catch (const DescriptionError& error) {
+        throw DescriptionError(path, error.what());
+    }
+}
+
+}  // namespace winhost

@@ -1,0 +1,149 @@
+#include "winhost/pc/Pc.h"
+
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "winhost/control/ControlServer.h"
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/pc/DescriptionJson.h"
+#include "winhost/service/Scm.h"
+
+namespace winhost {
+namespace {
+
+constexpr int kBrokenDescription = 2;
+constexpr const char* kUnixScheme = "unix:";
+
+[[noreturn]] void Refuse(const std::string& reason) {
+    std::fprintf(stderr, "winhost: %s\n", reason.c_str());
+    std::fflush(stderr);
+    _exit(kBrokenDescription);
+}
+
+// The process is about to change its current folder.
+void MakeAbsolute(std::string& path) {
+    if (!path.empty()) path = std::filesystem::absolute(path).string();
+}
+
+void MakePathsAbsolute(PcDescription& description) {
+    MakeAbsolute(description.root);
+    MakeAbsolute(description.controlSocket);
+    if (description.mailbox.starts_with(kUnixScheme)) {
+        std::string path = description.mailbox.substr(std::char_traits<char>::length(kUnixScheme));
+        MakeAbsolute(path);
+        description.mailbox = kUnixScheme + path;
+    }
+}
+
+void EnterRoot(const std::string& root) {
+    if (root.empty()) return;
+    std::filesystem::create_directories(std::filesystem::path(root) / "C:");
+    std::filesystem::current_path(root);
+}
+
+}  // namespace
+
+// Never destroyed: detached threads call on it until the process is gone.
+Pc& Pc::Instance() {
+    static Pc& pc = [&]() -> Pc& {
+        Pc& made = *new Pc;
+        try {
+            ControlServer::Instance().Serve(made.m_description.controlSocket);
+        } catch (const std::exception& error) {
+            Refuse(error.what());
+        }
+        return made;
+    }();
+    return pc;
+}
+
+Pc::Pc() {
+    const char* path = std::getenv("WINHOST_PC");
+    if (!path || !*path) return;
+    try {
+        m_description = ReadDescriptionFile(path);
+        MakePathsAbsolute(m_description);
+        EnterRoot(m_description.root);
+    } catch (const std::exception& error) {
+        Refuse(error.what());
+    }
+}
+
+void Pc::Reset(PcDescription description) {
+    MakePathsAbsolute(description);
+    EnterRoot(description.root);
+    const std::string controlSocket = description.controlSocket;
+    {
+        std::lock_guard lock(m_mutex);
+        m_description = std::move(description);
+        ++m_revision;
+        m_serviceReports.clear();
+        m_eventLog.clear();
+        m_debugTexts.clear();
+    }
+    Scm::Instance().Reset();
+    Gate::Instance().Reset();
+    Clock::Instance().SetManual(false);
+    Clock::Instance().SetWallOffset({});
+    ControlServer::Instance().Serve(controlSocket);
+}
+
+PcDescription Pc::Description() const {
+    std::lock_guard lock(m_mutex);
+    return m_description;
+}
+
+void Pc::Change(const std::function<void(PcDescription&)>& change) {
+    std::lock_guard lock(m_mutex);
+    change(m_description);
+    ++m_revision;
+}
+
+std::string Pc::HostPath(const std::string& windowsPath) const {
+    std::string path = windowsPath;
+    for (char& c : path)
+        if (c == '\\') c = '/';
+    const bool onDrive =
+        path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+    if (!onDrive) return path;
+    path[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(path[0])));
+    std::lock_guard lock(m_mutex);
+    return m_description.root.empty() ? path : m_description.root + "/" + path;
+}
+
+void Pc::Record(const ServiceReport& report) {
+    std::lock_guard lock(m_mutex);
+    m_serviceReports.push_back(report);
+}
+
+std::vector<ServiceReport> Pc::ServiceReports() const {
+    std::lock_guard lock(m_mutex);
+    return m_serviceReports;
+}
+
+void Pc::Record(EventLogEntry entry) {
+    std::lock_guard lock(m_mutex);
+    m_eventLog.push_back(std::move(entry));
+}
+
+std::vector<EventLogEntry> Pc::EventLog() const {
+    std::lock_guard lock(m_mutex);
+    return m_eventLog;
+}
+
+void Pc::RecordDebugText(const std::string& text) {
+    std::lock_guard lock(m_mutex);
+    m_debugTexts.push_back(text);
+}
+
+std::vector<std::string> Pc::DebugTexts() const {
+    std::lock_guard lock(m_mutex);
+    return m_debugTexts;
+}
+
+}  // namespace winhost

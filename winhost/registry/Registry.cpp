@@ -1,0 +1,126 @@
+// The registry, as the PC's description has it: keys and values are found whatever their case, and a key
+// exists when it or one below it is described. All values are REG_SZ.
+#include <winreg.h>
+#include <windows.h>
+
+#include <cctype>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/HandleTable.h"
+#include "winhost/pc/Pc.h"
+
+using winhost::HandleTable;
+
+namespace {
+
+constexpr REGSAM kOtherView = KEY_WOW64_32KEY;
+
+class RegistryKey final : public winhost::Object {
+  public:
+    explicit RegistryKey(std::string path) : m_path(std::move(path)) {}
+    bool IsClosedByCloseHandle() const override { return false; }
+    const std::string& Path() const { return m_path; }
+
+  private:
+    const std::string m_path;
+};
+
+char Lower(char c) {
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+bool BeginsWith(const std::string& text, const std::string& start) {
+    if (text.size() < start.size()) return false;
+    for (size_t i = 0; i < start.size(); ++i)
+        if (Lower(text[i]) != Lower(start[i])) return false;
+    return true;
+}
+
+bool SameName(const std::string& a, const std::string& b) {
+    return a.size() == b.size() && BeginsWith(a, b);
+}
+
+// Empty for a handle that isn't one of the roots.
+std::string RootPath(HKEY key) {
+    if (key == HKEY_LOCAL_MACHINE) return "HKEY_LOCAL_MACHINE";
+    if (key == HKEY_CURRENT_USER) return "HKEY_CURRENT_USER";
+    if (key == HKEY_CLASSES_ROOT) return "HKEY_CLASSES_ROOT";
+    if (key == HKEY_USERS) return "HKEY_USERS";
+    return {};
+}
+
+// Empty for what is no key.
+std::string PathOf(HKEY key) {
+    std::string root = RootPath(key);
+    if (!root.empty()) return root;
+    const auto object = HandleTable::Instance().Find<RegistryKey>(reinterpret_cast<HANDLE>(key));
+    return object ? object->Path() : std::string();
+}
+
+bool Exists(const std::string& path) {
+    if (path.find('\\') == std::string::npos) return true;  // a root
+    for (const auto& [described, values] : winhost::Pc::Instance().Description().registry)
+        if (SameName(described, path) || BeginsWith(described, path + "\\")) return true;
+    return false;
+}
+
+bool FindValue(const std::string& path, const std::string& name, std::string& text) {
+    for (const auto& [described, values] : winhost::Pc::Instance().Description().registry) {
+        if (!SameName(described, path)) continue;
+        for (const auto& [valueName, value] : values) {
+            if (!SameName(valueName, name)) continue;
+            text = value;
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+LSTATUS RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult) {
+    WINHOST_GATE_CODE("RegOpenKeyExA");
+    // There is one view of the registry, that of a 64-bit process, and no symbolic link to open.
+    if (!phkResult || ulOptions != 0 || (samDesired & kOtherView)) return ERROR_INVALID_PARAMETER;
+    *phkResult = nullptr;
+    std::string path = PathOf(hKey);
+    if (path.empty()) return ERROR_INVALID_HANDLE;
+    if (lpSubKey && *lpSubKey) {
+        if (*lpSubKey == '\\') return ERROR_BAD_PATHNAME;
+        path += std::string("\\") + lpSubKey;
+    }
+    if (!Exists(path)) return ERROR_FILE_NOT_FOUND;
+    const HANDLE handle = HandleTable::Instance().Add(std::make_shared<RegistryKey>(std::move(path)));
+    if (!handle) return ERROR_NO_SYSTEM_RESOURCES;
+    *phkResult = reinterpret_cast<HKEY>(handle);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType, LPBYTE lpData,
+                         LPDWORD lpcbData) {
+    WINHOST_GATE_CODE("RegQueryValueExA");
+    if (lpReserved || (lpData && !lpcbData)) return ERROR_INVALID_PARAMETER;
+    const std::string path = PathOf(hKey);
+    if (path.empty()) return ERROR_INVALID_HANDLE;
+    std::string text;
+    if (!FindValue(path, lpValueName ? lpValueName : "", text)) return ERROR_FILE_NOT_FOUND;
+    if (lpType) *lpType = REG_SZ;
+    if (!lpcbData) return ERROR_SUCCESS;
+    const DWORD room = *lpcbData;
+    const DWORD needed = static_cast<DWORD>(text.size() + 1);
+    *lpcbData = needed;
+    if (!lpData) return ERROR_SUCCESS;
+    if (room < needed) return ERROR_MORE_DATA;
+    std::memcpy(lpData, text.c_str(), needed);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS RegCloseKey(HKEY hKey) {
+    WINHOST_GATE_CODE("RegCloseKey");
+    if (!RootPath(hKey).empty()) return ERROR_SUCCESS;
+    return HandleTable::Instance().Close<RegistryKey>(reinterpret_cast<HANDLE>(hKey)) ? ERROR_SUCCESS
+                                                                                      : ERROR_INVALID_HANDLE;
+}
