@@ -13,6 +13,10 @@ typedef struct _GUID {
 typedef GUID* LPGUID;
 typedef const GUID* LPCGUID;
 typedef const GUID& REFGUID;
+typedef GUID IID;
+typedef const IID& REFIID;
+typedef GUID CLSID;
+typedef const CLSID& REFCLSID;
 
 inline bool IsEqualGUID(REFGUID a, REFGUID b) {
     return memcmp(&a, &b, sizeof(GUID)) == 0;

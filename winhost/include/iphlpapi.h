@@ -1,7 +1,8 @@
-// IP helper: the PC's adapters and name servers. Both calls return a Win32 error and leave GetLastError
-// alone.
+// IP helper: the PC's interfaces, addresses and name servers. Each call returns a Win32 error and leaves GetLastError
+// alone. A PC without adapters of its own tells of this machine's, as they are at the time of the call.
 #pragma once
 
+#include <iprtrmib.h>
 #include <iptypes.h>
 #include <windows.h>
 
@@ -10,3 +11,11 @@
 ULONG WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO AdapterInfo, PULONG SizePointer);
 // Host name and DNS servers, the servers behind the first one chained; the size as above.
 DWORD WINAPI GetNetworkParams(PFIXED_INFO pFixedInfo, PULONG pOutBufLen);
+
+// Every IPv4 address, the loopback's too. *pdwSize is the buffer's size and becomes the needed one with
+// ERROR_INSUFFICIENT_BUFFER. With bOrder by address, otherwise by interface.
+DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE pIpAddrTable, PULONG pdwSize, BOOL bOrder);
+// Every interface, the loopback too; sizes and order (by index) as above.
+DWORD WINAPI GetIfTable(PMIB_IFTABLE pIfTable, PULONG pdwSize, BOOL bOrder);
+// The row of dwIndex as it is now; ERROR_INVALID_DATA when there is no such interface.
+DWORD WINAPI GetIfEntry(PMIB_IFROW pIfRow);

@@ -3,7 +3,13 @@
 // Each function that can fail answers as on Windows: its failure value, and the reason by GetLastError.
 #pragma once
 
+#include <stdarg.h>
+
+#include <libloaderapi.h>
 #include <minwinbase.h>
+#include <processthreadsapi.h>
+#include <securitybaseapi.h>
+#include <sysinfoapi.h>
 #include <winerror.h>
 
 #define INVALID_HANDLE_VALUE ((HANDLE)(LONG_PTR)-1)
@@ -98,6 +104,25 @@ void GetLocalTime(LPSYSTEMTIME time);
 void GetSystemTimeAsFileTime(LPFILETIME time);
 // The PC has one bias the year round: the answer is TIME_ZONE_ID_UNKNOWN.
 DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);
+
+// ---- texts and memory ----
+
+#define FORMAT_MESSAGE_ALLOCATE_BUFFER 0x00000100
+#define FORMAT_MESSAGE_IGNORE_INSERTS 0x00000200
+#define FORMAT_MESSAGE_FROM_SYSTEM 0x00001000
+
+// The system's English text for an error number, with its line end: FORMAT_MESSAGE_FROM_SYSTEM with
+// FORMAT_MESSAGE_IGNORE_INSERTS, and FORMAT_MESSAGE_ALLOCATE_BUFFER or a buffer of `size`. The length without the NUL, or
+// 0: ERROR_MR_MID_NOT_FOUND for a number without a text here, ERROR_NOT_SUPPORTED for any other flag or source.
+DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPSTR buffer, DWORD size,
+                     va_list* arguments);
+// What FormatMessageA allocated. Null.
+HLOCAL LocalFree(HLOCAL memory);
+
+// ---- privileges ----
+
+// The system has to be null: RPC_S_SERVER_UNAVAILABLE. ERROR_NO_SUCH_PRIVILEGE for an unknown name.
+BOOL LookupPrivilegeValueA(LPCSTR system, LPCSTR name, PLUID luid);
 
 // ---- the event log ----
 

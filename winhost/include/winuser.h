@@ -4,5 +4,22 @@
 
 #define SM_CLEANBOOT 67
 
+#define PBT_APMSUSPEND 4
+#define PBT_APMSTANDBY 5
+#define PBT_APMRESUMECRITICAL 6
+#define PBT_APMRESUMESUSPEND 7
+#define PBT_APMRESUMESTANDBY 8
+#define PBT_APMRESUMEAUTOMATIC 18
+
 // 0 for a metric that the PC does not have; the call has no error to tell.
 int GetSystemMetrics(int index);
+
+#define EWX_LOGOFF 0x00000000
+#define EWX_SHUTDOWN 0x00000001
+#define EWX_REBOOT 0x00000002
+#define EWX_FORCE 0x00000004
+#define EWX_POWEROFF 0x00000008
+
+// Recorded by the PC, as InitiateSystemShutdownExA is, with the same privilege. A logoff has no session to end:
+// ERROR_NOT_SUPPORTED.
+BOOL ExitWindowsEx(UINT flags, DWORD reason);

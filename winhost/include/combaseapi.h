@@ -1,0 +1,33 @@
+// COM: apartments, security, and objects by their class.
+#pragma once
+
+#include <rpcdce.h>
+#include <unknwn.h>
+#include <winerror.h>
+#include <wtypes.h>
+
+typedef enum tagCOINIT {
+    COINIT_APARTMENTTHREADED = 0x2,
+    COINIT_MULTITHREADED = 0x0,
+    COINIT_DISABLE_OLE1DDE = 0x4,
+    COINIT_SPEED_OVER_MEMORY = 0x8
+} COINIT;
+typedef enum tagEOLE_AUTHENTICATION_CAPABILITIES { EOAC_NONE = 0 } EOLE_AUTHENTICATION_CAPABILITIES;
+typedef struct tagSOLE_AUTHENTICATION_SERVICE SOLE_AUTHENTICATION_SERVICE;
+typedef PVOID PSECURITY_DESCRIPTOR;
+
+// S_FALSE when the calling thread is in the apartment already: that call too wants its CoUninitialize.
+// RPC_E_CHANGED_MODE when it is in one of the other kind.
+HRESULT CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit);
+void CoUninitialize();
+// Once in the life of the process's COM, and before any object of another process is met: RPC_E_TOO_LATE
+// after that. No descriptor, services or capabilities of the caller's own: E_INVALIDARG.
+HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR pSecDesc, LONG cAuthSvc,
+                             SOLE_AUTHENTICATION_SERVICE* asAuthSvc, void* pReserved1, DWORD dwAuthnLevel,
+                             DWORD dwImpLevel, void* pAuthList, DWORD dwCapabilities, void* pReserved3);
+// The classes of <wbemcli.h>, in process and without aggregation.
+HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid, LPVOID* ppv);
+// E_NOINTERFACE for an object that is no proxy.
+HRESULT CoSetProxyBlanket(IUnknown* pProxy, DWORD dwAuthnSvc, DWORD dwAuthzSvc, OLECHAR* pServerPrincName,
+                          DWORD dwAuthnLevel, DWORD dwImpLevel, RPC_AUTH_IDENTITY_HANDLE pAuthInfo,
+                          DWORD dwCapabilities);

@@ -1,0 +1,38 @@
+// The machine and its names.
+#pragma once
+
+#include <minwindef.h>
+
+typedef struct _SYSTEM_INFO {
+    union {
+        DWORD dwOemId;
+        struct {
+            WORD wProcessorArchitecture;
+            WORD wReserved;
+        };
+    };
+    DWORD dwPageSize;
+    LPVOID lpMinimumApplicationAddress;
+    LPVOID lpMaximumApplicationAddress;
+    DWORD_PTR dwActiveProcessorMask;
+    DWORD dwNumberOfProcessors;
+    DWORD dwProcessorType;
+    DWORD dwAllocationGranularity;
+    WORD wProcessorLevel;
+    WORD wProcessorRevision;
+} SYSTEM_INFO, *LPSYSTEM_INFO;
+
+// The architecture is the PC's; pages and processors are this machine's. The rest is 0 but for the
+// granularity.
+void GetNativeSystemInfo(LPSYSTEM_INFO info);
+
+typedef enum _COMPUTER_NAME_FORMAT {
+    ComputerNameNetBIOS,
+    ComputerNameDnsHostname,
+    ComputerNameDnsDomain,
+    ComputerNameDnsFullyQualified
+} COMPUTER_NAME_FORMAT;
+
+// *size is the buffer's, and becomes the text's length, or with ERROR_MORE_DATA the size needed. A PC without
+// a domain has an empty one.
+BOOL GetComputerNameExA(COMPUTER_NAME_FORMAT nameType, LPSTR buffer, LPDWORD size);

@@ -1,0 +1,20 @@
+// What COM writes texts and variants in.
+#pragma once
+
+#include <minwindef.h>
+
+typedef WCHAR OLECHAR;
+typedef OLECHAR* LPOLESTR;
+typedef const OLECHAR* LPCOLESTR;
+typedef OLECHAR* BSTR;  // its length stands ahead of the text
+typedef SHORT VARIANT_BOOL;
+typedef unsigned short VARTYPE;
+
+enum VARENUM { VT_EMPTY = 0, VT_NULL = 1, VT_I2 = 2, VT_I4 = 3, VT_BSTR = 8, VT_BOOL = 11 };
+
+typedef enum tagCLSCTX {
+    CLSCTX_INPROC_SERVER = 0x1,
+    CLSCTX_INPROC_HANDLER = 0x2,
+    CLSCTX_LOCAL_SERVER = 0x4,
+    CLSCTX_REMOTE_SERVER = 0x10
+} CLSCTX;
