@@ -1,0 +1,38 @@
+// One connection to the simulated firmware, and the frames on it.
+#pragma once
+
+#include <winsock2.h>
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "firmware/link/LinkProtocol.h"
+
+class FirmwareConnection {
+  public:
+    FirmwareConnection() = default;
+    ~FirmwareConnection();
+    FirmwareConnection(const FirmwareConnection&) = delete;
+    FirmwareConnection& operator=(const FirmwareConnection&) = delete;
+
+    // False when the firmware is not there.
+    bool Connect(const sockaddr_in& address);
+
+    // `frame` has room for a header ahead of the payload. One thread sends. False when the connection has
+    // ended.
+    bool Send(mpmlink::Kind kind, uint32_t id, uint32_t code, uint32_t value, std::span<uint8_t> frame);
+    bool Send(mpmlink::Kind kind, uint32_t id = 0);
+
+    // Waits for a frame; its payload stands in `buffer` behind `headroom` free bytes. One thread receives.
+    // False when the connection has ended, or the frame is too long.
+    bool Receive(mpmlink::Header& header, std::vector<uint8_t>& buffer, size_t headroom);
+
+    // Wakes Receive, and ends both directions.
+    void Shutdown();
+
+  private:
+    bool ReceiveAll(std::span<uint8_t> bytes);
+
+    SOCKET m_socket = INVALID_SOCKET;
+};

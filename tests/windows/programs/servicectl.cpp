@@ -1,0 +1,93 @@
+// Plays the SCM's side of a test: starts, controls and watches services and drivers, by lines of standard
+// input.
+//
+//     start NAME             starts it, and opens its process so that its exit code is seen later
+//     control NAME CODE      sends a control and returns when the handler has
+//     query NAME             state, exit code of the service, accepted controls
+//     wait NAME STATE MS     until it is in that state
+//     exit NAME MS           until its process has ended; its exit code
+#include "tests/windows/programs/LineServer.h"
+
+#include "service/Handles.h"
+
+namespace {
+
+struct ServiceHandleTraits {
+    using Value = SC_HANDLE;
+    static Value Invalid() { return nullptr; }
+    static void Close(Value value) { CloseServiceHandle(value); }
+};
+using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
+
+std::map<std::string, UniqueHandle> g_processes;
+
+UniqueServiceHandle Open(const std::string& name) {
+    UniqueServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    return UniqueServiceHandle(OpenServiceA(manager.Get(), name.c_str(), SERVICE_ALL_ACCESS));
+}
+
+SERVICE_STATUS_PROCESS Status(const std::string& name) {
+    const UniqueServiceHandle service = Open(name);
+    SERVICE_STATUS_PROCESS status{};
+    DWORD needed = 0;
+    QueryServiceStatusEx(service.Get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+                         sizeof status, &needed);
+    return status;
+}
+
+Answer Describe(const SERVICE_STATUS_PROCESS& status, DWORD error) {
+    return Answer()
+        .Number("error", error)
+        .Number("state", status.dwCurrentState)
+        .Number("exitCode", status.dwWin32ExitCode)
+        .Number("controlsAccepted", status.dwControlsAccepted)
+        .Number("checkPoint", status.dwCheckPoint)
+        .Number("waitHint", status.dwWaitHint)
+        .Number("pid", status.dwProcessId);
+}
+
+Answer Start(const Words& words) {
+    const UniqueServiceHandle service = Open(words.at(0));
+    const DWORD error = StartServiceA(service.Get(), 0, nullptr) ? ERROR_SUCCESS : GetLastError();
+    const SERVICE_STATUS_PROCESS status = Status(words.at(0));
+    g_processes[words.at(0)].Reset(
+        OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, status.dwProcessId));
+    return Describe(status, error);
+}
+
+Answer Control(const Words& words) {
+    const UniqueServiceHandle service = Open(words.at(0));
+    SERVICE_STATUS status{};
+    const DWORD error =
+        ControlService(service.Get(), std::stoul(words.at(1)), &status) ? ERROR_SUCCESS : GetLastError();
+    return Describe(Status(words.at(0)), error);
+}
+
+Answer Query(const Words& words) {
+    return Describe(Status(words.at(0)), ERROR_SUCCESS);
+}
+
+Answer Wait(const Words& words) {
+    const ULONGLONG deadline = GetTickCount64() + std::stoul(words.at(2));
+    SERVICE_STATUS_PROCESS status = Status(words.at(0));
+    while (status.dwCurrentState != std::stoul(words.at(1)) && GetTickCount64() < deadline) {
+        Sleep(5);
+        status = Status(words.at(0));
+    }
+    return Describe(status, status.dwCurrentState == std::stoul(words.at(1)) ? ERROR_SUCCESS : WAIT_TIMEOUT);
+}
+
+Answer Exit(const Words& words) {
+    const HANDLE process = g_processes.at(words.at(0)).Get();
+    const DWORD waited = WaitForSingleObject(process, std::stoul(words.at(1)));
+    DWORD code = 0;
+    if (waited == WAIT_OBJECT_0) GetExitCodeProcess(process, &code);
+    return Answer().Number("error", waited == WAIT_FAILED ? GetLastError() : waited).Number("exitCode", code);
+}
+
+}  // namespace
+
+int main() {
+    return ServeLines(
+        {{"start", Start}, {"control", Control}, {"query", Query}, {"wait", Wait}, {"exit", Exit}});
+}
