@@ -32,7 +32,8 @@ std::string Text(std::span<const uint8_t> bytes) {
 void AppendUtf8(std::string& text, uint32_t point) {
     if (point < 0x80) return text.push_back(char(point));
     const int more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
-    text.push_back(char((0xF00 >> more & 0xFF) | point >> (6 * more)));
+    constexpr uint32_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    text.push_back(char(kLead[more] | point >> (6 * more)));
     for (int i = more - 1; i >= 0; --i)
         text.push_back(char(0x80 | (point >> (6 * i) & 0x3F)));
 }
@@ -94,7 +95,9 @@ Json::Value Value(const Field& field, std::span<const uint8_t> bytes, std::span<
         case Field::Kind::Number:
             break;
     }
-    return Json::Value(Json::UInt64(Number(bytes)));
+    // A number compares equal to an int of the same value only when it is signed itself.
+    const uint64_t number = Number(bytes);
+    return number > INT64_MAX ? Json::Value(Json::UInt64(number)) : Json::Value(Json::Int64(number));
 }
 
 bool MayBeCut(Field::Kind kind) {

@@ -1,0 +1,135 @@
+#include "tests/unit/firmware/LinkHost.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+namespace mpm::test {
+
+std::string FreshAddress() {
+    static std::atomic<int> count{0};
+    return "unix:" + (std::filesystem::temp_directory_path() /
+                      ("mpm-" + std::to_string(getpid()) + "-" + std::to_string(++count) + ".sock"))
+                         .string();
+}
+
+LinkHost::LinkHost(const std::string& address) {
+    int connected = -1;
+    if (address.starts_with("unix:")) {
+        sockaddr_un name{};
+        name.sun_family = AF_UNIX;
+        std::strncpy(name.sun_path, address.c_str() + 5, sizeof name.sun_path - 1);
+        m_socket = Descriptor(socket(AF_UNIX, SOCK_STREAM, 0));
+        connected = connect(m_socket.Get(), reinterpret_cast<sockaddr*>(&name), sizeof name);
+    } else {
+        sockaddr_in name{};
+        name.sin_family = AF_INET;
+        name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        name.sin_port = htons(uint16_t(std::stoi(address.substr(address.rfind(':') + 1))));
+        m_socket = Descriptor(socket(AF_INET, SOCK_STREAM, 0));
+        connected = connect(m_socket.Get(), reinterpret_cast<sockaddr*>(&name), sizeof name);
+    }
+    if (connected != 0) throw std::runtime_error("nobody listens on " + address);
+}
+
+LinkHost::Response LinkHost::Ask(uint32_t code, Bytes input, uint32_t room) {
+    const auto response = AwaitResponse(Post(code, input, room));
+    if (!response) throw std::runtime_error("no answer");
+    return *response;
+}
+
+uint32_t LinkHost::Post(uint32_t code, Bytes input, uint32_t room) {
+    SendFrame({uint32_t(input.size()), mpmlink::Kind::Request, ++m_lastId, code, room}, input);
+    return m_lastId;
+}
+
+std::optional<LinkHost::Response> LinkHost::AwaitResponse(uint32_t id, std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!m_responses.contains(id))
+        if (Receive(deadline) != Got::Something) return std::nullopt;
+    const Response response = m_responses[id];
+    m_responses.erase(id);
+    return response;
+}
+
+void LinkHost::Cancel(uint32_t id) {
+    SendFrame({0, mpmlink::Kind::Cancel, id, 0, 0}, {});
+}
+void LinkHost::Listen() {
+    SendFrame({0, mpmlink::Kind::Listen, 0, 0, 0}, {});
+}
+
+std::optional<std::vector<uint8_t>> LinkHost::AwaitMessage(std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (m_messages.empty())
+        if (Receive(deadline) != Got::Something) return std::nullopt;
+    const auto message = m_messages.front();
+    m_messages.pop_front();
+    return message;
+}
+
+bool LinkHost::AwaitClosed(std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    for (;;) {
+        const Got got = Receive(deadline);
+        if (got != Got::Something) return got == Got::End;
+    }
+}
+
+void LinkHost::SendFrame(const mpmlink::Header& header, std::span<const uint8_t> payload) {
+    const auto* begin = reinterpret_cast<const uint8_t*>(&header);
+    std::vector<uint8_t> frame(begin, begin + sizeof header);
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    SendBytes(frame);
+}
+
+void LinkHost::SendBytes(std::span<const uint8_t> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = send(m_socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (count <= 0) return;
+        bytes = bytes.subspan(size_t(count));
+    }
+}
+
+LinkHost::Got LinkHost::Receive(std::chrono::steady_clock::time_point deadline) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    pollfd wait{m_socket.Get(), POLLIN, 0};
+    if (poll(&wait, 1, int(std::max<int64_t>(0, left.count()))) <= 0) return Got::Nothing;
+    uint8_t block[65536];
+    const ssize_t count = recv(m_socket.Get(), block, sizeof block, 0);
+    if (count <= 0) return Got::End;
+    m_input.insert(m_input.end(), block, block + count);
+    mpmlink::Header header;
+    size_t start = 0;
+    for (; m_input.size() - start >= sizeof header; start += sizeof header + header.size) {
+        std::memcpy(&header, m_input.data() + start, sizeof header);
+        if (m_input.size() - start - sizeof header < header.size) break;
+        const uint8_t* payload = m_input.data() + start + sizeof header;
+        const std::vector<uint8_t> bytes(payload, payload + header.size);
+        if (header.kind == mpmlink::Kind::Response) m_responses[header.id] = {header.value, bytes};
+        if (header.kind == mpmlink::Kind::Message) m_messages.push_back(bytes);
+    }
+    m_input.erase(m_input.begin(), m_input.begin() + ptrdiff_t(start));
+    return Got::Something;
+}
+
+std::string PayloadOf(const std::optional<std::vector<uint8_t>>& message, uint8_t command) {
+    if (!message || message->size() < kMailboxTrailerSize) {
+        ADD_FAILURE() << "no message with command " << int(command);
+        return {};
+    }
+    EXPECT_EQ((*message)[message->size() - 2], command);
+    return {message->begin(), message->end() - kMailboxTrailerSize};
+}
+
+}  // namespace mpm::test
