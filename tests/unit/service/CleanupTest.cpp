@@ -1,0 +1,117 @@
+// The order in which the service stops.
+#include <thread>
+
+#include "tests/support/ServiceFixture.h"
+#include "winhost/io/MailboxDevice.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+class Cleanup : public ServiceFixture {
+  protected:
+    void SetUp() override {
+        ServiceFixture::SetUp();
+        service->m_bRunAsConsole = 1;
+    }
+
+    void Start() {
+        StartService();
+        ASSERT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+        AwaitLog("Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread");
+        if (service->m_bootMode == 0) AwaitLog("Calling HTTPS Socket Accept");
+    }
+};
+
+}  // namespace
+
+TEST_F(Cleanup, FollowsItsOrderInARegularBoot) {
+    Start();
+    firmware.Clear();
+    EXPECT_TRUE(service->ServiceCleanup());
+    ExpectLogInOrder({"Write ZEL Service status to MPM", "ZEL Service DOWN", "Clean up DASH object",
+                      "Close HTTPS socket", "Waiting for DASH Client thread join",
+                      "HandleDASHClientThread: Exiting DASH Handler Thread", "DASH Client thread joined",
+                      "Waiting for MB Driver Read thread termination", "MB Driver Read thread terminated",
+                      "Cleanup Driver Interfaces"});
+    EXPECT_TRUE(service->m_bServiceStopping);
+    EXPECT_FALSE(service->m_bMPMVersionValid);
+    EXPECT_FALSE(service->m_pDASHClientThreadObj);
+    EXPECT_FALSE(service->m_mailBoxDriverInterface.IsOpen());
+    ASSERT_EQ(firmware.Requests().size(), 1u);
+    EXPECT_EQ(firmware.Requests()[0].As<ZELStatusRecord>().state, 2u);
+}
+
+TEST_F(Cleanup, LeavesOutDashAndTheReadThreadInSafeBoot) {
+    service->m_bootMode = 1;
+    StartService();
+    ASSERT_TRUE(firmware.AwaitRequest("GetZELVersion"));
+    AwaitLog("ZEL Service Safeboot UP");
+    EXPECT_TRUE(service->ServiceCleanup());
+    EXPECT_EQ(LogCount("Calling HTTPS Socket Accept"), 0u);
+    EXPECT_EQ(LogCount("Clean up DASH object"), 0u);
+    EXPECT_EQ(LogCount("MB Driver Read thread"), 0u);
+    const auto messages = Messages();
+    const auto down = std::find(messages.begin(), messages.end(), "ZEL Service DOWN");
+    ASSERT_NE(down, messages.end());
+    EXPECT_EQ(*(down + 1), "Cleanup Driver Interfaces");
+}
+
+TEST_F(Cleanup, TheReadThreadEndsOnlyWithTheProcess) {
+    Start();
+    service->ServiceCleanup();
+    EXPECT_TRUE(service->m_pMBDriverReadThreadObj->joinable());
+    EXPECT_EQ(winhost::MailboxDevice::Instance().OpenHandles(), 1u);
+    EXPECT_EQ(winhost::MailboxDevice::Instance().PendingReads(), 10u);
+
+    ExpectError("GetQueuedCompletionStatus failed with error: 995");
+    EXPECT_TRUE(service->EndThreads(INFINITE));
+    EXPECT_FALSE(service->m_pMBDriverReadThreadObj);
+    EXPECT_EQ(winhost::MailboxDevice::Instance().OpenHandles(), 0u);
+    EXPECT_EQ(winhost::MailboxDevice::Instance().PendingReads(), 0u);
+    EXPECT_EQ(winhost::MailboxDevice::Instance().PendingRequests(), 0u);
+}
+
+TEST_F(Cleanup, WorksOnADeviceThatNeverOpened) {
+    ExpectErrors(
+        {"Error Invalid Handle, returning: 6 to the caller", "m_pDeviceInterfaceDetailData is NULL."});
+    EXPECT_TRUE(service->ServiceCleanup());
+    ExpectLogInOrder({"ZEL Service DOWN", "Clean up DASH object", "Cleanup Driver Interfaces",
+                      "m_pDeviceInterfaceDetailData is NULL. No device interfaces present, returning "
+                      "ERROR_INVALID_ADDRESS to the caller"});
+    EXPECT_EQ(LogCount("Waiting for"), 0u);
+}
+
+TEST_F(Cleanup, WakesTheConsole) {
+    OpenMailbox();
+    EXPECT_EQ(WaitForSingleObject(service->m_ConsoleStopEvent.Get(), 0), DWORD{WAIT_TIMEOUT});
+    service->ServiceCleanup();
+    EXPECT_EQ(WaitForSingleObject(service->m_ConsoleStopEvent.Get(), 0), WAIT_OBJECT_0);
+}
+
+TEST_F(Cleanup, LeavesTheConsolesEventAloneInServiceMode) {
+    OpenMailbox();
+    service->m_bRunAsConsole = 0;
+    service->ServiceCleanup();
+    EXPECT_EQ(WaitForSingleObject(service->m_ConsoleStopEvent.Get(), 0), DWORD{WAIT_TIMEOUT});
+}
+
+TEST_F(Cleanup, MayComeWhileTheFirstReportStillWaitsForTheFirmware) {
+    ExpectErrors({"GetOverlappedResult failed for SendIOCtlToDriver with error: 995", "dwLastError = 995"});
+    AllowError("");
+    firmware.Hold("WriteZELStatus");
+    StartService();
+    ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
+    std::thread stop([this] { service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0); });
+    PassSleepOf(2s);
+    stop.join();
+    EXPECT_TRUE(service->EndThreads(INFINITE));
+    EXPECT_EQ(winhost::MailboxDevice::Instance().OpenHandles(), 0u);
+}
+
+TEST_F(Cleanup, AServiceThatNeverStartedEndsAtOnce) {
+    const size_t lines = Log().size();
+    EXPECT_TRUE(service->EndThreads(0));
+    EXPECT_TRUE(service->EndThreads(0));
+    EXPECT_EQ(Log().size(), lines);
+}

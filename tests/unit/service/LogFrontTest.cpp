@@ -1,0 +1,48 @@
+// What a call of LogInfo and its kin becomes.
+#include "service/Log.h"
+
+#include "tests/support/ServiceFixture.h"
+
+namespace {
+
+class LogFront : public ServiceFixture {
+  protected:
+    std::string Last() { return Messages().back(); }
+};
+
+}  // namespace
+
+TEST_F(LogFront, NumbersHaveTheSizesThatTheirConversionsHaveOnWindows) {
+    LogInfo("%lu %ld %d %u %x", uint64_t{1} << 32 | 5, int64_t{-7}, -1, -1, int8_t{-1});
+    EXPECT_EQ(Last(), "5 -7 -1 4294967295 ffffffff");
+    LogInfo("%llu %I64x %lld %zu", ~uint64_t{0}, uint64_t{0x1234567890ab}, int64_t{-5}, size_t{6});
+    EXPECT_EQ(Last(), "18446744073709551615 1234567890ab -5 6");
+    LogInfo("%02d|%.2X|%hhx|100%%", 3, 0xB, 0x1FF);
+    EXPECT_EQ(Last(), "03|0B|ff|100%");
+}
+
+TEST_F(LogFront, TextsComeAsPointersOrStrings) {
+    const char* none = nullptr;
+    LogInfo("%s %s %s", "a", std::string("b"), none);
+    EXPECT_EQ(Last(), "a b (null)");
+}
+
+TEST_F(LogFront, LongTextsAreCut) {
+    LogWarn("%s", std::string(5000, 'x'));
+    EXPECT_EQ(Log().back().text.size(), 1023u);
+    EXPECT_EQ(Log().back().level, "WARN");
+}
+
+TEST_F(LogFront, DebugAndTraceNeverReachTheFile) {
+    const size_t lines = Log().size();
+    LogDebug("%s", "a");
+    LogTrace("%s", "b");
+    EXPECT_EQ(Log().size(), lines);
+}
+
+TEST_F(LogFront, ALineKeepsTheLastError) {
+    SetLastError(1234);
+    LogInfo("x");
+    LogDebug("x");
+    EXPECT_EQ(GetLastError(), 1234u);
+}
