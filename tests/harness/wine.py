@@ -5,7 +5,6 @@ copy of a prefix that is prepared once and kept under build/wine.
 """
 
 import ctypes
-import fcntl
 import hashlib
 import json
 import os
@@ -13,8 +12,6 @@ import pathlib
 import select
 import shutil
 import signal
-import socket
-import struct
 import subprocess
 import time
 
@@ -37,7 +34,8 @@ INTERFACE_KEY = f"HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\Device
 SYSTEM_CLASS = "{4d36e97d-e325-11ce-bfc1-08002be10318}"
 INSTALLATION_KEY = "HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Tarvix\\Tarvix Manageability Service"
 
-# The driver sets "Linked" while its gate is attached. An empty debugger keeps a crash a crash.
+# The driver sets "Linked" while its gate is attached. An empty debugger keeps a crash a crash. Services get the public
+# profile as their PROGRAMDATA from Wine.
 REGISTRY = {
     INTERFACE_KEY: {"DeviceInstance": "ROOT\\MPMBOX\\0000"},
     INTERFACE_KEY + "\\#": {"SymbolicLink": f"\\\\?\\ROOT#MPMBOX#0000#{INTERFACE}"},
@@ -54,6 +52,7 @@ REGISTRY = {
     },
     INSTALLATION_KEY: {"InstallationPath": INSTALLATION},
     "HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug": {"Debugger": ""},
+    "HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList": {"Public": "C:\\ProgramData"},
 }
 
 
@@ -68,12 +67,19 @@ def registry_text():
     return "\r\n".join(lines)
 
 
+# The PC's one network adapter. Nobody answers behind it.
+ADAPTER, ADDRESS, GATEWAY = "pc0", "192.168.1.10", "192.168.1.1"
+
 _in_namespace = False
 
 
+def ip(*words):
+    subprocess.run(["ip", *words], check=True, stdin=subprocess.DEVNULL)
+
+
 def enter_namespace():
-    """Moves this process, and what it starts from now on, into a network of its own that has only loopback. Works
-    once; as an ordinary user the process must not have threads yet."""
+    """Moves this process, and what it starts from now on, into a network of its own: loopback and the PC's adapter. Once
+    for the whole process; as an ordinary user it must not have threads yet."""
     global _in_namespace
     if _in_namespace:
         return
@@ -86,9 +92,12 @@ def enter_namespace():
             raise OSError(f"the Windows service needs a network namespace for its ports, and there is none to be had: {problem}")
         for name, text in (("setgroups", "deny"), ("uid_map", f"0 {uid} 1"), ("gid_map", f"0 {gid} 1")):
             pathlib.Path("/proc/self", name).write_text(text)
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_socket:
-        siocsifflags, up_and_running = 0x8914, 0x41
-        fcntl.ioctl(any_socket, siocsifflags, struct.pack("16sH22x", b"lo", up_and_running))
+    ip("link", "set", "lo", "up")
+    ip("link", "add", ADAPTER, "type", "veth", "peer", "name", ADAPTER + "-switch")
+    ip("address", "add", f"{ADDRESS}/24", "dev", ADAPTER)
+    ip("link", "set", ADAPTER + "-switch", "up")
+    ip("link", "set", ADAPTER, "up")
+    ip("route", "add", "default", "via", GATEWAY)
     _in_namespace = True
 
 
