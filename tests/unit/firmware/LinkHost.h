@@ -22,7 +22,9 @@ inline constexpr std::chrono::milliseconds kSoon{200};  // for what must not hap
 std::string FreshAddress();
 
 struct ListeningFirmware : Firmware {
-    explicit ListeningFirmware(Settings settings = {}) : Firmware(std::move(settings)) { Listen(FreshAddress()); }
+    explicit ListeningFirmware(Settings settings = {}) : Firmware(std::move(settings)) {
+        Listen(FreshAddress());
+    }
 };
 
 class LinkHost {

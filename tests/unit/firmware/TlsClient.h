@@ -1,0 +1,45 @@
+// A console's TLS client whose bytes travel in packets: what it says is taken from it, what it hears is given
+// to it.
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "firmware/dash/Certificate.h"
+
+namespace mpm::test {
+
+class TlsClient {
+  public:
+    // Trusts this one certificate (PEM) and expects it to be for localhost.
+    explicit TlsClient(const std::string& certificate, int maxVersion = TLS1_3_VERSION);
+
+    // Goes on with the handshake. True once it is over.
+    bool Connect();
+    void Write(const std::string& plain);
+    // What the server has said, as far as it has been given.
+    std::string Read();
+    // Ends the connection in order.
+    void Close();
+    bool ServerHasClosed() const { return m_serverHasClosed; }
+    std::string VerifyResult() const;
+    // The last alert from the server, in words; empty when there was none.
+    const std::string& AlertHeard() const { return m_alert; }
+
+    std::vector<uint8_t> TakeWire();
+    void GiveWire(const std::string& bytes);
+
+  private:
+    TlsContextPointer m_context;
+    std::unique_ptr<SSL, OpensslDelete<SSL_free>> m_ssl;
+    BIO* m_in;   // owned by m_ssl
+    BIO* m_out;  // the same
+    std::string m_alert;
+    bool m_serverHasClosed = false;
+};
+
+}  // namespace mpm::test
