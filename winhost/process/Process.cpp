@@ -1,7 +1,9 @@
 // The process itself: its ids, its end, its user and its executable.
 #include <stdlib.h>
+#include <strings.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -91,16 +93,17 @@ int GetSystemMetrics(int index) {
     return index == SM_CLEANBOOT ? static_cast<int>(Pc::Instance().Description().cleanBoot) : 0;
 }
 
-int _dupenv_s(char** buffer, size_t* size, const char* name) {
-    WINHOST_GATE_CODE("_dupenv_s");
-    if (!buffer || !name) return EINVAL;
-    *buffer = nullptr;
-    if (size) *size = 0;
+int getenv_s(size_t* needed, char* buffer, size_t size, const char* name) {
+    WINHOST_GATE_CODE("getenv_s");
+    if (!needed || !name || (size != 0 && !buffer)) return EINVAL;
+    *needed = 0;
+    if (size != 0) *buffer = '\0';
     for (const auto& [key, value] : Pc::Instance().Description().environment) {
         if (strcasecmp(key.c_str(), name) != 0) continue;
-        *buffer = strdup(value.c_str());
-        if (!*buffer) return ENOMEM;
-        if (size) *size = value.size() + 1;
+        *needed = value.size() + 1;
+        // A call without room asks for the size alone.
+        if (size < *needed) return size == 0 ? 0 : ERANGE;
+        std::memcpy(buffer, value.c_str(), *needed);
         break;
     }
     return 0;

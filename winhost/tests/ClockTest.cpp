@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "winhost/core/Clock.h"
+
+using namespace std::chrono_literals;
+using winhost::Clock;
+
+namespace {
+
+class ManualClock : public testing::Test {
+  protected:
+    ManualClock() { m_clock.SetManual(true); }
+    Clock& m_clock = Clock::Instance();
+};
+
+TEST_F(ManualClock, StandsStillButForAdvance) {
+    const auto before = m_clock.Steady();
+    EXPECT_EQ(m_clock.Steady(), before);
+    m_clock.Advance(61s);
+    EXPECT_EQ(m_clock.Steady(), before + 61s);
+}
+
+TEST_F(ManualClock, MovesTheWallTimeToo) {
+    const uint64_t before = m_clock.FileTime();
+    m_clock.Advance(1s);
+    EXPECT_EQ(m_clock.FileTime(), before + 10'000'000);
+}
+
+TEST_F(ManualClock, EndsASleepWhenItsDeadlineIsReached) {
+    std::atomic<bool> awake = false;
+    const auto deadline = m_clock.Steady() + 10s;
+    std::thread sleeper([&] {
+        m_clock.SleepUntil(deadline);
+        awake = true;
+    });
+    ASSERT_TRUE(m_clock.AwaitSleeper(10s));
+    m_clock.Advance(9s);
+    // Still there, one second from its end.
+    ASSERT_TRUE(m_clock.AwaitSleeper(1s));
+    EXPECT_FALSE(awake);
+    m_clock.Advance(1s);
+    sleeper.join();
+    EXPECT_TRUE(awake);
+}
+
+TEST_F(ManualClock, WakesEachSleeperAtItsOwnTime) {
+    std::thread first([&, deadline = m_clock.Steady() + 1s] { m_clock.SleepUntil(deadline); });
+    std::thread second([&, deadline = m_clock.Steady() + 1h] { m_clock.SleepUntil(deadline); });
+    ASSERT_TRUE(m_clock.AwaitSleepers(2));
+    m_clock.Advance(1s);
+    first.join();
+    ASSERT_TRUE(m_clock.AwaitSleeper(1h - 1s));
+    m_clock.Advance(1h);
+    second.join();
+}
+
+TEST_F(ManualClock, DoesNotCountASleeperWhoseTimeHasCome) {
+    std::thread sleeper([&, deadline = m_clock.Steady() + 1s] { m_clock.SleepUntil(deadline); });
+    ASSERT_TRUE(m_clock.AwaitSleepers(1));
+    m_clock.Advance(1s);
+    EXPECT_FALSE(m_clock.AwaitSleepers(1, 0ms));
+    sleeper.join();
+}
+
+TEST_F(ManualClock, LetsSleepersGoOnWithTheMachineWhenItRunsAgain) {
+    std::thread sleeper([&, deadline = m_clock.Steady() + 5ms] { m_clock.SleepUntil(deadline); });
+    ASSERT_TRUE(m_clock.AwaitSleepers(1));
+    m_clock.SetManual(false);
+    sleeper.join();
+}
+
+TEST_F(ManualClock, TellsThatNobodySleeps) {
+    EXPECT_FALSE(m_clock.AwaitSleepers(1, 1ms));
+}
+
+TEST_F(ManualClock, EndsAWaitByItsConditionBeforeTheDeadline) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool ready = false;
+    bool result = false;
+    std::thread waiter([&, deadline = m_clock.Steady() + 1h] {
+        std::unique_lock lock(mutex);
+        result = m_clock.WaitUntil(lock, changed, deadline, [&] { return ready; });
+    });
+    ASSERT_TRUE(m_clock.AwaitSleepers(1));
+    {
+        std::lock_guard lock(mutex);
+        ready = true;
+    }
+    changed.notify_one();
+    waiter.join();
+    EXPECT_TRUE(result);
+}
+
+// Waiters that come and go while the clock moves: a missed wake-up would leave one behind for ever.
+TEST_F(ManualClock, LosesNoWaiterWhileItMoves) {
+    constexpr int kWaiters = 4;
+    constexpr int kSleeps = 200;
+    std::atomic<int> running = kWaiters;
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i)
+        waiters.emplace_back([&] {
+            for (int sleep = 0; sleep < kSleeps; ++sleep)
+                m_clock.SleepUntil(m_clock.Steady() + 10ms);
+            --running;
+        });
+    while (running > 0)
+        m_clock.Advance(1ms);
+    for (auto& waiter : waiters)
+        waiter.join();
+}
+
+TEST(RunningClock, FollowsTheMachine) {
+    Clock& clock = Clock::Instance();
+    const auto before = clock.Steady();
+    clock.SleepUntil(before + 5ms);
+    EXPECT_GE(clock.Steady(), before + 5ms);
+}
+
+TEST(RunningClock, CanBeMovedForwardToo) {
+    Clock& clock = Clock::Instance();
+    std::thread sleeper([&, deadline = clock.Steady() + 24h] { clock.SleepUntil(deadline); });
+    ASSERT_TRUE(clock.AwaitSleepers(1));
+    clock.Advance(24h);
+    sleeper.join();
+}
+
+TEST(RunningClock, TellsTheTimeOfTheWorld) {
+    const auto unixTime = std::chrono::system_clock::now().time_since_epoch();
+    const auto fileTime = std::chrono::nanoseconds((Clock::Instance().FileTime() - 116444736000000000) * 100);
+    EXPECT_LT(std::chrono::abs(fileTime - unixTime), 5s);
+}
+
+TEST(RunningClock, SetsTheWallTimeWithoutMovingTheSteadyOne) {
+    Clock& clock = Clock::Instance();
+    clock.SetManual(true);
+    const auto steady = clock.Steady();
+    const uint64_t wall = clock.FileTime();
+    clock.SetWallOffset(-1h);
+    EXPECT_EQ(clock.Steady(), steady);
+    EXPECT_EQ(clock.FileTime(), wall - 36'000'000'000);
+}
+
+}  // namespace

@@ -1,0 +1,84 @@
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include "winhost/core/Gate.h"
+
+using winhost::Gate;
+
+namespace {
+
+class GateTest : public testing::Test {
+  protected:
+    GateTest() { m_gate.Reset(); }
+    bool SetEventSucceeds() { return SetEvent(m_event); }
+    Gate& m_gate = Gate::Instance();
+    const HANDLE m_event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+};
+
+TEST_F(GateTest, CountsCallsByName) {
+    SetEvent(m_event);
+    SetEvent(m_event);
+    ResetEvent(m_event);
+    EXPECT_EQ(m_gate.Count("SetEvent"), 2u);
+    EXPECT_EQ(m_gate.Count("ResetEvent"), 1u);
+    EXPECT_EQ(m_gate.Count("CreateEventA"), 0u);
+}
+
+TEST_F(GateTest, CountsAllCallsUnderNoName) {
+    SetEvent(m_event);
+    GetCurrentThreadId();
+    EXPECT_EQ(m_gate.Count(""), 2u);
+}
+
+TEST_F(GateTest, FailsTheNthCallOnce) {
+    m_gate.FailNth("SetEvent", 2, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_TRUE(SetEventSucceeds());
+    EXPECT_FALSE(SetEventSucceeds());
+    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_TRUE(SetEventSucceeds());
+    EXPECT_EQ(m_gate.Failures(), 1u);
+}
+
+TEST_F(GateTest, FailsTheNthCallAndAllAfterIt) {
+    m_gate.FailNth("SetEvent", 2, ERROR_NOT_ENOUGH_MEMORY, true);
+    EXPECT_TRUE(SetEventSucceeds());
+    EXPECT_FALSE(SetEventSucceeds());
+    EXPECT_FALSE(SetEventSucceeds());
+}
+
+TEST_F(GateTest, FailsTheNthCallOfAnyName) {
+    m_gate.FailNth("", 2, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_TRUE(ResetEvent(m_event));
+    EXPECT_FALSE(SetEventSucceeds());
+}
+
+TEST_F(GateTest, PassesOverCallsThatCannotFail) {
+    m_gate.FailNth("", 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_NE(GetCurrentThreadId(), 0u);
+    EXPECT_FALSE(SetEventSucceeds());
+}
+
+TEST_F(GateTest, AFailedCallDoesNothing) {
+    m_gate.FailNth("SetEvent", 1, ERROR_NOT_ENOUGH_MEMORY);
+    SetEvent(m_event);
+    EXPECT_EQ(WaitForSingleObject(m_event, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+}
+
+TEST_F(GateTest, HoldsACallForTheDelay) {
+    m_gate.Delay("SetEvent", std::chrono::milliseconds(20));
+    const auto before = std::chrono::steady_clock::now();
+    SetEvent(m_event);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(20));
+}
+
+TEST_F(GateTest, ForgetsEverythingAtReset) {
+    m_gate.FailNth("SetEvent", 1, ERROR_NOT_ENOUGH_MEMORY, true);
+    SetEvent(m_event);
+    m_gate.Reset();
+    EXPECT_TRUE(SetEventSucceeds());
+    EXPECT_EQ(m_gate.Count("SetEvent"), 1u);
+    EXPECT_EQ(m_gate.Failures(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <setupapi.h>
+
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "winhost/core/HandleTable.h"
+
+namespace {
+
+HANDLE NewEvent() {
+    return CreateEventA(nullptr, TRUE, FALSE, nullptr);
+}
+
+HANDLE Pseudo(intptr_t value) {
+    return reinterpret_cast<HANDLE>(value);
+}
+
+TEST(Handles, AreMultiplesOfFourAndDiffer) {
+    std::set<HANDLE> seen;
+    for (int i = 0; i < 100; ++i) {
+        const HANDLE handle = NewEvent();
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(handle) % 4, 0u);
+        EXPECT_TRUE(seen.insert(handle).second);
+    }
+}
+
+TEST(Handles, AreGoneOnceClosed) {
+    const HANDLE event = NewEvent();
+    EXPECT_TRUE(CloseHandle(event));
+    EXPECT_FALSE(CloseHandle(event));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_FALSE(SetEvent(event));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(Handles, AStaleOneDoesNotMeetTheNextObject) {
+    const HANDLE stale = NewEvent();
+    CloseHandle(stale);
+    for (int i = 0; i < 1000; ++i) {
+        const HANDLE event = NewEvent();
+        EXPECT_NE(event, stale);
+        EXPECT_FALSE(SetEvent(stale));
+        CloseHandle(event);
+    }
+}
+
+TEST(Handles, ThatWereNeverMadeAreInvalid) {
+    for (const intptr_t value : {0, 4, 0x7FFFFFFC, -3, -8}) {
+        EXPECT_FALSE(SetEvent(Pseudo(value))) << value;
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE) << value;
+    }
+    int local = 0;
+    EXPECT_FALSE(CloseHandle(&local));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(Handles, OfAnotherKindAreInvalid) {
+    const HANDLE mutex = CreateMutexA(nullptr, FALSE, nullptr);
+    EXPECT_FALSE(SetEvent(mutex));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(Handles, ClosingAPseudoHandleHasNoEffect) {
+    EXPECT_EQ(GetCurrentProcess(), INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(CloseHandle(GetCurrentProcess()));
+    EXPECT_TRUE(CloseHandle(GetCurrentProcess()));
+}
+
+TEST(Handles, OfDeviceListsAreNotForCloseHandle) {
+    const GUID anyClass{};
+    const HDEVINFO list =
+        SetupDiGetClassDevsA(&anyClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+    EXPECT_FALSE(CloseHandle(list));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
+}
+
+TEST(Handles, AreCountedWhileOpen) {
+    const size_t before = winhost::HandleTable::Instance().Size();
+    const HANDLE event = NewEvent();
+    EXPECT_EQ(winhost::HandleTable::Instance().Size(), before + 1);
+    CloseHandle(event);
+    EXPECT_EQ(winhost::HandleTable::Instance().Size(), before);
+}
+
+TEST(Handles, AreMadeAndClosedByManyThreadsAtOnce) {
+    const size_t before = winhost::HandleTable::Instance().Size();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([] {
+            for (int n = 0; n < 2000; ++n) {
+                const HANDLE event = NewEvent();
+                EXPECT_TRUE(SetEvent(event));
+                EXPECT_TRUE(CloseHandle(event));
+            }
+        });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(winhost::HandleTable::Instance().Size(), before);
+}
+
+}  // namespace

@@ -1,0 +1,51 @@
+// The firmware's end of the mailbox for one test: listens on a Unix socket and speaks the frames by hand.
+#pragma once
+
+#include <string>
+
+#include "firmware/link/LinkProtocol.h"
+
+// All waits give up after ten seconds with an exception, which fails the test.
+class LinkPeer {
+  public:
+    struct Frame {
+        mpmlink::Header header{};
+        std::string payload;
+    };
+
+    // One handle of the device.
+    class Connection {
+      public:
+        explicit Connection(int socket) : m_socket(socket) {}
+        Connection(Connection&& other) noexcept;
+        ~Connection();
+
+        Frame Receive();
+        // Waits for the host to end the connection; false when it sends a frame instead.
+        bool AwaitEnd();
+        // False while something that was sent has not been taken from the socket.
+        bool AllTaken() const;
+
+        void Respond(const Frame& request, uint32_t error, const std::string& payload = {});
+        void SendMessage(const std::string& bytes);
+        void SendHeader(const mpmlink::Header& header);
+        void SendBytes(const void* bytes, size_t size);
+        void Close();
+
+      private:
+        size_t ReceiveSome(char* bytes, size_t size);
+        int m_socket;
+    };
+
+    explicit LinkPeer(const std::string& path);
+    ~LinkPeer();
+
+    std::string Address() const { return "unix:" + m_path; }
+    Connection Accept();
+    // Stops listening; connections that stand go on.
+    void Close();
+
+  private:
+    const std::string m_path;
+    int m_listener;
+};

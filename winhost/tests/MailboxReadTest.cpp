@@ -1,0 +1,254 @@
+// Messages of the firmware, and the completion port that they arrive at.
+#include <thread>
+
+#include "winhost/core/Clock.h"
+#include "winhost/tests/MailboxFixture.h"
+
+using mpmlink::Kind;
+
+namespace {
+
+class MailboxReadTest : public MailboxFixture {
+  protected:
+    ~MailboxReadTest() override { CloseHandle(m_device); }
+    const HANDLE m_device = Open();
+    LinkPeer::Connection m_firmware = m_peer->Accept();
+};
+
+TEST_F(MailboxReadTest, TheFirstReadListensAndTheNextDoNot) {
+    Request first, second, request;
+    EXPECT_EQ(Read(m_device, first), ERROR_IO_PENDING);
+    EXPECT_EQ(m_firmware.Receive().header.kind, Kind::Listen);
+    EXPECT_EQ(Read(m_device, second), ERROR_IO_PENDING);
+    EXPECT_EQ(Device().PendingReads(), 2u);
+    Query(m_device, request);
+    EXPECT_EQ(m_firmware.Receive().header.kind, Kind::Request);
+}
+
+TEST_F(MailboxReadTest, AMessageCompletesTheOldestRead) {
+    Request first, second;
+    Read(m_device, first);
+    Read(m_device, second);
+    m_firmware.SendMessage("one");
+    EXPECT_EQ(first.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(first.Received(), "one");
+    EXPECT_TRUE(second.IsPending());
+    m_firmware.SendMessage("two");
+    EXPECT_EQ(second.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(second.Received(), "two");
+}
+
+TEST_F(MailboxReadTest, AnEmptyMessageCompletesAReadWithNothing) {
+    Request read;
+    Read(m_device, read);
+    m_firmware.SendMessage("");
+    EXPECT_EQ(read.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(read.bytes, 0u);
+}
+
+TEST_F(MailboxReadTest, AMessageOfTheLargestBufferArrivesWhole) {
+    std::string message(0x20000, 'm');
+    for (size_t i = 0; i < message.size(); ++i)
+        message[i] = static_cast<char>(i * 13);
+    Request read(0x20000);
+    Read(m_device, read);
+    m_firmware.SendMessage(message);
+    EXPECT_EQ(read.Await(), ERROR_SUCCESS);
+    EXPECT_TRUE(read.buffer == message);
+    EXPECT_EQ(read.bytes, 0x20000u);
+}
+
+TEST_F(MailboxReadTest, AMessageThatIsTooLongFillsTheBufferAndLosesItsRest) {
+    Request read(4), next;
+    Read(m_device, read);
+    m_firmware.SendMessage("123456");
+    EXPECT_EQ(read.Await(), ERROR_MORE_DATA);
+    EXPECT_EQ(read.Received(), "1234");
+    Read(m_device, next);
+    m_firmware.SendMessage("next");
+    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(next.Received(), "next");
+}
+
+TEST_F(MailboxReadTest, AMessageThatNobodyReadsWaitsInTheSocket) {
+    Request first, second;
+    Read(m_device, first);
+    m_firmware.SendMessage("one");
+    first.Await();
+    m_firmware.SendMessage("two");
+    EXPECT_FALSE(m_firmware.AllTaken());
+    Read(m_device, second);
+    EXPECT_EQ(second.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(second.Received(), "two");
+}
+
+TEST_F(MailboxReadTest, ACancelledReadEndsAndTheNextTakesTheMessage) {
+    Request cancelled, next;
+    Read(m_device, cancelled);
+    Read(m_device, next);
+    EXPECT_TRUE(CancelIoEx(m_device, &cancelled.overlapped));
+    EXPECT_EQ(cancelled.Await(), ERROR_OPERATION_ABORTED);
+    m_firmware.SendMessage("message");
+    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(next.Received(), "message");
+}
+
+TEST_F(MailboxReadTest, EndsAtOnceWhenTheDriverIsToldSo) {
+    Device().CompleteReadsAtOnce(true);
+    Request read;
+    EXPECT_EQ(Read(m_device, read), ERROR_SUCCESS);
+    EXPECT_EQ(read.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(read.bytes, 0u);
+}
+
+class CompletionPortTest : public MailboxReadTest {
+  protected:
+    static constexpr ULONG_PTR kKey = 1;
+    struct Completion {
+        DWORD error = 0;
+        DWORD bytes = 0;
+        ULONG_PTR key = 0;
+        OVERLAPPED* overlapped = nullptr;
+    };
+
+    CompletionPortTest() {
+        for (int i = 0; i < 10; ++i) {
+            m_reads.push_back(std::make_unique<Request>());
+            m_reads.back()->overlapped.hEvent = nullptr;
+        }
+    }
+    ~CompletionPortTest() override { CloseHandle(m_port); }
+
+    Completion Take(DWORD milliseconds = INFINITE) {
+        Completion completion;
+        completion.error = Result(GetQueuedCompletionStatus(m_port, &completion.bytes, &completion.key,
+                                                            &completion.overlapped, milliseconds));
+        return completion;
+    }
+    void ReadAll() {
+        for (auto& read : m_reads)
+            EXPECT_EQ(Read(m_device, *read), ERROR_IO_PENDING);
+    }
+
+    const HANDLE m_port = CreateIoCompletionPort(m_device, nullptr, kKey, 0);
+    std::vector<std::unique_ptr<Request>> m_reads;
+};
+
+TEST_F(CompletionPortTest, GivesTenReadsBackInTheOrderOfTheMessages) {
+    ReadAll();
+    for (int i = 0; i < 10; ++i)
+        m_firmware.SendMessage("message " + std::to_string(i));
+    for (int i = 0; i < 10; ++i) {
+        const auto completion = Take();
+        EXPECT_EQ(completion.error, ERROR_SUCCESS);
+        EXPECT_EQ(completion.key, kKey);
+        EXPECT_EQ(completion.bytes, 9u);
+        Request& read = *m_reads[static_cast<size_t>(i)];
+        EXPECT_EQ(completion.overlapped, &read.overlapped);
+        EXPECT_EQ(read.buffer.substr(0, 9), "message " + std::to_string(i));
+    }
+}
+
+TEST_F(CompletionPortTest, WakesAThreadThatWaitsForEver) {
+    ReadAll();
+    Completion completion;
+    std::thread waiter([&] { completion = Take(); });
+    m_firmware.SendMessage("ab");
+    waiter.join();
+    EXPECT_EQ(completion.error, ERROR_SUCCESS);
+    EXPECT_EQ(completion.bytes, 2u);
+}
+
+TEST_F(CompletionPortTest, GivesFailedReadsWithTheirErrorAndOverlapped) {
+    ReadAll();
+    m_firmware.Close();
+    for (auto& read : m_reads) {
+        const auto completion = Take();
+        EXPECT_EQ(completion.error, ERROR_DEVICE_NOT_CONNECTED);
+        EXPECT_EQ(completion.overlapped, &read->overlapped);
+    }
+}
+
+TEST_F(CompletionPortTest, GivesCancelledReadsToo) {
+    ReadAll();
+    EXPECT_TRUE(CancelIoEx(m_device, nullptr));
+    for (size_t i = 0; i < m_reads.size(); ++i)
+        EXPECT_EQ(Take().error, ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(CompletionPortTest, GivesTheReadsOfAClosedHandle) {
+    ReadAll();
+    CloseHandle(m_device);
+    for (size_t i = 0; i < m_reads.size(); ++i)
+        EXPECT_EQ(Take().error, ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(CompletionPortTest, GivesATooLongMessageAsAFailure) {
+    m_reads[0]->buffer.resize(2);
+    Read(m_device, *m_reads[0]);
+    m_firmware.SendMessage("123");
+    const auto completion = Take();
+    EXPECT_EQ(completion.error, ERROR_MORE_DATA);
+    EXPECT_EQ(completion.bytes, 2u);
+    EXPECT_EQ(completion.overlapped, &m_reads[0]->overlapped);
+}
+
+TEST_F(CompletionPortTest, GivesAlsoWhatCompletedAtOnce) {
+    Device().CompleteReadsAtOnce(true);
+    EXPECT_EQ(Read(m_device, *m_reads[0]), ERROR_SUCCESS);
+    const auto completion = Take(0);
+    EXPECT_EQ(completion.error, ERROR_SUCCESS);
+    EXPECT_EQ(completion.overlapped, &m_reads[0]->overlapped);
+}
+
+TEST_F(CompletionPortTest, IsLeftOutByAnEventWithItsLowestBitSet) {
+    Request read;
+    read.overlapped.hEvent = reinterpret_cast<HANDLE>(reinterpret_cast<uintptr_t>(read.event) | 1);
+    Read(m_device, read);
+    m_firmware.SendMessage("ab");
+    EXPECT_EQ(read.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(Take(0).error, static_cast<DWORD>(WAIT_TIMEOUT));
+}
+
+TEST_F(CompletionPortTest, TimesOutByThePcsClockWithoutOverlapped) {
+    winhost::Clock::Instance().SetManual(true);
+    Completion completion;
+    completion.overlapped = &m_reads[0]->overlapped;
+    std::thread waiter([&] { completion = Take(5000); });
+    ASSERT_TRUE(winhost::Clock::Instance().AwaitSleeper(std::chrono::seconds(5)));
+    winhost::Clock::Instance().Advance(std::chrono::seconds(5));
+    waiter.join();
+    EXPECT_EQ(completion.error, static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(completion.overlapped, nullptr);
+}
+
+TEST_F(CompletionPortTest, ItsEndWakesWhoeverWaits) {
+    winhost::Clock::Instance().SetManual(true);
+    Completion completion;
+    std::thread waiter([&] { completion = Take(5000); });
+    ASSERT_TRUE(winhost::Clock::Instance().AwaitSleeper(std::chrono::seconds(5)));
+    CloseHandle(m_port);
+    waiter.join();
+    EXPECT_EQ(completion.error, ERROR_ABANDONED_WAIT_0);
+    EXPECT_EQ(completion.overlapped, nullptr);
+}
+
+TEST_F(CompletionPortTest, IsTheOnlyOneOfAFile) {
+    EXPECT_EQ(CreateIoCompletionPort(m_device, nullptr, 2, 0), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(CompletionPortTest, NeedsAFile) {
+    EXPECT_EQ(CreateIoCompletionPort(m_port, nullptr, 1, 0), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(CompletionPortTest, IsNeededToTakeFrom) {
+    DWORD bytes = 0;
+    ULONG_PTR key = 0;
+    OVERLAPPED* overlapped = nullptr;
+    EXPECT_FALSE(GetQueuedCompletionStatus(m_device, &bytes, &key, &overlapped, 0));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+}  // namespace

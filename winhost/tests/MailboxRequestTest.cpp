@@ -1,0 +1,438 @@
+// Opening the mailbox, and requests to the firmware.
+#include <thread>
+
+#include "winhost/tests/MailboxFixture.h"
+
+using mpmlink::Kind;
+
+namespace {
+
+class MailboxOpenTest : public MailboxFixture {};
+
+TEST_F(MailboxOpenTest, EachHandleIsAConnection) {
+    const HANDLE first = Open();
+    ASSERT_NE(first, INVALID_HANDLE_VALUE);
+    auto firstConnection = m_peer->Accept();
+    const HANDLE second = Open();
+    ASSERT_NE(second, INVALID_HANDLE_VALUE);
+    auto secondConnection = m_peer->Accept();
+    EXPECT_EQ(Device().OpenHandles(), 2u);
+    CloseHandle(first);
+    EXPECT_TRUE(firstConnection.AwaitEnd());
+    EXPECT_EQ(Device().OpenHandles(), 1u);
+    CloseHandle(second);
+    EXPECT_TRUE(secondConnection.AwaitEnd());
+}
+
+TEST_F(MailboxOpenTest, AThirdHandleIsRefused) {
+    const HANDLE first = Open();
+    Open();
+    EXPECT_EQ(Open(), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    CloseHandle(first);
+    EXPECT_NE(Open(), INVALID_HANDLE_VALUE);
+}
+
+TEST_F(MailboxOpenTest, ThereIsNothingToOpenWithoutTheFirmware) {
+    m_peer->Close();
+    EXPECT_EQ(Open(), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Device().OpenHandles(), 0u);
+}
+
+TEST_F(MailboxOpenTest, OtherPathsNameNoDevice) {
+    EXPECT_EQ(CreateFileA(R"(\\?\other)", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                          FILE_FLAG_OVERLAPPED, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(MailboxOpenTest, HandlesAreOverlapped) {
+    EXPECT_EQ(CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                          OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+}
+
+class MailboxRequestTest : public MailboxFixture {
+  protected:
+    const HANDLE m_device = Open();
+    LinkPeer::Connection m_firmware = m_peer->Accept();
+    ~MailboxRequestTest() override { CloseHandle(m_device); }
+};
+
+TEST_F(MailboxRequestTest, PendsUntilTheFirmwareAnswers) {
+    Request request;
+    EXPECT_EQ(Write(m_device, request, "input"), ERROR_IO_PENDING);
+    const auto frame = m_firmware.Receive();
+    EXPECT_EQ(frame.header.kind, Kind::Request);
+    EXPECT_EQ(frame.header.code, kWriteCode);
+    EXPECT_EQ(frame.header.value, 0u);
+    EXPECT_EQ(frame.payload, "input");
+    EXPECT_TRUE(request.IsPending());
+    EXPECT_EQ(Device().PendingRequests(), 1u);
+    m_firmware.Respond(frame, 0);
+    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(request.bytes, 0u);
+    EXPECT_EQ(Device().PendingRequests(), 0u);
+}
+
+TEST_F(MailboxRequestTest, ResultIsIncompleteWhileItPends) {
+    Request request;
+    Write(m_device, request, "");
+    EXPECT_FALSE(GetOverlappedResult(m_device, &request.overlapped, &request.bytes, FALSE));
+    EXPECT_EQ(GetLastError(), ERROR_IO_INCOMPLETE);
+    m_firmware.Respond(m_firmware.Receive(), 0);
+    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+}
+
+TEST_F(MailboxRequestTest, ResultCanBeWaitedFor) {
+    Request request;
+    Query(m_device, request);
+    std::thread firmware([&] { m_firmware.Respond(m_firmware.Receive(), 0, "abc"); });
+    EXPECT_TRUE(GetOverlappedResult(m_device, &request.overlapped, &request.bytes, TRUE));
+    EXPECT_EQ(request.Received(), "abc");
+    firmware.join();
+}
+
+TEST_F(MailboxRequestTest, BringsTheAnswersBytes) {
+    Request request(80);
+    Query(m_device, request);
+    const auto frame = m_firmware.Receive();
+    EXPECT_EQ(frame.header.value, 80u);
+    m_firmware.Respond(frame, 0, "version");
+    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(request.Received(), "version");
+    EXPECT_EQ(request.buffer[7], '#');
+}
+
+TEST_F(MailboxRequestTest, AnswersMayComeOutOfOrder) {
+    Request first, second;
+    Query(m_device, first);
+    Query(m_device, second);
+    const auto firstFrame = m_firmware.Receive();
+    const auto secondFrame = m_firmware.Receive();
+    m_firmware.Respond(secondFrame, 0, "second");
+    EXPECT_EQ(second.Await(), ERROR_SUCCESS);
+    EXPECT_TRUE(first.IsPending());
+    m_firmware.Respond(firstFrame, 0, "first");
+    EXPECT_EQ(first.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(first.Received(), "first");
+    EXPECT_EQ(second.Received(), "second");
+}
+
+TEST_F(MailboxRequestTest, FailsWithTheFirmwaresError) {
+    for (const DWORD error : {1450u, 31u, 87u, 5u, 1117u, 8u}) {
+        Request request;
+        Query(m_device, request);
+        m_firmware.Respond(m_firmware.Receive(), error, "dropped");
+        EXPECT_EQ(request.Await(), error);
+        EXPECT_EQ(request.bytes, 0u);
+        EXPECT_EQ(request.buffer[0], '#');
+    }
+}
+
+TEST_F(MailboxRequestTest, AnAnswerThatIsTooLongFillsTheBufferAndSaysSo) {
+    Request request(4);
+    Query(m_device, request);
+    m_firmware.Respond(m_firmware.Receive(), 0, "123456");
+    EXPECT_EQ(request.Await(), ERROR_MORE_DATA);
+    EXPECT_EQ(request.Received(), "1234");
+    Request next;
+    Query(m_device, next);
+    m_firmware.Respond(m_firmware.Receive(), 0, "next");
+    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(next.Received(), "next");
+}
+
+TEST_F(MailboxRequestTest, CarriesALargePayloadWhole) {
+    std::string input(0x20000, 'a');
+    for (size_t i = 0; i < input.size(); ++i)
+        input[i] = static_cast<char>(i * 7);
+    Request request;
+    EXPECT_EQ(Write(m_device, request, input), ERROR_IO_PENDING);
+    const auto frame = m_firmware.Receive();
+    EXPECT_TRUE(frame.payload == input);
+    m_firmware.Respond(frame, 0);
+    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+}
+
+TEST_F(MailboxRequestTest, PendsAlsoWhenTheFirmwareTakesNothing) {
+    constexpr int kRequests = 20;
+    const std::string input(mpmlink::kMaxPayload / 2, 'x');
+    std::vector<std::unique_ptr<Request>> requests;
+    for (int i = 0; i < kRequests; ++i) {
+        requests.push_back(std::make_unique<Request>());
+        EXPECT_EQ(Write(m_device, *requests.back(), std::to_string(i) + input), ERROR_IO_PENDING);
+    }
+    for (int i = 0; i < kRequests; ++i) {
+        const auto frame = m_firmware.Receive();
+        EXPECT_TRUE(frame.payload == std::to_string(i) + input);
+        m_firmware.Respond(frame, 0);
+        EXPECT_EQ(requests[static_cast<size_t>(i)]->Await(), ERROR_SUCCESS);
+    }
+}
+
+TEST_F(MailboxRequestTest, BeyondWhatIsKeptForTheFirmwareItIsRefused) {
+    const std::string input(mpmlink::kMaxPayload, 'x');
+    std::vector<std::unique_ptr<Request>> requests;
+    DWORD error = ERROR_IO_PENDING;
+    while (error == ERROR_IO_PENDING && requests.size() < 64) {
+        requests.push_back(std::make_unique<Request>());
+        error = Write(m_device, *requests.back(), input);
+    }
+    EXPECT_EQ(error, ERROR_NO_SYSTEM_RESOURCES);
+    // Those that pend are told of a close in spite of all that is kept.
+    CloseHandle(m_device);
+    requests.pop_back();
+    for (auto& request : requests)
+        EXPECT_EQ(request->Await(), ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(MailboxRequestTest, AboveTheLargestFrameItIsInvalid) {
+    Request request;
+    EXPECT_EQ(Write(m_device, request, std::string(mpmlink::kMaxPayload + 1, 'x')), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(MailboxRequestTest, NeedsAnOverlappedStructure) {
+    EXPECT_FALSE(DeviceIoControl(m_device, kWriteCode, nullptr, 0, nullptr, 0, nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(MailboxRequestTest, NeedsAnEventThatIsOne) {
+    Request request;
+    request.overlapped.hEvent = m_device;
+    EXPECT_EQ(Write(m_device, request, ""), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(MailboxRequestTest, NeedsAHandleOfTheDevice) {
+    Request request;
+    EXPECT_EQ(Write(INVALID_HANDLE_VALUE, request, ""), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(Write(request.event, request, ""), ERROR_INVALID_HANDLE);
+    EXPECT_FALSE(CancelIoEx(INVALID_HANDLE_VALUE, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(MailboxRequestTest, ResetsItsEventAtTheStart) {
+    Request request;
+    SetEvent(request.event);
+    Write(m_device, request, "");
+    EXPECT_EQ(WaitForSingleObject(request.event, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    m_firmware.Respond(m_firmware.Receive(), 0);
+    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+}
+
+TEST_F(MailboxRequestTest, TellsItsStateInTheOverlapped) {
+    Request request(8);
+    Query(m_device, request);
+    EXPECT_EQ(request.overlapped.Internal, STATUS_PENDING);
+    CancelIoEx(m_device, &request.overlapped);
+    EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(request.overlapped.Internal, 0xC0000120u);
+    Request answered(8);
+    Query(m_device, answered);
+    m_firmware.Receive();
+    m_firmware.Receive();
+    const auto frame = LinkPeer::Frame{{0, Kind::Request, 2, kQueryCode, 8}, ""};
+    m_firmware.Respond(frame, 0, "12345");
+    EXPECT_EQ(answered.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(answered.overlapped.Internal, 0u);
+    EXPECT_EQ(answered.overlapped.InternalHigh, 5u);
+}
+
+TEST_F(MailboxRequestTest, ManyThreadsMakeThemAtOnce) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 100;
+    std::thread firmware([&] {
+        for (int i = 0; i < kThreads * kRounds; ++i) {
+            const auto frame = m_firmware.Receive();
+            m_firmware.Respond(frame, 0, frame.payload);
+        }
+    });
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back([&, thread] {
+            for (int round = 0; round < kRounds; ++round) {
+                std::string input = std::to_string(thread * kRounds + round);
+                Request request;
+                DeviceIoControl(m_device, kQueryCode, input.data(), static_cast<DWORD>(input.size()),
+                                request.buffer.data(), static_cast<DWORD>(request.buffer.size()), nullptr,
+                                &request.overlapped);
+                EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+                EXPECT_EQ(request.Received(), input);
+            }
+        });
+    for (auto& thread : threads)
+        thread.join();
+    firmware.join();
+}
+
+TEST_F(MailboxRequestTest, EndsAtOnceWhenTheDriverIsToldSo) {
+    Device().CompleteRequestsAtOnce(true);
+    Request request;
+    EXPECT_EQ(Query(m_device, request), ERROR_SUCCESS);
+    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(request.bytes, 0u);
+}
+
+class MailboxCancelTest : public MailboxRequestTest {};
+
+TEST_F(MailboxCancelTest, EndsOneRequest) {
+    Request cancelled, other;
+    Query(m_device, cancelled);
+    Query(m_device, other);
+    const auto cancelledFrame = m_firmware.Receive();
+    const auto otherFrame = m_firmware.Receive();
+    EXPECT_TRUE(CancelIoEx(m_device, &cancelled.overlapped));
+    EXPECT_EQ(cancelled.Await(), ERROR_OPERATION_ABORTED);
+    EXPECT_TRUE(other.IsPending());
+    const auto cancel = m_firmware.Receive();
+    EXPECT_EQ(cancel.header.kind, Kind::Cancel);
+    EXPECT_EQ(cancel.header.id, cancelledFrame.header.id);
+    m_firmware.Respond(otherFrame, 0, "answer");
+    EXPECT_EQ(other.Await(), ERROR_SUCCESS);
+}
+
+TEST_F(MailboxCancelTest, EndsAllOfAHandle) {
+    Request first, second;
+    Query(m_device, first);
+    Write(m_device, second, "x");
+    EXPECT_TRUE(CancelIoEx(m_device, nullptr));
+    EXPECT_EQ(first.Await(), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(second.Await(), ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(MailboxCancelTest, LeavesTheOtherHandleAlone) {
+    const HANDLE other = Open();
+    Request request;
+    Query(other, request);
+    EXPECT_FALSE(CancelIoEx(m_device, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    EXPECT_TRUE(request.IsPending());
+    CloseHandle(other);
+    EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(MailboxCancelTest, FindsNothingWhenNothingPends) {
+    EXPECT_FALSE(CancelIoEx(m_device, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    Request request;
+    Query(m_device, request);
+    m_firmware.Respond(m_firmware.Receive(), 0);
+    request.Await();
+    EXPECT_FALSE(CancelIoEx(m_device, &request.overlapped));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+}
+
+TEST_F(MailboxCancelTest, ALateAnswerIsDropped) {
+    Request cancelled;
+    Query(m_device, cancelled);
+    const auto frame = m_firmware.Receive();
+    CancelIoEx(m_device, nullptr);
+    m_firmware.Receive();
+    m_firmware.Respond(frame, 0, std::string(10'000, 'x'));
+    Request next;
+    Query(m_device, next);
+    m_firmware.Respond(m_firmware.Receive(), 0, "next");
+    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(next.Received(), "next");
+    EXPECT_EQ(cancelled.buffer[0], '#');
+}
+
+TEST_F(MailboxCancelTest, EndsARequestWhoseAnswerStopsHalfway) {
+    Request request(64);
+    Query(m_device, request);
+    const auto frame = m_firmware.Receive();
+    m_firmware.SendHeader({8, Kind::Response, frame.header.id, kQueryCode, 0});
+    m_firmware.SendBytes("1234", 4);
+    EXPECT_TRUE(CancelIoEx(m_device, nullptr));
+    EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
+    m_firmware.SendBytes("5678", 4);
+    Request next;
+    Query(m_device, next);
+    m_firmware.Receive();
+    m_firmware.Respond(m_firmware.Receive(), 0, "next");
+    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
+    EXPECT_EQ(next.Received(), "next");
+}
+
+TEST_F(MailboxCancelTest, ClosingTheHandleEndsWhatPends) {
+    Request request, read;
+    Query(m_device, request);
+    Read(m_device, read);
+    EXPECT_TRUE(CloseHandle(m_device));
+    EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(read.Await(), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(Device().PendingRequests(), 0u);
+    EXPECT_EQ(Device().PendingReads(), 0u);
+    EXPECT_EQ(Write(m_device, request, ""), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(MailboxCancelTest, ClosingTheHandleEndsAnAnswerThatStopsHalfway) {
+    Request request(64);
+    Query(m_device, request);
+    const auto frame = m_firmware.Receive();
+    m_firmware.SendHeader({8, Kind::Response, frame.header.id, kQueryCode, 0});
+    m_firmware.SendBytes("1234", 4);
+    EXPECT_TRUE(CloseHandle(m_device));
+    EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
+}
+
+class MailboxGoneTest : public MailboxRequestTest {};
+
+TEST_F(MailboxGoneTest, EndsWhatPendsWhenTheFirmwareVanishes) {
+    Request request, read;
+    Query(m_device, request);
+    Read(m_device, read);
+    m_firmware.Close();
+    EXPECT_EQ(request.Await(), ERROR_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(read.Await(), ERROR_DEVICE_NOT_CONNECTED);
+}
+
+TEST_F(MailboxGoneTest, FailsLaterCallsToo) {
+    Request request;
+    Query(m_device, request);
+    m_firmware.Close();
+    request.Await();
+    EXPECT_EQ(Query(m_device, request), ERROR_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(Read(m_device, request), ERROR_DEVICE_NOT_CONNECTED);
+    EXPECT_FALSE(CancelIoEx(m_device, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+}
+
+TEST_F(MailboxGoneTest, ANewHandleReachesFirmwareThatIsBack) {
+    m_firmware.Close();
+    CloseHandle(m_device);
+    const HANDLE device = Open();
+    auto firmware = m_peer->Accept();
+    Request request;
+    Query(device, request);
+    firmware.Respond(firmware.Receive(), 0, "back");
+    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+    CloseHandle(device);
+}
+
+TEST_F(MailboxGoneTest, EndsTheConnectionWithAPeerThatSendsTooLongAFrame) {
+    Request request;
+    Query(m_device, request);
+    m_firmware.Receive();
+    m_firmware.SendHeader({mpmlink::kMaxPayload + 1, Kind::Message, 0, 0, 0});
+    EXPECT_EQ(request.Await(), ERROR_DEVICE_NOT_CONNECTED);
+    EXPECT_TRUE(m_firmware.AwaitEnd());
+}
+
+TEST_F(MailboxGoneTest, EndsTheConnectionWithAPeerThatSendsAnUnknownFrame) {
+    for (const auto kind : {Kind::Request, Kind::Listen, Kind{0}, Kind{99}}) {
+        const HANDLE device = Open();
+        auto firmware = m_peer->Accept();
+        Request request;
+        Query(device, request);
+        firmware.Receive();
+        firmware.SendHeader({0, kind, 0, 0, 0});
+        EXPECT_EQ(request.Await(), ERROR_DEVICE_NOT_CONNECTED);
+        EXPECT_TRUE(firmware.AwaitEnd());
+        CloseHandle(device);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,99 @@
+#include <windows.h>
+#include <setupapi.h>
+
+#include <cstddef>
+
+#include "winhost/tests/MailboxFixture.h"
+
+namespace {
+
+constexpr GUID kMailboxClass = {0x70A9067B, 0x708F, 0x443C, {0x84, 0xBA, 0xBC, 0x39, 0x1F, 0xDB, 0xF7, 0x2B}};
+
+class SetupApiTest : public MailboxFixture {
+  protected:
+    static HDEVINFO List(const GUID& interfaceClass = kMailboxClass) {
+        return SetupDiGetClassDevsA(&interfaceClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+    }
+    static DWORD Enumerate(HDEVINFO list, DWORD index, SP_DEVICE_INTERFACE_DATA& data) {
+        return Result(SetupDiEnumDeviceInterfaces(list, nullptr, &kMailboxClass, index, &data));
+    }
+    static SP_DEVICE_INTERFACE_DATA Empty() {
+        SP_DEVICE_INTERFACE_DATA data{};
+        data.cbSize = sizeof data;
+        return data;
+    }
+};
+
+TEST_F(SetupApiTest, TheMailboxIsTheOneInterfaceOfItsClass) {
+    const HDEVINFO list = List();
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    EXPECT_EQ(Enumerate(list, 0, data), ERROR_SUCCESS);
+    EXPECT_EQ(data.Flags, static_cast<DWORD>(SPINT_ACTIVE));
+    EXPECT_TRUE(data.InterfaceClassGuid == kMailboxClass);
+    EXPECT_EQ(Enumerate(list, 1, data), ERROR_NO_MORE_ITEMS);
+    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
+}
+
+TEST_F(SetupApiTest, ThereIsNoInterfaceWithoutTheFirmware) {
+    m_peer->Close();
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    EXPECT_EQ(Enumerate(List(), 0, data), ERROR_NO_MORE_ITEMS);
+}
+
+TEST_F(SetupApiTest, ThereIsNoInterfaceOnAPcWithoutMailbox) {
+    StartPc([](auto& pc) { pc.mailbox.clear(); });
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    EXPECT_EQ(Enumerate(List(), 0, data), ERROR_NO_MORE_ITEMS);
+}
+
+TEST_F(SetupApiTest, OtherClassesHaveNoInterfaces) {
+    const GUID other = {1, 2, 3, {}};
+    const HDEVINFO list = List(other);
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    EXPECT_FALSE(SetupDiEnumDeviceInterfaces(list, nullptr, &other, 0, &data));
+    EXPECT_EQ(GetLastError(), ERROR_NO_MORE_ITEMS);
+}
+
+TEST_F(SetupApiTest, TheSizeOfTheDataIsTested) {
+    SP_DEVICE_INTERFACE_DATA data{};
+    EXPECT_EQ(Enumerate(List(), 0, data), ERROR_INVALID_USER_BUFFER);
+}
+
+TEST_F(SetupApiTest, TheDetailIsAskedForTwice) {
+    const HDEVINFO list = List();
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    ASSERT_EQ(Enumerate(list, 0, data), ERROR_SUCCESS);
+    DWORD size = 0;
+    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(list, &data, nullptr, 0, &size, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+
+    std::vector<std::byte> room(size);
+    auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(room.data());
+    detail->cbSize = sizeof *detail;
+    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, size - 1, nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_TRUE(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, size, nullptr, nullptr));
+    EXPECT_STREQ(detail->DevicePath, winhost::MailboxDevice::kPath);
+}
+
+TEST_F(SetupApiTest, TheSizeOfTheDetailIsTested) {
+    const HDEVINFO list = List();
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    ASSERT_EQ(Enumerate(list, 0, data), ERROR_SUCCESS);
+    std::vector<std::byte> room(256);
+    auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(room.data());
+    detail->cbSize = 5;
+    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, 256, nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_USER_BUFFER);
+}
+
+TEST_F(SetupApiTest, AListIsGoneOnceDestroyed) {
+    const HDEVINFO list = List();
+    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
+    EXPECT_FALSE(SetupDiDestroyDeviceInfoList(list));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    EXPECT_EQ(Enumerate(list, 0, data), ERROR_INVALID_HANDLE);
+}
+
+}  // namespace

@@ -1,0 +1,87 @@
+#include <windows.h>
+
+#include <string>
+
+#include "winhost/core/Clock.h"
+#include "winhost/tests/PcFixture.h"
+
+using namespace std::chrono_literals;
+using winhost::Clock;
+
+namespace {
+
+class TimeTest : public PcFixture {
+  protected:
+    // Sets the PC's clock: UTC in seconds since 1970.
+    static void SetTime(std::chrono::milliseconds utc) {
+        Clock& clock = Clock::Instance();
+        clock.SetManual(true);
+        clock.SetWallOffset({});
+        const auto now = std::chrono::nanoseconds((clock.FileTime() - 116444736000000000) * 100);
+        clock.SetWallOffset(utc - now);
+    }
+};
+
+TEST_F(TimeTest, TheLocalTimeIsUtcLessTheBias) {
+    StartPc([](auto& pc) { pc.timeZoneBiasMinutes = -60; });
+    SetTime(1794587006512ms);  // Fri 13 Nov 2026 16:23:26.512 UTC
+    SYSTEMTIME time{};
+    GetLocalTime(&time);
+    EXPECT_EQ(time.wYear, 2026);
+    EXPECT_EQ(time.wMonth, 11);
+    EXPECT_EQ(time.wDay, 13);
+    EXPECT_EQ(time.wDayOfWeek, 5);
+    EXPECT_EQ(time.wHour, 17);
+    EXPECT_EQ(time.wMinute, 23);
+    EXPECT_EQ(time.wSecond, 26);
+    EXPECT_NEAR(time.wMilliseconds, 512, 1);
+}
+
+TEST_F(TimeTest, TheLocalDateTurnsAtLocalMidnight) {
+    StartPc([](auto& pc) { pc.timeZoneBiasMinutes = 330; });
+    SetTime(1709251200000ms);  // Fri 1 Mar 2024 00:00 UTC
+    SYSTEMTIME time{};
+    GetLocalTime(&time);
+    EXPECT_EQ(time.wMonth, 2);
+    EXPECT_EQ(time.wDay, 29);
+    EXPECT_EQ(time.wDayOfWeek, 4);
+    EXPECT_EQ(time.wHour, 18);
+    EXPECT_EQ(time.wMinute, 30);
+}
+
+TEST_F(TimeTest, TheZoneIsThatOfThePc) {
+    StartPc([](auto& pc) {
+        pc.timeZoneName = "W. Europe Standard Time";
+        pc.timeZoneBiasMinutes = -60;
+    });
+    TIME_ZONE_INFORMATION zone{};
+    EXPECT_EQ(GetTimeZoneInformation(&zone), static_cast<DWORD>(TIME_ZONE_ID_UNKNOWN));
+    EXPECT_EQ(zone.Bias, -60);
+    EXPECT_EQ(std::wstring(zone.StandardName), L"W. Europe Standard Time");
+}
+
+TEST_F(TimeTest, AChangedZoneIsSeenAtOnce) {
+    TIME_ZONE_INFORMATION zone{};
+    GetTimeZoneInformation(&zone);
+    winhost::Pc::Instance().Change([](auto& pc) { pc.timeZoneName = "Tokyo Standard Time"; });
+    GetTimeZoneInformation(&zone);
+    EXPECT_EQ(std::wstring(zone.StandardName), L"Tokyo Standard Time");
+}
+
+TEST_F(TimeTest, AZoneNameIsCutToItsField) {
+    StartPc([](auto& pc) { pc.timeZoneName = std::string(50, 'x'); });
+    TIME_ZONE_INFORMATION zone{};
+    GetTimeZoneInformation(&zone);
+    EXPECT_EQ(std::wstring(zone.StandardName), std::wstring(31, L'x'));
+}
+
+TEST_F(TimeTest, TheFileTimeIsTheClocks) {
+    SetTime(1s);
+    FILETIME time{};
+    GetSystemTimeAsFileTime(&time);
+    const uint64_t ticks = static_cast<uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    EXPECT_EQ(ticks, Clock::Instance().FileTime());
+    EXPECT_NEAR(static_cast<double>(ticks), 116444736010000000.0, 100.0);
+}
+
+}  // namespace
