@@ -112,8 +112,9 @@ DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);
 #define FORMAT_MESSAGE_FROM_SYSTEM 0x00001000
 
 // The system's English text for an error number, with its line end: FORMAT_MESSAGE_FROM_SYSTEM with
-// FORMAT_MESSAGE_IGNORE_INSERTS, and FORMAT_MESSAGE_ALLOCATE_BUFFER or a buffer of `size`. The length without the NUL, or
-// 0: ERROR_MR_MID_NOT_FOUND for a number without a text here, ERROR_NOT_SUPPORTED for any other flag or source.
+// FORMAT_MESSAGE_IGNORE_INSERTS, and FORMAT_MESSAGE_ALLOCATE_BUFFER or a buffer of `size`. The length without
+// the NUL, or 0: ERROR_MR_MID_NOT_FOUND for a number without a text here, ERROR_NOT_SUPPORTED for any other
+// flag or source.
 DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPSTR buffer, DWORD size,
                      va_list* arguments);
 // What FormatMessageA allocated. Null.
@@ -128,6 +129,6 @@ BOOL LookupPrivilegeValueA(LPCSTR system, LPCSTR name, PLUID luid);
 
 // An empty source is legal; a server other than this PC gives RPC_S_SERVER_UNAVAILABLE.
 HANDLE RegisterEventSourceA(LPCSTR server, LPCSTR source);
-BOOL ReportEventA(HANDLE log, WORD type, WORD category, DWORD eventId, PSID user, WORD stringCount, DWORD dataSize,
-                  LPCSTR* strings, LPVOID data);
+BOOL ReportEventA(HANDLE log, WORD type, WORD category, DWORD eventId, PSID user, WORD stringCount,
+                  DWORD dataSize, LPCSTR* strings, LPVOID data);
 BOOL DeregisterEventSource(HANDLE log);

@@ -6,8 +6,8 @@
 #define CP_THREAD_ACP 3
 #define CP_UTF8 65001
 
-// Texts of the system are English here whatever the language is: the answer is the one asked for, and the one set last
-// when that is 0.
+// Texts of the system are English here whatever the language is: the answer is the one asked for, and the one
+// set last when that is 0.
 LANGID SetThreadUILanguage(LANGID language);
 
 // The PC's code page is UTF-8, so that the three above are one; others fail with ERROR_INVALID_PARAMETER. A

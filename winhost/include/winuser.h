@@ -20,6 +20,6 @@ int GetSystemMetrics(int index);
 #define EWX_FORCE 0x00000004
 #define EWX_POWEROFF 0x00000008
 
-// Recorded by the PC, as InitiateSystemShutdownExA is, with the same privilege. A logoff has no session to end:
-// ERROR_NOT_SUPPORTED.
+// Recorded by the PC, as InitiateSystemShutdownExA is, with the same privilege. A logoff has no session to
+// end: ERROR_NOT_SUPPORTED.
 BOOL ExitWindowsEx(UINT flags, DWORD reason);

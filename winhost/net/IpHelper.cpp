@@ -1,29 +1,25 @@
-// The IP helper calls and WinINet's connection flags.
+// The adapters, the name servers, and WinINet's connection flags.
 #include <iphlpapi.h>
 #include <wininet.h>
 #include <windows.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <new>
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "winhost/core/Gate.h"
+#include "winhost/net/IpFields.h"
 #include "winhost/net/NetworkSource.h"
 
 using winhost::Adapter;
+using winhost::AdapterAddress;
+using winhost::Put;
 
 namespace {
 
 constexpr const char* kNoAddress = "0.0.0.0";
-constexpr uint32_t kLoopbackType = 24;
-constexpr size_t kMacSize = 6;
-
-// Cut to the field, and always ended.
-template <size_t N>
-void Put(char (&field)[N], const std::string& text) {
-    field[text.copy(field, N - 1)] = '\0';
-}
+constexpr const char* kHostMask = "255.255.255.255";
+constexpr uint32_t kLanByDefault = INTERNET_CONNECTION_LAN | INTERNET_RAS_INSTALLED;
 
 std::string OrNone(const std::string& address) {
     return address.empty() ? kNoAddress : address;
@@ -34,36 +30,41 @@ void PutAddress(IP_ADDR_STRING& entry, const std::string& address, const std::st
     Put(entry.IpMask.String, mask);
 }
 
-void PutMac(IP_ADAPTER_INFO& info, const std::string& mac) {
-    if (mac.empty()) return;
-    info.AddressLength = kMacSize;
-    for (size_t i = 0; i < kMacSize; ++i) {
-        info.Address[i] = static_cast<BYTE>(std::stoul(mac.substr(3 * i, 2), nullptr, 16));
-    }
-}
-
 void Fill(IP_ADAPTER_INFO& info, const Adapter& adapter) {
     info = {};
     Put(info.AdapterName, adapter.name);
     Put(info.Description, adapter.description);
-    PutMac(info, adapter.mac);
+    const auto mac = winhost::MacBytes(adapter.mac);
+    info.AddressLength = static_cast<UINT>(std::min(mac.size(), std::size(info.Address)));
+    std::copy_n(mac.begin(), info.AddressLength, info.Address);
     info.ComboIndex = info.Index = adapter.index;
     info.Type = adapter.type;
     info.DhcpEnabled = adapter.dhcp;
     PutAddress(info.IpAddressList, OrNone(adapter.address), OrNone(adapter.mask));
-    PutAddress(info.GatewayList, OrNone(adapter.gateway),
-               adapter.gateway.empty() ? kNoAddress : "255.255.255.255");
+    PutAddress(info.GatewayList, OrNone(adapter.gateway), adapter.gateway.empty() ? kNoAddress : kHostMask);
     if (adapter.dhcp && !adapter.dhcpServer.empty())
-        PutAddress(info.DhcpServer, adapter.dhcpServer, "255.255.255.255");
+        PutAddress(info.DhcpServer, adapter.dhcpServer, kHostMask);
     PutAddress(info.PrimaryWinsServer, kNoAddress, kNoAddress);
     PutAddress(info.SecondaryWinsServer, kNoAddress, kNoAddress);
 }
 
-// True when the caller's buffer holds `needed` bytes; tells the caller the size when not.
-bool HasRoom(const void* buffer, PULONG size, size_t needed) {
-    const bool room = buffer && *size >= needed;
-    if (!room) *size = static_cast<ULONG>(needed);
-    return room;
+// Chains the further addresses behind the first one, in the space at `free`; returns what is left of it.
+IP_ADDR_STRING* Chain(IP_ADAPTER_INFO& info, const std::vector<AdapterAddress>& more, IP_ADDR_STRING* free) {
+    IP_ADDR_STRING* last = &info.IpAddressList;
+    for (const AdapterAddress& address : more) {
+        *free = {};
+        PutAddress(*free, address.address, address.mask);
+        last = last->Next = free++;
+    }
+    return free;
+}
+
+// All but the loopback, which Windows leaves out.
+std::vector<const Adapter*> Listed(const std::vector<Adapter>& adapters) {
+    std::vector<const Adapter*> listed;
+    for (const Adapter& adapter : adapters)
+        if (adapter.type != IF_TYPE_SOFTWARE_LOOPBACK) listed.push_back(&adapter);
+    return listed;
 }
 
 }  // namespace
@@ -71,29 +72,36 @@ bool HasRoom(const void* buffer, PULONG size, size_t needed) {
 ULONG GetAdaptersInfo(PIP_ADAPTER_INFO AdapterInfo, PULONG SizePointer) {
     WINHOST_GATE_CODE("GetAdaptersInfo");
     if (!SizePointer) return ERROR_INVALID_PARAMETER;
-    auto adapters = winhost::Adapters();
-    std::erase_if(adapters, [](const Adapter& adapter) { return adapter.type == kLoopbackType; });
-    if (adapters.empty()) return ERROR_NO_DATA;
-    if (!HasRoom(AdapterInfo, SizePointer, adapters.size() * sizeof(IP_ADAPTER_INFO)))
-        return ERROR_BUFFER_OVERFLOW;
-    for (size_t i = 0; i < adapters.size(); ++i) {
-        Fill(AdapterInfo[i], adapters[i]);
-        if (i > 0) AdapterInfo[i - 1].Next = &AdapterInfo[i];
-    }
-    return ERROR_SUCCESS;
+    return winhost::Guarded([&]() -> DWORD {
+        const auto adapters = winhost::Adapters();
+        const auto listed = Listed(*adapters);
+        if (listed.empty()) return ERROR_NO_DATA;
+        size_t needed = listed.size() * sizeof(IP_ADAPTER_INFO);
+        for (const Adapter* adapter : listed)
+            needed += adapter->moreAddresses.size() * sizeof(IP_ADDR_STRING);
+        if (!winhost::HasRoom(AdapterInfo, SizePointer, needed)) return ERROR_BUFFER_OVERFLOW;
+        auto* free = reinterpret_cast<IP_ADDR_STRING*>(AdapterInfo + listed.size());
+        for (size_t i = 0; i < listed.size(); ++i) {
+            Fill(AdapterInfo[i], *listed[i]);
+            free = Chain(AdapterInfo[i], listed[i]->moreAddresses, free);
+            if (i > 0) AdapterInfo[i - 1].Next = &AdapterInfo[i];
+        }
+        return ERROR_SUCCESS;
+    });
 }
 
 DWORD GetNetworkParams(PFIXED_INFO pFixedInfo, PULONG pOutBufLen) {
     WINHOST_GATE_CODE("GetNetworkParams");
     if (!pOutBufLen) return ERROR_INVALID_PARAMETER;
     const auto description = winhost::Pc::Instance().Description();
-    const auto& servers = description.dnsServers;
+    const auto servers = winhost::DnsServers();
     const size_t more = servers.size() > 1 ? servers.size() - 1 : 0;
-    if (!HasRoom(pFixedInfo, pOutBufLen, sizeof(FIXED_INFO) + more * sizeof(IP_ADDR_STRING))) {
+    if (!winhost::HasRoom(pFixedInfo, pOutBufLen, sizeof(FIXED_INFO) + more * sizeof(IP_ADDR_STRING))) {
         return ERROR_BUFFER_OVERFLOW;
     }
     *pFixedInfo = {};
     Put(pFixedInfo->HostName, description.computerName);
+    Put(pFixedInfo->DomainName, description.dnsDomain);
     pFixedInfo->NodeType = HYBRID_NODETYPE;
     // The list's first entry is there even when there is no server: with an empty address.
     if (!servers.empty()) Put(pFixedInfo->DnsServerList.IpAddress.String, servers[0]);
@@ -113,7 +121,19 @@ BOOL InternetGetConnectedState(LPDWORD lpdwFlags, DWORD dwReserved) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    const uint32_t flags = winhost::Pc::Instance().Description().connectedFlags;
-    if (lpdwFlags) *lpdwFlags = flags;
-    return flags != 0;
+    const auto described = winhost::Pc::Instance().Description().connectedFlags;
+    bool connected = described && *described != 0;
+    if (!described) {
+        const DWORD error = winhost::Guarded([&]() -> DWORD {
+            connected = winhost::HasWayOut();
+            return ERROR_SUCCESS;
+        });
+        if (error != ERROR_SUCCESS) {
+            SetLastError(error);
+            return FALSE;
+        }
+    }
+    if (lpdwFlags) *lpdwFlags = described ? *described : connected ? kLanByDefault : INTERNET_RAS_INSTALLED;
+    if (!connected) SetLastError(ERROR_NOT_CONNECTED);
+    return connected;
 }

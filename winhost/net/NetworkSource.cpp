@@ -1,9 +1,106 @@
 #include "winhost/net/NetworkSource.h"
 
-namespace winhost {
+#include <arpa/inet.h>
 
-std::vector<Adapter> Adapters() {
-    return Pc::Instance().Description().adapters;
+#include <algorithm>
+#include <fstream>
+#include <mutex>
+
+#include "winhost/net/Machine.h"
+
+namespace winhost {
+namespace {
+
+constexpr uint32_t kLoopbackType = 24;
+constexpr uint32_t kConnectedAtLeast = 4;
+
+// A description needn't name what every PC has. It takes index 1 unless an adapter does.
+void AddLoopback(std::vector<Adapter>& adapters) {
+    Adapter loopback;
+    loopback.name = "{00000000-0000-0000-0000-000000000001}";
+    loopback.description = kLoopbackDescription;
+    loopback.type = kLoopbackType;
+    loopback.address = "127.0.0.1";
+    loopback.mask = "255.0.0.0";
+    loopback.dhcp = false;
+    loopback.speed = 1'073'741'824;
+    uint32_t highest = 0;
+    bool taken = false;
+    for (const Adapter& adapter : adapters) {
+        if (adapter.type == kLoopbackType) return;
+        highest = std::max(highest, adapter.index);
+        taken |= adapter.index == loopback.index;
+    }
+    if (taken) loopback.index = highest + 1;
+    adapters.insert(adapters.begin(), loopback);
+}
+
+// Null when the description leaves the adapters to this machine. Kept until the description changes: a scan
+// asks once for each interface.
+std::shared_ptr<const std::vector<Adapter>> DescribedAdapters() {
+    struct Kept {
+        std::mutex mutex;
+        uint64_t revision = 0;
+        std::shared_ptr<const std::vector<Adapter>> adapters;
+    };
+    static Kept& kept = *new Kept;
+    const uint64_t now = Pc::Instance().Revision();
+    std::lock_guard lock(kept.mutex);
+    if (kept.revision != now) {
+        kept.adapters.reset();
+        if (auto described = Pc::Instance().Description().adapters) {
+            AddLoopback(*described);
+            kept.adapters = std::make_shared<const std::vector<Adapter>>(std::move(*described));
+        }
+        kept.revision = now;
+    }
+    return kept.adapters;
+}
+
+}  // namespace
+
+std::shared_ptr<const std::vector<Adapter>> Adapters() {
+    if (auto described = DescribedAdapters()) return described;
+    return std::make_shared<const std::vector<Adapter>>(MachineAdapters());
+}
+
+std::optional<Adapter> AdapterByIndex(uint32_t index) {
+    const auto described = DescribedAdapters();
+    if (!described) return MachineAdapter(index);
+    const auto found = std::find_if(described->begin(), described->end(),
+                                    [&](const Adapter& adapter) { return adapter.index == index; });
+    if (found == described->end()) return std::nullopt;
+    return *found;
+}
+
+std::vector<std::string> DnsServers() {
+    const auto description = Pc::Instance().Description();
+    if (description.dnsServers) return *description.dnsServers;
+    if (description.adapters) return {};
+    std::ifstream file("/etc/resolv.conf");
+    return NameServersIn(file);
+}
+
+bool HasWayOut() {
+    const auto described = DescribedAdapters();
+    if (!described) return MachineHasDefaultRoute();
+    return std::any_of(described->begin(), described->end(), [](const Adapter& adapter) {
+        return !adapter.gateway.empty() && adapter.operStatus >= kConnectedAtLeast;
+    });
+}
+
+uint32_t AddressWord(const std::string& dotted) {
+    in_addr address{};
+    inet_pton(AF_INET, dotted.c_str(), &address);
+    return address.s_addr;
+}
+
+std::vector<uint8_t> MacBytes(const std::string& mac) {
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i + 1 < mac.size(); i += 3) {
+        bytes.push_back(static_cast<uint8_t>(std::stoul(mac.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
 }
 
 }  // namespace winhost

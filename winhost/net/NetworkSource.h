@@ -1,13 +1,28 @@
-// Where the adapters of the PC come from.
+// Where the adapters of the PC come from: its description, or this machine.
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "winhost/pc/Pc.h"
 
 namespace winhost {
 
-// The PC's IPv4 adapters as they stand now, loopback included.
-std::vector<Adapter> Adapters();
+// The PC's IPv4 adapters as they stand now, loopback included. Each throws std::system_error when this
+// machine can't be asked.
+std::shared_ptr<const std::vector<Adapter>> Adapters();
+// Without its addresses when it is one of this machine's.
+std::optional<Adapter> AdapterByIndex(uint32_t index);
+std::vector<std::string> DnsServers();
+// True while an adapter that is up leads to other networks.
+bool HasWayOut();
+
+// The word of inet_addr; 0 for an empty text.
+uint32_t AddressWord(const std::string& dotted);
+// The bytes of "00:11:22:33:44:55"; none for an empty text.
+std::vector<uint8_t> MacBytes(const std::string& mac);
 
 }  // namespace winhost

@@ -1,7 +1,12 @@
 #include <array>
+#include <cctype>
 #include <cstdio>
+#include <set>
 
+#include "winhost/core/Guid.h"
 #include "winhost/pc/DescriptionJson.h"
+#include "winhost/pc/OsVersion.h"
+#include "winhost/power/Privileges.h"
 
 namespace winhost {
 namespace {
@@ -11,6 +16,9 @@ constexpr size_t kLongestAdapterText = 131;
 constexpr size_t kLongestComputerName = 131;
 constexpr size_t kLongestSocketPath =
     100;  // a Unix socket's 107, and room for the name it has while it is made
+constexpr size_t kLongestWlanText = 255;
+constexpr uint32_t kHighestWlanState = 7;
+constexpr uint32_t kAllBits = 0xFFFF;
 constexpr int32_t kLargestBias = 14 * 60;
 
 void Require(bool holds, const std::string& place, const std::string& what) {
@@ -56,6 +64,47 @@ void CheckAdapter(const Adapter& adapter, const std::string& place) {
     RequireAddressOrNone(adapter.mask, place + ".mask");
     RequireAddressOrNone(adapter.gateway, place + ".gateway");
     RequireAddressOrNone(adapter.dhcpServer, place + ".dhcpServer");
+    Require(adapter.addressBits <= kAllBits, place + ".addressBits", "16 bits at most");
+    for (size_t i = 0; i < adapter.moreAddresses.size(); ++i) {
+        const AdapterAddress& more = adapter.moreAddresses[i];
+        const std::string entry = place + ".moreAddresses[" + std::to_string(i) + "]";
+        RequireAddress(more.address, entry + ".address");
+        RequireAddress(more.mask, entry + ".mask");
+        Require(more.bits <= kAllBits, entry + ".bits", "16 bits at most");
+    }
+}
+
+void CheckAdapters(const std::vector<Adapter>& adapters) {
+    std::set<uint32_t> indices;
+    for (size_t i = 0; i < adapters.size(); ++i) {
+        const std::string place = "adapters[" + std::to_string(i) + "]";
+        CheckAdapter(adapters[i], place);
+        Require(indices.insert(adapters[i].index).second, place + ".index", "another adapter has it");
+    }
+}
+
+void CheckWlan(const WlanInterface& wlan, const std::string& place) {
+    Require(ParseGuid(wlan.guid).has_value(), place + ".guid", "\"" + wlan.guid + "\" is not a GUID");
+    Require(wlan.description.size() <= kLongestWlanText, place + ".description", "too long");
+    Require(wlan.state <= kHighestWlanState, place + ".state", "expected 0 to 7");
+}
+
+// 0, or an HRESULT that says failure.
+void RequireFailure(uint32_t result, const std::string& place) {
+    Require(result == 0 || result >> 31, place, "expected 0 or an HRESULT of a failure");
+}
+
+void CheckSystem(const PcDescription& pc) {
+    Require(ParseOsVersion(pc.osVersion).has_value(), "osVersion",
+            "\"" + pc.osVersion + "\" is not <major>.<minor>.<build>");
+    Require(pc.osType <= kAllBits, "osType", "16 bits at most");
+    Require(pc.processorArchitecture <= kAllBits, "processorArchitecture", "16 bits at most");
+    RequireFailure(pc.wmiConnectError, "wmiConnectError");
+    RequireFailure(pc.wmiQueryError, "wmiQueryError");
+    for (size_t i = 0; i < pc.privileges.size(); ++i) {
+        Require(PrivilegeByName(pc.privileges[i]) != 0, "privileges[" + std::to_string(i) + "]",
+                "\"" + pc.privileges[i] + "\" is not a privilege");
+    }
 }
 
 bool HasRootKey(const std::string& key) {
@@ -79,10 +128,13 @@ void CheckDescription(const PcDescription& pc) {
         Require(HasRootKey(key), "registry." + key,
                 "expected a key below HKEY_LOCAL_MACHINE or another root");
     }
-    for (size_t i = 0; i < pc.adapters.size(); ++i)
-        CheckAdapter(pc.adapters[i], "adapters[" + std::to_string(i) + "]");
-    for (size_t i = 0; i < pc.dnsServers.size(); ++i) {
-        RequireAddress(pc.dnsServers[i], "dnsServers[" + std::to_string(i) + "]");
+    CheckSystem(pc);
+    if (pc.adapters) CheckAdapters(*pc.adapters);
+    for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {
+        RequireAddress((*pc.dnsServers)[i], "dnsServers[" + std::to_string(i) + "]");
+    }
+    for (size_t i = 0; i < pc.wlanInterfaces.size(); ++i) {
+        CheckWlan(pc.wlanInterfaces[i], "wlanInterfaces[" + std::to_string(i) + "]");
     }
     Require(pc.cleanBoot <= 2, "cleanBoot", "expected 0, 1 or 2");
     for (const auto& [from, to] : pc.ports) {

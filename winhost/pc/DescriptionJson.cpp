@@ -10,10 +10,20 @@
 namespace winhost {
 namespace {
 
+constexpr const char* kReal = "real";
+
 template <class T, class Plain>
 concept Either = std::same_as<T, Plain> || std::same_as<T, const Plain>;
 
 // The keys, once for reading and writing.
+template <class Visitor, Either<AdapterAddress> A>
+void VisitFields(Visitor& visit, A& address) {
+    visit("address", address.address);
+    visit("mask", address.mask);
+    visit("dhcp", address.dhcp);
+    visit("bits", address.bits);
+}
+
 template <class Visitor, Either<Adapter> A>
 void VisitFields(Visitor& visit, A& adapter) {
     visit("name", adapter.name);
@@ -28,6 +38,16 @@ void VisitFields(Visitor& visit, A& adapter) {
     visit("dhcpServer", adapter.dhcpServer);
     visit("speed", adapter.speed);
     visit("operStatus", adapter.operStatus);
+    visit("mtu", adapter.mtu);
+    visit("addressBits", adapter.addressBits);
+    visit("moreAddresses", adapter.moreAddresses);
+}
+
+template <class Visitor, Either<WlanInterface> W>
+void VisitFields(Visitor& visit, W& wlan) {
+    visit("guid", wlan.guid);
+    visit("description", wlan.description);
+    visit("state", wlan.state);
 }
 
 template <class Visitor, Either<PcDescription> D>
@@ -38,12 +58,24 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("userName", pc.userName);
     visit("computerName", pc.computerName);
     visit("osVersionLine", pc.osVersionLine);
+    visit("osVersion", pc.osVersion);
+    visit("osType", pc.osType);
+    visit("processorArchitecture", pc.processorArchitecture);
+    visit("wmiConnectError", pc.wmiConnectError);
+    visit("wmiQueryError", pc.wmiQueryError);
+    visit("dnsDomain", pc.dnsDomain);
     visit("timeZoneName", pc.timeZoneName);
     visit("timeZoneBiasMinutes", pc.timeZoneBiasMinutes);
     visit("registry", pc.registry);
     visit("adapters", pc.adapters);
     visit("dnsServers", pc.dnsServers);
     visit("connectedFlags", pc.connectedFlags);
+    visit("wlanService", pc.wlanService);
+    visit("wlanInterfaces", pc.wlanInterfaces);
+    visit("modernStandby", pc.modernStandby);
+    visit("sleepS3", pc.sleepS3);
+    visit("hibernation", pc.hibernation);
+    visit("privileges", pc.privileges);
     visit("cleanBoot", pc.cleanBoot);
     visit("startedByScm", pc.startedByScm);
     visit("ports", pc.ports);
@@ -125,6 +157,16 @@ void Read(const Json::Value& json, const std::string& place, std::vector<T>& lis
     }
 }
 
+// A key that is left out says the same as "real": what this machine has.
+template <class T>
+void Read(const Json::Value& json, const std::string& place, std::optional<T>& value) {
+    if (json == kReal) {
+        value.reset();
+    } else {
+        Read(json, place, value.emplace());
+    }
+}
+
 template <class T>
 void Read(const Json::Value& json, const std::string& place, T& object) {
     Expect(json.isObject(), place, "an object");
@@ -185,6 +227,11 @@ Json::Value Write(const std::vector<T>& list) {
     for (const T& value : list)
         json.append(Write(value));
     return json;
+}
+
+template <class T>
+Json::Value Write(const std::optional<T>& value) {
+    return value ? Write(*value) : Json::Value(kReal);
 }
 
 template <class T>

@@ -7,10 +7,18 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace winhost {
+
+// A further address of an adapter.
+struct AdapterAddress {
+    std::string address, mask;
+    bool dhcp = false;
+    uint32_t bits = 0;  // set in MIB_IPADDRROW's wType beside those that follow from the adapter
+};
 
 struct Adapter {
     std::string name;         // "{GUID}"
@@ -23,6 +31,16 @@ struct Adapter {
     std::string dhcpServer;
     uint64_t speed = 1'000'000'000;  // bits per second
     uint32_t operStatus = 5;
+    uint32_t mtu = 1500;
+    uint32_t addressBits = 0;  // as AdapterAddress::bits, for the first address
+    std::vector<AdapterAddress> moreAddresses;
+};
+
+// An interface of the WLAN service.
+struct WlanInterface {
+    std::string guid;  // "{70A9067B-708F-443C-84BA-BC391FDBF72B}"
+    std::string description = "Wi-Fi";
+    uint32_t state = 4;  // WLAN_INTERFACE_STATE: 1 is connected, 4 disconnected
 };
 
 struct PcDescription {
@@ -34,13 +52,27 @@ struct PcDescription {
     std::string userName = "SYSTEM";
     std::string computerName = "WINHOST-PC";
     std::string osVersionLine = "Microsoft Windows [Version 10.0.19045.3803]";  // what "ver" prints
+    std::string osVersion = "10.0.19045";                                       // of RtlGetVersion and WMI
+    uint32_t osType = 18;                                                       // of WMI
+    uint32_t processorArchitecture = 9;  // GetNativeSystemInfo: 0 x86, 9 x64, 12 ARM64
+    uint32_t wmiConnectError = 0;        // HRESULT of IWbemLocator::ConnectServer, 0 for none
+    uint32_t wmiQueryError = 0;          // HRESULT of every query, 0 for none
+    std::string dnsDomain;               // GetComputerNameExA(ComputerNameDnsDomain)
     std::string timeZoneName = "W. Europe Standard Time";
     int32_t timeZoneBiasMinutes = 0;  // UTC = local + bias, and the local time follows it
     // "HKEY_LOCAL_MACHINE\\SOFTWARE\\..." to value name to text.
     std::map<std::string, std::map<std::string, std::string>> registry;
-    std::vector<Adapter> adapters;
-    std::vector<std::string> dnsServers;
-    uint32_t connectedFlags = 0x12;      // InternetGetConnectedState: 0 means not connected
+    // None: this machine's own interfaces, and with them its name servers unless dnsServers names some.
+    std::optional<std::vector<Adapter>> adapters;
+    std::optional<std::vector<std::string>> dnsServers;
+    // InternetGetConnectedState: 0 means not connected. None: LAN (0x12) while an adapter that is up has a
+    // gateway.
+    std::optional<uint32_t> connectedFlags;
+    bool wlanService = true;  // else WlanOpenHandle fails with 1062
+    std::vector<WlanInterface> wlanInterfaces;
+    bool modernStandby = false, sleepS3 = true, hibernation = true;  // GetPwrCapabilities
+    std::vector<std::string> privileges = {
+        "SeShutdownPrivilege"};          // of the process's token, all disabled at first
     uint32_t cleanBoot = 0;              // GetSystemMetrics(SM_CLEANBOOT)
     bool startedByScm = true;            // else StartServiceCtrlDispatcherA fails with 1063
     std::map<uint16_t, uint16_t> ports;  // bind(664) takes ports[664] when it is there

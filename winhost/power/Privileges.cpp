@@ -1,0 +1,74 @@
+#include "winhost/power/Privileges.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "winhost/pc/Pc.h"
+
+namespace winhost {
+namespace {
+
+struct Privilege {
+    const char* name;
+    uint32_t luid;
+};
+constexpr Privilege kPrivileges[] = {
+    {"SeCreateTokenPrivilege", 2},
+    {"SeAssignPrimaryTokenPrivilege", 3},
+    {"SeLockMemoryPrivilege", 4},
+    {"SeIncreaseQuotaPrivilege", 5},
+    {"SeTcbPrivilege", 7},
+    {"SeSecurityPrivilege", 8},
+    {"SeTakeOwnershipPrivilege", 9},
+    {"SeLoadDriverPrivilege", 10},
+    {"SeSystemProfilePrivilege", 11},
+    {"SeSystemtimePrivilege", 12},
+    {"SeIncreaseBasePriorityPrivilege", 14},
+    {"SeBackupPrivilege", 17},
+    {"SeRestorePrivilege", 18},
+    {"SeShutdownPrivilege", 19},
+    {"SeDebugPrivilege", 20},
+    {"SeAuditPrivilege", 21},
+    {"SeSystemEnvironmentPrivilege", 22},
+    {"SeChangeNotifyPrivilege", 23},
+    {"SeRemoteShutdownPrivilege", 24},
+    {"SeImpersonatePrivilege", 29},
+};
+
+// A bit for each LUID.
+std::atomic<uint64_t> g_enabled{0};
+
+}  // namespace
+
+uint32_t PrivilegeByName(const std::string& name) {
+    for (const Privilege& privilege : kPrivileges)
+        if (strcasecmp(privilege.name, name.c_str()) == 0) return privilege.luid;
+    return 0;
+}
+
+bool IsPrivilegeEnabled(const std::string& name) {
+    return g_enabled >> PrivilegeByName(name) & 1;
+}
+
+bool EnablePrivilege(uint32_t luid, bool enable) {
+    const auto held = Pc::Instance().Description().privileges;
+    const bool holds = std::any_of(held.begin(), held.end(), [&](const std::string& name) {
+        return luid != 0 && PrivilegeByName(name) == luid;
+    });
+    if (!holds) return false;
+    const uint64_t bit = uint64_t{1} << luid;
+    if (enable) {
+        g_enabled |= bit;
+    } else {
+        g_enabled &= ~bit;
+    }
+    return true;
+}
+
+void DisableAllPrivileges() {
+    g_enabled = 0;
+}
+
+}  // namespace winhost
