@@ -1,0 +1,264 @@
+// The control socket, as another process meets it: one line of JSON each way.
+#include <json/reader.h>
+#include <json/writer.h>
+#include <winsvc.h>
+#include <windows.h>
+
+#include <chrono>
+#include <memory>
+#include <semaphore>
+#include <thread>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/io/MailboxDevice.h"
+#include "winhost/service/Scm.h"
+#include "winhost/tests/PcFixture.h"
+#include "winhost/tests/PosixPeer.h"
+
+namespace {
+
+class ControlSocket : public PcFixture {
+  protected:
+    ControlSocket() {
+        StartPc([this](winhost::PcDescription& pc) { pc.controlSocket = Path(); });
+    }
+    ~ControlSocket() override {
+        StartPc([](winhost::PcDescription&) {});
+    }
+    std::string Path() const { return (m_root / "control.sock").string(); }
+
+    Json::Value AskLine(PosixPeer& client, const std::string& line) {
+        client.Send(line + "\n");
+        const std::string text = client.ReceiveLine();
+        Json::Value answer;
+        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &answer, nullptr)) << text;
+        return answer;
+    }
+    Json::Value Ask(const std::string& line) {
+        PosixPeer client = PosixPeer::ConnectToUnix(Path());
+        return AskLine(client, line);
+    }
+    Json::Value Result(const std::string& line) {
+        const Json::Value answer = Ask(line);
+        EXPECT_TRUE(answer["ok"].asBool()) << answer.toStyledString();
+        return answer["result"];
+    }
+    std::string Error(const std::string& line) {
+        const Json::Value answer = Ask(line);
+        EXPECT_FALSE(answer["ok"].asBool()) << answer.toStyledString();
+        return answer["error"].asString();
+    }
+};
+
+DWORD g_control, g_eventType;
+std::binary_semaphore* g_holdsHandler;
+SERVICE_STATUS_HANDLE g_handle;
+
+void Report(DWORD state) {
+    SERVICE_STATUS status{
+        SERVICE_WIN32_OWN_PROCESS, state, SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_POWEREVENT, 0, 0, 0, 0};
+    SetServiceStatus(g_handle, &status);
+}
+
+DWORD WINAPI Handler(DWORD control, DWORD eventType, LPVOID, LPVOID) {
+    if (g_holdsHandler) g_holdsHandler->acquire();
+    g_control = control;
+    g_eventType = eventType;
+    if (control == SERVICE_CONTROL_STOP) Report(SERVICE_STOPPED);
+    return 0;
+}
+
+void WINAPI Main(DWORD, LPSTR*) {
+    g_handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+    Report(SERVICE_RUNNING);
+}
+
+// A service that runs under the manager until the test stops it.
+class ControlSocketWithService : public ControlSocket {
+  protected:
+    ControlSocketWithService() {
+        static char noName[] = "";
+        static const SERVICE_TABLE_ENTRYA table[] = {{noName, Main}, {nullptr, nullptr}};
+        m_dispatcher = std::thread([] { EXPECT_TRUE(StartServiceCtrlDispatcherA(table)); });
+        EXPECT_TRUE(winhost::Scm::Instance().AwaitState(SERVICE_RUNNING));
+    }
+    ~ControlSocketWithService() override {
+        winhost::Scm::Instance().Control(SERVICE_CONTROL_STOP);
+        m_dispatcher.join();
+        g_holdsHandler = nullptr;
+    }
+
+  private:
+    std::thread m_dispatcher;
+};
+
+TEST_F(ControlSocket, ABadLineGetsAnErrorAndTheNextOneIsServed) {
+    PosixPeer client = PosixPeer::ConnectToUnix(Path());
+    for (const char* bad : {"", "nonsense", "[]", "{}", R"({"command": 5})", R"({"command": "status"} x)"}) {
+        const Json::Value answer = AskLine(client, bad);
+        EXPECT_FALSE(answer["ok"].asBool()) << bad;
+        EXPECT_FALSE(answer["error"].asString().empty()) << bad;
+    }
+    EXPECT_TRUE(AskLine(client, R"({"command": "status"})")["ok"].asBool());
+}
+
+TEST_F(ControlSocket, AnUnknownCommandIsNamed) {
+    EXPECT_EQ("unknown command \"fly\"; \"help\" lists them", Error(R"({"command": "fly"})"));
+}
+
+TEST_F(ControlSocket, ALineWithoutAnEndIsBounded) {
+    PosixPeer client = PosixPeer::ConnectToUnix(Path());
+    try {
+        const std::string block(1 << 16, 'x');
+        for (int i = 0; i < 64; ++i)
+            client.Send(block);
+    } catch (const std::runtime_error&) {
+        // The connection may be closed while it is still being filled.
+    }
+    while (!client.AwaitEnd())
+        continue;
+    EXPECT_TRUE(Ask(R"({"command": "status"})")["ok"].asBool());
+}
+
+TEST_F(ControlSocket, ManyClientsAreServedSideBySide) {
+    std::vector<PosixPeer> clients;
+    for (int i = 0; i < 20; ++i)
+        clients.push_back(PosixPeer::ConnectToUnix(Path()));
+    for (PosixPeer& client : clients)
+        EXPECT_TRUE(AskLine(client, R"({"command": "status"})")["ok"].asBool());
+}
+
+TEST_F(ControlSocket, HelpListsTheCommands) {
+    const Json::Value help = Result(R"({"command": "help"})");
+    for (const char* name :
+         {"status", "reports", "control", "event-log", "clock", "change", "gate", "mailbox", "handles"}) {
+        EXPECT_TRUE(help.isMember(name)) << name;
+    }
+}
+
+TEST_F(ControlSocket, BeforeTheFirstReportTheStateIsZero) {
+    EXPECT_EQ(0, Result(R"({"command": "status"})")["state"].asInt());
+    EXPECT_EQ(0u, Result(R"({"command": "reports"})").size());
+}
+
+TEST_F(ControlSocket, AControlToNoServiceIsAnError) {
+    EXPECT_EQ("error 1062: no service runs", Error(R"({"command": "control", "code": "stop"})"));
+}
+
+TEST_F(ControlSocketWithService, StatusIsTheLastReport) {
+    const Json::Value status = Result(R"({"command": "status"})");
+    EXPECT_EQ(SERVICE_RUNNING, status["state"].asInt());
+    EXPECT_EQ("running", status["stateName"].asString());
+    EXPECT_EQ(0x41, status["controlsAccepted"].asInt());
+    EXPECT_EQ(1u, Result(R"({"command": "reports"})").size());
+}
+
+TEST_F(ControlSocketWithService, ControlsGoByNumberAndByName) {
+    Result(R"({"command": "control", "code": 13, "event": 4})");
+    EXPECT_EQ(13u, g_control);
+    EXPECT_EQ(4u, g_eventType);
+    Result(R"({"command": "control", "code": "resume-automatic"})");
+    EXPECT_EQ(13u, g_control);
+    EXPECT_EQ(18u, g_eventType);
+    EXPECT_TRUE(
+        Error(R"({"command": "control", "code": "explode"})").starts_with("unknown control \"explode\""));
+}
+
+TEST_F(ControlSocketWithService, AnUnacceptedControlIsRefusedUnlessForced) {
+    EXPECT_EQ("error 1052: the service does not accept this control",
+              Error(R"({"command": "control", "code": 14})"));
+    Result(R"({"command": "control", "code": 14, "force": true})");
+    EXPECT_EQ(14u, g_control);
+}
+
+TEST_F(ControlSocketWithService, AControlIsAnsweredWhenItsHandlerHasReturned) {
+    std::binary_semaphore hold(0);
+    g_holdsHandler = &hold;
+    g_control = 0;
+    PosixPeer sender = PosixPeer::ConnectToUnix(Path());
+    sender.Send("{\"command\": \"control\", \"code\": \"interrogate\"}\n");
+    EXPECT_TRUE(Ask(R"({"command": "status"})")["ok"].asBool()) << "others are served meanwhile";
+    hold.release();
+    EXPECT_NE(std::string::npos, sender.ReceiveLine().find("delivered"));
+    EXPECT_EQ(4u, g_control);
+    g_holdsHandler = nullptr;
+}
+
+TEST_F(ControlSocket, TheEventLogIsTold) {
+    winhost::Pc::Instance().Record(winhost::EventLogEntry{"Source", 1, 0xC0020001, {"a", "b"}});
+    const Json::Value log = Result(R"({"command": "event-log"})");
+    ASSERT_EQ(1u, log.size());
+    EXPECT_EQ(0xC0020001, log[0]["eventId"].asUInt());
+    EXPECT_EQ("b", log[0]["strings"][1].asString());
+}
+
+TEST_F(ControlSocket, TheClockMoves) {
+    Result(R"({"command": "clock", "action": "manual"})");
+    const auto before = winhost::Clock::Instance().Steady();
+    const auto wallBefore = winhost::Clock::Instance().FileTime();
+    Result(R"({"command": "clock", "action": "advance", "milliseconds": 61000})");
+    EXPECT_EQ(std::chrono::seconds(61), winhost::Clock::Instance().Steady() - before);
+    Result(R"({"command": "clock", "action": "wall-offset", "milliseconds": -3600000})");
+    EXPECT_LT(winhost::Clock::Instance().FileTime(), wallBefore);
+    EXPECT_EQ(std::chrono::seconds(61), winhost::Clock::Instance().Steady() - before);
+    Result(R"({"command": "clock", "action": "running"})");
+    EXPECT_TRUE(
+        Error(R"({"command": "clock", "action": "advance"})").starts_with("\"milliseconds\" has to be"));
+    EXPECT_EQ("unknown action \"stop\"", Error(R"({"command": "clock", "action": "stop"})"));
+}
+
+TEST_F(ControlSocket, APatchChangesWhatItNamesAndNullBringsTheDefaultBack) {
+    Result(R"({"command": "change", "patch": {"userName": "someone", "connectedFlags": 0}})");
+    EXPECT_EQ("someone", winhost::Pc::Instance().Description().userName);
+    Result(R"({"command": "change", "patch": {"userName": null}})");
+    EXPECT_EQ("SYSTEM", winhost::Pc::Instance().Description().userName);
+    EXPECT_EQ(0, Result(R"({"command": "description"})")["connectedFlags"].asInt());
+    EXPECT_EQ(m_root.string(), winhost::Pc::Instance().Description().root);
+}
+
+TEST_F(ControlSocket, APatchThatIsRefusedChangesNothing) {
+    EXPECT_EQ("userNam: unknown key",
+              Error(R"({"command": "change", "patch": {"computerName": "OTHER", "userNam": "x"}})"));
+    EXPECT_EQ("WINHOST-PC", winhost::Pc::Instance().Description().computerName);
+    EXPECT_EQ("root: cannot change while the PC runs",
+              Error(R"({"command": "change", "patch": {"root": "/"}})"));
+}
+
+TEST_F(ControlSocket, TheGateIsArmedCountedAndReset) {
+    Result(R"({"command": "gate", "action": "fail", "call": "GetCurrentProcessId", "n": 3, "error": 5})");
+    Result(R"({"command": "gate", "action": "fail", "call": "RegisterEventSourceA", "n": 1, "error": 1722})");
+    EXPECT_EQ(nullptr, RegisterEventSourceA(nullptr, ""));
+    EXPECT_EQ(1722u, GetLastError());
+    const Json::Value counted =
+        Result(R"({"command": "gate", "action": "count", "call": "RegisterEventSourceA"})");
+    EXPECT_EQ(1, counted["calls"].asInt());
+    EXPECT_EQ(1, counted["failures"].asInt());
+    EXPECT_EQ(0, Result(R"({"command": "gate", "action": "reset"})")["calls"].asInt());
+    EXPECT_TRUE(Error(R"({"command": "gate", "action": "fail", "call": "x", "n": 0, "error": 5})")
+                    .starts_with("\"n\""));
+}
+
+TEST_F(ControlSocket, OpenHandlesAreCounted) {
+    const int before = Result(R"({"command": "handles"})")["open"].asInt();
+    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    EXPECT_EQ(before + 1, Result(R"({"command": "handles"})")["open"].asInt());
+    CloseHandle(event);
+    EXPECT_EQ(before, Result(R"({"command": "handles"})")["open"].asInt());
+}
+
+TEST_F(ControlSocket, TheMailboxTellsWhatIsPending) {
+    const Json::Value mailbox = Result(R"({"command": "mailbox"})");
+    EXPECT_EQ(0, mailbox["openHandles"].asInt());
+    EXPECT_EQ(0, mailbox["pendingReads"].asInt());
+    EXPECT_EQ(0, mailbox["pendingRequests"].asInt());
+}
+
+TEST_F(ControlSocket, APcWithoutOneClosesTheOldOne) {
+    StartPc([](winhost::PcDescription&) {});
+    EXPECT_FALSE(std::filesystem::exists(Path()));
+    EXPECT_THROW(PosixPeer::ConnectToUnix(Path()), std::runtime_error);
+}
+
+}  // namespace

@@ -1,0 +1,164 @@
+// The PC's description as a JSON file, and the paths that hang on it.
+#include "winhost/pc/DescriptionJson.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "winhost/core/Gate.h"
+#include "winhost/tests/PcFixture.h"
+
+namespace {
+
+Json::Value Parse(const std::string& text) {
+    Json::Value json;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &json, nullptr)) << text;
+    return json;
+}
+
+// The line with which a description is refused.
+std::string Refusal(const std::string& text) {
+    try {
+        winhost::DescriptionFromJson(Parse(text));
+    } catch (const winhost::DescriptionError& error) {
+        return error.what();
+    }
+    return "not refused";
+}
+
+TEST(Description, AKeyThatIsLeftOutKeepsItsDefault) {
+    const auto pc = winhost::DescriptionFromJson(Parse("{}"));
+    EXPECT_EQ("SYSTEM", pc.userName);
+    EXPECT_TRUE(pc.startedByScm);
+    EXPECT_TRUE(pc.ports.empty());
+}
+
+TEST(Description, EachKindOfValueIsRead) {
+    const auto pc = winhost::DescriptionFromJson(Parse(R"({
+        "environment": {"PROGRAMDATA": "C:\\ProgramData"},
+        "registry": {"HKEY_LOCAL_MACHINE\\SOFTWARE\\X": {"Name": "text"}},
+        "timeZoneBiasMinutes": -330, "startedByScm": false, "ports": {"664": 40664},
+        "adapters": [{"name": "{A}", "mac": "00:11:22:33:44:55", "address": "10.0.0.2", "speed": 10000000000}]})"));
+    EXPECT_EQ("C:\\ProgramData", pc.environment.at("PROGRAMDATA"));
+    EXPECT_EQ("text", pc.registry.at("HKEY_LOCAL_MACHINE\\SOFTWARE\\X").at("Name"));
+    EXPECT_EQ(-330, pc.timeZoneBiasMinutes);
+    EXPECT_FALSE(pc.startedByScm);
+    EXPECT_EQ(40664, pc.ports.at(664));
+}
+
+TEST(Description, UnknownKeysAreRefusedWithTheirPlace) {
+    EXPECT_EQ("prots: unknown key", Refusal(R"({"prots": {}})"));
+    EXPECT_EQ("adapters[1].adress: unknown key",
+              Refusal(R"({"adapters": [{"name": "{A}"}, {"name": "{B}", "adress": "10.0.0.1"}]})"));
+}
+
+TEST(Description, WrongTypesAreRefusedWithTheirPlace) {
+    EXPECT_EQ("description: expected an object", Refusal("[]"));
+    EXPECT_EQ("userName: expected a text", Refusal(R"({"userName": 5})"));
+    EXPECT_EQ("startedByScm: expected true or false", Refusal(R"({"startedByScm": 1})"));
+    EXPECT_EQ("environment.A: expected a text", Refusal(R"({"environment": {"A": 5}})"));
+    EXPECT_EQ("ports.664: expected a port number", Refusal(R"({"ports": {"664": 70000}})"));
+    EXPECT_EQ("ports.http: expected a port number as the key", Refusal(R"({"ports": {"http": 80}})"));
+    EXPECT_EQ("adapters[0].index: expected a whole number from 0 to 4294967295",
+              Refusal(R"({"adapters": [{"name": "{A}", "index": -1}]})"));
+}
+
+TEST(Description, ValuesThatNoPcCanHaveAreRefused) {
+    EXPECT_EQ(
+        "adapters[0].mac: \"00-11-22-33-44-55\" is not six pairs of hexadecimal digits with colons between",
+        Refusal(R"({"adapters": [{"name": "{A}", "mac": "00-11-22-33-44-55"}]})"));
+    for (const char* address : {"10.0.0", "10.0.0.256", "10.0.0.1 ", " 10.0.0.1", "a.b.c.d", "1.2.3.-4"}) {
+        EXPECT_EQ("dnsServers[0]: \"" + std::string(address) + "\" is not an IPv4 address",
+                  Refusal("{\"dnsServers\": [\"" + std::string(address) + "\"]}"));
+    }
+    EXPECT_EQ("mailbox: expected unix:<path> or tcp:<address>:<port>", Refusal(R"({"mailbox": "/tmp/x"})"));
+    EXPECT_EQ("cleanBoot: expected 0, 1 or 2", Refusal(R"({"cleanBoot": 3})"));
+    EXPECT_EQ("registry.SOFTWARE\\X: expected a key below HKEY_LOCAL_MACHINE or another root",
+              Refusal(R"({"registry": {"SOFTWARE\\X": {}}})"));
+}
+
+TEST(Description, WhatIsWrittenReadsBackTheSame) {
+    const Json::Value before = Parse(R"({"computerName": "LAB-7", "ports": {"22": 2222}, "cleanBoot": 1,
+        "adapters": [{"name": "{A}", "index": 4, "address": "10.0.0.2", "dhcp": false}]})");
+    const Json::Value written = winhost::DescriptionToJson(winhost::DescriptionFromJson(before));
+    EXPECT_EQ("LAB-7", written["computerName"].asString());
+    EXPECT_EQ(2222, written["ports"]["22"].asInt());
+    EXPECT_FALSE(written["adapters"][0]["dhcp"].asBool());
+    EXPECT_EQ(written, winhost::DescriptionToJson(winhost::DescriptionFromJson(written)));
+}
+
+// Each statement runs in a process of its own, in which it is the first to use the PC.
+[[noreturn]] void UseAPcOf(const std::string& text) {
+    // A file that goes with the process.
+    const int file = memfd_create("pc.json", 0);
+    if (write(file, text.data(), text.size()) != static_cast<ssize_t>(text.size())) abort();
+    setenv("WINHOST_PC", ("/proc/self/fd/" + std::to_string(file)).c_str(), 1);
+    winhost::Pc::Instance();
+    _exit(0);
+}
+
+TEST(DescriptionDeathTest, ABrokenFileEndsTheProcessWithOneLineAndCode2) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(UseAPcOf(R"({"userName": 5})"), testing::ExitedWithCode(2),
+                "^winhost: /proc/self/fd/[0-9]+: userName: expected a text\n$");
+    EXPECT_EXIT(UseAPcOf("{"), testing::ExitedWithCode(2), "^winhost: /proc/self/fd/[0-9]+: [^\n]+\n$");
+    EXPECT_EXIT(UseAPcOf("{\"userName\": \"A\", \"userName\": \"B\"}"), testing::ExitedWithCode(2),
+                "Duplicate key");
+}
+
+TEST(DescriptionDeathTest, AFileThatIsNotThereEndsTheProcessToo) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            setenv("WINHOST_PC", "/nowhere/pc.json", 1);
+            winhost::Pc::Instance();
+        },
+        testing::ExitedWithCode(2), "^winhost: /nowhere/pc.json: cannot be read\n$");
+}
+
+using PcTest = PcFixture;
+
+TEST_F(PcTest, DrivesLieInTheRootFolder) {
+    const winhost::Pc& pc = winhost::Pc::Instance();
+    EXPECT_EQ(m_root.string() + "/C:/Program Files/x.txt", pc.HostPath("C:\\Program Files\\x.txt"));
+    EXPECT_EQ(m_root.string() + "/C:/x", pc.HostPath("c:/x"));
+    EXPECT_EQ("a/b", pc.HostPath("a\\b"));
+    EXPECT_EQ("", pc.HostPath(""));
+}
+
+TEST_F(PcTest, TheDriveExistsAndTheRootIsTheCurrentFolder) {
+    EXPECT_TRUE(std::filesystem::is_directory(m_root / "C:"));
+    EXPECT_TRUE(std::filesystem::equivalent(m_root, std::filesystem::current_path()));
+}
+
+TEST_F(PcTest, AResetForgetsWhatWasRecordedAndDisarmsTheGate) {
+    winhost::Pc& pc = winhost::Pc::Instance();
+    pc.Record(winhost::ServiceReport{});
+    pc.Record(winhost::EventLogEntry{});
+    pc.RecordDebugText("text");
+    winhost::Gate::Instance().FailNth("", 1, 5);
+    const uint64_t revision = pc.Revision();
+    StartPc([](winhost::PcDescription& description) { description.userName = "someone"; });
+    EXPECT_TRUE(pc.ServiceReports().empty());
+    EXPECT_TRUE(pc.EventLog().empty());
+    EXPECT_TRUE(pc.DebugTexts().empty());
+    EXPECT_EQ("someone", pc.Description().userName);
+    EXPECT_GT(pc.Revision(), revision);
+}
+
+TEST_F(PcTest, AChangeIsSeenAtOnceAndCounted) {
+    winhost::Pc& pc = winhost::Pc::Instance();
+    const uint64_t revision = pc.Revision();
+    pc.Change([](winhost::PcDescription& description) { description.userName = "someone"; });
+    EXPECT_EQ("someone", pc.Description().userName);
+    EXPECT_GT(pc.Revision(), revision);
+}
+
+}  // namespace

@@ -1,0 +1,115 @@
+#include <windows.h>
+
+#include "winhost/core/Gate.h"
+#include "winhost/tests/PcFixture.h"
+
+namespace {
+
+constexpr const char* kKey = "SOFTWARE\\WOW6432Node\\Vendor\\Product Name";
+
+class RegistryTest : public PcFixture {
+  protected:
+    RegistryTest() {
+        StartPc([](winhost::PcDescription& pc) {
+            pc.registry["HKEY_LOCAL_MACHINE\\" + std::string(kKey)] = {{"InstallPath", "C:\\Here\\"},
+                                                                       {"", "the default"}};
+        });
+    }
+    static HKEY Open(const char* path) {
+        HKEY key = nullptr;
+        EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key)) << path;
+        return key;
+    }
+};
+
+TEST_F(RegistryTest, AValueIsReadWithItsTypeAndItsEnd) {
+    const HKEY key = Open(kKey);
+    char text[64];
+    DWORD type = 0, size = sizeof(text);
+    ASSERT_EQ(ERROR_SUCCESS,
+              RegQueryValueExA(key, "InstallPath", nullptr, &type, reinterpret_cast<LPBYTE>(text), &size));
+    EXPECT_EQ(DWORD{REG_SZ}, type);
+    EXPECT_EQ(9u, size);
+    EXPECT_STREQ("C:\\Here\\", text);
+    EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
+}
+
+TEST_F(RegistryTest, NamesHaveNoCase) {
+    const HKEY key = Open("software\\wow6432node\\VENDOR\\product name");
+    DWORD size = 0;
+    EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExA(key, "INSTALLPATH", nullptr, nullptr, nullptr, &size));
+    EXPECT_EQ(9u, size);
+    RegCloseKey(key);
+}
+
+TEST_F(RegistryTest, ABufferThatIsTooSmallLearnsTheSize) {
+    const HKEY key = Open(kKey);
+    BYTE text[8] = {'x'};
+    DWORD size = sizeof(text);
+    EXPECT_EQ(ERROR_MORE_DATA, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, text, &size));
+    EXPECT_EQ(9u, size);
+    EXPECT_EQ('x', text[0]);
+    RegCloseKey(key);
+}
+
+TEST_F(RegistryTest, MissingKeysAndValuesAreNotFound) {
+    HKEY none = HKEY_USERS;
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
+              RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Vendor", 0, KEY_READ, &none));
+    EXPECT_EQ(nullptr, none);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
+              RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\WOW6432Node\\Vend", 0, KEY_READ, &none));
+    const HKEY key = Open(kKey);
+    DWORD size = 0;
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegQueryValueExA(key, "Other", nullptr, nullptr, nullptr, &size));
+    RegCloseKey(key);
+}
+
+TEST_F(RegistryTest, AKeyAboveADescribedOneExistsAndLeadsToIt) {
+    const HKEY vendor = Open("SOFTWARE\\WOW6432Node\\Vendor");
+    HKEY key = nullptr;
+    EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExA(vendor, "Product Name", 0, KEY_READ, &key));
+    char text[64];
+    DWORD size = sizeof(text);
+    EXPECT_EQ(ERROR_SUCCESS,
+              RegQueryValueExA(key, nullptr, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &size));
+    EXPECT_STREQ("the default", text);
+    RegCloseKey(key);
+    RegCloseKey(vendor);
+}
+
+TEST_F(RegistryTest, AClosedKeyIsInvalid) {
+    const HKEY key = Open(kKey);
+    EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, RegCloseKey(key));
+    DWORD size = 0;
+    EXPECT_EQ(ERROR_INVALID_HANDLE, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, nullptr, &size));
+    HKEY other;
+    EXPECT_EQ(ERROR_INVALID_HANDLE, RegOpenKeyExA(key, "x", 0, KEY_READ, &other));
+}
+
+TEST_F(RegistryTest, ARootStaysOpen) {
+    EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(HKEY_LOCAL_MACHINE));
+    EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(Open(kKey)));
+}
+
+TEST_F(RegistryTest, WrongParametersAreRefused) {
+    HKEY key = nullptr;
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, RegOpenKeyExA(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ, nullptr));
+    EXPECT_EQ(ERROR_BAD_PATHNAME, RegOpenKeyExA(HKEY_LOCAL_MACHINE, "\\SOFTWARE", 0, KEY_READ, &key));
+    key = Open(kKey);
+    BYTE data[4];
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, data, nullptr));
+    RegCloseKey(key);
+}
+
+TEST_F(RegistryTest, ErrorsAreReturnedAndGetLastErrorIsLeftAlone) {
+    SetLastError(77);
+    HKEY key = nullptr;
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegOpenKeyExA(HKEY_LOCAL_MACHINE, "None", 0, KEY_READ, &key));
+    winhost::Gate::Instance().FailNth("RegOpenKeyExA", 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ERROR_ACCESS_DENIED, RegOpenKeyExA(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ, &key));
+    EXPECT_EQ(77u, GetLastError());
+}
+
+}  // namespace

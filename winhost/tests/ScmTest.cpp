@@ -1,0 +1,290 @@
+// The service control manager from both sides: what a service is told and what its senders are answered.
+#include "winhost/service/Scm.h"
+
+#include <winsvc.h>
+#include <windows.h>
+
+#include <atomic>
+#include <semaphore>
+#include <thread>
+#include <vector>
+
+#include "winhost/core/Gate.h"
+#include "winhost/tests/PcFixture.h"
+
+namespace {
+
+using winhost::Scm;
+
+constexpr DWORD kEverything = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_POWEREVENT | SERVICE_ACCEPT_PRESHUTDOWN;
+constexpr DWORD kResumeAutomatic = 18;
+
+struct Delivered {
+    DWORD control, eventType;
+    std::thread::id thread;
+};
+
+// The service under the manager: what its main does is the test's choice, its handler records.
+struct Service {
+    std::function<void()> main;
+    std::function<void(DWORD control)> onControl;
+    SERVICE_STATUS_HANDLE handle = nullptr;
+    std::vector<Delivered> delivered;
+    std::atomic<int> entered{0};
+    std::thread::id mainThread;
+    DWORD argumentCount = 0;
+    std::string firstArgument;
+    LPVOID context = nullptr;
+
+    BOOL Report(DWORD state, DWORD accepted = kEverything) {
+        SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, state, accepted, 0, 0, 7, 3000};
+        return SetServiceStatus(handle, &status);
+    }
+};
+Service* g_service;
+
+DWORD WINAPI Handler(DWORD control, DWORD eventType, LPVOID, LPVOID context) {
+    g_service->delivered.push_back({control, eventType, std::this_thread::get_id()});
+    g_service->context = context;
+    ++g_service->entered;
+    if (g_service->onControl) g_service->onControl(control);
+    if (control == SERVICE_CONTROL_STOP) g_service->Report(SERVICE_STOPPED);
+    return 0;
+}
+
+void WINAPI Main(DWORD argumentCount, LPSTR* arguments) {
+    g_service->mainThread = std::this_thread::get_id();
+    g_service->argumentCount = argumentCount;
+    g_service->firstArgument = arguments[0];
+    g_service->main();
+}
+
+char g_noName[] = "";
+const SERVICE_TABLE_ENTRYA kTable[] = {{g_noName, Main}, {nullptr, nullptr}};
+
+class ScmTest : public PcFixture {
+  protected:
+    ScmTest() {
+        g_service = &m_service;
+        m_service.main = [this] {
+            m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, this);
+            m_service.Report(SERVICE_RUNNING);
+        };
+    }
+    ~ScmTest() override {
+        if (m_dispatcher.joinable()) {
+            Scm::Instance().Control(SERVICE_CONTROL_STOP, 0, nullptr, Scm::Delivery::Forced);
+            m_dispatcher.join();
+        }
+    }
+
+    void Start() {
+        m_dispatcher = std::thread([this] { m_result = StartServiceCtrlDispatcherA(kTable); });
+    }
+    void StartAndRun() {
+        Start();
+        ASSERT_TRUE(Scm::Instance().AwaitState(SERVICE_RUNNING));
+    }
+    BOOL DispatcherResult() {
+        m_dispatcher.join();
+        return m_result;
+    }
+
+    Service m_service;
+    std::thread m_dispatcher;
+    BOOL m_result = FALSE;
+};
+
+TEST_F(ScmTest, TheDispatcherFailsInAProcessThatTheManagerDidNotStart) {
+    StartPc([](winhost::PcDescription& pc) { pc.startedByScm = false; });
+    EXPECT_FALSE(StartServiceCtrlDispatcherA(kTable));
+    EXPECT_EQ(DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT}, GetLastError());
+}
+
+TEST_F(ScmTest, TheDispatcherNeedsATableWithAServiceInIt) {
+    const SERVICE_TABLE_ENTRYA empty[] = {{nullptr, nullptr}};
+    EXPECT_FALSE(StartServiceCtrlDispatcherA(empty));
+    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetLastError());
+    EXPECT_FALSE(StartServiceCtrlDispatcherA(nullptr));
+    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetLastError());
+}
+
+TEST_F(ScmTest, MainRunsOnAThreadOfItsOwnWithTheNameAsItsArgument) {
+    StartAndRun();
+    EXPECT_NE(m_dispatcher.get_id(), m_service.mainThread);
+    EXPECT_EQ(1u, m_service.argumentCount);
+    EXPECT_EQ("", m_service.firstArgument);
+}
+
+TEST_F(ScmTest, ControlsRunOnTheDispatchersThreadWithTheRegisteredContext) {
+    StartAndRun();
+    EXPECT_EQ(0u, Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic));
+    ASSERT_EQ(1u, m_service.delivered.size());
+    EXPECT_EQ(DWORD{SERVICE_CONTROL_POWEREVENT}, m_service.delivered[0].control);
+    EXPECT_EQ(kResumeAutomatic, m_service.delivered[0].eventType);
+    EXPECT_EQ(m_dispatcher.get_id(), m_service.delivered[0].thread);
+    EXPECT_EQ(this, m_service.context);
+}
+
+TEST_F(ScmTest, ControlsWaitForTheOneThatRuns) {
+    StartAndRun();
+    std::binary_semaphore release(0);
+    m_service.onControl = [&](DWORD control) {
+        if (control == SERVICE_CONTROL_PRESHUTDOWN) release.acquire();
+    };
+    std::thread first([] { Scm::Instance().Control(SERVICE_CONTROL_PRESHUTDOWN); });
+    while (m_service.entered == 0)
+        std::this_thread::yield();
+    std::atomic<bool> answered{false};
+    std::thread second([&] {
+        Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE);
+        answered = true;
+    });
+    EXPECT_EQ(1, m_service.entered);
+    EXPECT_FALSE(answered);
+    release.release();
+    first.join();
+    second.join();
+    EXPECT_EQ(2, m_service.entered);
+}
+
+TEST_F(ScmTest, TheDispatcherReturnsWhenTheServiceHasStoppedAndItsMainHasReturned) {
+    std::binary_semaphore release(0);
+    m_service.main = [&] {
+        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Report(SERVICE_RUNNING);
+        release.acquire();
+    };
+    StartAndRun();
+    EXPECT_EQ(0u, Scm::Instance().Control(SERVICE_CONTROL_STOP));
+    EXPECT_EQ(uint32_t{SERVICE_STOPPED}, Scm::Instance().State());
+    // Stopped, but its main still runs: it can be reached no more, and yet the dispatcher stays.
+    EXPECT_EQ(uint32_t{ERROR_SERVICE_NOT_ACTIVE}, Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE));
+    release.release();
+    EXPECT_TRUE(DispatcherResult());
+}
+
+TEST_F(ScmTest, AStartThatFailsEndsTheDispatcher) {
+    m_service.main = [this] {
+        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Report(SERVICE_START_PENDING, 0);
+        m_service.Report(SERVICE_STOPPED);
+    };
+    Start();
+    EXPECT_TRUE(DispatcherResult());
+}
+
+TEST_F(ScmTest, AMainThatNeverRegisteredAHandlerEndsTheDispatcher) {
+    winhost::Gate::Instance().FailNth("RegisterServiceCtrlHandlerExA", 1, ERROR_SERVICE_NOT_IN_EXE);
+    m_service.main = [] { EXPECT_EQ(nullptr, RegisterServiceCtrlHandlerExA("", Handler, nullptr)); };
+    Start();
+    EXPECT_TRUE(DispatcherResult());
+}
+
+TEST_F(ScmTest, AProcessCallsItsDispatcherOnce) {
+    StartAndRun();
+    Scm::Instance().Control(SERVICE_CONTROL_STOP);
+    EXPECT_TRUE(DispatcherResult());
+    EXPECT_FALSE(StartServiceCtrlDispatcherA(kTable));
+    EXPECT_EQ(DWORD{ERROR_SERVICE_ALREADY_RUNNING}, GetLastError());
+}
+
+TEST_F(ScmTest, AHandlerNeedsADispatcher) {
+    EXPECT_EQ(nullptr, RegisterServiceCtrlHandlerExA("", Handler, nullptr));
+    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_IN_EXE}, GetLastError());
+}
+
+TEST_F(ScmTest, ReportsAreRecordedInTheirOrder) {
+    m_service.main = [this] {
+        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Report(SERVICE_START_PENDING, 0);
+        m_service.Report(SERVICE_RUNNING);
+    };
+    StartAndRun();
+    const auto reports = winhost::Pc::Instance().ServiceReports();
+    ASSERT_EQ(2u, reports.size());
+    EXPECT_EQ(uint32_t{SERVICE_START_PENDING}, reports[0].state);
+    EXPECT_EQ(0u, reports[0].controlsAccepted);
+    EXPECT_EQ(uint32_t{SERVICE_RUNNING}, reports[1].state);
+    EXPECT_EQ(kEverything, reports[1].controlsAccepted);
+    EXPECT_EQ(7u, reports[1].checkPoint);
+    EXPECT_EQ(3000u, reports[1].waitHint);
+}
+
+TEST_F(ScmTest, AReportNeedsTheServicesHandleAndAState) {
+    StartAndRun();
+    SERVICE_STATUS status{};
+    status.dwCurrentState = SERVICE_RUNNING;
+    EXPECT_FALSE(SetServiceStatus(nullptr, &status));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    status.dwCurrentState = 8;
+    EXPECT_FALSE(SetServiceStatus(m_service.handle, &status));
+    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetLastError());
+}
+
+TEST_F(ScmTest, AControlToNoServiceFindsNoneActive) {
+    EXPECT_EQ(uint32_t{ERROR_SERVICE_NOT_ACTIVE}, Scm::Instance().Control(SERVICE_CONTROL_STOP));
+}
+
+TEST_F(ScmTest, AControlThatIsNotAcceptedIsRefused) {
+    StartAndRun();
+    for (const uint32_t control :
+         {SERVICE_CONTROL_SESSIONCHANGE, SERVICE_CONTROL_SHUTDOWN, SERVICE_CONTROL_PAUSE, 99}) {
+        EXPECT_EQ(uint32_t{ERROR_INVALID_SERVICE_CONTROL}, Scm::Instance().Control(control)) << control;
+    }
+    EXPECT_TRUE(m_service.delivered.empty());
+}
+
+TEST_F(ScmTest, InterrogateAndUserDefinedControlsAreAlwaysAccepted) {
+    StartAndRun();
+    for (const uint32_t control : {4, 128, 255})
+        EXPECT_EQ(0u, Scm::Instance().Control(control)) << control;
+    EXPECT_EQ(3u, m_service.delivered.size());
+}
+
+TEST_F(ScmTest, AForcedControlIsDeliveredInSpiteOfTheMask) {
+    StartAndRun();
+    EXPECT_EQ(0u, Scm::Instance().Control(SERVICE_CONTROL_SESSIONCHANGE, 5, nullptr, Scm::Delivery::Forced));
+    ASSERT_EQ(1u, m_service.delivered.size());
+    EXPECT_EQ(DWORD{SERVICE_CONTROL_SESSIONCHANGE}, m_service.delivered[0].control);
+}
+
+TEST_F(ScmTest, AServiceThatStartsTakesNoControls) {
+    m_service.main = [this] {
+        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Report(SERVICE_START_PENDING, 0);
+    };
+    Start();
+    ASSERT_TRUE(Scm::Instance().AwaitState(SERVICE_START_PENDING));
+    EXPECT_EQ(uint32_t{ERROR_INVALID_SERVICE_CONTROL}, Scm::Instance().Control(SERVICE_CONTROL_STOP));
+    EXPECT_EQ(uint32_t{ERROR_SERVICE_CANNOT_ACCEPT_CTRL},
+              Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE));
+}
+
+TEST_F(ScmTest, AServiceThatStopsTakesNoControls) {
+    StartAndRun();
+    m_service.Report(SERVICE_STOP_PENDING);
+    EXPECT_EQ(uint32_t{ERROR_SERVICE_CANNOT_ACCEPT_CTRL}, Scm::Instance().Control(SERVICE_CONTROL_STOP));
+}
+
+TEST_F(ScmTest, AControlThatWaitsIsAnsweredWhenTheServiceEnds) {
+    StartAndRun();
+    std::binary_semaphore release(0);
+    m_service.onControl = [&](DWORD) { release.acquire(); };
+    std::thread stop([] { Scm::Instance().Control(SERVICE_CONTROL_STOP); });
+    while (m_service.entered == 0)
+        std::this_thread::yield();
+    uint32_t result = 0;
+    std::thread late([&] { result = Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic); });
+    release.release();
+    stop.join();
+    late.join();
+    EXPECT_EQ(uint32_t{ERROR_SERVICE_NOT_ACTIVE}, result);
+    EXPECT_EQ(1, m_service.entered);
+}
+
+TEST_F(ScmTest, WaitingForAStateThatDoesNotComeEnds) {
+    EXPECT_FALSE(Scm::Instance().AwaitState(SERVICE_RUNNING, std::chrono::milliseconds(1)));
+}
+
+}  // namespace

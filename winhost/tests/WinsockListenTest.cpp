@@ -1,0 +1,115 @@
+// Who may have a port, and when.
+#include "winhost/tests/WinsockFixture.h"
+
+namespace {
+
+using WinsockListen = WinsockFixture;
+
+TEST_F(WinsockListen, ASecondListenerOnATakenPortIsRefused) {
+    const SOCKET first = NewListener();
+    const SOCKET second = NewSocket();
+    EXPECT_EQ(SOCKET_ERROR, Bind(second, PortOf(first)));
+    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
+    closesocket(second);
+    closesocket(first);
+}
+
+TEST_F(WinsockListen, APortIsTakenFromTheBindOn) {
+    const SOCKET first = NewSocket();
+    ASSERT_EQ(0, Bind(first, 0));
+    const SOCKET second = NewSocket();
+    EXPECT_EQ(SOCKET_ERROR, Bind(second, PortOf(first)));
+    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
+    EXPECT_EQ(0, listen(first, 1));
+    closesocket(second);
+    closesocket(first);
+}
+
+TEST_F(WinsockListen, APortThatAnotherProgramListensOnIsTaken) {
+    const PosixPeer other = PosixPeer::ListenOn(0);
+    const SOCKET s = NewSocket();
+    EXPECT_EQ(SOCKET_ERROR, Bind(s, other.Port()));
+    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(WinsockListen, APortThatOldConnectionsRememberIsFreeAtOnce) {
+    const SOCKET listener = NewListener();
+    const uint16_t port = PortOf(listener);
+    PosixPeer peer = PosixPeer::ConnectTo(port);
+    const SOCKET accepted = accept(listener, nullptr, nullptr);
+    closesocket(listener);
+    closesocket(accepted);  // first, so that the time-wait stays on this side
+    EXPECT_TRUE(peer.AwaitEnd());
+    peer.Close();
+    const SOCKET again = NewSocket();
+    EXPECT_EQ(0, Bind(again, port));
+    EXPECT_EQ(0, listen(again, 1));
+    closesocket(again);
+}
+
+TEST_F(WinsockListen, APortWhoseListenerHasGoneIsFreeThoughAConnectionLives) {
+    const SOCKET listener = NewListener();
+    const uint16_t port = PortOf(listener);
+    PosixPeer peer = PosixPeer::ConnectTo(port);
+    const SOCKET accepted = accept(listener, nullptr, nullptr);
+    closesocket(listener);
+    const SOCKET again = NewListener(port);
+    EXPECT_EQ(1, send(accepted, "x", 1, 0));
+    EXPECT_EQ("x", peer.Receive(1));
+    const SOCKET third = NewSocket();
+    EXPECT_EQ(SOCKET_ERROR, Bind(third, port));
+    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
+    for (const SOCKET s : {accepted, again, third})
+        closesocket(s);
+}
+
+TEST_F(WinsockListen, AListenerThatIsClosedUnderItsAcceptFreesThePort) {
+    const SOCKET listener = NewListener();
+    const uint16_t port = PortOf(listener);
+    BlockedCall blocked([=] { return static_cast<long long>(accept(listener, nullptr, nullptr)); });
+    closesocket(listener);
+    const SOCKET again = NewListener(port);
+    EXPECT_EQ(-1, blocked.Result());
+    closesocket(again);
+}
+
+TEST_F(WinsockListen, BindingTwiceAndListeningUnboundAreInvalid) {
+    const SOCKET s = NewSocket();
+    EXPECT_EQ(SOCKET_ERROR, listen(s, 1));
+    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    ASSERT_EQ(0, Bind(s, 0));
+    EXPECT_EQ(SOCKET_ERROR, Bind(s, 0));
+    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(WinsockListen, ANameHasToBeAWholeIPv4One) {
+    const SOCKET s = NewSocket();
+    sockaddr_in name = Address(0);
+    EXPECT_EQ(SOCKET_ERROR, bind(s, reinterpret_cast<const sockaddr*>(&name), 8));
+    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
+    name.sin_family = 23;
+    EXPECT_EQ(SOCKET_ERROR, bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+    EXPECT_EQ(WSAEAFNOSUPPORT, WSAGetLastError());
+    name = Address(0, inet_addr("203.0.113.1"));
+    EXPECT_EQ(SOCKET_ERROR, bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+    EXPECT_EQ(WSAEADDRNOTAVAIL, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(WinsockListen, ADescribedPortStandsForTheOneAskedFor) {
+    PosixPeer probe = PosixPeer::ListenOn(0);
+    const uint16_t real = probe.Port();
+    probe.Close();
+    StartPc([=](winhost::PcDescription& pc) { pc.ports[664] = real; });
+    const SOCKET listener = NewListener(664);
+    EXPECT_EQ(664, PortOf(listener));
+    const PosixPeer peer = PosixPeer::ConnectTo(real);
+    const SOCKET accepted = accept(listener, nullptr, nullptr);
+    EXPECT_EQ(664, PortOf(accepted));
+    closesocket(accepted);
+    closesocket(listener);
+}
+
+}  // namespace

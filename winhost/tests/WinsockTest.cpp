@@ -1,0 +1,313 @@
+// What a connection promises: bytes both ways, modes, and Windows' error numbers.
+#include "winhost/core/Gate.h"
+#include "winhost/tests/WinsockFixture.h"
+
+namespace {
+
+using Winsock = WinsockFixture;
+
+TEST(WinsockStart, TellsTheVersionAskedForAndTheHighestOne) {
+    WSADATA data{};
+    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
+    EXPECT_EQ(MAKEWORD(2, 0), data.wVersion);
+    EXPECT_EQ(MAKEWORD(2, 2), data.wHighVersion);
+    EXPECT_EQ(0, WSACleanup());
+}
+
+TEST(WinsockStart, RefusesVersionZeroAndAMissingBuffer) {
+    WSADATA data{};
+    EXPECT_EQ(WSAVERNOTSUPPORTED, WSAStartup(0, &data));
+    EXPECT_EQ(WSAEFAULT, WSAStartup(MAKEWORD(2, 0), nullptr));
+}
+
+TEST(WinsockStart, NothingWorksBeforeIt) {
+    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+    EXPECT_EQ(WSANOTINITIALISED, WSAGetLastError());
+    EXPECT_EQ(SOCKET_ERROR, WSACleanup());
+    EXPECT_EQ(WSANOTINITIALISED, WSAGetLastError());
+}
+
+TEST(WinsockStart, EachStartNeedsItsOwnCleanup) {
+    WSADATA data;
+    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
+    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
+    EXPECT_EQ(0, WSACleanup());
+    const SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    EXPECT_NE(INVALID_SOCKET, s);
+    EXPECT_EQ(0, closesocket(s));
+    EXPECT_EQ(0, WSACleanup());
+    EXPECT_EQ(SOCKET_ERROR, WSACleanup());
+}
+
+TEST(WinsockStart, TheLastCleanupClosesWhatIsOpen) {
+    WSADATA data;
+    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
+    const SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    ASSERT_EQ(0, WSACleanup());
+    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
+    EXPECT_EQ(SOCKET_ERROR, closesocket(s));
+    EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+    EXPECT_EQ(0, WSACleanup());
+}
+
+TEST_F(Winsock, ErrorsStandWhereGetLastErrorReadsThem) {
+    WSASetLastError(WSAEFAULT);
+    EXPECT_EQ(DWORD{WSAEFAULT}, GetLastError());
+    SetLastError(5);
+    EXPECT_EQ(5, WSAGetLastError());
+}
+
+TEST_F(Winsock, SocketsAreMultiplesOfFour) {
+    const SOCKET s = NewSocket();
+    EXPECT_EQ(0u, s % 4);
+    EXPECT_NE(0u, s);
+    closesocket(s);
+}
+
+TEST_F(Winsock, AClosedSocketsValueIsNotGivenOutAgainAtOnce) {
+    const SOCKET first = NewSocket();
+    closesocket(first);
+    for (int i = 0; i < 100; ++i) {
+        const SOCKET next = NewSocket();
+        EXPECT_NE(first, next);
+        closesocket(next);
+    }
+}
+
+TEST_F(Winsock, OtherFamiliesAndTypesAreRefused) {
+    EXPECT_EQ(INVALID_SOCKET, socket(23, SOCK_STREAM, IPPROTO_TCP));
+    EXPECT_EQ(WSAEAFNOSUPPORT, WSAGetLastError());
+    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, 2, 0));
+    EXPECT_EQ(WSAESOCKTNOSUPPORT, WSAGetLastError());
+    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, SOCK_STREAM, 17));
+    EXPECT_EQ(WSAEPROTONOSUPPORT, WSAGetLastError());
+}
+
+TEST_F(Winsock, WhatIsNoSocketIsToldAsSuch) {
+    char byte;
+    u_long mode = 1;
+    for (const SOCKET bogus : {INVALID_SOCKET, SOCKET{0}, SOCKET{0x7f4}}) {
+        EXPECT_EQ(SOCKET_ERROR, recv(bogus, &byte, 1, 0));
+        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+        EXPECT_EQ(SOCKET_ERROR, send(bogus, &byte, 1, 0));
+        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+        EXPECT_EQ(INVALID_SOCKET, accept(bogus, nullptr, nullptr));
+        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+        EXPECT_EQ(SOCKET_ERROR, ioctlsocket(bogus, FIONBIO, &mode));
+        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+        EXPECT_EQ(SOCKET_ERROR, closesocket(bogus));
+        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+    }
+}
+
+TEST_F(Winsock, BytesTravelBothWays) {
+    auto [s, peer] = Connect();
+    peer.Send("to the PC");
+    char buffer[64];
+    ASSERT_EQ(9, recv(s, buffer, sizeof(buffer), 0));
+    EXPECT_EQ("to the PC", std::string(buffer, 9));
+    ASSERT_EQ(11, send(s, "from the PC", 11, 0));
+    EXPECT_EQ("from the PC", peer.Receive(11));
+    closesocket(s);
+}
+
+TEST_F(Winsock, AcceptTellsThePeersAddress) {
+    const SOCKET listener = NewListener();
+    const PosixPeer peer = PosixPeer::ConnectTo(PortOf(listener));
+    sockaddr_in name{};
+    int length = sizeof(name);
+    const SOCKET s = accept(listener, reinterpret_cast<sockaddr*>(&name), &length);
+    ASSERT_NE(INVALID_SOCKET, s);
+    EXPECT_EQ(16, length);
+    EXPECT_EQ(AF_INET, name.sin_family);
+    EXPECT_EQ(inet_addr("127.0.0.1"), name.sin_addr.s_addr);
+    EXPECT_EQ(htons(peer.Port()), name.sin_port);
+    sockaddr_in again{};
+    length = sizeof(again);
+    EXPECT_EQ(0, getpeername(s, reinterpret_cast<sockaddr*>(&again), &length));
+    EXPECT_EQ(name.sin_port, again.sin_port);
+    closesocket(s);
+    closesocket(listener);
+}
+
+TEST_F(Winsock, AcceptNeedsRoomForTheAddress) {
+    const SOCKET listener = NewListener();
+    sockaddr_in name{};
+    int length = 8;
+    EXPECT_EQ(INVALID_SOCKET, accept(listener, reinterpret_cast<sockaddr*>(&name), &length));
+    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
+    closesocket(listener);
+}
+
+TEST_F(Winsock, ANonBlockingSocketWithNothingToReadWouldBlock) {
+    auto [s, peer] = Connect();
+    SetNonBlocking(s);
+    char byte;
+    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
+    EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, ASocketCanBeMadeBlockingAgain) {
+    auto [s, peer] = Connect();
+    SetNonBlocking(s, true);
+    SetNonBlocking(s, false);
+    char byte = 0;
+    BlockedCall receive([&, s = s] { return recv(s, &byte, 1, 0); });
+    peer.Send("x");
+    EXPECT_EQ(1, receive.Result());
+    EXPECT_EQ('x', byte);
+    closesocket(s);
+}
+
+TEST_F(Winsock, ANonBlockingListenerWouldBlockAndItsSocketsInheritTheMode) {
+    const SOCKET listener = NewListener();
+    SetNonBlocking(listener);
+    EXPECT_EQ(INVALID_SOCKET, accept(listener, nullptr, nullptr));
+    EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
+    const PosixPeer peer = PosixPeer::ConnectTo(PortOf(listener));
+    SOCKET s = accept(listener, nullptr, nullptr);
+    while (s == INVALID_SOCKET && WSAGetLastError() == WSAEWOULDBLOCK)
+        s = accept(listener, nullptr, nullptr);
+    ASSERT_NE(INVALID_SOCKET, s);
+    char byte;
+    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
+    EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
+    closesocket(s);
+    closesocket(listener);
+}
+
+TEST_F(Winsock, ANonBlockingSendToAPeerThatDoesNotReadWouldBlock) {
+    auto [s, peer] = Connect();
+    SetNonBlocking(s);
+    const std::string block(1 << 16, 'x');
+    int sent = 0;
+    while (sent >= 0)
+        sent = send(s, block.data(), static_cast<int>(block.size()), 0);
+    EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, AnOrderlyEndReadsAsZeroEachTime) {
+    auto [s, peer] = Connect();
+    peer.EndSending();
+    char byte;
+    EXPECT_EQ(0, recv(s, &byte, 1, 0));
+    EXPECT_EQ(0, recv(s, &byte, 1, 0));
+    EXPECT_EQ(1, send(s, "x", 1, 0)) << "the other direction goes on";
+    closesocket(s);
+}
+
+TEST_F(Winsock, AResetConnectionIsToldEachTime) {
+    auto [s, peer] = Connect();
+    peer.Reset();
+    char byte;
+    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
+    EXPECT_EQ(WSAECONNRESET, WSAGetLastError());
+    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
+    EXPECT_EQ(WSAECONNRESET, WSAGetLastError());
+    EXPECT_EQ(SOCKET_ERROR, send(s, &byte, 1, 0));
+    EXPECT_EQ(WSAECONNRESET, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, ASendToAPeerThatHasGoneFailsWithoutASignal) {
+    auto [s, peer] = Connect();
+    peer.Close();
+    char byte;
+    ASSERT_EQ(0, recv(s, &byte, 1, 0));
+    int sent = 1;
+    // The first one brings the peer's reset.
+    while (sent == 1)
+        sent = send(s, "x", 1, 0);
+    EXPECT_EQ(WSAECONNABORTED, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, AfterAShutdownThatDirectionIsClosed) {
+    auto [s, peer] = Connect();
+    ASSERT_EQ(0, shutdown(s, SD_SEND));
+    EXPECT_TRUE(peer.AwaitEnd());
+    EXPECT_EQ(SOCKET_ERROR, send(s, "x", 1, 0));
+    EXPECT_EQ(WSAESHUTDOWN, WSAGetLastError());
+    peer.Send("y");
+    char byte;
+    EXPECT_EQ(1, recv(s, &byte, 1, 0));
+    ASSERT_EQ(0, shutdown(s, SD_RECEIVE));
+    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
+    EXPECT_EQ(WSAESHUTDOWN, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, AShutdownNeedsAConnectionAndADirection) {
+    auto [s, peer] = Connect();
+    EXPECT_EQ(SOCKET_ERROR, shutdown(s, 3));
+    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    const SOCKET listener = NewListener();
+    EXPECT_EQ(SOCKET_ERROR, shutdown(listener, SD_BOTH));
+    EXPECT_EQ(WSAENOTCONN, WSAGetLastError());
+    EXPECT_NO_THROW(PosixPeer::ConnectTo(PortOf(listener))) << "it still listens";
+    closesocket(listener);
+    closesocket(s);
+}
+
+TEST_F(Winsock, ASocketWithoutAConnectionMovesNoBytes) {
+    const SOCKET s = NewSocket();
+    char byte = 0;
+    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
+    EXPECT_EQ(WSAENOTCONN, WSAGetLastError());
+    EXPECT_EQ(SOCKET_ERROR, send(s, &byte, 1, 0));
+    EXPECT_EQ(WSAENOTCONN, WSAGetLastError());
+    EXPECT_EQ(INVALID_SOCKET, accept(s, nullptr, nullptr));
+    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, ConnectReachesAListener) {
+    PosixPeer listener = PosixPeer::ListenOn(0);
+    const SOCKET s = NewSocket();
+    const sockaddr_in name = Address(listener.Port(), inet_addr("127.0.0.1"));
+    ASSERT_EQ(0, connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+    EXPECT_EQ(2, send(s, "hi", 2, 0));
+    EXPECT_EQ("hi", listener.Accept().Receive(2));
+    EXPECT_EQ(SOCKET_ERROR, connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+    EXPECT_EQ(WSAEISCONN, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, ConnectToNobodyIsRefused) {
+    PosixPeer listener = PosixPeer::ListenOn(0);
+    const sockaddr_in name = Address(listener.Port(), inet_addr("127.0.0.1"));
+    listener.Close();
+    const SOCKET s = NewSocket();
+    EXPECT_EQ(SOCKET_ERROR, connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+    EXPECT_EQ(WSAECONNREFUSED, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, OnlyTheNonBlockingModeCanBeSet) {
+    const SOCKET s = NewSocket();
+    u_long mode = 1;
+    EXPECT_EQ(SOCKET_ERROR, ioctlsocket(s, 0x4004667F, &mode));
+    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    EXPECT_EQ(SOCKET_ERROR, ioctlsocket(s, FIONBIO, nullptr));
+    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
+    closesocket(s);
+}
+
+TEST_F(Winsock, TheGateCanFailEachCall) {
+    auto [s, peer] = Connect();
+    winhost::Gate::Instance().FailNth("recv", 1, WSAENETDOWN);
+    char byte;
+    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
+    EXPECT_EQ(WSAENETDOWN, WSAGetLastError());
+    winhost::Gate::Instance().FailNth("socket", 1, WSAEMFILE);
+    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+    EXPECT_EQ(WSAEMFILE, WSAGetLastError());
+    winhost::Gate::Instance().FailNth("WSAStartup", 1, WSASYSNOTREADY);
+    WSADATA data;
+    EXPECT_EQ(WSASYSNOTREADY, WSAStartup(MAKEWORD(2, 0), &data));
+    closesocket(s);
+}
+
+}  // namespace
