@@ -16,11 +16,13 @@ int main(int argc, char** argv) try {
         return 2;
     }
     load::Answerer answerer(load::ModeOf(argv[1]));
-    mpm::Firmware firmware;
-    firmware.OnDashBytes([&](const uint8_t* data, size_t size) {
-        answerer.Take(reinterpret_cast<const char*>(data), size, [&](const char* answer, size_t length) {
-            firmware.SendDash(reinterpret_cast<const uint8_t*>(answer), length);
-        });
+    mpm::Settings settings;
+    settings.Dash = mpm::Peer::None;
+    mpm::Firmware firmware(settings);
+    firmware.OnDash([&](std::span<const uint8_t> bytes) {
+        answerer.Take(
+            reinterpret_cast<const char*>(bytes.data()), bytes.size(),
+            [&](const char* answer, size_t size) { firmware.SendDash(std::string_view(answer, size)); });
     });
     firmware.Listen(argv[2]);
     pause();
