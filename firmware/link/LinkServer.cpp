@@ -21,6 +21,10 @@ namespace mpm {
 
 namespace {
 
+[[noreturn]] void Malformed(const std::string& address, const std::string& why) {
+    throw std::invalid_argument("\"" + address + "\" is no address to listen on: " + why);
+}
+
 [[noreturn]] void Fail(const std::string& address, const std::string& why) {
     throw std::runtime_error("cannot listen on \"" + address + "\": " + why);
 }
@@ -28,7 +32,8 @@ namespace {
 Descriptor ListenUnix(const std::string& address, const std::string& path) {
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof name.sun_path) Fail(address, "the path is empty or too long");
+    if (path.empty() || path.size() >= sizeof name.sun_path)
+        Malformed(address, "the path is empty or too long");
     std::memcpy(name.sun_path, path.c_str(), path.size() + 1);
     Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     struct stat left;
@@ -45,8 +50,9 @@ Descriptor ListenTcp(const std::string& address, const std::string& host, const 
     uint16_t number = 0;
     const auto [stop, error] = std::from_chars(port.data(), port.data() + port.size(), number);
     if (error != std::errc() || stop != port.data() + port.size() || port.empty())
-        Fail(address, "the port is no number");
-    if (inet_pton(AF_INET, host.c_str(), &name.sin_addr) != 1) Fail(address, "the host is no IPv4 address");
+        Malformed(address, "the port is no number");
+    if (inet_pton(AF_INET, host.c_str(), &name.sin_addr) != 1)
+        Malformed(address, "the host is no IPv4 address");
     name.sin_port = htons(number);
     Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
@@ -83,7 +89,7 @@ std::string LinkServer::Listen(const std::string& address) {
         m_listener = ListenTcp(address, address.substr(4, colon - 4), address.substr(colon + 1));
         real = address.substr(0, colon + 1) + std::to_string(PortOf(m_listener));
     } else {
-        Fail(address, "it is neither unix:/path nor tcp:address:port");
+        Malformed(address, "it is neither unix:/path nor tcp:address:port");
     }
     m_listenerWatch = m_loop.Watch(m_listener.Get(), EPOLLIN, [this](uint32_t) { Accept(); });
     return real;

@@ -46,7 +46,8 @@ class LinkServer {
     LinkServer(EventLoop& loop, Events events);
     ~LinkServer();
 
-    // Throws std::runtime_error. Returns the address with the real port.
+    // Returns the address with the real port. Throws std::invalid_argument for what is no address,
+    // std::runtime_error when it cannot be had.
     std::string Listen(const std::string& address);
     // Closes the listener and all connections; messages that wait are forgotten.
     void Close();

@@ -166,9 +166,17 @@ TEST_F(MessagesTest, WorkOverTcpToo) {
 
 TEST(ListenTest, RefusesAnAddressThatIsNone) {
     Firmware firmware;
-    for (const char* address : {"", "unix:", "tcp:127.0.0.1", "tcp:127.0.0.1:x", "tcp:localhost:1", "udp:1",
-                                "tcp:127.0.0.1:99999", "unix:/nonexistent/folder/x"})
-        EXPECT_THROW(firmware.Listen(address), std::runtime_error) << address;
+    for (const char* address :
+         {"", "unix:", "tcp:127.0.0.1", "tcp:127.0.0.1:x", "tcp:localhost:1", "udp:1", "tcp:127.0.0.1:99999"})
+        EXPECT_THROW(firmware.Listen(address), std::invalid_argument) << address;
+}
+
+TEST(ListenTest, FailsWhereItMayNotListen) {
+    Firmware first;
+    first.Listen("tcp:127.0.0.1:0");
+    Firmware second;
+    EXPECT_THROW(second.Listen(first.Address()), std::runtime_error);
+    EXPECT_THROW(second.Listen("unix:/nonexistent/folder/x"), std::runtime_error);
 }
 
 }  // namespace
