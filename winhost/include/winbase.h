@@ -75,8 +75,7 @@ DWORD GetCurrentProcessId();
 DWORD GetCurrentThreadId();
 // Ends the process at once: no destructors, no exit handlers.
 [[noreturn]] void ExitProcess(UINT code);
-// There are no handles of threads: fails with ERROR_INVALID_HANDLE, and for the calling thread's pseudo
-// handle with ERROR_NOT_SUPPORTED.
+// Ends no thread: fails with ERROR_NOT_SUPPORTED for one, and with ERROR_INVALID_HANDLE for what is none.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 BOOL GetUserNameA(LPSTR buffer, LPDWORD size);
 // Of the executable alone: the module has to be null.

@@ -8,6 +8,7 @@
 #include "winhost/core/Gate.h"
 #include "winhost/net/Socket.h"
 #include "winhost/net/SocketErrors.h"
+#include "winhost/pc/Pc.h"
 
 using winhost::Endpoint;
 using winhost::HandleTable;
@@ -251,4 +252,14 @@ int getpeername(SOCKET s, sockaddr* name, int* namelen) {
     WINHOST_GATE("getpeername", SOCKET_ERROR);
     return TellName(s, name, namelen,
                     [](Socket& object, Endpoint& endpoint) { return object.PeerName(endpoint); });
+}
+
+int gethostname(char* name, int namelen) {
+    WINHOST_GATE("gethostname", SOCKET_ERROR);
+    if (!Library::Instance().IsStarted()) return Fail(WSANOTINITIALISED, SOCKET_ERROR);
+    const std::string own = winhost::Pc::Instance().Description().computerName;
+    if (!name || namelen < 0 || static_cast<size_t>(namelen) <= own.size())
+        return Fail(WSAEFAULT, SOCKET_ERROR);
+    std::memcpy(name, own.c_str(), own.size() + 1);
+    return 0;
 }

@@ -11,6 +11,7 @@
 #include <winuser.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/kernel/Thread.h"
 #include "winhost/pc/Pc.h"
 
 using winhost::Pc;
@@ -50,8 +51,8 @@ void ExitProcess(UINT code) {
 
 BOOL TerminateThread(HANDLE thread, DWORD) {
     WINHOST_GATE("TerminateThread", FALSE);
-    const bool isSelf = reinterpret_cast<intptr_t>(thread) == -2;
-    SetLastError(isSelf ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
+    const bool isThread = reinterpret_cast<intptr_t>(thread) == -2 || winhost::IsThread(thread);
+    SetLastError(isThread ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
     return FALSE;
 }
 

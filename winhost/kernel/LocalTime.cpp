@@ -1,0 +1,97 @@
+// The C runtime's view of the PC's clock and time zone.
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include <winbase.h>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/pc/Cached.h"
+
+namespace {
+
+constexpr int64_t kTicksPerSecond = 10'000'000;
+constexpr int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+constexpr time_t kEndOfYear3000 = 32'535'215'999;
+constexpr size_t kTextSize = 26;
+
+struct Zone {
+    long secondsEast;
+    const char* name;
+};
+
+// A struct tm points to the name of its zone, and may outlive every setting of the PC.
+const char* Kept(const std::string& name) {
+    static auto& mutex = *new std::mutex;
+    static auto& names = *new std::set<std::string>;
+    std::lock_guard lock(mutex);
+    return names.insert(name).first->c_str();
+}
+
+const Zone& LocalZone() {
+    return winhost::CachedFromPc<Zone>([](const winhost::PcDescription& pc) {
+        return Zone{-60L * pc.timeZoneBiasMinutes, Kept(pc.timeZoneName)};
+    });
+}
+
+bool IsWithin(int value, int lowest, int highest) {
+    return value >= lowest && value <= highest;
+}
+
+bool IsDate(const struct tm& time) {
+    return IsWithin(time.tm_wday, 0, 6) && IsWithin(time.tm_mon, 0, 11) && IsWithin(time.tm_mday, 1, 31) &&
+           IsWithin(time.tm_hour, 0, 23) && IsWithin(time.tm_min, 0, 59) && IsWithin(time.tm_sec, 0, 60) &&
+           IsWithin(time.tm_year, 0, 8099);
+}
+
+}  // namespace
+
+__time64_t _time64(__time64_t* time) {
+    WINHOST_GATE_PASS("_time64");
+    const auto now = static_cast<int64_t>(winhost::Clock::Instance().FileTime()) / kTicksPerSecond -
+                     kSecondsFrom1601To1970;
+    if (time) *time = now;
+    return now;
+}
+
+errno_t localtime_s(struct tm* local, const time_t* time) {
+    WINHOST_GATE_CODE("localtime_s");
+    if (!local) return EINVAL;
+    const Zone zone = LocalZone();
+    if (!time || *time < 0 || *time > kEndOfYear3000) {
+        *local = {};
+        for (int* field : {&local->tm_sec, &local->tm_min, &local->tm_hour, &local->tm_mday, &local->tm_mon,
+                           &local->tm_year, &local->tm_wday, &local->tm_yday, &local->tm_isdst}) {
+            *field = -1;
+        }
+        return EINVAL;
+    }
+    const time_t shifted = *time + zone.secondsEast;
+    gmtime_r(&shifted, local);
+    local->tm_gmtoff = zone.secondsEast;
+    local->tm_zone = zone.name;
+    return 0;
+}
+
+errno_t asctime_s(char* buffer, size_t size, const struct tm* time) {
+    WINHOST_GATE_CODE("asctime_s");
+    constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    if (!buffer || size == 0) return EINVAL;
+    buffer[0] = '\0';
+    if (size < kTextSize || !time || !IsDate(*time)) return EINVAL;
+    char text[3 * kTextSize];  // the compiler doesn't know that the fields are in range
+    std::snprintf(text, sizeof text, "%s %s %02d %02d:%02d:%02d %d\n", kDays[time->tm_wday],
+                  kMonths[time->tm_mon], time->tm_mday, time->tm_hour, time->tm_min, time->tm_sec,
+                  1900 + time->tm_year);
+    std::memcpy(buffer, text, kTextSize);
+    return 0;
+}

@@ -1,0 +1,93 @@
+// The system's texts.
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <winbase.h>
+#include <winnls.h>
+
+#include "winhost/core/Gate.h"
+
+namespace {
+
+struct Message {
+    DWORD number;
+    const char* text;
+};
+constexpr Message kMessages[] = {
+    {ERROR_SUCCESS, "The operation completed successfully."},
+    {ERROR_INVALID_FUNCTION, "Incorrect function."},
+    {ERROR_FILE_NOT_FOUND, "The system cannot find the file specified."},
+    {ERROR_PATH_NOT_FOUND, "The system cannot find the path specified."},
+    {ERROR_ACCESS_DENIED, "Access is denied."},
+    {ERROR_INVALID_HANDLE, "The handle is invalid."},
+    {ERROR_NOT_ENOUGH_MEMORY, "Not enough memory resources are available to process this command."},
+    {ERROR_INVALID_DATA, "The data is invalid."},
+    {ERROR_GEN_FAILURE, "A device attached to the system is not functioning."},
+    {ERROR_NOT_SUPPORTED, "The request is not supported."},
+    {ERROR_INVALID_PARAMETER, "The parameter is incorrect."},
+    {ERROR_BUFFER_OVERFLOW, "The file name is too long."},
+    {ERROR_CALL_NOT_IMPLEMENTED, "This function is not supported on this system."},
+    {ERROR_INSUFFICIENT_BUFFER, "The data area passed to a system call is too small."},
+    {ERROR_MORE_DATA, "More data is available."},
+    {ERROR_SERVICE_NOT_ACTIVE, "The service has not been started."},
+    {ERROR_NOT_FOUND, "Element not found."},
+    {ERROR_PRIVILEGE_NOT_HELD, "A required privilege is not held by the client."},
+    {ERROR_NO_SYSTEM_RESOURCES, "Insufficient system resources exist to complete the requested service."},
+};
+
+constexpr DWORD kAnswered = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
+constexpr WORD kEnglish = MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US);
+
+const char* TextOf(DWORD number) {
+    for (const Message& message : kMessages)
+        if (message.number == number) return message.text;
+    return nullptr;
+}
+
+// The system's own language, whichever way it is asked for.
+bool IsOwnLanguage(DWORD language) {
+    return language == 0 || language == MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT) || language == kEnglish;
+}
+
+DWORD Refuse(DWORD error) {
+    SetLastError(error);
+    return 0;
+}
+
+}  // namespace
+
+DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD number, DWORD language, LPSTR buffer, DWORD size, va_list*) {
+    WINHOST_GATE("FormatMessageA", 0);
+    const bool allocates = flags & FORMAT_MESSAGE_ALLOCATE_BUFFER;
+    if (!buffer) return Refuse(ERROR_INVALID_PARAMETER);
+    if ((flags & ~FORMAT_MESSAGE_ALLOCATE_BUFFER) != kAnswered) return Refuse(ERROR_NOT_SUPPORTED);
+    if (!IsOwnLanguage(language)) return Refuse(ERROR_RESOURCE_LANG_NOT_FOUND);
+    const char* line = TextOf(number);
+    if (!line) return Refuse(ERROR_MR_MID_NOT_FOUND);
+    const std::string text = std::string(line) + "\r\n";
+    char* target = buffer;
+    if (allocates) {
+        // The buffer is then where the pointer goes.
+        target = static_cast<char*>(std::malloc(text.size() + 1));
+        if (!target) return Refuse(ERROR_NOT_ENOUGH_MEMORY);
+        *reinterpret_cast<char**>(buffer) = target;
+    } else if (size <= text.size()) {
+        return Refuse(ERROR_INSUFFICIENT_BUFFER);
+    }
+    std::memcpy(target, text.c_str(), text.size() + 1);
+    return static_cast<DWORD>(text.size());
+}
+
+HLOCAL LocalFree(HLOCAL memory) {
+    WINHOST_GATE("LocalFree", memory);
+    std::free(memory);
+    return nullptr;
+}
+
+LANGID SetThreadUILanguage(LANGID language) {
+    WINHOST_GATE_PASS("SetThreadUILanguage");
+    thread_local LANGID current = kEnglish;
+    if (language != 0) current = language;
+    return current;
+}

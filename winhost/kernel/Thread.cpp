@@ -1,0 +1,90 @@
+// Threads with a handle: waited for, and asked for what their routine returned.
+#include "winhost/kernel/Thread.h"
+
+#include <future>
+#include <memory>
+#include <system_error>
+#include <thread>
+
+#include <winbase.h>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/WaitableObject.h"
+
+namespace winhost {
+
+namespace {
+
+class Thread : public WaitableObject {
+  public:
+    void End(DWORD exitCode) {
+        {
+            std::lock_guard lock(m_mutex);
+            m_exitCode = exitCode;
+            m_ended = true;
+        }
+        m_signalled.notify_all();
+    }
+
+    DWORD ExitCode() {
+        std::lock_guard lock(m_mutex);
+        return m_exitCode;
+    }
+
+  private:
+    Taken TryTake() override { return m_ended ? Taken::Yes : Taken::No; }
+
+    bool m_ended = false;
+    DWORD m_exitCode = STILL_ACTIVE;
+};
+
+}  // namespace
+
+bool IsThread(HANDLE handle) {
+    return HandleTable::Instance().Find<Thread>(handle) != nullptr;
+}
+
+}  // namespace winhost
+
+using winhost::HandleTable;
+using winhost::Thread;
+
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID parameter,
+                    DWORD flags, LPDWORD threadId) {
+    WINHOST_GATE("CreateThread", nullptr);
+    if (!routine || flags != 0) {
+        SetLastError(routine ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    const auto thread = std::make_shared<Thread>();
+    const HANDLE handle = HandleTable::Instance().Add(thread);
+    if (!handle) {
+        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+        return nullptr;
+    }
+    std::promise<DWORD> id;
+    std::future<DWORD> started = id.get_future();
+    try {
+        std::thread([thread, routine, parameter, id = std::move(id)]() mutable {
+            id.set_value(GetCurrentThreadId());
+            thread->End(routine(parameter));
+        }).detach();
+    } catch (const std::system_error&) {
+        HandleTable::Instance().Close<Thread>(handle);
+        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+        return nullptr;
+    }
+    if (threadId) *threadId = started.get();
+    return handle;
+}
+
+BOOL GetExitCodeThread(HANDLE handle, LPDWORD exitCode) {
+    WINHOST_GATE("GetExitCodeThread", FALSE);
+    const auto thread = HandleTable::Instance().Find<Thread>(handle);
+    if (!thread || !exitCode) {
+        SetLastError(thread ? ERROR_NOACCESS : ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    *exitCode = thread->ExitCode();
+    return TRUE;
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <minwindef.h>
+
+namespace winhost {
+
+// True for a handle of CreateThread.
+bool IsThread(HANDLE handle);
+
+}  // namespace winhost
