@@ -18,17 +18,16 @@
 /* Output: one MpmNotice and the input of the request behind it. Pends until something happened. Fails with
  * ERROR_INSUFFICIENT_BUFFER, and loses nothing, when the notice does not fit. */
 #define MPMGATE_NEXT MPMGATE_CODE(0x800)
-/* Input: MpmCompletion and the answer behind it, which is cut to the room that the caller has.
- * ERROR_NOT_FOUND: the caller has gone. */
+/* Input: MpmCompletion and the answer behind it. One that is longer than the caller's room fills it and ends
+ * with ERROR_MORE_DATA there. ERROR_NOT_FOUND: the caller has gone. */
 #define MPMGATE_COMPLETE MPMGATE_CODE(0x801)
-/* Input: MpmDelivery and the message behind it. Pends until a read takes the message, which is cut to the
- * reader's buffer. ERROR_INVALID_HANDLE: the mailbox handle is closed. */
+/* Input: MpmDelivery and the message behind it. Pends until a read takes the message; one that is longer than
+ * the reader's buffer fills it and ends the read with ERROR_MORE_DATA, and its rest is lost.
+ * ERROR_INVALID_HANDLE: the mailbox handle is closed. */
 #define MPMGATE_DELIVER MPMGATE_CODE(0x802)
 
-/* The most that one request carries in either direction. */
+/* The most that one request carries in either direction, and one message. */
 #define MPMBOX_MAX_TRANSFER (1u << 20)
-/* The most that one message carries, the largest buffer of a reader. */
-#define MPMBOX_MAX_MESSAGE 0x20000u
 #define MPMBOX_MAX_HANDLES 2u
 
 enum MpmNoticeKind {

@@ -4,12 +4,16 @@
 #include <array>
 #include <cstring>
 
+FirmwareConnection::FirmwareConnection()
+    : m_received(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
+      m_shutDown(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {}
+
 FirmwareConnection::~FirmwareConnection() {
     if (m_socket != INVALID_SOCKET) closesocket(m_socket);
 }
 
 bool FirmwareConnection::Connect(const sockaddr_in& address) {
-    m_socket = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    m_socket = WSASocketA(AF_INET, SOCK_STREAM, IPPROTO_TCP, nullptr, 0, WSA_FLAG_OVERLAPPED);
     if (m_socket == INVALID_SOCKET) return false;
     const DWORD on = 1;
     setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
@@ -43,14 +47,30 @@ bool FirmwareConnection::Receive(mpmlink::Header& header, std::vector<uint8_t>& 
 
 bool FirmwareConnection::ReceiveAll(std::span<uint8_t> bytes) {
     while (!bytes.empty()) {
-        const int received =
-            recv(m_socket, reinterpret_cast<char*>(bytes.data()), static_cast<int>(bytes.size()), 0);
-        if (received <= 0) return false;
-        bytes = bytes.subspan(static_cast<size_t>(received));
+        const DWORD received = ReceiveSome(bytes);
+        if (received == 0) return false;
+        bytes = bytes.subspan(received);
     }
     return true;
 }
 
+DWORD FirmwareConnection::ReceiveSome(std::span<uint8_t> bytes) {
+    WSABUF buffer{static_cast<ULONG>(bytes.size()), reinterpret_cast<char*>(bytes.data())};
+    WSAOVERLAPPED overlapped{};
+    overlapped.hEvent = m_received.Get();
+    DWORD flags = 0;
+    if (WSARecv(m_socket, &buffer, 1, nullptr, &flags, &overlapped, nullptr) != 0 &&
+        WSAGetLastError() != WSA_IO_PENDING)
+        return 0;
+    const HANDLE ends[] = {m_received.Get(), m_shutDown.Get()};
+    if (WaitForMultipleObjects(2, ends, FALSE, INFINITE) != WAIT_OBJECT_0)
+        CancelIoEx(reinterpret_cast<HANDLE>(m_socket), &overlapped);
+    DWORD received = 0;
+    return WSAGetOverlappedResult(m_socket, &overlapped, &received, TRUE, &flags) ? received : 0;
+}
+
+// A shutdown of the socket alone would leave a pending receive to the peer's close.
 void FirmwareConnection::Shutdown() {
     shutdown(m_socket, SD_BOTH);
+    SetEvent(m_shutDown.Get());
 }

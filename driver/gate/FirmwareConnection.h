@@ -2,16 +2,18 @@
 #pragma once
 
 #include <winsock2.h>
+#include <windows.h>
 
 #include <cstdint>
 #include <span>
 #include <vector>
 
 #include "firmware/link/LinkProtocol.h"
+#include "service/Handles.h"
 
 class FirmwareConnection {
   public:
-    FirmwareConnection() = default;
+    FirmwareConnection();
     ~FirmwareConnection();
     FirmwareConnection(const FirmwareConnection&) = delete;
     FirmwareConnection& operator=(const FirmwareConnection&) = delete;
@@ -33,6 +35,9 @@ class FirmwareConnection {
 
   private:
     bool ReceiveAll(std::span<uint8_t> bytes);
+    DWORD ReceiveSome(std::span<uint8_t> bytes);
 
     SOCKET m_socket = INVALID_SOCKET;
+    UniqueHandle m_received;
+    UniqueHandle m_shutDown;
 };

@@ -1,5 +1,6 @@
 #include "driver/gate/GateDevice.h"
 
+#include <array>
 #include <cstring>
 
 DWORD GateDevice::Open(HANDLE stop, HANDLE over) {
@@ -7,7 +8,12 @@ DWORD GateDevice::Open(HANDLE stop, HANDLE over) {
     m_over = over;
     m_device.Reset(CreateFileA(MPMGATE_DEVICE_PATH, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                FILE_FLAG_OVERLAPPED, nullptr));
-    return m_device ? ERROR_SUCCESS : GetLastError();
+    if (!m_device) return GetLastError();
+    // Wine answers before the driver has seen the opening, and whatever it said. A completion of no request
+    // shows that it agreed.
+    std::array<uint8_t, sizeof(MpmCompletion)> nothing;
+    const DWORD error = Complete(0, ERROR_SUCCESS, nothing);
+    return error == ERROR_NOT_FOUND ? ERROR_SUCCESS : error;
 }
 
 DWORD GateDevice::Call(DWORD code, std::span<uint8_t> input, std::span<uint8_t> output, DWORD* returned) {

@@ -117,10 +117,6 @@ bool Session::TakeFrame(const Link& link, const mpmlink::Header& header, std::ve
             m_device.Complete(header.id, header.value, WithHeadroom(buffer, sizeof(MpmCompletion)));
             return true;
         case mpmlink::Kind::Message:
-            if (header.size > MPMBOX_MAX_MESSAGE) {
-                Say("a message of %u bytes is cut to %u", header.size, MPMBOX_MAX_MESSAGE);
-                buffer.resize(kHeadroom + MPMBOX_MAX_MESSAGE);
-            }
             return m_device.Deliver(link.handle, WithHeadroom(buffer, sizeof(MpmDelivery))) == ERROR_SUCCESS;
         default:
             Say("the firmware sent a frame of unknown kind %u", static_cast<unsigned>(header.kind));

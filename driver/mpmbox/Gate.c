@@ -67,10 +67,20 @@ static Request* FindRequest(ULONG number) {
     return NULL;
 }
 
-static UCHAR* AnswerOf(PIRP irp) {
-    if ((Stack(irp)->Parameters.DeviceIoControl.IoControlCode & 3) == METHOD_BUFFERED)
-        return irp->AssociatedIrp.SystemBuffer;
-    return irp->MdlAddress ? MmGetSystemAddressForMdlSafe(irp->MdlAddress, NormalPagePriority) : NULL;
+/* Where the answer goes; no room at all when the caller's buffer can't be reached. */
+static UCHAR* AnswerBuffer(PIRP irp, ULONG* room) {
+    IO_STACK_LOCATION* stack = Stack(irp);
+    UCHAR* buffer = irp->AssociatedIrp.SystemBuffer;
+    *room = stack->Parameters.DeviceIoControl.OutputBufferLength;
+    if ((stack->Parameters.DeviceIoControl.IoControlCode & 3) != METHOD_BUFFERED)
+        buffer = irp->MdlAddress ? MmGetSystemAddressForMdlSafe(irp->MdlAddress, NormalPagePriority) : NULL;
+    if (!buffer) *room = 0;
+    return buffer;
+}
+
+/* The statuses of this range are Win32 errors; RtlNtStatusToDosError gives them back. */
+static NTSTATUS StatusOf(ULONG error) {
+    return (NTSTATUS)(0xC0010000u | (error & 0xFFFF));
 }
 
 static NTSTATUS Complete(PIRP gateIrp) {
@@ -79,23 +89,20 @@ static NTSTATUS Complete(PIRP gateIrp) {
     Request* request;
     NTSTATUS status = STATUS_NOT_FOUND;
     const struct MpmCompletion* completion = gateIrp->AssociatedIrp.SystemBuffer;
-    ULONG size = Stack(gateIrp)->Parameters.DeviceIoControl.InputBufferLength;
+    const ULONG size = Stack(gateIrp)->Parameters.DeviceIoControl.InputBufferLength;
     if (size < sizeof *completion) return STATUS_INVALID_PARAMETER;
-    size -= sizeof *completion;
     irql = Enter(&done);
     request = FindRequest(completion->request);
     if (request && Take(request->irp)) {
         PIRP irp = request->irp;
-        UCHAR* answer = AnswerOf(irp);
+        ULONG room;
+        UCHAR* answer = AnswerBuffer(irp, &room);
         RemoveEntryList(&request->link);
-        if (completion->error || !answer) size = 0;
-        if (size > request->notice.text.room) size = request->notice.text.room;
-        if (size) RtlCopyMemory(answer, completion + 1, size);
-        /* The statuses of this range are Win32 errors; RtlNtStatusToDosError gives them back. */
-        Finish(irp,
-               completion->error ? (NTSTATUS)(0xC0010000u | (completion->error & 0xFFFF)) : STATUS_SUCCESS,
-               size, &done);
         ExFreePoolWithTag(request, POOL_TAG);
+        if (completion->error)
+            Finish(irp, StatusOf(completion->error), 0, &done);
+        else
+            Fill(irp, answer, room, completion + 1, size - sizeof *completion, &done);
         status = STATUS_SUCCESS;
     }
     Leave(irql, &done);
@@ -109,7 +116,7 @@ static NTSTATUS Deliver(PIRP irp) {
     NTSTATUS status = STATUS_INVALID_HANDLE;
     const struct MpmDelivery* delivery = irp->AssociatedIrp.SystemBuffer;
     const ULONG size = Stack(irp)->Parameters.DeviceIoControl.InputBufferLength;
-    if (size < sizeof *delivery || size - sizeof *delivery > MPMBOX_MAX_MESSAGE)
+    if (size < sizeof *delivery || size - sizeof *delivery > MPMBOX_MAX_TRANSFER)
         return STATUS_INVALID_PARAMETER;
     irql = Enter(&done);
     for (entry = g_handles.Flink; entry != &g_handles; entry = entry->Flink) {
@@ -126,6 +133,7 @@ static NTSTATUS Deliver(PIRP irp) {
 }
 
 NTSTATUS ControlGate(PIRP irp) {
+    if (Stack(irp)->FileObject != g_gateOpener) return STATUS_SHARING_VIOLATION;
     switch (Stack(irp)->Parameters.DeviceIoControl.IoControlCode) {
         case MPMGATE_NEXT:
             return Next(irp);

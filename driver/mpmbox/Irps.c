@@ -17,6 +17,12 @@ void Leave(KIRQL irql, PLIST_ENTRY done) {
         IoCompleteRequest(IrpOf(RemoveHeadList(done)), IO_NO_INCREMENT);
 }
 
+void Fill(PIRP irp, void* buffer, ULONG room, const void* data, ULONG size, PLIST_ENTRY done) {
+    const ULONG fitting = size < room ? size : room;
+    if (fitting) RtlCopyMemory(buffer, data, fitting);
+    Finish(irp, size > room ? STATUS_BUFFER_OVERFLOW : STATUS_SUCCESS, fitting, done);
+}
+
 KIRQL Enter(PLIST_ENTRY done) {
     KIRQL irql;
     InitializeListHead(done);

@@ -16,11 +16,8 @@ void Match(Handle* handle, PLIST_ENTRY done) {
         }
         size = Stack(delivery)->Parameters.DeviceIoControl.InputBufferLength - sizeof(struct MpmDelivery);
         room = Stack(read)->Parameters.Read.Length;
-        if (size > room) size = room;
-        if (size)
-            RtlCopyMemory(read->AssociatedIrp.SystemBuffer,
-                          (UCHAR*)delivery->AssociatedIrp.SystemBuffer + sizeof(struct MpmDelivery), size);
-        Finish(read, STATUS_SUCCESS, size, done);
+        Fill(read, read->AssociatedIrp.SystemBuffer, room,
+             (UCHAR*)delivery->AssociatedIrp.SystemBuffer + sizeof(struct MpmDelivery), size, done);
         Finish(delivery, STATUS_SUCCESS, 0, done);
     }
 }

@@ -65,6 +65,8 @@ static inline IO_STACK_LOCATION* Stack(PIRP irp) {
 KIRQL Enter(PLIST_ENTRY done);
 void Leave(KIRQL irql, PLIST_ENTRY done);
 void Finish(PIRP irp, NTSTATUS status, ULONG_PTR information, PLIST_ENTRY done);
+/* Finishes a read or a query with as much of the data as fits. */
+void Fill(PIRP irp, void* buffer, ULONG room, const void* data, ULONG size, PLIST_ENTRY done);
 
 /* Puts an IRP, already marked pending, at the end of a queue, or in none when it belongs to a request. */
 void Pend(PIRP irp, PLIST_ENTRY queue, Request* request, PLIST_ENTRY done);

@@ -298,6 +298,7 @@ class WineHost:
 
     def start_gate(self):
         """Joins the driver to the firmware. The mailbox is present while both are there."""
+        self.gate_log.unlink(missing_ok=True)
         self._gate = Process(self.session.command(windows_folder() / "mpmgate.exe", self.mailbox), self.gate_log,
                              env=self.session.environment)
         return self
@@ -314,9 +315,27 @@ class WineHost:
         self._gate.kill()
         self._gate = None
 
-    def await_gate(self, text, count=1):
-        eventually(lambda: self.gate_log.exists() and self.gate_log.read_text(errors="replace").count(text) >= count,
-                   f"{text!r} of the gate")
+    def gate_lines(self):
+        """What the gate said, without the times."""
+        if not self.gate_log.exists():
+            return []
+        return [line.partition(" ")[2] for line in self.gate_log.read_text(errors="replace").splitlines()]
+
+    def await_mailbox(self, present):
+        """Waits until the firmware is joined to the driver, or no longer."""
+        def shown():
+            said = [line for line in self.gate_lines() if line in ("the mailbox is present", "the mailbox is absent")]
+            return self._gate and said[-1:] == ["the mailbox is present"]
+        eventually(lambda: bool(shown()) == present, f"the mailbox to be {'present' if present else 'absent'}")
+
+    def mailbox_handles(self):
+        """How many handles are open on the mailbox."""
+        lines = self.gate_lines()
+        return sum(line.endswith("is open") for line in lines) - sum(line.endswith("is closed") for line in lines)
+
+    def second_gate(self):
+        """The exit code of a gate that finds another one at work."""
+        return self.session.run(windows_folder() / "mpmgate.exe", self.mailbox)
 
     def power_up(self):
         """Windows with driver and gate."""

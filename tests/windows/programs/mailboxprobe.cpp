@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "driver/MpmGateDevice.h"
+#include "mailbox/MailboxCodes.h"
 #include "service/Handles.h"
 
 namespace {
@@ -91,8 +91,8 @@ Answer Read(const Words& words) {
     for (unsigned long count = std::stoul(words.at(1)); count > 0; --count) {
         g_reads.push_back(std::make_unique<Call>());
         Call& call = *g_reads.back();
-        call.output.resize(MPMBOX_MAX_MESSAGE);
-        error = ReadFile(handle, call.output.data(), MPMBOX_MAX_MESSAGE, nullptr, &call.overlapped)
+        call.output.resize(kMailboxBufferSize);
+        error = ReadFile(handle, call.output.data(), kMailboxBufferSize, nullptr, &call.overlapped)
                     ? ERROR_SUCCESS
                     : GetLastError();
         if (error == ERROR_IO_PENDING) ++pending;

@@ -1,0 +1,60 @@
+"""What the linker and the compiler put into the shipped executable."""
+
+import json
+import re
+import subprocess
+
+import pytest
+
+from harness.wine import windows_folder
+
+SYSTEM_DLLS = {
+    "advapi32.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "powrprof.dll", "psapi.dll",
+    "setupapi.dll", "shell32.dll", "user32.dll", "wininet.dll", "ws2_32.dll",
+}
+HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPAT = 0x0020, 0x0040, 0x0100
+
+
+def objdump(*options):
+    return subprocess.run(["x86_64-w64-mingw32-objdump", *options, windows_folder() / "ZELService.exe"],
+                          capture_output=True, text=True, check=True).stdout
+
+
+@pytest.fixture(scope="module")
+def headers():
+    return objdump("--private-headers")
+
+
+def test_only_system_dlls_are_imported(headers):
+    imported = {name.lower() for name in re.findall(r"DLL Name: (\S+)", headers)}
+    assert imported and imported <= SYSTEM_DLLS
+
+
+def test_addresses_are_random_and_data_is_not_executable(headers):
+    characteristics = int(re.search(r"DllCharacteristics\s+([0-9a-f]+)", headers)[1], 16)
+    wanted = HIGH_ENTROPY_VA | DYNAMIC_BASE | NX_COMPAT
+    assert characteristics & wanted == wanted
+    assert int(re.search(r"ImageBase\s+([0-9a-f]+)", headers)[1], 16) > 0xFFFFFFFF
+    # Without relocations the loader can't move the image.
+    assert re.search(r"^\s*\d+ \.reloc", objdump("--section-headers"), re.MULTILINE)
+
+
+def test_no_section_is_both_writable_and_executable():
+    sections = objdump("--section-headers").splitlines()
+    flags = [line for line in sections if "ALLOC" in line]
+    assert any("CODE" in line for line in flags)
+    assert all("READONLY" in line for line in flags if "CODE" in line)
+
+
+def test_the_products_functions_check_their_stacks():
+    """The guard is called from the code, and not only linked."""
+    code = objdump("--disassemble", "--no-show-raw-insn")
+    assert len(re.findall(r"call\s.*<__stack_chk_fail>", code)) > 20
+
+
+def test_every_source_is_compiled_with_checked_copies():
+    """A copy whose size the compiler knows leaves no trace in the code, so the compiler's command must tell."""
+    commands = json.loads((windows_folder() / "compile_commands.json").read_text())
+    product = [entry["command"] for entry in commands if "zelservice.dir" in entry["command"]]
+    assert product
+    assert all("-D_FORTIFY_SOURCE=2" in command and "-O" in command for command in product)
