@@ -59,7 +59,7 @@ class DASHClientInterface {
     void AssociateSocket(SOCKET socket);
 
     void DataRecvThread();
-    bool ReceiveOnce();
+    bool ReceiveOnce(SOCKET& socket);
     void updateDataToMPM(int size);
 
     struct SendOutcome {

@@ -76,15 +76,16 @@ void DASHClientInterface::CloseSocketWithMPM() {
 
 void DASHClientInterface::CloseSocketInZEL() {
     std::lock_guard lock(socketMutex);
-    if (acceptSocket == INVALID_SOCKET) {
+    // Out of the receive task's reach before it hears of the end: it would tell the firmware of a close that
+    // is none of its business, and that might reach the next session.
+    const SOCKET socket = acceptSocket.exchange(INVALID_SOCKET);
+    if (socket == INVALID_SOCKET) {
         LogInfo("Accept socket is Invalid");
     } else {
         m_bStopSession = 1;
-        const SOCKET socket = acceptSocket;
         LogInfo("Closing accept socket with address: %I64x", socket);
         shutdown(socket, SD_SEND);
         const int error = closesocket(socket) == 0 ? 0 : WSAGetLastError();
-        acceptSocket = INVALID_SOCKET;
         socketCondition.notify_all();
         if (error) {
             LogError("closesocket() API failed with error: %d", error);

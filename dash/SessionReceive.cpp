@@ -5,16 +5,18 @@
 
 void DASHClientInterface::DataRecvThread() {
     LogInfo("%s: entry", "DataRecvThread");
-    while (!g_pZELService->m_bServiceStopping && !m_bStopSession && ReceiveOnce())
+    SOCKET socket = INVALID_SOCKET;
+    while (!g_pZELService->m_bServiceStopping && !m_bStopSession && ReceiveOnce(socket))
         Sleep(0);
     Sleep(0);
-    CloseSocketWithMPM();
+    // When another has ended this session, the next one may have begun already.
+    if (acceptSocket == socket) CloseSocketWithMPM();
     LogInfo("%s: exit", "DataRecvThread");
 }
 
-// False when the connection has come to its end.
-bool DASHClientInterface::ReceiveOnce() {
-    const SOCKET socket = acceptSocket;
+// False when the connection has come to its end. `socket` becomes the session's as it is now.
+bool DASHClientInterface::ReceiveOnce(SOCKET& socket) {
+    socket = acceptSocket;
     if (socket == INVALID_SOCKET) {
         LogInfo("preventing recv() to avoid multi-threading issues.");
         return false;
