@@ -23,6 +23,7 @@ enum WBEMSTATUS : HRESULT {
     WBEM_E_NOT_FOUND = (HRESULT)0x80041002U,
     WBEM_E_ACCESS_DENIED = (HRESULT)0x80041003U,
     WBEM_E_PROVIDER_FAILURE = (HRESULT)0x80041004U,
+    WBEM_E_OUT_OF_MEMORY = (HRESULT)0x80041006U,
     WBEM_E_INVALID_PARAMETER = (HRESULT)0x80041008U,
     WBEM_E_NOT_SUPPORTED = (HRESULT)0x8004100CU,
     WBEM_E_INVALID_NAMESPACE = (HRESULT)0x8004100EU,
@@ -30,7 +31,8 @@ enum WBEMSTATUS : HRESULT {
     WBEM_E_TRANSPORT_FAILURE = (HRESULT)0x80041015U,
     WBEM_E_INVALID_QUERY = (HRESULT)0x80041017U,
     WBEM_E_INVALID_QUERY_TYPE = (HRESULT)0x80041018U,
-    WBEM_E_SHUTTING_DOWN = (HRESULT)0x80041033U
+    WBEM_E_SHUTTING_DOWN = (HRESULT)0x80041033U,
+    WBEM_E_LOCAL_CREDENTIALS = (HRESULT)0x80041064U
 };
 
 DEFINE_GUID(CLSID_WbemLocator, 0x4590f811, 0x1d3a, 0x11d0, 0x89, 0x1f, 0x00, 0xaa, 0x00, 0x4b, 0x2e, 0x24);
@@ -58,21 +60,22 @@ struct IWbemClassObject : public IUnknown {
 };
 
 struct IEnumWbemClassObject : public IUnknown {
-    // WBEM_S_FALSE when fewer than uCount were left. What went wrong with a query is told here when it was
-    // made with WBEM_FLAG_RETURN_IMMEDIATELY.
+    // WBEM_S_FALSE when fewer than uCount were left. A class that the PC hasn't is told here, as
+    // WBEM_E_INVALID_CLASS, when the query was made with WBEM_FLAG_RETURN_IMMEDIATELY.
     virtual HRESULT STDMETHODCALLTYPE Next(LONG lTimeout, ULONG uCount, IWbemClassObject** apObjects,
                                            ULONG* puReturned) = 0;
 };
 
 struct IWbemServices : public IUnknown {
-    // WQL, "SELECT * FROM" a class that the PC has (Win32_OperatingSystem), forward only.
+    // WQL, "SELECT * FROM" a class that the PC has (Win32_OperatingSystem: OSType, Version).
+    // WBEM_E_ACCESS_DENIED unless the proxy lets WMI impersonate the caller.
     virtual HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, LONG lFlags,
                                                 IWbemContext* pCtx, IEnumWbemClassObject** ppEnum) = 0;
 };
 
 struct IWbemLocator : public IUnknown {
-    // Of this PC, as the process's user: names of a user, password, locale or authority have to be null. The
-    // namespace is ROOT\CIMV2.
+    // Of this PC, as the process's user: WBEM_E_LOCAL_CREDENTIALS for another one; locale and authority have
+    // to be null. The namespace is ROOT\CIMV2.
     virtual HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR strNetworkResource, const BSTR strUser,
                                                     const BSTR strPassword, const BSTR strLocale,
                                                     LONG lSecurityFlags, const BSTR strAuthority,

@@ -1,0 +1,133 @@
+// Apartments, security, and objects by their class.
+#include <initguid.h>
+// Defines the classes and interfaces, ahead of what uses them.
+#include <wbemcli.h>
+
+#include <mutex>
+
+#include "winhost/wmi/ComObject.h"
+#include "winhost/wmi/Wmi.h"
+
+namespace winhost {
+namespace {
+
+// Of the calling thread: how often it has entered its apartment, and which kind that is.
+struct Apartment {
+    unsigned entered = 0;
+    DWORD kind = COINIT_MULTITHREADED;
+};
+thread_local Apartment t_apartment;
+
+}  // namespace
+
+std::atomic<size_t>& ComObjectCount::Value() {
+    static std::atomic<size_t> count{0};
+    return count;
+}
+
+size_t LiveComObjects() {
+    return ComObjectCount::Value();
+}
+
+// Never destroyed: objects are released until the process is gone.
+Com& Com::Instance() {
+    static Com& com = *new Com;
+    return com;
+}
+
+bool Com::IsReady() const {
+    std::lock_guard lock(m_mutex);
+    return t_apartment.entered > 0 || m_enteredByMany > 0;
+}
+
+HRESULT Com::Enter(DWORD kind) {
+    std::lock_guard lock(m_mutex);
+    const bool again = t_apartment.entered > 0;
+    if (again && t_apartment.kind != kind) return RPC_E_CHANGED_MODE;
+    t_apartment.kind = kind;
+    ++t_apartment.entered;
+    ++m_entered;
+    if (kind == COINIT_MULTITHREADED) ++m_enteredByMany;
+    return again ? S_FALSE : S_OK;
+}
+
+void Com::Leave() {
+    std::lock_guard lock(m_mutex);
+    if (t_apartment.entered == 0) return;
+    --t_apartment.entered;
+    if (t_apartment.kind == COINIT_MULTITHREADED) --m_enteredByMany;
+    // The last one takes the process's security along.
+    if (--m_entered == 0) m_impersonationLevel = 0;
+}
+
+HRESULT Com::SetSecurity(DWORD impersonationLevel) {
+    std::lock_guard lock(m_mutex);
+    if (m_impersonationLevel != 0) return RPC_E_TOO_LATE;
+    m_impersonationLevel = impersonationLevel;
+    return S_OK;
+}
+
+DWORD Com::UseSecurity() {
+    std::lock_guard lock(m_mutex);
+    if (m_impersonationLevel == 0) m_impersonationLevel = RPC_C_IMP_LEVEL_IDENTIFY;
+    return m_impersonationLevel;
+}
+
+}  // namespace winhost
+
+using winhost::Com;
+
+HRESULT CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit) {
+    WINHOST_GATE_HRESULT("CoInitializeEx");
+    constexpr DWORD kFlags = COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE | COINIT_SPEED_OVER_MEMORY;
+    if (pvReserved || dwCoInit & ~kFlags) return E_INVALIDARG;
+    return Com::Instance().Enter(dwCoInit & COINIT_APARTMENTTHREADED);
+}
+
+void CoUninitialize() {
+    WINHOST_GATE_PASS("CoUninitialize");
+    Com::Instance().Leave();
+}
+
+HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR pSecDesc, LONG cAuthSvc,
+                             SOLE_AUTHENTICATION_SERVICE* asAuthSvc, void* pReserved1, DWORD dwAuthnLevel,
+                             DWORD dwImpLevel, void* pAuthList, DWORD dwCapabilities, void* pReserved3) {
+    WINHOST_GATE_HRESULT("CoInitializeSecurity");
+    if (!Com::Instance().IsReady()) return CO_E_NOTINITIALIZED;
+    const bool plain = !pSecDesc && cAuthSvc == -1 && !asAuthSvc && !pReserved1 && !pAuthList &&
+                       dwCapabilities == EOAC_NONE && !pReserved3;
+    const bool levels = dwAuthnLevel <= RPC_C_AUTHN_LEVEL_PKT_PRIVACY &&
+                        dwImpLevel >= RPC_C_IMP_LEVEL_ANONYMOUS && dwImpLevel <= RPC_C_IMP_LEVEL_DELEGATE;
+    if (!plain || !levels) return E_INVALIDARG;
+    return Com::Instance().SetSecurity(dwImpLevel);
+}
+
+HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid, LPVOID* ppv) {
+    WINHOST_GATE_HRESULT("CoCreateInstance");
+    if (!ppv) return E_POINTER;
+    *ppv = nullptr;
+    if (!Com::Instance().IsReady()) return CO_E_NOTINITIALIZED;
+    IUnknown* object = nullptr;
+    if (dwClsContext & CLSCTX_INPROC_SERVER) object = winhost::NewWmiObject(rclsid);
+    if (!object) return REGDB_E_CLASSNOTREG;
+    const HRESULT result = pUnkOuter ? CLASS_E_NOAGGREGATION : object->QueryInterface(riid, ppv);
+    object->Release();
+    return result;
+}
+
+HRESULT CoSetProxyBlanket(IUnknown* pProxy, DWORD dwAuthnSvc, DWORD dwAuthzSvc, OLECHAR* pServerPrincName,
+                          DWORD dwAuthnLevel, DWORD dwImpLevel, RPC_AUTH_IDENTITY_HANDLE pAuthInfo,
+                          DWORD dwCapabilities) {
+    WINHOST_GATE_HRESULT("CoSetProxyBlanket");
+    if (!pProxy) return E_INVALIDARG;
+    auto* proxy = dynamic_cast<winhost::Proxy*>(pProxy);
+    if (!proxy) return E_NOINTERFACE;
+    const bool known = dwAuthnSvc == RPC_C_AUTHN_WINNT && dwAuthzSvc == RPC_C_AUTHZ_NONE &&
+                       !pServerPrincName && !pAuthInfo && dwCapabilities == EOAC_NONE;
+    if (!known || dwAuthnLevel > RPC_C_AUTHN_LEVEL_PKT_PRIVACY || dwImpLevel < RPC_C_IMP_LEVEL_ANONYMOUS ||
+        dwImpLevel > RPC_C_IMP_LEVEL_DELEGATE) {
+        return E_INVALIDARG;
+    }
+    proxy->SetImpersonationLevel(dwImpLevel);
+    return S_OK;
+}

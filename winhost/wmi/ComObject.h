@@ -1,0 +1,105 @@
+// What the COM objects of the PC have in common: counted references, and the gate for calls that return an
+// HRESULT.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <mutex>
+
+#include <combaseapi.h>
+
+#include "winhost/core/Gate.h"
+
+namespace winhost {
+
+// Objects that somebody still holds, and texts that nobody has freed: what a test looks at for a leak.
+size_t LiveComObjects();
+size_t LiveStrings();
+
+// The HRESULT for an error of the gate, which may be one itself.
+inline HRESULT AsFailure(uint32_t error) {
+    return error >> 31 ? static_cast<HRESULT>(error) : HRESULT_FROM_WIN32(error);
+}
+
+class ComObjectCount {
+  public:
+    static std::atomic<size_t>& Value();
+
+  protected:
+    ComObjectCount() { ++Value(); }
+    ~ComObjectCount() { --Value(); }
+    ComObjectCount(const ComObjectCount&) = delete;
+    ComObjectCount& operator=(const ComObjectCount&) = delete;
+};
+
+// An object with one interface beside IUnknown. Made with one reference, which is the maker's.
+template <class Interface, const IID& kInterfaceId>
+class ComObject : public Interface, private ComObjectCount {
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppvObject) override {
+        if (!ppvObject) return E_POINTER;
+        const bool known = riid == kInterfaceId || riid == IID_IUnknown;
+        *ppvObject = known ? static_cast<Interface*>(this) : nullptr;
+        if (known) AddRef();
+        return known ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const ULONG left = --m_references;
+        if (left == 0) delete this;
+        return left;
+    }
+
+  protected:
+    virtual ~ComObject() = default;
+
+  private:
+    std::atomic<ULONG> m_references{1};
+};
+
+// Of an object of another process: its calls are made with the rights that the blanket gives. A class beside
+// the interface, so that CoSetProxyBlanket finds it.
+class Proxy {
+  public:
+    explicit Proxy(DWORD impersonationLevel) : m_impersonationLevel(impersonationLevel) {}
+    virtual ~Proxy() = default;
+
+    void SetImpersonationLevel(DWORD level) { m_impersonationLevel = level; }
+    DWORD ImpersonationLevel() const { return m_impersonationLevel; }
+
+  private:
+    std::atomic<DWORD> m_impersonationLevel;
+};
+
+// The process's COM.
+class Com {
+  public:
+    static Com& Instance();
+
+    // True when the calling thread is in an apartment: its own, or the one of many threads that another one
+    // entered.
+    bool IsReady() const;
+    // To be called when an object of another process is first met: from now on it's too late for
+    // CoInitializeSecurity. The impersonation level that proxies begin with.
+    DWORD UseSecurity();
+
+    HRESULT Enter(DWORD kind);
+    void Leave();
+    HRESULT SetSecurity(DWORD impersonationLevel);
+
+  private:
+    Com() = default;
+
+    mutable std::mutex m_mutex;
+    unsigned m_entered = 0;          // by all threads
+    unsigned m_enteredByMany = 0;    // of these, into the apartment of many threads
+    DWORD m_impersonationLevel = 0;  // 0 until security is settled
+};
+
+}  // namespace winhost
+
+#define WINHOST_GATE_HRESULT(name)                                             \
+    do {                                                                       \
+        static ::winhost::GateSite site(name);                                 \
+        if (uint32_t error = site.Enter()) return ::winhost::AsFailure(error); \
+    } while (false)
