@@ -92,6 +92,7 @@ void ZELService::HandlePowerEvent(DWORD eventType) {
 }
 
 void ZELService::StopService(bool shutdown) {
+    const std::lock_guard lock(m_stopMutex);
     LogInfo("Changing state of service in Service Control Manager to Stop Pending");
     ReportServiceStatus(SERVICE_STOP_PENDING, NO_ERROR, kStopWaitHint);
     {

@@ -16,6 +16,7 @@ ZELService::~ZELService() {
 }
 
 bool ZELService::EndThreads(DWORD milliseconds) {
+    { const std::lock_guard stopIsOver(m_stopMutex); }
     SignalStop();
     m_mailboxReadLoop.Cancel();
     if (m_mailBoxDriverInterface.IsOpen()) m_mailBoxDriverInterface.CloseMPMDevice();

@@ -104,6 +104,7 @@ class ZELService {
     UniqueHandle m_hStopEvent;        // manual-reset; set together with m_bServiceStopping
     std::mutex m_serviceStatusMutex;  // an interrogation may come while the start still reports
     std::mutex m_threadObjectsMutex;  // guards the two owning thread pointers
+    std::mutex m_stopMutex;           // held by a stop, which the dispatcher's return may overtake
     std::mutex m_pathCacheMutex;
     mutable std::mutex m_manageabilityMutex;
     ManageabilityStatus m_ManageabilityStatus{};
