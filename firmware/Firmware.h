@@ -110,7 +110,7 @@ class Firmware {
     Firmware& operator=(const Firmware&) = delete;
 
     // Offers the mailbox at "unix:/path" or "tcp:127.0.0.1:port" (0: any free port). Throws
-    // std::runtime_error.
+    // std::invalid_argument for what is no address, std::runtime_error when it cannot be had.
     void Listen(const std::string& address);
     // Where it listens, with the real port; empty before Listen.
     std::string Address() const;

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include <atomic>
+
 #include "mailbox/MailboxRecords.h"
 #include "tests/unit/firmware/LinkHost.h"
 
@@ -103,8 +105,10 @@ TEST_F(FaultsTest, ForgetsTheHeldRequestsOfAHostThatHasGone) {
     m_firmware.Hold("WriteZELStatus");
     PostUp();
     ASSERT_TRUE(m_firmware.AwaitRequest("WriteZELStatus"));
-    bool cancelled = false;
-    m_firmware.Observe([&](const Event& event) { cancelled = cancelled || event.name == "cancelled"; });
+    std::atomic<bool> cancelled{false};
+    m_firmware.Observe([&](const Event& event) {
+        if (event.name == "cancelled") cancelled = true;
+    });
     m_host->Close();
     LinkHost other(m_firmware.Address());
     for (int i = 0; i < 1000 && !cancelled; ++i)
