@@ -69,12 +69,12 @@ class Firmware:
         return self._ask("show")
 
     def requests(self, name=None):
-        """What the host asked so far, decoded: dictionaries with at least "name" and "fields"."""
+        """What the host asked so far, decoded: dictionaries with "name", "bytes" and "fields"."""
         if not self.record_path.exists():
             return []
         lines = self.record_path.read_text().splitlines()
         entries = [json.loads(line) for line in lines if line.endswith("}")]
-        return [entry for entry in entries if name is None or entry.get("name") == name]
+        return [entry for entry in entries if entry["kind"] == "request" and name in (None, entry["name"])]
 
     def await_request(self, name, matches=lambda fields: True, patience=20.0):
         """The first request of this name whose fields match, waiting for it."""

@@ -28,8 +28,8 @@ def test_the_firmware_is_told_the_consoles_address_and_port(stage):
         own_port = console.getsockname()[1]
         told = stage.firmware.await_request("WriteIPCompleteInformation", lambda fields: fields["PeerMarker"] == 0xFFFF)
         assert told["fields"]["Port"] == 664
-        assert told["fields"]["PeerAddress"] in ("127.0.0.1", struct.unpack("<I", socket.inet_aton("127.0.0.1"))[0])
-        assert told["fields"]["PeerPort"] == socket.htons(own_port)
+        assert told["fields"]["PeerAddress"] == "127.0.0.1"
+        assert told["fields"]["PeerPort"] == own_port
 
 
 def test_an_idle_console_is_closed_after_five_seconds(stage):
@@ -59,7 +59,7 @@ def test_a_second_console_waits_for_its_turn(stage):
 
 @pytest.mark.parametrize("version, closes_at_once", [(44, True), (45, False)])
 def test_who_closes_after_a_clients_close_depends_on_the_firmwares_level(stage, version, closes_at_once):
-    stage.firmware = type(stage.firmware)(stage.workdir, dash="none", settings={"uVORKVersion": version})
+    stage.firmware = type(stage.firmware)(stage.workdir, dash="none", settings={"uVORKVersion": version, "EndsClosedSessions": False})
     stage.boot()
     with stage.console.connect():
         stage.host.await_log("Processing DASH traffic")
@@ -103,6 +103,7 @@ def test_a_half_closed_console_still_gets_its_turn_ended(stage):
 
 def test_a_hundred_connections_are_accepted_and_the_stop_closes_them_all(stage):
     stage.boot()
+    stage.expect_errors("Service is not signalled as Up")  # the close record finds the gate closed
     consoles = [stage.console.connect() for _ in range(100)]
     stage.host.await_log("Process the accepted connection", count=100)
     assert stage.host.stop_service() == 0

@@ -25,7 +25,7 @@ def test_the_firmware_is_told_first_that_the_service_is_up(stage):
     stage.boot()
     stage.firmware.await_request("WriteIPCompleteInformation")
     names = [request["name"] for request in stage.firmware.requests()]
-    assert names == ["GetMPMStatus", "WriteZELStatus", "GetZELVersion", "WriteIPCompleteInformation"]
+    assert names == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteIPCompleteInformation"]
     assert stage.firmware.requests("WriteZELStatus")[0]["fields"]["state"] == 1
 
 

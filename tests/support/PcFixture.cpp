@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/support/ConsoleClient.h"
+#include "winhost/service/Scm.h"
 
 namespace fs = std::filesystem;
 
@@ -28,9 +29,11 @@ void PcFixture::SetUp() {
     wired.gateway = "192.168.1.1";
     wired.dhcpServer = "192.168.1.1";
     description.adapters = {wired};
+    description.dnsServers = {"192.168.1.53"};
     description.ports = {{uint16_t{664}, FreePort()}, {uint16_t{22}, FreePort()}};
     Describe(description);
     Pc().Reset(description);
+    winhost::Scm::Instance().Reset();
     Clock().SetManual(true);
 }
 

@@ -108,7 +108,8 @@ def test_a_firmware_that_goes_is_told_in_the_log_and_the_service_still_stops(sta
 
 def test_a_request_that_never_completes_ends_with_the_stop(stage):
     stage.boot()
-    stage.expect_errors("GetOverlappedResult failed for SendIOCtlToDriver with error: 995", "with dwLastError = 995")
+    stage.expect_errors("GetOverlappedResult failed for SendIOCtlToDriver with error: 995", "with dwLastError = 995",
+                        "Error Service is not signalled as Up")
     stage.firmware.fault("hold", "WriteDASHPacket")
     with stage.console.connect() as console:
         console.sendall(b"hello")

@@ -50,8 +50,8 @@ class PlatformUpdate : public ReportingFixture {
 
 TEST_F(PlatformUpdate, ReportsTheHostUpAndThenItsAddress) {
     service->UpdatePlatformInfoToMPM();
-    EXPECT_EQ(RequestNames(),
-              (std::vector<std::string>{"WriteZELStatus", "GetZELVersion", "WriteIPCompleteInformation"}));
+    EXPECT_EQ(RequestNames(), (std::vector<std::string>{"WriteZELStatus", "WriteOsInfo", "GetZELVersion",
+                                                        "WriteIPCompleteInformation"}));
     EXPECT_EQ(firmware.Requests("WriteZELStatus")[0].As<ZELStatusRecord>().state, 1u);
     EXPECT_EQ(firmware.Requests("WriteIPCompleteInformation")[0].As<IPCompleteInfo>().IPv4Address,
               inet_addr("192.168.7.3"));

@@ -33,7 +33,7 @@ TEST_F(Cleanup, FollowsItsOrderInARegularBoot) {
                       "Close HTTPS socket", "Waiting for DASH Client thread join",
                       "HandleDASHClientThread: Exiting DASH Handler Thread", "DASH Client thread joined",
                       "Waiting for MB Driver Read thread termination", "MB Driver Read thread terminated",
-                      "Cleanup Driver Interfaces"});
+                      "Cleanup Driver Interfaces", "zel_json_data file deleted successfully"});
     EXPECT_TRUE(service->m_bServiceStopping);
     EXPECT_FALSE(service->m_bMPMVersionValid);
     EXPECT_FALSE(service->m_pDASHClientThreadObj);
@@ -43,7 +43,7 @@ TEST_F(Cleanup, FollowsItsOrderInARegularBoot) {
 }
 
 TEST_F(Cleanup, LeavesOutDashAndTheReadThreadInSafeBoot) {
-    service->m_bootMode = 1;
+    Pc().Change([](auto& pc) { pc.cleanBoot = 1; });
     StartService();
     ASSERT_TRUE(firmware.AwaitRequest("GetZELVersion"));
     AwaitLog("ZEL Service Safeboot UP");
@@ -55,6 +55,7 @@ TEST_F(Cleanup, LeavesOutDashAndTheReadThreadInSafeBoot) {
     const auto down = std::find(messages.begin(), messages.end(), "ZEL Service DOWN");
     ASSERT_NE(down, messages.end());
     EXPECT_EQ(*(down + 1), "Cleanup Driver Interfaces");
+    EXPECT_EQ(messages.back(), "zel_json_data file deleted successfully");
 }
 
 TEST_F(Cleanup, TheReadThreadEndsOnlyWithTheProcess) {

@@ -71,6 +71,19 @@ TEST_F(Initialisation, TheFolderBinOfTheInstallationIsTheRightPlace) {
     EXPECT_EQ(LogCount("in attempt"), 1u);
 }
 
+TEST_F(Initialisation, TheBootModeIsTold) {
+    const std::pair<uint32_t, std::string> modes[] = {{0, "Boot mode is Regular boot"},
+                                                      {1, "Boot mode is Safe boot"},
+                                                      {2, "Boot mode is Safe boot with Networking"},
+                                                      {3, "Unknown Safe Boot mode: 3"}};
+    for (const auto& [mode, line] : modes) {
+        Pc().Change([mode = mode](auto& description) { description.cleanBoot = mode; });
+        EXPECT_EQ(Initialise(), 0u);
+        EXPECT_EQ(service->m_bootMode, mode);
+        EXPECT_EQ(Messages().back(), line);
+    }
+}
+
 TEST_F(Initialisation, APathWithoutItsSeparatorGetsBinGluedOn) {
     ExpectError("Installed path doesn't match CWD path.");
     Install("C:\\Program Files\\Tarvix\\Service");
