@@ -12,8 +12,8 @@ Json::Value Help(const Json::Value&);
 const std::vector<Command>& AllCommands() {
     static const auto& commands = *new std::vector<Command>([] {
         std::vector<Command> all = ServiceCommands();
-        for (const Command& command : PcCommands())
-            all.push_back(command);
+        for (const auto& commands : {PcCommands(), HostCommands()})
+            all.insert(all.end(), commands.begin(), commands.end());
         all.push_back({"help", "this list", Help});
         return all;
     }());

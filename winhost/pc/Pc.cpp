@@ -11,6 +11,7 @@
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/pc/DescriptionJson.h"
+#include "winhost/power/Privileges.h"
 #include "winhost/service/Scm.h"
 
 namespace winhost {
@@ -84,8 +85,10 @@ void Pc::Reset(PcDescription description) {
         ++m_revision;
         m_serviceReports.clear();
         m_eventLog.clear();
+        m_powerActions.clear();
         m_debugTexts.clear();
     }
+    DisableAllPrivileges();
     Scm::Instance().Reset();
     Gate::Instance().Reset();
     Clock::Instance().SetManual(false);
@@ -134,6 +137,16 @@ void Pc::Record(EventLogEntry entry) {
 std::vector<EventLogEntry> Pc::EventLog() const {
     std::lock_guard lock(m_mutex);
     return m_eventLog;
+}
+
+void Pc::Record(PowerAction action) {
+    std::lock_guard lock(m_mutex);
+    m_powerActions.push_back(std::move(action));
+}
+
+std::vector<PowerAction> Pc::PowerActions() const {
+    std::lock_guard lock(m_mutex);
+    return m_powerActions;
 }
 
 void Pc::RecordDebugText(const std::string& text) {

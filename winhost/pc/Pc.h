@@ -62,6 +62,8 @@ struct PcDescription {
     int32_t timeZoneBiasMinutes = 0;  // UTC = local + bias, and the local time follows it
     // "HKEY_LOCAL_MACHINE\\SOFTWARE\\..." to value name to text.
     std::map<std::string, std::map<std::string, std::string>> registry;
+    // The same with values of type REG_DWORD.
+    std::map<std::string, std::map<std::string, uint32_t>> registryNumbers;
     // None: this machine's own interfaces, and with them its name servers unless dnsServers names some.
     std::optional<std::vector<Adapter>> adapters;
     std::optional<std::vector<std::string>> dnsServers;
@@ -93,6 +95,12 @@ struct EventLogEntry {
     std::vector<std::string> strings;
 };
 
+// A change of the PC's power that was asked for, and granted.
+struct PowerAction {
+    std::string action;  // "shutdown", "reboot", "hibernate" or "sleep"
+    std::string call;    // "InitiateSystemShutdownExA(null, null, 0, 1, 1, 0x80000000)"
+};
+
 class Pc {
   public:
     // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file ends the process
@@ -118,6 +126,8 @@ class Pc {
     std::vector<ServiceReport> ServiceReports() const;
     void Record(EventLogEntry entry);
     std::vector<EventLogEntry> EventLog() const;
+    void Record(PowerAction action);
+    std::vector<PowerAction> PowerActions() const;
     // Text given to OutputDebugStringA.
     void RecordDebugText(const std::string& text);
     std::vector<std::string> DebugTexts() const;
@@ -129,6 +139,7 @@ class Pc {
     std::atomic<uint64_t> m_revision{1};
     std::vector<ServiceReport> m_serviceReports;
     std::vector<EventLogEntry> m_eventLog;
+    std::vector<PowerAction> m_powerActions;
     std::vector<std::string> m_debugTexts;
 };
 

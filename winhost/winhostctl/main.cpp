@@ -31,12 +31,14 @@ class CommandLine {
         AddPlain("event-log", "the entries of the event log");
         AddPlain("description", "the PC's description as it stands");
         AddPlain("mailbox", "what is open and pending on the mailbox device");
+        AddPlain("power-actions", "the shutdowns, reboots, hibernations and sleeps that were asked for");
         AddPlain("handles", "how many handles and sockets are open");
         AddPlain("help", "what the control socket understands");
         AddControl();
         AddClock();
         AddChange();
         AddGate();
+        AddWlan();
     }
 
     CLI::App& App() { return m_app; }
@@ -126,6 +128,23 @@ class CommandLine {
         AddNumber(*delay, "milliseconds", "for so long, in real time")->required();
         AddCall(*AddAction(*gate, "count", "counts the calls since the last reset"));
         AddAction(*gate, "reset", "lets all calls pass, and counts from 0");
+    }
+
+    void AddWlan() {
+        CLI::App* wlan = Add(m_app, "wlan", "plays the WLAN service");
+        wlan->require_subcommand(1);
+        CLI::App* notify =
+            AddAction(*wlan, "notify", "tells the listeners; returns when their callbacks have returned");
+        AddNumber(*notify, "code", "10 is connected, 21 disconnected")->required();
+        AddNumber(*notify, "source", "8, the auto configuration, when left out");
+        CLI::App* state = AddAction(*wlan, "state", "sets an interface's state");
+        state
+            ->add_option_function<std::string>(
+                "state", [this](const std::string& text) { m_request["state"] = NumberOrName(text); },
+                "0 to 7, or a name: connected, disconnected, associating, ...")
+            ->required();
+        AddNumber(*state, "interface", "its place in the PC's list, from 0");
+        AddAction(*wlan, "read", "the interfaces, and how many listen");
     }
 
     CLI::Option* AddCall(CLI::App& action) {

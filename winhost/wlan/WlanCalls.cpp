@@ -1,0 +1,91 @@
+// The calls of the WLAN API.
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <string>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/Guid.h"
+#include "winhost/core/Utf8.h"
+#include "winhost/pc/Pc.h"
+#include "winhost/wlan/WlanService.h"
+
+using winhost::HandleTable;
+using winhost::WlanClient;
+using winhost::WlanService;
+
+namespace {
+
+bool IsServiceRunning() {
+    return winhost::Pc::Instance().Description().wlanService;
+}
+
+void Fill(WLAN_INTERFACE_INFO& info, const winhost::WlanInterface& wlan) {
+    info = {};
+    info.InterfaceGuid = winhost::ParseGuid(wlan.guid).value_or(GUID{});
+    const std::wstring text = winhost::FromUtf8(wlan.description);
+    std::copy_n(text.begin(), std::min(text.size(), std::size(info.strInterfaceDescription) - 1),
+                info.strInterfaceDescription);
+    info.isState = static_cast<WLAN_INTERFACE_STATE>(wlan.state);
+}
+
+}  // namespace
+
+DWORD WlanOpenHandle(DWORD dwClientVersion, PVOID pReserved, PDWORD pdwNegotiatedVersion,
+                     PHANDLE phClientHandle) {
+    WINHOST_GATE_CODE("WlanOpenHandle");
+    if (dwClientVersion == 0 || pReserved || !pdwNegotiatedVersion || !phClientHandle)
+        return ERROR_INVALID_PARAMETER;
+    if (!IsServiceRunning()) return ERROR_SERVICE_NOT_ACTIVE;
+    *phClientHandle = WlanService::Instance().Open();
+    if (!*phClientHandle) return ERROR_NOT_ENOUGH_MEMORY;
+    *pdwNegotiatedVersion = std::min<DWORD>(dwClientVersion, WLAN_API_VERSION_2_0);
+    return ERROR_SUCCESS;
+}
+
+DWORD WlanCloseHandle(HANDLE hClientHandle, PVOID pReserved) {
+    WINHOST_GATE_CODE("WlanCloseHandle");
+    if (pReserved) return ERROR_INVALID_PARAMETER;
+    const auto client = HandleTable::Instance().Find<WlanClient>(hClientHandle);
+    if (!client) return ERROR_INVALID_HANDLE;
+    WlanService::Instance().Register(*client, WLAN_NOTIFICATION_SOURCE_NONE, false, nullptr, nullptr);
+    return HandleTable::Instance().Close<WlanClient>(hClientHandle) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+}
+
+DWORD WlanEnumInterfaces(HANDLE hClientHandle, PVOID pReserved, PWLAN_INTERFACE_INFO_LIST* ppInterfaceList) {
+    WINHOST_GATE_CODE("WlanEnumInterfaces");
+    if (pReserved || !ppInterfaceList) return ERROR_INVALID_PARAMETER;
+    if (!HandleTable::Instance().Find<WlanClient>(hClientHandle)) return ERROR_INVALID_HANDLE;
+    const auto pc = winhost::Pc::Instance().Description();
+    if (!pc.wlanService) return ERROR_SERVICE_NOT_ACTIVE;
+    const size_t size = std::max(sizeof(WLAN_INTERFACE_INFO_LIST),
+                                 offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) +
+                                     pc.wlanInterfaces.size() * sizeof(WLAN_INTERFACE_INFO));
+    auto* list = static_cast<WLAN_INTERFACE_INFO_LIST*>(std::calloc(1, size));
+    if (!list) return ERROR_NOT_ENOUGH_MEMORY;
+    list->dwNumberOfItems = static_cast<DWORD>(pc.wlanInterfaces.size());
+    WLAN_INTERFACE_INFO* info = list->InterfaceInfo;
+    for (const auto& wlan : pc.wlanInterfaces)
+        Fill(*info++, wlan);
+    *ppInterfaceList = list;
+    return ERROR_SUCCESS;
+}
+
+DWORD WlanRegisterNotification(HANDLE hClientHandle, DWORD dwNotifSource, BOOL bIgnoreDuplicate,
+                               WLAN_NOTIFICATION_CALLBACK funcCallback, PVOID pCallbackContext,
+                               PVOID pReserved, PDWORD pdwPrevNotifSource) {
+    WINHOST_GATE_CODE("WlanRegisterNotification");
+    if (pReserved) return ERROR_INVALID_PARAMETER;
+    const auto client = HandleTable::Instance().Find<WlanClient>(hClientHandle);
+    if (!client) return ERROR_INVALID_HANDLE;
+    if (!IsServiceRunning()) return ERROR_SERVICE_NOT_ACTIVE;
+    const DWORD before = WlanService::Instance().Register(*client, dwNotifSource, bIgnoreDuplicate != FALSE,
+                                                          funcCallback, pCallbackContext);
+    if (pdwPrevNotifSource) *pdwPrevNotifSource = before;
+    return ERROR_SUCCESS;
+}
+
+VOID WlanFreeMemory(PVOID pMemory) {
+    WINHOST_GATE_PASS("WlanFreeMemory");
+    std::free(pMemory);
+}
