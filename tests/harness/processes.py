@@ -13,6 +13,11 @@ def build_folder():
     return pathlib.Path(os.environ.get("ZEL_BUILD", REPOSITORY / "build" / "native"))
 
 
+def with_owner(command):
+    """The command, changed so that its process ends with this one at the latest, however this one ends."""
+    return ["setpriv", "--pdeathsig", "KILL", "--", *(str(word) for word in command)]
+
+
 class Process:
     """A running program. Its standard output and error go to `log`; it has no standard input."""
 
@@ -20,7 +25,7 @@ class Process:
         self.log = pathlib.Path(log)
         with open(self.log, "ab") as output:
             self._process = subprocess.Popen(
-                [str(word) for word in command],
+                with_owner(command),
                 stdin=subprocess.DEVNULL,
                 stdout=output,
                 stderr=subprocess.STDOUT,
