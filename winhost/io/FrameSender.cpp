@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <exception>
 
+#include <winerror.h>
+
 namespace winhost {
 
 namespace {
@@ -27,11 +29,11 @@ ssize_t SendNow(int socket, iovec* parts, size_t count) {
 
 }  // namespace
 
-bool FrameSender::Send(const mpmlink::Header& header, const void* payload) {
+DWORD FrameSender::Send(const mpmlink::Header& header, const void* payload) {
     std::lock_guard lock(m_mutex);
-    if (m_failed || m_stopping) return false;
+    if (m_failed || m_stopping) return ERROR_DEVICE_NOT_CONNECTED;
     const size_t whole = sizeof header + header.size;
-    if (m_kept.size() - m_keptSent + whole > kMaxKept) return false;
+    if (m_kept.size() - m_keptSent + whole > kMaxKept) return ERROR_NO_SYSTEM_RESOURCES;
     size_t sent = 0;
     if (m_kept.empty()) {
         iovec parts[] = {{const_cast<mpmlink::Header*>(&header), sizeof header},
@@ -39,7 +41,7 @@ bool FrameSender::Send(const mpmlink::Header& header, const void* payload) {
         const ssize_t result = SendNow(m_socket, parts, header.size ? 2 : 1);
         if (result < 0) {
             m_failed = true;
-            return false;
+            return ERROR_DEVICE_NOT_CONNECTED;
         }
         sent = static_cast<size_t>(result);
     }
@@ -50,10 +52,10 @@ bool FrameSender::Send(const mpmlink::Header& header, const void* payload) {
             // No memory or no thread. Half a frame may be on its way: the connection is of no more use.
             m_failed = true;
             shutdown(m_socket, SHUT_RDWR);
-            return false;
+            return ERROR_DEVICE_NOT_CONNECTED;
         }
     }
-    return true;
+    return ERROR_SUCCESS;
 }
 
 void FrameSender::KeepRest(const mpmlink::Header& header, const void* payload, size_t sent) {

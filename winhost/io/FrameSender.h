@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include <minwindef.h>
+
 #include "firmware/link/LinkProtocol.h"
 
 namespace winhost {
@@ -15,9 +17,9 @@ class FrameSender {
     explicit FrameSender(int socket) : m_socket(socket) {}
 
     // Any thread; never blocks for the peer. One system call while the peer takes what it is sent; what it
-    // does not is kept and sent by a thread of its own, which lives until Stop. False when the peer has gone,
-    // or is so far behind that no more is kept.
-    bool Send(const mpmlink::Header& header, const void* payload);
+    // does not is kept and sent by a thread of its own, which lives until Stop. 0, ERROR_DEVICE_NOT_CONNECTED
+    // when the peer has gone, or ERROR_NO_SYSTEM_RESOURCES when it is so far behind that no more is kept.
+    DWORD Send(const mpmlink::Header& header, const void* payload);
 
     // Ends the thread; the socket has to be shut down already. Nothing is sent any more.
     void Stop();

@@ -75,13 +75,14 @@ DWORD MailboxHandle::Enlist(PendingList& entry, uint32_t& id) {
 }
 
 DWORD MailboxHandle::SendOrWithdraw(const Header& header, const void* payload, uint32_t id) {
-    if (m_sender.Send(header, payload)) return ERROR_IO_PENDING;
+    const DWORD error = m_sender.Send(header, payload);
+    if (error == ERROR_SUCCESS) return ERROR_IO_PENDING;
     PendingList withdrawn;
     std::lock_guard lock(m_mutex);
     for (auto entry = m_pending.begin(); entry != m_pending.end(); ++entry) {
         if (entry->id != id) continue;
         Withdraw(entry, withdrawn);
-        return ERROR_DEVICE_NOT_CONNECTED;
+        return error;
     }
     // Its end has been told already.
     return ERROR_IO_PENDING;

@@ -23,6 +23,7 @@ TEST_F(MailboxReadTest, TheFirstReadListensAndTheNextDoNot) {
     EXPECT_EQ(Device().PendingReads(), 2u);
     Query(m_device, request);
     EXPECT_EQ(m_firmware.Receive().header.kind, Kind::Request);
+    CloseHandle(m_device);
 }
 
 TEST_F(MailboxReadTest, AMessageCompletesTheOldestRead) {
@@ -117,7 +118,11 @@ class CompletionPortTest : public MailboxReadTest {
             m_reads.back()->overlapped.hEvent = nullptr;
         }
     }
-    ~CompletionPortTest() override { CloseHandle(m_port); }
+    ~CompletionPortTest() override {
+        // First, as its reads end with it.
+        CloseHandle(m_device);
+        CloseHandle(m_port);
+    }
 
     Completion Take(DWORD milliseconds = INFINITE) {
         Completion completion;
