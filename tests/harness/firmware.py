@@ -68,13 +68,20 @@ class Firmware:
     def show(self):
         return self._ask("show")
 
-    def requests(self, name=None):
-        """What the host asked so far, decoded: dictionaries with "name", "bytes" and "fields"."""
+    def _entries(self, kind):
         if not self.record_path.exists():
             return []
         lines = self.record_path.read_text().splitlines()
         entries = [json.loads(line) for line in lines if line.endswith("}")]
-        return [entry for entry in entries if entry["kind"] == "request" and name in (None, entry["name"])]
+        return [entry for entry in entries if entry["kind"] == kind]
+
+    def requests(self, name=None):
+        """What the host asked so far, decoded: dictionaries with "name", "bytes" and "fields"."""
+        return [entry for entry in self._entries("request") if name in (None, entry["name"])]
+
+    def notes(self):
+        """What else happened, by name: "listening", "cancelled", "gone" and the like."""
+        return [entry["name"] for entry in self._entries("note")]
 
     def await_request(self, name, matches=lambda fields: True, patience=20.0):
         """The first request of this name whose fields match, waiting for it."""
