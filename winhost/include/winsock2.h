@@ -137,7 +137,9 @@ u_long WSAAPI inet_addr(const char* cp);
 // The text belongs to the calling thread and lives until its next call.
 char* WSAAPI inet_ntoa(struct in_addr in);
 
-// By another name, as POSIX has a function that differs in the type of the size alone.
+// By another name, as POSIX has a function that differs in the type of the size alone. That one is declared
+// ahead of it, so that it keeps its own.
+#include <unistd.h>
 #define gethostname WinsockGetHostName
 // The PC's name. WSAEFAULT when it has no room, WSANOTINITIALISED ahead of WSAStartup.
 int WSAAPI gethostname(char* name, int namelen);
