@@ -80,10 +80,11 @@ class WineHost:
         assert answer["error"] == 0, f"the driver does not stop: {answer}"
 
     def start_gate(self):
-        """Joins the driver to the firmware. The mailbox is present while both are there."""
+        """Joins the driver to the firmware. The mailbox is present while both are there, and when this returns if they are."""
         self.gate_log.unlink(missing_ok=True)
         self._gate = Process([WINE, windows_folder() / "mpmgate.exe", self.mailbox], self.gate_log,
                              env=self.session.environment)
+        eventually(lambda: self.gate_lines() or not self._gate.running(), "the gate to find the firmware or to miss it")
         return self
 
     def stop_gate(self):
