@@ -1,5 +1,7 @@
 #include "reporting/IPv4InfoStore.h"
 
+#include <charconv>
+
 #include "service/Log.h"
 #include "service/ZELService.h"
 
@@ -7,6 +9,20 @@ namespace {
 constexpr uint32_t kReportedPort = 623;
 constexpr uint32_t kLoopback = 0x0100007F;  // 127.0.0.1
 constexpr uint16_t kNoPeer = 0xFFFF;
+constexpr uint32_t kStaticOrigin = 3;
+constexpr uint32_t kDynamicOrigin = 4;
+
+std::string HexText(uint32_t word) {
+    char text[9];
+    return {text, std::to_chars(text, text + sizeof text, word, 16).ptr};
+}
+
+template <class Value>
+Value ValueOf(const std::map<uint32_t, Value>& values, uint32_t address) {
+    const auto found = values.find(address);
+    return found == values.end() ? Value{} : found->second;
+}
+
 }  // namespace
 
 void IPv4InfoStore::UpdateNetworkAddress([[maybe_unused]] bool wireless) {
@@ -61,4 +77,49 @@ IPCompleteInfo IPv4InfoStore::TakeForSending() {
     LogInfo("Updating IPv4 Info 0x%x", m_ipCompleteInfo.IPv4Address);
     m_lastSentIPv4 = m_ipCompleteInfo.IPv4Address;
     return m_ipCompleteInfo;
+}
+
+void IPv4InfoStore::RememberInterface(uint32_t address, uint32_t addressOrigin, uint32_t dhcpServer,
+                                      const std::string& adapterType) {
+    std::lock_guard lock(m_mutex);
+    m_addressOriginByIP[address] = addressOrigin;
+    m_dhcpServerByIP[address] = dhcpServer;
+    m_adapterTypeByIP[address] = adapterType;
+}
+
+std::string IPv4InfoStore::IPv4AddressText() const {
+    std::lock_guard lock(m_mutex);
+    return HexText(m_ipCompleteInfo.IPv4Address);
+}
+
+std::string IPv4InfoStore::SubnetText() const {
+    std::lock_guard lock(m_mutex);
+    return HexText(m_ipCompleteInfo.Subnet);
+}
+
+std::string IPv4InfoStore::GatewayText() const {
+    std::lock_guard lock(m_mutex);
+    return HexText(m_ipCompleteInfo.Gateway);
+}
+
+std::string IPv4InfoStore::DnsServerText() const {
+    std::lock_guard lock(m_mutex);
+    return HexText(m_ipCompleteInfo.DnsServer);
+}
+
+std::string IPv4InfoStore::AddressOriginText(uint32_t address) const {
+    std::lock_guard lock(m_mutex);
+    const uint32_t origin = ValueOf(m_addressOriginByIP, address);
+    if (origin == kDynamicOrigin) return "Dynamic";
+    return origin == kStaticOrigin ? "Static" : "Unknown";
+}
+
+std::string IPv4InfoStore::DHCPServerText(uint32_t address) const {
+    std::lock_guard lock(m_mutex);
+    return HexText(ValueOf(m_dhcpServerByIP, address));
+}
+
+std::string IPv4InfoStore::AdapterTypeText(uint32_t address) const {
+    std::lock_guard lock(m_mutex);
+    return ValueOf(m_adapterTypeByIP, address);
 }

@@ -5,7 +5,9 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <map>
 #include <mutex>
+#include <string>
 
 #include "mailbox/MailboxRecords.h"
 
@@ -33,8 +35,25 @@ class IPv4InfoStore {
     // A copy of the record, remembered as the one sent last.
     IPCompleteInfo TakeForSending();
 
+    // What a scan has learned of the interface with this address: 3 static or 4 from DHCP, the DHCP server,
+    // the kind of adapter. Later scans overwrite it, nothing removes it.
+    void RememberInterface(uint32_t address, uint32_t addressOrigin, uint32_t dhcpServer,
+                           const std::string& adapterType);
+
+    // Texts for the status file and the log: address words in plain hexadecimal, "0" for none.
+    std::string IPv4AddressText() const;
+    std::string SubnetText() const;
+    std::string GatewayText() const;
+    std::string DnsServerText() const;
+    std::string AddressOriginText(uint32_t address) const;  // "Dynamic", "Static" or "Unknown"
+    std::string DHCPServerText(uint32_t address) const;
+    std::string AdapterTypeText(uint32_t address) const;  // "Wired LAN", "PPP", ...; empty when not known
+
   private:
     mutable std::recursive_mutex m_mutex;
     IPCompleteInfo m_ipCompleteInfo{};
+    std::map<uint32_t, uint32_t> m_addressOriginByIP;
+    std::map<uint32_t, uint32_t> m_dhcpServerByIP;
+    std::map<uint32_t, std::string> m_adapterTypeByIP;
     uint32_t m_lastSentIPv4 = 0;
 };

@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <wininet.h>
 
+#include "reporting/OsInformation.h"
 #include "service/Log.h"
 #include "service/ZELService.h"
 
@@ -43,6 +44,7 @@ void ZELService::UpdatePlatformInfoToMPM() {
     m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
     SetZELServiceState(kStateUp);
     m_bNetworkUpdatesEnabled = 1;
+    WriteOSInfoToMPM();
     UpdateManageabilityStatus();
     if (!AwaitConnection()) return;
     if (m_bNetworkUpdatesEnabled) {
@@ -51,6 +53,7 @@ void ZELService::UpdatePlatformInfoToMPM() {
         LogInfo("Skipping network updates");
     }
     m_ipv4InfoStore.SendIPCompleteInfo();
+    m_statusFile.UpdateStatusFile();
     m_bPlatformUpdateDone = 1;
 }
 

@@ -8,12 +8,21 @@ bool ZELService::ServiceCleanup() {
     SignalStop();
     m_bMPMVersionValid = 0;
     StopPlatformUpdates();
-    if (m_bootMode == 0) StopDASHAndReadThread();
+    if (m_bootMode == 0) {
+        StopDASHAndReadThread();
+        LogInfo("Cleanup WMI Interfaces");
+        m_WMIInterfaceObj.Release();
+    }
     LogInfo("Cleanup Driver Interfaces");
     try {
         m_mailBoxDriverInterface.CloseMPMDevice();
     } catch (const std::exception& exception) {
         LogError("CloseMPMDevice failed with exception: %s", exception.what());
+    }
+    try {
+        m_statusFile.DeleteStatusFile();
+    } catch (const std::exception& exception) {
+        LogError("ZEL Tray UI cleanup failed with exception: %s", exception.what());
     }
     if (m_bRunAsConsole) SetEvent(m_ConsoleStopEvent.Get());
     return true;

@@ -30,7 +30,13 @@ std::string FolderOfExecutable() {
 
 uint32_t ZELService::DoInitialization() {
     LogInfo("Enter ZEL Initialization Block");
-    return CheckInstallationPath();
+    if (const uint32_t error = CheckInstallationPath()) return error;
+    CheckBootMode();
+    if (m_bootMode != 0) return ERROR_SUCCESS;
+    const HRESULT error = m_WMIInterfaceObj.DoInit();
+    if (error)
+        LogError("%s: m_WMIInterfaceObj.DoInit() call failed with error: %d", "DoInitialization", error);
+    return error;
 }
 
 // The service runs from the folder "bin" of its installation and from nowhere else, to the letter.
@@ -52,7 +58,25 @@ uint32_t ZELService::CheckInstallationPath() {
     return ERROR_SUCCESS;
 }
 
+void ZELService::CheckBootMode() {
+    m_bootMode = GetSystemMetrics(SM_CLEANBOOT);
+    switch (m_bootMode) {
+        case 0:
+            LogInfo("Boot mode is Regular boot");
+            break;
+        case 1:
+            LogInfo("Boot mode is Safe boot");
+            break;
+        case 2:
+            LogInfo("Boot mode is Safe boot with Networking");
+            break;
+        default:
+            LogInfo("Unknown Safe Boot mode: %d", m_bootMode.load());
+    }
+}
+
 uint32_t ZELService::DoDriverInitialization() {
+    m_statusFile.UpdateStatusFile();
     if (!OpenDeviceWithRetries()) return ERROR_SUCCESS;
     {
         std::lock_guard lock(m_threadObjectsMutex);

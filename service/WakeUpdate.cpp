@@ -41,6 +41,7 @@ void ZELService::WakeAndUpdateMPM(bool force) {
         m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
         UpdateManageabilityStatus();
         SetZELServiceState(bootMode == kSafeBoot ? 3 : 4);
+        m_statusFile.UpdateStatusFile();
         m_bWakeUpdateInProgress = 0;
     }
     if (!m_bWakeUpdateInProgress) return;

@@ -11,6 +11,7 @@ namespace {
 constexpr const char* kProgramData = "PROGRAMDATA";
 constexpr const char* kMakerFolder = "\\Tarvix";
 constexpr const char* kWorkingFolder = "\\Tarvix\\Manageability";
+constexpr const char* kStatusFile = "\\zel_json_data.txt";
 constexpr const char* kDisplayMgrLog = "\\DisplayMgr.log";
 constexpr const char* kTerminateFile = "\\terminate.txt";
 
@@ -46,6 +47,10 @@ std::string ZELService::GetMakerFolder() {
 
 std::string ZELService::GetWorkingFolder() {
     return CachedPath(kWorkingFolder, GetProgramDataFolder());
+}
+
+std::string ZELService::GetStatusFilePath() {
+    return CachedPath(kStatusFile, GetWorkingFolder());
 }
 
 std::string ZELService::GetDisplayMgrLogPath() {

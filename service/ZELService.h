@@ -19,6 +19,9 @@
 #include "mailbox/MailboxReadLoop.h"
 #include "mailbox/MailboxRecords.h"
 #include "reporting/IPv4InfoStore.h"
+#include "reporting/NetworkStateStore.h"
+#include "reporting/StatusFile.h"
+#include "reporting/WMIInterface.h"
 #include "service/DetachedThreads.h"
 #include "service/Handles.h"
 
@@ -51,7 +54,7 @@ class ZELService {
 
     // Creates the working folder and opens the log in it. False when there is no log.
     bool InitializeLogging();
-    // 0, or the exit code with which the service refuses to start.
+    // 0, or the exit code with which the service refuses to start: 3, or the HRESULT of WMI.
     uint32_t DoInitialization();
     // Waits for the mailbox device as long as it takes and brings the firmware link up. 0.
     uint32_t DoDriverInitialization();
@@ -92,6 +95,7 @@ class ZELService {
     std::string GetProgramDataFolder();
     std::string GetMakerFolder();
     std::string GetWorkingFolder();
+    std::string GetStatusFilePath();
     std::string GetDisplayMgrLogPath();
     std::string GetTerminateFilePath();
 
@@ -125,7 +129,11 @@ class ZELService {
     std::unordered_map<std::string, std::string> m_pathCache;
     IPv4InfoStore m_ipv4InfoStore;
     MailBoxDriverInterface m_mailBoxDriverInterface;
+    WMIInterface m_WMIInterfaceObj;
     DASHClientInterface m_dashClientInterface;
+    StatusFile m_statusFile;
+    NetworkStateStore m_networkStateStore;
+    std::atomic<const char*> KVMStatus{"NO"};  // "YES" while a KVM session runs
     std::atomic<uint8_t> m_bServiceStopping{0};
     std::atomic<uint8_t> m_bMPMVersionValid{0};
     std::atomic<uint32_t> m_provisionStatus{
@@ -146,6 +154,7 @@ class ZELService {
     void SignalStop();
     void JoinThreads();
     uint32_t CheckInstallationPath();
+    void CheckBootMode();
     bool OpenDeviceWithRetries();
     std::string CachedPath(const std::string& key, const std::string& root);
 };

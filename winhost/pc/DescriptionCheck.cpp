@@ -114,6 +114,12 @@ bool HasRootKey(const std::string& key) {
     return false;
 }
 
+template <class Value>
+void CheckKeys(const std::map<std::string, std::map<std::string, Value>>& keys, const std::string& place) {
+    for (const auto& [key, values] : keys)
+        Require(HasRootKey(key), place + key, "expected a key below HKEY_LOCAL_MACHINE or another root");
+}
+
 }  // namespace
 
 void CheckDescription(const PcDescription& pc) {
@@ -124,10 +130,8 @@ void CheckDescription(const PcDescription& pc) {
     Require(pc.computerName.size() <= kLongestComputerName, "computerName", "too long");
     Require(pc.timeZoneBiasMinutes >= -kLargestBias && pc.timeZoneBiasMinutes <= kLargestBias,
             "timeZoneBiasMinutes", "expected at most 840 minutes either way");
-    for (const auto& [key, values] : pc.registry) {
-        Require(HasRootKey(key), "registry." + key,
-                "expected a key below HKEY_LOCAL_MACHINE or another root");
-    }
+    CheckKeys(pc.registry, "registry.");
+    CheckKeys(pc.registryNumbers, "registryNumbers.");
     CheckSystem(pc);
     if (pc.adapters) CheckAdapters(*pc.adapters);
     for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {

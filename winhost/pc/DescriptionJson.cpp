@@ -67,6 +67,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("timeZoneName", pc.timeZoneName);
     visit("timeZoneBiasMinutes", pc.timeZoneBiasMinutes);
     visit("registry", pc.registry);
+    visit("registryNumbers", pc.registryNumbers);
     visit("adapters", pc.adapters);
     visit("dnsServers", pc.dnsServers);
     visit("connectedFlags", pc.connectedFlags);

@@ -1,11 +1,13 @@
 // The registry, as the PC's description has it: keys and values are found whatever their case, and a key
-// exists when it or one below it is described. All values are REG_SZ.
+// exists when it or one below it is described. Values are REG_SZ or REG_DWORD.
 #include <winreg.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "winhost/core/Gate.h"
@@ -60,23 +62,45 @@ std::string PathOf(HKEY key) {
     return object ? object->Path() : std::string();
 }
 
-bool Exists(const std::string& path) {
-    if (path.find('\\') == std::string::npos) return true;  // a root
-    for (const auto& [described, values] : winhost::Pc::Instance().Description().registry)
-        if (SameName(described, path) || BeginsWith(described, path + "\\")) return true;
-    return false;
+struct Value {
+    DWORD type;
+    std::string data;
+};
+
+Value AsValue(const std::string& text) {
+    return {REG_SZ, text + '\0'};
+}
+Value AsValue(uint32_t number) {
+    return {REG_DWORD, std::string(reinterpret_cast<const char*>(&number), sizeof number)};
 }
 
-bool FindValue(const std::string& path, const std::string& name, std::string& text) {
-    for (const auto& [described, values] : winhost::Pc::Instance().Description().registry) {
+template <class Keys>
+bool Describes(const Keys& keys, const std::string& path) {
+    return std::any_of(keys.begin(), keys.end(), [&](const auto& key) {
+        return SameName(key.first, path) || BeginsWith(key.first, path + "\\");
+    });
+}
+
+bool Exists(const std::string& path) {
+    if (path.find('\\') == std::string::npos) return true;  // a root
+    const winhost::PcDescription pc = winhost::Pc::Instance().Description();
+    return Describes(pc.registry, path) || Describes(pc.registryNumbers, path);
+}
+
+template <class Keys>
+std::optional<Value> FindIn(const Keys& keys, const std::string& path, const std::string& name) {
+    for (const auto& [described, values] : keys) {
         if (!SameName(described, path)) continue;
-        for (const auto& [valueName, value] : values) {
-            if (!SameName(valueName, name)) continue;
-            text = value;
-            return true;
-        }
+        for (const auto& [valueName, value] : values)
+            if (SameName(valueName, name)) return AsValue(value);
     }
-    return false;
+    return std::nullopt;
+}
+
+std::optional<Value> FindValue(const std::string& path, const std::string& name) {
+    const winhost::PcDescription pc = winhost::Pc::Instance().Description();
+    const std::optional<Value> text = FindIn(pc.registry, path, name);
+    return text ? text : FindIn(pc.registryNumbers, path, name);
 }
 
 }  // namespace
@@ -105,16 +129,16 @@ LSTATUS RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDW
     if (lpReserved || (lpData && !lpcbData)) return ERROR_INVALID_PARAMETER;
     const std::string path = PathOf(hKey);
     if (path.empty()) return ERROR_INVALID_HANDLE;
-    std::string text;
-    if (!FindValue(path, lpValueName ? lpValueName : "", text)) return ERROR_FILE_NOT_FOUND;
-    if (lpType) *lpType = REG_SZ;
+    const std::optional<Value> value = FindValue(path, lpValueName ? lpValueName : "");
+    if (!value) return ERROR_FILE_NOT_FOUND;
+    if (lpType) *lpType = value->type;
     if (!lpcbData) return ERROR_SUCCESS;
     const DWORD room = *lpcbData;
-    const DWORD needed = static_cast<DWORD>(text.size() + 1);
+    const DWORD needed = static_cast<DWORD>(value->data.size());
     *lpcbData = needed;
     if (!lpData) return ERROR_SUCCESS;
     if (room < needed) return ERROR_MORE_DATA;
-    std::memcpy(lpData, text.c_str(), needed);
+    std::memcpy(lpData, value->data.data(), needed);
     return ERROR_SUCCESS;
 }
 

@@ -1,0 +1,64 @@
+#include "reporting/OsInformation.h"
+
+#include <winsock2.h>
+#include <windows.h>
+
+#include <cstring>
+
+#include "service/Log.h"
+#include "service/Version.h"
+#include "service/WideText.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr uint16_t kReservedWord = 65535;
+
+template <size_t N>
+void CopyText(char (&field)[N], const char* text) {
+    std::strncpy(field, text, N - 1);
+}
+
+void FillDomainName(OsInfo& info) {
+    char domain[sizeof info.DomainName] = "";
+    DWORD size = sizeof domain;
+    if (GetComputerNameExA(ComputerNameDnsDomain, domain, &size)) {
+        CopyText(info.DomainName, domain);
+        LogInfo("%s: DNS domain: %s", "WriteOSInfoToMPM", domain);
+    } else {
+        CopyText(info.DomainName, "N/A");
+    }
+}
+
+const wchar_t* Architecture() {
+    SYSTEM_INFO system{};
+    GetNativeSystemInfo(&system);
+    return system.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_INTEL ? L"32-bit" : L"64-bit";
+}
+
+void LogRecord(const OsInfo& info) {
+    LogInfo("OS Name: %ls", info.OSName);
+    LogInfo("OS Other Type description: %ls", info.OtherTypeDescription);
+    LogInfo("OS Version: %ls", info.Version);
+    LogInfo("OS DomainName: %s", info.DomainName);
+    LogInfo("OS Host Name: %s", info.HostName);
+    LogInfo("OS Type: %d", info.OSType);
+    LogInfo("OS ZEL Version: %s", info.ZELVersion);
+}
+
+}  // namespace
+
+void WriteOSInfoToMPM() {
+    OsInfo info{};
+    g_pZELService->m_WMIInterfaceObj.GetOSinformation(&info);
+    // Without a name the field stays empty.
+    gethostname(info.HostName, sizeof info.HostName);
+    CopyText(info.ZELVersion, kServiceVersion);
+    FillDomainName(info);
+    const std::string name = GetOsName();
+    FillUtf16(info.OSName, std::wstring(name.begin(), name.end()));
+    FillUtf16(info.OtherTypeDescription, Architecture());
+    LogRecord(info);
+    info.OSReservedWord = kReservedWord;
+    g_pZELService->m_mailBoxDriverInterface.WriteOsInfo(&info);
+}

@@ -1,0 +1,91 @@
+#include "reporting/StatusFile.h"
+
+#include <winsock2.h>
+#include <windows.h>
+#include <json/json.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "service/FilesystemPath.h"
+#include "service/Log.h"
+#include "service/Version.h"
+#include "service/WideText.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr uint32_t kProvisioningCompleted = 2;
+constexpr uint32_t kVersionTwo = 20;
+
+std::string VorkVersionText(uint32_t version) {
+    if (version < kVersionTwo) return "VOR-K 1.0";
+    return "VOR-K " + std::to_string(version).insert(1, ".");
+}
+
+std::string NetworkText(const std::string& adapterType) {
+    return adapterType == "Wired LAN" || adapterType == "Wireless LAN" ? adapterType : "Unknown";
+}
+
+void AddFirmware(Json::Value& values, const ZELService& service) {
+    const ManageabilityStatus status = service.GetManageabilityStatus();
+    const std::string version(TextInField(status.MPMVersion));
+    const bool isKnown = !version.empty();
+    values["KVMStatus"] = isKnown ? service.KVMStatus.load() : "NO";
+    values["MPMVersion"] = isKnown ? version : "Unavailable";
+    values["ProvisionStatus"] =
+        status.ProvisionStatus == kProvisioningCompleted ? "Completed" : "Not Completed";
+    values["ServiceState"] = service.m_bMPMVersionValid ? "ON" : "OFF";
+    values["VORKversion"] = isKnown ? VorkVersionText(status.uVORKVersion) : "Unavailable";
+}
+
+void AddNetwork(Json::Value& values, const ZELService& service) {
+    // Ahead of the addresses: its lock comes before theirs.
+    const bool hasInterfaces = service.m_networkStateStore.GetCount() != 0;
+    const IPv4InfoStore& store = service.m_ipv4InfoStore;
+    const uint32_t address = store.GetCurrentIPv4();
+    values["AddressOrigin"] = store.AddressOriginText(address);
+    values["DHCPServer"] = hasInterfaces ? store.DHCPServerText(address) : "0";
+    values["IPv4Adresss"] = store.IPv4AddressText();
+    values["IPv4DnsServer"] = store.DnsServerText();
+    values["IPv4Gateway"] = store.GatewayText();
+    values["Network"] = NetworkText(store.AdapterTypeText(address));
+    values["SubnetMask"] = store.SubnetText();
+}
+
+}  // namespace
+
+void StatusFile::UpdateStatusFile() {
+    std::lock_guard lock(m_mutex);
+    if (m_bDeleted) return;
+    const std::string path = g_pZELService->GetStatusFilePath();
+    std::ofstream file(FilesystemPath(path), std::ios::trunc);
+    if (!file) {
+        LogError("Failed to create %s file.", path);
+        return;
+    }
+    Json::Value values(Json::objectValue);
+    AddFirmware(values, *g_pZELService);
+    AddNetwork(values, *g_pZELService);
+    values["ProvisionedPort"] = std::to_string(g_pZELService->dashPort);
+    values["TarvixProductVersion"] = kServiceVersion;
+    const std::string text = values.toStyledString();
+    LogDebug("JSON: %s", text);
+    file << text << '\n';
+    file.flush();
+    LogDebug("Updated ZEL data written to file.");
+}
+
+void StatusFile::DeleteStatusFile() {
+    std::lock_guard lock(m_mutex);
+    m_bDeleted = true;
+    const std::string path = g_pZELService->GetStatusFilePath();
+    if (!std::filesystem::exists(FilesystemPath(path))) {
+        LogInfo("zel_json_data file does not exist");
+    } else if (DeleteFileA(path.c_str())) {
+        LogInfo("zel_json_data file deleted successfully");
+    } else {
+        LogWarn("zel_json_data file deletion failed");
+    }
+}

@@ -1,0 +1,19 @@
+// zel_json_data.txt in the working folder: what the service knows, for whoever reads the folder.
+#pragma once
+
+#include <mutex>
+
+class StatusFile {
+  public:
+    // Writes the whole file anew. A file that can't be opened is logged and left alone, as is one that has
+    // been deleted: a report that ends behind the service's end writes nothing. Any thread.
+    void UpdateStatusFile();
+
+    // Removes the file for good; one that is absent is no error. Throws std::filesystem::filesystem_error
+    // when it can't be told whether it exists. On the stop's thread.
+    void DeleteStatusFile();
+
+  private:
+    std::recursive_mutex m_mutex;  // taken ahead of those of the stores
+    bool m_bDeleted = false;
+};
