@@ -19,6 +19,46 @@ void HandleWebuiCloseSocket(ZELService* service) {
     LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
 }
 
+// The action follows the next DASH data.
+void LatchPowerOption(HostControl& hostControl, uint8_t command) {
+    switch (command) {
+        case MPM_ZEL_CMD_HOST_SLEEP_LIGHT:
+            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_SLEEP_LIGHT", kName);
+            hostControl.SetPowerOption(kPowerSleep);
+            break;
+        case MPM_ZEL_CMD_HOST_CYCLE_SOFT:
+            LogInfo("%s: Reboot Command received: MPM_ZEL_CMD_HOST_CYCLE_SOFT", kName);
+            hostControl.SetPowerOption(kPowerReboot);
+            break;
+        case MPM_ZEL_CMD_HOST_OFF_HARD:
+            LogInfo("%s: Shutdown Command received: MPM_ZEL_CMD_HOST_OFF_HARD", kName);
+            hostControl.SetPowerOption(kPowerShutdown);
+            break;
+        case MPM_ZEL_CMD_HOST_HIBERNATE:
+            LogInfo("%s: Hibernate Command received: MPM_ZEL_CMD_HOST_HIBERNATE", kName);
+            hostControl.SetPowerOption(kPowerHibernate);
+            break;
+        case MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE:
+            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE", kName);
+            hostControl.SetPowerOption(kPowerShutdownG2S5);
+            break;
+    }
+}
+
+// The one power action that is not latched.
+void HandleRebootNondash(ZELService* service) {
+    LogInfo("%s: Reboot Command Nondash received: MPM_ZEL_CMD_REBOOT_NONDASH", kName);
+    if (!service->m_hostControl.DoSytemShutdown(kPowerReboot))
+        LogInfo("%s: DoSytemShutdown false for Reboot_Command_Nondash", kName);
+}
+
+// What was latched follows the answer that tells the console of it.
+void HandleDashData(ZELService* service, const uint8_t* payload, uint32_t length) {
+    if (length == 0) return;
+    service->m_dashClientInterface.updateDataToClient(payload, length);
+    service->m_hostControl.RunPendingPowerOption();
+}
+
 void HandleConsentRequest() {
     LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT asks for User consent entry");
     LogInfo("Setting Check for user consent");
@@ -37,7 +77,7 @@ void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer)
     LogInfo("%s: received command from driver %d, bytes read %d", kName, command, length);
     switch (command) {
         case MPM_ZEL_CMD_DASH_DATA:
-            if (length != 0) service->m_dashClientInterface.updateDataToClient(buffer, length);
+            HandleDashData(service, buffer, length);
             break;
         case MPM_ZEL_CMD_KVM_DATA:
             break;
@@ -51,22 +91,14 @@ void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer)
             LogInfo("%s: Indication event command received: MPM_ZEL_CMD_INDICATION_EVENT", kName);
             break;
         case MPM_ZEL_CMD_HOST_SLEEP_LIGHT:
-            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_SLEEP_LIGHT", kName);
-            break;
         case MPM_ZEL_CMD_HOST_CYCLE_SOFT:
-            LogInfo("%s: Reboot Command received: MPM_ZEL_CMD_HOST_CYCLE_SOFT", kName);
-            break;
         case MPM_ZEL_CMD_HOST_OFF_HARD:
-            LogInfo("%s: Shutdown Command received: MPM_ZEL_CMD_HOST_OFF_HARD", kName);
-            break;
         case MPM_ZEL_CMD_HOST_HIBERNATE:
-            LogInfo("%s: Hibernate Command received: MPM_ZEL_CMD_HOST_HIBERNATE", kName);
-            break;
         case MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE:
-            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE", kName);
+            LatchPowerOption(service->m_hostControl, command);
             break;
         case MPM_ZEL_CMD_REBOOT_NONDASH:
-            LogInfo("%s: Reboot Command Nondash received: MPM_ZEL_CMD_REBOOT_NONDASH", kName);
+            HandleRebootNondash(service);
             break;
         case MPM_ZEL_CMD_VNC_SOC_CLOSE:
             LogInfo("MPM_ZEL_CMD_VNC_SOC_CLOSE received");

@@ -15,6 +15,7 @@
 
 #include "dash/DASHClientInterface.h"
 #include "dash/SocketServers.h"
+#include "hostcontrol/HostControl.h"
 #include "mailbox/MailBoxDriverInterface.h"
 #include "mailbox/MailboxReadLoop.h"
 #include "mailbox/MailboxRecords.h"
@@ -131,6 +132,7 @@ class ZELService {
     MailBoxDriverInterface m_mailBoxDriverInterface;
     WMIInterface m_WMIInterfaceObj;
     DASHClientInterface m_dashClientInterface;
+    HostControl m_hostControl;
     StatusFile m_statusFile;
     NetworkStateStore m_networkStateStore;
     std::atomic<const char*> KVMStatus{"NO"};  // "YES" while a KVM session runs
