@@ -1,0 +1,42 @@
+// The tables of the IP helper as lists.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <iphlpapi.h>
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+template <class Table, class Row>
+std::vector<Row> RowsOf(DWORD (*call)(Table*, PULONG, BOOL), BOOL ordered) {
+    ULONG size = 0;
+    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, call(nullptr, &size, ordered));
+    std::vector<std::byte> buffer(size);
+    auto* table = reinterpret_cast<Table*>(buffer.data());
+    EXPECT_EQ(DWORD{NO_ERROR}, call(table, &size, ordered));
+    const Row* rows = &table->table[0];
+    return {rows, rows + table->dwNumEntries};
+}
+
+inline std::vector<MIB_IPADDRROW> AddressRows(BOOL ordered = FALSE) {
+    return RowsOf<MIB_IPADDRTABLE, MIB_IPADDRROW>(GetIpAddrTable, ordered);
+}
+
+inline std::vector<MIB_IFROW> InterfaceRows(BOOL ordered = FALSE) {
+    return RowsOf<MIB_IFTABLE, MIB_IFROW>(GetIfTable, ordered);
+}
+
+inline std::string DescriptionOf(const MIB_IFROW& row) {
+    return {reinterpret_cast<const char*>(row.bDescr), row.dwDescrLen};
+}
+
+inline std::string Dotted(DWORD address) {
+    const auto* octets = reinterpret_cast<const unsigned char*>(&address);
+    char text[16];
+    std::snprintf(text, sizeof text, "%u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
+    return text;
+}
