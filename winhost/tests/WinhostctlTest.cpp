@@ -1,0 +1,110 @@
+// winhostctl as a person types it. The program lies beside this one.
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/tests/PcFixture.h"
+
+namespace {
+
+struct Outcome {
+    std::string output;  // of both streams
+    int exitCode;
+};
+
+class Winhostctl : public PcFixture {
+  protected:
+    Winhostctl() {
+        StartPc([this](winhost::PcDescription& pc) { pc.controlSocket = Path(); });
+    }
+    ~Winhostctl() override {
+        StartPc([](winhost::PcDescription&) {});
+    }
+    std::string Path() const { return (m_root / "control.sock").string(); }
+
+    static Outcome RunOn(const std::string& socket, const std::string& words) {
+        const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "winhostctl";
+        const std::string command = program.string() + " " + socket + " " + words + " 2>&1 </dev/null";
+        Outcome outcome;
+        FILE* pipe = popen(command.c_str(), "r");
+        std::array<char, 4096> block;
+        for (size_t size; (size = fread(block.data(), 1, block.size(), pipe)) > 0;)
+            outcome.output.append(block.data(), size);
+        outcome.exitCode = WEXITSTATUS(pclose(pipe));
+        return outcome;
+    }
+    Outcome Run(const std::string& words) const { return RunOn(Path(), words); }
+};
+
+TEST_F(Winhostctl, PrintsOneFactALine) {
+    const Outcome status = Run("status");
+    EXPECT_EQ(0, status.exitCode) << status.output;
+    EXPECT_NE(std::string::npos, status.output.find("state: 0\nstateName: none\n")) << status.output;
+}
+
+TEST_F(Winhostctl, PrintsOneEntryALine) {
+    winhost::Pc::Instance().Record(winhost::EventLogEntry{"First", 1, 7, {"a", "b"}});
+    winhost::Pc::Instance().Record(winhost::EventLogEntry{"Second", 4, 8, {}});
+    EXPECT_EQ(
+        "eventId 7, source First, strings [\"a\",\"b\"], type 1\neventId 8, source Second, strings [], type "
+        "4\n",
+        Run("event-log").output);
+}
+
+TEST_F(Winhostctl, PrintsJsonWhenAsked) {
+    EXPECT_EQ("[]\n", Run("reports --json").output);
+    EXPECT_EQ("[]\n", Run("--json reports").output);
+}
+
+TEST_F(Winhostctl, AnErrorAnswerIsPrintedAndEndsWithOne) {
+    const Outcome stop = Run("control stop");
+    EXPECT_EQ(1, stop.exitCode);
+    EXPECT_EQ("winhostctl: error 1062: no service runs\n", stop.output);
+}
+
+TEST_F(Winhostctl, NobodyAtTheSocketEndsWithOne) {
+    const Outcome status = RunOn("/nowhere/control.sock", "status");
+    EXPECT_EQ(1, status.exitCode);
+    EXPECT_EQ("winhostctl: /nowhere/control.sock: No such file or directory\n", status.output);
+}
+
+TEST_F(Winhostctl, WrongWordsAreRefused) {
+    EXPECT_NE(0, Run("").exitCode);
+    EXPECT_NE(0, Run("fly").exitCode);
+    EXPECT_NE(0, Run("clock advance").exitCode);
+    EXPECT_NE(0, Run("clock advance soon").exitCode);
+    EXPECT_NE(0, Run("change '{'").exitCode);
+}
+
+TEST_F(Winhostctl, MovesTheClock) {
+    ASSERT_EQ(0, Run("clock manual").exitCode);
+    const auto before = winhost::Clock::Instance().Steady();
+    const auto wallBefore = winhost::Clock::Instance().FileTime();
+    EXPECT_EQ(0, Run("clock advance 5000").exitCode);
+    EXPECT_EQ(std::chrono::seconds(5), winhost::Clock::Instance().Steady() - before);
+    EXPECT_EQ(0, Run("clock wall-offset -3600000").exitCode);
+    EXPECT_LT(winhost::Clock::Instance().FileTime(), wallBefore);
+    EXPECT_EQ(0, Run("clock running").exitCode);
+}
+
+TEST_F(Winhostctl, ChangesThePc) {
+    EXPECT_EQ(0, Run(R"(change '{"connectedFlags": 0, "computerName": "LAB-7"}')").exitCode);
+    EXPECT_EQ("LAB-7", winhost::Pc::Instance().Description().computerName);
+    const Outcome refused = Run(R"(change '{"computerNam": "x"}')");
+    EXPECT_EQ(1, refused.exitCode);
+    EXPECT_EQ("winhostctl: computerNam: unknown key\n", refused.output);
+}
+
+TEST_F(Winhostctl, ArmsTheGate) {
+    EXPECT_EQ(0, Run("gate fail RegCloseKey 2 5 --for-ever").exitCode);
+    EXPECT_EQ(0, Run("gate delay RegCloseKey 0").exitCode);
+    EXPECT_EQ("calls: 0\nfailures: 0\n", Run("gate count RegCloseKey").output);
+    EXPECT_EQ(0, Run("gate reset").exitCode);
+}
+
+}  // namespace
