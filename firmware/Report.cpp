@@ -29,6 +29,13 @@ Json::Value Start(const char* kind, const std::string& name, std::chrono::system
     return object;
 }
 
+// A note may quote a client, who must not get to write to the terminal.
+std::string Printable(std::string text) {
+    for (char& c : text)
+        if (c < ' ' || c > '~') c = '?';
+    return text;
+}
+
 std::string FieldTexts(const Json::Value& fields) {
     std::string text;
     for (const std::string& name : fields.getMemberNames())
@@ -84,7 +91,7 @@ std::string LineOf(const Json::Value& event) {
         line += " " + event["bytes"].asString() + (event["bytes"].asUInt64() == 1 ? " byte" : " bytes");
         line += FieldTexts(event["fields"]);
     }
-    if (event.isMember("text")) line += ": " + event["text"].asString();
+    if (event.isMember("text")) line += ": " + Printable(event["text"].asString());
     if (event.isMember("fault")) line += " FAULT: " + event["fault"].asString();
     return line;
 }
