@@ -112,10 +112,27 @@ class Session:
         return found
 
 
+# Wine's own services that a session needs: devices, and the network's tables.
+WINE_SERVICES = ("PlugPlay", "MountMgr", "nsiproxy", "winebus")
+
+
+def install_wine(session):
+    """Fills an empty prefix. On a busy machine Wine at times ends its installation early and says nothing; it completes
+    it when it is asked again."""
+    session.run("wineboot", "-i", patience=300)
+    for _ in range(3):
+        session.shut_down()
+        registry = (session.prefix / "system.reg").read_text(errors="replace")
+        if all(f"CurrentControlSet\\\\Services\\\\{service}]" in registry for service in WINE_SERVICES):
+            return
+        session.run("wineboot", "-u", patience=300)
+    raise OSError("Wine does not install itself completely; its own services are missing")
+
+
 def prepare():
     """The folder of a prefix that has all that a session needs in its registry; made on first use."""
     version = subprocess.run([WINE, "--version"], capture_output=True, text=True, check=True).stdout
-    key = hashlib.sha256((version + registry_text() + "win10").encode()).hexdigest()[:12]
+    key = hashlib.sha256(version.encode() + pathlib.Path(__file__).read_bytes()).hexdigest()[:12]
     ready = PREPARED / key
     if ready.exists():
         return ready
@@ -123,13 +140,12 @@ def prepare():
     making.mkdir(parents=True)
     session = Session(making)
     try:
-        session.run("wineboot", "-i", patience=180)
+        install_wine(session)
         session.run("winecfg", "-v", "win10")
         settings = making / "settings.reg"
         settings.write_text(registry_text())
         assert session.run("regedit", "/S", f"Z:{settings}") == 0, "the registry of the Wine prefix could not be filled"
-        session.server("-k")
-        session.server("-w")
+        session.shut_down()
         try:
             making.rename(ready)
         except OSError:

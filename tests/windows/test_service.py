@@ -84,6 +84,7 @@ def test_a_driver_that_comes_later_is_found(stage):
     stage.host.await_log("OpenMPMDevice() call failed with error: 487")
     stage.start_firmware()
     stage.firmware.await_request("WriteZELStatus", lambda fields: fields["state"] == 1)
+    stage.host.await_log("Calling HTTPS Socket Accept")
     assert stage.host.stop_service() == 0
 
 
