@@ -139,7 +139,7 @@ def play(story, firmware, host, stay):
 
 def stay_up(story, console, host, firmware):
     story.tell("demo", f"all is up; the DASH port is {console.url}")
-    story.tell("demo", f"try:  curl --insecure -H 'Content-Type: application/soap+xml' -d @identify.xml {console.url}")
+    story.tell("demo", f"try:  {host.entry}curl --insecure -H 'Content-Type: application/soap+xml' -d @identify.xml {console.url}")
     story.tell("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends it")
     ended = threading.Event()
     signal.signal(signal.SIGINT, lambda *_: ended.set())

@@ -22,6 +22,7 @@ class NativeHost:
     """A PC on which the service is installed. `changes` go over its description (docs/pc-description.md)."""
 
     name = "native"
+    entry = ""  # what stands ahead of a command that reaches this PC from a shell
 
     def __init__(self, workdir, mailbox, **changes):
         self.workdir = pathlib.Path(workdir)

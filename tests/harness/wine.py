@@ -8,7 +8,7 @@ import os
 import pathlib
 import shutil
 
-from .namespace import enter_namespace
+from .namespace import enter_namespace, entry_command
 from .prefix import DRIVER, INSTALLATION, INSTALLATION_KEY, SERVICE, WINE, LineProgram, Session, copy_prefix, prepare
 from .processes import REPOSITORY, Process
 from .waiting import eventually
@@ -45,6 +45,11 @@ class WineHost:
 
     def __exit__(self, *_):
         self.close()
+
+    @property
+    def entry(self):
+        """What stands ahead of a command that reaches this PC from a shell."""
+        return entry_command() + " "
 
     # --- the PC ---
 
