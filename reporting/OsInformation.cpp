@@ -3,7 +3,7 @@
 #include <winsock2.h>
 #include <windows.h>
 
-#include <cstring>
+#include <string_view>
 
 #include "service/Log.h"
 #include "service/Version.h"
@@ -14,9 +14,10 @@ namespace {
 
 constexpr uint16_t kReservedWord = 65535;
 
+// The field is zero.
 template <size_t N>
-void CopyText(char (&field)[N], const char* text) {
-    std::strncpy(field, text, N - 1);
+void CopyText(char (&field)[N], std::string_view text) {
+    text.copy(field, N - 1);
 }
 
 void FillDomainName(OsInfo& info) {
