@@ -44,15 +44,12 @@ Processor::Processor(EventLoop& loop, RequestLog& log, Settings settings)
                         },
                     .listening = [this](bool listening) { Listening(listening); },
                     .complaint = [this](const std::string& why) { Note("fault", why); },
-                    .drained =
-                        [this] {
-                            for (const LinkRequest& request : std::exchange(m_paced, {}))
-                                m_link.Answer(request, 0, {});
-                        }}) {}
+                    .drained = [this] { AnswerPaced(); }}) {}
 
 Processor::~Processor() {
     m_observer = nullptr;
     m_takeDash = nullptr;
+    m_link.Close();  // while what its events touch is still there
 }
 
 void Processor::Listen(const std::string& address) {
@@ -63,7 +60,6 @@ void Processor::Vanish() {
     m_link.Close();
     Retire(m_dash);
     Retire(m_kvm);
-    m_paced.clear();
     m_hostUp = false;
     Note("vanished");
 }
@@ -219,6 +215,11 @@ void Processor::Retire(std::unique_ptr<StreamPeer>& peer) {
     m_loop.After({}, [this] { m_retired.clear(); });
 }
 
+void Processor::AnswerPaced() {
+    for (const LinkRequest& request : std::exchange(m_paced, {}))
+        m_link.Answer(request, 0, {});
+}
+
 void Processor::Learn(const Operation& operation, std::span<const uint8_t> input) {
     if (operation.fields.empty()) return;
     // Of an encoded frame the head is enough.
@@ -287,7 +288,12 @@ void Processor::Listening(bool listening) {
         m_listening = listening;
     }
     m_listeningChanged.notify_all();
-    if (!listening) m_paced.clear();
+    if (!listening) {
+        // No connection outlives the host that forwards it.
+        AnswerPaced();
+        Retire(m_dash);
+        Retire(m_kvm);
+    }
     Note(listening ? "listening" : "gone");
 }
 

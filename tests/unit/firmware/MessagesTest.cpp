@@ -139,21 +139,37 @@ TEST_F(MessagesTest, ComeBackUnchangedInEchoMode) {
     EXPECT_EQ(PayloadOf(m_host->AwaitMessage(), 9), "kvm");
 }
 
-TEST_F(MessagesTest, HoldTheSenderBackInEchoModeUntilTheHostReads) {
-    m_firmware.Change([](Settings& settings) { settings.Dash = Peer::Echo; });
-    Listen();
-    LinkHost requests(m_firmware.Address());
-    const std::string block(kMaxMessagePayload, 'e');
-    size_t sent = 0;
-    uint32_t pending = 0;
-    for (; pending == 0 && sent < 1000; ++sent) {
-        const uint32_t id = requests.Post(MailboxCode::WriteDASHPacket, block);
-        if (!requests.AwaitResponse(id, kSoon)) pending = id;
+class EchoPaceTest : public MessagesTest {
+  protected:
+    EchoPaceTest() {
+        m_firmware.Change([](Settings& settings) { settings.Dash = Peer::Echo; });
+        Listen();
     }
-    ASSERT_NE(pending, 0u);
-    for (size_t i = 0; i < sent; ++i)
-        EXPECT_EQ(PayloadOf(m_host->AwaitMessage(), 8).size(), block.size());
-    EXPECT_TRUE(requests.AwaitResponse(pending));
+    // Sends packets until one is not answered, and returns its id.
+    uint32_t SendUntilHeldBack() {
+        for (; m_sent < 1000; ++m_sent) {
+            const uint32_t id = m_requests.Post(MailboxCode::WriteDASHPacket, m_block);
+            if (!m_requests.AwaitResponse(id, kSoon)) return ++m_sent, id;
+        }
+        ADD_FAILURE() << "never held back";
+        return 0;
+    }
+    LinkHost m_requests{m_firmware.Address()};
+    const std::string m_block = std::string(kMaxMessagePayload, 'e');
+    size_t m_sent = 0;
+};
+
+TEST_F(EchoPaceTest, HoldsTheSenderBackUntilTheHostReads) {
+    const uint32_t held = SendUntilHeldBack();
+    for (size_t i = 0; i < m_sent; ++i)
+        EXPECT_EQ(PayloadOf(m_host->AwaitMessage(), 8), m_block);
+    EXPECT_TRUE(m_requests.AwaitResponse(held));
+}
+
+TEST_F(EchoPaceTest, HoldsNobodyBackForAReaderThatHasGone) {
+    const uint32_t held = SendUntilHeldBack();
+    m_host->Close();
+    EXPECT_TRUE(m_requests.AwaitResponse(held));
 }
 
 TEST_F(MessagesTest, WorkOverTcpToo) {

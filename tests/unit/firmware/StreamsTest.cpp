@@ -170,6 +170,14 @@ TEST_F(BridgeTest, EndsTheConnectionWhenNoServerIsThere) {
     EXPECT_EQ(PayloadOf(m_host.AwaitMessage(), MPM_ZEL_CMD_VNC_SOC_CLOSE), "");
 }
 
+TEST_F(BridgeTest, LeavesTheServerWhenTheHostGoes) {
+    m_host.Ask(MailboxCode::WriteKVMPacket, "one");
+    m_server.Accept();
+    EXPECT_EQ(m_server.Read(3), "one");
+    m_host.Close();
+    EXPECT_EQ(m_server.Read(1), "");
+}
+
 TEST_F(BridgeTest, ReachesTheServerAnewForEachConnection) {
     m_host.Ask(MailboxCode::WriteKVMPacket, "one");
     m_server.Accept();
