@@ -84,6 +84,45 @@ TEST(Description, ValuesThatNoPcCanHaveAreRefused) {
               Refusal(R"({"registry": {"SOFTWARE\\X": {}}})"));
 }
 
+TEST(Description, WhatIsLeftToThisMachineSaysSo) {
+    for (const char* text :
+         {"{}", R"({"adapters": "real", "dnsServers": "real", "connectedFlags": "real"})"}) {
+        const auto pc = winhost::DescriptionFromJson(Parse(text));
+        EXPECT_FALSE(pc.adapters || pc.dnsServers || pc.connectedFlags) << text;
+        EXPECT_EQ("real", winhost::DescriptionToJson(pc)["adapters"].asString());
+    }
+    const auto none = winhost::DescriptionFromJson(Parse(R"({"adapters": [], "connectedFlags": 0})"));
+    EXPECT_TRUE(none.adapters && none.adapters->empty());
+    EXPECT_EQ(0u, none.connectedFlags);
+    EXPECT_EQ("adapters: expected a list", Refusal(R"({"adapters": "all"})"));
+}
+
+TEST(Description, AnAdapterMayHaveFurtherAddresses) {
+    const auto pc = winhost::DescriptionFromJson(Parse(R"({"adapters": [{"name": "{A}", "address": "10.0.0.2",
+        "moreAddresses": [{"address": "10.0.0.3", "mask": "255.0.0.0", "dhcp": true}]}]})"));
+    ASSERT_EQ(1u, pc.adapters->front().moreAddresses.size());
+    EXPECT_TRUE(pc.adapters->front().moreAddresses[0].dhcp);
+    EXPECT_EQ("adapters[0].moreAddresses[0].mask: \"\" is not an IPv4 address",
+              Refusal(R"({"adapters": [{"name": "{A}", "moreAddresses": [{"address": "10.0.0.3"}]}]})"));
+    EXPECT_EQ("adapters[1].index: another adapter has it",
+              Refusal(R"({"adapters": [{"name": "{A}", "index": 3}, {"name": "{B}", "index": 3}]})"));
+}
+
+TEST(Description, TheSystemIsOneThatCanBe) {
+    for (const char* version : {"10.0", "10.0.19045.1", "ten", "", "10.0.", "-1.0.0"}) {
+        EXPECT_EQ("osVersion: \"" + std::string(version) + "\" is not <major>.<minor>.<build>",
+                  Refusal("{\"osVersion\": \"" + std::string(version) + "\"}"));
+    }
+    EXPECT_EQ("wmiConnectError: expected 0 or an HRESULT of a failure", Refusal(R"({"wmiConnectError": 1})"));
+    EXPECT_EQ("privileges[0]: \"SeFlyPrivilege\" is not a privilege",
+              Refusal(R"({"privileges": ["SeFlyPrivilege"]})"));
+    EXPECT_EQ("wlanInterfaces[0].guid: \"{A}\" is not a GUID",
+              Refusal(R"({"wlanInterfaces": [{"guid": "{A}"}]})"));
+    EXPECT_EQ(
+        "wlanInterfaces[0].state: expected 0 to 7",
+        Refusal(R"({"wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "state": 8}]})"));
+}
+
 TEST(Description, WhatIsWrittenReadsBackTheSame) {
     const Json::Value before = Parse(R"({"computerName": "LAB-7", "ports": {"22": 2222}, "cleanBoot": 1,
         "adapters": [{"name": "{A}", "index": 4, "address": "10.0.0.2", "dhcp": false}]})");

@@ -51,8 +51,12 @@ std::string WhyNoOwnNetwork() {
 void RunInOwnNetwork(const std::function<void()>& body) {
     EXPECT_TRUE(EnterOwnNetwork());
     if (!testing::Test::HasFailure()) body();
-    // What failed is told on standard output, of which a death test shows nothing.
-    std::fflush(nullptr);
+    // The parent shows what stands on the error stream.
+    const testing::TestResult& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+    for (int i = 0; i < result.total_part_count(); ++i) {
+        const testing::TestPartResult& part = result.GetTestPartResult(i);
+        if (part.failed()) std::fprintf(stderr, "line %d: %s\n", part.line_number(), part.message());
+    }
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 

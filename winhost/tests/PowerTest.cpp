@@ -1,0 +1,168 @@
+// Privileges, and what they allow: shutting down and sleeping.
+#include <powrprof.h>
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/HandleTable.h"
+#include "winhost/tests/PcFixture.h"
+
+namespace {
+
+static_assert(sizeof(SYSTEM_POWER_CAPABILITIES) == 76 && offsetof(SYSTEM_POWER_CAPABILITIES, AoAc) == 20);
+static_assert(sizeof(TOKEN_PRIVILEGES) == 16);
+
+constexpr DWORD kPlanned = SHTDN_REASON_FLAG_PLANNED;
+
+class Power : public PcFixture {
+  protected:
+    static HANDLE OpenToken(DWORD access = TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY) {
+        HANDLE token = nullptr;
+        EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), access, &token));
+        return token;
+    }
+    static TOKEN_PRIVILEGES Shutdown(DWORD attributes) {
+        TOKEN_PRIVILEGES privileges{};
+        privileges.PrivilegeCount = 1;
+        EXPECT_TRUE(LookupPrivilegeValueA(nullptr, SE_SHUTDOWN_NAME, &privileges.Privileges[0].Luid));
+        privileges.Privileges[0].Attributes = attributes;
+        return privileges;
+    }
+    // The error that the call leaves behind.
+    static DWORD Adjust(DWORD attributes) {
+        const HANDLE token = OpenToken();
+        TOKEN_PRIVILEGES privileges = Shutdown(attributes);
+        EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+        const DWORD error = GetLastError();
+        EXPECT_TRUE(CloseHandle(token));
+        return error;
+    }
+    static std::vector<std::string> Actions() {
+        std::vector<std::string> actions;
+        for (const auto& action : winhost::Pc::Instance().PowerActions())
+            actions.push_back(action.action + ": " + action.call);
+        return actions;
+    }
+};
+
+using Strings = std::vector<std::string>;
+
+TEST_F(Power, NothingGoesWithoutThePrivilege) {
+    EXPECT_FALSE(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, FALSE, kPlanned));
+    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, GetLastError());
+    SetLastError(0);
+    EXPECT_FALSE(ExitWindowsEx(EWX_SHUTDOWN | EWX_FORCE, kPlanned));
+    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, GetLastError());
+    SetLastError(0);
+    EXPECT_FALSE(SetSuspendState(TRUE, TRUE, FALSE));
+    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, GetLastError());
+    EXPECT_TRUE(Actions().empty());
+}
+
+TEST_F(Power, WhatWasAskedForIsRecordedWithItsArguments) {
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Adjust(SE_PRIVILEGE_ENABLED));
+    EXPECT_TRUE(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, FALSE, kPlanned));
+    char message[] = "Updates";
+    EXPECT_TRUE(InitiateSystemShutdownExA(nullptr, message, 30, TRUE, TRUE, kPlanned));
+    EXPECT_TRUE(ExitWindowsEx(EWX_SHUTDOWN | EWX_FORCE, kPlanned));
+    EXPECT_TRUE(SetSuspendState(TRUE, TRUE, FALSE));
+    EXPECT_TRUE(SetSuspendState(FALSE, TRUE, FALSE));
+    EXPECT_EQ((Strings{"shutdown: InitiateSystemShutdownExA(null, null, 0, 1, 0, 0x80000000)",
+                       "reboot: InitiateSystemShutdownExA(null, \"Updates\", 30, 1, 1, 0x80000000)",
+                       "shutdown: ExitWindowsEx(5, 0x80000000)", "hibernate: SetSuspendState(1, 1, 0)",
+                       "sleep: SetSuspendState(0, 1, 0)"}),
+              Actions());
+}
+
+TEST_F(Power, APrivilegeStaysEnabledUntilItIsDisabled) {
+    Adjust(SE_PRIVILEGE_ENABLED);
+    EXPECT_TRUE(ExitWindowsEx(EWX_POWEROFF, 0)) << "the token's handle is closed by now";
+    Adjust(0);
+    EXPECT_FALSE(ExitWindowsEx(EWX_POWEROFF, 0));
+    Adjust(SE_PRIVILEGE_ENABLED);
+    const HANDLE token = OpenToken();
+    EXPECT_TRUE(AdjustTokenPrivileges(token, TRUE, nullptr, 0, nullptr, nullptr));
+    EXPECT_FALSE(ExitWindowsEx(EWX_POWEROFF, 0));
+    CloseHandle(token);
+}
+
+TEST_F(Power, APrivilegeThatTheTokenLacksIsToldBesideSuccess) {
+    StartPc([](auto& pc) { pc.privileges.clear(); });
+    EXPECT_EQ(DWORD{ERROR_NOT_ALL_ASSIGNED}, Adjust(SE_PRIVILEGE_ENABLED));
+    EXPECT_FALSE(ExitWindowsEx(EWX_SHUTDOWN, 0));
+}
+
+TEST_F(Power, ATokenAllowsWhatItWasOpenedFor) {
+    TOKEN_PRIVILEGES privileges = Shutdown(SE_PRIVILEGE_ENABLED);
+    const HANDLE token = OpenToken(TOKEN_QUERY);
+    EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_TRUE(CloseHandle(token));
+    EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    HANDLE none = nullptr;
+    EXPECT_FALSE(OpenProcessToken(nullptr, TOKEN_QUERY, &none));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+}
+
+TEST_F(Power, PrivilegesGoByTheirNames) {
+    LUID luid{};
+    EXPECT_TRUE(LookupPrivilegeValueA(nullptr, "SESHUTDOWNPRIVILEGE", &luid));
+    EXPECT_EQ(19u, luid.LowPart);
+    EXPECT_FALSE(LookupPrivilegeValueA(nullptr, "SeFlyPrivilege", &luid));
+    EXPECT_EQ(DWORD{ERROR_NO_SUCH_PRIVILEGE}, GetLastError());
+    EXPECT_FALSE(LookupPrivilegeValueA("OTHER-PC", SE_SHUTDOWN_NAME, &luid));
+    EXPECT_EQ(DWORD{RPC_S_SERVER_UNAVAILABLE}, GetLastError());
+}
+
+TEST_F(Power, ASleepThatThePcHasNotFails) {
+    StartPc([](auto& pc) { pc.sleepS3 = pc.hibernation = false; });
+    Adjust(SE_PRIVILEGE_ENABLED);
+    for (const BOOLEAN hibernate : {BOOLEAN{TRUE}, BOOLEAN{FALSE}}) {
+        SetLastError(0);
+        EXPECT_FALSE(SetSuspendState(hibernate, TRUE, FALSE));
+        EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    }
+    EXPECT_TRUE(Actions().empty());
+}
+
+TEST_F(Power, OtherMachinesAndLogoffsAreRefused) {
+    Adjust(SE_PRIVILEGE_ENABLED);
+    char other[] = "OTHER-PC";
+    EXPECT_FALSE(InitiateSystemShutdownExA(other, nullptr, 0, TRUE, FALSE, kPlanned));
+    EXPECT_EQ(DWORD{ERROR_BAD_NETPATH}, GetLastError());
+    EXPECT_FALSE(ExitWindowsEx(EWX_LOGOFF, kPlanned));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_FALSE(ExitWindowsEx(0x800, kPlanned));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+}
+
+TEST_F(Power, CapabilitiesAreThoseOfThePc) {
+    StartPc([](auto& pc) {
+        pc.modernStandby = true;
+        pc.sleepS3 = false;
+    });
+    SYSTEM_POWER_CAPABILITIES capabilities;
+    ASSERT_TRUE(GetPwrCapabilities(&capabilities));
+    EXPECT_TRUE(capabilities.AoAc);
+    EXPECT_EQ(capabilities.AoAc, capabilities.spare2[2]) << "where older headers have no name for it";
+    EXPECT_FALSE(capabilities.SystemS3);
+    EXPECT_TRUE(capabilities.SystemS4);
+    EXPECT_TRUE(capabilities.HiberFilePresent);
+    EXPECT_FALSE(GetPwrCapabilities(nullptr));
+    winhost::Gate::Instance().FailNth("GetPwrCapabilities", 1, ERROR_GEN_FAILURE);
+    EXPECT_FALSE(GetPwrCapabilities(&capabilities));
+    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, GetLastError());
+}
+
+TEST_F(Power, AFreshPcHasForgottenActionsAndPrivileges) {
+    Adjust(SE_PRIVILEGE_ENABLED);
+    EXPECT_TRUE(ExitWindowsEx(EWX_REBOOT, 0));
+    StartPc([](auto&) {});
+    EXPECT_TRUE(Actions().empty());
+    EXPECT_FALSE(ExitWindowsEx(EWX_REBOOT, 0));
+}
+
+}  // namespace

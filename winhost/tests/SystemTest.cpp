@@ -1,0 +1,144 @@
+// The system's version, the machine, its names and its texts.
+#include <winsock2.h>
+
+#include <windows.h>
+
+#include <cstring>
+#include <string>
+
+#include "winhost/core/Gate.h"
+#include "winhost/tests/PcFixture.h"
+
+namespace {
+
+static_assert(sizeof(OSVERSIONINFOW) == 20 + 128 * sizeof(WCHAR));
+
+using GetVersion = LONG(WINAPI*)(PRTL_OSVERSIONINFOW);
+
+using SystemTest = PcFixture;
+
+GetVersion FindVersionCall() {
+    const FARPROC found = GetProcAddress(GetModuleHandleA("ntdll.dll"), "RtlGetVersion");
+    EXPECT_NE(nullptr, found);
+    return reinterpret_cast<GetVersion>(reinterpret_cast<void (*)()>(found));
+}
+
+TEST_F(SystemTest, TheVersionIsThePcs) {
+    StartPc([](auto& pc) { pc.osVersion = "10.0.22631"; });
+    OSVERSIONINFOW version;
+    std::memset(&version, 0xFF, sizeof version);
+    version.dwOSVersionInfoSize = sizeof version;
+    ASSERT_EQ(0, FindVersionCall()(&version));
+    EXPECT_EQ(10u, version.dwMajorVersion);
+    EXPECT_EQ(0u, version.dwMinorVersion);
+    EXPECT_EQ(22631u, version.dwBuildNumber);
+    EXPECT_EQ(DWORD{VER_PLATFORM_WIN32_NT}, version.dwPlatformId);
+    EXPECT_EQ(L'\0', version.szCSDVersion[0]);
+}
+
+TEST_F(SystemTest, TheVersionCallCanFail) {
+    winhost::Gate::Instance().FailNth("RtlGetVersion", 1, 0xC0000001);
+    OSVERSIONINFOW version{};
+    EXPECT_EQ(static_cast<LONG>(0xC0000001), FindVersionCall()(&version));
+}
+
+TEST_F(SystemTest, ModulesAndTheirFunctionsGoByTheirNames) {
+    EXPECT_EQ(GetModuleHandleA("NTDLL"), GetModuleHandleA("ntdll.dll"));
+    EXPECT_NE(nullptr, GetModuleHandleA(nullptr));
+    EXPECT_EQ(nullptr, GetModuleHandleA("nosuch.dll"));
+    EXPECT_EQ(DWORD{ERROR_MOD_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(nullptr, GetProcAddress(GetModuleHandleA("ntdll.dll"), "rtlgetversion")) << "case matters";
+    EXPECT_EQ(DWORD{ERROR_PROC_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(nullptr, GetProcAddress(GetModuleHandleA(nullptr), "RtlGetVersion"));
+    EXPECT_EQ(nullptr, GetProcAddress(nullptr, "RtlGetVersion"));
+    EXPECT_EQ(DWORD{ERROR_MOD_NOT_FOUND}, GetLastError());
+}
+
+TEST_F(SystemTest, TheArchitectureIsThePcs) {
+    for (const WORD architecture : {WORD{PROCESSOR_ARCHITECTURE_INTEL}, WORD{PROCESSOR_ARCHITECTURE_ARM64}}) {
+        StartPc([&](auto& pc) { pc.processorArchitecture = architecture; });
+        SYSTEM_INFO info;
+        GetNativeSystemInfo(&info);
+        EXPECT_EQ(architecture, info.wProcessorArchitecture);
+        EXPECT_GE(info.dwNumberOfProcessors, 1u);
+    }
+}
+
+TEST_F(SystemTest, TheDomainIsThePcs) {
+    StartPc([](auto& pc) { pc.dnsDomain = "lab.example"; });
+    char name[12];
+    DWORD size = sizeof name;
+    ASSERT_TRUE(GetComputerNameExA(ComputerNameDnsDomain, name, &size));
+    EXPECT_STREQ("lab.example", name);
+    EXPECT_EQ(11u, size);
+    size = 11;
+    EXPECT_FALSE(GetComputerNameExA(ComputerNameDnsDomain, name, &size));
+    EXPECT_EQ(DWORD{ERROR_MORE_DATA}, GetLastError());
+    EXPECT_EQ(12u, size);
+    EXPECT_FALSE(GetComputerNameExA(ComputerNameNetBIOS, name, &size));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+}
+
+TEST_F(SystemTest, APcWithoutADomainHasAnEmptyOne) {
+    char name[4] = "xxx";
+    DWORD size = sizeof name;
+    ASSERT_TRUE(GetComputerNameExA(ComputerNameDnsDomain, name, &size));
+    EXPECT_STREQ("", name);
+    EXPECT_EQ(0u, size);
+}
+
+TEST_F(SystemTest, TheHostNameNeedsWinsockAndRoom) {
+    char name[11] = "";
+    EXPECT_EQ(SOCKET_ERROR, gethostname(name, sizeof name));
+    EXPECT_EQ(WSANOTINITIALISED, WSAGetLastError());
+    WSADATA data;
+    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 2), &data));
+    EXPECT_EQ(0, gethostname(name, sizeof name));
+    EXPECT_STREQ("WINHOST-PC", name);
+    EXPECT_EQ(SOCKET_ERROR, gethostname(name, 10));
+    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
+    winhost::Gate::Instance().FailNth("gethostname", 1, WSAENETDOWN);
+    EXPECT_EQ(SOCKET_ERROR, gethostname(name, sizeof name));
+    EXPECT_EQ(WSAENETDOWN, WSAGetLastError());
+    WSACleanup();
+}
+
+constexpr DWORD kSystemText = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
+
+TEST_F(SystemTest, AnErrorHasAText) {
+    char text[64];
+    const DWORD length =
+        FormatMessageA(kSystemText, nullptr, ERROR_ACCESS_DENIED, 0, text, sizeof text, nullptr);
+    EXPECT_STREQ("Access is denied.\r\n", text);
+    EXPECT_EQ(std::strlen(text), length);
+    char* made = nullptr;
+    EXPECT_NE(0u, FormatMessageA(kSystemText | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr,
+                                 ERROR_INVALID_PARAMETER, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
+                                 reinterpret_cast<LPSTR>(&made), 0, nullptr));
+    EXPECT_STREQ("The parameter is incorrect.\r\n", made);
+    EXPECT_EQ(nullptr, LocalFree(made));
+    EXPECT_EQ(nullptr, LocalFree(nullptr));
+}
+
+TEST_F(SystemTest, ATextThatCannotBeHadIsRefused) {
+    char text[64];
+    EXPECT_EQ(0u, FormatMessageA(kSystemText, nullptr, 999999, 0, text, sizeof text, nullptr));
+    EXPECT_EQ(DWORD{ERROR_MR_MID_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(0u, FormatMessageA(kSystemText, nullptr, ERROR_ACCESS_DENIED, 0, text, 5, nullptr));
+    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetLastError());
+    EXPECT_EQ(0u,
+              FormatMessageA(kSystemText, nullptr, ERROR_ACCESS_DENIED, 0x407, text, sizeof text, nullptr));
+    EXPECT_EQ(DWORD{ERROR_RESOURCE_LANG_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(0u, FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, ERROR_ACCESS_DENIED, 0, text,
+                                 sizeof text, nullptr));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+}
+
+TEST_F(SystemTest, TheLanguageOfTheThreadIsTheOneSetLast) {
+    EXPECT_EQ(1033, SetThreadUILanguage(0));
+    EXPECT_EQ(1031, SetThreadUILanguage(1031));
+    EXPECT_EQ(1031, SetThreadUILanguage(0));
+    EXPECT_EQ(1033, SetThreadUILanguage(1033));
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+// Threads with handles.
+#include <windows.h>
+
+#include <future>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/core/HandleTable.h"
+#include "winhost/tests/PcFixture.h"
+
+namespace {
+
+using ThreadTest = PcFixture;
+
+struct Stay {
+    std::promise<void> release;
+    std::atomic<DWORD> id{0};
+};
+
+DWORD WINAPI Return7(LPVOID context) {
+    auto* stay = static_cast<Stay*>(context);
+    stay->id = GetCurrentThreadId();
+    stay->release.get_future().wait();
+    return 7;
+}
+
+DWORD WINAPI Return0(LPVOID) {
+    return 0;
+}
+
+TEST_F(ThreadTest, IsWaitedForAndHasAnExitCode) {
+    Stay stay;
+    DWORD id = 0;
+    const HANDLE thread = CreateThread(nullptr, 0, Return7, &stay, 0, &id);
+    ASSERT_NE(nullptr, thread);
+    EXPECT_NE(GetCurrentThreadId(), id);
+    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(thread, 0));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
+    EXPECT_EQ(STILL_ACTIVE, code);
+    stay.release.set_value();
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, INFINITE));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 0)) << "it stays signalled";
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
+    EXPECT_EQ(7u, code);
+    EXPECT_EQ(id, stay.id);
+    EXPECT_TRUE(CloseHandle(thread));
+}
+
+DWORD WINAPI SleepAndTell(LPVOID context) {
+    Sleep(2000);
+    static_cast<std::promise<void>*>(context)->set_value();
+    return 0;
+}
+
+TEST_F(ThreadTest, GoesOnWhenItsHandleIsClosed) {
+    winhost::Clock& clock = winhost::Clock::Instance();
+    clock.SetManual(true);
+    std::promise<void> done;
+    const HANDLE thread = CreateThread(nullptr, 0, SleepAndTell, &done, 0, nullptr);
+    ASSERT_TRUE(clock.AwaitSleeper(std::chrono::seconds(2)));
+    EXPECT_TRUE(CloseHandle(thread));
+    clock.Advance(std::chrono::seconds(2));
+    done.get_future().wait();
+}
+
+TEST_F(ThreadTest, WhatCannotBeDoneIsRefused) {
+    EXPECT_EQ(nullptr, CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    constexpr DWORD kSuspended = 4;
+    EXPECT_EQ(nullptr, CreateThread(nullptr, 0, Return0, nullptr, kSuspended, nullptr));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    winhost::Gate::Instance().FailNth("CreateThread", 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(nullptr, CreateThread(nullptr, 0, Return0, nullptr, 0, nullptr));
+    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, GetLastError());
+    DWORD code = 0;
+    const HANDLE event = CreateEventA(nullptr, TRUE, TRUE, nullptr);
+    EXPECT_FALSE(GetExitCodeThread(event, &code));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    CloseHandle(event);
+}
+
+TEST_F(ThreadTest, CannotBeEndedFromOutside) {
+    const HANDLE thread = CreateThread(nullptr, 0, Return0, nullptr, 0, nullptr);
+    EXPECT_FALSE(TerminateThread(thread, 0));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
+    EXPECT_FALSE(TerminateThread(thread, 0));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+}
+
+}  // namespace

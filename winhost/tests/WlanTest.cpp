@@ -1,0 +1,230 @@
+// The WLAN service: interfaces, their state, and whom it tells.
+#include <wlanapi.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/Guid.h"
+#include "winhost/core/HandleTable.h"
+#include "winhost/tests/PcFixture.h"
+#include "winhost/wlan/WlanService.h"
+
+namespace {
+
+static_assert(sizeof(WLAN_NOTIFICATION_DATA) == 40 && offsetof(WLAN_NOTIFICATION_DATA, pData) == 32);
+// 532 bytes where a wide character has two.
+static_assert(sizeof(WLAN_INTERFACE_INFO) == 20 + 256 * sizeof(WCHAR));
+
+using winhost::WlanService;
+
+constexpr const char* kGuid = "{70A9067B-708F-443C-84BA-BC391FDBF72B}";
+constexpr uint32_t kConnected = wlan_notification_acm_connection_complete;
+constexpr uint32_t kDisconnected = wlan_notification_acm_disconnected;
+
+// What a callback was told, and by which thread.
+struct Heard {
+    std::vector<WLAN_NOTIFICATION_DATA> notifications;
+    std::vector<std::string> data;
+    std::thread::id thread;
+};
+
+void WINAPI Listen(PWLAN_NOTIFICATION_DATA data, PVOID context) {
+    auto* heard = static_cast<Heard*>(context);
+    heard->notifications.push_back(*data);
+    heard->data.emplace_back(static_cast<const char*>(data->pData), data->dwDataSize);
+    heard->thread = std::this_thread::get_id();
+}
+
+class Wlan : public PcFixture {
+  protected:
+    void SetUp() override {
+        StartPc([](winhost::PcDescription& pc) { pc.wlanInterfaces = {{kGuid, "Wireless Adapter", 4}}; });
+        DWORD negotiated = 0;
+        ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &m_client));
+        EXPECT_EQ(2u, negotiated);
+    }
+    void TearDown() override {
+        if (m_client) {
+            EXPECT_EQ(DWORD{ERROR_SUCCESS}, WlanCloseHandle(m_client, nullptr));
+        }
+        EXPECT_EQ(0u, WlanService::Instance().Listeners());
+    }
+
+    void Register(BOOL ignoresDuplicates = TRUE, DWORD source = WLAN_NOTIFICATION_SOURCE_ACM) {
+        EXPECT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(m_client, source, ignoresDuplicates, Listen,
+                                                                 &m_heard, nullptr, nullptr));
+    }
+    DWORD Unregister() {
+        return WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_NONE, TRUE, nullptr, nullptr,
+                                        nullptr, nullptr);
+    }
+    static void Notify(uint32_t code, uint32_t source = WLAN_NOTIFICATION_SOURCE_ACM) {
+        WlanService::Instance().Notify({code, source, 0, ""});
+    }
+
+    HANDLE m_client = nullptr;
+    Heard m_heard;
+};
+
+TEST_F(Wlan, ListsTheInterfacesOfThePcAsTheyAreNow) {
+    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanEnumInterfaces(m_client, nullptr, &list));
+    ASSERT_EQ(1u, list->dwNumberOfItems);
+    EXPECT_EQ(0u, list->dwIndex);
+    EXPECT_TRUE(list->InterfaceInfo[0].InterfaceGuid == *winhost::ParseGuid(kGuid));
+    EXPECT_EQ(L"Wireless Adapter", std::wstring(list->InterfaceInfo[0].strInterfaceDescription));
+    EXPECT_EQ(wlan_interface_state_disconnected, list->InterfaceInfo[0].isState);
+    WlanFreeMemory(list);
+    winhost::Pc::Instance().Change([](auto& pc) {
+        pc.wlanInterfaces[0].state = 1;
+        pc.wlanInterfaces.push_back({kGuid, "Second", 7});
+    });
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanEnumInterfaces(m_client, nullptr, &list));
+    ASSERT_EQ(2u, list->dwNumberOfItems);
+    EXPECT_EQ(wlan_interface_state_connected, list->InterfaceInfo[0].isState);
+    EXPECT_EQ(wlan_interface_state_authenticating, (&list->InterfaceInfo[0])[1].isState);
+    WlanFreeMemory(list);
+}
+
+TEST_F(Wlan, APcWithoutARadioHasAnEmptyList) {
+    winhost::Pc::Instance().Change([](auto& pc) { pc.wlanInterfaces.clear(); });
+    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanEnumInterfaces(m_client, nullptr, &list));
+    EXPECT_EQ(0u, list->dwNumberOfItems);
+    WlanFreeMemory(list);
+}
+
+TEST_F(Wlan, TellsAListenerOnAThreadOfItsOwn) {
+    Register();
+    WlanService::Instance().Notify({kConnected, WLAN_NOTIFICATION_SOURCE_ACM, 0, "profile"});
+    ASSERT_EQ(1u, m_heard.notifications.size());
+    EXPECT_EQ(kConnected, m_heard.notifications[0].NotificationCode);
+    EXPECT_EQ(DWORD{WLAN_NOTIFICATION_SOURCE_ACM}, m_heard.notifications[0].NotificationSource);
+    EXPECT_TRUE(m_heard.notifications[0].InterfaceGuid == *winhost::ParseGuid(kGuid));
+    EXPECT_EQ("profile", m_heard.data[0]);
+    EXPECT_NE(std::this_thread::get_id(), m_heard.thread);
+}
+
+TEST_F(Wlan, TellsOnlyOfTheSourcesListenedTo) {
+    Register();
+    Notify(kConnected, WLAN_NOTIFICATION_SOURCE_MSM);
+    EXPECT_TRUE(m_heard.notifications.empty());
+    Register(TRUE, WLAN_NOTIFICATION_SOURCE_ALL);
+    Notify(kConnected, WLAN_NOTIFICATION_SOURCE_MSM);
+    EXPECT_EQ(1u, m_heard.notifications.size());
+}
+
+TEST_F(Wlan, ADuplicateIsToldOnlyToWhoWantsIt) {
+    Register(TRUE);
+    for (const uint32_t code : {kConnected, kConnected, kDisconnected, kConnected})
+        Notify(code);
+    EXPECT_EQ(3u, m_heard.notifications.size());
+    Register(FALSE);
+    Notify(kConnected);
+    Notify(kConnected);
+    EXPECT_EQ(5u, m_heard.notifications.size());
+}
+
+TEST_F(Wlan, AnEndedRegistrationHearsNothing) {
+    Register();
+    EXPECT_EQ(1u, WlanService::Instance().Listeners());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Unregister());
+    Notify(kConnected);
+    EXPECT_TRUE(m_heard.notifications.empty());
+}
+
+TEST_F(Wlan, ARegistrationTellsTheOneBefore) {
+    Register();
+    DWORD before = 0;
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_NONE, TRUE,
+                                                             nullptr, nullptr, nullptr, &before));
+    EXPECT_EQ(DWORD{WLAN_NOTIFICATION_SOURCE_ACM}, before);
+}
+
+// A callback that stays until it is let go.
+struct Held {
+    std::promise<void> entered, release;
+    std::atomic<bool> left{false};
+};
+void WINAPI Stay(PWLAN_NOTIFICATION_DATA, PVOID context) {
+    auto* held = static_cast<Held*>(context);
+    held->entered.set_value();
+    held->release.get_future().wait();
+    held->left = true;
+}
+
+TEST_F(Wlan, ClosingWaitsForACallbackThatRuns) {
+    Held held;
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_ACM, TRUE,
+                                                             Stay, &held, nullptr, nullptr));
+    std::thread notifier([] { Notify(kConnected); });
+    held.entered.get_future().wait();
+    auto closed = std::async(std::launch::async, [&] {
+        const DWORD error = WlanCloseHandle(m_client, nullptr);
+        return error == ERROR_SUCCESS && held.left;
+    });
+    EXPECT_EQ(std::future_status::timeout, closed.wait_for(std::chrono::milliseconds(50)));
+    held.release.set_value();
+    EXPECT_TRUE(closed.get());
+    m_client = nullptr;
+    notifier.join();
+}
+
+TEST_F(Wlan, WithoutItsServiceNothingIsOpened) {
+    StartPc([](winhost::PcDescription& pc) { pc.wlanService = false; });
+    DWORD negotiated = 0;
+    HANDLE client = nullptr;
+    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, WlanOpenHandle(2, nullptr, &negotiated, &client));
+    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, WlanEnumInterfaces(m_client, nullptr, &list));
+    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, Unregister());
+}
+
+TEST_F(Wlan, RefusesWhatIsNoClient) {
+    DWORD negotiated = 0;
+    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    for (const HANDLE wrong : {HANDLE{nullptr}, event}) {
+        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanEnumInterfaces(wrong, nullptr, &list));
+        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE},
+                  WlanRegisterNotification(wrong, 8, TRUE, Listen, nullptr, nullptr, nullptr));
+        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(wrong, nullptr));
+    }
+    CloseHandle(event);
+    EXPECT_FALSE(CloseHandle(m_client)) << "it has a closing call of its own";
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanOpenHandle(2, nullptr, nullptr, nullptr));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanOpenHandle(0, nullptr, &negotiated, &m_client));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanEnumInterfaces(m_client, &list, &list));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanEnumInterfaces(m_client, nullptr, nullptr));
+}
+
+TEST_F(Wlan, EachCallCanBeMadeToFail) {
+    winhost::Gate& gate = winhost::Gate::Instance();
+    gate.FailNth("WlanRegisterNotification", 1, ERROR_NOT_ENOUGH_MEMORY);
+    gate.FailNth("WlanEnumInterfaces", 1, ERROR_GEN_FAILURE);
+    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, Unregister());
+    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, WlanEnumInterfaces(m_client, nullptr, &list));
+}
+
+TEST(Guid, IsReadFromItsText) {
+    const auto guid = winhost::ParseGuid("{70a9067b-708F-443C-84BA-BC391FDBF72B}");
+    ASSERT_TRUE(guid);
+    EXPECT_EQ(0x70A9067Bu, guid->Data1);
+    EXPECT_EQ(0x443C, guid->Data3);
+    EXPECT_EQ(0x84, guid->Data4[0]);
+    EXPECT_EQ(0x2B, guid->Data4[7]);
+    for (const char* wrong :
+         {"", "70A9067B-708F-443C-84BA-BC391FDBF72B", "{70A9067B-708F-443C-84BA-BC391FDBF72}",
+          "{70A9067B-708F-443C-84BA-BC391FDBF72G}", "{70A9067B-708F-443C-84BA-BC391FDBF72B} "}) {
+        EXPECT_FALSE(winhost::ParseGuid(wrong)) << wrong;
+    }
+}
+
+}  // namespace

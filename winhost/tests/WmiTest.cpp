@@ -1,0 +1,324 @@
+// COM as far as WMI needs it, and what WMI tells of the system.
+#include <objbase.h>
+#include <oleauto.h>
+#include <wbemidl.h>
+#include <windows.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "winhost/core/Gate.h"
+#include "winhost/tests/PcFixture.h"
+#include "winhost/wmi/ComObject.h"
+
+namespace {
+
+static_assert(sizeof(VARIANT) == 24);
+
+struct Releaser {
+    void operator()(IUnknown* object) const { object->Release(); }
+};
+template <class Interface>
+using Holder = std::unique_ptr<Interface, Releaser>;
+
+class Text {
+  public:
+    explicit Text(const wchar_t* text) : m_text(SysAllocString(text)) {}
+    ~Text() { SysFreeString(m_text); }
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+    operator BSTR() const { return m_text; }
+
+  private:
+    const BSTR m_text;
+};
+
+constexpr LONG kForward = WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY;
+
+class Wmi : public PcFixture {
+  protected:
+    Wmi() { EXPECT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED)); }
+    ~Wmi() override {
+        CoUninitialize();
+        EXPECT_EQ(0u, winhost::LiveComObjects());
+        EXPECT_EQ(0u, winhost::LiveStrings());
+    }
+
+    static HRESULT SetSecurity(DWORD impersonation = RPC_C_IMP_LEVEL_IMPERSONATE) {
+        return CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT, impersonation,
+                                    nullptr, EOAC_NONE, nullptr);
+    }
+
+    static Holder<IWbemLocator> NewLocator() {
+        void* locator = nullptr;
+        EXPECT_EQ(S_OK, CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
+                                         &locator));
+        return Holder<IWbemLocator>(static_cast<IWbemLocator*>(locator));
+    }
+
+    static HRESULT Connect(Holder<IWbemServices>& services, const wchar_t* place = L"ROOT\\CIMV2",
+                           const wchar_t* user = nullptr) {
+        IWbemServices* connected = nullptr;
+        const HRESULT result = NewLocator()->ConnectServer(Text(place), Text(user), nullptr, nullptr, 0,
+                                                           nullptr, nullptr, &connected);
+        services.reset(connected);
+        return result;
+    }
+
+    static Holder<IWbemServices> Connected() {
+        Holder<IWbemServices> services;
+        EXPECT_EQ(S_OK, SetSecurity());
+        EXPECT_EQ(S_OK, Connect(services));
+        return services;
+    }
+
+    static HRESULT Query(IWbemServices& services, const wchar_t* query, Holder<IEnumWbemClassObject>& rows,
+                         LONG flags = kForward, const wchar_t* language = L"WQL") {
+        IEnumWbemClassObject* enumerator = nullptr;
+        const HRESULT result = services.ExecQuery(Text(language), Text(query), flags, nullptr, &enumerator);
+        rows.reset(enumerator);
+        return result;
+    }
+
+    static Holder<IWbemClassObject> System() {
+        Holder<IEnumWbemClassObject> rows;
+        EXPECT_EQ(S_OK, Query(*Connected(), L"SELECT * FROM Win32_OperatingSystem", rows));
+        IWbemClassObject* object = nullptr;
+        ULONG returned = 0;
+        EXPECT_EQ(S_OK, rows->Next(WBEM_INFINITE, 1, &object, &returned));
+        EXPECT_EQ(1u, returned);
+        return Holder<IWbemClassObject>(object);
+    }
+};
+
+TEST_F(Wmi, TellsTheTypeAndVersionOfTheSystem) {
+    StartPc([](auto& pc) {
+        pc.osType = 18;
+        pc.osVersion = "10.0.22631";
+    });
+    const auto system = System();
+    VARIANT value;
+    CIMTYPE type = 0;
+    ASSERT_EQ(S_OK, system->Get(L"OSType", 0, &value, &type, nullptr));
+    EXPECT_EQ(VT_I4, value.vt) << "a number of 16 bits comes in 32";
+    EXPECT_EQ(18, value.lVal);
+    EXPECT_EQ(CIM_UINT16, type);
+    ASSERT_EQ(S_OK, system->Get(L"version", 0, &value, &type, nullptr)) << "in any case";
+    EXPECT_EQ(VT_BSTR, value.vt);
+    EXPECT_EQ(CIM_STRING, type);
+    EXPECT_EQ(L"10.0.22631", std::wstring(value.bstrVal, SysStringLen(value.bstrVal)));
+    EXPECT_EQ(S_OK, VariantClear(&value));
+    EXPECT_EQ(WBEM_E_NOT_FOUND, system->Get(L"Colour", 0, &value, nullptr, nullptr));
+}
+
+TEST_F(Wmi, TheSystemIsOne) {
+    Holder<IEnumWbemClassObject> rows;
+    ASSERT_EQ(S_OK, Query(*Connected(), L"select  *  from win32_OPERATINGSYSTEM", rows));
+    IWbemClassObject* objects[2] = {};
+    ULONG returned = 0;
+    ASSERT_EQ(WBEM_S_FALSE, rows->Next(WBEM_INFINITE, 2, objects, &returned));
+    EXPECT_EQ(1u, returned);
+    const Holder<IWbemClassObject> one(objects[0]);
+    EXPECT_EQ(WBEM_S_FALSE, rows->Next(WBEM_INFINITE, 1, objects, &returned));
+    EXPECT_EQ(0u, returned);
+}
+
+TEST_F(Wmi, AConnectionCanFailAtTheStart) {
+    StartPc([](auto& pc) { pc.wmiConnectError = 0x80041015; });
+    ASSERT_EQ(S_OK, SetSecurity());
+    Holder<IWbemServices> services;
+    EXPECT_EQ(WBEM_E_TRANSPORT_FAILURE, Connect(services));
+    EXPECT_EQ(nullptr, services);
+}
+
+TEST_F(Wmi, AQueryCanFailLater) {
+    const auto services = Connected();
+    winhost::Pc::Instance().Change([](auto& pc) { pc.wmiQueryError = 0x80041033; });
+    Holder<IEnumWbemClassObject> rows;
+    EXPECT_EQ(WBEM_E_SHUTTING_DOWN, Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows));
+    EXPECT_EQ(nullptr, rows);
+}
+
+TEST_F(Wmi, APropertyCanBeMadeToFail) {
+    const auto system = System();
+    winhost::Gate::Instance().FailNth("IWbemClassObject::Get", 1, 0x80041001);
+    VARIANT value;
+    EXPECT_EQ(WBEM_E_FAILED, system->Get(L"OSType", 0, &value, nullptr, nullptr));
+    winhost::Gate::Instance().FailNth("IWbemClassObject::Get", 1, ERROR_OUTOFMEMORY);
+    EXPECT_EQ(E_OUTOFMEMORY, system->Get(L"OSType", 0, &value, nullptr, nullptr))
+        << "a plain error becomes an HRESULT";
+}
+
+TEST_F(Wmi, RefusesQueriesThatItDoesntUnderstand) {
+    const auto services = Connected();
+    Holder<IEnumWbemClassObject> rows;
+    EXPECT_EQ(WBEM_E_INVALID_QUERY_TYPE,
+              Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows, kForward, L"SQL"));
+    EXPECT_EQ(WBEM_E_INVALID_QUERY, Query(*services, L"SELECT Version FROM Win32_OperatingSystem", rows));
+    EXPECT_EQ(WBEM_E_INVALID_QUERY, Query(*services, L"SELECT * FROM", rows));
+    EXPECT_EQ(WBEM_E_INVALID_PARAMETER,
+              Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows, 0x4000));
+}
+
+TEST_F(Wmi, AnUnknownClassIsToldWhenItsObjectsAreAskedFor) {
+    const auto services = Connected();
+    Holder<IEnumWbemClassObject> rows;
+    ASSERT_EQ(S_OK, Query(*services, L"SELECT * FROM Win32_Toaster", rows));
+    IWbemClassObject* object = nullptr;
+    ULONG returned = 7;
+    EXPECT_EQ(WBEM_E_INVALID_CLASS, rows->Next(WBEM_INFINITE, 1, &object, &returned));
+    EXPECT_EQ(0u, returned);
+    EXPECT_EQ(WBEM_E_INVALID_CLASS,
+              Query(*services, L"SELECT * FROM Win32_Toaster", rows, WBEM_FLAG_FORWARD_ONLY));
+}
+
+TEST_F(Wmi, ConnectsToItsOwnPlaceAsItsOwnUser) {
+    ASSERT_EQ(S_OK, SetSecurity());
+    Holder<IWbemServices> services;
+    EXPECT_EQ(WBEM_E_INVALID_NAMESPACE, Connect(services, L"ROOT\\DEFAULT"));
+    EXPECT_EQ(WBEM_E_LOCAL_CREDENTIALS, Connect(services, L"ROOT\\CIMV2", L"someone"));
+    EXPECT_EQ(S_OK, Connect(services, L"root\\cimv2"));
+}
+
+TEST_F(Wmi, AContextKeepsItsTexts) {
+    void* made = nullptr;
+    ASSERT_EQ(S_OK,
+              CoCreateInstance(CLSID_WbemContext, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemContext, &made));
+    const Holder<IWbemContext> context(static_cast<IWbemContext*>(made));
+    VARIANT value;
+    VariantInit(&value);
+    EXPECT_EQ(WBEM_E_INVALID_PARAMETER, context->SetValue(L"__Locale", 0, &value)) << "not a text";
+    value.vt = VT_BSTR;
+    value.bstrVal = SysAllocString(L"MS_409");
+    EXPECT_EQ(S_OK, context->SetValue(L"__Locale", 0, &value));
+    EXPECT_EQ(S_OK, VariantClear(&value));
+    EXPECT_EQ(VT_EMPTY, value.vt);
+    ASSERT_EQ(S_OK, context->GetValue(L"__LOCALE", 0, &value));
+    EXPECT_EQ(L"MS_409", std::wstring(value.bstrVal));
+    EXPECT_EQ(S_OK, VariantClear(&value));
+    EXPECT_EQ(WBEM_E_NOT_FOUND, context->GetValue(L"__Other", 0, &value));
+}
+
+TEST_F(Wmi, WithoutImpersonationNothingIsTold) {
+    Holder<IWbemServices> services;
+    ASSERT_EQ(S_OK, Connect(services)) << "which settles the security that nobody has set";
+    Holder<IEnumWbemClassObject> rows;
+    EXPECT_EQ(WBEM_E_ACCESS_DENIED, Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows));
+    EXPECT_EQ(S_OK,
+              CoSetProxyBlanket(services.get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
+                                RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE));
+    EXPECT_EQ(S_OK, Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows));
+}
+
+TEST_F(Wmi, OnlyAProxyTakesABlanket) {
+    const auto locator = NewLocator();
+    EXPECT_EQ(E_NOINTERFACE,
+              CoSetProxyBlanket(locator.get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
+                                RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE));
+    EXPECT_EQ(E_INVALIDARG,
+              CoSetProxyBlanket(nullptr, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
+                                RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE));
+}
+
+TEST_F(Wmi, SecurityIsSetOnceAndInTime) {
+    EXPECT_EQ(S_OK, SetSecurity());
+    EXPECT_EQ(RPC_E_TOO_LATE, SetSecurity());
+    EXPECT_EQ(E_INVALIDARG, SetSecurity(0));
+    CoUninitialize();
+    EXPECT_EQ(CO_E_NOTINITIALIZED, SetSecurity());
+    ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    Holder<IWbemServices> services;
+    EXPECT_EQ(S_OK, Connect(services));
+    EXPECT_EQ(RPC_E_TOO_LATE, SetSecurity()) << "a connection has been made with what there was";
+}
+
+TEST_F(Wmi, ObjectsCanBeReleasedAfterComHasGone) {
+    auto services = Connected();
+    CoUninitialize();
+    Holder<IEnumWbemClassObject> rows;
+    EXPECT_EQ(RPC_E_DISCONNECTED, Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows));
+    services.reset();
+    EXPECT_EQ(0u, winhost::LiveComObjects());
+    ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+}
+
+TEST_F(Wmi, EveryReferenceCounts) {
+    IWbemLocator* locator = NewLocator().release();
+    EXPECT_EQ(1u, winhost::LiveComObjects());
+    EXPECT_EQ(2u, locator->AddRef());
+    void* same = nullptr;
+    ASSERT_EQ(S_OK, locator->QueryInterface(IID_IUnknown, &same));
+    EXPECT_EQ(locator, same);
+    EXPECT_EQ(E_NOINTERFACE, locator->QueryInterface(IID_IWbemServices, &same));
+    EXPECT_EQ(nullptr, same);
+    EXPECT_EQ(2u, locator->Release());
+    EXPECT_EQ(1u, locator->Release());
+    EXPECT_EQ(1u, winhost::LiveComObjects());
+    EXPECT_EQ(0u, locator->Release());
+    EXPECT_EQ(0u, winhost::LiveComObjects());
+}
+
+TEST_F(Wmi, ObjectsAreMadeByTheirClassAlone) {
+    void* object = &object;
+    EXPECT_EQ(REGDB_E_CLASSNOTREG,
+              CoCreateInstance(IID_IWbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, &object));
+    EXPECT_EQ(nullptr, object);
+    EXPECT_EQ(E_NOINTERFACE,
+              CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemContext, &object));
+    const auto locator = NewLocator();
+    EXPECT_EQ(CLASS_E_NOAGGREGATION, CoCreateInstance(CLSID_WbemLocator, locator.get(), CLSCTX_INPROC_SERVER,
+                                                      IID_IWbemLocator, &object));
+    EXPECT_EQ(E_POINTER,
+              CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, nullptr));
+}
+
+TEST_F(Wmi, AThreadIsInTheApartmentThatAnotherEntered) {
+    std::thread([] {
+        NewLocator();
+        EXPECT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+        EXPECT_EQ(RPC_E_CHANGED_MODE, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        CoUninitialize();
+    }).join();
+    EXPECT_EQ(S_FALSE, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    CoUninitialize();
+    NewLocator();
+}
+
+TEST(Com, WithoutAnApartmentNothingIsMade) {
+    void* object = nullptr;
+    EXPECT_EQ(CO_E_NOTINITIALIZED,
+              CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, &object));
+    CoUninitialize();
+}
+
+TEST(Com, TextsCarryTheirLength) {
+    const BSTR text = SysAllocString(L"M\u00fcnchen");
+    EXPECT_EQ(7u, SysStringLen(text));
+    EXPECT_EQ(7 * sizeof(OLECHAR), SysStringByteLen(text));
+    EXPECT_EQ(L'\0', text[7]);
+    EXPECT_EQ(1u, winhost::LiveStrings());
+    SysFreeString(text);
+    EXPECT_EQ(0u, winhost::LiveStrings());
+    const BSTR inner = SysAllocStringLen(L"a\0b", 3);
+    EXPECT_EQ(3u, SysStringLen(inner));
+    SysFreeString(inner);
+    EXPECT_EQ(nullptr, SysAllocString(nullptr));
+    EXPECT_EQ(0u, SysStringLen(nullptr));
+    SysFreeString(nullptr);
+}
+
+TEST(Com, AVariantFreesWhatItOwns) {
+    VARIANT value;
+    VariantInit(&value);
+    EXPECT_EQ(VT_EMPTY, value.vt);
+    value.vt = VT_BSTR;
+    value.bstrVal = SysAllocString(L"text");
+    EXPECT_EQ(S_OK, VariantClear(&value));
+    EXPECT_EQ(VT_EMPTY, value.vt);
+    EXPECT_EQ(0u, winhost::LiveStrings());
+    value.vt = 99;
+    EXPECT_EQ(DISP_E_BADVARTYPE, VariantClear(&value));
+}
+
+}  // namespace
