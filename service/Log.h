@@ -93,14 +93,14 @@ class Format {
     Argument Of(size_t argument) const { return m_arguments[argument]; }
 
   private:
-    static consteval bool IsOneOf(char c, const char* set) {
+    static constexpr bool IsOneOf(char c, const char* set) {
         for (; *set; ++set)
             if (*set == c) return true;
         return false;
     }
 
     // The bits that the length modifier at text[in] names on Windows; steps over it.
-    static consteval int TakeLength(const char* text, size_t& in) {
+    static constexpr int TakeLength(const char* text, size_t& in) {
         if (text[in] == 'I' && text[in + 1] == '6' && text[in + 2] == '4') return in += 3, 64;
         if (text[in] == 'l' && text[in + 1] == 'l') return in += 2, 64;
         if (text[in] == 'z') return in += 1, 64;
@@ -110,7 +110,7 @@ class Format {
         return 32;
     }
 
-    static consteval Argument IntegerOf(bool isSigned, int bits) {
+    static constexpr Argument IntegerOf(bool isSigned, int bits) {
         switch (bits) {
             case 8:
                 return isSigned ? Argument::Signed8 : Argument::Unsigned8;
@@ -123,7 +123,7 @@ class Format {
         }
     }
 
-    consteval void Put(char c) { m_text[m_length++] = c; }
+    constexpr void Put(char c) { m_text[m_length++] = c; }
 
     // Not consteval on purpose: reaching it ends the compilation at the faulty format.
     static void Mismatch(const char* why);
