@@ -33,6 +33,14 @@ void IPv4InfoStore::UpdateNetworkAddress([[maybe_unused]] bool wireless) {
     LogInfo("Network Address: 0x%x", info.IPv4Address);
 }
 
+void IPv4InfoStore::UpdateIfEnabled(bool wireless) {
+    if (g_pZELService->m_bNetworkUpdatesEnabled) {
+        UpdateNetworkAddress(wireless);
+    } else {
+        LogInfo("Skipping network updates");
+    }
+}
+
 void IPv4InfoStore::SendIPCompleteInfo() {
     IPCompleteInfo info{};
     {

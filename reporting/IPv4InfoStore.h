@@ -22,6 +22,8 @@ class IPv4InfoStore {
     // Takes the address that GetPrimaryAddress finds, and forgets the peer. May take 3 seconds. The flag has
     // no effect on the choice of the adapter.
     void UpdateNetworkAddress(bool wireless);
+    // The same, unless network updates are disabled.
+    void UpdateIfEnabled(bool wireless);
     // Sends the record to the firmware, unless both it and the one sent before it are the loopback address.
     void SendIPCompleteInfo();
     uint32_t GetCurrentIPv4() const;

@@ -1,15 +1,15 @@
 #include "reporting/NetworkStateStore.h"
 
-#include <algorithm>
-
+#include "reporting/NetworkInventory.h"
+#include "service/Log.h"
 #include "service/WideText.h"
+#include "service/ZELService.h"
 
 void NetworkStateStore::Store(const MultiNwInfo& record) {
     std::lock_guard lock(m_mutex);
     Clear();
     Count = record.Count;
-    const size_t filled = std::min<size_t>(record.Count, m_interfaces.size());
-    for (size_t i = 0; i < filled; ++i) {
+    for (size_t i = 0; i < FilledSlots(record); ++i) {
         const NwInfoEntry& entry = record.Entries[i];
         m_interfaces[i] = {std::string(TextInField(entry.Name)),
                            std::string(TextInField(entry.MACAddress)),
@@ -29,4 +29,50 @@ void NetworkStateStore::Clear() {
 uint32_t NetworkStateStore::GetCount() const {
     std::lock_guard lock(m_mutex);
     return Count;
+}
+
+bool NetworkStateStore::HasChanged(const MultiNwInfo& record) {
+    std::lock_guard lock(m_mutex);
+    if (record.Count == 0) {
+        if (Count != 0) LogInfo("The system has disconnected from the network (connected -> disconnected)");
+        Clear();
+        g_pZELService->m_ipv4InfoStore.ClearAddresses();
+        return true;
+    }
+    if (static_cast<uint16_t>(Count) != record.Count) {
+        LogInfo("NIC connected count has changed");
+        return true;
+    }
+    if (Count == 0) {
+        // Never reached: a record without interfaces is dealt with above.
+        LogInfo("The system is not connected to a network. (disconnected -> connected)");
+    }
+    for (size_t i = 0; i < FilledSlots(record); ++i)
+        if (InterfaceHasChanged(m_interfaces[i], record.Entries[i])) return true;
+    return false;
+}
+
+// Speed, mask and gateway play no part.
+bool NetworkStateStore::InterfaceHasChanged(const Interface& current, const NwInfoEntry& entry) const {
+    const std::string name(TextInField(entry.Name)), mac(TextInField(entry.MACAddress));
+    if (current.Name != name) {
+        LogInfo("Name mismatch: current value: %s, new value: %s", current.Name, name);
+    } else if (current.MACAddress != mac) {
+        LogInfo("MACAddress mismatch: current value: %s, new value: %s", current.MACAddress, mac);
+    } else if (current.StatusInfo != entry.StatusInfo) {
+        LogInfo("StatusInfo mismatch: current value: %d, new value: %d", current.StatusInfo,
+                entry.StatusInfo);
+    } else if (current.LinkTechnology != entry.LinkTechnology) {
+        LogInfo("LinkTechnology mismatch: current value: %d, new value: %d", current.LinkTechnology,
+                entry.LinkTechnology);
+    } else if (current.AddressOrigin != entry.AddressOrigin) {
+        LogInfo("AddressOrigin mismatch: current value: %d, new value: %d", current.AddressOrigin,
+                entry.AddressOrigin);
+    } else if (current.IPv4Address != entry.IPv4Address) {
+        LogInfo("IPv4Address mismatch: current value: %x, new value: %x", current.IPv4Address,
+                entry.IPv4Address);
+    } else {
+        return false;
+    }
+    return true;
 }

@@ -25,10 +25,17 @@ class NetworkStateStore {
     // Takes the record's count as it is, and the interfaces of its five slots.
     void Store(const MultiNwInfo& record);
     void Clear();
+    // Whether a newly read record differs from the stored picture; logs the first difference. A record
+    // without interfaces always does, and clears the picture and the primary address.
+    bool HasChanged(const MultiNwInfo& record);
+    // Held for as long as a scan takes, so that two scans don't mix.
+    std::unique_lock<std::recursive_mutex> Lock() const { return std::unique_lock(m_mutex); }
     // The interfaces that the host had, also those beyond the slots.
     uint32_t GetCount() const;
 
   private:
+    bool InterfaceHasChanged(const Interface& current, const NwInfoEntry& entry) const;
+
     mutable std::recursive_mutex m_mutex;
     uint32_t Count = 0;
     std::array<Interface, MultiNwInfo::kSlots> m_interfaces;

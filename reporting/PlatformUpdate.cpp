@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <wininet.h>
 
+#include "reporting/NetworkInventory.h"
 #include "reporting/OsInformation.h"
 #include "service/Log.h"
 #include "service/ZELService.h"
@@ -12,6 +13,8 @@ namespace {
 constexpr uint32_t kStateUp = 1;
 constexpr uint32_t kStateDown = 2;
 constexpr uint32_t kFirstVersionWithAllAdapters = 20;
+constexpr uint32_t kFirstVersionWithCloud = 21;
+constexpr uint32_t kFirstVersionWithTimeZone = 45;
 constexpr DWORD kConnectionPollMilliseconds = 100;
 constexpr int kPollsBeforeEmptyInventory = 100;
 
@@ -37,6 +40,18 @@ bool AwaitConnection() {
     return true;
 }
 
+void SendVersionDependentInfo(uint32_t version) {
+    if (version < kFirstVersionWithCloud) {
+        // True of version 2.0 itself as well.
+        LogInfo("NUBA does not apply to version below VOR-K 2.0");
+    } else if (version >= kFirstVersionWithTimeZone) {
+        ADInfo info{};
+        info.TimezoneDiff = GetTimezoneDiff();
+        LogInfo("Timezone diff is %d", info.TimezoneDiff);
+        g_pZELService->m_mailBoxDriverInterface.WriteADInfo(&info);
+    }
+}
+
 }  // namespace
 
 void ZELService::UpdatePlatformInfoToMPM() {
@@ -44,15 +59,20 @@ void ZELService::UpdatePlatformInfoToMPM() {
     m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
     SetZELServiceState(kStateUp);
     m_bNetworkUpdatesEnabled = 1;
+    m_networkMonitor.RegisterWlanNotification();
+    m_networkMonitor.StartNetworkScanThread();
     WriteOSInfoToMPM();
     UpdateManageabilityStatus();
     if (!AwaitConnection()) return;
-    if (m_bNetworkUpdatesEnabled) {
-        m_ipv4InfoStore.UpdateNetworkAddress(false);
-    } else {
-        LogInfo("Skipping network updates");
-    }
+    const bool wlan = m_networkMonitor.CheckWlanAndSyncProfile(true);
+    m_ipv4InfoStore.UpdateIfEnabled(wlan);
     m_ipv4InfoStore.SendIPCompleteInfo();
+    SendNetworkStatus(wlan);
+    SendVersionDependentInfo(m_vorkVersion);
+    MultiNwInfo record;
+    FillMultiNwInfo(record);
+    CommitNwInfo(record);
+    WriteNetworkInventory(record);
     m_statusFile.UpdateStatusFile();
     m_bPlatformUpdateDone = 1;
 }
@@ -62,5 +82,7 @@ void ZELService::StopPlatformUpdates() {
     SetZELServiceState(kStateDown);
     if (m_bootMode != 0) return;
     m_bNetworkUpdatesEnabled = 0;
+    m_networkMonitor.UnRegisterWlanNotification();
+    m_networkMonitor.StopNetworkScanThread();
     m_ipv4InfoStore.ClearAddresses();
 }

@@ -6,6 +6,7 @@
 #include <winsock2.h>
 #include <windows.h>
 #include <setupapi.h>
+#include <wlanapi.h>
 
 #include <utility>
 
@@ -82,3 +83,19 @@ struct EventSourceTraits {
     static void Close(Value value) { DeregisterEventSource(value); }
 };
 using UniqueEventSource = UniqueResource<EventSourceTraits>;
+
+// A client of the WLAN service.
+struct WlanHandleTraits {
+    using Value = HANDLE;
+    static Value Invalid() { return nullptr; }
+    static void Close(Value value) { WlanCloseHandle(value, nullptr); }
+};
+using UniqueWlanHandle = UniqueResource<WlanHandleTraits>;
+
+// What the WLAN service has allocated.
+struct WlanMemoryTraits {
+    using Value = void*;
+    static Value Invalid() { return nullptr; }
+    static void Close(Value value) { WlanFreeMemory(value); }
+};
+using UniqueWlanMemory = UniqueResource<WlanMemoryTraits>;

@@ -24,6 +24,7 @@ bool ZELService::EndThreads(DWORD milliseconds) {
         std::lock_guard lock(m_threadObjectsMutex);
         if (m_pDASHClientThreadObj) m_dashClientInterface.CloseHttpsSocket();
     }
+    m_networkMonitor.StopNetworkScanThread();
     if (!m_detachedThreads.AwaitEnd(milliseconds)) return false;
     JoinThreads();
     return true;

@@ -20,6 +20,7 @@
 #include "mailbox/MailboxReadLoop.h"
 #include "mailbox/MailboxRecords.h"
 #include "reporting/IPv4InfoStore.h"
+#include "reporting/NetworkMonitor.h"
 #include "reporting/NetworkStateStore.h"
 #include "reporting/StatusFile.h"
 #include "reporting/WMIInterface.h"
@@ -135,6 +136,7 @@ class ZELService {
     HostControl m_hostControl;
     StatusFile m_statusFile;
     NetworkStateStore m_networkStateStore;
+    NetworkMonitor m_networkMonitor;
     std::atomic<const char*> KVMStatus{"NO"};  // "YES" while a KVM session runs
     std::atomic<uint8_t> m_bServiceStopping{0};
     std::atomic<uint8_t> m_bMPMVersionValid{0};

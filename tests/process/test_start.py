@@ -23,9 +23,10 @@ def test_the_scm_sees_start_pending_then_running(stage):
 
 def test_the_firmware_is_told_first_that_the_service_is_up(stage):
     stage.boot()
-    stage.firmware.await_request("WriteIPCompleteInformation")
+    stage.firmware.await_request("WriteMultiNwInfo")
     names = [request["name"] for request in stage.firmware.requests()]
-    assert names == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteIPCompleteInformation"]
+    assert names == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteIPCompleteInformation",
+                     "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"]
     assert stage.firmware.requests("WriteZELStatus")[0]["fields"]["state"] == 1
 
 

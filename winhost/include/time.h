@@ -11,5 +11,7 @@ typedef int errno_t;
 __time64_t _time64(__time64_t* time);
 // In the PC's time zone, in which %z of strftime then prints it too. 0, or EINVAL with every field at -1.
 errno_t localtime_s(struct tm* local, const time_t* time);
+// The same in UTC.
+errno_t gmtime_s(struct tm* utc, const time_t* time);
 // 26 characters with the NUL, as asctime makes them. 0, or EINVAL with an empty text.
 errno_t asctime_s(char* buffer, size_t size, const struct tm* time);

@@ -100,6 +100,9 @@ typedef struct _TIME_ZONE_INFORMATION {
 } TIME_ZONE_INFORMATION, *PTIME_ZONE_INFORMATION, *LPTIME_ZONE_INFORMATION;
 
 void GetLocalTime(LPSYSTEMTIME time);
+// The PC's steady clock: units of 100 ns since it was started.
+BOOL QueryPerformanceCounter(LARGE_INTEGER* count);
+BOOL QueryPerformanceFrequency(LARGE_INTEGER* perSecond);
 void GetSystemTimeAsFileTime(LPFILETIME time);
 // The PC has one bias the year round: the answer is TIME_ZONE_ID_UNKNOWN.
 DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);

@@ -51,6 +51,25 @@ bool IsDate(const struct tm& time) {
            IsWithin(time.tm_year, 0, 8099);
 }
 
+// The calendar of a time moved into a zone. 0, or EINVAL with every field at -1.
+errno_t ToCalendar(struct tm* calendar, const time_t* time, const Zone& zone) {
+    if (!calendar) return EINVAL;
+    if (!time || *time < 0 || *time > kEndOfYear3000) {
+        *calendar = {};
+        for (int* field :
+             {&calendar->tm_sec, &calendar->tm_min, &calendar->tm_hour, &calendar->tm_mday, &calendar->tm_mon,
+              &calendar->tm_year, &calendar->tm_wday, &calendar->tm_yday, &calendar->tm_isdst}) {
+            *field = -1;
+        }
+        return EINVAL;
+    }
+    const time_t shifted = *time + zone.secondsEast;
+    gmtime_r(&shifted, calendar);
+    calendar->tm_gmtoff = zone.secondsEast;
+    calendar->tm_zone = zone.name;
+    return 0;
+}
+
 }  // namespace
 
 __time64_t _time64(__time64_t* time) {
@@ -63,21 +82,12 @@ __time64_t _time64(__time64_t* time) {
 
 errno_t localtime_s(struct tm* local, const time_t* time) {
     WINHOST_GATE_CODE("localtime_s");
-    if (!local) return EINVAL;
-    const Zone zone = LocalZone();
-    if (!time || *time < 0 || *time > kEndOfYear3000) {
-        *local = {};
-        for (int* field : {&local->tm_sec, &local->tm_min, &local->tm_hour, &local->tm_mday, &local->tm_mon,
-                           &local->tm_year, &local->tm_wday, &local->tm_yday, &local->tm_isdst}) {
-            *field = -1;
-        }
-        return EINVAL;
-    }
-    const time_t shifted = *time + zone.secondsEast;
-    gmtime_r(&shifted, local);
-    local->tm_gmtoff = zone.secondsEast;
-    local->tm_zone = zone.name;
-    return 0;
+    return ToCalendar(local, time, LocalZone());
+}
+
+errno_t gmtime_s(struct tm* utc, const time_t* time) {
+    WINHOST_GATE_CODE("gmtime_s");
+    return ToCalendar(utc, time, Zone{0, "UTC"});
 }
 
 errno_t asctime_s(char* buffer, size_t size, const struct tm* time) {

@@ -63,6 +63,18 @@ void GetSystemTimeAsFileTime(LPFILETIME time) {
     *time = {static_cast<DWORD>(now), static_cast<DWORD>(now >> 32)};
 }
 
+BOOL QueryPerformanceCounter(LARGE_INTEGER* count) {
+    WINHOST_GATE("QueryPerformanceCounter", FALSE);
+    count->QuadPart = Clock::Instance().Steady().count() / 100;
+    return TRUE;
+}
+
+BOOL QueryPerformanceFrequency(LARGE_INTEGER* perSecond) {
+    WINHOST_GATE("QueryPerformanceFrequency", FALSE);
+    perSecond->QuadPart = 10'000'000;
+    return TRUE;
+}
+
 DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone) {
     WINHOST_GATE("GetTimeZoneInformation", TIME_ZONE_ID_INVALID);
     *zone = TimeZone();

@@ -1,0 +1,147 @@
+#include "reporting/NetworkInventory.h"
+
+#include <wininet.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "reporting/NicInfo.h"
+#include "service/Log.h"
+#include "service/WideText.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr uint16_t kAnyLinkTechnology = 0xFFFF;
+
+// Cuts the text to the field and terminates it.
+template <size_t N>
+void CopyText(char (&field)[N], const std::string& text) {
+    const size_t length = std::min(std::strlen(text.c_str()), N - 1);
+    std::memcpy(field, text.c_str(), length);
+    std::memset(field + length, 0, N - length);
+}
+
+void FillEntry(NwInfoEntry& entry, const NicInfo& nic) {
+    CopyText(entry.Name, nic.Name);
+    entry.Speed = nic.Speed;
+    CopyText(entry.MACAddress, nic.MACAddress);
+    entry.MaxSpeed = nic.MaxSpeed;
+    CopyText(entry.DeviceID, nic.DeviceID);
+    entry.StatusInfo = nic.StatusInfo;
+    entry.LinkTechnology = nic.LinkTechnology;
+    entry.AddressOrigin = nic.AddressOrigin;
+    entry.IPv4Address = nic.IPv4Address;
+    entry.Subnet = nic.Subnet;
+    entry.Gateway = nic.Gateway;
+}
+
+void LogEntry(size_t index, const NwInfoEntry& entry) {
+    const IPv4InfoStore& store = g_pZELService->m_ipv4InfoStore;
+    LogInfo("Interface Index: %d", index);
+    LogInfo("Name: %s", std::string(TextInField(entry.Name)));
+    LogInfo("Speed: %llu", entry.Speed);
+    LogInfo("MAC Address: %s", std::string(TextInField(entry.MACAddress)));
+    LogInfo("Max Speed: %llu", entry.MaxSpeed);
+    LogInfo("Device ID: %s", std::string(TextInField(entry.DeviceID)));
+    LogInfo("Status Info: %d", entry.StatusInfo);
+    LogInfo("LinkTechnology: %s", entry.LinkTechnology == kLinkEthernet ? "Ethernet" : "Wireless");
+    LogInfo("Address Origin: %s", entry.AddressOrigin == kAddressDHCP ? "DHCP" : "Static");
+    LogInfo("IPv4 (NBO): %x", entry.IPv4Address);
+    LogInfo("Subnet (NBO): %x", entry.Subnet);
+    LogInfo("Gateway (NBO): %x", entry.Gateway);
+    LogInfo("Address Origin: %s", store.AddressOriginText(entry.IPv4Address));
+    LogInfo("DHCP Server(NBO): %s", store.DHCPServerText(entry.IPv4Address));
+    LogInfo("Adapter Type: %s", store.AdapterTypeText(entry.IPv4Address));
+}
+
+}  // namespace
+
+void FillMultiNwInfo(MultiNwInfo& record) {
+    const auto lock = g_pZELService->m_networkStateStore.Lock();
+    const std::vector<NicInfo> list = GetNicInfoList();
+    record = {};
+    record.Count = static_cast<uint16_t>(list.size());
+    for (size_t i = 0; i < FilledSlots(record); ++i) {
+        FillEntry(record.Entries[i], list[i]);
+        g_pZELService->m_ipv4InfoStore.RememberInterface(list[i].IPv4Address, list[i].AddressOrigin,
+                                                         list[i].DHCPServer, list[i].AdapterType);
+    }
+}
+
+bool CommitNwInfo(const MultiNwInfo& record) {
+    bool wireless = false;
+    for (size_t i = 0; i < FilledSlots(record); ++i) {
+        LogEntry(i, record.Entries[i]);
+        wireless |= record.Entries[i].LinkTechnology != kLinkEthernet;
+    }
+    g_pZELService->m_networkStateStore.Store(record);
+    IPv4InfoStore& store = g_pZELService->m_ipv4InfoStore;
+    if (record.Entries[0].IPv4Address != store.GetCurrentIPv4()) {
+        store.UpdateIfEnabled(wireless);
+        store.SendIPCompleteInfo();
+    }
+    return wireless;
+}
+
+bool ChoosePrimaryEntry(const MultiNwInfo& record, size_t& index) {
+    const size_t count = FilledSlots(record);
+    if (count == 0) return false;
+    for (index = 0; index + 1 < count; ++index)
+        if (record.Entries[index].LinkTechnology != kLinkEthernet) break;
+    return true;
+}
+
+NwInfo MakeNwInfo(const NwInfoEntry& entry) {
+    NwInfo info{};
+    info.AddressOrigin = entry.AddressOrigin;
+    std::memcpy(info.DeviceID, entry.DeviceID, sizeof info.DeviceID);
+    std::memcpy(info.MACAddress, entry.MACAddress, sizeof info.MACAddress);
+    info.MaxSpeed = entry.MaxSpeed;
+    std::memcpy(info.Name, entry.Name, sizeof info.Name);
+    info.Speed = entry.Speed;
+    info.StatusInfo = entry.StatusInfo;
+    info.LinkTechnology = kAnyLinkTechnology;
+    return info;
+}
+
+void SendNetworkStatus(bool wireless) {
+    if (!g_pZELService->m_bNetworkUpdatesEnabled) {
+        LogInfo("Skipping network updates");
+        return;
+    }
+    DWORD flags = 0;
+    if (!InternetGetConnectedState(&flags, 0)) {
+        LogInfo("%s: InternetGetConnectedState() failed with error: %d", "SendNetworkStatus", GetLastError());
+        return;
+    }
+    NetworkStatusInfo status{};
+    // The local network, alone or with the RAS-installed bit; a modem or a proxy counts as not connected.
+    if (flags == 0x02 || flags == 0x12) {
+        status.status = wireless ? 2 : 1;
+        LogInfo("Connected to internet via %s", wireless ? "WLAN" : "LAN");
+    } else {
+        LogInfo("Not connected to internet via LAN/WLAN %d", flags);
+    }
+    g_pZELService->m_mailBoxDriverInterface.WriteNetworkStatusInfo(&status);
+}
+
+bool GetHostAndDnsDomain(std::string& host, std::string& domain) {
+    char hostText[256] = "";
+    if (gethostname(hostText, static_cast<int>(sizeof hostText)) != 0) {
+        LogError("gethostname failed with error: %d", WSAGetLastError());
+        return false;
+    }
+    host = hostText;
+    LogInfo("Hostname: %s", host);
+    char domainText[128] = "";
+    DWORD size = sizeof domainText;
+    if (!GetComputerNameExA(ComputerNameDnsDomain, domainText, &size)) {
+        domain = "N/A";
+        return false;
+    }
+    domain = domainText;
+    LogInfo("DNS domain: %s", domain);
+    return true;
+}

@@ -1,0 +1,47 @@
+#include <time.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "reporting/NetworkInventory.h"
+#include "service/Log.h"
+
+namespace {
+
+// Sign, two digits of hours, two of minutes. Not every C runtime's "%z" is that, so that the difference of
+// the two calendars is taken.
+std::string OffsetText(struct tm local, struct tm utc) {
+    int minutes = (local.tm_hour - utc.tm_hour) * 60 + local.tm_min - utc.tm_min;
+    if (local.tm_yday != utc.tm_yday) {
+        const bool localIsAhead =
+            local.tm_year != utc.tm_year ? local.tm_year > utc.tm_year : local.tm_yday > utc.tm_yday;
+        minutes += localIsAhead ? 24 * 60 : -24 * 60;
+    }
+    char text[8];
+    std::snprintf(text, sizeof text, "%c%02d%02d", minutes < 0 ? '-' : '+', std::abs(minutes) / 60 % 100,
+                  std::abs(minutes) % 60);
+    return text;
+}
+
+}  // namespace
+
+int32_t GetTimezoneDiff() {
+    const time_t now = _time64(nullptr);
+    struct tm local {
+    }, utc{};
+    if (localtime_s(&local, &now) != 0 || gmtime_s(&utc, &now) != 0) {
+        LogInfo("Failed to retrieve local time");
+        return 0;
+    }
+    char date[26] = "";
+    if (asctime_s(date, sizeof date, &local) == 0) {
+        LogInfo("Current date and time: %s", date);
+    } else {
+        LogInfo("Failed to convert time to string");
+    }
+    const std::string offset = OffsetText(local, utc);
+    const int hours = std::stoi(offset.substr(0, 3));
+    const int minutes = std::stoi(offset[0] + offset.substr(3));
+    return (hours * 60 + minutes) * 60;
+}

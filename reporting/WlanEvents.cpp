@@ -1,0 +1,141 @@
+// What the WLAN service tells of its own accord, and what it is asked.
+#include "reporting/NetworkMonitor.h"
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr DWORD kClientVersion = 2;
+constexpr DWORD kDebounceMilliseconds = 2000;
+
+VOID WINAPI WlanCallback(PWLAN_NOTIFICATION_DATA data, PVOID context) {
+    if (data) static_cast<NetworkMonitor*>(context)->OnWlanNotification(*data);
+}
+
+void PrintWLANState(WLAN_INTERFACE_STATE state) {
+    constexpr const char* kName = "PrintWLANState";
+    switch (state) {
+        case wlan_interface_state_not_ready:
+            return LogInfo("%s: Not ready", kName);
+        case wlan_interface_state_connected:
+            return LogInfo("%s: Connected", kName);
+        case wlan_interface_state_ad_hoc_network_formed:
+            return LogInfo("%s: First node in a ad hoc network", kName);
+        case wlan_interface_state_disconnecting:
+            return LogInfo("%s: Disconnecting", kName);
+        case wlan_interface_state_disconnected:
+            return LogInfo("%s: Not connected", kName);
+        case wlan_interface_state_associating:
+            return LogInfo("%s: Attempting to associate with a network", kName);
+        case wlan_interface_state_discovering:
+            return LogInfo("%s: Auto configuration is discovering settings for the network", kName);
+        case wlan_interface_state_authenticating:
+            return LogInfo("%s: In process of authenticating", kName);
+        default:
+            return LogInfo("%s: Unknown state %ld", kName, state);
+    }
+}
+
+}  // namespace
+
+DWORD NetworkMonitor::RegisterWlanNotification() {
+    constexpr const char* kName = "RegisterWlanNotification";
+    std::lock_guard lock(m_wlanMutex);
+    if (m_wlanRegistration.client) {
+        LogInfo("%s: WLAN registration already done", kName);
+        return ERROR_SUCCESS;
+    }
+    DWORD version = 0;
+    if (const DWORD error = WlanOpenHandle(kClientVersion, nullptr, &version, &m_wlanRegistration.client)) {
+        LogInfo("%s: WlanOpenHandle() failed with error: %d", kName, error);
+        m_wlanRegistration.client = nullptr;
+        return error;
+    }
+    // Handle and flag stay as they are when the registration fails.
+    m_wlanRegistration.registered = true;
+    const DWORD error = WlanRegisterNotification(m_wlanRegistration.client, WLAN_NOTIFICATION_SOURCE_ACM,
+                                                 TRUE, &WlanCallback, this, nullptr, nullptr);
+    if (error) {
+        LogInfo("WlanRegisterNotification failed with error: %d", error);
+    } else {
+        LogInfo("%s: has registered ZEL to receive network change notifications successfully", kName);
+    }
+    return error;
+}
+
+void NetworkMonitor::UnRegisterWlanNotification() {
+    constexpr const char* kName = "UnRegisterWlanNotification";
+    std::lock_guard lock(m_wlanMutex);
+    if (!m_wlanRegistration.registered || !m_wlanRegistration.client) {
+        LogInfo("%s: Skipping WLAN unregistration", kName);
+        return;
+    }
+    const HANDLE client = m_wlanRegistration.client;
+    m_wlanRegistration = {};
+    if (const DWORD error = WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_NONE, TRUE, nullptr,
+                                                     nullptr, nullptr, nullptr)) {
+        // No close follows.
+        LogError("%s: WlanRegisterNotification failed with error: %d", kName, error);
+    } else if (const DWORD closeError = WlanCloseHandle(client, nullptr)) {
+        LogError("WlanCloseHandle failed with error: %d", closeError);
+    }
+}
+
+void NetworkMonitor::OnWlanNotification(const WLAN_NOTIFICATION_DATA& data) {
+    LogDebug("Network change received -- Wlan code %d, Wlan Source %d", data.NotificationCode,
+             data.NotificationSource);
+    if (m_bWlanEventPending.exchange(1)) return;
+    // The data is the WLAN service's, and gone when this returns.
+    const bool started = g_pZELService->m_detachedThreads.Start(
+        [this, source = data.NotificationSource, code = data.NotificationCode] {
+            if (g_pZELService->SleepUnlessStopping(kDebounceMilliseconds)) HandleWlanEvent(source, code);
+            m_bWlanEventPending = 0;
+        });
+    if (!started) m_bWlanEventPending = 0;
+}
+
+// The client for queries. Null with the error that kept it from being opened.
+HANDLE NetworkMonitor::WlanClient(DWORD& error) {
+    std::lock_guard lock(m_wlanMutex);
+    DWORD version = 0;
+    error = m_hWlanClient ? ERROR_SUCCESS
+                          : WlanOpenHandle(kClientVersion, nullptr, &version, m_hWlanClient.Receive());
+    return m_hWlanClient.Get();
+}
+
+DWORD NetworkMonitor::CheckIfWLANConnected(bool verbose, GUID& interfaceGuid) {
+    DWORD error = ERROR_SUCCESS;
+    const HANDLE client = WlanClient(error);
+    if (error) {
+        LogInfo("WlanOpenHandle failed with error: %d", error);
+        return error;
+    }
+    PWLAN_INTERFACE_INFO_LIST list = nullptr;
+    if ((error = WlanEnumInterfaces(client, nullptr, &list))) {
+        LogInfo("WlanEnumInterfaces failed with error: %d", error);
+        return error;
+    }
+    if (!list) return ERROR_INTERNAL_ERROR;
+    const UniqueWlanMemory owner(list);
+    if (verbose)
+        LogInfo("%s: Number of Entries: %lu, Current Index: %lu", "CheckIfWLANConnected",
+                list->dwNumberOfItems, list->dwIndex);
+    // Every pass looks at the first entry: only the first WLAN interface counts.
+    for (DWORD pass = 0; pass < list->dwNumberOfItems; ++pass) {
+        const WLAN_INTERFACE_INFO& first = list->InterfaceInfo[0];
+        if (verbose) PrintWLANState(first.isState);
+        if (first.isState == wlan_interface_state_connected) {
+            interfaceGuid = first.InterfaceGuid;
+            return ERROR_SUCCESS;
+        }
+    }
+    return ERROR_INTERNAL_ERROR;
+}
+
+bool NetworkMonitor::CheckWlanAndSyncProfile(bool verbose) {
+    GUID interfaceGuid{};
+    const bool connected = CheckIfWLANConnected(verbose, interfaceGuid) == ERROR_SUCCESS;
+    // "LAN" is whatever is no connected WLAN, no network at all included.
+    if (verbose) LogInfo("System is connected to %s", connected ? "WLAN" : "LAN");
+    return connected;
+}
