@@ -8,6 +8,10 @@
 
 class DashFixture : public ServiceFixture {
   protected:
+    // A stop closes the mailbox's gate; a session's last words may meet it closed or still open.
+    static constexpr char kGateClosed[] =
+        "Error Service is not signalled as Up, returning: 1062 to the caller";
+
     void Describe(winhost::PcDescription& description) override {
         ServiceFixture::Describe(description);
         description.dnsServers = {"192.168.1.53"};
@@ -27,7 +31,7 @@ class DashFixture : public ServiceFixture {
 
     // Stops the service and ends it, as the process does.
     void Stop() {
-        service->ServiceCleanup();
+        StopService();
         service.reset();
     }
 

@@ -1,12 +1,16 @@
 // Faults that end the service's DASH traffic until it is restarted.
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <vector>
+
 #include "tests/unit/dash/DashFixture.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
+constexpr char kStoppedPool[] = "exception error: enqueue on stopped ThreadPool";
 constexpr char kFailedSend[] = "send() failed. Error: 10035";
 
 class Reset : public DashFixture {
@@ -22,33 +26,59 @@ class Reset : public DashFixture {
         }
     }
 
-    // One second in which the console sends a byte, so that it is not idle, and the send task fails once
-    // more.
-    void PassSecondOfFailedSending(ConsoleClient& client, size_t failures) {
-        AwaitLog(kFailedSend, failures);
-        client.Send("x");
-        AwaitLog("recv() success. DASH packet received", failures);
-        ASSERT_TRUE(Clock().AwaitSleepers(2));
-        Advance(1s);
+    // From the given failure on, one second for each, in which the console sends a byte so that it is not
+    // idle.
+    void PassFailures(ConsoleClient& client, size_t from, size_t to) {
+        for (size_t failure = from; failure <= to; ++failure) {
+            AwaitLog(kFailedSend, failure);
+            client.Send("x");
+            AwaitLog("recv() success. DASH packet received", failure);
+            ASSERT_TRUE(Clock().AwaitSleepers(2));
+            Advance(1s);
+        }
     }
 
-    void FailFiveSends(ConsoleClient& client) {
-        FillConnection();
-        for (size_t failures = 1; failures <= 5; ++failures)
-            PassSecondOfFailedSending(client, failures);
+    static void FailSends() { Gate().FailNth("send", 1, WSAEWOULDBLOCK, true); }
+
+    void ResetBySends(ConsoleClient& client) {
+        FailSends();
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, "never sent");
+        PassFailures(client, 1, 5);
         AwaitLog("Resetting DASH communication");
+        Gate().Reset();
     }
+
+    // Ends the session by a reset while the firmware is being told of the next console, until all pools are
+    // stopped. Consoles that have come meanwhile wait in the queue.
+    void ResetDuringAnnouncement(ConsoleClient& client) {
+        firmware.Hold("GetMPMStatus");
+        announced.emplace(Connect());
+        ResetBySends(client);
+        AwaitLog("GetMPMStatus: connecting to Driver");
+        ASSERT_TRUE(Eventually([&] {
+            Advance(1s);
+            waiting.push_back(Connect());
+            return LogCount(kStoppedPool) > 0;
+        }));
+        firmware.Release("GetMPMStatus");
+        AwaitLog("Spawning threads to send and receive DASH traffic for socket with address: ", 2);
+    }
+
+    std::optional<ConsoleClient> announced;
+    std::vector<ConsoleClient> waiting;
 };
 
 }  // namespace
 
-TEST_F(Reset, FiveFailedSendsEndTheSessionAndTheChannel) {
+TEST_F(Reset, AConsoleThatNeverReadsEndsTheSessionAndTheChannelAfterFiveAttempts) {
     Start(50);
-    ExpectErrors({"send() failed 5 times. Closing send thread. Error: 10035"});
+    ExpectError("send() failed 5 times. Closing send thread. Error: 10035");
     ConsoleClient client = Connect();
     AwaitSessions(1);
-    FailFiveSends(client);
+    FillConnection();
+    PassFailures(client, 1, 5);
     EXPECT_TRUE(client.AwaitClose());
+    AwaitLog("Resetting DASH communication");
     ExpectLogInOrder({kFailedSend, "send() failed 5 times. Closing send thread. Error: 10035",
                       "Closing accept socket with address: ",
                       "CloseSocketInZEL: CloseSocket, After sock close", "Resetting DASH communication"});
@@ -60,35 +90,35 @@ TEST_F(Reset, ASuccessfulSendStartsTheCountAnew) {
     Start(50);
     ConsoleClient client = Connect();
     AwaitSessions(1);
-    FillConnection();
-    for (size_t failures = 1; failures <= 4; ++failures)
-        PassSecondOfFailedSending(client, failures);
-    const size_t sent = LogCount("send() success.");
-    client.Receive(4u << 20);
-    ASSERT_TRUE(Eventually([&] {
-        Advance(1s);
-        client.Send("x");
-        return LogCount("send() success.") > sent;
-    }));
-    EXPECT_EQ(LogCount("send() failed 5 times."), 0u);
+    for (size_t round = 0; round < 2; ++round) {
+        FailSends();
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, "late");
+        PassFailures(client, 4 * round + 1, 4 * round + 3);
+        AwaitLog(kFailedSend, 4 * round + 4);
+        Gate().Reset();
+        PassFailures(client, 4 * round + 4, 4 * round + 4);
+        EXPECT_EQ(client.Receive(4), "late");
+    }
+    EXPECT_EQ(LogCount(kFailedSend), 8u);
     EXPECT_EQ(LogCount("Resetting DASH communication"), 0u);
 }
 
 TEST_F(Reset, IsFinalAndNewConsolesHangUnserved) {
     Start(50);
-    ExpectErrors({"send() failed 5 times.", "exception error: enqueue on stopped ThreadPool"});
+    ExpectErrors({"send() failed 5 times.", kStoppedPool});
+    AllowError(kGateClosed);
     ConsoleClient client = Connect();
     AwaitSessions(1);
-    FailFiveSends(client);
-    // A connection frees the queue task, which then meets a stopped pool as the accept thread does.
-    for (size_t late = 1; late <= 2; ++late) {
-        Advance(1s);
-        ConsoleClient unserved = Connect();
-        unserved.Send("hello");
-        AwaitLog("Last error: ", late);
-        EXPECT_FALSE(unserved.AwaitClose(50ms));
+    ResetDuringAnnouncement(client);
+    ASSERT_TRUE(waiting.back().AwaitClose());
+
+    const size_t refused = LogCount(kStoppedPool);
+    ConsoleClient late = Connect();
+    AwaitLog(kStoppedPool, refused + 1);
+    for (ConsoleClient* unserved : {&*announced, &late}) {
+        unserved->Send("hello");
+        EXPECT_FALSE(unserved->AwaitClose(50ms));
     }
-    EXPECT_EQ(LogCount("exception error: enqueue on stopped ThreadPool"), 2u);
     for (const mpm::Request& request : firmware.Requests("WriteDASHPacket"))
         EXPECT_NE(request.Text(), "hello");
 }
@@ -109,25 +139,22 @@ TEST_F(Reset, ARefusedCloseRecordEndsTheSessionAndTheChannel) {
 
 TEST_F(Reset, ClosesTheConsolesThatWait) {
     Start(50);
-    ExpectErrors({"send() failed 5 times.", "exception error: enqueue on stopped ThreadPool"});
+    ExpectErrors({"send() failed 5 times.", kStoppedPool});
+    AllowError(kGateClosed);
     ConsoleClient client = Connect();
     AwaitSessions(1);
-    ConsoleClient next = Connect(), last = Connect();
-    AwaitLog("Process the accepted connection", 3);
-    FailFiveSends(client);
-    // The queue task takes one of the two before it meets a stopped pool; that one is left hanging.
-    ASSERT_TRUE(Eventually([&] {
-        Advance(1s);
-        return LogCount("Closing accept socket with address: ") == 2;
-    }));
-    EXPECT_TRUE(last.AwaitClose());
-    EXPECT_FALSE(next.AwaitClose(50ms));
+    ResetDuringAnnouncement(client);
+    for (ConsoleClient& console : waiting)
+        EXPECT_TRUE(console.AwaitClose());
+    AwaitLog("Closing accept socket with address: ", 1 + waiting.size());
+    EXPECT_FALSE(announced->AwaitClose(50ms));
 }
 
 TEST_F(Reset, AConsoleThatTheFirmwareCannotBeToldOfHangsAndTheNextIsServed) {
     Start(44);
     ExpectErrors({"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()",
                   "Failed to create socket for DASH client with address: "});
+    AllowError(kGateClosed);
     firmware.Refuse("WriteIPCompleteInformation", ERROR_GEN_FAILURE, 1);
     ConsoleClient unattended = Connect();
     AwaitLog("Failed to create socket for DASH client with address: ");

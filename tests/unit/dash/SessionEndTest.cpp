@@ -105,7 +105,21 @@ TEST_F(SessionEnd, BelowVersion45AConsoleThatClosesIsClosedAtOnce) {
          "DataRecvThread: exit"});
 }
 
-TEST_F(SessionEnd, FromVersion45AConsoleThatClosesIsLeftToTheFirmwareAndTheIdleLimit) {
+TEST_F(SessionEnd, FromVersion45AConsoleThatClosesIsLeftToTheFirmware) {
+    Start(45);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    client.FinishSending();
+    EXPECT_TRUE(client.AwaitClose());
+    AwaitLog("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+    ExpectLogInOrder({"WriteCloseSocketcmd: connecting to Driver. Input buffer size = 2",
+                      "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET asks for DASH socket close as webUI is served",
+                      "Closing accept socket with address: "});
+    EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
+}
+
+TEST_F(SessionEnd, FromVersion45TheIdleLimitEndsWhatTheFirmwareDoesNot) {
+    firmware.Change([](mpm::Settings& settings) { settings.EndsClosedSessions = false; });
     Start(45);
     ConsoleClient client = Connect();
     AwaitSessions(1);
@@ -123,6 +137,7 @@ TEST_F(SessionEnd, FromVersion45AConsoleThatClosesIsLeftToTheFirmwareAndTheIdleL
 }
 
 TEST_F(SessionEnd, AConsoleThatOnlyFinishedSendingStillGetsItsAnswerFromVersion45) {
+    firmware.Change([](mpm::Settings& settings) { settings.EndsClosedSessions = false; });
     Start(45);
     ConsoleClient client = Connect();
     AwaitSessions(1);

@@ -66,7 +66,7 @@ TEST_F(Session, BytesOfTheConsoleReachTheFirmwareUnchanged) {
     ASSERT_TRUE(Eventually([&] { return DashBytes(firmware).size() == bytes.size(); }));
     EXPECT_EQ(DashBytes(firmware), bytes);
     ExpectLogInOrder(
-        {"recv() success. DASH packet received by socket server of size: ", "Socket address: ",
+        {"recv() success. DASH packet received by socket server of size: ",
          "updateDataToMPM: Updating data to be sent from client to MPM",
          "WriteDASHPacket: connecting to Driver. Input buffer size = ", "updateDataToMPM: exit"});
 }
@@ -205,8 +205,7 @@ TEST_F(Session, TheHostThatTheFirmwareTakesForDownReportsFirst) {
         return LogCount("Processing DASH traffic for socket with address: ") == 1;
     }));
     const auto requests = firmware.Requests();
-    ASSERT_GE(requests.size(), 3u);
+    ASSERT_GE(requests.size(), 2u);
     EXPECT_EQ(requests[0].name, "GetMPMStatus");
     EXPECT_EQ(requests[1].name, "WriteZELStatus");
-    EXPECT_EQ(requests[2].name, "GetZELVersion");
 }

@@ -20,7 +20,7 @@ class AddressStore : public ReportingFixture {
 
     // The look-up finds no address, now and after its pause.
     void FallBackToLoopback() {
-        SetAdapters({});
+        SetAdapters({Wired(1, "10.0.0.2", "")});
         std::thread update([&] { Store().UpdateNetworkAddress(false); });
         ASSERT_TRUE(Clock().AwaitSleeper(3s));
         Advance(3s);
@@ -106,7 +106,7 @@ TEST_F(AddressStore, ClearsTheWholeRecord) {
 
 TEST_F(AddressStore, IsNotHeldWhileTheAddressIsLookedUp) {
     ExpectErrors({"No valid IPv4 address found after 2 attempts."});
-    SetAdapters({});
+    SetAdapters({Wired(1, "10.0.0.2", "")});
     std::thread update([&] { Store().UpdateNetworkAddress(false); });
     ASSERT_TRUE(Clock().AwaitSleeper(3s));
     Store().SetPeer(664, 1, 2, 0xFFFF);

@@ -41,6 +41,13 @@ class PlatformUpdate : public ReportingFixture {
         }
     }
 
+    // The next poll succeeds.
+    void ComeOnline() {
+        ASSERT_TRUE(Clock().AwaitSleeper(100ms));
+        SetConnected(true);
+        Advance(100ms);
+    }
+
     std::thread Update() {
         return std::thread([this] { service->UpdatePlatformInfoToMPM(); });
     }
@@ -78,8 +85,7 @@ TEST_F(PlatformUpdate, SendsAnEmptyInventoryOnceAfterTenSecondsWithoutConnection
     EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 1u);
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
 
-    SetConnected(true);
-    FailPolls(1);
+    ComeOnline();
     update.join();
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
 }
@@ -92,8 +98,7 @@ TEST_F(PlatformUpdate, SendsTheEmptyInventoryOfOldFirmwareBelowVersion20) {
     const auto inventory = firmware.AwaitRequest("WriteNwInfo");
     ASSERT_TRUE(inventory);
     EXPECT_EQ(inventory->data, std::vector<uint8_t>(sizeof(NwInfo)));
-    SetConnected(true);
-    FailPolls(1);
+    ComeOnline();
     update.join();
 }
 
@@ -101,9 +106,7 @@ TEST_F(PlatformUpdate, AConnectionWithinTenSecondsSparesTheEmptyInventory) {
     SetConnected(false);
     std::thread update = Update();
     FailPolls(50);
-    ASSERT_TRUE(Clock().AwaitSleeper(100ms));
-    SetConnected(true);
-    Advance(100ms);
+    ComeOnline();
     update.join();
     EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 0u);
 }
@@ -123,8 +126,7 @@ TEST_F(PlatformUpdate, ASuspendDuringTheWaitClosesTheGateForTheRest) {
     std::thread update = Update();
     FailPolls(3);
     service->StopPlatformUpdates();
-    SetConnected(true);
-    FailPolls(1);
+    ComeOnline();
     update.join();
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
     AwaitLog("Skipping network updates");

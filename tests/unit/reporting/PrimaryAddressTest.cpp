@@ -50,7 +50,7 @@ TEST_F(PrimaryAddress, IsLoopbackAfterThreeSecondsWhenNoAdapterHasAGateway) {
 }
 
 TEST_F(PrimaryAddress, IsFoundByTheSecondPassWhenTheNetworkComesLate) {
-    SetAdapters({});
+    SetAdapters({Wired(1, "192.168.7.3", "")});
     const IPCompleteInfo info = LookUpTwice([&] {
         SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
         Advance(3s);
@@ -59,6 +59,7 @@ TEST_F(PrimaryAddress, IsFoundByTheSecondPassWhenTheNetworkComesLate) {
 }
 
 TEST_F(PrimaryAddress, IsNotWaitedForWhenTheServiceStops) {
+    OpenMailbox();
     SetAdapters({Wired(1, "10.0.0.2", "")});
     ExpectErrors({"No valid IPv4 address found after 2 attempts."});
     const IPCompleteInfo info = LookUpTwice([&] { service->ServiceCleanup(); });
