@@ -227,7 +227,7 @@ class WineHost:
         shutil.rmtree(self.working_folder.parent, ignore_errors=True)
 
     def close(self):
-        """Ends the whole session; the prefix stays, with the log in it."""
+        """Ends the whole session. The log and the registry stay, and Wine's own files go."""
         try:
             self.kill()
             if self._gate:
@@ -238,3 +238,4 @@ class WineHost:
             self._services = None
             if self.prefix.exists():
                 self.session.shut_down()
+                shutil.rmtree(self.drive / "windows", ignore_errors=True)
