@@ -49,6 +49,15 @@ void ServiceFixture::StartService() {
     start.join();
 }
 
+void ServiceFixture::AwaitListener() {
+    using namespace std::chrono_literals;
+    EXPECT_TRUE(Eventually([this] {
+        if (LogCount("Calling HTTPS Socket Accept") > 0) return true;
+        if (Clock().AwaitSleeper(100ms, 1ms)) Advance(100ms);
+        return false;
+    })) << "the service does not listen";
+}
+
 void ServiceFixture::StopService() {
     service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0);
 }

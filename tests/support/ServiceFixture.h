@@ -23,9 +23,10 @@ class ServiceFixture : public PcFixture {
 
     // Opens the device and the gate, as after a first report to the firmware.
     void OpenMailbox();
-    // Runs what the SCM's start runs, up to the first report to the firmware; the DASH listener follows in
-    // its own time.
+    // Runs what the SCM's start runs. The driver initialisation goes on in its own time.
     void StartService();
+    // Lets time pass until the first report to the firmware is over and the service listens for consoles.
+    void AwaitListener();
     // Runs the stop as the SCM's control does, to its end. The log is closed then.
     void StopService();
 

@@ -19,7 +19,7 @@ class Cleanup : public ServiceFixture {
         StartService();
         ASSERT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
         AwaitLog("Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread");
-        if (service->m_bootMode == 0) AwaitLog("Calling HTTPS Socket Accept");
+        AwaitListener();
     }
 };
 
@@ -104,6 +104,7 @@ TEST_F(Cleanup, MayComeWhileTheFirstReportStillWaitsForTheFirmware) {
     StartService();
     ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
     std::thread stop([this] { service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0); });
+    ASSERT_TRUE(firmware.AwaitCount("WriteZELStatus", 2));
     PassSleepOf(2s);
     stop.join();
     EXPECT_TRUE(service->EndThreads(INFINITE));

@@ -40,6 +40,7 @@ class Lifecycle : public ServiceFixture {
         PassSleepOf(1s);
         ASSERT_TRUE(Scm().AwaitState(SERVICE_RUNNING));
         ASSERT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+        AwaitListener();
     }
 
     std::vector<uint32_t> ReportedStates() {
@@ -137,7 +138,6 @@ TEST_F(Lifecycle, TheScmSeesTheServiceStartAndStop) {
 
 TEST_F(Lifecycle, TheProcessEndsWithAllThreadsGoneAndTheDeviceClosed) {
     StartUnderScm();
-    AwaitLog("Calling HTTPS Socket Accept");
     Scm().Control(SERVICE_CONTROL_STOP);
     EndMain();
     EXPECT_TRUE(service->EndThreads(INFINITE));
@@ -221,7 +221,8 @@ TEST_F(ByHand, TheConsoleModeRunsWithoutAWordToTheScm) {
 }
 
 TEST_F(WithoutDriver, TheStartDoesNotWaitForTheDevice) {
-    ExpectErrors({"OpenMPMDevice() call failed with error: 487", "m_pDeviceInterfaceDetailData is NULL"});
+    ExpectErrors({"OpenMPMDevice() call failed with error: 487", "m_pDeviceInterfaceDetailData is NULL",
+                  "Error Invalid Handle, returning: 6 to the caller"});
     StartMain("-service");
     PassSleepOf(1s);
     ASSERT_TRUE(Scm().AwaitState(SERVICE_RUNNING));

@@ -42,6 +42,7 @@ class Logger : public PcFixture {
 }  // namespace
 
 TEST_F(Logger, ALineCarriesProcessMemoryTagTimeAndThread) {
+    const std::vector<char> memory(64u << 20, 'm');
     logger.LogInfo("ZELService", "Open MPM Device Success");
     const std::string line = Content();
     std::smatch match;
@@ -51,7 +52,7 @@ TEST_F(Logger, ALineCarriesProcessMemoryTagTimeAndThread) {
                                     "\\$\\$<ZELService> <(.*)> <thread = (\\d+) \\(0x([0-9a-f]+)\\)>\n")))
         << line;
     EXPECT_EQ(match[1], std::to_string(GetCurrentProcessId()));
-    EXPECT_GT(std::stoul(match[2]), 0u);
+    EXPECT_GE(std::stoul(match[2]), memory.size() >> 20);
     EXPECT_EQ(match[4], std::to_string(GetCurrentThreadId()));
     EXPECT_EQ(std::stoul(match[5], nullptr, 16), GetCurrentThreadId());
 }

@@ -89,6 +89,7 @@ TEST_F(ServiceControl, AStopDoesNotHangWithAFirmwareThatHasGoneSilent) {
                   "Return from MailBoxDriverInterface::SendIOCtlToDriver(), dwIoControlCode = 0x904"});
     firmware.Hold("WriteZELStatus");
     std::thread stop([this] { service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0); });
+    ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
     PassSleepOf(2s);
     stop.join();
     EXPECT_EQ(Messages().back(), "Gracefully exitting ZEL Service. Close Log File.");

@@ -111,9 +111,9 @@ TEST_F(WakeUpdate, TheWaitEndsAfterThreeSecondsAndTheUpdateGoesOn) {
     Disconnect();
     std::thread waiter([this] { service->WakeAndUpdateMPMAndWait(true); });
     for (int round = 0; round < 30; ++round) {
-        EXPECT_TRUE(service->m_bWakeUpdateInProgress);
         // The waiter, and the update that waits for a connection in the same steps.
         ASSERT_TRUE(Clock().AwaitSleepers(2));
+        EXPECT_TRUE(service->m_bWakeUpdateInProgress);
         Advance(100ms);
     }
     waiter.join();

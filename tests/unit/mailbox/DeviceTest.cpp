@@ -1,0 +1,179 @@
+// Finding, opening and closing the mailbox device.
+#include <thread>
+
+#include "tests/support/ServiceFixture.h"
+#include "winhost/io/MailboxDevice.h"
+
+namespace {
+
+constexpr char kNoDevice[] =
+    "m_pDeviceInterfaceDetailData is NULL. No device interfaces present, returning ERROR_INVALID_ADDRESS to "
+    "the "
+    "caller";
+
+class Device : public ServiceFixture {
+  protected:
+    MailBoxDriverInterface& Mailbox() { return service->m_mailBoxDriverInterface; }
+    static size_t OpenHandles() { return winhost::MailboxDevice::Instance().OpenHandles(); }
+};
+
+}  // namespace
+
+TEST_F(Device, IsFoundAndOpened) {
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 0u);
+    EXPECT_TRUE(Mailbox().IsOpen());
+    EXPECT_TRUE(HasLine("WARN", "SetupDiEnumDeviceInterfaces() API returned: 259"));
+    EXPECT_EQ(Messages().back(), "Open MPM Device Success");
+    EXPECT_EQ(OpenHandles(), 1u);
+}
+
+TEST_F(Device, OpenedTwiceKeepsItsFirstHandle) {
+    Mailbox().OpenMPMDevice();
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 0u);
+    ExpectLogInOrder(
+        {"Open MPM Device Success", "Using an existing device handle", "Open MPM Device Success"});
+    EXPECT_EQ(OpenHandles(), 1u);
+}
+
+TEST_F(Device, AbsentGivesInvalidAddress) {
+    ExpectError(kNoDevice);
+    firmware.Vanish();
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 487u);
+    EXPECT_FALSE(Mailbox().IsOpen());
+    EXPECT_TRUE(HasLine("WARN", "SetupDiEnumDeviceInterfaces() API returned: 259"));
+}
+
+TEST_F(Device, AListThatCannotBeMadeIsTheAnswer) {
+    Gate().FailNth("SetupDiGetClassDevsA", 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 5u);
+    EXPECT_TRUE(HasLine("INFO", "SetupDiGetClassDevs() API failed with error: 5"));
+}
+
+TEST_F(Device, AnEnumerationThatFailsOnceIsRepeated) {
+    Gate().FailNth("SetupDiEnumDeviceInterfaces", 1, ERROR_GEN_FAILURE);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 0u);
+    EXPECT_EQ(Gate().Count("SetupDiEnumDeviceInterfaces"), 3u);
+}
+
+TEST_F(Device, AnEnumerationThatFailsForEverIsGivenUp) {
+    Gate().FailNth("SetupDiEnumDeviceInterfaces", 1, ERROR_GEN_FAILURE, true);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 487u);
+    EXPECT_EQ(Gate().Count("SetupDiEnumDeviceInterfaces"), 1000u);
+    EXPECT_EQ(Gate().Count("SetupDiDestroyDeviceInfoList"), 1u);
+}
+
+TEST_F(Device, ADetailThatCannotBeSizedIsTheAnswer) {
+    Gate().FailNth("SetupDiGetDeviceInterfaceDetailA", 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 5u);
+    EXPECT_TRUE(HasLine("INFO", "SetupDiGetDeviceInterfaceDetail() API failed with error: 5"));
+    EXPECT_EQ(Gate().Count("SetupDiDestroyDeviceInfoList"), 1u);
+}
+
+TEST_F(Device, ADetailWithoutALengthIsABadLength) {
+    // The error says that the buffer is too small, yet no length is told.
+    Gate().FailNth("SetupDiGetDeviceInterfaceDetailA", 1, ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 24u);
+    EXPECT_TRUE(HasLine("INFO",
+                        "SetupDiGetDeviceInterfaceDetail() API returned requiredLength: 0, returning error "
+                        "ERROR_BAD_LENGTH to the caller"));
+}
+
+TEST_F(Device, ADetailThatCannotBeReadIsTheAnswer) {
+    ExpectError(kNoDevice);
+    Gate().FailNth("SetupDiGetDeviceInterfaceDetailA", 2, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 5u);
+    EXPECT_TRUE(HasLine("INFO", "SetupDiGetDeviceInterfaceDetail() API failed with error: 5"));
+    EXPECT_EQ(Mailbox().GetNewHandleToMPMDevice(), INVALID_HANDLE_VALUE);
+}
+
+TEST_F(Device, AnOpenThatFailsIsTheAnswerAndMayBeRepeated) {
+    Gate().FailNth("CreateFileA", 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 5u);
+    EXPECT_TRUE(HasLine(
+        "INFO", "OpenMPMDevice: CreateFile(\\\\?\\GLOBALROOT\\Device\\000000c8) API failed, with error 5"));
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 0u);
+}
+
+TEST_F(Device, GivesASecondHandle) {
+    Mailbox().OpenMPMDevice();
+    const HANDLE second = Mailbox().GetNewHandleToMPMDevice();
+    ASSERT_NE(second, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(OpenHandles(), 2u);
+    CloseHandle(second);
+}
+
+TEST_F(Device, HasNoSecondHandleBeforeItIsFound) {
+    ExpectError(kNoDevice);
+    EXPECT_EQ(Mailbox().GetNewHandleToMPMDevice(), INVALID_HANDLE_VALUE);
+}
+
+TEST_F(Device, ASecondHandleThatFailsIsAnError) {
+    ExpectError(
+        "GetNewHandleToMPMDevice: CreateFile(\\\\?\\GLOBALROOT\\Device\\000000c8) API failed, with error 5");
+    Mailbox().OpenMPMDevice();
+    Gate().FailNth("CreateFileA", 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Mailbox().GetNewHandleToMPMDevice(), INVALID_HANDLE_VALUE);
+}
+
+TEST_F(Device, ClosedItIsOutOfReach) {
+    ExpectError("SendIOCtlToDriver: Error Invalid Handle, returning: 6 to the caller");
+    OpenMailbox();
+    Mailbox().CloseMPMDevice();
+    EXPECT_FALSE(Mailbox().IsOpen());
+    EXPECT_EQ(OpenHandles(), 0u);
+    EXPECT_EQ(Mailbox().WriteCloseSocketcmd(664), 6u);
+    EXPECT_EQ(LogCount("CancelIoEx failed"), 0u);
+}
+
+TEST_F(Device, ClosedWithoutEverBeingFoundItIsAnError) {
+    ExpectError(kNoDevice);
+    Mailbox().CloseMPMDevice();
+}
+
+TEST_F(Device, ACancelThatFailsIsToldAndTheHandleIsClosedAllTheSame) {
+    OpenMailbox();
+    Gate().FailNth("CancelIoEx", 1, ERROR_GEN_FAILURE);
+    Mailbox().CloseMPMDevice();
+    EXPECT_TRUE(HasLine("INFO", "CancelIoEx failed. Error status 31"));
+    EXPECT_EQ(OpenHandles(), 0u);
+}
+
+TEST_F(Device, TheCloseEndsPendingRequests) {
+    ExpectErrors({"GetOverlappedResult failed for SendIOCtlToDriver with error: 995",
+                  "Return from MailBoxDriverInterface::SendIOCtlToDriver(), dwIoControlCode = 0x90d, with "
+                  "dwLastError = 995"});
+    OpenMailbox();
+    firmware.Hold("WriteCloseSocketcmd");
+    std::thread caller([this] { EXPECT_EQ(Mailbox().WriteCloseSocketcmd(664), 995u); });
+    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    Mailbox().CloseMPMDevice();
+    caller.join();
+}
+
+TEST_F(Device, TheCloseEndsEveryRequestOfManyThreads) {
+    AllowError("");
+    OpenMailbox();
+    firmware.Hold("WriteCloseSocketcmd");
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 8; ++i)
+        callers.emplace_back([this] {
+            while (Mailbox().WriteCloseSocketcmd(664) != 6) {
+            }
+        });
+    ASSERT_TRUE(firmware.AwaitCount("WriteCloseSocketcmd", 4));
+    Mailbox().CloseMPMDevice();
+    for (std::thread& caller : callers)
+        caller.join();
+    EXPECT_EQ(winhost::MailboxDevice::Instance().PendingRequests(), 0u);
+}
+
+TEST_F(Device, CancelledRequestsLeaveItOpen) {
+    ExpectErrors({"with error: 995", "dwLastError = 995"});
+    OpenMailbox();
+    firmware.Hold("WriteCloseSocketcmd");
+    std::thread caller([this] { EXPECT_EQ(Mailbox().WriteCloseSocketcmd(664), 995u); });
+    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    Mailbox().CancelRequests();
+    caller.join();
+    EXPECT_EQ(Mailbox().WriteZELStatus(1), 0u);
+}

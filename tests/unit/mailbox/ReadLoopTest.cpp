@@ -1,0 +1,222 @@
+// The ten reads, what ends them, and what does not.
+#include <thread>
+
+#include "tests/support/ServiceFixture.h"
+#include "winhost/io/MailboxDevice.h"
+
+namespace {
+
+constexpr char kName[] = "ReadFromMailBoxDriverThread";
+
+class ReadLoop : public ServiceFixture {
+  protected:
+    void SetUp() override {
+        ServiceFixture::SetUp();
+        OpenMailbox();
+    }
+    void TearDown() override {
+        EndLoop();
+        Device().CompleteReadsAtOnce(false);
+        ServiceFixture::TearDown();
+    }
+
+    static winhost::MailboxDevice& Device() { return winhost::MailboxDevice::Instance(); }
+
+    void StartLoop() {
+        m_thread = std::thread([this] { ReadFromMailBoxDriverThread(service.get()); });
+    }
+    void StartLoopAndAwaitReads() {
+        StartLoop();
+        AwaitLog("Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread");
+        ASSERT_EQ(Device().PendingReads(), 10u);
+    }
+    void JoinLoop() { m_thread.join(); }
+    // As at the end of the process.
+    void EndLoop() {
+        if (!m_thread.joinable()) return;
+        AllowError("GetQueuedCompletionStatus failed with error: 995");
+        service->m_bServiceStopping = 1;
+        service->m_mailboxReadLoop.Cancel();
+        m_thread.join();
+    }
+    void ExpectClosedInOrder(const std::string& after) {
+        ExpectLogInOrder({after, std::string(kName) + ": close handle completion port",
+                          std::string(kName) + ": close handle read from MPM Device",
+                          std::string(kName) + ": Exiting Thread Handler"});
+        EXPECT_EQ(Messages().back(), std::string(kName) + ": Exiting Thread Handler");
+        EXPECT_EQ(Device().OpenHandles(), 1u);
+        EXPECT_EQ(Device().PendingReads(), 0u);
+    }
+
+    std::thread m_thread;
+};
+
+}  // namespace
+
+TEST_F(ReadLoop, KeepsTenReadsPending) {
+    StartLoopAndAwaitReads();
+    ExpectLogInOrder({"Call GetNewHandleToMPMDevice from ReadFromMailBoxDriverThread",
+                      "Call CreateIoCompletionPort from ReadFromMailBoxDriverThread",
+                      "Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread"});
+    EXPECT_TRUE(firmware.AwaitHostListening());
+    EXPECT_EQ(Device().OpenHandles(), 2u);
+}
+
+TEST_F(ReadLoop, EachMessageIsDispatchedAndItsReadRenewed) {
+    StartLoopAndAwaitReads();
+    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    AwaitLog("Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread", 2);
+    ExpectLogInOrder({"ProcessRead: received command from driver 38, bytes read 0",
+                      "MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled",
+                      "Call ReadFile from ReadFromMailBoxDriverThread after ProcessRead",
+                      "ReadFile returned successfully to ReadFromMailBoxDriverThread after ProcessRead",
+                      "Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread"});
+    EXPECT_EQ(Device().PendingReads(), 10u);
+}
+
+TEST_F(ReadLoop, ManyMessagesComeInTheirOrder) {
+    StartLoopAndAwaitReads();
+    for (uint8_t command = 100; command < 150; ++command)
+        firmware.Send(static_cast<MpmCommand>(command));
+    AwaitLog("Unknown Command received from driver", 50);
+    std::vector<std::string> expected;
+    for (int command = 100; command < 150; ++command)
+        expected.push_back("received command from driver " + std::to_string(command) + ",");
+    ExpectLogInOrder(expected);
+    AwaitLog("ReadFile returned successfully", 50);
+    EXPECT_EQ(Device().PendingReads(), 10u);
+}
+
+TEST_F(ReadLoop, AnEmptyReadDispatchesNothingAndIsRenewed) {
+    StartLoopAndAwaitReads();
+    firmware.SendRaw({});
+    AwaitLog("ReadFile returned successfully");
+    EXPECT_EQ(LogCount("received command from driver"), 0u);
+    EXPECT_EQ(Device().PendingReads(), 10u);
+}
+
+TEST_F(ReadLoop, AReadOfOneByteIsToldAndIgnored) {
+    StartLoopAndAwaitReads();
+    firmware.SendRaw({8});
+    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    AwaitLog("KVM is now enabled");
+    EXPECT_TRUE(HasLine("WARN", "ProcessRead: message of 1 byte(s) is too short for a command, ignored"));
+    EXPECT_EQ(LogCount("received command from driver"), 1u);
+}
+
+TEST_F(ReadLoop, AMessageThatFillsTheBufferIsDispatchedWhole) {
+    StartLoopAndAwaitReads();
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, std::vector<uint8_t>(mpm::kMaxMessagePayload, 'x'));
+    AwaitLog("ReadFile returned successfully");
+    ExpectLogInOrder({"received command from driver 8, bytes read 131070", "Buffer size 131070"});
+}
+
+TEST_F(ReadLoop, WithoutASecondHandleItEnds) {
+    ExpectErrors(
+        {"GetNewHandleToMPMDevice: CreateFile(", "GetNewHandleToMPMDevice failed with INVALID_HANDLE_VALUE"});
+    Gate().FailNth("CreateFileA", 1, ERROR_ACCESS_DENIED);
+    StartLoop();
+    JoinLoop();
+    EXPECT_EQ(Messages().back(), "GetNewHandleToMPMDevice failed with INVALID_HANDLE_VALUE");
+}
+
+TEST_F(ReadLoop, WithoutACompletionPortItEndsAndClosesItsHandle) {
+    ExpectError("CreateIoCompletionPort() API failed with error: 8");
+    Gate().FailNth("CreateIoCompletionPort", 1, ERROR_NOT_ENOUGH_MEMORY);
+    StartLoop();
+    JoinLoop();
+    EXPECT_EQ(Device().OpenHandles(), 1u);
+}
+
+TEST_F(ReadLoop, AFirstReadThatFailsEndsItAndTheOthers) {
+    ExpectError("ReadFile call-1 - Asynchronous Read command failed with error: 1450");
+    Gate().FailNth("ReadFile", 4, ERROR_NO_SYSTEM_RESOURCES);
+    StartLoop();
+    JoinLoop();
+    ExpectClosedInOrder("ReadFile call-1 - Asynchronous Read command failed with error: 1450");
+}
+
+TEST_F(ReadLoop, AFirstReadThatCompletesAtOnceEndsIt) {
+    ExpectError("ReadFile call-1 - Asynchronous Read command failed with error: ");
+    Device().CompleteReadsAtOnce(true);
+    StartLoop();
+    JoinLoop();
+    ExpectClosedInOrder("ReadFile call-1 - Asynchronous Read command failed with error: ");
+}
+
+TEST_F(ReadLoop, ARenewedReadThatFailsEndsIt) {
+    ExpectError(
+        "ReadFromMailBoxDriverThread: ReadFile call-2 - Asynchronous Read command failed with error: 1450");
+    StartLoopAndAwaitReads();
+    Gate().FailNth("ReadFile", 1, ERROR_NO_SYSTEM_RESOURCES);
+    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    JoinLoop();
+    ExpectClosedInOrder("ReadFile call-2 - Asynchronous Read command failed with error: 1450");
+}
+
+TEST_F(ReadLoop, ARenewedReadThatCompletesAtOnceEndsIt) {
+    ExpectError(
+        "ReadFromMailBoxDriverThread: ReadFile call-2 - Asynchronous Read command failed with error: ");
+    StartLoopAndAwaitReads();
+    Device().CompleteReadsAtOnce(true);
+    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    JoinLoop();
+    ExpectClosedInOrder("ReadFile call-2 - Asynchronous Read command failed with error: ");
+}
+
+TEST_F(ReadLoop, AReadThatFailsEndsItForGood) {
+    ExpectError("GetQueuedCompletionStatus failed with error: ");
+    StartLoopAndAwaitReads();
+    firmware.Vanish();
+    JoinLoop();
+    ExpectLogInOrder({"GetQueuedCompletionStatus failed with error: ",
+                      "ReadFromMailBoxDriverThread: close handle completion port",
+                      "ReadFromMailBoxDriverThread: Exiting Thread Handler"});
+    EXPECT_EQ(Device().PendingReads(), 0u);
+}
+
+TEST_F(ReadLoop, AWaitThatFailsEndsIt) {
+    ExpectError("GetQueuedCompletionStatus failed with error: 6");
+    Gate().FailNth("GetQueuedCompletionStatus", 1, ERROR_INVALID_HANDLE);
+    StartLoop();
+    JoinLoop();
+    ExpectClosedInOrder("GetQueuedCompletionStatus failed with error: 6");
+}
+
+TEST_F(ReadLoop, TheStopFlagIsTestedOnlyBetweenMessages) {
+    StartLoopAndAwaitReads();
+    service->m_bServiceStopping = 1;
+    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    JoinLoop();
+    // A message that comes after the flag is still dispatched.
+    ExpectClosedInOrder("KVM is now enabled");
+    EXPECT_EQ(LogCount("ReadFile returned successfully"), 1u);
+}
+
+TEST_F(ReadLoop, CancelledItEndsWithAllItsReads) {
+    ExpectError("GetQueuedCompletionStatus failed with error: 995");
+    StartLoopAndAwaitReads();
+    service->m_mailboxReadLoop.Cancel();
+    JoinLoop();
+    ExpectClosedInOrder("GetQueuedCompletionStatus failed with error: 995");
+}
+
+TEST_F(ReadLoop, CancelledBeforeItStartsItEndsAllTheSame) {
+    ExpectError("GetQueuedCompletionStatus failed with error: 995");
+    service->m_mailboxReadLoop.Cancel();
+    StartLoop();
+    JoinLoop();
+    ExpectClosedInOrder("GetQueuedCompletionStatus failed with error: 995");
+}
+
+TEST_F(ReadLoop, ReadsThatNeverComeBackKeepTheirBuffers) {
+    ExpectError("GetQueuedCompletionStatus failed with error: 6");
+    StartLoopAndAwaitReads();
+    Gate().FailNth("CancelIoEx", 1, ERROR_GEN_FAILURE, true);
+    Gate().FailNth("GetQueuedCompletionStatus", 1, ERROR_INVALID_HANDLE);
+    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    // Uncancelled, they do not come within the half second that the loop grants them.
+    PassSleepOf(std::chrono::milliseconds(500));
+    JoinLoop();
+    EXPECT_EQ(Messages().back(), "ReadFromMailBoxDriverThread: Exiting Thread Handler");
+}
