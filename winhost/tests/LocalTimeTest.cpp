@@ -53,6 +53,17 @@ TEST_F(LocalTimeTest, SeesAChangedZoneAtOnce) {
     EXPECT_EQ("2026-11-14 01 +0900 Tokyo Standard Time", Formatted("%Y-%m-%d %H %z %Z"));
 }
 
+TEST_F(LocalTimeTest, HasUtcBesideIt) {
+    LiveAt(-345);
+    const time_t time = kMoment;
+    struct tm utc {};
+    EXPECT_EQ(0, gmtime_s(&utc, &time));
+    EXPECT_EQ(16, utc.tm_hour);
+    EXPECT_EQ(23, utc.tm_min);
+    EXPECT_EQ(0, utc.tm_gmtoff);
+    EXPECT_EQ(EINVAL, gmtime_s(&utc, nullptr));
+}
+
 TEST_F(LocalTimeTest, DoesNotFollowTheMachine) {
     setenv("TZ", "America/New_York", 1);
     tzset();
