@@ -120,7 +120,11 @@ void SendNetworkStatus(bool wireless) {
     // The local network, alone or with the RAS-installed bit; a modem or a proxy counts as not connected.
     if (flags == 0x02 || flags == 0x12) {
         status.status = wireless ? 2 : 1;
-        LogInfo("Connected to internet via %s", wireless ? "WLAN" : "LAN");
+        if (wireless) {
+            LogInfo("Connected to internet via WLAN");
+        } else {
+            LogInfo("Connected to internet via LAN");
+        }
     } else {
         LogInfo("Not connected to internet via LAN/WLAN %d", flags);
     }

@@ -57,8 +57,10 @@ class PlatformUpdate : public ReportingFixture {
 
 TEST_F(PlatformUpdate, ReportsTheHostUpAndThenItsAddress) {
     service->UpdatePlatformInfoToMPM();
-    EXPECT_EQ(RequestNames(), (std::vector<std::string>{"WriteZELStatus", "WriteOsInfo", "GetZELVersion",
-                                                        "WriteIPCompleteInformation"}));
+    EXPECT_EQ(RequestNames(),
+              (std::vector<std::string>{"WriteZELStatus", "WriteOsInfo", "GetZELVersion",
+                                        "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo",
+                                        "WriteMultiNwInfo"}));
     EXPECT_EQ(firmware.Requests("WriteZELStatus")[0].As<ZELStatusRecord>().state, 1u);
     EXPECT_EQ(firmware.Requests("WriteIPCompleteInformation")[0].As<IPCompleteInfo>().IPv4Address,
               inet_addr("192.168.7.3"));
@@ -108,7 +110,8 @@ TEST_F(PlatformUpdate, AConnectionWithinTenSecondsSparesTheEmptyInventory) {
     FailPolls(50);
     ComeOnline();
     update.join();
-    EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 0u);
+    ASSERT_EQ(firmware.Count("WriteMultiNwInfo"), 1u);
+    EXPECT_EQ(firmware.Requests("WriteMultiNwInfo")[0].As<MultiNwInfo>().Count, 1u);
 }
 
 TEST_F(PlatformUpdate, AStopEndsTheWaitForAConnection) {

@@ -1,0 +1,228 @@
+// Which change of the network reaches the firmware, by which way, and at which version of it.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "reporting/NetworkInventory.h"
+#include "tests/unit/reporting/ReportingFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kPeriod = 61002ms;
+
+class NetworkMonitoring : public ReportingFixture {
+  protected:
+    void SetUp() override {
+        ReportingFixture::SetUp();
+        Clock().SetManual(true);
+        SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
+        OpenMailbox();
+    }
+
+    void TearDown() override {
+        service->m_networkMonitor.StopNetworkScanThread();
+        ReportingFixture::TearDown();
+    }
+
+    // The host is reported to firmware of this version; what it heard is forgotten.
+    void ReportTo(uint32_t version) {
+        firmware.Change([&](mpm::Settings& settings) { settings.uVORKVersion = version; });
+        service->UpdatePlatformInfoToMPM();
+        firmware.Clear();
+    }
+
+    void MoveAddress() { SetAdapters({Wired(1, "192.168.7.44", "192.168.7.1")}); }
+
+    void Poll() {
+        ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
+        Advance(kPeriod);
+        ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
+    }
+
+    void Notify(DWORD code, DWORD source = WLAN_NOTIFICATION_SOURCE_ACM) {
+        WLAN_NOTIFICATION_DATA data{};
+        data.NotificationCode = code;
+        data.NotificationSource = source;
+        service->m_networkMonitor.OnWlanNotification(data);
+    }
+
+    // The debounce's two seconds pass, and what follows is over.
+    void PassDebounce() {
+        ASSERT_TRUE(Clock().AwaitSleeper(2000ms));
+        Advance(2000ms);
+        Notify(99);
+        // The next notification is taken only when the one before has been dealt with.
+        while (!Clock().AwaitSleeper(2000ms, 20ms))
+            Notify(99);
+    }
+
+    size_t Heard(const char* name) { return firmware.Count(name); }
+};
+
+class Versions : public NetworkMonitoring, public ::testing::WithParamInterface<uint32_t> {};
+
+}  // namespace
+
+TEST_P(Versions, ThePlatformUpdateSendsWhatThisFirmwareTakes) {
+    const uint32_t version = GetParam();
+    firmware.Change([&](mpm::Settings& settings) { settings.uVORKVersion = version; });
+    service->UpdatePlatformInfoToMPM();
+    EXPECT_EQ(Heard("WriteOsInfo"), 1u);
+    EXPECT_EQ(Heard("WriteNetworkStatusInfo"), 1u);
+    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(Heard("WriteMultiNwInfo"), version >= 20 ? 1u : 0u);
+    EXPECT_EQ(Heard("WriteNwInfo"), version < 20 ? 1u : 0u);
+    EXPECT_EQ(Heard("WriteADInfo"), version >= 45 ? 1u : 0u);
+    EXPECT_EQ(LogCount("NUBA does not apply to version below VOR-K 2.0"), version < 21 ? 1u : 0u);
+}
+
+TEST_P(Versions, AnUnchangedPollSendsAndWritesNothing) {
+    ReportTo(GetParam());
+    Poll();
+    EXPECT_TRUE(firmware.Requests().empty());
+    EXPECT_EQ(LogCount("Available NICs Count"), 0u);
+}
+
+TEST_P(Versions, AChangedPollSendsTheAddressAlone) {
+    ReportTo(GetParam());
+    MoveAddress();
+    Poll();
+    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(firmware.Requests().size(), 1u);
+    AwaitLog("IPv4Address mismatch: current value: 307a8c0, new value: 2c07a8c0");
+    AwaitLog("Available NICs Count: 1");
+}
+
+TEST_P(Versions, AWlanEventWithAChangeSendsAddressAndInventory) {
+    ReportTo(GetParam());
+    MoveAddress();
+    Notify(wlan_notification_acm_connection_complete);
+    PassDebounce();
+    const bool isNew = GetParam() >= 20;
+    EXPECT_EQ(Heard("WriteIPCompleteInformation"), isNew ? 2u : 1u);
+    EXPECT_EQ(Heard("WriteMultiNwInfo"), isNew ? 1u : 0u);
+    EXPECT_EQ(Heard("WriteNwInfo"), isNew ? 0u : 1u);
+    EXPECT_EQ(Heard("WriteOsInfo") + Heard("WriteADInfo") + Heard("WriteNetworkStatusInfo"), 0u);
+}
+
+TEST_P(Versions, AWlanEventWithoutAChangeSendsNothing) {
+    ReportTo(GetParam());
+    Notify(wlan_notification_acm_connection_complete);
+    PassDebounce();
+    EXPECT_TRUE(firmware.Requests().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Versions, ::testing::Values(19, 20, 21, 30, 31, 39, 40, 44, 45, 49, 50));
+
+TEST_F(NetworkMonitoring, OldFirmwareHearsNothingOfOtherWlanEvents) {
+    ReportTo(19);
+    MoveAddress();
+    Notify(wlan_notification_acm_disconnected);
+    PassDebounce();
+    EXPECT_TRUE(firmware.Requests().empty());
+    AwaitLog("WLAN_NOTIFICATION_SOURCE_ACM received -- Wlan is disconnected");
+}
+
+TEST_F(NetworkMonitoring, OldFirmwareHearsNothingOfAnotherSource) {
+    ReportTo(19);
+    MoveAddress();
+    Notify(wlan_notification_acm_connection_complete, WLAN_NOTIFICATION_SOURCE_MSM);
+    PassDebounce();
+    EXPECT_TRUE(firmware.Requests().empty());
+}
+
+TEST_F(NetworkMonitoring, ANotificationDuringTheDebounceIsDropped) {
+    ReportTo(50);
+    Notify(wlan_notification_acm_disconnected);
+    Notify(wlan_notification_acm_connection_complete);
+    ASSERT_TRUE(Clock().AwaitSleepers(2));  // the scanning thread and one debounce
+    MoveAddress();
+    PassDebounce();
+    EXPECT_EQ(Heard("WriteMultiNwInfo"), 1u);
+}
+
+TEST_F(NetworkMonitoring, AScanByWlanPutsOffTheNextPoll) {
+    ReportTo(50);
+    ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
+    Advance(40000ms);
+    Notify(wlan_notification_acm_connection_complete);
+    PassDebounce();
+    MoveAddress();
+    Advance(21000ms);
+    ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
+    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 0u);
+    Advance(kPeriod);
+    ASSERT_TRUE(firmware.AwaitCount("WriteIPCompleteInformation", 1));
+}
+
+TEST_F(NetworkMonitoring, ASpeedThatChangesTriggersNothing) {
+    ReportTo(50);
+    winhost::Adapter faster = Wired(1, "192.168.7.3", "192.168.7.1");
+    faster.speed = 10'000'000;
+    SetAdapters({faster});
+    Poll();
+    EXPECT_TRUE(firmware.Requests().empty());
+}
+
+TEST_F(NetworkMonitoring, AHostWithoutInterfacesRewritesItsStatusFileAtEveryPoll) {
+    ExpectErrors({"GetAdaptersInfo failed with error: 232"});
+    ReportTo(50);
+    SetAdapters({});
+    const auto file = HostPath(service->GetStatusFilePath());
+    for (int poll = 0; poll < 2; ++poll) {
+        std::filesystem::remove(file);
+        Poll();
+        EXPECT_TRUE(std::filesystem::exists(file));
+    }
+    EXPECT_EQ(LogCount("The system has disconnected from the network (connected -> disconnected)"), 1u);
+}
+
+TEST_F(NetworkMonitoring, WithUpdatesDisabledAWlanEventIsOnlyLogged) {
+    ReportTo(50);
+    MoveAddress();
+    service->m_bNetworkUpdatesEnabled = 0;
+    Notify(wlan_notification_acm_connection_complete);
+    PassDebounce();
+    EXPECT_TRUE(firmware.Requests().empty());
+    AwaitLog("Skipping network updates");
+}
+
+TEST_F(NetworkMonitoring, TheFarewellEndsScansAndNotifications) {
+    ReportTo(50);
+    service->StopPlatformUpdates();
+    AwaitLog("Network scanning thread exitting gracefully");
+    service->m_networkMonitor.UnRegisterWlanNotification();
+    AwaitLog("UnRegisterWlanNotification: Skipping WLAN unregistration");
+    EXPECT_EQ(service->m_ipv4InfoStore.GetCurrentIPv4(), 0u);
+}
+
+TEST_F(NetworkMonitoring, ASecondUpdateKeepsThreadAndRegistration) {
+    ReportTo(50);
+    service->UpdatePlatformInfoToMPM();
+    EXPECT_EQ(LogCount("Network scanning thread starting"), 1u);
+    AwaitLog("RegisterWlanNotification: WLAN registration already done");
+}
+
+TEST_F(NetworkMonitoring, OnlyTheFirstWlanInterfaceCounts) {
+    Pc().Change([](auto& pc) {
+        pc.wlanInterfaces = {{"{00000000-0000-0000-0000-000000000001}", "first", 4},
+                             {"{00000000-0000-0000-0000-000000000002}", "second", 1}};
+    });
+    EXPECT_FALSE(service->m_networkMonitor.CheckWlanAndSyncProfile(true));
+    EXPECT_EQ(LogCount("PrintWLANState: Not connected"), 2u);
+    AwaitLog("System is connected to LAN");
+    Pc().Change([](auto& pc) { pc.wlanInterfaces.at(0).state = 1; });
+    EXPECT_TRUE(service->m_networkMonitor.CheckWlanAndSyncProfile(true));
+    AwaitLog("System is connected to WLAN");
+}
+
+TEST_F(NetworkMonitoring, AFailingWlanServiceCountsAsNoWlan) {
+    Pc().Change([](auto& pc) { pc.wlanService = false; });
+    EXPECT_FALSE(service->m_networkMonitor.CheckWlanAndSyncProfile(true));
+    AwaitLog("WlanOpenHandle failed with error: 1062");
+    EXPECT_EQ(service->m_networkMonitor.RegisterWlanNotification(), 1062u);
+    AwaitLog("RegisterWlanNotification: WlanOpenHandle() failed with error: 1062");
+}
