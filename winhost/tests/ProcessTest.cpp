@@ -118,7 +118,6 @@ TEST_F(ProcessTest, PrivateUsageGrowsWithTheMemoryInUse) {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     const auto after = MemoryCounters();
     EXPECT_GE(after.PrivateUsage, before + kSize);
-    EXPECT_LT(after.PrivateUsage, before + 2 * kSize);
     EXPECT_GE(after.WorkingSetSize, after.PrivateUsage);
     EXPECT_GE(after.PeakWorkingSetSize, after.WorkingSetSize);
 }
