@@ -30,9 +30,10 @@ TEST_F(Cleanup, FollowsItsOrderInARegularBoot) {
     firmware.Clear();
     EXPECT_TRUE(service->ServiceCleanup());
     ExpectLogInOrder({"Write ZEL Service status to MPM", "ZEL Service DOWN", "Clean up DASH object",
-                      "Close HTTPS socket", "Waiting for DASH Client thread join", "DASH Client thread joined",
-                      "Waiting for MB Driver Read thread termination", "MB Driver Read thread terminated",
-                      "Cleanup Driver Interfaces", "zel_json_data file deleted successfully"});
+                      "Close HTTPS socket", "Waiting for DASH Client thread join",
+                      "DASH Client thread joined", "Waiting for MB Driver Read thread termination",
+                      "MB Driver Read thread terminated", "Cleanup Driver Interfaces",
+                      "zel_json_data file deleted successfully"});
     // The thread itself may say so before anybody waits for it.
     ExpectLogInOrder({"Close HTTPS socket", "HandleDASHClientThread: Exiting DASH Handler Thread",
                       "DASH Client thread joined"});
