@@ -13,6 +13,8 @@ ZELService::ZELService(const char* serviceName)
 ZELService::~ZELService() {
     EndThreads(INFINITE);
     JoinThreads();
+    // While all members are still there: the workers of the sessions use them.
+    m_dashClientInterface.EndSessions();
 }
 
 bool ZELService::EndThreads(DWORD milliseconds) {
