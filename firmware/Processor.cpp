@@ -5,6 +5,7 @@
 
 #include "firmware/Answers.h"
 #include "firmware/Bridge.h"
+#include "firmware/dash/Power.h"
 
 namespace mpm {
 
@@ -186,10 +187,13 @@ void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
 }
 
 DashEndpoint& Processor::Endpoint() {
-    if (!m_endpoint)
-        m_endpoint.emplace([this] {
-            return Identity{m_settings.ProductVendor, m_settings.MPMVersion, m_settings.DASHVersion};
-        });
+    if (m_endpoint) return *m_endpoint;
+    m_endpoint.emplace([this] {
+        return Identity{m_settings.ProductVendor, m_settings.MPMVersion, m_settings.DASHVersion};
+    });
+    OfferPower(
+        m_endpoint->Service(), [this] { return Host()["WriteOsInfo"]["HostName"].asString(); },
+        [this](MpmCommand command) { Send(command, {}, 0); });
     return *m_endpoint;
 }
 

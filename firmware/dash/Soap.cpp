@@ -48,6 +48,12 @@ std::string NewMessageId() {
     return text;
 }
 
+std::string FaultAction(const SoapFault& fault) {
+    if (fault.subcode.starts_with("wsman:")) return "http://schemas.dmtf.org/wbem/wsman/1/wsman/fault";
+    if (fault.subcode.starts_with("wsen:")) return std::string(ns::kEnumeration) + "/fault";
+    return std::string(ns::kAddressing) + "/fault";
+}
+
 constexpr const char* kSchemaFault = "wsman:SchemaValidationError";
 
 }  // namespace
@@ -100,6 +106,20 @@ SoapAnswer::SoapAnswer() {
     m_body = m_envelope.append_child("s:Body");
 }
 
+void SoapAnswer::Address(const std::string& action, const std::string& relatesTo) {
+    m_envelope.append_attribute("xmlns:wsa") = ns::kAddressing;
+    m_envelope.append_attribute("xmlns:wsman") = ns::kManagement;
+    m_envelope.append_attribute("xmlns:wsen") = ns::kEnumeration;
+    AppendText(m_header, "wsa:Action", action);
+    AppendText(m_header, "wsa:MessageID", NewMessageId());
+    AppendText(m_header, "wsa:To", std::string(ns::kAddressing) + "/role/anonymous");
+    if (!relatesTo.empty()) AppendText(m_header, "wsa:RelatesTo", relatesTo);
+}
+
+void SoapAnswer::Address(const SoapMessage& request) {
+    Address(request.Addressing("Action") + "Response", request.Addressing("MessageID"));
+}
+
 std::string SoapAnswer::Text() const {
     std::ostringstream text;
     m_document.save(text, "", pugi::format_raw);
@@ -114,15 +134,7 @@ pugi::xml_node AppendText(pugi::xml_node parent, const char* name, const std::st
 
 std::string FaultText(const SoapFault& fault, const std::string& relatesTo) {
     SoapAnswer answer;
-    answer.Envelope().append_attribute("xmlns:wsa") = ns::kAddressing;
-    answer.Envelope().append_attribute("xmlns:wsman") = ns::kManagement;
-    const bool management = fault.subcode.starts_with("wsman:");
-    AppendText(answer.Header(), "wsa:Action",
-               management ? "http://schemas.dmtf.org/wbem/wsman/1/wsman/fault"
-                          : std::string(ns::kAddressing) + "/fault");
-    AppendText(answer.Header(), "wsa:MessageID", NewMessageId());
-    AppendText(answer.Header(), "wsa:To", std::string(ns::kAddressing) + "/role/anonymous");
-    if (!relatesTo.empty()) AppendText(answer.Header(), "wsa:RelatesTo", relatesTo);
+    answer.Address(FaultAction(fault), relatesTo);
     pugi::xml_node body = answer.Body().append_child("s:Fault");
     pugi::xml_node code = body.append_child("s:Code");
     AppendText(code, "s:Value", fault.code);

@@ -14,6 +14,10 @@ namespace ns {
 inline constexpr const char* kSoap = "http://www.w3.org/2003/05/soap-envelope";
 inline constexpr const char* kSoap11 = "http://schemas.xmlsoap.org/soap/envelope/";
 inline constexpr const char* kAddressing = "http://schemas.xmlsoap.org/ws/2004/08/addressing";
+inline constexpr const char* kTransfer = "http://schemas.xmlsoap.org/ws/2004/09/transfer";
+inline constexpr const char* kEnumeration = "http://schemas.xmlsoap.org/ws/2004/09/enumeration";
+// Ahead of the name of a class.
+inline constexpr const char* kCim = "http://schemas.dmtf.org/wbem/wscim/1/cim-schema/2/";
 inline constexpr const char* kManagement = "http://schemas.dmtf.org/wbem/wsman/1/wsman.xsd";
 inline constexpr const char* kIdentity = "http://schemas.dmtf.org/wbem/wsman/identity/1/wsmanidentity.xsd";
 inline constexpr const char* kDash = "http://schemas.dmtf.org/wbem/dash/1/dash.xsd";
@@ -58,6 +62,11 @@ class SoapAnswer {
     pugi::xml_node Header() { return m_header; }
     pugi::xml_node Body() { return m_body; }
     std::string Text() const;
+    // Gives it the headers and namespaces of WS-Addressing. `relatesTo`: the MessageID of the request; may be
+    // empty.
+    void Address(const std::string& action, const std::string& relatesTo);
+    // The same as the response to this request.
+    void Address(const SoapMessage& request);
 
   private:
     pugi::xml_document m_document;
