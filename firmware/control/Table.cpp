@@ -1,6 +1,7 @@
 #include "firmware/control/Table.h"
 
 #include "firmware/Report.h"
+#include "firmware/control/HostTable.h"
 
 namespace mpm::control {
 
@@ -34,6 +35,7 @@ std::string TableOf(const Json::Value& shown) {
     const Json::Value& host = shown["host"];
     table += Pad("host") + (host["up"].asBool() ? "up" : "not up") +
              (host["listening"].asBool() ? ", listening" : ", not listening") + "\n";
+    table += HostTableOf(host) + "\n";
     for (const std::string& name : host.getMemberNames())
         if (host[name].isObject()) Append(table, "", name, host[name]);
     Append(table, "", "settings", shown["settings"]);

@@ -1,4 +1,5 @@
-// The answer of `show` as a table for people.
+// The answer of `show` as a table for people: the host at a glance, then each record field by field, then the
+// settings.
 #pragma once
 
 #include <json/json.h>
