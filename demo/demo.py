@@ -13,11 +13,12 @@ import tempfile
 import threading
 import time
 
-from harness.console import Console, closed_by_peer
+from harness.console import OFF_HARD, Console, closed_by_peer
 from harness.firmware import Firmware
 from harness.native import RUNNING, NativeHost
+from harness.waiting import eventually
 
-SIDES = {"console": "\033[36m", "service": "\033[33m", "firmware": "\033[32m", "demo": "\033[1m"}
+SIDES = {"console": "\033[36m", "service": "\033[33m", "firmware": "\033[32m", "PC": "\033[35m", "demo": "\033[1m"}
 
 
 class Story:
@@ -67,6 +68,7 @@ STORY_LINES = (
     "Logging started", "Starting as", "Open MPM Device Success", "ZEL Service UP", "ZEL Service DOWN", "Calling HTTPS Socket",
     "Process the accepted connection", "request arrived", "Remote Address", "DASH packet received", "send() success",
     "Server has not received", "After sock close", "SERVICE_CONTROL_STOP", "Gracefully",
+    "Shutdown Command received", "Shutdown initiated",
 )
 
 
@@ -107,6 +109,26 @@ def second_client_waits(story, console):
         answer.result()
 
 
+def show_host(story, firmware):
+    firmware.await_request("WriteMultiNwInfo")
+    firmware.await_request("WriteADInfo")
+    story.tell("demo", "what the firmware knows of its PC by now (mpmsim show):")
+    print("\n".join(f"          {line}" for line in firmware.show().split("\n\n")[0].splitlines()), flush=True)
+
+
+def power_off(story, console, host):
+    story.tell("console", f"an administrator powers the PC off: RequestPowerStateChange to {OFF_HARD}")
+    returned = console.request_power_state(OFF_HARD)
+    story.tell("console", f"the administrator reads the firmware's answer: ReturnValue {returned}")
+    if returned != 0:
+        raise AssertionError(f"return value {returned}")
+    host.await_log("DoSytemShutdown: Shutdown initiated")
+    if not isinstance(host, NativeHost):
+        return story.tell("PC", "Wine grants the shutdown and goes on running")
+    for call in eventually(host.power_actions, "the PC to power off"):
+        story.tell("PC", f"Windows shuts down: {call}")
+
+
 def make_host(windows, workdir):
     if windows:
         from harness.wine import WineHost, enter_namespace
@@ -129,6 +151,8 @@ def play(story, firmware, host, stay):
     else:
         identify(story, console, "a console")
         second_client_waits(story, console)
+        show_host(story, firmware)
+        power_off(story, console, host)
     story.tell("demo", "the service manager stops the service")
     code = host.stop_service()
     firmware.await_request("WriteZELStatus", lambda fields: fields.get("state") == 2)

@@ -10,6 +10,35 @@ IDENTIFY = """<?xml version="1.0" encoding="UTF-8"?>
   <s:Header/><s:Body><wsmid:Identify/></s:Body>
 </s:Envelope>"""
 
+CIM = "http://schemas.dmtf.org/wbem/wscim/1/cim-schema/2/"
+REQUEST_POWER_STATE_CHANGE = f"""<?xml version="1.0" encoding="UTF-8"?>
+<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" xmlns:wsa="http://schemas.xmlsoap.org/ws/2004/08/addressing"
+            xmlns:wsman="http://schemas.dmtf.org/wbem/wsman/1/wsman.xsd" xmlns:p="{CIM}CIM_PowerManagementService">
+  <s:Header>
+    <wsa:Action s:mustUnderstand="true">{CIM}CIM_PowerManagementService/RequestPowerStateChange</wsa:Action>
+    <wsa:MessageID>uuid:3a0e6a6e-7f6c-4c0e-9d55-2d6f0f6f4b01</wsa:MessageID>
+    <wsman:ResourceURI s:mustUnderstand="true">{CIM}CIM_PowerManagementService</wsman:ResourceURI>
+  </s:Header>
+  <s:Body>
+    <p:RequestPowerStateChange_INPUT>
+      <p:PowerState>%d</p:PowerState>
+      <p:ManagedElement>
+        <wsa:Address>http://schemas.xmlsoap.org/ws/2004/08/addressing/role/anonymous</wsa:Address>
+        <wsa:ReferenceParameters>
+          <wsman:ResourceURI>{CIM}CIM_ComputerSystem</wsman:ResourceURI>
+          <wsman:SelectorSet>
+            <wsman:Selector Name="CreationClassName">CIM_ComputerSystem</wsman:Selector>
+            <wsman:Selector Name="Name">ManagedSystem</wsman:Selector>
+          </wsman:SelectorSet>
+        </wsa:ReferenceParameters>
+      </p:ManagedElement>
+    </p:RequestPowerStateChange_INPUT>
+  </s:Body>
+</s:Envelope>"""
+
+# Power states as CIM numbers them.
+SLEEP, POWER_CYCLE, OFF_HARD, HIBERNATE, OFF_SOFT_GRACEFUL = 3, 5, 6, 7, 12
+
 
 class Console:
     """Posts WS-Management requests over HTTPS to the DASH port of a host."""
@@ -37,6 +66,12 @@ class Console:
         status, body = self.post(IDENTIFY)
         assert status == 200, f"HTTP {status}: {body}"
         return dict(re.findall(r"<(?:\w+:)?(\w+)[^<>]*>([^<>]+)</", body))
+
+    def request_power_state(self, state):
+        """Presses a power button; the method's return value, 0 when the firmware does as it was asked."""
+        status, body = self.post(REQUEST_POWER_STATE_CHANGE % state)
+        assert status == 200, f"HTTP {status}: {body}"
+        return int(re.search(r"<p:ReturnValue>(\d+)</p:ReturnValue>", body)[1])
 
     def connect(self, patience=20):
         """A bare TCP connection to the same port."""

@@ -79,6 +79,10 @@ class Firmware:
         """What the host asked so far, decoded: dictionaries with "name", "bytes" and "fields"."""
         return [entry for entry in self._entries("request") if name in (None, entry["name"])]
 
+    def messages(self):
+        """What the firmware sent to the host so far: dictionaries with "name", "code" and "bytes"."""
+        return self._entries("message")
+
     def notes(self):
         """What else happened, by name: "listening", "cancelled", "gone" and the like."""
         return [entry["name"] for entry in self._entries("note")]

@@ -111,6 +111,10 @@ class NativeHost:
     def await_state(self, state):
         eventually(lambda: self.query_state() == state, f"service state {state}")
 
+    def power_actions(self):
+        """The calls by which the service had Windows change the PC's power, oldest first."""
+        return [action["call"] for action in json.loads(self.ctl("power-actions", "--json"))]
+
     def stop_service(self):
         """Stops it through the SCM and returns the exit code of the process."""
         self.control("stop")
