@@ -20,6 +20,15 @@ std::string Printable(const Json::Value& value) {
     return text.empty() ? "-" : text;
 }
 
+// The record has the twelve digits alone.
+std::string MacText(const Json::Value& value) {
+    std::string text = Printable(value);
+    if (text.size() == 12)
+        for (size_t at = 10; at > 0; at -= 2)
+            text.insert(at, ":");
+    return text;
+}
+
 // Of UTF-8 text, in characters.
 size_t WidthOf(const std::string& text) {
     return size_t(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
@@ -62,7 +71,7 @@ using Row = std::array<std::string, 7>;
 Row RowOf(const Json::Value& adapter) {
     const unsigned origin = adapter["AddressOrigin"].asUInt();
     return {Printable(adapter["Name"]),
-            Printable(adapter["MACAddress"]),
+            MacText(adapter["MACAddress"]),
             Printable(adapter["IPv4Address"]),
             Printable(adapter["Subnet"]),
             Printable(adapter["Gateway"]),

@@ -25,7 +25,7 @@ class HostTableTest : public testing::Test {
     static NwInfoEntry Entry(const std::string& name) {
         NwInfoEntry entry{};
         name.copy(entry.Name, sizeof entry.Name - 1);
-        std::strcpy(entry.MACAddress, "02:00:5E:10:00:01");
+        std::strcpy(entry.MACAddress, "02005E100001");
         entry.StatusInfo = 5;
         entry.LinkTechnology = 2;
         entry.AddressOrigin = 4;

@@ -201,6 +201,10 @@ TEST_F(ProgramTest, ShowsWhatItKnowsOfTheHost) {
         return Tell("show").output.find("WriteZELStatus\n  state                     1\n") !=
                std::string::npos;
     })) << Tell("show").output;
+    LinkHost(m_address).Ask(MailboxCode::WriteADInfo, Bytes::Of(ADInfo{-19800, {}}));
+    EXPECT_TRUE(Eventually([this] {
+        return Tell("show").output.find("time zone                   UTC-05:30\n") != std::string::npos;
+    })) << Tell("show").output;
     EXPECT_NE(Tell("requests").output.find("WriteZELStatus 4 bytes state=1"), std::string::npos);
     Json::Value line;
     std::istringstream(Tell("requests", "--json").output) >> line;
