@@ -117,14 +117,14 @@ def show_host(story, firmware):
 
 
 def power_off(story, console, host):
-    story.tell("console", f"an administrator powers the PC off: RequestPowerStateChange to {OFF_HARD}")
+    story.tell("console", f"an administrator powers the PC off: RequestPowerStateChange to {OFF_HARD}, off hard")
     returned = console.request_power_state(OFF_HARD)
     story.tell("console", f"the administrator reads the firmware's answer: ReturnValue {returned}")
     if returned != 0:
         raise AssertionError(f"return value {returned}")
     host.await_log("DoSytemShutdown: Shutdown initiated")
     if not isinstance(host, NativeHost):
-        return story.tell("PC", "Wine grants the shutdown and goes on running")
+        return story.tell("PC", "Wine powers nothing off and goes on running")
     for call in eventually(host.power_actions, "the PC to power off"):
         story.tell("PC", f"Windows shuts down: {call}")
 
