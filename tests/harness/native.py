@@ -19,13 +19,15 @@ def free_port():
 
 
 class NativeHost:
-    """A PC on which the service is installed. `changes` go over its description (docs/pc-description.md)."""
+    """A PC on which the service is installed, in a `network` (OwnNetwork) or in the test's own. `changes` go over its
+    description (docs/pc-description.md)."""
 
     name = "native"
     entry = ""  # what stands ahead of a command that reaches this PC from a shell
 
-    def __init__(self, workdir, mailbox, **changes):
+    def __init__(self, workdir, mailbox, network=None, **changes):
         self.workdir = pathlib.Path(workdir)
+        self._network = network
         self.dash_address = ("127.0.0.1", free_port())
         self.root = self.workdir / "pc"
         self.working_folder = self.root / "C:" / "ProgramData" / "Tarvix" / "Manageability"
@@ -65,8 +67,9 @@ class NativeHost:
         """Starts the executable with these arguments, as the SCM or a person would."""
         path = self.workdir / "pc.json"
         path.write_text(json.dumps(self.description, indent=2))
+        entry = self._network.entry if self._network else []
         self._process = Process(
-            [build_folder() / "ZELService", *arguments], self.workdir / "service.out",
+            [*entry, build_folder() / "ZELService", *arguments], self.workdir / "service.out",
             env={"WINHOST_PC": str(path), "ASAN_OPTIONS": "detect_leaks=1", "UBSAN_OPTIONS": "print_stacktrace=1"},
         )
         return self
