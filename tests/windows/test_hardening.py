@@ -10,7 +10,7 @@ from harness.wine import windows_folder
 
 SYSTEM_DLLS = {
     "advapi32.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "powrprof.dll", "psapi.dll",
-    "setupapi.dll", "shell32.dll", "user32.dll", "wininet.dll", "ws2_32.dll",
+    "setupapi.dll", "shell32.dll", "user32.dll", "wininet.dll", "wlanapi.dll", "ws2_32.dll",
 }
 HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPAT = 0x0020, 0x0040, 0x0100
 
