@@ -1,3 +1,4 @@
+#include "service/ZELLogger.h"
 #include "service/ZELService.h"
 
 namespace {
@@ -12,5 +13,7 @@ int main(int argc, char** argv) {
     const int exitCode = service.Main(argc, argv);
     // A thread that hangs in the driver must not meet the destruction of what it uses.
     if (!service.EndThreads(kEndMilliseconds)) ExitProcess(exitCode);
+    // A stop has closed the log; every other end of the process has not.
+    if (ZELLogger* const logger = ZELLogger::Instance()) logger->CloseLog();
     return exitCode;
 }

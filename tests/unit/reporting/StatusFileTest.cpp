@@ -235,6 +235,7 @@ TEST_F(StatusFileTest, IsThereBeforeTheDeviceIsAndGoneWithTheService) {
     AllowError("");
     StartService();
     EXPECT_TRUE(Eventually([] { return fs::exists(HostPath(kPath)); }));
+    AwaitLog("OpenMPMDevice() call failed with error: 487");
     service->ServiceCleanup();
     EXPECT_FALSE(fs::exists(HostPath(kPath)));
 }
