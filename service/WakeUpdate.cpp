@@ -1,4 +1,6 @@
 // The one way back to the firmware: after the start, a resume, and ahead of each new connection.
+#include <system_error>
+
 #include "service/Log.h"
 #include "service/ZELService.h"
 
@@ -49,8 +51,14 @@ void ZELService::WakeAndUpdateMPM(bool force) {
         UpdatePlatformInfoToMPM();
         m_bWakeUpdateInProgress.exchange(0);
     };
-    // The farewell stays the last word of a service that stops.
-    if (m_bServiceStopping || !m_detachedThreads.Start(update)) m_bWakeUpdateInProgress = 0;
+    try {
+        // The farewell stays the last word of a service that stops.
+        if (m_bServiceStopping || !m_detachedThreads.Start(update)) m_bWakeUpdateInProgress = 0;
+    } catch (const std::system_error&) {
+        // Else every later wake would be dropped for an update that never runs.
+        m_bWakeUpdateInProgress = 0;
+        throw;
+    }
 }
 
 void ZELService::WakeAndUpdateMPMAndWait(bool force) {

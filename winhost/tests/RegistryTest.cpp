@@ -34,6 +34,21 @@ TEST_F(RegistryTest, AValueIsReadWithItsTypeAndItsEnd) {
     EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
 }
 
+TEST_F(RegistryTest, ANumberIsADword) {
+    winhost::Pc::Instance().Change([](winhost::PcDescription& pc) {
+        pc.registryNumbers["HKEY_LOCAL_MACHINE\\SOFTWARE\\Numbers\\Below"]["Count"] = 0x01020304;
+    });
+    RegCloseKey(Open("SOFTWARE\\Numbers"));
+    const HKEY key = Open("SOFTWARE\\Numbers\\Below");
+    DWORD number = 0, type = 0, size = sizeof number;
+    ASSERT_EQ(ERROR_SUCCESS,
+              RegQueryValueExA(key, "count", nullptr, &type, reinterpret_cast<LPBYTE>(&number), &size));
+    EXPECT_EQ(DWORD{REG_DWORD}, type);
+    EXPECT_EQ(sizeof number, size);
+    EXPECT_EQ(0x01020304u, number);
+    RegCloseKey(key);
+}
+
 TEST_F(RegistryTest, NamesHaveNoCase) {
     const HKEY key = Open("software\\wow6432node\\VENDOR\\product name");
     DWORD size = 0;
