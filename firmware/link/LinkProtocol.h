@@ -1,10 +1,11 @@
-// The frames that join the host side of the mailbox (winhost's device, or mpmgate in front of mpmbox.sys) to the
-// simulated firmware, over a Unix socket or TCP loopback.
+// The frames that join the host side of the mailbox (winhost's device, or mpmgate in front of mpmbox.sys) to
+// the simulated firmware, over a Unix socket or TCP loopback.
 //
-// Every handle that is opened on the mailbox device is one connection. Requests are answered on the connection
-// they came by, in any order, matched by id. The first read on a handle sends Listen: from then on the firmware's
-// messages arrive on that connection, one frame a message; the host takes a frame from the socket only when a read
-// is pending for it, so that an unread message waits in the socket and TCP holds the firmware back.
+// Every handle that is opened on the mailbox device is one connection. Requests are answered on the
+// connection they came by, in any order, matched by id. The first read on a handle sends Listen: from then on
+// the firmware's messages arrive on that connection, one frame a message; the host takes a frame from the
+// socket only when a read is pending for it, so that an unread message waits in the socket and TCP holds the
+// firmware back.
 #pragma once
 
 #include <cstdint>

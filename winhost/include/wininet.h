@@ -11,6 +11,6 @@
 #define INTERNET_CONNECTION_OFFLINE 0x20
 #define INTERNET_CONNECTION_CONFIGURED 0x40
 
-// FALSE with ERROR_NOT_CONNECTED when there is no connection. Without a word of the PC's description it is the LAN, with
-// INTERNET_RAS_INSTALLED, while an adapter that is up has a gateway.
+// FALSE with ERROR_NOT_CONNECTED when there is no connection. Without a word of the PC's description it is
+// the LAN, with INTERNET_RAS_INSTALLED, while an adapter that is up has a gateway.
 BOOL WINAPI InternetGetConnectedState(LPDWORD lpdwFlags, DWORD dwReserved);
