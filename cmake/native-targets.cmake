@@ -48,8 +48,8 @@ if(ZEL_TESTS)
         if(sources)
             add_executable(${name} ${sources})
             target_link_libraries(${name} ${ARGN} GTest::gmock GTest::gtest GTest::gtest_main)
-            # The code under test is optimised, the tests need not be.
-            target_compile_options(${name} PRIVATE -O0)
+            # The code under test is optimised and watched for undefined behaviour, the tests need not be.
+            target_compile_options(${name} PRIVATE -O0 -g0 -fno-sanitize=undefined)
             precompile(${name} ${STANDARD_HEADERS} <gmock/gmock.h> <gtest/gtest.h>)
             gtest_discover_tests(${name} PROPERTIES TIMEOUT 60 DISCOVERY_TIMEOUT 30)
         endif()

@@ -47,6 +47,7 @@ TEST_F(Listener, AFailedAcceptLeadsToANewListener) {
     Gate().FailNth("accept", 1, WSAENOBUFS);
     Connect();  // wakes the accept that was under way before
     AwaitLog("Accept socket is invalid");
+    AwaitLog("Calling HTTPS Socket Accept", 3);  // a connection to the old listener would go with it
     ExpectLogInOrder(
         {"accept() API failed with error: 10055", "Accept socket is invalid", "Calling HTTPS Socket Accept"});
     Connect();
