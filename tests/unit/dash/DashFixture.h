@@ -24,7 +24,7 @@ class DashFixture : public ServiceFixture {
         service->UpdatePlatformInfoToMPM();
         DetachedThreads& threads = service->m_detachedThreads;
         service->m_pMBDriverReadThreadObj =
-            threads.StartOwned([this] { ReadFromMailBoxDriverThread(service.get()); });
+            threads.StartOwned([service = service.get()] { ReadFromMailBoxDriverThread(service); });
         service->m_pDASHClientThreadObj =
             threads.StartOwned([this] { service->m_dashClientInterface.HandleDASHClientThread(); });
     }

@@ -23,7 +23,7 @@ class ReadLoop : public ServiceFixture {
     static winhost::MailboxDevice& Device() { return winhost::MailboxDevice::Instance(); }
 
     void StartLoop() {
-        m_thread = std::thread([this] { ReadFromMailBoxDriverThread(service.get()); });
+        m_thread = std::thread([service = service.get()] { ReadFromMailBoxDriverThread(service); });
     }
     void StartLoopAndAwaitReads() {
         StartLoop();
