@@ -25,8 +25,8 @@ class DashFixture : public ServiceFixture {
         DetachedThreads& threads = service->m_detachedThreads;
         service->m_pMBDriverReadThreadObj =
             threads.StartOwned([service = service.get()] { ReadFromMailBoxDriverThread(service); });
-        service->m_pDASHClientThreadObj =
-            threads.StartOwned([this] { service->m_dashClientInterface.HandleDASHClientThread(); });
+        service->m_pDASHClientThreadObj = threads.StartOwned(
+            [service = service.get()] { service->m_dashClientInterface.HandleDASHClientThread(); });
     }
 
     // Stops the service and ends it, as the process does.
