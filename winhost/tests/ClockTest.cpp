@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "winhost/core/Clock.h"
+#include "winhost/tests/ManualTime.h"
 
 using namespace std::chrono_literals;
 using winhost::Clock;
@@ -11,7 +12,7 @@ namespace {
 
 class ManualClock : public testing::Test {
   protected:
-    ManualClock() { m_clock.SetManual(true); }
+    ManualTime m_manual;
     Clock& m_clock = Clock::Instance();
 };
 
@@ -135,12 +136,13 @@ TEST(RunningClock, TellsTheTimeOfTheWorld) {
 
 TEST(RunningClock, SetsTheWallTimeWithoutMovingTheSteadyOne) {
     Clock& clock = Clock::Instance();
-    clock.SetManual(true);
+    const ManualTime manual;
     const auto steady = clock.Steady();
     const uint64_t wall = clock.FileTime();
     clock.SetWallOffset(-1h);
     EXPECT_EQ(clock.Steady(), steady);
     EXPECT_EQ(clock.FileTime(), wall - 36'000'000'000);
+    clock.SetWallOffset({});
 }
 
 }  // namespace

@@ -40,9 +40,18 @@ class MailboxFixture : public PcFixture {
         StartPc([this](auto& pc) { pc.mailbox = m_peer->Address(); });
     }
 
-    static HANDLE Open() {
-        return CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                           OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+    ~MailboxFixture() override {
+        for (const HANDLE device : m_opened)
+            CloseHandle(device);
+        Device().CompleteReadsAtOnce(false);
+        Device().CompleteRequestsAtOnce(false);
+    }
+
+    HANDLE Open() {
+        const HANDLE device = CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0,
+                                          nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+        if (device != INVALID_HANDLE_VALUE) m_opened.push_back(device);
+        return device;
     }
 
     static DWORD Result(BOOL succeeded) { return succeeded ? ERROR_SUCCESS : GetLastError(); }
@@ -66,4 +75,7 @@ class MailboxFixture : public PcFixture {
     winhost::MailboxDevice& Device() { return winhost::MailboxDevice::Instance(); }
 
     std::optional<LinkPeer> m_peer;
+
+  private:
+    std::vector<HANDLE> m_opened;
 };

@@ -3,6 +3,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/tests/MailboxFixture.h"
+#include "winhost/tests/ManualTime.h"
 
 using mpmlink::Kind;
 
@@ -10,7 +11,6 @@ namespace {
 
 class MailboxReadTest : public MailboxFixture {
   protected:
-    ~MailboxReadTest() override { CloseHandle(m_device); }
     const HANDLE m_device = Open();
     LinkPeer::Connection m_firmware = m_peer->Accept();
 };
@@ -216,7 +216,7 @@ TEST_F(CompletionPortTest, IsLeftOutByAnEventWithItsLowestBitSet) {
 }
 
 TEST_F(CompletionPortTest, TimesOutByThePcsClockWithoutOverlapped) {
-    winhost::Clock::Instance().SetManual(true);
+    const ManualTime manual;
     Completion completion;
     completion.overlapped = &m_reads[0]->overlapped;
     std::thread waiter([&] { completion = Take(5000); });
@@ -228,7 +228,7 @@ TEST_F(CompletionPortTest, TimesOutByThePcsClockWithoutOverlapped) {
 }
 
 TEST_F(CompletionPortTest, ItsEndWakesWhoeverWaits) {
-    winhost::Clock::Instance().SetManual(true);
+    const ManualTime manual;
     Completion completion;
     std::thread waiter([&] { completion = Take(5000); });
     ASSERT_TRUE(winhost::Clock::Instance().AwaitSleeper(std::chrono::seconds(5)));

@@ -58,7 +58,6 @@ class MailboxRequestTest : public MailboxFixture {
   protected:
     const HANDLE m_device = Open();
     LinkPeer::Connection m_firmware = m_peer->Accept();
-    ~MailboxRequestTest() override { CloseHandle(m_device); }
 };
 
 TEST_F(MailboxRequestTest, PendsUntilTheFirmwareAnswers) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "winhost/core/Clock.h"
+#include "winhost/tests/ManualTime.h"
 
 using namespace std::chrono_literals;
 using winhost::Clock;
@@ -67,7 +68,7 @@ TEST(Event, ManualResetWakesAllWaiters) {
 }
 
 TEST(Event, OutlivesItsHandleForAThreadThatWaits) {
-    Clock::Instance().SetManual(true);
+    const ManualTime manual;
     const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     DWORD result = WAIT_FAILED;
     std::thread waiter([&] { result = WaitForSingleObject(event, 1000); });
@@ -79,7 +80,7 @@ TEST(Event, OutlivesItsHandleForAThreadThatWaits) {
 }
 
 TEST(Wait, TimesOutByThePcsClock) {
-    Clock::Instance().SetManual(true);
+    const ManualTime manual;
     const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     DWORD result = WAIT_FAILED;
     std::thread waiter([&] { result = WaitForSingleObject(event, 60'000); });
@@ -102,7 +103,7 @@ TEST(Wait, OnABogusHandleFails) {
 }
 
 TEST(Sleep, LastsAsLongOnThePcsClock) {
-    Clock::Instance().SetManual(true);
+    const ManualTime manual;
     std::thread sleeper([] { Sleep(10'000); });
     ASSERT_TRUE(Clock::Instance().AwaitSleeper(10s));
     Clock::Instance().Advance(10s);
@@ -110,7 +111,7 @@ TEST(Sleep, LastsAsLongOnThePcsClock) {
 }
 
 TEST(Sleep, OfZeroReturnsAtOnceOnAStandingClock) {
-    Clock::Instance().SetManual(true);
+    const ManualTime manual;
     Sleep(0);
 }
 
