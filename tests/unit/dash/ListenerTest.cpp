@@ -44,8 +44,9 @@ TEST_F(Listener, AStopEndsTheWaitForATakenPort) {
 TEST_F(Listener, AFailedAcceptLeadsToANewListener) {
     Start(50);
     ExpectErrors({"accept() API failed with error: 10055", "Accept socket is invalid"});
+    ASSERT_TRUE(Eventually([] { return Gate().Count("accept") == 1; }));
     Gate().FailNth("accept", 1, WSAENOBUFS);
-    Connect();  // wakes the accept that was under way before
+    Connect();  // wakes the accept that is under way; the next one fails
     AwaitLog("Accept socket is invalid");
     AwaitLog("Calling HTTPS Socket Accept", 3);  // a connection to the old listener would go with it
     ExpectLogInOrder(
