@@ -7,6 +7,7 @@
 
 #include <libloaderapi.h>
 #include <minwinbase.h>
+#include <namedpipeapi.h>
 #include <processthreadsapi.h>
 #include <securitybaseapi.h>
 #include <sysinfoapi.h>
@@ -47,13 +48,16 @@ void Sleep(DWORD milliseconds);
 #define HasOverlappedIoCompleted(lpOverlapped) (((DWORD)(lpOverlapped)->Internal) != STATUS_PENDING)
 
 // Opens devices: OPEN_EXISTING with FILE_FLAG_OVERLAPPED, else ERROR_NOT_SUPPORTED. A path that no device
-// answers to gives ERROR_FILE_NOT_FOUND.
+// answers to gives ERROR_FILE_NOT_FOUND. And the client's end of named pipes: OPEN_EXISTING without flags,
+// for GENERIC_READ, GENERIC_WRITE or both; ERROR_PIPE_BUSY when no instance listens.
 HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD shareMode, LPSECURITY_ATTRIBUTES attributes,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
-// Both need an OVERLAPPED (else ERROR_INVALID_PARAMETER), as every handle here is an overlapped one.
+// Devices need an OVERLAPPED (else ERROR_INVALID_PARAMETER), and pipes take none (else ERROR_NOT_SUPPORTED).
 BOOL DeviceIoControl(HANDLE device, DWORD controlCode, LPVOID input, DWORD inputSize, LPVOID output,
                      DWORD outputSize, LPDWORD bytesReturned, LPOVERLAPPED overlapped);
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD bytesRead, LPOVERLAPPED overlapped);
+// To pipes: a device gives ERROR_INVALID_FUNCTION.
+BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD bytesWritten, LPOVERLAPPED overlapped);
 BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytesMoved, BOOL wait);
 BOOL CancelIoEx(HANDLE file, LPOVERLAPPED overlapped);
 

@@ -36,13 +36,13 @@ void CompletionPort::OnClose() {
 }  // namespace winhost
 
 using winhost::CompletionPort;
-using winhost::FileObject;
 using winhost::HandleTable;
+using winhost::OverlappedFile;
 
 HANDLE CreateIoCompletionPort(HANDLE file, HANDLE existingPort, ULONG_PTR key, DWORD) {
     WINHOST_GATE("CreateIoCompletionPort", nullptr);
     HandleTable& table = HandleTable::Instance();
-    const auto object = table.Find<FileObject>(file);
+    const auto object = table.Find<OverlappedFile>(file);
     if (!object || existingPort) {
         SetLastError(existingPort ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
         return nullptr;

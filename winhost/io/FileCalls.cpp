@@ -5,22 +5,33 @@
 #include "winhost/io/FileObject.h"
 #include "winhost/io/MailboxHandle.h"
 #include "winhost/io/NtStatus.h"
+#include "winhost/pipe/PipeClient.h"
 
 using winhost::Clock;
 using winhost::Event;
 using winhost::FileObject;
 using winhost::HandleTable;
+using winhost::OverlappedFile;
 using winhost::OverlappedRequest;
+using winhost::SynchronousFile;
 
 namespace {
 
 // Asks those who may know the name in turn; each leaves what is not its own at ERROR_FILE_NOT_FOUND.
-DWORD Open(const std::string& name, DWORD access, std::shared_ptr<FileObject>& file) {
+DWORD OpenDevice(const std::string& name, DWORD access, std::shared_ptr<FileObject>& file) {
     constexpr decltype(&winhost::OpenMailbox) kOpeners[] = {winhost::OpenMailbox};
     DWORD error = ERROR_FILE_NOT_FOUND;
     for (const auto opener : kOpeners)
         if ((error = opener(name, access, file)) != ERROR_FILE_NOT_FOUND) break;
     return error;
+}
+
+DWORD Open(const std::string& name, DWORD access, DWORD flags, std::shared_ptr<FileObject>& file) {
+    const bool overlapped = flags & FILE_FLAG_OVERLAPPED;
+    if (winhost::IsPipeName(name))
+        return flags & ~DWORD{FILE_ATTRIBUTE_NORMAL} ? static_cast<DWORD>(ERROR_NOT_SUPPORTED)
+                                                     : winhost::OpenPipe(name, access, file);
+    return overlapped ? OpenDevice(name, access, file) : static_cast<DWORD>(ERROR_NOT_SUPPORTED);
 }
 
 // What the call answers: TRUE when the request has ended already, and else FALSE with the reason.
@@ -31,15 +42,33 @@ BOOL Answer(DWORD result, LPDWORD bytes) {
     return FALSE;
 }
 
+// For a handle of a kind that doesn't know the request.
+BOOL RefuseRequest(HANDLE handle, LPDWORD bytes) {
+    const bool isFile = HandleTable::Instance().Find<FileObject>(handle) != nullptr;
+    return Answer(isFile ? ERROR_INVALID_FUNCTION : ERROR_INVALID_HANDLE, bytes);
+}
+
 // Finds the file, begins the request and makes it by `issue(file, request)`.
 template <class Issue>
 BOOL MakeRequest(HANDLE handle, LPDWORD bytes, LPOVERLAPPED overlapped, Issue issue) {
-    const auto file = HandleTable::Instance().Find<FileObject>(handle);
+    const auto file = HandleTable::Instance().Find<OverlappedFile>(handle);
     OverlappedRequest request;
-    if (!file) return Answer(ERROR_INVALID_HANDLE, bytes);
+    if (!file) return RefuseRequest(handle, bytes);
     if (!overlapped) return Answer(ERROR_INVALID_PARAMETER, bytes);
     if (!request.Begin(*file, overlapped)) return Answer(ERROR_INVALID_HANDLE, bytes);
     return Answer(issue(*file, std::move(request)), bytes);
+}
+
+// Makes a request that has ended when the call returns, by `issue(moved)`.
+template <class Issue>
+BOOL MakeRequestNow(const void* buffer, DWORD size, LPDWORD bytes, LPOVERLAPPED overlapped, Issue issue) {
+    if (overlapped) return Answer(ERROR_NOT_SUPPORTED, bytes);
+    if (size != 0 && !buffer) return Answer(ERROR_NOACCESS, bytes);
+    DWORD moved = 0;
+    const DWORD error = issue(moved);
+    const BOOL answer = Answer(error, nullptr);
+    if (bytes) *bytes = moved;
+    return answer;
 }
 
 }  // namespace
@@ -49,7 +78,7 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWOR
     WINHOST_GATE("CreateFileA", INVALID_HANDLE_VALUE);
     std::shared_ptr<FileObject> file;
     DWORD error = ERROR_NOT_SUPPORTED;
-    if (disposition == OPEN_EXISTING && (flags & FILE_FLAG_OVERLAPPED)) error = Open(name, access, file);
+    if (disposition == OPEN_EXISTING) error = Open(name, access, flags, file);
     HANDLE handle = nullptr;
     if (error == ERROR_SUCCESS && !(handle = HandleTable::Instance().Add(file))) {
         file->OnClose();
@@ -62,16 +91,28 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWOR
 BOOL DeviceIoControl(HANDLE device, DWORD controlCode, LPVOID input, DWORD inputSize, LPVOID output,
                      DWORD outputSize, LPDWORD bytesReturned, LPOVERLAPPED overlapped) {
     WINHOST_GATE("DeviceIoControl", FALSE);
-    return MakeRequest(device, bytesReturned, overlapped, [&](FileObject& file, OverlappedRequest request) {
-        return file.Control(std::move(request), controlCode, input, inputSize, output, outputSize);
-    });
+    return MakeRequest(
+        device, bytesReturned, overlapped, [&](OverlappedFile& file, OverlappedRequest request) {
+            return file.Control(std::move(request), controlCode, input, inputSize, output, outputSize);
+        });
 }
 
 BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD bytesRead, LPOVERLAPPED overlapped) {
     WINHOST_GATE("ReadFile", FALSE);
-    return MakeRequest(handle, bytesRead, overlapped, [&](FileObject& file, OverlappedRequest request) {
+    if (const auto file = HandleTable::Instance().Find<SynchronousFile>(handle))
+        return MakeRequestNow(buffer, size, bytesRead, overlapped,
+                              [&](DWORD& moved) { return file->Read(buffer, size, moved); });
+    return MakeRequest(handle, bytesRead, overlapped, [&](OverlappedFile& file, OverlappedRequest request) {
         return file.Read(std::move(request), buffer, size);
     });
+}
+
+BOOL WriteFile(HANDLE handle, LPCVOID data, DWORD size, LPDWORD bytesWritten, LPOVERLAPPED overlapped) {
+    WINHOST_GATE("WriteFile", FALSE);
+    const auto file = HandleTable::Instance().Find<SynchronousFile>(handle);
+    if (!file) return RefuseRequest(handle, bytesWritten);
+    return MakeRequestNow(data, size, bytesWritten, overlapped,
+                          [&](DWORD& moved) { return file->Write(data, size, moved); });
 }
 
 // The file is not looked at: what it would tell stands in the OVERLAPPED.

@@ -6,7 +6,7 @@
 
 namespace winhost {
 
-bool OverlappedRequest::Begin(FileObject& file, OVERLAPPED* overlapped) {
+bool OverlappedRequest::Begin(OverlappedFile& file, OVERLAPPED* overlapped) {
     m_overlapped = overlapped;
     if (overlapped->hEvent) {
         m_event = HandleTable::Instance().Find<Event>(overlapped->hEvent);
@@ -31,7 +31,7 @@ void OverlappedRequest::Complete(DWORD error, DWORD bytes) {
     if (m_port) m_port->Post({m_key, m_overlapped, error, bytes});
 }
 
-bool FileObject::Associate(std::shared_ptr<CompletionPort> port, ULONG_PTR key) {
+bool OverlappedFile::Associate(std::shared_ptr<CompletionPort> port, ULONG_PTR key) {
     std::lock_guard lock(m_portMutex);
     if (m_port) return false;
     m_port = std::move(port);

@@ -1,5 +1,6 @@
-// What CreateFileA opens, and the requests made of it. A new kind of device or file is a class derived from
-// FileObject and a row in the list of openers in FileCalls.cpp.
+// What is read and written by its handle, and the requests made of it. A new kind of device is a class
+// derived from OverlappedFile and a row in the list of openers in FileCalls.cpp; handles that block are of a
+// class derived from SynchronousFile.
 #pragma once
 
 #include <memory>
@@ -13,14 +14,14 @@
 
 namespace winhost {
 
-class FileObject;
+class OverlappedFile;
 
 // One overlapped request, from its start until Complete has told its end. Complete is the last touch of the
 // caller's OVERLAPPED, and has to be called at most once.
 class OverlappedRequest {
   public:
     // Marks the request as pending and resets its event. False for an hEvent that is no event.
-    bool Begin(FileObject& file, OVERLAPPED* overlapped);
+    bool Begin(OverlappedFile& file, OVERLAPPED* overlapped);
     void Complete(DWORD error, DWORD bytes);
 
     OVERLAPPED* Overlapped() const { return m_overlapped; }
@@ -34,14 +35,18 @@ class OverlappedRequest {
 
 class FileObject : public Object {
   public:
+    // Ends the pending requests made with this OVERLAPPED, or all for null, with ERROR_OPERATION_ABORTED.
+    // False when there was none.
+    virtual bool Cancel(const OVERLAPPED* overlapped) = 0;
+};
+
+class OverlappedFile : public FileObject {
+  public:
     // Each answers ERROR_IO_PENDING, and completes the request later; or ERROR_SUCCESS, and has completed it
     // with 0 bytes; or the error with which it was refused, and never completes it.
     virtual DWORD Read(OverlappedRequest request, void* buffer, DWORD size) = 0;
     virtual DWORD Control(OverlappedRequest request, DWORD code, const void* input, DWORD inputSize,
                           void* output, DWORD outputSize) = 0;
-    // Ends the pending requests made with this OVERLAPPED, or all for null, with ERROR_OPERATION_ABORTED.
-    // False when there was none.
-    virtual bool Cancel(const OVERLAPPED* overlapped) = 0;
 
     // A file has one port at most.
     bool Associate(std::shared_ptr<CompletionPort> port, ULONG_PTR key);
@@ -51,6 +56,14 @@ class FileObject : public Object {
     std::mutex m_portMutex;
     std::shared_ptr<CompletionPort> m_port;
     ULONG_PTR m_key = 0;
+};
+
+class SynchronousFile : public FileObject {
+  public:
+    // Each blocks until the request has ended, and answers its error. `bytes` were moved, also with
+    // ERROR_MORE_DATA.
+    virtual DWORD Read(void* buffer, DWORD size, DWORD& bytes) = 0;
+    virtual DWORD Write(const void* data, DWORD size, DWORD& bytes) = 0;
 };
 
 }  // namespace winhost

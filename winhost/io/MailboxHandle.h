@@ -16,7 +16,7 @@ namespace winhost {
 // Opens the device when `name` is its path, else ERROR_FILE_NOT_FOUND; so too when the firmware is not there.
 DWORD OpenMailbox(const std::string& name, DWORD access, std::shared_ptr<FileObject>& file);
 
-class MailboxHandle : public FileObject {
+class MailboxHandle : public OverlappedFile {
   public:
     // Takes over the socket and a place that was reserved on the device.
     explicit MailboxHandle(int socket) : m_socket(socket), m_sender(socket) {}

@@ -1,0 +1,29 @@
+// The owner of a file descriptor of the host.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace winhost {
+
+class Descriptor {
+  public:
+    Descriptor() = default;
+    explicit Descriptor(int value) : m_value(value) {}
+    Descriptor(Descriptor&& other) noexcept : m_value(std::exchange(other.m_value, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(m_value, other.m_value);
+        return *this;
+    }
+    ~Descriptor() {
+        if (m_value >= 0) close(m_value);
+    }
+    int Get() const { return m_value; }
+    explicit operator bool() const { return m_value >= 0; }
+
+  private:
+    int m_value = -1;
+};
+
+}  // namespace winhost

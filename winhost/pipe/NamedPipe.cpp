@@ -1,0 +1,110 @@
+// The calls on named pipes; reading, writing and the client's opening are those of every file.
+#include <algorithm>
+
+#include <winbase.h>
+
+#include "winhost/core/Gate.h"
+#include "winhost/pc/Pc.h"
+#include "winhost/pipe/PipeServer.h"
+
+using winhost::Clock;
+using winhost::HandleTable;
+using winhost::PipeEnd;
+using winhost::PipeFolder;
+using winhost::PipeServer;
+using winhost::PipeTerms;
+
+namespace {
+
+constexpr DWORD kWindowsDefaultTimeout = 50;  // milliseconds
+
+BOOL Answer(DWORD error) {
+    if (error == ERROR_SUCCESS) return TRUE;
+    SetLastError(error);
+    return FALSE;
+}
+
+// Finds the end of a pipe and answers what `request(end)` does. Other files know nothing of the request.
+template <class End, class Request>
+BOOL Ask(HANDLE handle, Request request) {
+    const auto end = HandleTable::Instance().Find<End>(handle);
+    if (end) return Answer(request(*end));
+    const bool isFile = HandleTable::Instance().Find<winhost::FileObject>(handle) != nullptr;
+    return Answer(isFile ? ERROR_INVALID_FUNCTION : ERROR_INVALID_HANDLE);
+}
+
+// Everybody may do everything by a null DACL; without any, the default is the server's own user.
+bool OpensToAll(const SECURITY_ATTRIBUTES* attributes) {
+    if (!attributes || !attributes->lpSecurityDescriptor) return false;
+    const auto* descriptor = static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor);
+    return (descriptor->Control & SE_DACL_PRESENT) && !descriptor->Dacl;
+}
+
+DWORD Check(DWORD openMode, DWORD pipeMode, DWORD maxInstances, const SECURITY_ATTRIBUTES* attributes) {
+    constexpr DWORD kKnownModes = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_NOWAIT;
+    if ((openMode & PIPE_ACCESS_DUPLEX) == 0 || (pipeMode & ~kKnownModes)) return ERROR_INVALID_PARAMETER;
+    if ((pipeMode & PIPE_READMODE_MESSAGE) && !(pipeMode & PIPE_TYPE_MESSAGE)) return ERROR_INVALID_PARAMETER;
+    if (maxInstances == 0 || maxInstances > PIPE_UNLIMITED_INSTANCES) return ERROR_INVALID_PARAMETER;
+    const bool inherits = attributes && attributes->bInheritHandle;
+    if ((openMode & ~DWORD{PIPE_ACCESS_DUPLEX}) || (pipeMode & PIPE_NOWAIT) || inherits)
+        return ERROR_NOT_SUPPORTED;
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+HANDLE CreateNamedPipeA(LPCSTR name, DWORD openMode, DWORD pipeMode, DWORD maxInstances, DWORD outBufferSize,
+                        DWORD inBufferSize, DWORD defaultTimeout, LPSECURITY_ATTRIBUTES attributes) {
+    WINHOST_GATE("CreateNamedPipeA", INVALID_HANDLE_VALUE);
+    std::shared_ptr<PipeServer> server;
+    DWORD error = name ? Check(openMode, pipeMode, maxInstances, attributes) : DWORD{ERROR_PATH_NOT_FOUND};
+    if (error == ERROR_SUCCESS) {
+        PipeTerms terms{openMode,
+                        pipeMode & PIPE_TYPE_MESSAGE,
+                        maxInstances,
+                        outBufferSize,
+                        inBufferSize,
+                        defaultTimeout ? defaultTimeout : kWindowsDefaultTimeout,
+                        OpensToAll(attributes),
+                        {}};
+        const std::string user = winhost::Pc::Instance().Description().userName;
+        user.copy(terms.user, sizeof terms.user - 1);
+        error = PipeServer::Create(name, terms, pipeMode & PIPE_READMODE_MESSAGE, server);
+    }
+    HANDLE handle = nullptr;
+    if (error == ERROR_SUCCESS && !(handle = HandleTable::Instance().Add(server)))
+        error = ERROR_NO_SYSTEM_RESOURCES;
+    SetLastError(error);
+    return handle ? handle : INVALID_HANDLE_VALUE;
+}
+
+BOOL ConnectNamedPipe(HANDLE pipe, LPOVERLAPPED overlapped) {
+    WINHOST_GATE("ConnectNamedPipe", FALSE);
+    return Ask<PipeServer>(
+        pipe, [&](PipeServer& server) { return overlapped ? DWORD{ERROR_NOT_SUPPORTED} : server.Connect(); });
+}
+
+BOOL DisconnectNamedPipe(HANDLE pipe) {
+    WINHOST_GATE("DisconnectNamedPipe", FALSE);
+    return Ask<PipeServer>(pipe, [](PipeServer& server) { return server.Disconnect(); });
+}
+
+BOOL SetNamedPipeHandleState(HANDLE pipe, LPDWORD mode, LPDWORD maxCollectionCount,
+                             LPDWORD collectDataTimeout) {
+    WINHOST_GATE("SetNamedPipeHandleState", FALSE);
+    return Ask<PipeEnd>(pipe, [&](PipeEnd& end) -> DWORD {
+        if (maxCollectionCount || collectDataTimeout) return ERROR_NOT_SUPPORTED;
+        return mode ? end.SetReadMode(*mode) : DWORD{ERROR_SUCCESS};
+    });
+}
+
+BOOL WaitNamedPipeA(LPCSTR name, DWORD timeout) {
+    WINHOST_GATE("WaitNamedPipeA", FALSE);
+    PipeFolder folder;
+    if (const DWORD error = PipeFolder::Open(name ? name : "", false, folder)) return Answer(error);
+    const auto terms = folder.Terms();
+    if (!terms) return Answer(ERROR_FILE_NOT_FOUND);
+    if (timeout == NMPWAIT_USE_DEFAULT_WAIT) timeout = terms->defaultTimeout;
+    return Answer(folder.AwaitListening(Clock::Instance().DeadlineIn(timeout)) ? DWORD{ERROR_SUCCESS}
+                                                                               : DWORD{ERROR_SEM_TIMEOUT});
+}

@@ -1,0 +1,232 @@
+#include "winhost/pipe/PipeFolder.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+
+#include <namedpipeapi.h>
+#include <winerror.h>
+
+#include "winhost/files/FileErrors.h"
+#include "winhost/pc/Pc.h"
+
+namespace winhost {
+namespace {
+
+constexpr std::string_view kPrefix = R"(\\.\pipe\)";
+constexpr size_t kLongestName = 256;
+constexpr const char* kPipes = "pipe";
+
+// Pipes differ by more than the case of their letters. Empty for what can't be a file's name.
+std::string FileNameOf(std::string_view pipe) {
+    constexpr std::string_view kHex = "0123456789abcdef";
+    std::string name;
+    for (const char c : pipe) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::isalnum(byte) || c == '-' || c == '_') {
+            name += static_cast<char>(std::tolower(byte));
+        } else {
+            name += {'%', kHex[byte >> 4], kHex[byte & 15]};
+        }
+    }
+    return name.size() <= NAME_MAX ? name : std::string();
+}
+
+std::string InstanceFile(uint32_t number) {
+    return std::to_string(number);
+}
+
+std::string SocketFile(uint32_t number) {
+    return std::to_string(number) + ".listens";
+}
+
+bool MayOpen(const PipeTerms& terms, uint32_t access, const std::string& user) {
+    if ((terms.access & access) != access) return false;
+    const bool isFull = terms.opensToAll || user == terms.user || strcasecmp(user.c_str(), "SYSTEM") == 0;
+    return isFull || access == PIPE_ACCESS_OUTBOUND;
+}
+
+bool Agree(const PipeTerms& first, const PipeTerms& later) {
+    return first.access == later.access && first.holdsMessages == later.holdsMessages &&
+           first.maxInstances == later.maxInstances;
+}
+
+sockaddr_un AddressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+Descriptor NewSocket() {
+    return Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+}
+
+}  // namespace
+
+bool IsPipeName(const std::string& name) {
+    return strncasecmp(name.c_str(), kPrefix.data(), kPrefix.size()) == 0;
+}
+
+// Held by one thread of one process; a process that dies lets go of it.
+class PipeFolder::Lock {
+  public:
+    explicit Lock(const PipeFolder& folder) : m_folder(folder.m_folder.Get()) {
+        while (flock(m_folder, LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+    ~Lock() { flock(m_folder, LOCK_UN); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+  private:
+    const int m_folder;
+};
+
+DWORD PipeFolder::Open(const std::string& pipeName, bool make, PipeFolder& folder) {
+    if (!IsPipeName(pipeName) || pipeName.size() > kLongestName) return ERROR_INVALID_NAME;
+    const std::string name = FileNameOf(std::string_view(pipeName).substr(kPrefix.size()));
+    if (name.empty()) return ERROR_INVALID_NAME;
+    const std::filesystem::path path =
+        std::filesystem::path(Pc::Instance().Description().root) / kPipes / name;
+    std::error_code error;
+    if (make) std::filesystem::create_directories(path, error);
+    if (error) return FileErrorOf(error.value(), path.string());
+    folder.m_folder = Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.m_folder) return ERROR_SUCCESS;
+    return errno == ENOENT ? static_cast<DWORD>(ERROR_FILE_NOT_FOUND) : FileErrorOf(errno, path.string());
+}
+
+DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, Descriptor& file) {
+    const Lock lock(*this);
+    const auto instances = Instances();
+    if (!instances.empty() && !Agree(instances.front().terms, terms)) return ERROR_ACCESS_DENIED;
+    if (terms.maxInstances != PIPE_UNLIMITED_INSTANCES && instances.size() >= terms.maxInstances)
+        return ERROR_PIPE_BUSY;
+    number = 0;
+    const auto isTaken = [&](const Instance& instance) { return instance.number == number; };
+    while (std::any_of(instances.begin(), instances.end(), isTaken))
+        ++number;
+    const std::string name = InstanceFile(number);
+    file = Descriptor(openat(m_folder.Get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (file && flock(file.Get(), LOCK_EX | LOCK_NB) == 0 &&
+        write(file.Get(), &terms, sizeof terms) == sizeof terms)
+        return ERROR_SUCCESS;
+    const DWORD error = FileErrorOf(errno, name);
+    if (file) Sweep(number);
+    return error;
+}
+
+void PipeFolder::Remove(uint32_t number) {
+    const Lock lock(*this);
+    Sweep(number);
+}
+
+DWORD PipeFolder::Listen(uint32_t number, Descriptor& listener) {
+    const Lock lock(*this);
+    Descriptor made = NewSocket();
+    const sockaddr_un address = AddressOf(SocketPath(number));
+    if (made && bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        listen(made.Get(), 1) == 0) {
+        listener = std::move(made);
+        return ERROR_SUCCESS;
+    }
+    return FileErrorOf(errno, address.sun_path);
+}
+
+void PipeFolder::StopListening(uint32_t number) {
+    const Lock lock(*this);
+    unlinkat(m_folder.Get(), SocketFile(number).c_str(), 0);
+}
+
+DWORD PipeFolder::Claim(uint32_t access, const std::string& user, PipeTerms& terms, Descriptor& connection) {
+    const Lock lock(*this);
+    const auto instances = Instances();
+    if (instances.empty()) return ERROR_FILE_NOT_FOUND;
+    if (!MayOpen(instances.front().terms, access, user)) return ERROR_ACCESS_DENIED;
+    for (const Instance& instance : instances) {
+        if (!Listens(instance.number)) continue;
+        connection = ConnectTo(instance.number);
+        if (!connection) continue;
+        unlinkat(m_folder.Get(), SocketFile(instance.number).c_str(), 0);
+        terms = instance.terms;
+        return ERROR_SUCCESS;
+    }
+    return ERROR_PIPE_BUSY;
+}
+
+std::optional<PipeTerms> PipeFolder::Terms() {
+    const Lock lock(*this);
+    const auto instances = Instances();
+    if (instances.empty()) return {};
+    return instances.front().terms;
+}
+
+bool PipeFolder::HasListener() {
+    const Lock lock(*this);
+    const auto instances = Instances();
+    return std::any_of(instances.begin(), instances.end(),
+                       [&](const Instance& instance) { return Listens(instance.number); });
+}
+
+std::vector<PipeFolder::Instance> PipeFolder::Instances() {
+    std::vector<Instance> instances;
+    const int copy = openat(m_folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* const entries = copy < 0 ? nullptr : fdopendir(copy);
+    if (!entries) return instances;
+    while (const dirent* entry = readdir(entries)) {
+        Instance instance{};
+        const char* const end = entry->d_name + std::strlen(entry->d_name);
+        const auto parsed = std::from_chars(entry->d_name, end, instance.number);
+        if (parsed.ec != std::errc() || parsed.ptr != end) continue;
+        if (ReadTerms(instance.number, instance.terms)) {
+            instances.push_back(instance);
+        } else {
+            Sweep(instance.number);
+        }
+    }
+    closedir(entries);
+    std::sort(instances.begin(), instances.end(),
+              [](const Instance& a, const Instance& b) { return a.number < b.number; });
+    return instances;
+}
+
+// False for one whose server is gone.
+bool PipeFolder::ReadTerms(uint32_t number, PipeTerms& terms) {
+    const Descriptor file(openat(m_folder.Get(), InstanceFile(number).c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file || flock(file.Get(), LOCK_SH | LOCK_NB) == 0) return false;
+    return pread(file.Get(), &terms, sizeof terms, 0) == sizeof terms;
+}
+
+bool PipeFolder::Listens(uint32_t number) const {
+    return faccessat(m_folder.Get(), SocketFile(number).c_str(), F_OK, 0) == 0;
+}
+
+void PipeFolder::Sweep(uint32_t number) {
+    unlinkat(m_folder.Get(), SocketFile(number).c_str(), 0);
+    unlinkat(m_folder.Get(), InstanceFile(number).c_str(), 0);
+}
+
+Descriptor PipeFolder::ConnectTo(uint32_t number) {
+    Descriptor made = NewSocket();
+    const sockaddr_un address = AddressOf(SocketPath(number));
+    if (!made || connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return {};
+    return made;
+}
+
+std::string PipeFolder::SocketPath(uint32_t number) const {
+    return "/proc/self/fd/" + std::to_string(m_folder.Get()) + "/" + SocketFile(number);
+}
+
+}  // namespace winhost

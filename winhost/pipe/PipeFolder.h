@@ -1,0 +1,79 @@
+// The pipes of a PC: a folder for each name, below the PC's root, where all of its processes find them.
+//
+// An instance is a numbered file in that folder, which its server keeps locked for as long as it lives, and
+// beside it, while the instance listens, a socket. Whoever looks at the folder or changes it holds its lock,
+// so that a client has an instance for itself. What a killed process left there is swept away by the next
+// look.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <minwindef.h>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Descriptor.h"
+
+namespace winhost {
+
+// What a server says of its instance to those who come.
+struct PipeTerms {
+    uint32_t access;  // PIPE_ACCESS_*
+    uint32_t holdsMessages;
+    uint32_t maxInstances;
+    uint32_t outBuffer, inBuffer;  // bytes
+    uint32_t defaultTimeout;       // milliseconds
+    uint32_t opensToAll;
+    char user[260];  // the server's
+};
+
+class PipeFolder {
+  public:
+    // ERROR_FILE_NOT_FOUND for a pipe that never had an instance, unless `make` is given; ERROR_INVALID_NAME
+    // for what can be no pipe's name.
+    static DWORD Open(const std::string& pipeName, bool make, PipeFolder& folder);
+
+    // Locks the file of a new instance. ERROR_ACCESS_DENIED when the terms differ from those of the other
+    // instances, ERROR_PIPE_BUSY when there is no room for one more.
+    DWORD Add(const PipeTerms& terms, uint32_t& number, Descriptor& file);
+    void Remove(uint32_t number);
+
+    // The listening socket of an instance.
+    DWORD Listen(uint32_t number, Descriptor& listener);
+    void StopListening(uint32_t number);
+
+    // A connection to an instance that listened until now: ERROR_FILE_NOT_FOUND without instances,
+    // ERROR_ACCESS_DENIED for an `access` (PIPE_ACCESS_* as the server names it) that `user` hasn't,
+    // ERROR_PIPE_BUSY when none listens.
+    DWORD Claim(uint32_t access, const std::string& user, PipeTerms& terms, Descriptor& connection);
+
+    // The terms of an instance, if there is one.
+    std::optional<PipeTerms> Terms();
+    // Blocks until an instance listens; false at the deadline.
+    bool AwaitListening(Clock::Deadline deadline);
+
+  private:
+    class Lock;
+    struct Instance {
+        uint32_t number;
+        PipeTerms terms;
+    };
+
+    // The caller holds the lock of the folder in these.
+    std::vector<Instance> Instances();
+    bool ReadTerms(uint32_t number, PipeTerms& terms);
+    bool Listens(uint32_t number) const;
+    void Sweep(uint32_t number);
+    Descriptor ConnectTo(uint32_t number);
+
+    bool HasListener();
+    // Short enough for a socket's name, however deep the folder lies.
+    std::string SocketPath(uint32_t number) const;
+
+    Descriptor m_folder;
+};
+
+bool IsPipeName(const std::string& name);
+
+}  // namespace winhost

@@ -1,0 +1,228 @@
+// How named pipes come to be, are connected and end.
+#include <algorithm>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/HandleTable.h"
+#include "winhost/tests/PipeFixture.h"
+
+namespace {
+
+using NamedPipeTest = PipeFixture;
+
+TEST_F(NamedPipeTest, AClientThatComesEndsTheWaitForIt) {
+    const HANDLE server = Create();
+    auto connected = std::async(std::launch::async, [&] { return Connect(server); });
+    EXPECT_NE(INVALID_HANDLE_VALUE, Open());
+    // Of the client that was quicker, ConnectNamedPipe tells.
+    const DWORD error = connected.get();
+    EXPECT_TRUE(error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED) << error;
+}
+
+TEST_F(NamedPipeTest, AClientThatIsThereAlreadyIsTold) {
+    const HANDLE server = Create();
+    Open();
+    EXPECT_EQ(DWORD{ERROR_PIPE_CONNECTED}, Connect(server));
+    EXPECT_EQ(DWORD{ERROR_PIPE_CONNECTED}, Connect(server));
+}
+
+TEST_F(NamedPipeTest, AClientThatCameAndWentIsTold) {
+    const HANDLE server = Create();
+    CloseHandle(Open());
+    EXPECT_EQ(DWORD{ERROR_NO_DATA}, Connect(server));
+    EXPECT_EQ(DWORD{ERROR_NO_DATA}, Connect(server));
+}
+
+TEST_F(NamedPipeTest, ANameOfNoPipeIsNotFound) {
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError());
+}
+
+TEST_F(NamedPipeTest, APipeWhoseInstancesAreClosedIsNotFound) {
+    CloseHandle(Create());
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError());
+}
+
+TEST_F(NamedPipeTest, AnInstanceServesOneClient) {
+    Create();
+    Open();
+    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, OpenError());
+}
+
+TEST_F(NamedPipeTest, EachInstanceServesAClientOfItsOwn) {
+    const HANDLE first = Create(), second = Create();
+    const HANDLE one = Open(), other = Open();
+    Write(one, "one");
+    Write(other, "other");
+    std::vector<std::string> heard{Read(first).data, Read(second).data};
+    std::sort(heard.begin(), heard.end());
+    EXPECT_EQ((std::vector<std::string>{"one", "other"}), heard);
+}
+
+TEST_F(NamedPipeTest, NoMoreInstancesThanTheFirstAllows) {
+    Create(kMessages, kRoom, 2);
+    Create(kMessages, kRoom, 2);
+    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, CreateError(kMessages, 2));
+}
+
+TEST_F(NamedPipeTest, ManyInstancesMayBeHad) {
+    for (int i = 0; i < 60; ++i)
+        ASSERT_NE(INVALID_HANDLE_VALUE, Create());
+    for (int i = 0; i < 60; ++i)
+        ASSERT_NE(INVALID_HANDLE_VALUE, Open());
+    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, OpenError());
+}
+
+TEST_F(NamedPipeTest, AClosedInstanceMakesRoomForAnother) {
+    for (int i = 0; i < 10; ++i) {
+        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        ASSERT_NE(INVALID_HANDLE_VALUE, server);
+        CloseHandle(server);
+    }
+}
+
+TEST_F(NamedPipeTest, LaterInstancesAgreeWithTheFirst) {
+    Create(kMessages, kRoom, 5);
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, CreateError(kBytes, 5));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, CreateError(kMessages, 5, kName, PIPE_ACCESS_INBOUND));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, CreateError(kMessages, 6));
+}
+
+TEST_F(NamedPipeTest, NamesAreComparedWithoutRegardToCase) {
+    Create(kMessages, kRoom, 1, R"(\\.\pipe\UserConsent Feature.1)");
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError(R"(\\.\PIPE\userconsent feature.1)"));
+}
+
+TEST_F(NamedPipeTest, NamesMayHoldWhatAFileNameCannot) {
+    const HANDLE dots = Create(kMessages, kRoom, 1, R"(\\.\pipe\..)");
+    EXPECT_NE(INVALID_HANDLE_VALUE, dots);
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError(R"(\\.\pipe\.)"));
+    EXPECT_NE(INVALID_HANDLE_VALUE, Create(kMessages, kRoom, 1, R"(\\.\pipe\a/b)"));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError(R"(\\.\pipe\a/b)"));
+}
+
+TEST_F(NamedPipeTest, WhatCannotBeCreatedIsRefused) {
+    EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, CreateError(kMessages, 1, nullptr));
+    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError(kMessages, 1, "testpipe"));
+    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError(kMessages, 1, R"(\\.\pipe\)"));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(kMessages, 0));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(kMessages, 256));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(kMessages, 1, kName, 0));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(PIPE_TYPE_BYTE | PIPE_READMODE_MESSAGE));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(0x10000));
+}
+
+TEST_F(NamedPipeTest, WhatThisHostHasNotIsRefused) {
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, CreateError(kMessages | PIPE_NOWAIT));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED},
+              CreateError(kMessages, 1, kName, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED));
+    const HANDLE server = Create();
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, OpenError(kName, GENERIC_READ, FILE_FLAG_OVERLAPPED));
+    OVERLAPPED overlapped{};
+    EXPECT_FALSE(ConnectNamedPipe(server, &overlapped));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+}
+
+TEST_F(NamedPipeTest, ADisconnectedInstanceTakesNoClientUntilTheNextConnect) {
+    const HANDLE server = Create();
+    Open();
+    EXPECT_TRUE(DisconnectNamedPipe(server));
+    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, OpenError());
+    auto connected = std::async(std::launch::async, [&] { return Connect(server); });
+    HANDLE client;
+    while ((client = Open()) == INVALID_HANDLE_VALUE)
+        ASSERT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
+    connected.get();
+    Write(client, "again");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "again"}), Read(server));
+}
+
+TEST_F(NamedPipeTest, TheNextClientMeetsNothingOfTheLast) {
+    const HANDLE server = Create();
+    Write(Open(), "left over");
+    EXPECT_TRUE(DisconnectNamedPipe(server));
+    auto connected = std::async(std::launch::async, [&] { return Connect(server); });
+    HANDLE client;
+    while ((client = Open()) == INVALID_HANDLE_VALUE)
+        ASSERT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
+    connected.get();
+    Write(client, "new");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "new"}), Read(server));
+}
+
+TEST_F(NamedPipeTest, WhatIsNotConnectedCannotBeDisconnected) {
+    const HANDLE server = Create();
+    Open();
+    EXPECT_TRUE(DisconnectNamedPipe(server));
+    EXPECT_FALSE(DisconnectNamedPipe(server));
+    EXPECT_EQ(DWORD{ERROR_PIPE_NOT_CONNECTED}, GetLastError());
+}
+
+TEST_F(NamedPipeTest, OnlyTheServerConnectsAndDisconnects) {
+    Create();
+    const HANDLE client = Open();
+    EXPECT_EQ(DWORD{ERROR_INVALID_FUNCTION}, Connect(client));
+    EXPECT_FALSE(DisconnectNamedPipe(client));
+    EXPECT_EQ(DWORD{ERROR_INVALID_FUNCTION}, GetLastError());
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Connect(INVALID_HANDLE_VALUE));
+}
+
+TEST_F(NamedPipeTest, BeforeAClientThereIsNothingToReadOrWrite) {
+    const HANDLE server = Create();
+    EXPECT_EQ(DWORD{ERROR_PIPE_LISTENING}, Read(server).error);
+    EXPECT_EQ(DWORD{ERROR_PIPE_LISTENING}, Write(server, "early"));
+}
+
+TEST_F(NamedPipeTest, AConnectThatBlocksCanBeCancelled) {
+    const HANDLE server = Create();
+    auto connected = std::async(std::launch::async, [&] { return Connect(server); });
+    CancelWhenBlocked(server);
+    EXPECT_EQ(DWORD{ERROR_OPERATION_ABORTED}, connected.get());
+    // And the instance listens on.
+    EXPECT_NE(INVALID_HANDLE_VALUE, Open());
+    EXPECT_EQ(DWORD{ERROR_PIPE_CONNECTED}, Connect(server));
+}
+
+TEST_F(NamedPipeTest, ThereMayBeNothingToCancel) {
+    EXPECT_FALSE(CancelIoEx(Create(), nullptr));
+    EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, GetLastError());
+}
+
+TEST_F(NamedPipeTest, ClosingTheHandleEndsAConnectThatBlocks) {
+    for (int round = 0; round < 50; ++round) {
+        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        ASSERT_NE(INVALID_HANDLE_VALUE, server);
+        auto connected = std::async(std::launch::async, [&] { return Connect(server); });
+        EXPECT_TRUE(CloseHandle(server));
+        const DWORD error = connected.get();
+        EXPECT_TRUE(error == ERROR_OPERATION_ABORTED || error == ERROR_INVALID_HANDLE) << error;
+    }
+}
+
+TEST_F(NamedPipeTest, ClosedPipesLeaveNoHandleAndNoDescriptor) {
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto handles = winhost::HandleTable::Instance().Size();
+    const auto before = descriptors();
+    for (int round = 0; round < 20; ++round) {
+        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        const HANDLE client = CreateFileA(kName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        Connect(server);
+        CloseHandle(round % 2 ? server : client);
+        CloseHandle(round % 2 ? client : server);
+    }
+    EXPECT_EQ(before, descriptors());
+    EXPECT_EQ(handles, winhost::HandleTable::Instance().Size());
+}
+
+TEST_F(NamedPipeTest, CallsCanBeMadeToFail) {
+    auto& gate = winhost::Gate::Instance();
+    gate.FailNth("CreateNamedPipeA", 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, CreateError(kMessages));
+    const HANDLE server = Create();
+    gate.FailNth("ConnectNamedPipe", 1, ERROR_BROKEN_PIPE);
+    EXPECT_EQ(DWORD{ERROR_BROKEN_PIPE}, Connect(server));
+    gate.FailNth("WriteFile", 1, ERROR_NO_DATA);
+    EXPECT_EQ(DWORD{ERROR_NO_DATA}, Write(Open(), "lost"));
+}
+
+}  // namespace

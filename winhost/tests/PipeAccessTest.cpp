@@ -1,0 +1,197 @@
+// Who may connect to a named pipe, how it is waited for, and its two ends in two processes.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "winhost/tests/ManualTime.h"
+#include "winhost/tests/PipeFixture.h"
+
+namespace {
+
+class PipeAccessTest : public PipeFixture {
+  protected:
+    static void SetUser(const char* name) {
+        winhost::Pc::Instance().Change([&](auto& pc) { pc.userName = name; });
+    }
+};
+
+TEST_F(PipeAccessTest, AUserMayNotWriteToThePipeOfAnother) {
+    SetUser("SYSTEM");
+    Create();
+    SetUser("alice");
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError(kName, GENERIC_READ));
+}
+
+TEST_F(PipeAccessTest, ANullDaclLetsEveryUserConnect) {
+    SECURITY_DESCRIPTOR descriptor;
+    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+    ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
+    SetUser("SYSTEM");
+    Create(kMessages, kRoom, 1, kName, PIPE_ACCESS_DUPLEX, &attributes);
+    SetUser("alice");
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError());
+}
+
+TEST_F(PipeAccessTest, ADescriptorWithoutADaclLeavesTheDefault) {
+    SECURITY_DESCRIPTOR descriptor;
+    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
+    SetUser("SYSTEM");
+    Create(kMessages, kRoom, 1, kName, PIPE_ACCESS_DUPLEX, &attributes);
+    SetUser("alice");
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError());
+}
+
+TEST_F(PipeAccessTest, TheSystemMayConnectToEveryPipe) {
+    SetUser("alice");
+    Create();
+    SetUser("SYSTEM");
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError());
+}
+
+TEST_F(PipeAccessTest, DescriptorsHaveTheRevisionOfToday) {
+    SECURITY_DESCRIPTOR descriptor{};
+    EXPECT_FALSE(InitializeSecurityDescriptor(&descriptor, 2));
+    EXPECT_EQ(DWORD{ERROR_UNKNOWN_REVISION}, GetLastError());
+    EXPECT_FALSE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
+    EXPECT_EQ(DWORD{ERROR_UNKNOWN_REVISION}, GetLastError());
+}
+
+using PipeWaitTest = PipeFixture;
+
+TEST_F(PipeWaitTest, WithoutAnInstanceNothingIsWaitedFor) {
+    EXPECT_FALSE(WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER));
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
+    CloseHandle(Create());
+    EXPECT_FALSE(WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER));
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
+}
+
+TEST_F(PipeWaitTest, AnInstanceThatListensIsNotWaitedFor) {
+    Create();
+    EXPECT_TRUE(WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER));
+}
+
+TEST_F(PipeWaitTest, TheWaitEndsWhenAnInstanceListens) {
+    Create();
+    Open();
+    auto waited = std::async(std::launch::async, [&] { return WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER); });
+    Create();
+    EXPECT_TRUE(waited.get());
+}
+
+TEST_F(PipeWaitTest, TheWaitEndsAtItsTimeOnThePcsClock) {
+    Create();
+    Open();
+    const ManualTime time;
+    auto waited = std::async(std::launch::async, [&] { return Error(WaitNamedPipeA(kName, 30'000)); });
+    auto& clock = winhost::Clock::Instance();
+    ASSERT_TRUE(clock.AwaitSleeper(std::chrono::seconds(30)));
+    clock.Advance(std::chrono::seconds(30));
+    EXPECT_EQ(DWORD{ERROR_SEM_TIMEOUT}, waited.get());
+}
+
+TEST_F(PipeWaitTest, ThePipeHasADefaultForThatTime) {
+    const HANDLE server = Keep(CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kBytes, 1, 0, 0, 7000, nullptr));
+    ASSERT_NE(INVALID_HANDLE_VALUE, server);
+    Open();
+    const ManualTime time;
+    auto waited = std::async(std::launch::async,
+                             [&] { return Error(WaitNamedPipeA(kName, NMPWAIT_USE_DEFAULT_WAIT)); });
+    auto& clock = winhost::Clock::Instance();
+    ASSERT_TRUE(clock.AwaitSleeper(std::chrono::seconds(7)));
+    clock.Advance(std::chrono::seconds(7));
+    EXPECT_EQ(DWORD{ERROR_SEM_TIMEOUT}, waited.get());
+}
+
+// The other process is this program again, with the same test in the other part.
+class TwoProcessTest : public PipeFixture {
+  protected:
+    static constexpr const char* kPart = "PIPE_TEST_PEER_ROOT";
+
+    TwoProcessTest() {
+        if (IsPeer()) StartPc([](auto& pc) { pc.root = getenv(kPart); });
+    }
+    static bool IsPeer() { return getenv(kPart) != nullptr; }
+    // Until somebody kills the process.
+    static void Stay() { Sleep(INFINITE); }
+
+    pid_t StartPeer() {
+        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+        const std::string filter =
+            std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
+        const std::string part = std::string(kPart) + "=" + m_root.string();
+        // What a killed peer leaves there goes with the root.
+        const std::string temporary = "TMPDIR=" + m_root.string();
+        const char* const environment[] = {part.c_str(), temporary.c_str(), nullptr};
+        const pid_t peer = fork();
+        if (peer == 0) {
+            execle("/proc/self/exe", "peer", filter.c_str(), nullptr, environment);
+            _exit(127);
+        }
+        return peer;
+    }
+    static int ExitOf(pid_t peer) {
+        int status = 0;
+        waitpid(peer, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+};
+
+TEST_F(TwoProcessTest, AClientInAnotherProcessIsTalkedWith) {
+    if (IsPeer()) {
+        const HANDLE client = Open();
+        EXPECT_EQ((PipeRead{ERROR_SUCCESS, "question"}), Read(client));
+        EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "answer"));
+        return;
+    }
+    const HANDLE server = Create(kMessages, 0);
+    const pid_t peer = StartPeer();
+    const DWORD connected = Connect(server);
+    EXPECT_TRUE(connected == ERROR_SUCCESS || connected == ERROR_PIPE_CONNECTED) << connected;
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(server, "question"));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "answer"}), Read(server));
+    EXPECT_EQ(0, ExitOf(peer));
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(server));
+}
+
+TEST_F(TwoProcessTest, AClientThatIsKilledHasClosedItsEnd) {
+    if (IsPeer()) {
+        Write(Open(), "here");
+        Stay();
+    }
+    const HANDLE server = Create();
+    const pid_t peer = StartPeer();
+    Connect(server);
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "here"}), Read(server));
+    auto read = std::async(std::launch::async, [&] { return Read(server); });
+    kill(peer, SIGKILL);
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), read.get());
+    ExitOf(peer);
+}
+
+TEST_F(TwoProcessTest, AServerThatIsKilledLeavesNoPipe) {
+    if (IsPeer()) {
+        const HANDLE server = Create(kMessages, kRoom, 1);
+        Connect(server);
+        Write(server, "here");
+        Stay();
+    }
+    const pid_t peer = StartPeer();
+    HANDLE client;
+    while ((client = Open()) == INVALID_HANDLE_VALUE)
+        ASSERT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "here"}), Read(client));
+    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, OpenError());
+    kill(peer, SIGKILL);
+    ExitOf(peer);
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(client));
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, CreateError(kBytes, 1));
+}
+
+}  // namespace

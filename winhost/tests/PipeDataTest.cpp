@@ -1,0 +1,288 @@
+// What goes through a named pipe.
+#include <thread>
+
+#include "winhost/tests/PipeFixture.h"
+
+namespace {
+
+class PipeDataTest : public PipeFixture {
+  protected:
+    void Join(DWORD serverMode, DWORD room = kRoom) {
+        m_server = Create(serverMode, room);
+        m_client = Open();
+    }
+    void JoinForMessages(DWORD room = kRoom) {
+        m_server = Create(kMessages, room);
+        m_client = OpenForMessages();
+    }
+    HANDLE m_server = INVALID_HANDLE_VALUE;
+    HANDLE m_client = INVALID_HANDLE_VALUE;
+};
+
+TEST_F(PipeDataTest, MessagesGoBothWaysWhole) {
+    JoinForMessages();
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(m_server, "first"));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(m_server, "second"));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(m_client, "answer"));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "first"}), Read(m_client));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "second"}), Read(m_client));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "answer"}), Read(m_server));
+}
+
+TEST_F(PipeDataTest, AMessageThatDoesNotFitIsReadInParts) {
+    JoinForMessages();
+    Write(m_client, "0123456789");
+    Write(m_client, "next");
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, "0123"}), Read(m_server, 4));
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, "4567"}), Read(m_server, 4));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "89"}), Read(m_server, 4));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "next"}), Read(m_server, 4));
+}
+
+TEST_F(PipeDataTest, AMessageThatJustFitsIsRead) {
+    JoinForMessages();
+    Write(m_client, std::string(512, 'x'));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, std::string(512, 'x')}), Read(m_server, 512));
+}
+
+TEST_F(PipeDataTest, AReadWithoutRoomLeavesTheMessage) {
+    JoinForMessages();
+    Write(m_client, "text");
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, ""}), Read(m_server, 0));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(m_server));
+}
+
+TEST_F(PipeDataTest, AMessageMayBeEmpty) {
+    JoinForMessages();
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(m_client, ""));
+    Write(m_client, "text");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, ""}), Read(m_server));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(m_server));
+}
+
+TEST_F(PipeDataTest, AClientReadsBytesUntilItAsksForMessages) {
+    Join(kMessages);
+    Write(m_server, "one ");
+    Write(m_server, "");
+    Write(m_server, "two");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "on"}), Read(m_client, 2));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "e two"}), Read(m_client));
+}
+
+TEST_F(PipeDataTest, TheReadModeIsTheHandlesOwn) {
+    Join(PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE);
+    DWORD mode = PIPE_READMODE_MESSAGE;
+    EXPECT_TRUE(SetNamedPipeHandleState(m_server, &mode, nullptr, nullptr));
+    Write(m_client, "one");
+    Write(m_client, "two");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "one"}), Read(m_server));
+    mode = PIPE_READMODE_BYTE;
+    EXPECT_TRUE(SetNamedPipeHandleState(m_server, &mode, nullptr, nullptr));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "tw"}), Read(m_server, 2));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "o"}), Read(m_server, 2));
+}
+
+TEST_F(PipeDataTest, APipeOfBytesHasNoMessages) {
+    Join(kBytes);
+    DWORD mode = PIPE_READMODE_MESSAGE;
+    EXPECT_FALSE(SetNamedPipeHandleState(m_client, &mode, nullptr, nullptr));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    Write(m_client, "one ");
+    Write(m_client, "two");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "one two"}), Read(m_server));
+    Write(m_client, "0123456789");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "0123"}), Read(m_server, 4));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "456789"}), Read(m_server));
+}
+
+TEST_F(PipeDataTest, AReadBlocksUntilThereIsSomething) {
+    JoinForMessages();
+    auto read = std::async(std::launch::async, [&] { return Read(m_server); });
+    Write(m_client, "late");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "late"}), read.get());
+}
+
+TEST_F(PipeDataTest, WithoutABufferAWriteBlocksUntilAllIsRead) {
+    JoinForMessages(0);
+    auto written = std::async(std::launch::async, [&] { return Write(m_server, "0123456789"); });
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, "01234567"}), Read(m_client, 8));
+    EXPECT_EQ(std::future_status::timeout, written.wait_for(std::chrono::milliseconds(20)));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "89"}), Read(m_client, 8));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, written.get());
+}
+
+TEST_F(PipeDataTest, AWriteBlocksWhileTheBufferIsFull) {
+    JoinForMessages(8);
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(m_client, "01234567"));
+    auto written = std::async(std::launch::async, [&] { return Write(m_client, "89"); });
+    EXPECT_EQ(std::future_status::timeout, written.wait_for(std::chrono::milliseconds(20)));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "01234567"}), Read(m_server));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, written.get());
+}
+
+TEST_F(PipeDataTest, AMessageMayBeLong) {
+    JoinForMessages(0);
+    std::string message(3'000'000, '\0');
+    for (size_t i = 0; i < message.size(); ++i)
+        message[i] = static_cast<char>(i * 31 >> 8);
+    auto written = std::async(std::launch::async, [&] { return Write(m_client, message); });
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, message}), Read(m_server, 4'000'000));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, written.get());
+}
+
+TEST_F(PipeDataTest, WhatAClosedClientSentCanStillBeRead) {
+    JoinForMessages();
+    Connect(m_server);
+    Write(m_client, "last words");
+    CloseHandle(m_client);
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, "last "}), Read(m_server, 5));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "words"}), Read(m_server));
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(m_server));
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(m_server));
+}
+
+TEST_F(PipeDataTest, SoWithAServerThatClosed) {
+    JoinForMessages();
+    Write(m_server, "last words");
+    CloseHandle(m_server);
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "last words"}), Read(m_client));
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(m_client));
+}
+
+TEST_F(PipeDataTest, AlsoWhenItHadNotReadAllItself) {
+    JoinForMessages();
+    Write(m_client, "never read");
+    Write(m_server, "last words");
+    CloseHandle(m_server);
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "last words"}), Read(m_client));
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(m_client));
+}
+
+TEST_F(PipeDataTest, TheOtherEndsCloseEndsAReadThatBlocks) {
+    JoinForMessages();
+    auto read = std::async(std::launch::async, [&] { return Read(m_server); });
+    CloseHandle(m_client);
+    EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), read.get());
+}
+
+TEST_F(PipeDataTest, TheOtherEndsCloseEndsAWriteThatBlocks) {
+    JoinForMessages(0);
+    auto written = std::async(std::launch::async, [&] { return Write(m_server, "text"); });
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, "t"}), Read(m_client, 1));
+    CloseHandle(m_client);
+    EXPECT_EQ(DWORD{ERROR_BROKEN_PIPE}, written.get());
+}
+
+TEST_F(PipeDataTest, NothingCanBeWrittenToAClosedEnd) {
+    JoinForMessages();
+    CloseHandle(m_client);
+    EXPECT_EQ(DWORD{ERROR_NO_DATA}, Write(m_server, "text"));
+}
+
+TEST_F(PipeDataTest, NothingCanBeWrittenToAClosedServer) {
+    JoinForMessages();
+    CloseHandle(m_server);
+    EXPECT_EQ(DWORD{ERROR_NO_DATA}, Write(m_client, "text"));
+}
+
+TEST_F(PipeDataTest, ADisconnectTakesWhatWasNotRead) {
+    JoinForMessages();
+    Write(m_server, "never read");
+    EXPECT_TRUE(DisconnectNamedPipe(m_server));
+    EXPECT_EQ((PipeRead{ERROR_PIPE_NOT_CONNECTED, ""}), Read(m_client));
+    EXPECT_EQ(DWORD{ERROR_PIPE_NOT_CONNECTED}, Write(m_client, "text"));
+    EXPECT_EQ((PipeRead{ERROR_PIPE_NOT_CONNECTED, ""}), Read(m_server));
+    EXPECT_EQ(DWORD{ERROR_PIPE_NOT_CONNECTED}, Write(m_server, "text"));
+}
+
+TEST_F(PipeDataTest, ADisconnectEndsAReadThatBlocks) {
+    JoinForMessages();
+    Connect(m_server);
+    auto read = std::async(std::launch::async, [&] { return Read(m_client); });
+    EXPECT_TRUE(DisconnectNamedPipe(m_server));
+    EXPECT_EQ((PipeRead{ERROR_PIPE_NOT_CONNECTED, ""}), read.get());
+}
+
+TEST_F(PipeDataTest, ADisconnectEndsAWriteThatBlocks) {
+    JoinForMessages(0);
+    auto written = std::async(std::launch::async, [&] { return Write(m_client, "text"); });
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, "t"}), Read(m_server, 1));
+    EXPECT_TRUE(DisconnectNamedPipe(m_server));
+    EXPECT_EQ(DWORD{ERROR_PIPE_NOT_CONNECTED}, written.get());
+}
+
+TEST_F(PipeDataTest, AReadThatBlocksCanBeCancelled) {
+    JoinForMessages();
+    auto read = std::async(std::launch::async, [&] { return Read(m_server); });
+    CancelWhenBlocked(m_server);
+    EXPECT_EQ((PipeRead{ERROR_OPERATION_ABORTED, ""}), read.get());
+    Write(m_client, "text");
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(m_server));
+}
+
+TEST_F(PipeDataTest, AWriteThatBlocksCanBeCancelled) {
+    JoinForMessages(0);
+    auto written = std::async(std::launch::async, [&] { return Write(m_client, "text"); });
+    EXPECT_EQ((PipeRead{ERROR_MORE_DATA, "t"}), Read(m_server, 1));
+    CancelWhenBlocked(m_client);
+    EXPECT_EQ(DWORD{ERROR_OPERATION_ABORTED}, written.get());
+}
+
+TEST_F(PipeDataTest, ClosingTheHandleEndsAReadThatBlocks) {
+    for (int round = 0; round < 50; ++round) {
+        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        const HANDLE client = CreateFileA(kName, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        auto read = std::async(std::launch::async, [&] { return Read(client); });
+        EXPECT_TRUE(CloseHandle(client));
+        const DWORD error = read.get().error;
+        EXPECT_TRUE(error == ERROR_OPERATION_ABORTED || error == ERROR_INVALID_HANDLE) << error;
+        CloseHandle(server);
+    }
+}
+
+TEST_F(PipeDataTest, RequestsOnOneHandleFollowEachOther) {
+    JoinForMessages();
+    auto read = std::async(std::launch::async, [&] { return Read(m_server); });
+    auto other = std::async(std::launch::async, [&] { return Read(m_server); });
+    Write(m_client, "a");
+    Write(m_client, "b");
+    EXPECT_EQ(2u, read.get().data.size() + other.get().data.size());
+}
+
+TEST_F(PipeDataTest, EachEndDoesWhatItWasOpenedFor) {
+    m_server = Create(kBytes, kRoom, 1, kName, PIPE_ACCESS_INBOUND);
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError(kName, GENERIC_READ));
+    m_client = Open(kName, GENERIC_WRITE);
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(m_client, "text"));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Read(m_client).error);
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Write(m_server, "text"));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(m_server));
+}
+
+TEST_F(PipeDataTest, RequestsThatPipesDoNotKnowAreRefused) {
+    JoinForMessages();
+    DWORD bytes = 0;
+    char buffer[4];
+    OVERLAPPED overlapped{};
+    EXPECT_FALSE(DeviceIoControl(m_client, 0x9C41A47C, nullptr, 0, nullptr, 0, &bytes, &overlapped));
+    EXPECT_EQ(DWORD{ERROR_INVALID_FUNCTION}, GetLastError());
+    EXPECT_FALSE(ReadFile(m_client, buffer, sizeof buffer, &bytes, &overlapped));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_FALSE(WriteFile(m_client, nullptr, 4, &bytes, nullptr));
+    EXPECT_EQ(DWORD{ERROR_NOACCESS}, GetLastError());
+}
+
+TEST_F(PipeDataTest, ManyMessagesKeepTheirOrderAndTheirEnds) {
+    JoinForMessages(64);
+    std::thread writer([&] {
+        for (int i = 0; i < 2000; ++i)
+            Write(m_client, std::string(i % 100, static_cast<char>('a' + i % 26)));
+    });
+    for (int i = 0; i < 2000; ++i) {
+        const PipeRead expected{ERROR_SUCCESS, std::string(i % 100, static_cast<char>('a' + i % 26))};
+        ASSERT_EQ(expected, Read(m_server));
+    }
+    writer.join();
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+// A pipe with its two ends, and what they say to each other.
+#pragma once
+
+#include <windows.h>
+
+#include <future>
+#include <string>
+#include <vector>
+
+#include "winhost/tests/PcFixture.h"
+
+// What a read gave.
+struct PipeRead {
+    DWORD error;
+    std::string data;
+    bool operator==(const PipeRead&) const = default;
+};
+inline void PrintTo(const PipeRead& read, std::ostream* out) {
+    *out << "error " << read.error << ", '" << read.data << "'";
+}
+
+class PipeFixture : public PcFixture {
+  protected:
+    static constexpr const char* kName = R"(\\.\pipe\testpipe)";
+    static constexpr DWORD kMessages = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE;
+    static constexpr DWORD kBytes = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE;
+    // Room for what a test writes before it reads.
+    static constexpr DWORD kRoom = 4096;
+
+    ~PipeFixture() override {
+        for (const HANDLE handle : m_handles)
+            CloseHandle(handle);
+    }
+
+    // Handles that the test doesn't close go with it.
+    HANDLE Keep(HANDLE handle) {
+        if (handle != INVALID_HANDLE_VALUE) m_handles.push_back(handle);
+        return handle;
+    }
+    static DWORD Error(BOOL result) { return result ? ERROR_SUCCESS : GetLastError(); }
+
+    HANDLE Create(DWORD pipeMode = kMessages, DWORD room = kRoom,
+                  DWORD maxInstances = PIPE_UNLIMITED_INSTANCES, const char* name = kName,
+                  DWORD openMode = PIPE_ACCESS_DUPLEX, SECURITY_ATTRIBUTES* attributes = nullptr) {
+        return Keep(CreateNamedPipeA(name, openMode, pipeMode, maxInstances, room, room, 0, attributes));
+    }
+    // The error of a creation that fails.
+    DWORD CreateError(DWORD pipeMode, DWORD maxInstances = PIPE_UNLIMITED_INSTANCES, const char* name = kName,
+                      DWORD openMode = PIPE_ACCESS_DUPLEX) {
+        const HANDLE pipe = Create(pipeMode, kRoom, maxInstances, name, openMode);
+        return pipe == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+    }
+    HANDLE Open(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE) {
+        return Keep(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    }
+    DWORD OpenError(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
+        const HANDLE client = Keep(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, flags, nullptr));
+        return client == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+    }
+    HANDLE OpenForMessages() {
+        const HANDLE client = Open();
+        DWORD mode = PIPE_READMODE_MESSAGE;
+        EXPECT_TRUE(SetNamedPipeHandleState(client, &mode, nullptr, nullptr));
+        return client;
+    }
+
+    static DWORD Connect(HANDLE server) { return Error(ConnectNamedPipe(server, nullptr)); }
+    static DWORD Write(HANDLE end, const std::string& data) {
+        DWORD written = 0;
+        const DWORD error =
+            Error(WriteFile(end, data.data(), static_cast<DWORD>(data.size()), &written, nullptr));
+        EXPECT_EQ(error == ERROR_SUCCESS ? data.size() : 0, written);
+        return error;
+    }
+    static PipeRead Read(HANDLE end, DWORD room = 512) {
+        std::string data(room, '\0');
+        DWORD read = 0;
+        const DWORD error = Error(ReadFile(end, data.data(), room, &read, nullptr));
+        data.resize(read);
+        return {error, data};
+    }
+
+    // Ends a request that another thread blocks in: waits until there is one.
+    static void CancelWhenBlocked(HANDLE end) {
+        while (!CancelIoEx(end, nullptr))
+            ASSERT_EQ(DWORD{ERROR_NOT_FOUND}, GetLastError());
+    }
+
+    std::vector<HANDLE> m_handles;
+};
