@@ -12,7 +12,7 @@ Json::Value Help(const Json::Value&);
 const std::vector<Command>& AllCommands() {
     static const auto& commands = *new std::vector<Command>([] {
         std::vector<Command> all = ServiceCommands();
-        for (const auto& commands : {PcCommands(), HostCommands()})
+        for (const auto& commands : {PcCommands(), HostCommands(), SessionCommands()})
             all.insert(all.end(), commands.begin(), commands.end());
         all.push_back({"help", "this list", Help});
         return all;

@@ -28,6 +28,7 @@ Json::Value Answer(const std::string& line);
 std::vector<Command> ServiceCommands();
 std::vector<Command> PcCommands();
 std::vector<Command> HostCommands();
+std::vector<Command> SessionCommands();
 
 // A member of the request; each throws CommandError when it is missing or of another type.
 std::string TextOf(const Json::Value& request, const char* member);

@@ -15,8 +15,9 @@ namespace winhost {
 class WaitableObject : public Object {
   public:
     // Takes the object for the calling thread as soon as it is signalled: WAIT_OBJECT_0 or WAIT_ABANDONED, or
-    // WAIT_TIMEOUT at the deadline.
-    DWORD Wait(Clock::Deadline deadline) {
+    // WAIT_TIMEOUT at the deadline. WAIT_FAILED with the calling thread's error where a kind can't be waited
+    // for.
+    virtual DWORD Wait(Clock::Deadline deadline) {
         std::unique_lock lock(m_mutex);
         Taken taken = Taken::No;
         Clock::Instance().WaitUntil(lock, m_signalled, deadline,

@@ -86,6 +86,43 @@ BOOL GetUserNameA(LPSTR buffer, LPDWORD size);
 DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size);
 void OutputDebugStringA(LPCSTR text);
 
+// ---- sessions, and processes in them ----
+
+#define CREATE_SUSPENDED 0x4
+#define DETACHED_PROCESS 0x8
+#define CREATE_NEW_CONSOLE 0x10
+#define CREATE_NEW_PROCESS_GROUP 0x200
+#define CREATE_UNICODE_ENVIRONMENT 0x400
+#define CREATE_NO_WINDOW 0x8000000
+#define STARTF_USESHOWWINDOW 0x00000001
+#define STARTF_USESTDHANDLES 0x00000100
+
+// 0xFFFFFFFF while no session is at the console.
+DWORD WTSGetActiveConsoleSessionId();
+
+// Starts a program as a Linux process in the token's session: the file at that Windows path, a symbolic link
+// or a script as well, with the arguments as the C runtime of Windows splits them. It has a Linux session of
+// its own, no descriptor of the caller's and none of its signal settings, and outlives it; it is reaped when
+// it ends. Its environment is the block, or the PC's own, and what makes it a process of this PC
+// (docs/pc-description.md); its folder is the caller's unless one is given.
+//
+// Without an application the program is the first item of the command line: in quotes, or up to one of its
+// blanks, the shortest that there is; ".exe" is added to a name without an ending. A name without a folder is
+// looked for in the folder of the executable, the current one, C:\Windows\System32, C:\Windows and those of
+// PATH. The handles have all access; that of the thread can be waited for and closed.
+//
+// The flags are DETACHED_PROCESS with or without CREATE_UNICODE_ENVIRONMENT; other ones, inherited handles
+// and STARTF_USESTDHANDLES fail with ERROR_NOT_SUPPORTED. The other errors: ERROR_ACCESS_DENIED (the token
+// lacks TOKEN_QUERY, TOKEN_DUPLICATE or TOKEN_ASSIGN_PRIMARY; a folder), ERROR_BAD_TOKEN_TYPE,
+// ERROR_PRIVILEGE_NOT_HELD (SeIncreaseQuotaPrivilege or SeAssignPrimaryTokenPrivilege is not held; they need
+// not be enabled), ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_BAD_EXE_FORMAT (a file that Linux can't
+// execute), ERROR_DIRECTORY (no such current folder).
+BOOL CreateProcessAsUserA(HANDLE token, LPCSTR applicationName, LPSTR commandLine,
+                          LPSECURITY_ATTRIBUTES processAttributes, LPSECURITY_ATTRIBUTES threadAttributes,
+                          BOOL inheritHandles, DWORD creationFlags, LPVOID environment,
+                          LPCSTR currentDirectory, LPSTARTUPINFOA startupInfo,
+                          LPPROCESS_INFORMATION processInformation);
+
 // ---- the time ----
 
 #define TIME_ZONE_ID_UNKNOWN 0

@@ -2,7 +2,11 @@
 
 #include <windef.h>
 
+#define SM_CXSCREEN 0
+#define SM_CYSCREEN 1
 #define SM_CLEANBOOT 67
+
+#define SW_SHOW 5
 
 #define PBT_APMSUSPEND 4
 #define PBT_APMSTANDBY 5

@@ -18,6 +18,8 @@ constexpr size_t kLongestSocketPath =
     100;  // a Unix socket's 107, and room for the name it has while it is made
 constexpr size_t kLongestWlanText = 255;
 constexpr uint32_t kHighestWlanState = 7;
+constexpr uint32_t kLargestScreen = 32767;
+constexpr size_t kLongestProcessName = 259;
 constexpr uint32_t kAllBits = 0xFFFF;
 constexpr int32_t kLargestBias = 14 * 60;
 
@@ -107,6 +109,22 @@ void CheckSystem(const PcDescription& pc) {
     }
 }
 
+void CheckSessions(const PcDescription& pc) {
+    Require(pc.consoleSession != 0, "consoleSession", "session 0 is that of the services");
+    for (const auto& [size, place] :
+         {std::pair(pc.screen.width, "screen.width"), {pc.screen.height, "screen.height"}})
+        Require(size >= 1 && size <= kLargestScreen, place, "expected 1 to 32767");
+    std::set<uint32_t> ids;
+    for (size_t i = 0; i < pc.processes.size(); ++i) {
+        const DescribedProcess& process = pc.processes[i];
+        const std::string place = "processes[" + std::to_string(i) + "]";
+        Require(!process.name.empty(), place + ".name", "a process has a name");
+        Require(process.name.size() <= kLongestProcessName, place + ".name", "too long");
+        Require(process.pid != 0, place + ".pid", "0 is none");
+        Require(ids.insert(process.pid).second, place + ".pid", "another process has it");
+    }
+}
+
 bool HasRootKey(const std::string& key) {
     for (const char* root :
          {"HKEY_LOCAL_MACHINE\\", "HKEY_CURRENT_USER\\", "HKEY_CLASSES_ROOT\\", "HKEY_USERS\\"})
@@ -133,6 +151,7 @@ void CheckDescription(const PcDescription& pc) {
     CheckKeys(pc.registry, "registry.");
     CheckKeys(pc.registryNumbers, "registryNumbers.");
     CheckSystem(pc);
+    CheckSessions(pc);
     if (pc.adapters) CheckAdapters(*pc.adapters);
     for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {
         RequireAddress((*pc.dnsServers)[i], "dnsServers[" + std::to_string(i) + "]");

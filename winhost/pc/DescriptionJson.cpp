@@ -50,6 +50,19 @@ void VisitFields(Visitor& visit, W& wlan) {
     visit("state", wlan.state);
 }
 
+template <class Visitor, Either<DescribedProcess> P>
+void VisitFields(Visitor& visit, P& process) {
+    visit("name", process.name);
+    visit("pid", process.pid);
+    visit("session", process.session);
+}
+
+template <class Visitor, Either<Screen> S>
+void VisitFields(Visitor& visit, S& screen) {
+    visit("width", screen.width);
+    visit("height", screen.height);
+}
+
 template <class Visitor, Either<PcDescription> D>
 void VisitFields(Visitor& visit, D& pc) {
     visit("root", pc.root);
@@ -77,6 +90,10 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("sleepS3", pc.sleepS3);
     visit("hibernation", pc.hibernation);
     visit("privileges", pc.privileges);
+    visit("consoleSession", pc.consoleSession);
+    visit("desktopLocked", pc.desktopLocked);
+    visit("screen", pc.screen);
+    visit("processes", pc.processes);
     visit("cleanBoot", pc.cleanBoot);
     visit("startedByScm", pc.startedByScm);
     visit("ports", pc.ports);

@@ -11,7 +11,9 @@
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/pc/DescriptionJson.h"
+#include "winhost/pc/Marks.h"
 #include "winhost/power/Privileges.h"
+#include "winhost/process/ProcessWatcher.h"
 #include "winhost/service/Scm.h"
 
 namespace winhost {
@@ -64,10 +66,13 @@ Pc& Pc::Instance() {
 }
 
 Pc::Pc() {
-    const char* path = std::getenv("WINHOST_PC");
-    if (!path || !*path) return;
+    const Marks& marks = OwnMarks();
+    m_descriptionFile = marks.descriptionFile;
+    if (m_descriptionFile.empty() && marks.root.empty()) return;
     try {
-        m_description = ReadDescriptionFile(path);
+        if (!m_descriptionFile.empty()) m_description = ReadDescriptionFile(m_descriptionFile);
+        MakeAbsolute(m_descriptionFile);
+        if (!marks.root.empty()) Join(marks, m_description);
         MakePathsAbsolute(m_description);
         EnterRoot(m_description.root);
     } catch (const std::exception& error) {
@@ -86,6 +91,7 @@ void Pc::Reset(PcDescription description) {
         m_serviceReports.clear();
         m_eventLog.clear();
         m_powerActions.clear();
+        m_launches.clear();
         m_debugTexts.clear();
     }
     DisableAllPrivileges();
@@ -93,6 +99,7 @@ void Pc::Reset(PcDescription description) {
     Gate::Instance().Reset();
     Clock::Instance().SetManual(false);
     Clock::Instance().SetWallOffset({});
+    ProcessWatcher::OnDescriptionChanged();
     ControlServer::Instance().Serve(controlSocket);
 }
 
@@ -102,9 +109,12 @@ PcDescription Pc::Description() const {
 }
 
 void Pc::Change(const std::function<void(PcDescription&)>& change) {
-    std::lock_guard lock(m_mutex);
-    change(m_description);
-    ++m_revision;
+    {
+        std::lock_guard lock(m_mutex);
+        change(m_description);
+        ++m_revision;
+    }
+    ProcessWatcher::OnDescriptionChanged();
 }
 
 std::string Pc::HostPath(const std::string& windowsPath) const {
@@ -147,6 +157,16 @@ void Pc::Record(PowerAction action) {
 std::vector<PowerAction> Pc::PowerActions() const {
     std::lock_guard lock(m_mutex);
     return m_powerActions;
+}
+
+void Pc::Record(ProcessLaunch launch) {
+    std::lock_guard lock(m_mutex);
+    m_launches.push_back(std::move(launch));
+}
+
+std::vector<ProcessLaunch> Pc::Launches() const {
+    std::lock_guard lock(m_mutex);
+    return m_launches;
 }
 
 void Pc::RecordDebugText(const std::string& text) {

@@ -1,5 +1,6 @@
 // The simulated PC behind the calls: what Linux has no counterpart for, and the settings of the rest.
 // Described by a JSON file named in WINHOST_PC (docs/pc-description.md), or built in a test with a few lines.
+// A process that was started on a PC is on the same one.
 #pragma once
 
 #include <atomic>
@@ -43,7 +44,22 @@ struct WlanInterface {
     uint32_t state = 4;  // WLAN_INTERFACE_STATE: 1 is connected, 4 disconnected
 };
 
+// A process that is listed and can be opened, but is none of Linux.
+struct DescribedProcess {
+    std::string name;  // "winlogon.exe"
+    uint32_t pid = 0;
+    uint32_t session = 0;
+};
+
+struct Screen {
+    uint32_t width = 1920, height = 1080;  // pixels
+};
+
 struct PcDescription {
+    static constexpr uint32_t kNoSession = 0xFFFFFFFF;
+    // Linux gives its processes lower ids.
+    static constexpr uint32_t kFirstDescribedPid = 4194308;
+
     // The Linux folder that plays the drives: C:\x is <root>/C:/x. The process works with this folder as its
     // current one, so that "C:/x" opens the same file through any library.
     std::string root;
@@ -73,8 +89,15 @@ struct PcDescription {
     bool wlanService = true;  // else WlanOpenHandle fails with 1062
     std::vector<WlanInterface> wlanInterfaces;
     bool modernStandby = false, sleepS3 = true, hibernation = true;  // GetPwrCapabilities
-    std::vector<std::string> privileges = {
-        "SeShutdownPrivilege"};          // of the process's token, all disabled at first
+    // Of the process's token, all disabled at first.
+    std::vector<std::string> privileges = {"SeAssignPrimaryTokenPrivilege", "SeIncreaseQuotaPrivilege",
+                                           "SeTcbPrivilege", "SeShutdownPrivilege"};
+    uint32_t consoleSession = 1;  // kNoSession: nobody's session is at the console
+    bool desktopLocked = false;   // the desktop of the console's session
+    Screen screen;                // as the service sees it
+    std::vector<DescribedProcess> processes = {{"System", 4, 0},
+                                               {"services.exe", kFirstDescribedPid, 0},
+                                               {"winlogon.exe", kFirstDescribedPid + 4, 1}};
     uint32_t cleanBoot = 0;              // GetSystemMetrics(SM_CLEANBOOT)
     bool startedByScm = true;            // else StartServiceCtrlDispatcherA fails with 1063
     std::map<uint16_t, uint16_t> ports;  // bind(664) takes ports[664] when it is there
@@ -101,6 +124,14 @@ struct PowerAction {
     std::string call;    // "InitiateSystemShutdownExA(null, null, 0, 1, 1, 0x80000000)"
 };
 
+// A program that CreateProcessAsUserA has started.
+struct ProcessLaunch {
+    std::string commandLine, desktop;
+    uint32_t session = 0, flags = 0;
+    bool withEnvironment = false;  // a block was given
+    uint32_t pid = 0;
+};
+
 class Pc {
   public:
     // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file ends the process
@@ -119,6 +150,9 @@ class Pc {
     // description.
     uint64_t Revision() const { return m_revision.load(std::memory_order_acquire); }
 
+    // The file that the description was read from; empty when there is none.
+    const std::string& DescriptionFile() const { return m_descriptionFile; }
+
     // <root>/C:/x for C:\x; any other path only gets its separators turned.
     std::string HostPath(const std::string& windowsPath) const;
 
@@ -128,6 +162,8 @@ class Pc {
     std::vector<EventLogEntry> EventLog() const;
     void Record(PowerAction action);
     std::vector<PowerAction> PowerActions() const;
+    void Record(ProcessLaunch launch);
+    std::vector<ProcessLaunch> Launches() const;
     // Text given to OutputDebugStringA.
     void RecordDebugText(const std::string& text);
     std::vector<std::string> DebugTexts() const;
@@ -135,11 +171,13 @@ class Pc {
   private:
     Pc();
     mutable std::mutex m_mutex;
+    std::string m_descriptionFile;
     PcDescription m_description;
     std::atomic<uint64_t> m_revision{1};
     std::vector<ServiceReport> m_serviceReports;
     std::vector<EventLogEntry> m_eventLog;
     std::vector<PowerAction> m_powerActions;
+    std::vector<ProcessLaunch> m_launches;
     std::vector<std::string> m_debugTexts;
 };
 

@@ -52,12 +52,15 @@ bool IsPrivilegeEnabled(const std::string& name) {
     return g_enabled >> PrivilegeByName(name) & 1;
 }
 
-bool EnablePrivilege(uint32_t luid, bool enable) {
+bool HoldsPrivilege(uint32_t luid) {
     const auto held = Pc::Instance().Description().privileges;
-    const bool holds = std::any_of(held.begin(), held.end(), [&](const std::string& name) {
+    return std::any_of(held.begin(), held.end(), [&](const std::string& name) {
         return luid != 0 && PrivilegeByName(name) == luid;
     });
-    if (!holds) return false;
+}
+
+bool EnablePrivilege(uint32_t luid, bool enable) {
+    if (!HoldsPrivilege(luid)) return false;
     const uint64_t bit = uint64_t{1} << luid;
     if (enable) {
         g_enabled |= bit;

@@ -10,6 +10,8 @@ namespace winhost {
 // case.
 uint32_t PrivilegeByName(const std::string& name);
 
+// True when the PC's token holds it, enabled or not.
+bool HoldsPrivilege(uint32_t luid);
 // Enabled for the process, until Pc::Reset or DisableAllPrivileges.
 bool IsPrivilegeEnabled(const std::string& name);
 // False when the PC's token doesn't hold it.

@@ -91,7 +91,17 @@ void OutputDebugStringA(LPCSTR text) {
 
 int GetSystemMetrics(int index) {
     WINHOST_GATE_PASS("GetSystemMetrics");
-    return index == SM_CLEANBOOT ? static_cast<int>(Pc::Instance().Description().cleanBoot) : 0;
+    const auto pc = Pc::Instance().Description();
+    switch (index) {
+        case SM_CXSCREEN:
+            return static_cast<int>(pc.screen.width);
+        case SM_CYSCREEN:
+            return static_cast<int>(pc.screen.height);
+        case SM_CLEANBOOT:
+            return static_cast<int>(pc.cleanBoot);
+        default:
+            return 0;
+    }
 }
 
 int getenv_s(size_t* needed, char* buffer, size_t size, const char* name) {

@@ -32,6 +32,10 @@ class CommandLine {
         AddPlain("description", "the PC's description as it stands");
         AddPlain("mailbox", "what is open and pending on the mailbox device");
         AddPlain("power-actions", "the shutdowns, reboots, hibernations and sleeps that were asked for");
+        AddPlain("lock", "locks the desktop at the console");
+        AddPlain("unlock", "unlocks it");
+        AddPlain("processes", "the PC's processes");
+        AddPlain("launches", "the programs that were started in a session");
         AddPlain("handles", "how many handles and sockets are open");
         AddPlain("help", "what the control socket understands");
         AddControl();
@@ -39,6 +43,7 @@ class CommandLine {
         AddChange();
         AddGate();
         AddWlan();
+        AddSession();
     }
 
     CLI::App& App() { return m_app; }
@@ -145,6 +150,16 @@ class CommandLine {
             ->required();
         AddNumber(*state, "interface", "its place in the PC's list, from 0");
         AddAction(*wlan, "read", "the interfaces, and how many listen");
+    }
+
+    void AddSession() {
+        CLI::App* session = Add(m_app, "session", "brings another session to the console");
+        session
+            ->add_option_function<std::string>(
+                "id", [this](const std::string& text) { m_request["id"] = NumberOrName(text); },
+                "its number, or none")
+            ->required();
+        session->callback([this] { m_request["command"] = "session"; });
     }
 
     CLI::Option* AddCall(CLI::App& action) {

@@ -1,0 +1,82 @@
+#include "winhost/process/EnvironmentBlock.h"
+
+#include <userenv.h>
+#include <winbase.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cwchar>
+#include <cwctype>
+#include <utility>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/Utf8.h"
+#include "winhost/pc/Pc.h"
+#include "winhost/process/Token.h"
+
+namespace winhost {
+namespace {
+
+std::wstring UpperCase(std::wstring text) {
+    for (wchar_t& c : text)
+        c = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c)));
+    return text;
+}
+
+}  // namespace
+
+std::vector<std::string> PcEnvironment() {
+    const auto environment = Pc::Instance().Description().environment;
+    std::vector<std::pair<std::wstring, std::string>> named;
+    for (const auto& [name, value] : environment)
+        named.emplace_back(UpperCase(FromUtf8(name)), name + "=" + value);
+    std::sort(named.begin(), named.end());
+    std::vector<std::string> variables;
+    for (auto& [name, variable] : named)
+        variables.push_back(std::move(variable));
+    return variables;
+}
+
+}  // namespace winhost
+
+namespace {
+
+BOOL Fail(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+std::wstring MakeBlock() {
+    std::wstring block;
+    for (const std::string& variable : winhost::PcEnvironment()) {
+        block += winhost::FromUtf8(variable);
+        block += L'\0';
+    }
+    if (block.empty()) block += L'\0';
+    return block += L'\0';
+}
+
+}  // namespace
+
+BOOL CreateEnvironmentBlock(LPVOID* environment, HANDLE handle, BOOL) {
+    WINHOST_GATE("CreateEnvironmentBlock", FALSE);
+    if (!environment) return Fail(ERROR_INVALID_PARAMETER);
+    if (handle) {
+        const auto token = winhost::HandleTable::Instance().Find<winhost::Token>(handle);
+        if (!token) return Fail(ERROR_INVALID_HANDLE);
+        if (!token->Allows(TOKEN_QUERY | TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
+    }
+    const std::wstring block = MakeBlock();
+    void* const memory = std::malloc(block.size() * sizeof(WCHAR));
+    if (!memory) return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    std::wmemcpy(static_cast<WCHAR*>(memory), block.data(), block.size());
+    *environment = memory;
+    return TRUE;
+}
+
+BOOL DestroyEnvironmentBlock(LPVOID environment) {
+    WINHOST_GATE("DestroyEnvironmentBlock", FALSE);
+    if (!environment) return Fail(ERROR_INVALID_PARAMETER);
+    std::free(environment);
+    return TRUE;
+}

@@ -1,0 +1,194 @@
+#include "winhost/process/ProcessObject.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include "winhost/core/Gate.h"
+#include "winhost/pc/Pc.h"
+#include "winhost/process/ProcFs.h"
+#include "winhost/process/ProcessWatcher.h"
+
+namespace winhost {
+namespace {
+
+bool IsLinuxProcessGone(const ProcessEntry& entry) {
+    const auto stat = ReadProcessStat(static_cast<pid_t>(entry.id));
+    return !stat || stat->ended || stat->startTime != entry.startTime;
+}
+
+bool IsDescribed(const PcDescription& pc, const ProcessEntry& entry) {
+    return std::any_of(pc.processes.begin(), pc.processes.end(), [&](const DescribedProcess& process) {
+        return process.pid == entry.id && process.name == entry.name;
+    });
+}
+
+DWORD ErrorOf(int error) {
+    switch (error) {
+        case ESRCH:
+        case EPERM:
+            return ERROR_ACCESS_DENIED;
+        case EMFILE:
+        case ENFILE:
+            return ERROR_TOO_MANY_OPEN_FILES;
+        default:
+            return ERROR_NO_SYSTEM_RESOURCES;
+    }
+}
+
+DWORD TerminateLinuxProcess(const ProcessEntry& entry) {
+    const int pidfd = OpenPidfd(entry);
+    if (pidfd < 0) return ErrorOf(errno);
+    const bool sent = syscall(SYS_pidfd_send_signal, pidfd, SIGKILL, nullptr, 0) == 0;
+    const DWORD error = sent ? DWORD{ERROR_SUCCESS} : ErrorOf(errno);
+    close(pidfd);
+    return error;
+}
+
+DWORD TerminateDescribed(const ProcessEntry& entry) {
+    bool removed = false;
+    Pc::Instance().Change([&](PcDescription& pc) {
+        removed = std::erase_if(pc.processes, [&](const DescribedProcess& process) {
+                      return process.pid == entry.id && process.name == entry.name;
+                  }) != 0;
+    });
+    return removed ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+}  // namespace
+
+int OpenPidfd(const ProcessEntry& entry) {
+    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(entry.id), 0));
+    if (pidfd < 0) return -1;
+    // The id may belong to another process by now.
+    if (!IsLinuxProcessGone(entry)) return pidfd;
+    close(pidfd);
+    errno = ESRCH;
+    return -1;
+}
+
+// For the length of a wait.
+class ProcessEnd::Watch {
+  public:
+    // Throws std::system_error. A process that has gone needs no watch: the wait sees it at once.
+    explicit Watch(const std::shared_ptr<ProcessEnd>& process) {
+        auto lookAgain = [process] { process->LookAgain(); };
+        if (process->m_entry.described) {
+            m_key = ProcessWatcher::Instance().WatchDescription(std::move(lookAgain));
+        } else if (const int pidfd = OpenPidfd(process->m_entry); pidfd >= 0) {
+            m_key = ProcessWatcher::Instance().Watch(pidfd, std::move(lookAgain));
+        } else if (errno != ESRCH) {
+            throw std::system_error(errno, std::generic_category(), "pidfd_open");
+        }
+    }
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+    ~Watch() {
+        if (m_key != 0) ProcessWatcher::Instance().Forget(m_key);
+    }
+
+  private:
+    ProcessWatcher::Key m_key = 0;
+};
+
+bool ProcessEnd::HasEnded() const {
+    return m_entry.described ? !IsDescribed(Pc::Instance().Description(), m_entry)
+                             : IsLinuxProcessGone(m_entry);
+}
+
+DWORD ProcessEnd::Wait(Clock::Deadline deadline) {
+    if (HasEnded()) return WAIT_OBJECT_0;
+    if (Clock::Instance().Steady() >= deadline) return WAIT_TIMEOUT;
+    try {
+        const Watch watch(shared_from_this());
+        return WaitableObject::Wait(deadline);
+    } catch (const std::system_error& error) {
+        SetLastError(ErrorOf(error.code().value()));
+        return WAIT_FAILED;
+    }
+}
+
+void ProcessEnd::LookAgain() {
+    // Behind a thread that has looked and is not asleep yet.
+    { std::lock_guard lock(m_mutex); }
+    m_signalled.notify_all();
+}
+
+DWORD Process::Wait(Clock::Deadline deadline) {
+    if (Allows(SYNCHRONIZE)) return ProcessEnd::Wait(deadline);
+    SetLastError(ERROR_ACCESS_DENIED);
+    return WAIT_FAILED;
+}
+
+bool Process::AllowsQuery() const {
+    return Allows(PROCESS_QUERY_INFORMATION) || Allows(PROCESS_QUERY_LIMITED_INFORMATION);
+}
+
+bool Process::IsOwn() const {
+    return !Entry().described && Entry().id == static_cast<DWORD>(getpid());
+}
+
+DWORD Process::Terminate() {
+    return Entry().described ? TerminateDescribed(Entry()) : TerminateLinuxProcess(Entry());
+}
+
+std::shared_ptr<Process> FindProcessObject(HANDLE handle) {
+    if (reinterpret_cast<intptr_t>(handle) != -1) return HandleTable::Instance().Find<Process>(handle);
+    const auto own = FindProcess(static_cast<DWORD>(getpid()));
+    return own ? std::make_shared<Process>(*own, PROCESS_ALL_ACCESS) : nullptr;
+}
+
+}  // namespace winhost
+
+using winhost::FindProcessObject;
+using winhost::HandleTable;
+
+namespace {
+
+constexpr DWORD kGenericRights = GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL;
+
+template <class Failure>
+Failure Fail(DWORD error, Failure failure) {
+    SetLastError(error);
+    return failure;
+}
+
+}  // namespace
+
+HANDLE OpenProcess(DWORD access, BOOL inheritHandle, DWORD processId) {
+    WINHOST_GATE("OpenProcess", nullptr);
+    if (inheritHandle || access & kGenericRights) return Fail(ERROR_NOT_SUPPORTED, HANDLE{});
+    const auto entry = winhost::FindProcess(processId);
+    if (!entry) return Fail(ERROR_INVALID_PARAMETER, HANDLE{});
+    const HANDLE handle = HandleTable::Instance().Add(std::make_shared<winhost::Process>(*entry, access));
+    return handle ? handle : Fail(ERROR_NO_SYSTEM_RESOURCES, handle);
+}
+
+BOOL TerminateProcess(HANDLE handle, UINT exitCode) {
+    WINHOST_GATE("TerminateProcess", FALSE);
+    const auto process = FindProcessObject(handle);
+    if (!process) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (!process->Allows(PROCESS_TERMINATE)) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    if (process->IsOwn()) _exit(static_cast<int>(exitCode));
+    const DWORD error = process->Terminate();
+    return error == ERROR_SUCCESS ? TRUE : Fail(error, FALSE);
+}
+
+DWORD GetProcessId(HANDLE handle) {
+    WINHOST_GATE("GetProcessId", 0);
+    const auto process = FindProcessObject(handle);
+    if (!process) return Fail(ERROR_INVALID_HANDLE, DWORD{0});
+    return process->AllowsQuery() ? process->Entry().id : Fail(ERROR_ACCESS_DENIED, DWORD{0});
+}
+
+BOOL ProcessIdToSessionId(DWORD processId, DWORD* sessionId) {
+    WINHOST_GATE("ProcessIdToSessionId", FALSE);
+    const auto entry = winhost::FindProcess(processId);
+    if (!sessionId || !entry) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    *sessionId = entry->session;
+    return TRUE;
+}

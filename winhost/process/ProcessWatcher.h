@@ -1,0 +1,48 @@
+// The one thread that sees processes end, for those who reap them and those who wait for them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+
+namespace winhost {
+
+class ProcessWatcher {
+  public:
+    using Key = uint64_t;
+    using Callback = std::function<void()>;
+
+    // The first use starts the thread. Throws std::system_error when that can't be.
+    static ProcessWatcher& Instance();
+
+    // Calls back once, on the watcher's thread, when the process behind the pidfd has ended. The descriptor
+    // is the watcher's from then on; it is closed before the call. Throws std::system_error, and then the
+    // descriptor is closed too.
+    Key Watch(int pidfd, Callback callback);
+    // Calls back after each change of the PC's description, on the thread that made it.
+    Key WatchDescription(Callback callback);
+    // No call comes any more, but for one that is under way.
+    void Forget(Key key);
+
+    // Of the PC: its description has changed.
+    static void OnDescriptionChanged();
+
+  private:
+    struct Watched {
+        int pidfd = -1;
+        Callback callback;
+    };
+
+    ProcessWatcher();
+    void Run();
+    Callback TakeEnded(Key key);
+    void Drop(std::map<Key, Watched>::iterator watched);
+
+    int m_epoll = -1;
+    std::mutex m_mutex;
+    Key m_lastKey = 0;
+    std::map<Key, Watched> m_watched;
+};
+
+}  // namespace winhost

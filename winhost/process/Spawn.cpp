@@ -1,0 +1,138 @@
+#include "winhost/process/Spawn.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <system_error>
+
+#include <winerror.h>
+
+#include "winhost/files/FileErrors.h"
+#include "winhost/process/Children.h"
+#include "winhost/process/ProcFs.h"
+#include "winhost/process/ProcessWatcher.h"
+
+namespace winhost {
+namespace {
+
+constexpr int kFirstInherited = 3;
+
+class SpawnActions {
+  public:
+    explicit SpawnActions(const std::string& folder) {
+        posix_spawn_file_actions_init(&m_actions);
+        for (int standard = 0; standard < kFirstInherited; ++standard)
+            posix_spawn_file_actions_addopen(&m_actions, standard, "/dev/null", O_RDWR, 0);
+        posix_spawn_file_actions_addclosefrom_np(&m_actions, kFirstInherited);
+        if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&m_actions, folder.c_str());
+    }
+    SpawnActions(const SpawnActions&) = delete;
+    SpawnActions& operator=(const SpawnActions&) = delete;
+    ~SpawnActions() { posix_spawn_file_actions_destroy(&m_actions); }
+    const posix_spawn_file_actions_t* Get() const { return &m_actions; }
+
+  private:
+    posix_spawn_file_actions_t m_actions;
+};
+
+class SpawnAttributes {
+  public:
+    SpawnAttributes() {
+        posix_spawnattr_init(&m_attributes);
+        posix_spawnattr_setflags(&m_attributes,
+                                 POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        sigset_t signals;
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&m_attributes, &signals);
+        sigfillset(&signals);
+        posix_spawnattr_setsigdefault(&m_attributes, &signals);
+    }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+    ~SpawnAttributes() { posix_spawnattr_destroy(&m_attributes); }
+    const posix_spawnattr_t* Get() const { return &m_attributes; }
+
+  private:
+    posix_spawnattr_t m_attributes;
+};
+
+std::vector<char*> Pointers(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const std::string& text : texts)
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+DWORD ErrorOf(int error, const SpawnRequest& request) {
+    std::error_code ignored;
+    const bool isFile = std::filesystem::is_regular_file(request.program, ignored);
+    switch (error) {
+        case ENOEXEC:
+            return ERROR_BAD_EXE_FORMAT;
+        case EACCES:
+        case ENOENT:
+            // The file is there: it isn't marked as a program, or what would run it is missing.
+            return isFile ? ERROR_BAD_EXE_FORMAT : FileErrorOf(error, request.program);
+        case EAGAIN:
+            return ERROR_NO_SYSTEM_RESOURCES;
+        case E2BIG:
+            return ERROR_FILENAME_EXCED_RANGE;
+        default:
+            return FileErrorOf(error, request.program);
+    }
+}
+
+void Reap(pid_t id) {
+    // Not behind the end of it: the id is free then.
+    Children::Instance().Remove(static_cast<DWORD>(id));
+    while (waitpid(id, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
+
+// False when nobody would notice its end.
+bool ReapAtItsEnd(ProcessWatcher& watcher, pid_t id) {
+    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, id, 0));
+    if (pidfd < 0) return false;
+    try {
+        watcher.Watch(pidfd, [id] { Reap(id); });
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+}  // namespace
+
+DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry) {
+    if (!request.folder.empty() && !std::filesystem::is_directory(request.folder)) return ERROR_DIRECTORY;
+    ProcessWatcher* watcher = nullptr;
+    try {
+        watcher = &ProcessWatcher::Instance();
+    } catch (const std::system_error&) {
+        return ERROR_NO_SYSTEM_RESOURCES;
+    }
+    const SpawnActions actions(request.folder);
+    const SpawnAttributes attributes;
+    pid_t id = 0;
+    const int error = posix_spawn(&id, request.program.c_str(), actions.Get(), attributes.Get(),
+                                  Pointers(request.arguments).data(), Pointers(request.environment).data());
+    if (error != 0) return ErrorOf(error, request);
+    entry.id = static_cast<DWORD>(id);
+    // It can't be gone: nobody reaps it yet.
+    if (const auto stat = ReadProcessStat(id)) entry.startTime = stat->startTime;
+    Children::Instance().Add(request.root, entry);
+    if (ReapAtItsEnd(*watcher, id)) return ERROR_SUCCESS;
+    kill(id, SIGKILL);
+    Reap(id);
+    return ERROR_TOO_MANY_OPEN_FILES;
+}
+
+}  // namespace winhost

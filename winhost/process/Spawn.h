@@ -1,0 +1,23 @@
+// Linux processes that stand on their own.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "winhost/process/ProcessList.h"
+
+namespace winhost {
+
+struct SpawnRequest {
+    std::string program;  // a Linux path
+    std::vector<std::string> arguments, environment;
+    std::string folder;  // empty: the caller's
+    std::string root;    // the mark of the PC that it is one of
+};
+
+// Starts it in a session of its own, without any descriptor but three to nowhere, with all signals as they
+// are at first; it is reaped when it ends. `entry` has its name and its session, and gets its id and its
+// start. 0, or a Win32 error.
+DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry);
+
+}  // namespace winhost

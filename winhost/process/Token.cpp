@@ -1,0 +1,111 @@
+#include "winhost/process/Token.h"
+
+#include <cstring>
+#include <memory>
+
+#include "winhost/core/Gate.h"
+#include "winhost/power/Privileges.h"
+#include "winhost/process/ProcessObject.h"
+
+using winhost::HandleTable;
+using winhost::Token;
+
+namespace {
+
+BOOL Fail(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+BOOL Give(std::shared_ptr<Token> token, PHANDLE handle) {
+    *handle = HandleTable::Instance().Add(std::move(token));
+    return *handle ? TRUE : Fail(ERROR_NO_SYSTEM_RESOURCES);
+}
+
+// False when the token doesn't hold one of them; the others are set all the same.
+bool SetAll(const TOKEN_PRIVILEGES& state) {
+    bool all = true;
+    for (DWORD i = 0; i < state.PrivilegeCount; ++i) {
+        const LUID_AND_ATTRIBUTES& entry = state.Privileges[i];
+        const uint32_t luid = entry.Luid.HighPart == 0 ? entry.Luid.LowPart : 0;
+        if (!winhost::EnablePrivilege(luid, entry.Attributes & SE_PRIVILEGE_ENABLED)) all = false;
+    }
+    return all;
+}
+
+bool Removes(const TOKEN_PRIVILEGES& state) {
+    for (DWORD i = 0; i < state.PrivilegeCount; ++i)
+        if (state.Privileges[i].Attributes & SE_PRIVILEGE_REMOVED) return true;
+    return false;
+}
+
+}  // namespace
+
+BOOL OpenProcessToken(HANDLE handle, DWORD access, PHANDLE token) {
+    WINHOST_GATE("OpenProcessToken", FALSE);
+    const auto process = winhost::FindProcessObject(handle);
+    if (!process) return Fail(ERROR_INVALID_HANDLE);
+    if (!process->AllowsQuery()) return Fail(ERROR_ACCESS_DENIED);
+    if (!token) return Fail(ERROR_NOACCESS);
+    const auto origin = process->IsOwn() ? Token::Origin::OwnProcess : Token::Origin::OtherProcess;
+    return Give(std::make_shared<Token>(origin, access, process->Entry().session), token);
+}
+
+BOOL DuplicateTokenEx(HANDLE handle, DWORD access, LPSECURITY_ATTRIBUTES, SECURITY_IMPERSONATION_LEVEL level,
+                      TOKEN_TYPE type, PHANDLE newToken) {
+    WINHOST_GATE("DuplicateTokenEx", FALSE);
+    if (level > SecurityDelegation || (type != TokenPrimary && type != TokenImpersonation))
+        return Fail(ERROR_INVALID_PARAMETER);
+    const auto token = HandleTable::Instance().Find<Token>(handle);
+    if (!token) return Fail(ERROR_INVALID_HANDLE);
+    if (!token->Allows(TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
+    if (token->Type() == TokenImpersonation && level > token->Level())
+        return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
+    if (!newToken) return Fail(ERROR_NOACCESS);
+    return Give(std::make_shared<Token>(*token, access == 0 ? token->Access() : access, type, level),
+                newToken);
+}
+
+BOOL SetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS informationClass, LPVOID information,
+                         DWORD length) {
+    WINHOST_GATE("SetTokenInformation", FALSE);
+    const auto token = HandleTable::Instance().Find<Token>(handle);
+    if (!token) return Fail(ERROR_INVALID_HANDLE);
+    DWORD session;
+    if (informationClass != TokenSessionId || !token->IsDuplicate()) return Fail(ERROR_NOT_SUPPORTED);
+    if (length != sizeof session) return Fail(ERROR_BAD_LENGTH);
+    if (!information) return Fail(ERROR_NOACCESS);
+    if (!token->Allows(TOKEN_ADJUST_SESSIONID)) return Fail(ERROR_ACCESS_DENIED);
+    if (!winhost::IsPrivilegeEnabled(SE_TCB_NAME)) return Fail(ERROR_PRIVILEGE_NOT_HELD);
+    std::memcpy(&session, information, sizeof session);
+    token->SetSession(session);
+    return TRUE;
+}
+
+BOOL LookupPrivilegeValueA(LPCSTR system, LPCSTR name, PLUID luid) {
+    WINHOST_GATE("LookupPrivilegeValueA", FALSE);
+    if (system && *system) return Fail(RPC_S_SERVER_UNAVAILABLE);
+    if (!name || !luid) return Fail(ERROR_INVALID_PARAMETER);
+    const uint32_t value = winhost::PrivilegeByName(name);
+    if (value == 0) return Fail(ERROR_NO_SUCH_PRIVILEGE);
+    *luid = {value, 0};
+    return TRUE;
+}
+
+BOOL AdjustTokenPrivileges(HANDLE handle, BOOL disableAll, PTOKEN_PRIVILEGES newState, DWORD,
+                           PTOKEN_PRIVILEGES previousState, PDWORD) {
+    WINHOST_GATE("AdjustTokenPrivileges", FALSE);
+    const auto token = HandleTable::Instance().Find<Token>(handle);
+    if (!token) return Fail(ERROR_INVALID_HANDLE);
+    if (!token->Allows(TOKEN_ADJUST_PRIVILEGES)) return Fail(ERROR_ACCESS_DENIED);
+    if (previousState || !token->IsOwn()) return Fail(ERROR_NOT_SUPPORTED);
+    if (disableAll) {
+        winhost::DisableAllPrivileges();
+        SetLastError(ERROR_SUCCESS);
+        return TRUE;
+    }
+    if (!newState) return Fail(ERROR_INVALID_PARAMETER);
+    if (Removes(*newState)) return Fail(ERROR_NOT_SUPPORTED);
+    SetLastError(SetAll(*newState) ? ERROR_SUCCESS : ERROR_NOT_ALL_ASSIGNED);
+    return TRUE;
+}

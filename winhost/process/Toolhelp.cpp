@@ -1,0 +1,92 @@
+// Snapshots of the PC's processes.
+#include <tlhelp32.h>
+#include <winbase.h>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "winhost/core/Gate.h"
+#include "winhost/core/HandleTable.h"
+#include "winhost/process/ProcessList.h"
+
+using winhost::HandleTable;
+
+namespace {
+
+constexpr LONG kNormalPriority = 8;
+
+class Snapshot : public winhost::Object {
+  public:
+    explicit Snapshot(std::vector<winhost::ProcessEntry> entries) : m_entries(std::move(entries)) {}
+
+    void Rewind() { m_next = 0; }
+    // Null at the end.
+    const winhost::ProcessEntry* Next() {
+        const size_t place = m_next.load();
+        if (place == m_entries.size()) return nullptr;
+        m_next = place + 1;
+        return &m_entries[place];
+    }
+
+  private:
+    const std::vector<winhost::ProcessEntry> m_entries;
+    std::atomic<size_t> m_next{0};
+};
+
+BOOL Fail(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+BOOL Fill(Snapshot& snapshot, PROCESSENTRY32& result) {
+    const winhost::ProcessEntry* const entry = snapshot.Next();
+    if (!entry) return Fail(ERROR_NO_MORE_FILES);
+    const DWORD size = result.dwSize;
+    result = {};
+    result.dwSize = size;
+    result.th32ProcessID = entry->id;
+    result.cntThreads = entry->threads;
+    result.th32ParentProcessID = entry->parent;
+    result.pcPriClassBase = kNormalPriority;
+    entry->name.copy(result.szExeFile, sizeof result.szExeFile - 1);
+    return TRUE;
+}
+
+BOOL Read(HANDLE handle, PROCESSENTRY32* result, bool first) {
+    const auto snapshot = HandleTable::Instance().Find<Snapshot>(handle);
+    if (!snapshot) return Fail(ERROR_INVALID_HANDLE);
+    if (!result) return Fail(ERROR_NOACCESS);
+    if (result->dwSize < sizeof *result) return Fail(ERROR_BAD_LENGTH);
+    if (first) snapshot->Rewind();
+    return Fill(*snapshot, *result);
+}
+
+}  // namespace
+
+HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD processId) {
+    WINHOST_GATE("CreateToolhelp32Snapshot", INVALID_HANDLE_VALUE);
+    const auto fail = [](DWORD error) {
+        SetLastError(error);
+        return INVALID_HANDLE_VALUE;
+    };
+    if (flags == 0) return fail(ERROR_INVALID_PARAMETER);
+    if (flags & ~DWORD{TH32CS_SNAPALL | TH32CS_SNAPMODULE32}) return fail(ERROR_NOT_SUPPORTED);
+    constexpr DWORD kOfOneProcess = TH32CS_SNAPHEAPLIST | TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32;
+    if (flags & kOfOneProcess && processId != 0 && processId != GetCurrentProcessId())
+        return fail(ERROR_NOT_SUPPORTED);
+    const bool ofProcesses = flags & TH32CS_SNAPPROCESS;
+    const HANDLE handle = HandleTable::Instance().Add(std::make_shared<Snapshot>(
+        ofProcesses ? winhost::ListProcesses() : std::vector<winhost::ProcessEntry>()));
+    return handle ? handle : fail(ERROR_NO_SYSTEM_RESOURCES);
+}
+
+BOOL Process32First(HANDLE snapshot, LPPROCESSENTRY32 entry) {
+    WINHOST_GATE("Process32First", FALSE);
+    return Read(snapshot, entry, true);
+}
+
+BOOL Process32Next(HANDLE snapshot, LPPROCESSENTRY32 entry) {
+    WINHOST_GATE("Process32Next", FALSE);
+    return Read(snapshot, entry, false);
+}

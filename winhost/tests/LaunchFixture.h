@@ -1,0 +1,154 @@
+// A PC on which programs are started, as a service does it: with the token of the console's logon program.
+#pragma once
+
+#include <windows.h>
+#include <tlhelp32.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "winhost/process/ProcessList.h"
+#include "winhost/tests/PcFixture.h"
+
+class LaunchFixture : public PcFixture {
+  protected:
+    static constexpr DWORD kFlags = DETACHED_PROCESS | CREATE_UNICODE_ENVIRONMENT;
+
+    ~LaunchFixture() override {
+        for (const auto& entry : winhost::ListProcesses())
+            if (!entry.described && entry.id != GetCurrentProcessId()) {
+                kill(static_cast<pid_t>(entry.id), SIGKILL);
+                AwaitReaped(entry.id);
+            }
+    }
+
+    std::filesystem::path OnC(const std::string& name) const { return m_root / "C:" / name; }
+    std::string ReadFromC(const std::string& name) const {
+        std::ifstream file(OnC(name));
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+    void Write(const std::string& name, const std::string& text) const {
+        std::filesystem::create_directories(OnC(name).parent_path());
+        std::ofstream(OnC(name)) << text;
+    }
+    // C:\<name>, run by the shell with the root as its folder.
+    void WriteScript(const std::string& name, const std::string& lines) const {
+        Write(name, "#!/bin/sh\n" + lines + "\n");
+        std::filesystem::permissions(OnC(name), std::filesystem::perms::owner_all);
+    }
+    // C:\<name>, which stays until it is ended.
+    void WriteSleeper(const std::string& name) const {
+        std::filesystem::create_directories(OnC(name).parent_path());
+        std::filesystem::create_symlink("/bin/sleep", OnC(name));
+    }
+
+    static DWORD IdOf(const std::string& name) {
+        for (const auto& entry : winhost::ListProcesses())
+            if (entry.name == name) return entry.id;
+        return 0;
+    }
+    static std::vector<DWORD> IdsOf(const std::string& name) {
+        std::vector<DWORD> ids;
+        for (const auto& entry : winhost::ListProcesses())
+            if (entry.name == name) ids.push_back(entry.id);
+        return ids;
+    }
+
+    // A primary token of the console's logon program, for its session.
+    static HANDLE LogonToken(DWORD access = TOKEN_ALL_ACCESS, TOKEN_TYPE type = TokenPrimary) {
+        const HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, IdOf("winlogon.exe"));
+        HANDLE own = nullptr, token = nullptr;
+        EXPECT_TRUE(OpenProcessToken(process, TOKEN_ALL_ACCESS, &own));
+        EXPECT_TRUE(DuplicateTokenEx(own, access, nullptr, SecurityImpersonation, type, &token));
+        CloseHandle(own);
+        CloseHandle(process);
+        return token;
+    }
+
+    struct Started {
+        BOOL result = FALSE;
+        DWORD error = 0;
+        PROCESS_INFORMATION information{};
+        DWORD Id() const { return information.dwProcessId; }
+    };
+    static Started StartWith(HANDLE token, const std::string& command, DWORD flags = kFlags,
+                             void* environment = nullptr, const char* folder = nullptr,
+                             const char* application = nullptr) {
+        std::string line = command;
+        char desktop[] = "Winsta0\\Default";
+        STARTUPINFOA startup{};
+        startup.cb = sizeof startup;
+        startup.lpDesktop = desktop;
+        Started started;
+        SetLastError(0);
+        started.result =
+            CreateProcessAsUserA(token, application, command.empty() ? nullptr : line.data(), nullptr,
+                                 nullptr, FALSE, flags, environment, folder, &startup, &started.information);
+        started.error = GetLastError();
+        return started;
+    }
+    static Started Start(const std::string& command, DWORD flags = kFlags, void* environment = nullptr,
+                         const char* folder = nullptr) {
+        const HANDLE token = LogonToken();
+        const Started started = StartWith(token, command, flags, environment, folder);
+        CloseHandle(token);
+        return started;
+    }
+    static DWORD ErrorOfStart(const std::string& command, DWORD flags = kFlags) {
+        const Started started = Start(command, flags);
+        EXPECT_FALSE(started.result) << command;
+        return started.error;
+    }
+    // Starts it and waits for its end.
+    static void Run(const std::string& command, DWORD flags = kFlags, void* environment = nullptr,
+                    const char* folder = nullptr) {
+        const Started started = Start(command, flags, environment, folder);
+        ASSERT_TRUE(started.result) << command << ": error " << started.error;
+        EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hProcess, INFINITE));
+        Close(started);
+    }
+    static void Close(const Started& started) {
+        EXPECT_TRUE(CloseHandle(started.information.hProcess));
+        EXPECT_TRUE(CloseHandle(started.information.hThread));
+    }
+
+    static bool Eventually(const std::function<bool()>& holds) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!holds()) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return true;
+    }
+    // Until this process has no child of that id, not even a dead one.
+    static bool AwaitReaped(DWORD id) {
+        return Eventually([id] {
+            siginfo_t info{};
+            return waitid(P_PID, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0 && errno == ECHILD;
+        });
+    }
+    static size_t OpenDescriptors() {
+        const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+        return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
+    }
+    static size_t Threads() {
+        const std::filesystem::directory_iterator threads("/proc/self/task");
+        return static_cast<size_t>(std::distance(begin(threads), end(threads)));
+    }
+};
