@@ -144,8 +144,8 @@ bool Clock::AwaitSleepers(size_t count, std::chrono::milliseconds patience) {
     return AwaitSleepersThat(count, patience, [](const Sleeper&) { return true; });
 }
 
-bool Clock::AwaitSleeper(Duration ahead, std::chrono::milliseconds patience) {
-    return AwaitSleepersThat(1, patience, [&](const Sleeper& sleeper) {
+bool Clock::AwaitSleepersOf(Duration ahead, size_t count, std::chrono::milliseconds patience) {
+    return AwaitSleepersThat(count, patience, [&](const Sleeper& sleeper) {
         const Duration apart = sleeper.deadline - (Steady() + ahead);
         return apart >= -std::chrono::milliseconds(1) && apart <= std::chrono::milliseconds(1);
     });

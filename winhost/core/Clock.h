@@ -47,8 +47,12 @@ class Clock {
     // For tests with a manual clock: waits in real time until at least `count` threads are blocked with a
     // deadline. False after `patience`.
     bool AwaitSleepers(size_t count, std::chrono::milliseconds patience = std::chrono::seconds(10));
-    // The same, for a thread blocked with its deadline `ahead` from now (within a millisecond).
-    bool AwaitSleeper(Duration ahead, std::chrono::milliseconds patience = std::chrono::seconds(10));
+    // The same, for threads blocked with their deadline `ahead` from now (within a millisecond).
+    bool AwaitSleepersOf(Duration ahead, size_t count,
+                         std::chrono::milliseconds patience = std::chrono::seconds(10));
+    bool AwaitSleeper(Duration ahead, std::chrono::milliseconds patience = std::chrono::seconds(10)) {
+        return AwaitSleepersOf(ahead, 1, patience);
+    }
 
   private:
     // A thread that is blocked with a deadline. While `pins` is not 0 somebody is about to wake it by its

@@ -33,7 +33,8 @@ class Reset : public DashFixture {
             AwaitLog(kFailedSend, failure);
             client.Send("x");
             AwaitLog("recv() success. DASH packet received", failure);
-            ASSERT_TRUE(Clock().AwaitSleepers(2));
+            // The sender, and the check for an idle console.
+            ASSERT_TRUE(Clock().AwaitSleepersOf(1s, 2));
             Advance(1s);
         }
     }

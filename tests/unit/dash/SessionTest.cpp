@@ -65,6 +65,7 @@ TEST_F(Session, BytesOfTheConsoleReachTheFirmwareUnchanged) {
 
     ASSERT_TRUE(Eventually([&] { return DashBytes(firmware).size() == bytes.size(); }));
     EXPECT_EQ(DashBytes(firmware), bytes);
+    AwaitLog("updateDataToMPM: exit");
     ExpectLogInOrder(
         {"recv() success. DASH packet received by socket server of size: ",
          "updateDataToMPM: Updating data to be sent from client to MPM",

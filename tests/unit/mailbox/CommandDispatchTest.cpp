@@ -28,7 +28,6 @@ class Dispatch : public ServiceFixture {
 };
 
 const std::vector<Words> kWords = {
-    {9, {}},
     {10, {"ProcessRead: Software upgrade command received: MPM_ZEL_CMD_SOFTWARE_UPGRADE"}},
     {11, {"ProcessRead: Indication subscribe command received: MPM_ZEL_CMD_INDICATION_SUBSCRIBE"}},
     {12, {"ProcessRead: Indication event command received: MPM_ZEL_CMD_INDICATION_EVENT"}},
@@ -37,17 +36,10 @@ const std::vector<Words> kWords = {
     {22, {"ProcessRead: Shutdown Command received: MPM_ZEL_CMD_HOST_OFF_HARD"}},
     {23, {"ProcessRead: Hibernate Command received: MPM_ZEL_CMD_HOST_HIBERNATE"}},
     {28, {"ProcessRead: Sleep Command received: MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE"}},
-    {35, {"MPM_ZEL_CMD_VNC_SOC_CLOSE received"}},
-    {38, {"MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled"}},
-    {39, {"MPM_ZEL_CMD_KVM_IP_PORT_INFO gives IP and Port to trust for KVM"}},
-    {40,
-     {"MPM_ZEL_CMD_GET_KVM_CONSENT asks for User consent entry", "Setting Check for user consent",
-      "MPM_ZEL_CMD_GET_KVM_CONSENT exit"}},
     {48, {"LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid"}},
     {49, {"LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid"}},
     {50, {"MPM_ZEL_CMD_CSR received"}},
     {51, {"MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD received"}},
-    {52, {"MPM_ZEL_SAFEBOOT command received"}},
 };
 
 }  // namespace
@@ -85,7 +77,7 @@ TEST_F(Dispatch, EmptyDashDataAreIgnored) {
 TEST_F(Dispatch, TheEndOfS0i3WakesTheFirmware) {
     ASSERT_EQ(service->m_mailBoxDriverInterface.OpenMPMDevice(), 0u);
     EXPECT_EQ(Process(37)[0], "MPM_ZEL_CMD_S0i3_RESUME send data to MPM upon resume from S0i3");
-    EXPECT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+    EXPECT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
     EXPECT_EQ(firmware.Requests()[0].name, "GetMPMStatus");
 }
 

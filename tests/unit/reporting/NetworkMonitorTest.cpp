@@ -148,8 +148,11 @@ TEST_F(NetworkMonitoring, AScanByWlanPutsOffTheNextPoll) {
     ReportTo(50);
     ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
     Advance(40000ms);
+    const uint64_t queries = Gate().Count("WlanEnumInterfaces");
     Notify(wlan_notification_acm_connection_complete);
-    PassDebounce();
+    PassSleepOf(2000ms);
+    // The last thing that a scan without a change does.
+    ASSERT_TRUE(Eventually([&] { return Gate().Count("WlanEnumInterfaces") > queries; }));
     MoveAddress();
     Advance(21000ms);
     ASSERT_TRUE(Clock().AwaitSleeper(61000ms));

@@ -17,7 +17,7 @@ class Cleanup : public ServiceFixture {
 
     void Start() {
         StartService();
-        ASSERT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+        ASSERT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
         AwaitLog("Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread");
         AwaitListener();
     }

@@ -213,7 +213,7 @@ TEST_F(DeviceRetry, ADriverThatComesLaterIsFoundAndTheFirmwareHearsOfTheHost) {
     ASSERT_TRUE(Clock().AwaitSleeper(10s));
     firmware.ComeBack();
     Advance(10s);
-    EXPECT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+    EXPECT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
     AwaitLog("Open MPM Device Success");
     AwaitListener();
 }

@@ -39,7 +39,7 @@ class Lifecycle : public ServiceFixture {
         StartMain("-service");
         PassSleepOf(1s);
         ASSERT_TRUE(Scm().AwaitState(SERVICE_RUNNING));
-        ASSERT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+        ASSERT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
         AwaitListener();
     }
 
@@ -209,7 +209,7 @@ TEST_F(ByHand, TheConsoleModeRunsWithoutAWordToTheScm) {
     StartMain("-console");
     PassSleepOf(1s);
     AwaitLog("Launch as console is successful");
-    ASSERT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+    ASSERT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
     for (int minute = 0; minute < 3; ++minute)
         PassSleepOf(60s);
     EXPECT_EQ(LogCount("RunAsConsole"), 0u);

@@ -74,7 +74,7 @@ TEST_P(Resume, BringsTheFirmwareUpToDate) {
         return request.As<ZELStatusRecord>().state == 1;
     });
     EXPECT_TRUE(up);
-    EXPECT_TRUE(firmware.AwaitRequest("WriteIPCompleteInformation"));
+    EXPECT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
     ExpectLogInOrder({"ServiceCtrlHandler: " + std::string(name) + " received",
                       "ServiceCtrlHandler: " + std::to_string(eventType) + " received"});
 }
