@@ -59,10 +59,16 @@ void HandleDashData(ZELService* service, const uint8_t* payload, uint32_t length
     service->m_hostControl.RunPendingPowerOption();
 }
 
-void HandleConsentRequest() {
+void HandleConsentRequest(ZELService* service, const uint8_t* payload, uint32_t length) {
     LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT asks for User consent entry");
     LogInfo("Setting Check for user consent");
+    service->m_userConsent.Ask(payload, length);
     LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT exit");
+}
+
+void HandleKvmPeer(ZELService* service, const uint8_t* payload, uint32_t length) {
+    LogInfo("MPM_ZEL_CMD_KVM_IP_PORT_INFO gives IP and Port to trust for KVM");
+    if (length != 0) service->m_kvmSessionControl.SetKVMIPAndPort(payload, length);
 }
 
 }  // namespace
@@ -80,6 +86,7 @@ void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer)
             HandleDashData(service, buffer, length);
             break;
         case MPM_ZEL_CMD_KVM_DATA:
+            if (length != 0) service->m_kvmClientInterface.SendDataToKVMClient(buffer, length);
             break;
         case MPM_ZEL_CMD_SOFTWARE_UPGRADE:
             LogInfo("%s: Software upgrade command received: MPM_ZEL_CMD_SOFTWARE_UPGRADE", kName);
@@ -101,19 +108,20 @@ void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer)
             HandleRebootNondash(service);
             break;
         case MPM_ZEL_CMD_VNC_SOC_CLOSE:
-            LogInfo("MPM_ZEL_CMD_VNC_SOC_CLOSE received");
+            service->m_kvmSessionControl.CloseKVMSession();
             break;
         case MPM_ZEL_CMD_S0i3_RESUME:
             HandleS0i3Resume(service);
             break;
         case MPM_ZEL_CMD_KVM_ENABLE_STATUS:
             LogInfo("MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled");
+            service->m_kvmSessionControl.EnableKVM();
             break;
         case MPM_ZEL_CMD_KVM_IP_PORT_INFO:
-            LogInfo("MPM_ZEL_CMD_KVM_IP_PORT_INFO gives IP and Port to trust for KVM");
+            HandleKvmPeer(service, buffer, length);
             break;
         case MPM_ZEL_CMD_GET_KVM_CONSENT:
-            HandleConsentRequest();
+            HandleConsentRequest(service, buffer, length);
             break;
         case MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET:
             HandleWebuiCloseSocket(service);
@@ -132,6 +140,8 @@ void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer)
             break;
         case MPM_ZEL_SAFEBOOT:
             LogInfo("MPM_ZEL_SAFEBOOT command received");
+            // The whole read, trailer included.
+            service->m_kvmSessionControl.HandleSafebootState(buffer, bytesRead);
             break;
         default:
             LogInfo("%s: Unknown Command received from driver: 0x%x", kName, command);

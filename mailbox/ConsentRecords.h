@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
+inline constexpr uint32_t kConsentGiven = 1;
+inline constexpr uint32_t kConsentRefused = 2;
+
 #pragma pack(push, 1)
 
 // The payload of MPM_ZEL_CMD_GET_KVM_CONSENT.
@@ -17,7 +20,7 @@ static_assert(sizeof(UserConsentQuestion) == 8);
 // The input of WriteUserConsent.
 struct UserConsentAnswer {
     uint32_t Type;     // as asked for
-    uint32_t Consent;  // 1 OK, 2 cancel
+    uint32_t Consent;  // kConsentGiven or kConsentRefused
     uint32_t reserved;
 };
 static_assert(sizeof(UserConsentAnswer) == 12);

@@ -5,6 +5,10 @@
 #include "service/ZELService.h"
 
 bool ZELService::ServiceCleanup() {
+    if (m_kvmSessionControl.m_kvmState == kKvmEnabled) {
+        LogInfo("Cleanup KVM connection");
+        m_kvmSessionControl.DoKVMCleanUp();
+    }
     SignalStop();
     m_bMPMVersionValid = 0;
     StopPlatformUpdates();

@@ -1,4 +1,5 @@
 // The two stages of the start: what may refuse it, and what waits for the firmware.
+#include "service/ExecutableFolder.h"
 #include "service/Log.h"
 #include "service/Registry.h"
 #include "service/ZELService.h"
@@ -11,20 +12,6 @@ constexpr DWORD kRetryMilliseconds = 10000;
 constexpr int kQuickRetries = 6;
 constexpr int kTriesPerLogLine = 6;
 constexpr int kCounterWrap = 120;
-
-std::string FolderOfExecutable() {
-    char path[MAX_PATH] = "";
-    GetModuleFileNameA(nullptr, path, sizeof path);
-    path[sizeof path - 1] = '\0';
-    std::string folder = path;
-    const size_t separator = folder.rfind('\\');
-    if (separator == std::string::npos) {
-        LogInfo("Obtained empty working directory");
-    } else {
-        folder.resize(separator);
-    }
-    return folder;
-}
 
 }  // namespace
 
@@ -47,7 +34,7 @@ uint32_t ZELService::CheckInstallationPath() {
         LogInfo("Encountered error reading installation path from registry: = %s", kValueName);
         return kWrongPath;
     }
-    const std::string current = FolderOfExecutable();
+    const std::string current = ExecutableFolder("Obtained empty working directory");
     installed += "bin";
     LogInfo("(INST: %s), (CWD: %s)", installed, current);
     if (installed != current) {
@@ -89,6 +76,8 @@ uint32_t ZELService::DoDriverInitialization() {
         m_pDASHClientThreadObj =
             m_detachedThreads.StartOwned([this] { m_dashClientInterface.HandleDASHClientThread(); });
     }
+    m_kvmSessionControl.ForgetTrustedAddress();
+    LogDebug("Initializing KVM IP and Port to 0");
     LogDebug("Exit %s", "DoDriverInitialization");
     return ERROR_SUCCESS;
 }

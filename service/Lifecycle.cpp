@@ -130,7 +130,6 @@ bool ZELService::ServiceSetup() {
         }
     });
     // What a previous run may have left.
-    DeleteFileA(GetTerminateFilePath().c_str());
-    DeleteFileA(GetDisplayMgrLogPath().c_str());
+    KVMAgent::RemoveKVMAgent();
     return true;
 }

@@ -27,6 +27,7 @@ bool ZELService::EndThreads(DWORD milliseconds) {
         if (m_pDASHClientThreadObj) m_dashClientInterface.CloseHttpsSocket();
     }
     m_networkMonitor.StopNetworkScanThread();
+    m_kvmSessionControl.SignalEnd();
     if (!m_detachedThreads.AwaitEnd(milliseconds)) return false;
     JoinThreads();
     return true;
@@ -38,6 +39,7 @@ void ZELService::JoinThreads() {
         if (*owner) (*owner)->join();
         owner->reset();
     }
+    m_kvmSessionControl.JoinThread();
 }
 
 void ZELService::SignalStop() {

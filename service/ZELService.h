@@ -14,8 +14,9 @@
 #include <unordered_map>
 
 #include "dash/DASHClientInterface.h"
-#include "dash/SocketServers.h"
 #include "hostcontrol/HostControl.h"
+#include "kvm/KVMClientInterface.h"
+#include "kvm/KVMSessionControl.h"
 #include "mailbox/MailBoxDriverInterface.h"
 #include "mailbox/MailboxReadLoop.h"
 #include "mailbox/MailboxRecords.h"
@@ -26,6 +27,7 @@
 #include "reporting/WMIInterface.h"
 #include "service/DetachedThreads.h"
 #include "service/Handles.h"
+#include "session/UserConsent.h"
 
 class ZELService {
   public:
@@ -122,9 +124,10 @@ class ZELService {
     SERVICE_STATUS_HANDLE m_ServiceStatusHandle = nullptr;
     SERVICE_STATUS m_ServiceStatus{};
     DWORD m_ControlsAccepted = 0;
-    KvmSocket m_kvmSocket;
+    KVMSessionControl m_kvmSessionControl;
     std::unique_ptr<std::thread> m_pDASHClientThreadObj;
     std::unique_ptr<std::thread> m_pMBDriverReadThreadObj;
+    UserConsent m_userConsent;
     std::atomic<uint8_t> m_bWakeUpdateInProgress{0};
     UniqueHandle m_ConsoleStopEvent;
     std::atomic<uint8_t> m_bRunAsConsole{0};
@@ -133,6 +136,7 @@ class ZELService {
     MailBoxDriverInterface m_mailBoxDriverInterface;
     WMIInterface m_WMIInterfaceObj;
     DASHClientInterface m_dashClientInterface;
+    KVMClientInterface m_kvmClientInterface;
     HostControl m_hostControl;
     StatusFile m_statusFile;
     NetworkStateStore m_networkStateStore;

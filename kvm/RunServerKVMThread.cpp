@@ -1,0 +1,78 @@
+// The listener thread: one per enabling, from the firmware's command to the clean-up.
+#include "dash/NewRequest.h"
+#include "kvm/KVMPort.h"
+#include "kvm/KVMSessionControl.h"
+#include "service/Log.h"
+#include "service/ZELService.h"
+
+namespace {
+
+constexpr const char* kName = "RunServerKVMThread";
+constexpr DWORD kClosingPoll = 500;  // milliseconds
+constexpr DWORD kListenRetry = 5000;
+constexpr uint16_t kPeerMarker = 0xFFFF;
+
+}  // namespace
+
+void KVMSessionControl::RunServerKVMThread() {
+    AwaitEarlierSession();
+    while (m_kvmState == kKvmEnabled) {
+        LogInfo("Create SSH socket");
+        if (m_kvmSocket.CreateSocket(kKvmPort) != 0) {
+            LogError("%s: Sleep and retry creating SSH port socket...", kName);
+            if (!g_pZELService->SleepUnlessStopping(kListenRetry)) break;
+            continue;
+        }
+        if (m_kvmState != kKvmEnabled) break;
+        if (!ServeClients()) {
+            LogError("%s: DoInitKVM failed, closing the KVM connection and do complete cleanup", kName);
+            TriggerKVMShutdown();
+        }
+    }
+    KVMCleanupCommon();
+}
+
+// The earlier session is left to finish closing, which the clean-up of its agent does last.
+void KVMSessionControl::AwaitEarlierSession() {
+    while (m_kvmState == kKvmClosing && m_agentCleanUps > 0 && !m_bShutdownTriggered &&
+           g_pZELService->SleepUnlessStopping(kClosingPoll)) {
+    }
+    m_kvmState = kKvmEnabled;
+    // What ended this session before it began must not be forgotten: somebody waits for this thread.
+    if (m_bShutdownTriggered || g_pZELService->m_bServiceStopping) m_kvmState = kKvmClosing;
+}
+
+// On one listener. False when a session could not begin; true when the listener has come to its end.
+bool KVMSessionControl::ServeClients() {
+    while (m_kvmState == kKvmEnabled) {
+        LogInfo("Calling KVM Socket Accept");
+        sockaddr_in peer{};
+        const SOCKET socket = m_kvmSocket.AcceptSocket(true, peer);
+        if (socket == INVALID_SOCKET) {
+            LogError("%s: KVM socket Accept failed, closing the base socket and retry...", kName);
+            m_kvmSocket.CloseBaseSocket();
+            return true;
+        }
+        if (!IsTrusted(peer)) {
+            LogError("%s: KVM IP validation failed, closing the base socket and retry...", kName);
+            // Required: neither closed nor used.
+            m_untrustedSockets.push_back(socket);
+            m_kvmSocket.CloseBaseSocket();
+            return true;
+        }
+        const bool begun = g_pZELService->m_kvmClientInterface.DoInitKVM(socket);
+        SetKVMStatus(begun);
+        if (!begun) return false;
+        m_kvmSocketState = kKvmClientConnected;
+        g_pZELService->WakeAndUpdateMPMAndWait(false);
+        ForwardNewRequestToMPM(kKvmPort, peer.sin_addr.s_addr, peer.sin_port, kPeerMarker);
+        LogInfo("Response returned for KVM request from Mailbox driver");
+        g_pZELService->m_kvmClientInterface.StartDataRecvThread();
+    }
+    return true;
+}
+
+bool KVMSessionControl::IsTrusted(const sockaddr_in& peer) const {
+    const TrustedPeer trusted = m_kvmTrusted;
+    return trusted.m_kvmTrustedIP == 0 || trusted.m_kvmTrustedIP == peer.sin_addr.s_addr;
+}
