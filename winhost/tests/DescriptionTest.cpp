@@ -123,6 +123,28 @@ TEST(Description, TheSystemIsOneThatCanBe) {
         Refusal(R"({"wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "state": 8}]})"));
 }
 
+TEST(Description, SessionsAndProcessesAreThoseOfOnePerson) {
+    const auto pc = winhost::DescriptionFromJson(Parse(R"({"consoleSession": 2, "desktopLocked": true,
+        "screen": {"width": 800}, "processes": [{"name": "winlogon.exe", "pid": 5000000, "session": 2}]})"));
+    EXPECT_EQ(2u, pc.consoleSession);
+    EXPECT_TRUE(pc.desktopLocked);
+    EXPECT_EQ(800u, pc.screen.width);
+    EXPECT_EQ(1080u, pc.screen.height);
+    ASSERT_EQ(1u, pc.processes.size());
+    EXPECT_EQ(5000000u, pc.processes[0].pid);
+    const auto nobody = winhost::DescriptionFromJson(Parse(R"({"consoleSession": 4294967295})"));
+    EXPECT_EQ(winhost::PcDescription::kNoSession, nobody.consoleSession);
+}
+
+TEST(Description, SessionsAndProcessesThatCannotBeAreRefused) {
+    EXPECT_EQ("consoleSession: session 0 is that of the services", Refusal(R"({"consoleSession": 0})"));
+    EXPECT_EQ("screen.height: expected 1 to 32767", Refusal(R"({"screen": {"height": 0}})"));
+    EXPECT_EQ("processes[0].name: a process has a name", Refusal(R"({"processes": [{"pid": 8}]})"));
+    EXPECT_EQ("processes[0].pid: 0 is none", Refusal(R"({"processes": [{"name": "a.exe"}]})"));
+    EXPECT_EQ("processes[1].pid: another process has it",
+              Refusal(R"({"processes": [{"name": "a.exe", "pid": 8}, {"name": "b.exe", "pid": 8}]})"));
+}
+
 TEST(Description, WhatIsWrittenReadsBackTheSame) {
     const Json::Value before = Parse(R"({"computerName": "LAB-7", "ports": {"22": 2222}, "cleanBoot": 1,
         "adapters": [{"name": "{A}", "index": 4, "address": "10.0.0.2", "dhcp": false}]})");

@@ -1,5 +1,6 @@
 // winhostctl as a person types it. The program lies beside this one.
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -98,6 +99,39 @@ TEST_F(Winhostctl, ChangesThePc) {
     const Outcome refused = Run(R"(change '{"computerNam": "x"}')");
     EXPECT_EQ(1, refused.exitCode);
     EXPECT_EQ("winhostctl: computerNam: unknown key\n", refused.output);
+}
+
+TEST_F(Winhostctl, LocksTheDesktopAndBringsAnotherSessionToTheConsole) {
+    EXPECT_EQ("console: 1\ndesktopLocked: true\n", Run("lock").output);
+    EXPECT_TRUE(winhost::Pc::Instance().Description().desktopLocked);
+    EXPECT_EQ("console: 1\ndesktopLocked: false\n", Run("unlock").output);
+    EXPECT_EQ("console: 3\ndesktopLocked: false\n", Run("session 3").output);
+    EXPECT_EQ(3u, winhost::Pc::Instance().Description().consoleSession);
+    EXPECT_EQ("console: none\ndesktopLocked: false\n", Run("session none").output);
+    EXPECT_EQ(winhost::PcDescription::kNoSession, winhost::Pc::Instance().Description().consoleSession);
+    EXPECT_EQ(1, Run("session 0").exitCode);
+    EXPECT_EQ(1, Run("session somebody").exitCode);
+}
+
+TEST_F(Winhostctl, ListsTheProcesses) {
+    winhost::Pc::Instance().Change([](winhost::PcDescription& pc) {
+        pc.modulePath = R"(C:\bin\service.exe)";
+        pc.processes = {{"winlogon.exe", 5000000, 1}};
+    });
+    EXPECT_EQ(
+        "described true, name winlogon.exe, pid 5000000, session 1\ndescribed false, name service.exe, pid " +
+            std::to_string(getpid()) + ", session 0\n",
+        Run("processes").output);
+}
+
+TEST_F(Winhostctl, ListsWhatWasStarted) {
+    EXPECT_EQ("", Run("launches").output);
+    winhost::Pc::Instance().Record(
+        winhost::ProcessLaunch{R"("C:\app.exe" -E 1)", R"(Winsta0\Default)", 1, 0x408, true, 77});
+    EXPECT_EQ(
+        "commandLine \"C:\\app.exe\" -E 1, desktop Winsta0\\Default, environment true, flags 1032, pid 77, "
+        "session 1\n",
+        Run("launches").output);
 }
 
 TEST_F(Winhostctl, ArmsTheGate) {

@@ -1,0 +1,134 @@
+// Tokens of processes, their copies and their sessions.
+#include "winhost/power/Privileges.h"
+#include "winhost/tests/LaunchFixture.h"
+
+namespace {
+
+static_assert(TOKEN_ALL_ACCESS == 0xF01FF && TokenSessionId == 12 && SecurityImpersonation == 2 &&
+              TokenPrimary == 1);
+
+class TokenTest : public LaunchFixture {
+  protected:
+    static HANDLE TokenOf(DWORD id, DWORD access = TOKEN_ALL_ACCESS) {
+        const HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, id);
+        HANDLE token = nullptr;
+        EXPECT_TRUE(OpenProcessToken(process, access, &token));
+        CloseHandle(process);
+        return token;
+    }
+    static HANDLE Duplicate(HANDLE token, TOKEN_TYPE type = TokenPrimary,
+                            SECURITY_IMPERSONATION_LEVEL level = SecurityImpersonation, DWORD access = 0) {
+        HANDLE copy = nullptr;
+        SetLastError(0);
+        DuplicateTokenEx(token, access, nullptr, level, type, &copy);
+        return copy;
+    }
+    static DWORD ErrorOfSession(HANDLE token, DWORD session) {
+        SetLastError(0);
+        return SetTokenInformation(token, TokenSessionId, &session, sizeof session) ? 0 : GetLastError();
+    }
+    static void EnableTcb() {
+        ASSERT_TRUE(winhost::EnablePrivilege(winhost::PrivilegeByName(SE_TCB_NAME), true));
+    }
+};
+
+TEST_F(TokenTest, OpeningOneNeedsARightToAsk) {
+    for (const DWORD enough : {PROCESS_QUERY_INFORMATION, PROCESS_QUERY_LIMITED_INFORMATION}) {
+        const HANDLE process = OpenProcess(enough, FALSE, IdOf("winlogon.exe"));
+        HANDLE token = nullptr;
+        EXPECT_TRUE(OpenProcessToken(process, TOKEN_ALL_ACCESS, &token));
+        CloseHandle(token);
+        CloseHandle(process);
+    }
+    const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, IdOf("winlogon.exe"));
+    HANDLE token = nullptr;
+    EXPECT_FALSE(OpenProcessToken(process, TOKEN_ALL_ACCESS, &token));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    CloseHandle(process);
+}
+
+TEST_F(TokenTest, TheCallingProcessHasOneTokenHoweverItIsOpened) {
+    const HANDLE token = TokenOf(GetCurrentProcessId());
+    TOKEN_PRIVILEGES privileges{};
+    privileges.PrivilegeCount = 1;
+    ASSERT_TRUE(LookupPrivilegeValueA(nullptr, SE_TCB_NAME, &privileges.Privileges[0].Luid));
+    privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+    EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, GetLastError());
+    EXPECT_TRUE(winhost::IsPrivilegeEnabled(SE_TCB_NAME));
+    CloseHandle(token);
+}
+
+TEST_F(TokenTest, PrivilegesOfOthersAreLeftAlone) {
+    const HANDLE token = TokenOf(IdOf("winlogon.exe"));
+    TOKEN_PRIVILEGES privileges{};
+    EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    CloseHandle(token);
+}
+
+TEST_F(TokenTest, DuplicatingNeedsItsRight) {
+    const HANDLE token = TokenOf(IdOf("winlogon.exe"), TOKEN_QUERY);
+    EXPECT_FALSE(Duplicate(token));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    CloseHandle(token);
+    EXPECT_FALSE(Duplicate(token));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_FALSE(Duplicate(nullptr));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+}
+
+TEST_F(TokenTest, ALevelCannotRise) {
+    const HANDLE token = TokenOf(IdOf("winlogon.exe"));
+    const HANDLE low = Duplicate(token, TokenImpersonation, SecurityIdentification);
+    ASSERT_TRUE(low);
+    EXPECT_FALSE(Duplicate(low, TokenPrimary, SecurityImpersonation));
+    EXPECT_EQ(DWORD{ERROR_BAD_IMPERSONATION_LEVEL}, GetLastError());
+    EXPECT_FALSE(Duplicate(token, static_cast<TOKEN_TYPE>(3)));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    CloseHandle(low);
+    CloseHandle(token);
+}
+
+TEST_F(TokenTest, ASessionIsSetWithThePrivilegeEnabled) {
+    const HANDLE token = LogonToken();
+    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, ErrorOfSession(token, 2));
+    EnableTcb();
+    EXPECT_EQ(0u, ErrorOfSession(token, 2));
+    WriteSleeper("app.exe");
+    const Started started = StartWith(token, R"("C:\app.exe" 1000)");
+    DWORD session = 9;
+    EXPECT_TRUE(ProcessIdToSessionId(started.Id(), &session));
+    EXPECT_EQ(2u, session);
+    Close(started);
+    CloseHandle(token);
+}
+
+TEST_F(TokenTest, ACopyBeginsInTheSessionOfItsProcess) {
+    winhost::Pc::Instance().Change([](auto& pc) { pc.processes = {{"winlogon.exe", 5000000, 5}}; });
+    WriteSleeper("app.exe");
+    const Started started = Start(R"("C:\app.exe" 1000)");
+    DWORD session = 9;
+    EXPECT_TRUE(ProcessIdToSessionId(started.Id(), &session));
+    EXPECT_EQ(5u, session);
+    Close(started);
+}
+
+TEST_F(TokenTest, ASessionIsSetOnCopiesOnlyAndWithItsRight) {
+    EnableTcb();
+    const HANDLE ofProcess = TokenOf(IdOf("winlogon.exe"));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, ErrorOfSession(ofProcess, 2));
+    const HANDLE weak = Duplicate(ofProcess, TokenPrimary, SecurityImpersonation, TOKEN_QUERY);
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfSession(weak, 2));
+    const HANDLE full = Duplicate(ofProcess);
+    DWORD session = 2;
+    EXPECT_FALSE(SetTokenInformation(full, TokenSessionId, &session, 2));
+    EXPECT_EQ(DWORD{ERROR_BAD_LENGTH}, GetLastError());
+    EXPECT_FALSE(SetTokenInformation(full, TokenOwner, &session, sizeof session));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    for (const HANDLE token : {ofProcess, weak, full})
+        CloseHandle(token);
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, ErrorOfSession(full, 2));
+}
+
+}  // namespace
