@@ -51,9 +51,7 @@ bool IsFile(const std::string& windowsPath) {
 }
 
 std::vector<std::string> SearchedFolders() {
-    char module[MAX_PATH] = "";
-    GetModuleFileNameA(nullptr, module, sizeof module);
-    const std::string own = module;
+    const std::string own = winhost::OwnPath();
     std::vector<std::string> folders{own.substr(0, own.find_last_of("\\/")), ".", R"(C:\Windows\System32)",
                                      R"(C:\Windows)"};
     for (const auto& [name, value] : Pc::Instance().Description().environment) {

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,16 +20,14 @@ constexpr size_t kLargestFile = 4 << 20;
 
 std::string ReadFile(const std::string& path) {
     std::string text;
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return text;
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     char block[4096];
-    while (text.size() < kLargestFile) {
-        const ssize_t size = read(file, block, sizeof block);
+    while (file && text.size() < kLargestFile) {
+        const ssize_t size = read(file.Get(), block, sizeof block);
         if (size < 0 && errno == EINTR) continue;
         if (size <= 0) break;
         text.append(block, static_cast<size_t>(size));
     }
-    close(file);
     return text;
 }
 
@@ -59,6 +58,10 @@ std::optional<ProcessStat> ReadProcessStat(pid_t id) {
 
 std::string ReadProcessFile(pid_t id, const char* file) {
     return ReadFile(PathOf(id, file));
+}
+
+Descriptor OpenPidfd(pid_t id) {
+    return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
 }
 
 std::vector<pid_t> ReadProcessIds() {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "winhost/core/Descriptor.h"
+
 namespace winhost {
 
 struct ProcessStat {
@@ -23,6 +25,8 @@ struct ProcessStat {
 std::optional<ProcessStat> ReadProcessStat(pid_t id);
 // "cmdline" or "environ": texts, each with its NUL. Empty when it may not be read, or the process has ended.
 std::string ReadProcessFile(pid_t id, const char* file);
+// A descriptor that tells the process's end; none, with errno, when there is no such process or no room.
+Descriptor OpenPidfd(pid_t id);
 // The ids of all processes that the calling user may look into.
 std::vector<pid_t> ReadProcessIds();
 

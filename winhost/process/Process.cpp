@@ -13,19 +13,9 @@
 #include "winhost/core/Gate.h"
 #include "winhost/kernel/Thread.h"
 #include "winhost/pc/Pc.h"
+#include "winhost/process/ProcessList.h"
 
 using winhost::Pc;
-
-namespace {
-
-// The path that Linux knows, for a PC whose description names none.
-std::string OwnPath() {
-    char path[4096];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    return length > 0 ? std::string(path, static_cast<size_t>(length)) : std::string();
-}
-
-}  // namespace
 
 HANDLE GetCurrentProcess() {
     WINHOST_GATE_PASS("GetCurrentProcess");
@@ -75,8 +65,7 @@ DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size) {
         SetLastError(module ? ERROR_MOD_NOT_FOUND : ERROR_INSUFFICIENT_BUFFER);
         return 0;
     }
-    std::string own = Pc::Instance().Description().modulePath;
-    if (own.empty()) own = OwnPath();
+    std::string own = winhost::OwnPath();
     const bool fits = own.size() < size;
     if (!fits) own.resize(size - 1);
     std::memcpy(path, own.c_str(), own.size() + 1);

@@ -31,6 +31,12 @@ std::string NameByCommandLine(pid_t id, const std::string& shortName) {
     return program.empty() ? shortName : program;
 }
 
+std::string OwnPath(const PcDescription& pc) {
+    std::error_code ignored;
+    return pc.modulePath.empty() ? std::filesystem::read_symlink("/proc/self/exe", ignored).string()
+                                 : pc.modulePath;
+}
+
 DWORD OwnSession(const PcDescription& pc) {
     if (OwnMarks().session) return *OwnMarks().session;
     return pc.startedByScm || pc.consoleSession == PcDescription::kNoSession ? 0 : pc.consoleSession;
@@ -51,10 +57,7 @@ std::optional<ProcessEntry> OwnProcess(const PcDescription& pc) {
     if (!stat) return std::nullopt;
     ProcessEntry entry = FromStat(id, *stat);
     entry.session = OwnSession(pc);
-    std::error_code ignored;
-    entry.name = pc.modulePath.empty()
-                     ? std::filesystem::read_symlink("/proc/self/exe", ignored).filename().string()
-                     : FileNameOf(pc.modulePath);
+    entry.name = FileNameOf(OwnPath(pc));
     return entry;
 }
 
@@ -111,6 +114,10 @@ std::optional<ProcessEntry> FindProcess(DWORD id) {
         if (process.pid == id) return FromDescription(process);
     if (linuxId <= 0) return std::nullopt;
     return LinuxProcess(linuxId, RootMark(pc));
+}
+
+std::string OwnPath() {
+    return OwnPath(Pc::Instance().Description());
 }
 
 DWORD OwnSession() {

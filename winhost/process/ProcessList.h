@@ -20,6 +20,8 @@ struct ProcessEntry {
 // The calling process, the described ones, and the Linux processes that carry this PC's mark.
 std::vector<ProcessEntry> ListProcesses();
 std::optional<ProcessEntry> FindProcess(DWORD id);
+// The path of the calling process's executable: that of the description, or where it lies on Linux.
+std::string OwnPath();
 // The session of the calling process.
 DWORD OwnSession();
 

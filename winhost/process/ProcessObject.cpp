@@ -40,13 +40,21 @@ DWORD ErrorOf(int error) {
     }
 }
 
+// Of the process that the entry was made of; with ESRCH when that has gone.
+Descriptor OpenPidfdOf(const ProcessEntry& entry) {
+    Descriptor pidfd = OpenPidfd(static_cast<pid_t>(entry.id));
+    // The id may belong to another process by now.
+    if (!pidfd || !IsLinuxProcessGone(entry)) return pidfd;
+    pidfd = Descriptor();
+    errno = ESRCH;
+    return pidfd;
+}
+
 DWORD TerminateLinuxProcess(const ProcessEntry& entry) {
-    const int pidfd = OpenPidfd(entry);
-    if (pidfd < 0) return ErrorOf(errno);
-    const bool sent = syscall(SYS_pidfd_send_signal, pidfd, SIGKILL, nullptr, 0) == 0;
-    const DWORD error = sent ? DWORD{ERROR_SUCCESS} : ErrorOf(errno);
-    close(pidfd);
-    return error;
+    const Descriptor pidfd = OpenPidfdOf(entry);
+    if (!pidfd) return ErrorOf(errno);
+    const bool sent = syscall(SYS_pidfd_send_signal, pidfd.Get(), SIGKILL, nullptr, 0) == 0;
+    return sent ? DWORD{ERROR_SUCCESS} : ErrorOf(errno);
 }
 
 DWORD TerminateDescribed(const ProcessEntry& entry) {
@@ -61,16 +69,6 @@ DWORD TerminateDescribed(const ProcessEntry& entry) {
 
 }  // namespace
 
-int OpenPidfd(const ProcessEntry& entry) {
-    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(entry.id), 0));
-    if (pidfd < 0) return -1;
-    // The id may belong to another process by now.
-    if (!IsLinuxProcessGone(entry)) return pidfd;
-    close(pidfd);
-    errno = ESRCH;
-    return -1;
-}
-
 // For the length of a wait.
 class ProcessEnd::Watch {
   public:
@@ -79,8 +77,8 @@ class ProcessEnd::Watch {
         auto lookAgain = [process] { process->LookAgain(); };
         if (process->m_entry.described) {
             m_key = ProcessWatcher::Instance().WatchDescription(std::move(lookAgain));
-        } else if (const int pidfd = OpenPidfd(process->m_entry); pidfd >= 0) {
-            m_key = ProcessWatcher::Instance().Watch(pidfd, std::move(lookAgain));
+        } else if (Descriptor pidfd = OpenPidfdOf(process->m_entry)) {
+            m_key = ProcessWatcher::Instance().Watch(std::move(pidfd), std::move(lookAgain));
         } else if (errno != ESRCH) {
             throw std::system_error(errno, std::generic_category(), "pidfd_open");
         }

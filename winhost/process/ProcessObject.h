@@ -46,7 +46,4 @@ class Process : public ProcessEnd {
 // another.
 std::shared_ptr<Process> FindProcessObject(HANDLE handle);
 
-// A descriptor for the Linux process that the entry was made of, -1 with errno when that has gone.
-int OpenPidfd(const ProcessEntry& entry);
-
 }  // namespace winhost

@@ -1,7 +1,6 @@
 #include "winhost/process/ProcessWatcher.h"
 
 #include <sys/epoll.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -28,35 +27,25 @@ ProcessWatcher& ProcessWatcher::Instance() {
 }
 
 ProcessWatcher::ProcessWatcher() : m_epoll(epoll_create1(EPOLL_CLOEXEC)) {
-    if (m_epoll < 0) Throw("epoll_create1");
-    try {
-        std::thread(&ProcessWatcher::Run, this).detach();
-    } catch (const std::system_error&) {
-        close(m_epoll);
-        throw;
-    }
+    if (!m_epoll) Throw("epoll_create1");
+    std::thread(&ProcessWatcher::Run, this).detach();
     g_watcher = this;
 }
 
-ProcessWatcher::Key ProcessWatcher::Watch(int pidfd, Callback callback) {
+ProcessWatcher::Key ProcessWatcher::Watch(Descriptor pidfd, Callback callback) {
     std::lock_guard lock(m_mutex);
     const Key key = ++m_lastKey;
     epoll_event event{};
     event.events = EPOLLIN | EPOLLONESHOT;
     event.data.u64 = key;
-    if (epoll_ctl(m_epoll, EPOLL_CTL_ADD, pidfd, &event) != 0) {
-        const int error = errno;
-        close(pidfd);
-        errno = error;
-        Throw("epoll_ctl");
-    }
-    m_watched[key] = {pidfd, std::move(callback)};
+    if (epoll_ctl(m_epoll.Get(), EPOLL_CTL_ADD, pidfd.Get(), &event) != 0) Throw("epoll_ctl");
+    m_watched[key] = {std::move(pidfd), std::move(callback)};
     return key;
 }
 
 ProcessWatcher::Key ProcessWatcher::WatchDescription(Callback callback) {
     std::lock_guard lock(m_mutex);
-    m_watched[++m_lastKey] = {-1, std::move(callback)};
+    m_watched[++m_lastKey] = {Descriptor(), std::move(callback)};
     return m_lastKey;
 }
 
@@ -72,7 +61,7 @@ void ProcessWatcher::OnDescriptionChanged() {
     {
         std::lock_guard lock(watcher->m_mutex);
         for (const auto& [key, watched] : watcher->m_watched)
-            if (watched.pidfd < 0) callbacks.push_back(watched.callback);
+            if (!watched.pidfd) callbacks.push_back(watched.callback);
     }
     for (const Callback& callback : callbacks)
         callback();
@@ -81,7 +70,7 @@ void ProcessWatcher::OnDescriptionChanged() {
 void ProcessWatcher::Run() {
     while (true) {
         epoll_event event;
-        if (epoll_wait(m_epoll, &event, 1, -1) != 1) continue;
+        if (epoll_wait(m_epoll.Get(), &event, 1, -1) != 1) continue;
         if (const Callback callback = TakeEnded(event.data.u64)) callback();
     }
 }
@@ -97,11 +86,8 @@ ProcessWatcher::Callback ProcessWatcher::TakeEnded(Key key) {
 
 // Taken from the set first: a program that is being started may hold a copy of the descriptor for a moment.
 void ProcessWatcher::Drop(std::map<Key, Watched>::iterator watched) {
-    const int pidfd = watched->second.pidfd;
-    if (pidfd >= 0) {
-        epoll_ctl(m_epoll, EPOLL_CTL_DEL, pidfd, nullptr);
-        close(pidfd);
-    }
+    if (const Descriptor& pidfd = watched->second.pidfd)
+        epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, pidfd.Get(), nullptr);
     m_watched.erase(watched);
 }
 

@@ -6,6 +6,8 @@
 #include <map>
 #include <mutex>
 
+#include "winhost/core/Descriptor.h"
+
 namespace winhost {
 
 class ProcessWatcher {
@@ -16,10 +18,9 @@ class ProcessWatcher {
     // The first use starts the thread. Throws std::system_error when that can't be.
     static ProcessWatcher& Instance();
 
-    // Calls back once, on the watcher's thread, when the process behind the pidfd has ended. The descriptor
-    // is the watcher's from then on; it is closed before the call. Throws std::system_error, and then the
-    // descriptor is closed too.
-    Key Watch(int pidfd, Callback callback);
+    // Calls back once, on the watcher's thread, when the process behind the pidfd has ended; the descriptor
+    // is closed before that. Throws std::system_error.
+    Key Watch(Descriptor pidfd, Callback callback);
     // Calls back after each change of the PC's description, on the thread that made it.
     Key WatchDescription(Callback callback);
     // No call comes any more, but for one that is under way.
@@ -30,7 +31,7 @@ class ProcessWatcher {
 
   private:
     struct Watched {
-        int pidfd = -1;
+        Descriptor pidfd;  // none for the description
         Callback callback;
     };
 
@@ -39,7 +40,7 @@ class ProcessWatcher {
     Callback TakeEnded(Key key);
     void Drop(std::map<Key, Watched>::iterator watched);
 
-    int m_epoll = -1;
+    const Descriptor m_epoll;
     std::mutex m_mutex;
     Key m_lastKey = 0;
     std::map<Key, Watched> m_watched;

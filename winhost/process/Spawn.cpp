@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <csignal>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include <winerror.h>
 
@@ -99,10 +99,10 @@ void Reap(pid_t id) {
 
 // False when nobody would notice its end.
 bool ReapAtItsEnd(ProcessWatcher& watcher, pid_t id) {
-    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, id, 0));
-    if (pidfd < 0) return false;
+    Descriptor pidfd = OpenPidfd(id);
+    if (!pidfd) return false;
     try {
-        watcher.Watch(pidfd, [id] { Reap(id); });
+        watcher.Watch(std::move(pidfd), [id] { Reap(id); });
         return true;
     } catch (const std::system_error&) {
         return false;

@@ -2,6 +2,8 @@
 #include <tlhelp32.h>
 #include <winbase.h>
 
+#include <unistd.h>
+
 #include <atomic>
 #include <memory>
 #include <vector>
@@ -73,7 +75,7 @@ HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD processId) {
     if (flags == 0) return fail(ERROR_INVALID_PARAMETER);
     if (flags & ~DWORD{TH32CS_SNAPALL | TH32CS_SNAPMODULE32}) return fail(ERROR_NOT_SUPPORTED);
     constexpr DWORD kOfOneProcess = TH32CS_SNAPHEAPLIST | TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32;
-    if (flags & kOfOneProcess && processId != 0 && processId != GetCurrentProcessId())
+    if (flags & kOfOneProcess && processId != 0 && processId != static_cast<DWORD>(getpid()))
         return fail(ERROR_NOT_SUPPORTED);
     const bool ofProcesses = flags & TH32CS_SNAPPROCESS;
     const HANDLE handle = HandleTable::Instance().Add(std::make_shared<Snapshot>(
