@@ -16,7 +16,8 @@ import tempfile
 import time
 
 from harness.firmware import Firmware
-from harness.native import RUNNING, NativeHost, free_port
+from harness.native import RUNNING, NativeHost
+from harness.ports import free_port
 from harness.processes import REPOSITORY, Process
 from harness.waiting import eventually
 

@@ -2,20 +2,14 @@
 
 import json
 import pathlib
-import socket
 import subprocess
 
+from .ports import free_port
 from .processes import Process, build_folder
 from .waiting import eventually
 
 INSTALLATION = "C:\\Program Files\\Tarvix\\"
 STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class NativeHost:

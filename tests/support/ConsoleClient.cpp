@@ -4,10 +4,13 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <cstdio>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -130,11 +133,28 @@ TakenPort::~TakenPort() {
     close(m_socket);
 }
 
+namespace {
+
+// Tests run side by side, and take a port some time after they have chosen it: a name that only one of them can
+// bind keeps it for this process until its end.
+bool Reserve(uint16_t port) {
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    const int length = std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "zel-port-%u", port);
+    const int reservation = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
+    if (bind(reservation, reinterpret_cast<const sockaddr*>(&name), size) == 0) return true;
+    close(reservation);
+    return false;
+}
+
+}  // namespace
+
 uint16_t FreePort() {
-    // Below the ports that the kernel gives to clients, and apart for tests that run side by side.
-    static std::atomic<uint32_t> next{static_cast<uint32_t>(getpid()) * 4};
+    // Below the ports that the kernel gives to clients.
+    static std::atomic<uint32_t> next{static_cast<uint32_t>(getpid()) * 16};
     while (true) {
         const auto port = static_cast<uint16_t>(10000 + next++ % 20000);
-        if (TakenPort(port).Port() == port) return port;
+        if (Reserve(port) && TakenPort(port).Port() == port) return port;
     }
 }

@@ -82,6 +82,7 @@ TEST_F(Session, AnswersOfTheFirmwareReachTheConsoleUnchanged) {
     firmware.Send(MPM_ZEL_CMD_DASH_DATA, bytes);
 
     EXPECT_EQ(client.Receive(bytes.size()), bytes);
+    AwaitLog("send() success.");
     ExpectLogInOrder(
         {"updateDataToClient: Updating data to be sent from MPM to client", "Buffer size 1000",
          "SendDataToDASHClient: after Waiting for Send Size to get Updated, size 1000",

@@ -8,6 +8,9 @@ namespace {
 
 constexpr char kName[] = "ReadFromMailBoxDriverThread";
 
+// Dispatched to nobody.
+constexpr auto kHarmless = static_cast<MpmCommand>(0xC8);
+
 class ReadLoop : public ServiceFixture {
   protected:
     void SetUp() override {
@@ -64,10 +67,10 @@ TEST_F(ReadLoop, KeepsTenReadsPending) {
 
 TEST_F(ReadLoop, EachMessageIsDispatchedAndItsReadRenewed) {
     StartLoopAndAwaitReads();
-    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    firmware.Send(kHarmless);
     AwaitLog("Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread", 2);
-    ExpectLogInOrder({"ProcessRead: received command from driver 38, bytes read 0",
-                      "MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled",
+    ExpectLogInOrder({"ProcessRead: received command from driver 200, bytes read 0",
+                      "ProcessRead: Unknown Command received from driver: 0xc8",
                       "Call ReadFile from ReadFromMailBoxDriverThread after ProcessRead",
                       "ReadFile returned successfully to ReadFromMailBoxDriverThread after ProcessRead",
                       "Call GetQueuedCompletionStatus from ReadFromMailBoxDriverThread"});
@@ -98,8 +101,8 @@ TEST_F(ReadLoop, AnEmptyReadDispatchesNothingAndIsRenewed) {
 TEST_F(ReadLoop, AReadOfOneByteIsToldAndIgnored) {
     StartLoopAndAwaitReads();
     firmware.SendRaw({8});
-    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
-    AwaitLog("KVM is now enabled");
+    firmware.Send(kHarmless);
+    AwaitLog("Unknown Command received from driver: 0xc8");
     EXPECT_TRUE(HasLine("WARN", "ProcessRead: message of 1 byte(s) is too short for a command, ignored"));
     EXPECT_EQ(LogCount("received command from driver"), 1u);
 }
@@ -149,7 +152,7 @@ TEST_F(ReadLoop, ARenewedReadThatFailsEndsIt) {
         "ReadFromMailBoxDriverThread: ReadFile call-2 - Asynchronous Read command failed with error: 1450");
     StartLoopAndAwaitReads();
     Gate().FailNth("ReadFile", 1, ERROR_NO_SYSTEM_RESOURCES);
-    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    firmware.Send(kHarmless);
     JoinLoop();
     ExpectClosedInOrder("ReadFile call-2 - Asynchronous Read command failed with error: 1450");
 }
@@ -159,7 +162,7 @@ TEST_F(ReadLoop, ARenewedReadThatCompletesAtOnceEndsIt) {
         "ReadFromMailBoxDriverThread: ReadFile call-2 - Asynchronous Read command failed with error: ");
     StartLoopAndAwaitReads();
     Device().CompleteReadsAtOnce(true);
-    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    firmware.Send(kHarmless);
     JoinLoop();
     ExpectClosedInOrder("ReadFile call-2 - Asynchronous Read command failed with error: ");
 }
@@ -186,10 +189,10 @@ TEST_F(ReadLoop, AWaitThatFailsEndsIt) {
 TEST_F(ReadLoop, TheStopFlagIsTestedOnlyBetweenMessages) {
     StartLoopAndAwaitReads();
     service->m_bServiceStopping = 1;
-    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    firmware.Send(kHarmless);
     JoinLoop();
     // A message that comes after the flag is still dispatched.
-    ExpectClosedInOrder("KVM is now enabled");
+    ExpectClosedInOrder("Unknown Command received from driver: 0xc8");
     EXPECT_EQ(LogCount("ReadFile returned successfully"), 1u);
 }
 
@@ -214,7 +217,7 @@ TEST_F(ReadLoop, ReadsThatNeverComeBackKeepTheirBuffers) {
     StartLoopAndAwaitReads();
     Gate().FailNth("CancelIoEx", 1, ERROR_GEN_FAILURE, true);
     Gate().FailNth("GetQueuedCompletionStatus", 1, ERROR_INVALID_HANDLE);
-    firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    firmware.Send(kHarmless);
     // Uncancelled, they do not come within the half second that the loop grants them.
     PassSleepOf(std::chrono::milliseconds(500));
     JoinLoop();
