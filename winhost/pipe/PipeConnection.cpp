@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include <winerror.h>
 
@@ -25,9 +26,8 @@ Descriptor NewCount() {
     return Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
 }
 
-// The greeting by which a client hands over what both ends share.
-constexpr size_t kShared = 3;
-using Shared = std::array<int, kShared>;
+// What both ends share, as the server sees it; the client hands it over in its greeting, which is one byte.
+using Shared = std::array<int, 3>;
 union GreetingControl {
     char bytes[CMSG_SPACE(sizeof(Shared))];
     cmsghdr alignment;
@@ -50,7 +50,8 @@ bool SendGreeting(int socket, const Shared& shared) {
     return sendmsg(socket, &message, MSG_NOSIGNAL) == sizeof greeting;
 }
 
-bool ReceiveGreeting(int socket, Shared& shared) {
+// None when the client has gone, or this process has no room for them.
+std::vector<Descriptor> ReceiveGreeting(int socket) {
     char greeting = 0;
     iovec data{&greeting, sizeof greeting};
     GreetingControl control{};
@@ -59,12 +60,17 @@ bool ReceiveGreeting(int socket, Shared& shared) {
     message.msg_iovlen = 1;
     message.msg_control = control.bytes;
     message.msg_controllen = sizeof control.bytes;
-    if (recvmsg(socket, &message, MSG_CMSG_CLOEXEC) != sizeof greeting) return false;
-    const cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    if (!header || header->cmsg_type != SCM_RIGHTS || header->cmsg_len != CMSG_LEN(sizeof shared))
-        return false;
-    std::memcpy(&shared, CMSG_DATA(header), sizeof shared);
-    return true;
+    std::vector<Descriptor> received;
+    const ssize_t size = recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
+    const cmsghdr* const header = size == sizeof greeting ? CMSG_FIRSTHDR(&message) : nullptr;
+    if (!header || header->cmsg_type != SCM_RIGHTS) return received;
+    for (size_t offset = 0; CMSG_LEN(offset + sizeof(int)) <= header->cmsg_len; offset += sizeof(int)) {
+        int descriptor;
+        std::memcpy(&descriptor, CMSG_DATA(header) + offset, sizeof descriptor);
+        received.emplace_back(descriptor);
+    }
+    if (received.size() != std::tuple_size_v<Shared>) received.clear();
+    return received;
 }
 
 }  // namespace
@@ -85,21 +91,18 @@ std::unique_ptr<PipeConnection> PipeConnection::Offer(Descriptor socket, bool ho
     made->m_holdsMessages = holdsMessages;
     made->m_room = room;
     if (!made->m_readHere || !made->m_readThere || !made->m_disconnected) return nullptr;
-    // The other way round there.
     const Shared shared{made->m_readThere.Get(), made->m_readHere.Get(), made->m_disconnected.Get()};
     return SendGreeting(made->m_socket.Get(), shared) ? std::move(made) : nullptr;
 }
 
-std::unique_ptr<PipeConnection> PipeConnection::Take(Descriptor socket, bool holdsMessages, DWORD room,
-                                                     const Interrupt& interrupt) {
-    Shared shared;
-    if (AwaitDescriptor(socket.Get(), POLLIN, interrupt) != kSuccess) return nullptr;
-    if (!ReceiveGreeting(socket.Get(), shared)) return nullptr;
+std::unique_ptr<PipeConnection> PipeConnection::Take(Descriptor socket, bool holdsMessages, DWORD room) {
+    std::vector<Descriptor> shared = ReceiveGreeting(socket.Get());
+    if (shared.empty()) return nullptr;
     std::unique_ptr<PipeConnection> made(new PipeConnection);
     made->m_socket = std::move(socket);
-    made->m_readHere = Descriptor(shared[0]);
-    made->m_readThere = Descriptor(shared[1]);
-    made->m_disconnected = Descriptor(shared[2]);
+    made->m_readHere = std::move(shared[0]);
+    made->m_readThere = std::move(shared[1]);
+    made->m_disconnected = std::move(shared[2]);
     made->m_isServer = true;
     made->m_holdsMessages = holdsMessages;
     made->m_room = room;

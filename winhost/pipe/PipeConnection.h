@@ -24,9 +24,9 @@ class PipeConnection {
     // The client's side of a fresh connection. Null when the host has no descriptors left. `room` is how many
     // bytes a write may leave unread.
     static std::unique_ptr<PipeConnection> Offer(Descriptor socket, bool holdsMessages, DWORD room);
-    // The server's. Null when the client went before it had connected, or the wait was interrupted.
-    static std::unique_ptr<PipeConnection> Take(Descriptor socket, bool holdsMessages, DWORD room,
-                                                const Interrupt& interrupt);
+    // The server's, of a socket that has something to read. Null when the client went before it had
+    // connected.
+    static std::unique_ptr<PipeConnection> Take(Descriptor socket, bool holdsMessages, DWORD room);
     ~PipeConnection();
 
     // By message: one of them, or as much as fits, and the rest next time (ERROR_MORE_DATA). Else what is

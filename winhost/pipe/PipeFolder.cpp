@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 
@@ -27,19 +29,21 @@ constexpr std::string_view kPrefix = R"(\\.\pipe\)";
 constexpr size_t kLongestName = 256;
 constexpr const char* kPipes = "pipe";
 
-// Pipes differ by more than the case of their letters. Empty for what can't be a file's name.
+// The case of its letters and the kind of its separators make no difference to a pipe. Empty for what can be
+// no name: the folders "." and ".." would be others' on Windows.
 std::string FileNameOf(std::string_view pipe) {
     constexpr std::string_view kHex = "0123456789abcdef";
     std::string name;
     for (const char c : pipe) {
-        const auto byte = static_cast<unsigned char>(c);
+        const auto byte = static_cast<unsigned char>(c == '/' ? '\\' : c);
         if (std::isalnum(byte) || c == '-' || c == '_') {
             name += static_cast<char>(std::tolower(byte));
         } else {
             name += {'%', kHex[byte >> 4], kHex[byte & 15]};
         }
     }
-    return name.size() <= NAME_MAX ? name : std::string();
+    const bool isDots = pipe.find_first_not_of(".\\/") == std::string_view::npos;
+    return name.size() <= NAME_MAX && !isDots ? name : std::string();
 }
 
 std::string InstanceFile(uint32_t number) {
@@ -107,7 +111,7 @@ DWORD PipeFolder::Open(const std::string& pipeName, bool make, PipeFolder& folde
     return errno == ENOENT ? static_cast<DWORD>(ERROR_FILE_NOT_FOUND) : FileErrorOf(errno, path.string());
 }
 
-DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, Descriptor& file) {
+DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, Descriptor& file, Descriptor& listener) {
     const Lock lock(*this);
     const auto instances = Instances();
     if (!instances.empty() && !Agree(instances.front().terms, terms)) return ERROR_ACCESS_DENIED;
@@ -119,11 +123,10 @@ DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, Descriptor& file
         ++number;
     const std::string name = InstanceFile(number);
     file = Descriptor(openat(m_folder.Get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (file && flock(file.Get(), LOCK_EX | LOCK_NB) == 0 &&
-        write(file.Get(), &terms, sizeof terms) == sizeof terms)
-        return ERROR_SUCCESS;
-    const DWORD error = FileErrorOf(errno, name);
-    if (file) Sweep(number);
+    const bool isLocked = file && flock(file.Get(), LOCK_EX | LOCK_NB) == 0 &&
+                          write(file.Get(), &terms, sizeof terms) == sizeof terms;
+    const DWORD error = isLocked ? Bind(number, listener) : FileErrorOf(errno, name);
+    if (error != ERROR_SUCCESS && file) Sweep(number);
     return error;
 }
 
@@ -134,6 +137,10 @@ void PipeFolder::Remove(uint32_t number) {
 
 DWORD PipeFolder::Listen(uint32_t number, Descriptor& listener) {
     const Lock lock(*this);
+    return Bind(number, listener);
+}
+
+DWORD PipeFolder::Bind(uint32_t number, Descriptor& listener) {
     Descriptor made = NewSocket();
     const sockaddr_un address = AddressOf(SocketPath(number));
     if (made && bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&

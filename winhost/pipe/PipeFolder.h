@@ -34,9 +34,9 @@ class PipeFolder {
     // for what can be no pipe's name.
     static DWORD Open(const std::string& pipeName, bool make, PipeFolder& folder);
 
-    // Locks the file of a new instance. ERROR_ACCESS_DENIED when the terms differ from those of the other
-    // instances, ERROR_PIPE_BUSY when there is no room for one more.
-    DWORD Add(const PipeTerms& terms, uint32_t& number, Descriptor& file);
+    // Locks the file of a new instance and has it listen. ERROR_ACCESS_DENIED when the terms differ from
+    // those of the other instances, ERROR_PIPE_BUSY when there is no room for one more.
+    DWORD Add(const PipeTerms& terms, uint32_t& number, Descriptor& file, Descriptor& listener);
     void Remove(uint32_t number);
 
     // The listening socket of an instance.
@@ -65,6 +65,7 @@ class PipeFolder {
     bool ReadTerms(uint32_t number, PipeTerms& terms);
     bool Listens(uint32_t number) const;
     void Sweep(uint32_t number);
+    DWORD Bind(uint32_t number, Descriptor& listener);
     Descriptor ConnectTo(uint32_t number);
 
     bool HasListener();

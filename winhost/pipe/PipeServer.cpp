@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <utility>
 
 #include <namedpipeapi.h>
 
@@ -30,8 +31,8 @@ DWORD PipeServer::Create(const std::string& name, const PipeTerms& terms, bool r
     std::shared_ptr<PipeServer> made(new PipeServer(terms, readsMessages));
     if (!made->IsUsable()) return ERROR_NO_SYSTEM_RESOURCES;
     if (const DWORD error = PipeFolder::Open(name, true, made->m_folder)) return error;
-    if (const DWORD error = made->m_folder.Add(terms, made->m_number, made->m_file)) return error;
-    if (const DWORD error = made->Listen()) return error;
+    if (const DWORD error = made->m_folder.Add(terms, made->m_number, made->m_file, made->m_listener))
+        return error;
     server = std::move(made);
     return ERROR_SUCCESS;
 }
@@ -39,7 +40,7 @@ DWORD PipeServer::Create(const std::string& name, const PipeTerms& terms, bool r
 DWORD PipeServer::Connect() {
     return Perform([&]() -> DWORD {
         if (!m_connection) {
-            if (!m_listener)
+            if (!Listens())
                 if (const DWORD error = Listen()) return error;
             const bool wasThere = ClientIsWaiting();
             if (const DWORD error = AcceptClient()) return error;
@@ -51,8 +52,8 @@ DWORD PipeServer::Connect() {
 
 DWORD PipeServer::Disconnect() {
     return Perform([&]() -> DWORD {
-        if (m_listener && ClientIsWaiting()) AcceptClient();
-        if (!m_connection && !m_listener) return ERROR_PIPE_NOT_CONNECTED;
+        if (Listens() && ClientIsWaiting()) AcceptClient();
+        if (!m_connection && !Listens()) return ERROR_PIPE_NOT_CONNECTED;
         if (m_connection) m_connection->Disconnect();
         m_connection.reset();
         StopListening();
@@ -62,7 +63,7 @@ DWORD PipeServer::Disconnect() {
 
 DWORD PipeServer::NeedConnection() {
     if (m_connection) return ERROR_SUCCESS;
-    if (!m_listener) return ERROR_PIPE_NOT_CONNECTED;
+    if (!Listens()) return ERROR_PIPE_NOT_CONNECTED;
     return ClientIsWaiting() ? AcceptClient() : static_cast<DWORD>(ERROR_PIPE_LISTENING);
 }
 
@@ -82,6 +83,7 @@ DWORD PipeServer::Listen() {
 
 // Clients that are on their way find nobody.
 void PipeServer::StopListening() {
+    m_arriving = {};
     if (!m_listener) return;
     m_folder.StopListening(m_number);
     shutdown(m_listener.Get(), SHUT_RDWR);
@@ -90,18 +92,22 @@ void PipeServer::StopListening() {
 
 bool PipeServer::ClientIsWaiting() const {
     pollfd wait{m_listener.Get(), POLLIN, 0};
-    return poll(&wait, 1, 0) > 0;
+    return m_arriving || poll(&wait, 1, 0) > 0;
 }
 
 DWORD PipeServer::AcceptClient() {
     for (;;) {
-        if (const DWORD error = AwaitDescriptor(m_listener.Get(), POLLIN, m_interrupt)) return error;
-        Descriptor socket(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (!socket && (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED)) continue;
-        if (!socket) return ERROR_NO_SYSTEM_RESOURCES;
+        if (!m_arriving) {
+            if (const DWORD error = AwaitDescriptor(m_listener.Get(), POLLIN, m_interrupt)) return error;
+            m_arriving =
+                Descriptor(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+            if (!m_arriving && (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED)) continue;
+            if (!m_arriving) return ERROR_NO_SYSTEM_RESOURCES;
+            m_listener = {};
+        }
+        if (const DWORD error = AwaitDescriptor(m_arriving.Get(), POLLIN, m_interrupt)) return error;
         m_connection =
-            PipeConnection::Take(std::move(socket), m_terms.holdsMessages, m_terms.outBuffer, m_interrupt);
-        m_listener = {};
+            PipeConnection::Take(std::exchange(m_arriving, {}), m_terms.holdsMessages, m_terms.outBuffer);
         if (m_connection) return ERROR_SUCCESS;
         // It was killed on its way in: nobody has connected yet.
         if (const DWORD error = Listen()) return error;

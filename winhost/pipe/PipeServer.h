@@ -22,6 +22,7 @@ class PipeServer : public PipeEnd {
     void Release() override;
 
     // All within a request. AcceptClient waits for a client.
+    bool Listens() const { return m_listener || m_arriving; }
     DWORD Listen();
     void StopListening();
     bool ClientIsWaiting() const;
@@ -31,6 +32,7 @@ class PipeServer : public PipeEnd {
     uint32_t m_number = 0;
     Descriptor m_file;      // locked; none when released
     Descriptor m_listener;  // none unless it listens
+    Descriptor m_arriving;  // accepted there, and not yet heard of
 };
 
 }  // namespace winhost

@@ -1,4 +1,5 @@
 // Who may connect to a named pipe, how it is waited for, and its two ends in two processes.
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -116,11 +117,15 @@ class TwoProcessTest : public PipeFixture {
     TwoProcessTest() {
         if (IsPeer()) StartPc([](auto& pc) { pc.root = getenv(kPart); });
     }
+    ~TwoProcessTest() override {
+        if (m_peer > 0) kill(m_peer, SIGKILL);
+        ExitOfPeer();
+    }
     static bool IsPeer() { return getenv(kPart) != nullptr; }
     // Until somebody kills the process.
     static void Stay() { Sleep(INFINITE); }
 
-    pid_t StartPeer() {
+    void StartPeer() {
         const auto* test = testing::UnitTest::GetInstance()->current_test_info();
         const std::string filter =
             std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
@@ -128,18 +133,22 @@ class TwoProcessTest : public PipeFixture {
         // What a killed peer leaves there goes with the root.
         const std::string temporary = "TMPDIR=" + m_root.string();
         const char* const environment[] = {part.c_str(), temporary.c_str(), nullptr};
-        const pid_t peer = fork();
-        if (peer == 0) {
-            execle("/proc/self/exe", "peer", filter.c_str(), nullptr, environment);
-            _exit(127);
-        }
-        return peer;
+        m_peer = fork();
+        ASSERT_GE(m_peer, 0);
+        if (m_peer > 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        execle("/proc/self/exe", "peer", filter.c_str(), nullptr, environment);
+        _exit(127);
     }
-    static int ExitOf(pid_t peer) {
+    int ExitOfPeer() {
         int status = 0;
-        waitpid(peer, &status, 0);
+        if (m_peer > 0) waitpid(m_peer, &status, 0);
+        m_peer = 0;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
+    void KillPeer() { kill(m_peer, SIGKILL); }
+
+    pid_t m_peer = 0;
 };
 
 TEST_F(TwoProcessTest, AClientInAnotherProcessIsTalkedWith) {
@@ -150,12 +159,12 @@ TEST_F(TwoProcessTest, AClientInAnotherProcessIsTalkedWith) {
         return;
     }
     const HANDLE server = Create(kMessages, 0);
-    const pid_t peer = StartPeer();
+    StartPeer();
     const DWORD connected = Connect(server);
     EXPECT_TRUE(connected == ERROR_SUCCESS || connected == ERROR_PIPE_CONNECTED) << connected;
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(server, "question"));
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "answer"}), Read(server));
-    EXPECT_EQ(0, ExitOf(peer));
+    EXPECT_EQ(0, ExitOfPeer());
     EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(server));
 }
 
@@ -165,13 +174,13 @@ TEST_F(TwoProcessTest, AClientThatIsKilledHasClosedItsEnd) {
         Stay();
     }
     const HANDLE server = Create();
-    const pid_t peer = StartPeer();
+    StartPeer();
     Connect(server);
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "here"}), Read(server));
     auto read = std::async(std::launch::async, [&] { return Read(server); });
-    kill(peer, SIGKILL);
+    KillPeer();
     EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), read.get());
-    ExitOf(peer);
+    ExitOfPeer();
 }
 
 TEST_F(TwoProcessTest, AServerThatIsKilledLeavesNoPipe) {
@@ -181,14 +190,14 @@ TEST_F(TwoProcessTest, AServerThatIsKilledLeavesNoPipe) {
         Write(server, "here");
         Stay();
     }
-    const pid_t peer = StartPeer();
+    StartPeer();
     HANDLE client;
     while ((client = Open()) == INVALID_HANDLE_VALUE)
         ASSERT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "here"}), Read(client));
     EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, OpenError());
-    kill(peer, SIGKILL);
-    ExitOf(peer);
+    KillPeer();
+    ExitOfPeer();
     EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(client));
     EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError());
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, CreateError(kBytes, 1));
