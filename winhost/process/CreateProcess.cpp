@@ -149,9 +149,9 @@ BOOL CreateProcessAsUserA(HANDLE handle, LPCSTR applicationName, LPSTR commandLi
     winhost::SpawnRequest request;
     request.program = fs::absolute(Pc::Instance().HostPath(program)).string();
     request.arguments = winhost::SplitArguments(line);
-    request.root = winhost::RootMark(Pc::Instance().Description());
     request.environment = Marked(VariablesOf(environment, flags),
-                                 {request.root, token->Session(), program, Pc::Instance().DescriptionFile()});
+                                 {winhost::RootMark(Pc::Instance().Description()), token->Session(), program,
+                                  Pc::Instance().DescriptionFile()});
     if (currentDirectory) request.folder = fs::absolute(Pc::Instance().HostPath(currentDirectory)).string();
     winhost::ProcessEntry entry;
     entry.name = program.substr(program.find_last_of("\\/") + 1);

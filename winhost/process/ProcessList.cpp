@@ -6,7 +6,6 @@
 
 #include "winhost/pc/Marks.h"
 #include "winhost/pc/Pc.h"
-#include "winhost/process/Children.h"
 #include "winhost/process/ProcFs.h"
 
 namespace winhost {
@@ -63,17 +62,11 @@ std::optional<ProcessEntry> OwnProcess(const PcDescription& pc) {
 
 // Nothing for one that has ended, or that is none of the PC's.
 std::optional<ProcessEntry> LinuxProcess(pid_t id, const std::string& root) {
-    const auto child = Children::Instance().Find(root, static_cast<DWORD>(id));
-    const Marks marks = child ? Marks() : ParseMarks(ReadProcessFile(id, "environ"));
-    if (!child && marks.root != root) return std::nullopt;
+    const Marks marks = ParseMarks(ReadProcessFile(id, "environ"));
+    if (marks.root != root) return std::nullopt;
     const auto stat = ReadProcessStat(id);
     if (!stat || stat->ended) return std::nullopt;
     ProcessEntry entry = FromStat(id, *stat);
-    if (child) {
-        entry.session = child->session;
-        entry.name = child->name;
-        return entry;
-    }
     entry.session = marks.session.value_or(0);
     // The program itself leads its Linux session; what it starts keeps the mark, but is another program.
     entry.name = stat->session == id && !marks.module.empty() ? FileNameOf(marks.module)

@@ -7,15 +7,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <winerror.h>
 
 #include "winhost/files/FileErrors.h"
-#include "winhost/process/Children.h"
 #include "winhost/process/ProcFs.h"
 #include "winhost/process/ProcessWatcher.h"
 
@@ -90,9 +91,22 @@ DWORD ErrorOf(int error, const SpawnRequest& request) {
     }
 }
 
+// posix_spawn returns when the child has left the caller's memory, and that is a moment before others can
+// read its marks there; those of a program that may not be read they never can. The start of the process,
+// which can't be gone: nobody reaps it yet.
+uint64_t AwaitProgram(pid_t id) {
+    constexpr std::chrono::microseconds kPause(50);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    auto stat = ReadProcessStat(id);
+    while (stat && !stat->ended && ReadProcessFile(id, "environ").empty() &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(kPause);
+        stat = ReadProcessStat(id);
+    }
+    return stat ? stat->startTime : 0;
+}
+
 void Reap(pid_t id) {
-    // Not behind the end of it: the id is free then.
-    Children::Instance().Remove(static_cast<DWORD>(id));
     while (waitpid(id, nullptr, 0) < 0 && errno == EINTR) {
     }
 }
@@ -126,9 +140,7 @@ DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry) {
                                   Pointers(request.arguments).data(), Pointers(request.environment).data());
     if (error != 0) return ErrorOf(error, request);
     entry.id = static_cast<DWORD>(id);
-    // It can't be gone: nobody reaps it yet.
-    if (const auto stat = ReadProcessStat(id)) entry.startTime = stat->startTime;
-    Children::Instance().Add(request.root, entry);
+    entry.startTime = AwaitProgram(id);
     if (ReapAtItsEnd(*watcher, id)) return ERROR_SUCCESS;
     kill(id, SIGKILL);
     Reap(id);

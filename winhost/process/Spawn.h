@@ -12,7 +12,6 @@ struct SpawnRequest {
     std::string program;  // a Linux path
     std::vector<std::string> arguments, environment;
     std::string folder;  // empty: the caller's
-    std::string root;    // the mark of the PC that it is one of
 };
 
 // Starts it in a session of its own, without any descriptor but three to nowhere, with all signals as they

@@ -239,7 +239,10 @@ TEST_F(CreateProcessTest, OpenHandlesOfAnEndedProgramCostNothingElse) {
 
 TEST_F(CreateProcessTest, AProgramThatCouldNotBeReapedIsNotStarted) {
     WriteScript("app.exe", "true");
-    Run(R"("C:\app.exe")");
+    // What watches for ends is there from the first program on, and has let go of it.
+    const Started first = Start(R"("C:\app.exe")");
+    EXPECT_TRUE(AwaitReaped(first.Id()));
+    Close(first);
     const HANDLE token = LogonToken();
     // The next free descriptor is beyond what the process may have.
     const int next = dup(0);
