@@ -1,0 +1,50 @@
+#include "companions/userconsent/ServicePipe.h"
+
+#include <array>
+
+namespace {
+
+constexpr const char* kName = "\\\\.\\pipe\\userconsentfeature";
+constexpr DWORD kPause = 100;  // milliseconds between two looks
+constexpr size_t kLongestMessage = 512;
+
+HANDLE Open() {
+    return CreateFileA(kName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+}
+
+}  // namespace
+
+DWORD ServicePipe::Connect(Patience patience) {
+    const auto start = std::chrono::steady_clock::now();
+    for (m_pipe.Reset(Open()); !m_pipe; m_pipe.Reset(Open())) {
+        const DWORD error = GetLastError();
+        // No pipe yet; one that another client has; one that the service has disconnected and not yet closed.
+        if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PIPE_BUSY) return error;
+        if (patience && std::chrono::steady_clock::now() - start >= *patience) return WAIT_TIMEOUT;
+        Sleep(kPause);
+    }
+    DWORD mode = PIPE_READMODE_MESSAGE;
+    return SetNamedPipeHandleState(m_pipe.Get(), &mode, nullptr, nullptr) ? ERROR_SUCCESS : GetLastError();
+}
+
+DWORD ServicePipe::Read(std::string& message) {
+    std::array<char, kLongestMessage> buffer;
+    DWORD size = 0;
+    if (!ReadFile(m_pipe.Get(), buffer.data(), static_cast<DWORD>(buffer.size()), &size, nullptr))
+        return GetLastError();
+    message.assign(buffer.data(), size);
+    return ERROR_SUCCESS;
+}
+
+DWORD ServicePipe::Write(const std::string& message) {
+    DWORD written = 0;
+    const BOOL ok =
+        WriteFile(m_pipe.Get(), message.data(), static_cast<DWORD>(message.size()), &written, nullptr);
+    return ok ? ERROR_SUCCESS : GetLastError();
+}
+
+void ServicePipe::AwaitEnd() {
+    std::string ignored;
+    while (Read(ignored) == ERROR_SUCCESS) {
+    }
+}
