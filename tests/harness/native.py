@@ -35,7 +35,10 @@ class NativeHost:
             "registry": {
                 "HKEY_LOCAL_MACHINE\\SOFTWARE\\WOW6432Node\\Tarvix\\Tarvix Manageability Service": {
                     "InstallationPath": INSTALLATION
-                }
+                },
+                "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion": {
+                    "ProductName": "Windows 10 Pro"
+                },
             },
             "adapters": [
                 {

@@ -26,7 +26,7 @@ class Gate {
     // Disarms everything and sets all counters to 0.
     void Reset();
     // The Nth call from now (1 is the next) fails with `error`; with `forEver` all after it too. An empty
-    // name counts every call that can fail.
+    // name counts every call that can fail for a rightful caller.
     void FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver = false);
     // Every call of this name is held for so long, in real time, before it does anything.
     void Delay(const std::string& call, std::chrono::milliseconds by);
