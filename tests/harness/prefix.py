@@ -1,14 +1,11 @@
 """Wine prefixes: how one is prepared, kept and copied, and the programs that run in it."""
 
 import hashlib
-import json
 import os
 import pathlib
-import select
 import shutil
 import signal
 import subprocess
-import time
 
 from .processes import REPOSITORY, with_owner
 from .waiting import eventually
@@ -168,37 +165,3 @@ def copy_prefix(source, target):
                 pass
         return shutil.copy2(file, to)
     shutil.copytree(source, target, symlinks=True, copy_function=copy)
-
-
-class LineProgram:
-    """A Windows program that answers each line of input with one line of JSON."""
-
-    def __init__(self, session, program, log):
-        with open(log, "ab") as errors:
-            self._process = subprocess.Popen(with_owner([WINE, program]), env=session.environment,
-                                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=errors)
-        self._received = b""
-
-    def ask(self, *words, patience=30.0):
-        self._process.stdin.write((" ".join(str(word) for word in words) + "\n").encode())
-        self._process.stdin.flush()
-        deadline = time.monotonic() + patience
-        while b"\n" not in self._received:
-            readable, _, _ = select.select([self._process.stdout], [], [], max(0.0, deadline - time.monotonic()))
-            assert readable, f"no answer to {words} in {patience:.0f} s"
-            part = os.read(self._process.stdout.fileno(), 1 << 20)
-            assert part, f"the program ended at {words}"
-            self._received += part
-        line, _, self._received = self._received.partition(b"\n")
-        answer = json.loads(line)
-        assert "problem" not in answer, answer["problem"]
-        return answer
-
-    def close(self):
-        self._process.stdin.close()
-        try:
-            self._process.wait(5)
-        except subprocess.TimeoutExpired:
-            self._process.kill()
-            self._process.wait()
-        self._process.stdout.close()

@@ -9,7 +9,8 @@ import pathlib
 import shutil
 
 from .namespace import enter_namespace, entry_command
-from .prefix import DRIVER, INSTALLATION, INSTALLATION_KEY, SERVICE, WINE, LineProgram, Session, copy_prefix, prepare
+from .lines import LineProgram
+from .prefix import DRIVER, INSTALLATION, INSTALLATION_KEY, SERVICE, WINE, Session, copy_prefix, prepare
 from .processes import REPOSITORY, Process
 from .waiting import eventually
 
@@ -62,13 +63,16 @@ class WineHost:
         self._install(windows_folder() / "mpmbox.sys", "windows/system32/drivers/mpmbox.sys")
         self._install(windows_folder() / "ZELService.exe", "Program Files/Tarvix/bin/ZELService.exe")
         self.session.boot()
-        self._services = LineProgram(self.session, windows_folder() / "servicectl.exe", self.workdir / "servicectl.log")
+        self._services = self._line_program("servicectl")
         return self
 
     def _install(self, binary, place):
         target = self.drive / place
         target.parent.mkdir(parents=True, exist_ok=True)
         shutil.copyfile(binary, target)
+
+    def _line_program(self, name):
+        return LineProgram([WINE, windows_folder() / f"{name}.exe"], self.session.environment, self.workdir / f"{name}.log")
 
     def scm(self, verb, service, *words):
         """One call to the SCM; its answer has "error", "state", "exitCode" and more."""
@@ -140,7 +144,7 @@ class WineHost:
     def probe(self):
         """A bare client of the mailbox device."""
         self.boot()
-        return LineProgram(self.session, windows_folder() / "mailboxprobe.exe", self.workdir / "mailboxprobe.log")
+        return self._line_program("mailboxprobe")
 
     def set_installation_path(self, path):
         self.boot()
