@@ -49,14 +49,15 @@ TEST_F(GateTest, FailsTheNthCallAndAllAfterIt) {
 
 TEST_F(GateTest, FailsTheNthCallOfAnyName) {
     m_gate.FailNth("", 2, ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_TRUE(ResetEvent(m_event));
-    EXPECT_FALSE(SetEventSucceeds());
+    EXPECT_EQ(WaitForSingleObject(m_event, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(CreateEventA(nullptr, TRUE, FALSE, nullptr), nullptr);
 }
 
 TEST_F(GateTest, PassesOverCallsThatCannotFail) {
     m_gate.FailNth("", 1, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_NE(GetCurrentThreadId(), 0u);
-    EXPECT_FALSE(SetEventSucceeds());
+    EXPECT_TRUE(SetEventSucceeds()) << "its caller owns the event";
+    EXPECT_EQ(WaitForSingleObject(m_event, 0), WAIT_FAILED);
 }
 
 TEST_F(GateTest, AFailedCallDoesNothing) {
