@@ -22,7 +22,10 @@ from harness.processes import REPOSITORY, Process
 from harness.waiting import eventually
 
 BUILD = pathlib.Path(os.environ.get("ZEL_BENCH_BUILD", REPOSITORY / "build" / "bench"))
-LIMITS = {"added": 4.0, "push": 1.0, "log": 0.5, "memory": 16.0}
+# A round trip, and bulk in either direction, beside socat; log lines beside spdlog; megabytes.
+LIMITS = {"added": 4.0, "bulk": 1.0, "log": 0.5, "memory": 16.0}
+KEYSTROKE_PAUSE = 5  # milliseconds
+KVM_WINDOW = 16  # blocks on their way at once
 
 
 def run(*command):
@@ -79,16 +82,21 @@ class Socat(Way):
 
 class Service(Way):
     name = "service"
+    service_port = "664"
 
     def open(self, stack):
         address = f"unix:{self.workdir}/mailbox.sock"
         self.process(stack, BUILD / "bench_firmware", self.mode, address)
         os.environ["ZEL_BUILD"] = str(BUILD)
         self.host = stack.enter_context(NativeHost(self.workdir, address))
-        self.port = self.host.dash_address[1]
+        self.place()
+        self.port = self.host.description["ports"][self.service_port]
         self.host.start_service()
         self.host.await_state(RUNNING)
         self.await_port(self.port)
+
+    def place(self):
+        """What belongs beside the service's executable."""
 
     def idle_memory(self):
         """Resident megabytes of the service's process."""
@@ -96,13 +104,24 @@ class Service(Way):
         return int(status.split("VmRSS:")[1].split()[0]) / 1024
 
 
-def rounds(workdir, mode, count, measure):
+class KvmService(Service):
+    """The way of a remote screen."""
+
+    service_port = "22"
+
+    def place(self):
+        executables = self.host.root / "C:" / "Program Files" / "Tarvix" / "bin"
+        executables.mkdir(parents=True)
+        (executables / "ZELKVMApp.exe").symlink_to(BUILD / "ZELKVMApp")
+
+
+def rounds(workdir, service, mode, count, measure):
     """The median of each way's figures, the ways taking turns."""
     figures = {}
     for number in range(count):
-        for way_type in (Direct, Socat, Service):
+        for way_type in (Direct, Socat, service):
             with contextlib.ExitStack() as stack:
-                way = way_type(stack, mode, workdir / f"{mode}-{way_type.name}-{number}")
+                way = way_type(stack, mode, pathlib.Path(tempfile.mkdtemp(dir=workdir)) / way_type.name)
                 figures.setdefault(way_type.name, []).append(measure(way))
     return {name: [statistics.median(column) for column in zip(*rows)] for name, rows in figures.items()}
 
@@ -113,13 +132,13 @@ def show(title, rows, unit):
         print(f"  {name:28} {value:12,.1f} {unit:8} {ratio}")
 
 
-def latency(workdir, options):
-    figures = rounds(workdir, "echo", options.rounds,
-                     lambda way: run(BUILD / "tcpload", "ping", "127.0.0.1", way.port, options.pings))
+def latency(workdir, options, service, title, count, pause):
+    figures = rounds(workdir, service, "echo", options.rounds,
+                     lambda way: run(BUILD / "tcpload", "ping", "127.0.0.1", way.port, count, pause))
     base = figures["direct"][0]
     added = {name: figures[name][0] - base for name in ("socat", "service")}
     ratio = added["service"] / added["socat"]
-    show("64 bytes there and back, median (p99)", [
+    show(f"{title}, median (p99)", [
         ("direct", base, f"p99 {figures['direct'][1]:.1f}"),
         ("socat", figures["socat"][0], f"p99 {figures['socat'][1]:.1f}; adds {added['socat']:.1f}"),
         ("console-service-firmware", figures["service"][0], f"p99 {figures['service'][1]:.1f}; adds {added['service']:.1f}, "
@@ -128,9 +147,11 @@ def latency(workdir, options):
     return ratio <= LIMITS["added"]
 
 
-def bulk(workdir, options, mode, verb, title, limit):
-    figures = rounds(workdir, mode, options.rounds,
-                     lambda way: run(BUILD / "tcpload", verb, "127.0.0.1", way.port, options.megabytes))
+def bulk(workdir, options, service, mode, title, limit, *load):
+    """`load`: the verb, and what follows the amount."""
+    verb, *rest = load
+    figures = rounds(workdir, service, mode, options.rounds,
+                     lambda way: run(BUILD / "tcpload", verb, "127.0.0.1", way.port, options.megabytes, *rest))
     ratio = figures["service"][0] / figures["socat"][0]
     wanted = f" (at least {limit:.1f})" if limit else ""
     show(title, [
@@ -195,6 +216,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--pings", type=int, default=5000)
+    parser.add_argument("--keystrokes", type=int, default=400)
     parser.add_argument("--megabytes", type=int, default=256)
     parser.add_argument("--lines", type=int, default=200000)
     options = parser.parse_args()
@@ -206,9 +228,14 @@ def main():
         reached = [
             log_lines(workdir, options),
             memory(workdir),
-            latency(workdir, options),
-            bulk(workdir, options, "sink", "push", "bulk to the firmware", LIMITS["push"]),
-            bulk(workdir, options, "blocks", "pull", "bulk from the firmware, one block asked for at a time", 0),
+            latency(workdir, options, Service, "DASH: 64 bytes there and back", options.pings, 0),
+            bulk(workdir, options, Service, "sink", "DASH: bulk to the firmware", LIMITS["bulk"], "push"),
+            bulk(workdir, options, Service, "blocks", "DASH: bulk from the firmware, one block asked for at a time", 0,
+                 "pull", 1),
+            latency(workdir, options, KvmService, "KVM: 64 bytes there and back, 5 ms apart", options.keystrokes,
+                    KEYSTROKE_PAUSE),
+            bulk(workdir, options, KvmService, "sink", "KVM: bulk to the firmware", LIMITS["bulk"], "push"),
+            bulk(workdir, options, KvmService, "blocks", "KVM: bulk from the firmware", LIMITS["bulk"], "pull", KVM_WINDOW),
         ]
     print("\nall limits reached" if all(reached) else "\nsome limits were not reached")
     return 0 if all(reached) else 1

@@ -1,12 +1,16 @@
 // Loads a TCP address from one connection, and plays the server behind it.
 //
-//   tcpload serve echo|sink|blocks PORT     until it is killed
-//   tcpload ping ADDRESS PORT COUNT         64 bytes there and back; prints the median and p99 in
-//   microseconds tcpload push ADDRESS PORT MEGABYTES     bulk to a sink; prints megabytes per second tcpload
-//   pull ADDRESS PORT MEGABYTES     blocks of kBlock bytes, one asked for at a time
+//   tcpload serve echo|sink|blocks PORT              until it is killed
+//   tcpload ping ADDRESS PORT COUNT PAUSE            64 bytes there and back, so many milliseconds apart;
+//   prints the
+//                                                    median and p99 in microseconds
+//   tcpload push ADDRESS PORT MEGABYTES              bulk to a sink; prints megabytes per second
+//   tcpload pull ADDRESS PORT MEGABYTES WINDOW       blocks of kBlock bytes, so many asked for ahead
 //
-// A sink answers one byte for every kSinkStep bytes it has swallowed. The pull direction asks for each block
-// because the service keeps one payload from the firmware at a time.
+// A sink answers one byte for every kSinkStep bytes it has swallowed. Blocks are asked for because the
+// service keeps one DASH payload of the firmware's at a time, and the firmware a few megabytes for a host
+// that reads too slowly.
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -19,6 +23,7 @@
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench/Load.h"
@@ -104,11 +109,12 @@ void Serve(const std::string& mode, int port) {
     }
 }
 
-void Ping(Connection server, int count) {
+void Ping(Connection server, int count, std::chrono::milliseconds pause) {
     std::vector<char> buffer(load::kRequest);
     std::vector<double> microseconds;
     microseconds.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count + count / 10; ++i) {
+        std::this_thread::sleep_for(pause);
         const auto start = Clock::now();
         server.Write(buffer.data(), buffer.size());
         server.ReadAll(buffer, buffer.size());
@@ -134,12 +140,14 @@ void Push(Connection server, size_t megabytes) {
     printf("%.1f\n", static_cast<double>(steps * load::kSinkStep) / 1e6 / Seconds(Clock::now() - start));
 }
 
-void Pull(Connection server, size_t megabytes) {
+void Pull(Connection server, size_t megabytes, size_t window) {
     std::vector<char> request(load::kRequest), buffer(load::kBlock);
     const size_t blocks = megabytes * (1 << 20) / load::kBlock;
     const auto start = Clock::now();
+    size_t asked = 0;
     for (size_t block = 0; block < blocks; ++block) {
-        server.Write(request.data(), request.size());
+        for (; asked < std::min(block + window, blocks); ++asked)
+            server.Write(request.data(), request.size());
         server.ReadAll(buffer, load::kBlock);
     }
     printf("%.1f\n", static_cast<double>(blocks * load::kBlock) / 1e6 / Seconds(Clock::now() - start));
@@ -151,14 +159,15 @@ int main(int argc, char** argv) try {
     const std::string verb = argc > 1 ? argv[1] : "";
     if (verb == "serve" && argc == 4) {
         Serve(argv[2], atoi(argv[3]));
-    } else if (argc == 5 && verb == "ping") {
-        Ping(Connection::To(argv[2], atoi(argv[3])), atoi(argv[4]));
+    } else if (argc == 6 && verb == "ping") {
+        Ping(Connection::To(argv[2], atoi(argv[3])), atoi(argv[4]), std::chrono::milliseconds(atoi(argv[5])));
     } else if (argc == 5 && verb == "push") {
         Push(Connection::To(argv[2], atoi(argv[3])), static_cast<size_t>(atoi(argv[4])));
-    } else if (argc == 5 && verb == "pull") {
-        Pull(Connection::To(argv[2], atoi(argv[3])), static_cast<size_t>(atoi(argv[4])));
+    } else if (argc == 6 && verb == "pull") {
+        Pull(Connection::To(argv[2], atoi(argv[3])), static_cast<size_t>(atoi(argv[4])),
+             static_cast<size_t>(atoi(argv[5])));
     } else {
-        fprintf(stderr, "tcpload: serve MODE PORT, or ping|push|pull ADDRESS PORT AMOUNT\n");
+        fprintf(stderr, "tcpload: serve MODE PORT, or ping|push|pull ADDRESS PORT AMOUNT [PAUSE|WINDOW]\n");
         return 2;
     }
     return 0;
