@@ -3,6 +3,7 @@
 
 #include "reporting/NetworkInventory.h"
 #include "service/Log.h"
+#include "service/SteadyTime.h"
 #include "service/ZELService.h"
 
 namespace {
@@ -11,17 +12,6 @@ constexpr DWORD kScanPeriodMilliseconds = 61000;
 constexpr uint64_t kLeastScanDistance = 61'001'000'000;  // ns
 constexpr uint32_t kFirstVersionWithAllAdapters = 20;
 constexpr uint32_t kFirstVersionWithWiFiSync = 40;
-
-// ns; starts anywhere.
-uint64_t SteadyTime() {
-    LARGE_INTEGER frequency{}, count{};
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&count);
-    const uint64_t perSecond = static_cast<uint64_t>(frequency.QuadPart);
-    const uint64_t ticks = static_cast<uint64_t>(count.QuadPart);
-    constexpr uint64_t kNanoseconds = 1'000'000'000;
-    return ticks / perSecond * kNanoseconds + ticks % perSecond * kNanoseconds / perSecond;
-}
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "service/Log.h"
+#include "service/SteadyTime.h"
 #include "service/ZELService.h"
 #include "session/DesktopLock.h"
 
@@ -14,18 +15,10 @@ namespace {
 
 constexpr uint32_t kFirstVersionThatAsks = 40;
 constexpr uint32_t kMaxTimeout = 90;  // seconds
-constexpr DWORD kPoll = 3000;         // milliseconds
+constexpr uint64_t kNanosecondsPerSecond = 1'000'000'000;
+constexpr DWORD kPoll = 3000;  // milliseconds
 constexpr DWORD kCancelPoll = 10;
 constexpr const char* kGreeting = "yes";
-
-// Of the steady clock, in milliseconds.
-int64_t Now() {
-    LARGE_INTEGER count{}, frequency{};
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&count);
-    return count.QuadPart / frequency.QuadPart * 1000 +
-           count.QuadPart % frequency.QuadPart * 1000 / frequency.QuadPart;
-}
 
 // 0 for a text that is no answer.
 uint32_t ConsentOf(const std::string& text) {
@@ -97,7 +90,8 @@ void UserConsent::AskByPipe(Request& request) {
 }
 
 void UserConsent::UserConsentPipeThread(Request& request) {
-    const int64_t deadline = Now() + std::min(request.question.Timeout, kMaxTimeout) * int64_t{1000};
+    const uint64_t deadline =
+        SteadyTime() + std::min(request.question.Timeout, kMaxTimeout) * kNanosecondsPerSecond;
     if (!request.pipe.Create()) return;
     if (request.pipe.AwaitClient()) {
         LogInfo("Named pipe connected successfully");
@@ -106,7 +100,7 @@ void UserConsent::UserConsentPipeThread(Request& request) {
     request.pipe.Close();
 }
 
-void UserConsent::Converse(Request& request, int64_t deadline) {
+void UserConsent::Converse(Request& request, uint64_t deadline) {
     const UserConsentQuestion& question = request.question;
     // The time limit as it came, also when it is longer than this side waits.
     if (!request.pipe.Write(std::string(kGreeting) + '\n' + std::to_string(question.Type) + '\n' +
@@ -115,7 +109,7 @@ void UserConsent::Converse(Request& request, int64_t deadline) {
     }
     LogInfo("Value:%s, Type:%d, Time_limit:%d", kGreeting, question.Type, question.Timeout);
     // Only looked at between reads: a client that stays silent holds the question.
-    while (Now() <= deadline) {
+    while (SteadyTime() <= deadline) {
         const std::string text = request.pipe.Read();
         LogInfo("Message read from the named pipe is: %s ", text);
         if (ConsentOf(text) != 0) return TakeUsersAnswer(request, text);

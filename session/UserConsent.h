@@ -36,7 +36,7 @@ class UserConsent {
     void GetUserConsent(Request& request);
     void AskByPipe(Request& request);
     void UserConsentPipeThread(Request& request);
-    void Converse(Request& request, int64_t deadline);
+    void Converse(Request& request, uint64_t deadline);
     void TakeUsersAnswer(Request& request, const std::string& text);
     void SetAnswer(const UserConsentAnswer& answer);
     void Finish(Request& request);

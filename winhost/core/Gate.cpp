@@ -63,6 +63,14 @@ void Gate::Hold(const char* call) const {
     if (delay) std::this_thread::sleep_for(*delay);
 }
 
+std::set<std::string> Gate::Called() const {
+    std::lock_guard lock(m_mutex);
+    std::set<std::string> names;
+    for (const GateSite* site : m_sites)
+        if (site->m_calls != 0) names.insert(site->m_name);
+    return names;
+}
+
 uint32_t Gate::ErrorFor(const char* call) {
     std::lock_guard lock(m_mutex);
     uint32_t error = 0;

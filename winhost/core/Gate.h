@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,8 @@ class Gate {
     void Delay(const std::string& call, std::chrono::milliseconds by);
     // Calls since the last Reset; an empty name counts all.
     uint64_t Count(const std::string& call) const;
+    // The names of the calls that were made since the last Reset.
+    std::set<std::string> Called() const;
     // Calls that were made to fail since the last Reset: 0 tells a sweep that it has gone past the last call.
     uint64_t Failures() const { return m_failures; }
 
