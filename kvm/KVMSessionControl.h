@@ -21,6 +21,7 @@ inline constexpr uint8_t kKvmEnabled = 1;  // the listener thread is to run
 inline constexpr uint8_t kKvmClosing = 2;
 
 // m_kvmSocketState.
+inline constexpr uint16_t kKvmNoClient = 0;
 inline constexpr uint16_t kKvmClientConnected = 1;
 inline constexpr uint16_t kKvmCleanedUp = 2;
 
@@ -57,7 +58,7 @@ class KVMSessionControl {
     void JoinThread();
 
     std::atomic<uint8_t> m_kvmState{kKvmNeverEnabled};
-    std::atomic<uint16_t> m_kvmSocketState{0};
+    std::atomic<uint16_t> m_kvmSocketState{kKvmNoClient};
     std::atomic<uint8_t> m_bLuxKvmEnabled{0};
 
     // Every peer passes until the firmware names one. Any thread.

@@ -29,6 +29,8 @@ void KVMSessionControl::RunServerKVMThread() {
             TriggerKVMShutdown();
         }
     }
+    // One that was made while this session was ended already.
+    m_kvmSocket.CloseBaseSocket();
     KVMCleanupCommon();
 }
 
@@ -60,9 +62,7 @@ bool KVMSessionControl::ServeClients() {
             m_kvmSocket.CloseBaseSocket();
             return true;
         }
-        const bool begun = g_pZELService->m_kvmClientInterface.DoInitKVM(socket);
-        SetKVMStatus(begun);
-        if (!begun) return false;
+        if (!BeginSession(socket)) return false;
         m_kvmSocketState = kKvmClientConnected;
         g_pZELService->WakeAndUpdateMPMAndWait(false);
         ForwardNewRequestToMPM(kKvmPort, peer.sin_addr.s_addr, peer.sin_port, kPeerMarker);
@@ -70,6 +70,15 @@ bool KVMSessionControl::ServeClients() {
         g_pZELService->m_kvmClientInterface.StartDataRecvThread();
     }
     return true;
+}
+
+bool KVMSessionControl::BeginSession(SOCKET socket) {
+    // A session that is cleaned up is one before: this one needs its own clean-up also when it fails at once.
+    uint16_t before = kKvmCleanedUp;
+    m_kvmSocketState.compare_exchange_strong(before, kKvmNoClient);
+    const bool begun = g_pZELService->m_kvmClientInterface.DoInitKVM(socket);
+    SetKVMStatus(begun);
+    return begun;
 }
 
 bool KVMSessionControl::IsTrusted(const sockaddr_in& peer) const {

@@ -35,19 +35,23 @@ uint16_t LocalPort(int socket) {
     return ntohs(address.sin_port);
 }
 
-int Connect(uint16_t port) {
+int Connect(uint16_t port, uint32_t ownAddress) {
     const sockaddr_in address = Address(INADDR_LOOPBACK, port);
+    const sockaddr_in own = Address(ownAddress, 0);
     const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return client;
+    if (bind(client, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0 &&
+        connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        return client;
     close(client);
     return -1;
 }
 
 }  // namespace
 
-ConsoleClient::ConsoleClient(uint16_t port) {
+ConsoleClient::ConsoleClient(uint16_t port, const char* ownAddress) {
+    const uint32_t own = ntohl(inet_addr(ownAddress));
     const auto deadline = Clock::now() + kPatience;
-    while ((m_socket = Connect(port)) < 0) {
+    while ((m_socket = Connect(port, own)) < 0) {
         if (Clock::now() > deadline)
             throw std::runtime_error("nobody listens on port " + std::to_string(port));
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -135,8 +139,8 @@ TakenPort::~TakenPort() {
 
 namespace {
 
-// Tests run side by side, and take a port some time after they have chosen it: a name that only one of them can
-// bind keeps it for this process until its end.
+// Tests run side by side, and take a port some time after they have chosen it: a name that only one of them
+// can bind keeps it for this process until its end.
 bool Reserve(uint16_t port) {
     sockaddr_un name{};
     name.sun_family = AF_UNIX;

@@ -11,7 +11,9 @@ class ConsoleClient {
     static constexpr std::chrono::milliseconds kPatience{10000};
 
     // Connects to 127.0.0.1; keeps trying for as long as its patience lasts, then throws std::runtime_error.
-    explicit ConsoleClient(uint16_t port);
+    explicit ConsoleClient(uint16_t port) : ConsoleClient(port, "127.0.0.1") {}
+    // The same as another host: one with this address of the loopback network.
+    ConsoleClient(uint16_t port, const char* ownAddress);
     ~ConsoleClient();
     ConsoleClient(ConsoleClient&& other) noexcept;
     ConsoleClient& operator=(ConsoleClient&&) = delete;
