@@ -11,8 +11,12 @@
 namespace mpm {
 
 Bridge::Bridge(EventLoop& loop, const std::string& server, std::chrono::milliseconds pause,
-               PacedSender::Send send, std::function<void(const std::string&)> ended)
-    : m_loop(loop), m_sender(loop, pause, std::move(send), [this] { Drained(); }), m_ended(std::move(ended)) {
+               PacedSender::Send send, std::function<bool()> hostIsBehind,
+               std::function<void(const std::string&)> ended)
+    : m_loop(loop),
+      m_sender(loop, pause, std::move(send), [this] { Drained(); }),
+      m_hostIsBehind(std::move(hostIsBehind)),
+      m_ended(std::move(ended)) {
     Connect(server);
 }
 
@@ -45,6 +49,10 @@ void Bridge::Take(std::span<const uint8_t> bytes) {
     Write();
 }
 
+void Bridge::HostHasRead() {
+    if (m_reason.empty()) UpdateEvents();
+}
+
 void Bridge::OnReady(uint32_t events) {
     int error = 0;
     socklen_t size = sizeof error;
@@ -71,8 +79,8 @@ void Bridge::Write() {
 }
 
 void Bridge::UpdateEvents() {
-    m_loop.ChangeEvents(
-        m_watch, (m_toServer.empty() ? 0u : EPOLLOUT) | (m_sender.Waiting() > kMaxWaiting ? 0u : EPOLLIN));
+    const bool mayRead = m_sender.Waiting() <= kMaxWaiting && !m_hostIsBehind();
+    m_loop.ChangeEvents(m_watch, (m_toServer.empty() ? 0u : EPOLLOUT) | (mayRead ? EPOLLIN : 0u));
 }
 
 void Bridge::End(const std::string& reason) {

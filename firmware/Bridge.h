@@ -15,12 +15,14 @@ class Bridge : public StreamPeer {
   public:
     // `server` is "host:port". What the server says leaves through `send`. `ended` is called once, with the
     // reason, when the server has closed or cannot be reached and everything before has been sent; nothing is
-    // taken afterwards.
+    // taken afterwards. While `hostIsBehind`, the server is not read.
     Bridge(EventLoop& loop, const std::string& server, std::chrono::milliseconds pause,
-           PacedSender::Send send, std::function<void(const std::string&)> ended);
+           PacedSender::Send send, std::function<bool()> hostIsBehind,
+           std::function<void(const std::string&)> ended);
     ~Bridge() override;
 
     void Take(std::span<const uint8_t> bytes) override;
+    void HostHasRead() override;
 
   private:
     // Bytes that wait for the server, and for the host; above that the connection is given up, or not read.
@@ -36,6 +38,7 @@ class Bridge : public StreamPeer {
 
     EventLoop& m_loop;
     PacedSender m_sender;
+    const std::function<bool()> m_hostIsBehind;
     const std::function<void(const std::string&)> m_ended;
     Descriptor m_socket;
     EventLoop::WatchId m_watch = 0;

@@ -45,7 +45,7 @@ Processor::Processor(EventLoop& loop, RequestLog& log, Settings settings)
                         },
                     .listening = [this](bool listening) { Listening(listening); },
                     .complaint = [this](const std::string& why) { Note("fault", why); },
-                    .drained = [this] { AnswerPaced(); }}) {}
+                    .drained = [this] { HostHasRead(); }}) {}
 
 Processor::~Processor() {
     m_observer = nullptr;
@@ -169,7 +169,7 @@ void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
     if (kind == Peer::Echo) {
         SendStream(command, request.input);
         // A host that sends but does not read is held back, as its own client would be.
-        if (m_link.UnreadBytes() > LinkServer::kComfortable)
+        if (HostIsBehind())
             m_paced.push_back(request);
         else
             m_link.Answer(request, 0, {});
@@ -207,6 +207,7 @@ std::unique_ptr<StreamPeer> Processor::MakePeer(uint8_t command) {
                                  [this](const std::string& text) { Note("dash", text); });
     return std::make_unique<Bridge>(
         m_loop, isDash ? m_settings.DashServer : m_settings.KvmServer, pause, send,
+        [this] { return HostIsBehind(); },
         [this, isDash](const std::string& reason) {
             Note(isDash ? "dash" : "kvm", "bridge: " + reason);
             Send(isDash ? MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET : MPM_ZEL_CMD_VNC_SOC_CLOSE, {}, 0);
@@ -217,6 +218,16 @@ void Processor::Retire(std::unique_ptr<StreamPeer>& peer) {
     if (!peer) return;
     m_retired.push_back(std::move(peer));
     m_loop.After({}, [this] { m_retired.clear(); });
+}
+
+bool Processor::HostIsBehind() const {
+    return m_link.UnreadBytes() > LinkServer::kComfortable;
+}
+
+void Processor::HostHasRead() {
+    AnswerPaced();
+    for (auto* peer : {m_dash.get(), m_kvm.get()})
+        if (peer) peer->HostHasRead();
 }
 
 void Processor::AnswerPaced() {
@@ -247,7 +258,10 @@ void Processor::Learn(const Operation& operation, std::span<const uint8_t> input
 void Processor::HearOfConnection(const IPCompleteInfo& info) {
     if (info.PeerMarker != 0xFFFF || info.PeerPort == 0) return;
     if (info.Port == kDashPort) Retire(m_dash);
-    if (info.Port == kKvmPort) Retire(m_kvm);
+    if (info.Port != kKvmPort) return;
+    Retire(m_kvm);
+    // A server of screens speaks first.
+    if (m_settings.Kvm == Peer::Bridge) m_kvm = MakePeer(MPM_ZEL_CMD_KVM_DATA);
 }
 
 void Processor::HearOfClose(uint16_t port) {

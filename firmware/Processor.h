@@ -76,6 +76,8 @@ class Processor {
     void HearOfConnection(const IPCompleteInfo& info);
     void HearOfClose(uint16_t port);
     void TakeStream(const LinkRequest& request, uint8_t command);
+    bool HostIsBehind() const;
+    void HostHasRead();
     void AnswerPaced();
     std::unique_ptr<StreamPeer> MakePeer(uint8_t command);
     void Retire(std::unique_ptr<StreamPeer>& peer);

@@ -11,6 +11,8 @@ class StreamPeer {
   public:
     virtual ~StreamPeer() = default;
     virtual void Take(std::span<const uint8_t> bytes) = 0;
+    // The host, which was behind with its reading, has caught up.
+    virtual void HostHasRead() {}
 };
 
 }  // namespace mpm

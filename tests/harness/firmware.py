@@ -11,13 +11,14 @@ from .waiting import eventually
 class Firmware:
     """mpmsim in `workdir`. `listen` is "unix:/path" or "tcp:127.0.0.1:port"."""
 
-    def __init__(self, workdir, listen=None, dash="identify", settings=None, record=True):
+    def __init__(self, workdir, listen=None, dash="identify", kvm="none", settings=None, record=True):
         self.workdir = pathlib.Path(workdir)
         self.address = listen or f"unix:{self.workdir}/mailbox.sock"
         self.record_path = self.workdir / "firmware.jsonl"
         self.log_path = self.workdir / "mpmsim.log"
         self._control = self.workdir / "mpmsim.sock"
         self._dash = dash
+        self._kvm = kvm
         self._record = record
         self._settings = self.workdir / "firmware.json"
         self._settings.write_text(json.dumps(settings or {}))
@@ -27,7 +28,7 @@ class Firmware:
         ready = self.workdir / "mpmsim.ready"
         ready.unlink(missing_ok=True)
         command = [build_folder() / "mpmsim", "run", "--listen", self.address, "--control", self._control]
-        command += ["--settings", self._settings, "--dash", self._dash, "--ready-file", ready]
+        command += ["--settings", self._settings, "--dash", self._dash, "--kvm", self._kvm, "--ready-file", ready]
         if self._record:
             command += ["--record", self.record_path]
         self._process = Process(command, self.log_path)

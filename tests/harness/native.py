@@ -1,15 +1,18 @@
 """The native service as a process, with a simulated PC around it."""
 
+import collections
 import json
 import pathlib
 import subprocess
 
 from .ports import free_port
-from .processes import Process, build_folder
+from .processes import Process, build_folder, end_all_with
 from .waiting import eventually
 
 INSTALLATION = "C:\\Program Files\\Tarvix\\"
 STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
+
+Footprint = collections.namedtuple("Footprint", "handles threads kilobytes")
 
 
 class NativeHost:
@@ -23,11 +26,15 @@ class NativeHost:
         self.workdir = pathlib.Path(workdir)
         self._network = network
         self.dash_address = ("127.0.0.1", free_port())
+        self.kvm_address = ("127.0.0.1", free_port())
         self.root = self.workdir / "pc"
         self.working_folder = self.root / "C:" / "ProgramData" / "Tarvix" / "Manageability"
-        (self.root / "C:").mkdir(parents=True, exist_ok=True)
+        self._executables = self.root / "C:" / "Program Files" / "Tarvix" / "bin"
+        self._executables.mkdir(parents=True, exist_ok=True)
+        self.install_agent()
         self._control = self.workdir / "winhost.sock"
         self._process = None
+        self._consent_clients = 0
         self.description = {
             "root": str(self.root),
             "environment": {"PROGRAMDATA": "C:\\ProgramData"},
@@ -48,7 +55,7 @@ class NativeHost:
                 }
             ],
             "dnsServers": ["192.168.1.1"],
-            "ports": {"664": self.dash_address[1], "22": free_port()},
+            "ports": {"664": self.dash_address[1], "22": self.kvm_address[1]},
             "mailbox": mailbox,
             "controlSocket": str(self._control),
             **changes,
@@ -60,8 +67,45 @@ class NativeHost:
     def __exit__(self, *_):
         self.close()
 
+    # --- the programs beside the service ---
+
+    @property
+    def _agent(self):
+        return self._executables / "ZELKVMApp.exe"
+
+    def install_agent(self):
+        self._agent.symlink_to(build_folder() / "ZELKVMApp")
+
+    def remove_agent(self):
+        self._agent.unlink()
+
+    def set_agent_behaviour(self, word):
+        """What the agents do that start from now on (docs/companions.md)."""
+        (self._executables / "ZELKVMApp.behaviour").write_text(word + "\n")
+
+    def agents(self):
+        """The ids of the agents that run."""
+        return [process["pid"] for process in json.loads(self.ctl("processes", "--json")) if process["name"] == self._agent.name]
+
+    def agent_log(self):
+        path = self.working_folder / "DisplayMgr.log"
+        return path.read_text() if path.exists() else ""
+
+    def launches(self):
+        """The programs that the service has started on the desktop, oldest first."""
+        return json.loads(self.ctl("launches", "--json"))
+
+    def consent_client(self, *arguments):
+        """The program that asks the person at this PC, without anybody at its terminal."""
+        self._consent_clients += 1
+        log = self.workdir / f"userconsent-{self._consent_clients}.out"
+        return Process([build_folder() / "userconsent", *arguments], log, env={"WINHOST_ROOT": str(self.root.resolve())})
+
+    # --- the service ---
+
     def start(self, *arguments):
         """Starts the executable with these arguments, as the SCM or a person would."""
+        self._control.unlink(missing_ok=True)  # of one that ended without a word
         path = self.workdir / "pc.json"
         path.write_text(json.dumps(self.description, indent=2))
         entry = self._network.entry if self._network else []
@@ -73,7 +117,8 @@ class NativeHost:
 
     def start_service(self):
         self.start("-service")
-        eventually(self._control.exists, "the service's PC to come up")
+        eventually(lambda: self._control.exists() or not self.running(), "the service's PC to come up")
+        assert self.running(), f"the service ended: {self.output()}"
         return self
 
     def start_console(self):
@@ -111,6 +156,12 @@ class NativeHost:
     def await_state(self, state):
         eventually(lambda: self.query_state() == state, f"service state {state}")
 
+    def footprint(self):
+        """What the service's process holds right now."""
+        status = dict(line.split(":", 1) for line in pathlib.Path(f"/proc/{self.pid}/status").read_text().splitlines())
+        handles = sum(json.loads(self.ctl("handles", "--json")).values())
+        return Footprint(handles, int(status["Threads"]), int(status["VmRSS"].split()[0]))
+
     def power_actions(self):
         """The calls by which the service had Windows change the PC's power, oldest first."""
         return [action["call"] for action in json.loads(self.ctl("power-actions", "--json"))]
@@ -136,6 +187,11 @@ class NativeHost:
         return [line for line in self.log_text().splitlines() if "] ERROR: " in line]
 
     def close(self):
+        self.kill()
+        end_all_with(f"WINHOST_ROOT={self.root.resolve()}")
+
+    def kill(self):
+        """Ends the service without a word, as a crash would. What it has started lives on."""
         if self._process:
             self._process.kill()
             self._process = None

@@ -1,5 +1,6 @@
 """Child processes whose output goes to a file and which never outlive their owner."""
 
+import contextlib
 import os
 import pathlib
 import signal
@@ -16,6 +17,31 @@ def build_folder():
 def with_owner(command):
     """The command, changed so that its process ends with this one at the latest, however this one ends."""
     return ["setpriv", "--pdeathsig", "KILL", "--", *(str(word) for word in command)]
+
+
+def is_running(pid):
+    """Whether a process of this id runs; one that has ended and only waits for its parent doesn't."""
+    return bool(_environment(pid))
+
+
+def end_all_with(variable):
+    """Ends the processes that were started with this environment variable ("NAME=value"), whoever started them."""
+    while marked := [pid for pid in _process_ids() if variable.encode() in _environment(pid)]:
+        for pid in marked:
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGKILL)
+
+
+def _process_ids():
+    return [int(folder.name) for folder in pathlib.Path("/proc").glob("[0-9]*")]
+
+
+def _environment(pid):
+    """Nothing for a process that has gone, or whose end nobody has taken note of, or that is another user's."""
+    try:
+        return pathlib.Path(f"/proc/{pid}/environ").read_bytes().split(b"\0")
+    except OSError:
+        return []
 
 
 class Process:

@@ -6,7 +6,9 @@ import pytest
 
 from harness.console import Console
 from harness.firmware import Firmware
+from harness.kvm import SESSION_END_ERRORS, RemoteKvm
 from harness.native import RUNNING, NativeHost
+from harness.waiting import eventually
 
 
 class Stage:
@@ -56,6 +58,45 @@ class Stage:
         assert not self.host.output(), f"the service printed:\n{self.host.output()}"
 
 
+class KvmStage(RemoteKvm):
+    """Remote KVM on a stage of its own."""
+
+    def __init__(self, stage):
+        self.stage = stage
+        self._removals = 0
+        stage.expect_errors(*SESSION_END_ERRORS)
+
+    # The stage has them once the PC is powered up.
+    host = property(lambda self: self.stage.host)
+    firmware = property(lambda self: self.stage.firmware)
+
+    def use_firmware(self, kvm="echo", level=50):
+        """The firmware's level, and who takes the consoles' bytes from it."""
+        self.stage.firmware = Firmware(self.stage.workdir, kvm=kvm, settings={"uVORKVersion": level})
+
+    def boot(self, kvm="echo", level=50, **pc):
+        """The service up, and KVM not yet enabled."""
+        self.use_firmware(kvm, level)
+        self.stage.boot(**pc)
+        return self
+
+    def await_close_told(self, count=1):
+        """Until the firmware has heard of so many ends of sessions."""
+        eventually(lambda: self.closes_told() >= count, "the firmware to hear of the session's end")
+
+    def await_agent_removed(self):
+        """Until agent and files of one more session have been seen to, two seconds after its end; once so at the service's start."""
+        self._removals += 1
+        self.advance_until(lambda: self.host.log_text().count("DisplayMgr file ") > self._removals, "the agent's removal", 2_000)
+
+    def advance_until(self, read, what, milliseconds=1_000):
+        """Moves the PC's clock on step by step until read() gives something true, and returns that."""
+        def advance_and_read():
+            self.host.ctl("clock", "advance", milliseconds)
+            return read()
+        return read() or eventually(advance_and_read, what)
+
+
 @pytest.fixture
 def stage(tmp_path):
     stage = Stage(tmp_path)
@@ -64,3 +105,8 @@ def stage(tmp_path):
         stage.check()
     finally:
         stage.close()
+
+
+@pytest.fixture
+def kvm(stage):
+    return KvmStage(stage)

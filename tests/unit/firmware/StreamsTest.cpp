@@ -5,6 +5,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <atomic>
+#include <thread>
+
 #include "firmware/PacedSender.h"
 #include "mailbox/MailboxRecords.h"
 #include "tests/unit/firmware/LinkHost.h"
@@ -150,6 +153,38 @@ TEST_F(BridgeTest, CarriesALongAnswerWhole) {
         heard += PayloadOf(m_host.AwaitMessage(), MPM_ZEL_CMD_DASH_DATA);
     writer.join();
     EXPECT_EQ(heard, answer);
+}
+
+TEST_F(BridgeTest, HearsAServerThatSpeaksFirstAsSoonAsAViewerConnects) {
+    IPCompleteInfo viewer{};
+    viewer.Port = 22;
+    viewer.PeerPort = 1;
+    viewer.PeerMarker = 0xFFFF;
+    m_host.Ask(MailboxCode::WriteIPCompleteInformation, Bytes::Of(viewer));
+    m_server.Accept();
+    m_server.Write("hello viewer");
+    EXPECT_EQ(PayloadOf(m_host.AwaitMessage(), MPM_ZEL_CMD_KVM_DATA), "hello viewer");
+}
+
+TEST_F(BridgeTest, HoldsTheServerBackWhileTheHostDoesNotRead) {
+    m_host.Ask(MailboxCode::WriteKVMPacket, "?");
+    m_server.Accept();
+    std::string picture(3 * kMaxUnreadBytes, '\0');
+    for (size_t i = 0; i < picture.size(); ++i)
+        picture[i] = char(i % 251);
+    std::atomic<bool> written = false;
+    std::thread writer([&] {
+        m_server.Write(picture);
+        written = true;
+    });
+    std::this_thread::sleep_for(kSoon);
+    EXPECT_FALSE(written);
+    std::string heard;
+    for (std::string part = "?"; !part.empty() && heard.size() < picture.size(); heard += part)
+        part = PayloadOf(m_host.AwaitMessage(), MPM_ZEL_CMD_KVM_DATA);
+    EXPECT_TRUE(heard == picture);
+    m_host.Close();
+    writer.join();
 }
 
 TEST_F(BridgeTest, EndsTheConnectionAfterTheServersLastByte) {

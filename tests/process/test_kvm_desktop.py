@@ -1,0 +1,67 @@
+"""A real desktop behind the firmware, seen and controlled through the service by a real viewer."""
+
+import struct
+
+import pytest
+
+from harness.desktop import Desktop, take_snapshot, what_is_missing
+from harness.kvm import receive
+from harness.waiting import eventually
+
+missing = what_is_missing()
+pytestmark = pytest.mark.skipif(bool(missing), reason=f"these Debian packages are not installed here: {' '.join(missing)}")
+
+
+@pytest.fixture(autouse=True)
+def viewers_that_leave_unread_bytes_behind(kvm):
+    kvm.stage.expect_errors("recv() failed with error: 10054", "send() failed with error: 10054")
+
+
+@pytest.fixture
+def desktop(tmp_path):
+    with Desktop(tmp_path) as desktop:
+        yield desktop
+
+
+def a_picture(size):
+    """What no empty screen shows: a square of each colour, on a ground that changes from left to right."""
+    from PIL import Image, ImageDraw
+    picture = Image.linear_gradient("L").rotate(90).resize(size).convert("RGB")
+    draw = ImageDraw.Draw(picture)
+    for place, color in enumerate(("red", "lime", "blue", "yellow")):
+        draw.rectangle((40 + 150 * place, 100, 140 + 150 * place, 300), fill=color)
+    return picture
+
+
+def assert_same_picture(seen, painted):
+    """But for what JPEG changes."""
+    from PIL import ImageChops, ImageStat
+    assert seen.size == painted.size
+    assert max(ImageStat.Stat(ImageChops.difference(seen, painted)).mean) < 2
+
+
+def test_a_viewer_sees_what_is_on_the_screen(kvm, desktop, tmp_path):
+    from PIL import Image
+    painted = a_picture(desktop.size)
+    desktop.paint(painted)
+    kvm.boot(kvm=f"bridge:{desktop.address}")
+    kvm.enable()
+    kvm.trust("127.0.0.1")
+    take_snapshot(kvm.host.kvm_address, tmp_path / "screen.jpg")
+    assert_same_picture(Image.open(tmp_path / "screen.jpg").convert("RGB"), painted)
+    kvm.await_close_told()  # the viewer has gone
+
+
+def test_a_viewers_mouse_moves_the_pointer(kvm, desktop):
+    kvm.boot(kvm=f"bridge:{desktop.address}")
+    kvm.enable()
+    with kvm.begin_session() as viewer:
+        assert receive(viewer, 12).startswith(b"RFB 003.")
+        viewer.sendall(b"RFB 003.003\n")
+        assert receive(viewer, 4) == struct.pack(">I", 1)  # no password
+        viewer.sendall(b"\1")  # others may look too
+        width, height = struct.unpack(">HH", receive(viewer, 4))
+        assert (width, height) == desktop.size
+        for at in ((123, 45), (600, 400)):
+            viewer.sendall(struct.pack(">BBHH", 5, 0, *at))
+            eventually(lambda: desktop.pointer() == at, f"the pointer at {at}")
