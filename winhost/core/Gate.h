@@ -27,8 +27,11 @@ class Gate {
     // Disarms everything and sets all counters to 0.
     void Reset();
     // The Nth call from now (1 is the next) fails with `error`; with `forEver` all after it too. An empty
-    // name counts every call that can fail for a rightful caller.
+    // name counts every call but those that fail for nobody.
     void FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver = false);
+    // Whether this call succeeds for everybody who owns what he gives it: to fail it is no fault of the
+    // platform's but of the test's.
+    static bool FailsForNobody(const std::string& call);
     // Every call of this name is held for so long, in real time, before it does anything.
     void Delay(const std::string& call, std::chrono::milliseconds by);
     // Calls since the last Reset; an empty name counts all.
