@@ -17,11 +17,7 @@ class KvmStop : public KvmFixture {
   protected:
     void SetUp() override {
         KvmFixture::SetUp();
-        // A session's last words may meet the mailbox closed or closing, and the read loop ends by it.
-        for (const char* text :
-             {kGateClosed, kDeviceClosed, "with error: 995", "with dwLastError = 995",
-              "-- Asynchronous SendIOCtlToDriver command failed", "MPM Status return failed"})
-            AllowError(text);
+        AllowErrorsOfAStop();
     }
     // The stop, for which time passes as long as it waits for a firmware that doesn't answer.
     void StopInTime() {
