@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <system_error>
 
 #include "kvm/KVMPort.h"
 #include "service/Log.h"
@@ -29,7 +30,7 @@ void KVMSessionControl::EnableKVM() {
         std::lock_guard lock(m_threadObjectMutex);
         if (!m_pKVMThreadObj) {
             m_bShutdownTriggered = 0;
-            m_pKVMThreadObj = g_pZELService->m_detachedThreads.StartOwned([this] { RunServerKVMThread(); });
+            m_pKVMThreadObj = g_pZELService->m_detachedThreads.StartOwned([this] { ServeKVM(); });
         }
     }
     LogInfo("Setting KVM Enabled to %s", m_kvmState != kKvmNeverEnabled ? "true" : "false");
@@ -136,7 +137,13 @@ void KVMSessionControl::StartAgentCleanUp() {
         m_kvmState.compare_exchange_strong(closing, kKvmNeverEnabled);
         --m_agentCleanUps;
     };
-    if (!g_pZELService->m_detachedThreads.Start(cleanUp)) cleanUp();
+    bool started = false;
+    try {
+        started = g_pZELService->m_detachedThreads.Start(cleanUp);
+    } catch (const std::system_error&) {
+        // The next session waits for this one.
+    }
+    if (!started) cleanUp();
 }
 
 // Every agent goes, also one that a new session starts within these 2 seconds. A service that stops waits no

@@ -71,6 +71,7 @@ class KVMSessionControl {
         uint32_t m_kvmTrustedPort = 0;
     };
 
+    void ServeKVM();
     void RunServerKVMThread();
     void AwaitEarlierSession();
     bool ServeClients();

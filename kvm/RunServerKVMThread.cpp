@@ -1,4 +1,6 @@
 // The listener thread: one per enabling, from the firmware's command to the clean-up.
+#include <exception>
+
 #include "dash/NewRequest.h"
 #include "kvm/KVMPort.h"
 #include "kvm/KVMSessionControl.h"
@@ -13,6 +15,17 @@ constexpr DWORD kListenRetry = 5000;
 constexpr uint16_t kPeerMarker = 0xFFFF;
 
 }  // namespace
+
+// The thread's top.
+void KVMSessionControl::ServeKVM() {
+    try {
+        RunServerKVMThread();
+    } catch (const std::exception& exception) {
+        LogError("%s: ended by an exception: %s", kName, exception.what());
+        TriggerKVMShutdown();
+        KVMCleanupCommon();
+    }
+}
 
 void KVMSessionControl::RunServerKVMThread() {
     AwaitEarlierSession();
