@@ -70,8 +70,8 @@ class CompanionPc:
 
     def _start(self, name, arguments, environment=None):
         log = self.workdir / f"{name}-{len(self._owned)}.out"
-        # The leader of a session is the program that WINHOST_MODULE names.
-        process = Process(["setsid", build_folder() / name, *arguments], log, env={**self.environment, **(environment or {})})
+        # It leads a session of its own, and is thus the program that WINHOST_MODULE names.
+        process = Process([build_folder() / name, *arguments], log, env={**self.environment, **(environment or {})})
         self._owned.append(process.kill)
         return process
 

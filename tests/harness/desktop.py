@@ -1,8 +1,8 @@
 """A real desktop behind a real VNC server, and a real viewer, for the console's side of remote KVM."""
 
+import contextlib
 import importlib.util
 import shutil
-import subprocess
 import warnings
 
 from .ports import free_port
@@ -19,6 +19,12 @@ def what_is_missing():
         "python3-pil": importlib.util.find_spec("PIL"),
     }
     return [package for package, found in there.items() if not found]
+
+
+def is_same_picture(seen, painted):
+    """Whether two PIL images show the same, but for what JPEG changes."""
+    from PIL import ImageChops, ImageStat
+    return seen.size == painted.size and max(ImageStat.Stat(ImageChops.difference(seen, painted)).mean) < 2
 
 
 class Desktop:
@@ -61,12 +67,37 @@ class Desktop:
         return at.root_x, at.root_y
 
     def close(self):
-        self._display.close()
+        from Xlib import error
+        with contextlib.suppress(error.ConnectionClosedError, OSError):  # Ctrl-C may have ended the server
+            self._display.close()
         self._server.end()
 
 
-def take_snapshot(address, file, patience=30):
-    """The viewer connects to a VNC server, or to what stands for one, and saves what it sees as a JPEG file."""
-    host, port = address
-    subprocess.run(["vncsnapshot", "-quiet", "-encodings", "raw", f"{host}:{port - 5900}", str(file)],
-                   check=True, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=patience)
+class Viewer:
+    """A viewer that connects to a VNC server, or to what stands for one, saves what it sees, and stays connected."""
+
+    def __init__(self, address, folder):
+        host, port = address
+        self._file = folder / "screen00000.jpg"
+        self._program = Process(
+            ["vncsnapshot", "-quiet", "-encodings", "raw", "-count", "2", "-fps", "600", f"{host}:{port - 5900}", folder / "screen.jpg"],
+            folder / "vncsnapshot.log")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def picture(self):
+        """What it sees, as a PIL image."""
+        from PIL import Image
+        eventually(lambda: self._is_saved() or not self._program.running(), "the viewer to have the picture")
+        assert self._is_saved(), f"the viewer ended: {self._program.output()}"
+        return Image.open(self._file).convert("RGB")
+
+    def _is_saved(self):
+        return self._file.exists() and self._file.read_bytes().endswith(b"\xff\xd9")  # where a JPEG file ends
+
+    def close(self):
+        self._program.kill()

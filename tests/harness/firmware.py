@@ -16,7 +16,7 @@ class Firmware:
         self.address = listen or f"unix:{self.workdir}/mailbox.sock"
         self.record_path = self.workdir / "firmware.jsonl"
         self.log_path = self.workdir / "mpmsim.log"
-        self._control = self.workdir / "mpmsim.sock"
+        self.control_path = self.workdir / "mpmsim.sock"
         self._dash = dash
         self._kvm = kvm
         self._record = record
@@ -27,7 +27,7 @@ class Firmware:
     def start(self):
         ready = self.workdir / "mpmsim.ready"
         ready.unlink(missing_ok=True)
-        command = [build_folder() / "mpmsim", "run", "--listen", self.address, "--control", self._control]
+        command = [build_folder() / "mpmsim", "run", "--listen", self.address, "--control", self.control_path]
         command += ["--settings", self._settings, "--dash", self._dash, "--kvm", self._kvm, "--ready-file", ready]
         if self._record:
             command += ["--record", self.record_path]
@@ -50,7 +50,7 @@ class Firmware:
 
     def _ask(self, verb, *words):
         done = subprocess.run(
-            [str(word) for word in [build_folder() / "mpmsim", verb, "--control", self._control, *words]],
+            [str(word) for word in [build_folder() / "mpmsim", verb, "--control", self.control_path, *words]],
             stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=30,
         )
         assert done.returncode == 0, f"mpmsim {verb} {words}: {done.stdout}{done.stderr}"

@@ -57,6 +57,7 @@ class Process:
                 stderr=subprocess.STDOUT,
                 env={**os.environ, **(env or {})},
                 cwd=cwd,
+                start_new_session=True,  # Ctrl-C is for the owner, who ends it in order
             )
         self.pid = self._process.pid
 

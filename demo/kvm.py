@@ -1,0 +1,130 @@
+"""The KVM part of the demo: a real viewer sees a real desktop through the service, once the person at the PC has agreed."""
+
+import contextlib
+import time
+
+from harness.desktop import Desktop, Viewer, is_same_picture, what_is_missing
+from harness.kvm import RemoteKvm, echoes
+from harness.processes import build_folder, is_running
+from harness.waiting import eventually
+
+YES = 1
+
+
+def draw_desktop(size):
+    """Something to see."""
+    from PIL import Image, ImageDraw
+    width, height = size
+    picture = Image.merge("RGB", [band.resize(size) for band in (
+        Image.new("L", (1, 1), 24), Image.linear_gradient("L").point(lambda value: 60 + value // 4), Image.new("L", (1, 1), 120))])
+    draw = ImageDraw.Draw(picture)
+    left, top = width // 6, height // 5
+    draw.rectangle((left, top, width - left, height - top), fill="whitesmoke", outline="black")
+    draw.rectangle((left, top, width - left, top + 24), fill="navy")
+    draw.text((left + 10, top + 7), "A desktop of the simulated PC", fill="white")
+    for line, text in enumerate(("The firmware shows it, and the service carries it", "to a viewer on TCP port 22.",
+                                 time.strftime("Painted on %Y-%m-%d at %H:%M:%S."))):
+        draw.text((left + 20, top + 60 + 24 * line), text, fill="black")
+    for place, color in enumerate(("red", "orange", "yellow", "green", "blue", "purple")):
+        draw.rectangle((left + 20 + 50 * place, height - top - 70, left + 55 + 50 * place, height - top - 35), fill=color)
+    return picture
+
+
+@contextlib.contextmanager
+def the_desktop(story, firmware, workdir):
+    """What is to be seen on a desktop that the firmware shows; None, and a firmware that echoes, where there can be no desktop."""
+    missing = what_is_missing()
+    if missing:
+        story.tell("demo", f"these packages are not installed: {' '.join(missing)}; so there is no desktop, and the firmware echoes")
+        firmware.set(Kvm="echo")
+        yield None
+        return
+    with Desktop(workdir) as desktop:
+        painted = draw_desktop(desktop.size)
+        desktop.paint(painted)
+        firmware.set(Kvm=f"bridge:{desktop.address}")
+        story.tell("PC", f"a desktop is painted; a VNC server shows it on {desktop.address}, where only the firmware looks")
+        yield painted
+
+
+def ask_the_person(story, kvm):
+    client = kvm.host.consent_client("--answer", "yes")
+    story.tell("PC", "userconsent waits on the desktop, unattended: it will say yes")
+    kvm.ask_consent(1, 60)
+    answer = kvm.firmware.await_request("WriteUserConsent")["fields"]
+    client.wait()
+    story.tell("PC", "userconsent: " + ", ".join(client.output().splitlines()))
+    if answer["Consent"] != YES:
+        raise AssertionError(f"the firmware heard {answer}")
+
+
+def begin(story, kvm):
+    kvm.enable()
+    kvm.trust("127.0.0.1")
+    story.tell("demo", f"the firmware trusts 127.0.0.1, and the KVM port is open (22, here {kvm.host.kvm_address[1]})")
+
+
+def see(story, kvm, painted, workdir):
+    """Where the picture lies."""
+    with Viewer(kvm.host.kvm_address, workdir) as viewer:
+        story.tell("console", "a VNC viewer connects to the KVM port")
+        agent = show_agent(story, kvm)
+        path = workdir / "screen.png"
+        picture = viewer.picture()
+        picture.save(path)
+        if not is_same_picture(picture, painted):
+            raise AssertionError(f"the viewer sees something else than what is on the desktop: {path}")
+        story.tell("console", f"the viewer sees the desktop, {picture.width} x {picture.height} pixels, and saves it as {path}")
+        end(story, kvm, agent)
+        return path
+
+
+def talk(story, kvm):
+    with kvm.begin_session() as client:
+        story.tell("console", "a plain client connects to the KVM port")
+        agent = show_agent(story, kvm)
+        if not echoes(client, b"x" * 100_000):
+            raise AssertionError("the bytes have changed on the way")
+        story.tell("console", "100000 bytes went to the firmware and came back unchanged")
+        end(story, kvm, agent)
+
+
+def show_agent(story, kvm):
+    [agent] = eventually(kvm.host.agents, "the agent")
+    story.tell("PC", f"the agent runs in the user's session as process {agent}")
+    return agent
+
+
+def end(story, kvm, agent):
+    kvm.close_session()
+    eventually(lambda: not is_running(agent), "the agent to leave")
+    story.tell("PC", "the agent has left as it was asked")
+    eventually(kvm.closes_told, "the firmware to hear of the session's end")
+    kvm.host.await_log("Terminate file deleted")
+
+
+def remote_kvm(story, host, firmware, workdir):
+    """The path of the picture, if there is one."""
+    kvm = RemoteKvm(host, firmware)
+    with the_desktop(story, firmware, workdir) as painted:
+        ask_the_person(story, kvm)
+        begin(story, kvm)
+        return see(story, kvm, painted, workdir) if painted else talk(story, kvm)
+
+
+def serve_by_hand(story, host, firmware, workdir, ended):
+    """KVM stays enabled, session after session, until `ended`."""
+    kvm = RemoteKvm(host, firmware)
+    with the_desktop(story, firmware, workdir) as painted:
+        kvm.enable()
+        if painted:
+            story.tell("demo", f"try:  vncviewer localhost::{host.kvm_address[1]}")
+        build = build_folder()
+        story.tell("demo", f"try:  WINHOST_ROOT={host.root} {build}/userconsent, and when it waits")
+        story.tell("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
+        told = 0
+        while not ended.wait(0.3):
+            if kvm.closes_told() > told:
+                told = kvm.closes_told()
+                kvm.close_session()
+                kvm.firmware.send("KVM_ENABLE_STATUS")
