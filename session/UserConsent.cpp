@@ -41,7 +41,7 @@ void UserConsent::Ask(const void* payload, size_t length) {
 
 void UserConsent::CheckUserConsentThread(Request& request) {
     if (g_pZELService->m_vorkVersion < kFirstVersionThatAsks) {
-        SetAnswer({request.question.Type, kConsentGiven, 0});
+        Answer(request, kConsentGiven);
         // In spite of what it says the answer stays here: such firmware takes none.
         LogInfo("Version check is less than 40 user consent is disabled and send ok to driver");
     } else {
@@ -61,8 +61,8 @@ void UserConsent::GetUserConsent(Request& request) {
     LogInfo("Consent: %d, Consent Given: %d, Type: %d", locked, given, request.question.Type);
     if (locked || given || request.question.Type == 0) {
         LogInfo("Windows is locked send default consent to driver");
-        SetAnswer({request.question.Type, kConsentGiven, 0});
-        Finish(request);
+        Answer(request, kConsentGiven);
+        request.m_bDone = 1;
         return;
     }
     LogInfo("Windows is not locked");
@@ -117,34 +117,32 @@ void UserConsent::Converse(Request& request, uint64_t deadline) {
         if (!SleepWhileOpen(request)) return;
     }
     LogInfo("thread time reached");
-    // The answer is still the one to the question before.
-    Finish(request);
+    RepeatLastAnswer(request);
+    request.m_bDone = 1;
 }
 
 void UserConsent::TakeUsersAnswer(Request& request, const std::string& text) {
     LogInfo("Value from consent is %s ", text);
+    Answer(request, ConsentOf(text));
     const uint32_t type = request.question.Type;
-    SetAnswer({type, ConsentOf(text), 0});
     if (type == 1 || type == 2) m_bConsentGiven = 1;
-    Finish(request);
+    request.m_bDone = 1;
     LogInfo("Consent given by the user is %d", ConsentOf(text));
     LogInfo(
         "Consent 0 => Timeout happend and it will return INVALID for driver, 1 => OK (Consent_yes), 2 => "
-        "CANCEL "
-        "(Consent_no)]");
+        "CANCEL (Consent_no)]");
 }
 
-void UserConsent::SetAnswer(const UserConsentAnswer& answer) {
+// At once for the question and for those to come: that of another must not get between.
+void UserConsent::Answer(Request& request, uint32_t consent) {
     std::lock_guard lock(m_mutex);
-    m_answer = answer;
+    request.answer = m_answer = {request.question.Type, consent, 0};
 }
 
-void UserConsent::Finish(Request& request) {
-    {
-        std::lock_guard lock(m_mutex);
-        request.answer = m_answer;
-    }
-    request.m_bDone = 1;
+// Still the one to the question before, its type included.
+void UserConsent::RepeatLastAnswer(Request& request) {
+    std::lock_guard lock(m_mutex);
+    request.answer = m_answer;
 }
 
 // False as soon as the service stops, and when a later question has taken the place of this one.

@@ -38,8 +38,8 @@ class UserConsent {
     void UserConsentPipeThread(Request& request);
     void Converse(Request& request, uint64_t deadline);
     void TakeUsersAnswer(Request& request, const std::string& text);
-    void SetAnswer(const UserConsentAnswer& answer);
-    void Finish(Request& request);
+    void Answer(Request& request, uint32_t consent);
+    void RepeatLastAnswer(Request& request);
     bool SleepWhileOpen(const Request& request);
 
     std::mutex m_mutex;

@@ -1,0 +1,213 @@
+// Questions that nobody answers: the pipe's failures, later questions, and the service's stop.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/unit/session/ConsentFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+class ConsentFault : public ConsentFixture {
+  protected:
+    // Lets the question be given up that a later one has overtaken. Until its pipe has gone.
+    static void PassGivingUp() {
+        PassLooks(2);
+        ASSERT_TRUE(Eventually([] {
+            if (Clock().AwaitSleeper(10ms, 1ms)) Advance(10ms);
+            return Gate().Count("DisconnectNamedPipe") == 1;
+        }));
+    }
+    // The stop and the end of the process. A hang shows by the test's own time limit.
+    void StopAndEnd() {
+        AllowErrorsOfAStop();
+        StopService();
+        Clock().SetManual(false);
+        service.reset();
+        EXPECT_EQ(firmware.Count("WriteUserConsent"), 0u);
+    }
+};
+
+constexpr char kNotCreated[] = "Error creating the namedpipe. Error code: 8";
+constexpr char kNotConnected[] = "Error connecting  to the namedpipe. Error code: 8";
+constexpr char kNotWritten[] = "Error writing to the namedpipe. Error code: 8";
+
+}  // namespace
+
+TEST_F(ConsentFault, APipeThatCannotBeCreatedLeavesTheQuestionOpen) {
+    ExpectError(kNotCreated);
+    Gate().FailNth("CreateNamedPipeA", 1, ERROR_NOT_ENOUGH_MEMORY);
+    Start();
+    Ask(1);
+    AwaitLog(kNotCreated);
+    EXPECT_TRUE(HasLine("ERROR", kNotCreated));
+    EXPECT_EQ(LogCount(kAsked), 0u);
+    ExpectNoAnswer();
+    // The next question has better luck.
+    AskAndAnswer(2, "Consent_no");
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{2, 2, 0}));
+}
+
+TEST_F(ConsentFault, AClientIsWaitedFor200Times) {
+    ExpectError(kNotConnected);
+    Gate().FailNth("ConnectNamedPipe", 1, ERROR_NOT_ENOUGH_MEMORY, true);
+    Start();
+    Ask(1);
+    for (int attempt = 0; attempt < 199; ++attempt)
+        PassSleepOf(10ms);
+    EXPECT_EQ(LogCount(kNotConnected), 0u);
+    PassSleepOf(10ms);
+    AwaitLog(kNotConnected);
+    EXPECT_EQ(Gate().Count("ConnectNamedPipe"), 200u);
+    EXPECT_EQ(LogCount(kAsked), 200u);
+    EXPECT_TRUE(HasLine("ERROR", kNotConnected));
+    EXPECT_TRUE(Eventually([] {
+        return WaitNamedPipeA("\\\\.\\pipe\\userconsentfeature", NMPWAIT_NOWAIT) == FALSE &&
+               GetLastError() == ERROR_FILE_NOT_FOUND;
+    }));
+    ExpectNoAnswer();
+}
+
+TEST_F(ConsentFault, AWaitThatFailsForAWhileIsRepeated) {
+    for (int n = 1; n <= 3; ++n)
+        Gate().FailNth("ConnectNamedPipe", n, ERROR_NOT_ENOUGH_MEMORY);
+    Start();
+    Ask(1);
+    for (int attempt = 0; attempt < 3; ++attempt)
+        PassSleepOf(10ms);
+    ConsentClient client;
+    client.Read();
+    client.Say("Consent_yes");
+    AwaitLog(kTaken);
+    EXPECT_EQ(LogCount(kAsked), 4u);
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{1, 1, 0}));
+}
+
+TEST_F(ConsentFault, AClientThatWasThereAlreadyIsAsGood) {
+    Start();
+    Gate().Delay("ConnectNamedPipe", 200ms);
+    Ask(1);
+    AwaitLog("Named Pipe Created Successfully");
+    ConsentClient client;
+    EXPECT_EQ(client.Read(), std::string("yes\n1\n30\0", 9));
+    EXPECT_EQ(LogCount(kAsked), 1u);
+    EXPECT_EQ(LogCount(kConnected), 1u);
+    client.Say("Consent_no");
+    AwaitLog(kTaken);
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{1, 2, 0}));
+}
+
+TEST_F(ConsentFault, AQuestionThatCannotBeWrittenStaysOpen) {
+    ExpectError(kNotWritten);
+    Start();
+    // The client's own calls are none of its.
+    Ask(1);
+    AwaitLog(kAsked);
+    Gate().FailNth("WriteFile", 1, ERROR_NOT_ENOUGH_MEMORY);
+    ConsentClient client;
+    EXPECT_EQ(client.Read(), "");
+    AwaitLog(kNotWritten);
+    EXPECT_TRUE(HasLine("ERROR", kNotWritten));
+    ExpectNoAnswer();
+}
+
+TEST_F(ConsentFault, ALaterQuestionTakesThePlaceOfOneThatNobodyCameFor) {
+    Start();
+    Ask(1);
+    AwaitLog(kAsked);
+    Ask(2, 60);
+    AwaitLog(kAsked, 2);
+    PassGivingUp();
+    ConsentClient client;
+    EXPECT_EQ(client.Read(), std::string("yes\n2\n60\0", 9));
+    client.Say("Consent_no");
+    AwaitLog(kTaken);
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{2, 2, 0}));
+    EXPECT_EQ(LogCount(kSent), 1u);
+}
+
+TEST_F(ConsentFault, ALaterQuestionTakesThePlaceOfOneThatIsBeingPut) {
+    Start();
+    Ask(1);
+    ConsentClient first;
+    first.Read();
+    AwaitLog("Value:yes, Type:1, Time_limit:30");
+    Ask(2, 60);
+    AwaitLog(kAsked, 2);
+    PassGivingUp();
+    EXPECT_EQ(first.Read(), "") << "the service has not hung up";
+    ConsentClient second;
+    EXPECT_EQ(second.Read(), std::string("yes\n2\n60\0", 9));
+    second.Say("Consent_yes");
+    AwaitLog(kTaken);
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{2, 1, 0}));
+    EXPECT_EQ(LogCount(kSent), 1u);
+}
+
+TEST_F(ConsentFault, AnAnswerThatJustPrecedesALaterQuestionStillGoes) {
+    Start();
+    AskAndAnswer(3, "Consent_no");
+    Ask(2);
+    AwaitLog(kAsked, 2);
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{3, 2, 0}));
+}
+
+TEST_F(ConsentFault, AStopEndsAQuestionThatNobodyCameFor) {
+    Start();
+    Ask(1);
+    AwaitLog(kAsked);
+    StopAndEnd();
+}
+
+TEST_F(ConsentFault, AStopEndsAQuestionThatNobodyReads) {
+    Start();
+    Ask(1);
+    ConsentClient client;
+    AwaitLog(kConnected);
+    StopAndEnd();
+}
+
+TEST_F(ConsentFault, AStopEndsAQuestionToASilentProgram) {
+    Start();
+    Ask(1);
+    ConsentClient client;
+    client.Read();
+    AwaitLog("Value:yes, Type:1, Time_limit:30");
+    StopAndEnd();
+    EXPECT_EQ(client.Read(), "");
+}
+
+TEST_F(ConsentFault, AStopEndsAQuestionToAProgramThatSaysNoAnswer) {
+    Start();
+    Ask(1);
+    ConsentClient client;
+    client.Read();
+    client.Say("nothing");
+    AwaitLog(kIgnored);
+    StopAndEnd();
+}
+
+TEST_F(ConsentFault, AStopEndsTheWaitForAClientThatCannotBeHad) {
+    Gate().FailNth("ConnectNamedPipe", 1, ERROR_NOT_ENOUGH_MEMORY, true);
+    Start();
+    Ask(1);
+    AwaitLog(kAsked);
+    StopAndEnd();
+}
+
+TEST_F(ConsentFault, AStopEndsTheWaitBelowVersion40) {
+    Start(39);
+    Ask(1);
+    AwaitLog("Version check is less than 40");
+    StopAndEnd();
+}
+
+TEST_F(ConsentFault, AStopEndsTwoQuestionsAtOnce) {
+    Start();
+    Ask(1);
+    AwaitLog(kAsked);
+    Ask(2);
+    AwaitLog(kAsked, 2);
+    StopAndEnd();
+}
