@@ -26,9 +26,11 @@ class UserConsent {
     struct Request {
         Request(uint32_t itsNumber, const UserConsentQuestion& asked) : number(itsNumber), question(asked) {}
         const uint32_t number;
-        const UserConsentQuestion question;
+        // Packed records fall on any address, but what refers to their fields needs them aligned.
+        alignas(uint32_t) const UserConsentQuestion question;
         std::atomic<uint8_t> m_bDone{0};  // the answer is ready
-        UserConsentAnswer answer{};       // not touched before m_bDone by any but the thread that sets it
+        // Not touched before m_bDone by any but the thread that sets it.
+        alignas(uint32_t) UserConsentAnswer answer{};
         ConsentPipe pipe;
     };
 
