@@ -54,9 +54,8 @@ bool IsPrivilegeEnabled(const std::string& name) {
 
 bool HoldsPrivilege(uint32_t luid) {
     const auto held = Pc::Instance().Description().privileges;
-    return std::any_of(held.begin(), held.end(), [&](const std::string& name) {
-        return luid != 0 && PrivilegeByName(name) == luid;
-    });
+    return std::any_of(held.begin(), held.end(),
+                       [&](const std::string& name) { return luid != 0 && PrivilegeByName(name) == luid; });
 }
 
 bool EnablePrivilege(uint32_t luid, bool enable) {
