@@ -20,6 +20,7 @@ class NativeHost:
     description (docs/pc-description.md)."""
 
     name = "native"
+    asan_options = "detect_leaks=1"
     entry = ""  # what stands ahead of a command that reaches this PC from a shell
 
     def __init__(self, workdir, mailbox, network=None, **changes):
@@ -111,7 +112,7 @@ class NativeHost:
         entry = self._network.entry if self._network else []
         self._process = Process(
             [*entry, build_folder() / "ZELService", *arguments], self.workdir / "service.out",
-            env={"WINHOST_PC": str(path), "ASAN_OPTIONS": "detect_leaks=1", "UBSAN_OPTIONS": "print_stacktrace=1"},
+            env={"WINHOST_PC": str(path), "ASAN_OPTIONS": self.asan_options, "UBSAN_OPTIONS": "print_stacktrace=1"},
         )
         return self
 
