@@ -107,16 +107,18 @@ TEST_F(KvmDataBridge, DropsWhatComesWithoutAClient) {
     EXPECT_EQ(client.Receive(4), "kept");
 }
 
-TEST_F(KvmDataBridge, DropsWhatComesWhileTheAgentIsStillBeingStarted) {
-    Start();
-    Enable();
-    Gate().Delay("CreateProcessAsUserA", 300ms);
-    ConsoleClient client = Connect();
-    AwaitLog("DoInitKVM: Entered");
-    firmware.Send(MPM_ZEL_CMD_KVM_DATA, "lost");
-    AwaitLog("SendDataToKVMClient: Socket status is not initiated, so return");
-    EXPECT_TRUE(HasLine("INFO", "SendDataToKVMClient: Socket status is not initiated, so return"));
-    AwaitLog(kAnnounced);
+// As while the agent is still being started.
+TEST_F(KvmDataBridge, DropsWhatComesBeforeTheSessionHasBegun) {
+    constexpr char kDropped[] = "SendDataToKVMClient: Socket status is not initiated, so return";
+    ConsoleClient client = StartSession();
+    for (const uint16_t state : {kKvmNoClient, kKvmCleanedUp}) {
+        service->m_kvmSessionControl.m_kvmSocketState = state;
+        const size_t before = LogCount(kDropped);
+        firmware.Send(MPM_ZEL_CMD_KVM_DATA, "lost");
+        AwaitLog(kDropped, before + 1);
+    }
+    EXPECT_TRUE(HasLine("INFO", kDropped));
+    service->m_kvmSessionControl.m_kvmSocketState = kKvmClientConnected;
     firmware.Send(MPM_ZEL_CMD_KVM_DATA, "kept");
     EXPECT_EQ(client.Receive(4), "kept");
 }
@@ -186,8 +188,8 @@ TEST_F(KvmDataBridge, SendsAgainForAsLongAsTheSessionLives) {
     Gate().FailNth("send", 1, WSAEWOULDBLOCK, true);
     firmware.Send(MPM_ZEL_CMD_KVM_DATA, "bytes");
     ASSERT_TRUE(Eventually([] { return Gate().Count("send") > 300; }));
-    EXPECT_EQ(LogCount(kSenderShutdown), 0u);
     service->m_kvmSessionControl.TriggerKVMShutdown();
+    ASSERT_TRUE(Eventually([&] { return service->m_kvmSessionControl.m_kvmSocketState == kKvmCleanedUp; }));
     AwaitHandled();
     EXPECT_EQ(LogCount(kSenderShutdown), 0u);
 }

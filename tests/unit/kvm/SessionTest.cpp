@@ -7,7 +7,14 @@
 namespace {
 
 using namespace std::chrono_literals;
-using KvmSession = KvmFixture;
+
+class KvmSession : public KvmFixture {
+  protected:
+    // Until the service waits for a client's bytes for the so-manieth time.
+    static bool AwaitReceives(uint64_t count) {
+        return Eventually([=] { return Gate().Count("recv") == count; });
+    }
+};
 
 constexpr char kLaunchFailed[] = "DoInitKVM: Launch KVM_Agent failed";
 constexpr char kInitFailed[] =
@@ -142,6 +149,7 @@ TEST_F(KvmSession, GoesOverToItsSecondClient) {
     ConsoleClient first = StartSession();
     ASSERT_TRUE(first.Send("1"));
     ASSERT_TRUE(AwaitFirmwareBytes("1"));
+    ASSERT_TRUE(AwaitReceives(2));
     ConsoleClient second = ConnectSession();
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 2u);
     EXPECT_EQ(Pc().Launches().size(), 2u);
@@ -162,6 +170,7 @@ TEST_F(KvmSession, GoesOverToItsSecondClient) {
 
 TEST_F(KvmSession, KeepsTheFirstClientsSocketOpenUntilItsEnd) {
     ConsoleClient first = StartSession();
+    ASSERT_TRUE(AwaitReceives(1));
     ConsoleClient second = ConnectSession();
     EXPECT_TRUE(first.IsQuiet());
     CloseSession();
@@ -172,6 +181,7 @@ TEST_F(KvmSession, KeepsTheFirstClientsSocketOpenUntilItsEnd) {
 
 TEST_F(KvmSession, SurvivesTheEndOfAFirstClientThatItNoLongerListensTo) {
     ConsoleClient first = StartSession();
+    ASSERT_TRUE(AwaitReceives(1));
     ConsoleClient second = ConnectSession();
     ASSERT_TRUE(first.Send("1"));
     ASSERT_TRUE(AwaitFirmwareBytes("1"));
