@@ -204,3 +204,12 @@ TEST_F(KvmSession, EndsForBothClientsWhenTheSecondCannotHaveItsAgent) {
     EXPECT_EQ(StatusFileKvm(), "NO");
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
 }
+
+TEST_F(KvmSession, TellsThatAReceiverCannotBeStartedAnyMore) {
+    constexpr char kFailed[] = "StartDataRecvThread: Failed to start the KVM data receiver thread";
+    ExpectError(kFailed);
+    // The process is ending.
+    ASSERT_TRUE(service->m_detachedThreads.AwaitEnd(0));
+    service->m_kvmClientInterface.StartDataRecvThread();
+    EXPECT_TRUE(HasLine("ERROR", kFailed));
+}
