@@ -96,6 +96,20 @@ class Session:
             os.kill(pid, signal.SIGKILL)
         eventually(lambda: not self._processes(), "the end of the Wine session")
 
+    def programs(self, name):
+        """The programs of this name that run: the words of their command lines by process id, which is Linux's."""
+        found = {}
+        for pid in self._processes():
+            try:
+                words = pathlib.Path(f"/proc/{pid}/cmdline").read_text(errors="replace").rstrip("\0").split("\0")
+            except OSError:
+                continue
+            # Ahead of it may stand Wine's loader.
+            program = next((place for place, word in enumerate(words) if word.rpartition("\\")[2] == name), None)
+            if program is not None:
+                found[pid] = words[program:]
+        return found
+
     def _processes(self):
         """The processes that live in this prefix."""
         mark = f"WINEPREFIX={self.prefix}".encode()

@@ -4,6 +4,7 @@ The session lives in a network of its own (enter_namespace), where the service's
 copy of a prefix that is prepared once and kept under build/wine.
 """
 
+import collections
 import os
 import pathlib
 import shutil
@@ -15,6 +16,8 @@ from .processes import REPOSITORY, Process
 from .waiting import eventually
 
 STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
+
+Footprint = collections.namedtuple("Footprint", "handles threads")
 
 
 def windows_folder():
@@ -28,6 +31,7 @@ class WineHost:
 
     name = "windows"
     dash_address = ("127.0.0.1", 664)
+    kvm_address = ("127.0.0.1", 22)
 
     def __init__(self, workdir, mailbox):
         self.workdir = pathlib.Path(workdir)
@@ -35,11 +39,14 @@ class WineHost:
         self.prefix = self.workdir / "wine"
         self.drive = self.prefix / "drive_c"
         self.working_folder = self.drive / "ProgramData" / "Tarvix" / "Manageability"
+        self._executables = self.drive / "Program Files" / "Tarvix" / "bin"
         self.session = Session(self.prefix)
         self.gate_log = self.workdir / "mpmgate.log"
         self._services = None
         self._gate = None
         self._process = None
+        self._logon = None
+        self._consent_clients = 0
 
     def __enter__(self):
         return self
@@ -61,7 +68,8 @@ class WineHost:
         enter_namespace()
         copy_prefix(prepare(), self.prefix)
         self._install(windows_folder() / "mpmbox.sys", "windows/system32/drivers/mpmbox.sys")
-        self._install(windows_folder() / "ZELService.exe", "Program Files/Tarvix/bin/ZELService.exe")
+        for name in ("ZELService.exe", "ZELKVMApp.exe"):
+            self._install(windows_folder() / name, f"Program Files/Tarvix/bin/{name}")
         self.session.boot()
         self._services = self._line_program("servicectl")
         return self
@@ -150,6 +158,37 @@ class WineHost:
         self.boot()
         assert self.session.run("reg", "add", INSTALLATION_KEY, "/v", "InstallationPath", "/d", path, "/f") == 0
 
+    # --- the user's session and the programs beside the service ---
+
+    def log_on(self):
+        """A user's session, in which the service can start programs: Wine's own has no logon program."""
+        self._logon = self._line_program("winlogon")
+        assert self._logon.ask("session") == {"error": 0, "session": 1}
+
+    def log_off(self):
+        if self._logon:
+            self._logon.close()
+            self._logon = None
+
+    def set_agent_behaviour(self, word):
+        """What the agents do that start from now on (docs/companions.md); None for nothing special."""
+        behaviour = self._executables / "ZELKVMApp.behaviour"
+        behaviour.write_text(word + "\n") if word else behaviour.unlink(missing_ok=True)
+
+    def agents(self):
+        """The agents that run: the words of their command lines by process id."""
+        return self.session.programs("ZELKVMApp.exe")
+
+    def agent_log(self):
+        path = self.working_folder / "DisplayMgr.log"
+        return path.read_text() if path.exists() else ""
+
+    def consent_client(self, *arguments):
+        """The program that asks the person at this PC, without anybody at its terminal."""
+        self._consent_clients += 1
+        return Process([WINE, windows_folder() / "userconsent.exe", *arguments],
+                       self.workdir / f"userconsent-{self._consent_clients}.out", env=self.session.environment)
+
     # --- the service ---
 
     def start(self, *arguments, environment=None):
@@ -193,6 +232,11 @@ class WineHost:
         answer = self.scm("wait", SERVICE, state, int(patience * 1000))
         assert answer["error"] == 0, f"waited {patience:.0f} s for service state {state}: {answer}"
 
+    def footprint(self):
+        """What the process that the SCM started holds right now; events don't count as handles."""
+        answer = self.scm("footprint", SERVICE)
+        return Footprint(answer["handles"], answer["threads"])
+
     def stop_service(self):
         """Stops it through the SCM and returns the exit code of the process."""
         assert self.control(1) == 0
@@ -234,6 +278,7 @@ class WineHost:
         """Ends the whole session. The log and the registry stay, and Wine's own files go."""
         try:
             self.kill()
+            self.log_off()
             if self._gate:
                 self.kill_gate()
             if self._services:

@@ -4,6 +4,8 @@ import pytest
 
 from harness.console import Console
 from harness.firmware import Firmware
+from harness.kvm import SESSION_END_ERRORS, RemoteKvm
+from harness.waiting import eventually
 from harness.wine import DRIVER, RUNNING, STOPPED, WineHost, enter_namespace
 
 MAILBOX = "tcp:127.0.0.1:6640"
@@ -15,11 +17,15 @@ class Stage:
     def __init__(self, host, workdir):
         self.host = host
         self.workdir = workdir
-        self.firmware = Firmware(workdir, listen=MAILBOX)
+        self.use_firmware()
         self._firmware_runs = False
         # Wine has no WLAN service: registering for its word fails, and so does giving it back at each stop.
         self._expected_errors = ("UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",)
         self._probe = None
+
+    def use_firmware(self, **settings):
+        """Another firmware than usual; it isn't started yet."""
+        self.firmware = Firmware(self.workdir, listen=MAILBOX, **settings)
 
     def start_firmware(self):
         self.firmware.start()
@@ -36,6 +42,10 @@ class Stage:
     def boot(self):
         """The service started by the SCM, the firmware informed and the DASH port open."""
         self.power_up()
+        return self.start_service()
+
+    def start_service(self):
+        """The same on a PC that is powered up."""
         self.host.start_service()
         self.host.await_state(RUNNING)
         self.host.await_log("Calling HTTPS Socket Accept")
@@ -73,6 +83,37 @@ class Stage:
         self.host.await_mailbox(False)
 
 
+class KvmStage(RemoteKvm):
+    """Remote KVM and the question to the user, on a PC where a user is logged on."""
+
+    def __init__(self, stage):
+        super().__init__(stage.host, stage.firmware)
+        self.stage = stage
+        # Wine's number for a connection that is closed while another thread reads.
+        stage.expect_errors(*SESSION_END_ERRORS, "KVMDataRecvThread: recv() failed with error: 10022")
+
+    def power_up(self, peer="echo"):
+        """The mailbox is present; the service isn't started yet. `peer` takes the consoles' bytes from the firmware."""
+        self.stage.use_firmware(kvm=peer, settings={"uVORKVersion": 50})
+        self.firmware = self.stage.firmware
+        self.stage.power_up()
+
+    def boot(self, peer="echo"):
+        """The service started by the SCM, and KVM not yet enabled."""
+        self.power_up(peer)
+        self.stage.start_service()
+
+    def await_end(self, count=1):
+        """Until so many sessions have come to their end, and two seconds later nothing is left of them."""
+        eventually(lambda: self.closes_told() == count, "the firmware to hear of the session's end")
+        eventually(lambda: not self.left_behind(), "agent and files of the session to go")
+
+    def left_behind(self):
+        """What there still is of sessions that have ended."""
+        files = [self.host.working_folder / name for name in ("terminate.txt", "DisplayMgr.log")]
+        return [*self.host.agents(), *(file.name for file in files if file.exists())]
+
+
 @pytest.fixture(scope="session")
 def pc(tmp_path_factory):
     enter_namespace()
@@ -91,3 +132,13 @@ def stage(pc, tmp_path):
         stage.check()
     finally:
         stage.close()
+
+
+@pytest.fixture
+def kvm(stage):
+    try:
+        stage.host.log_on()
+        yield KvmStage(stage)
+    finally:
+        stage.host.log_off()
+        stage.host.set_agent_behaviour(None)

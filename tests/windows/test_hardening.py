@@ -1,4 +1,4 @@
-"""What the linker and the compiler put into the shipped executable."""
+"""What the linker and the compiler put into the shipped executables: the service and its companions."""
 
 import json
 import re
@@ -10,18 +10,28 @@ from harness.wine import windows_folder
 
 SYSTEM_DLLS = {
     "advapi32.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "powrprof.dll", "psapi.dll",
-    "setupapi.dll", "shell32.dll", "user32.dll", "wininet.dll", "wlanapi.dll", "ws2_32.dll",
+    "setupapi.dll", "shell32.dll", "user32.dll", "userenv.dll", "wininet.dll", "wlanapi.dll", "ws2_32.dll", "wtsapi32.dll",
 }
 HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPAT = 0x0020, 0x0040, 0x0100
+# Each with the target that has its sources.
+PROGRAMS = {"ZELService": "zelservice", "ZELKVMApp": "ZELKVMApp", "userconsent": "userconsent"}
 
 
-def objdump(*options):
-    return subprocess.run(["x86_64-w64-mingw32-objdump", *options, windows_folder() / "ZELService.exe"],
-                          capture_output=True, text=True, check=True).stdout
+@pytest.fixture(scope="module", params=PROGRAMS)
+def program(request):
+    return request.param
 
 
 @pytest.fixture(scope="module")
-def headers():
+def objdump(program):
+    def run(*options):
+        return subprocess.run(["x86_64-w64-mingw32-objdump", *options, windows_folder() / f"{program}.exe"],
+                              capture_output=True, text=True, check=True).stdout
+    return run
+
+
+@pytest.fixture(scope="module")
+def headers(objdump):
     return objdump("--private-headers")
 
 
@@ -30,7 +40,7 @@ def test_only_system_dlls_are_imported(headers):
     assert imported and imported <= SYSTEM_DLLS
 
 
-def test_addresses_are_random_and_data_is_not_executable(headers):
+def test_addresses_are_random_and_data_is_not_executable(headers, objdump):
     characteristics = int(re.search(r"DllCharacteristics\s+([0-9a-f]+)", headers)[1], 16)
     wanted = HIGH_ENTROPY_VA | DYNAMIC_BASE | NX_COMPAT
     assert characteristics & wanted == wanted
@@ -39,22 +49,22 @@ def test_addresses_are_random_and_data_is_not_executable(headers):
     assert re.search(r"^\s*\d+ \.reloc", objdump("--section-headers"), re.MULTILINE)
 
 
-def test_no_section_is_both_writable_and_executable():
+def test_no_section_is_both_writable_and_executable(objdump):
     sections = objdump("--section-headers").splitlines()
     flags = [line for line in sections if "ALLOC" in line]
     assert any("CODE" in line for line in flags)
     assert all("READONLY" in line for line in flags if "CODE" in line)
 
 
-def test_the_products_functions_check_their_stacks():
+def test_its_functions_check_their_stacks(objdump):
     """The guard is called from the code, and not only linked."""
     code = objdump("--disassemble", "--no-show-raw-insn")
     assert len(re.findall(r"call\s.*<__stack_chk_fail>", code)) > 20
 
 
-def test_every_source_is_compiled_with_checked_copies():
+def test_every_source_is_compiled_with_checked_copies(program):
     """A copy whose size the compiler knows leaves no trace in the code, so the compiler's command must tell."""
     commands = json.loads((windows_folder() / "compile_commands.json").read_text())
-    product = [entry["command"] for entry in commands if "zelservice.dir" in entry["command"]]
-    assert product
-    assert all("-D_FORTIFY_SOURCE=2" in command and "-O" in command for command in product)
+    own = [entry["command"] for entry in commands if f"/{PROGRAMS[program]}.dir/" in entry["command"]]
+    assert own
+    assert all("-D_FORTIFY_SOURCE=2" in command and "-O" in command for command in own)

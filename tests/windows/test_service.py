@@ -152,5 +152,6 @@ def test_the_service_starts_again_after_a_stop(stage):
     stage.host.await_state(RUNNING)
     stage.host.await_log("Calling HTTPS Socket Accept", count=2)
     assert stage.console.identify()["ProductVendor"] == "Tarvix"
+    stage.firmware.await_request("WriteCloseSocketcmd")
     assert stage.host.stop_service() == 0
     assert states(stage) == [1, 2, 1, 2]

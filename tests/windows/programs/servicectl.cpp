@@ -6,11 +6,37 @@
 //     query NAME             state, exit code of the service, accepted controls
 //     wait NAME STATE MS     until it is in that state
 //     exit NAME MS           until its process has ended; its exit code
+//     footprint NAME         how many handles and threads its process has
 #include "tests/windows/programs/LineServer.h"
+
+#include <tlhelp32.h>
+#include <winternl.h>
+
+#include <algorithm>
+#include <memory>
+#include <span>
 
 #include "service/Handles.h"
 
 namespace {
+
+// SystemExtendedHandleInformation and what it gives: every handle of every process. The call that counts
+// those of one process is a stub under Wine.
+constexpr auto kAllHandles = static_cast<SYSTEM_INFORMATION_CLASS>(64);
+constexpr size_t kMostHandles = 100'000;
+struct HandleEntry {
+    void* object;
+    ULONG_PTR processId;
+    ULONG_PTR handle;
+    ULONG access;
+    USHORT index, type;
+    ULONG attributes, reserved;
+};
+struct HandleList {
+    ULONG_PTR count;
+    ULONG_PTR reserved;
+    HandleEntry entries[kMostHandles];
+};
 
 struct ServiceHandleTraits {
     using Value = SC_HANDLE;
@@ -85,9 +111,47 @@ Answer Exit(const Words& words) {
     return Answer().Number("error", waited == WAIT_FAILED ? GetLastError() : waited).Number("exitCode", code);
 }
 
+// All but the events: the C++ run-time makes one for each lock at the first time that somebody has to wait
+// for it.
+long long CountHandles(DWORD process) {
+    const UniqueHandle event(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    const auto list = std::make_unique<HandleList>();
+    ULONG size = 0;
+    if (!event || NtQuerySystemInformation(kAllHandles, list.get(), sizeof *list, &size) != 0)
+        throw std::runtime_error("the handles can't be listed");
+    const std::span entries(list->entries, list->count);
+    const auto own = std::ranges::find_if(entries, [&](const HandleEntry& entry) {
+        return entry.processId == GetCurrentProcessId() &&
+               entry.handle == reinterpret_cast<ULONG_PTR>(event.Get());
+    });
+    if (own == entries.end()) throw std::runtime_error("the list lacks a handle");
+    return std::ranges::count_if(entries, [&](const HandleEntry& entry) {
+        return entry.processId == process && entry.type != own->type;
+    });
+}
+
+long long CountThreads(DWORD process) {
+    const UniqueFileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    long long count = 0;
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Thread32First(snapshot.Get(), &entry); more; more = Thread32Next(snapshot.Get(), &entry))
+        count += entry.th32OwnerProcessID == process;
+    return count;
+}
+
+Answer Footprint(const Words& words) {
+    const DWORD process = Status(words.at(0)).dwProcessId;
+    return Answer().Number("handles", CountHandles(process)).Number("threads", CountThreads(process));
+}
+
 }  // namespace
 
 int main() {
-    return ServeLines(
-        {{"start", Start}, {"control", Control}, {"query", Query}, {"wait", Wait}, {"exit", Exit}});
+    return ServeLines({{"start", Start},
+                       {"control", Control},
+                       {"query", Query},
+                       {"wait", Wait},
+                       {"exit", Exit},
+                       {"footprint", Footprint}});
 }
