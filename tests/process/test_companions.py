@@ -175,14 +175,19 @@ def test_the_client_refuses_other_arguments(pc, arguments):
 # --- the consent client with somebody at it ---
 
 
+def await_question(client, seconds):
+    """Until the terminal shows it."""
+    line = ""
+    while f"Type yes or no within {seconds} seconds." not in line:
+        line = client.stdout.readline()
+        assert line, "the question to be put"
+
+
 @pytest.mark.parametrize("typed, words", [("yes\n", b"Consent_yes"), (" N\n", b"Consent_no"), ("what?\n\nYes\n", b"Consent_yes")])
 def test_the_person_is_asked_and_the_answer_is_sent(pc, typed, words):
     client = pc.consent_terminal()
     asking = Asking(pc, kind=2, timeout=60).ask()
-    line = ""
-    while "Type yes or no within 60 seconds." not in line:
-        line = client.stdout.readline()
-        assert line, "the question to be put"
+    await_question(client, 60)
     client.stdin.write(typed)
     client.stdin.flush()
     assert asking.read() == words
@@ -192,6 +197,7 @@ def test_the_person_is_asked_and_the_answer_is_sent(pc, typed, words):
 def test_what_was_typed_before_the_question_is_no_answer(pc):
     client = pc.consent_terminal("--serve")
     asking = Asking(pc).ask()
+    await_question(client, 30)
     client.stdin.write("yes\nyes\n")
     client.stdin.flush()
     assert asking.read() == b"Consent_yes"

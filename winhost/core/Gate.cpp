@@ -56,8 +56,9 @@ void Gate::Hold(const char* call) const {
 }
 
 bool Gate::FailsForNobody(const std::string& call) {
-    static const std::set<std::string> calls = {"closesocket", "ReleaseMutex", "ResetEvent",
-                                                "SetEvent",    "VariantClear", "WaitForSingleObject"};
+    static const std::set<std::string> calls = {"CloseHandle",        "closesocket", "ReleaseMutex",
+                                                "ResetEvent",         "SetEvent",    "VariantClear",
+                                                "WaitForSingleObject"};
     return calls.count(call) != 0;
 }
 
