@@ -53,13 +53,15 @@ if(ZEL_TESTS)
     enable_testing()
     find_package(GTest REQUIRED)
     include(GoogleTest)
-    # The code under test is optimised and watched for undefined behaviour, the tests need not be. All of them share
-    # one set of precompiled headers.
+    # The code under test is optimised and watched for undefined behaviour, the tests need not be. In the sanitized
+    # builds all of them share one set of precompiled headers and are compiled several files at a time.
     set(TEST_OPTIONS -O0 -g0 -fno-sanitize=undefined)
     file(GLOB sources CONFIGURE_DEPENDS tests/support/*.cpp)
     add_library(testsupport STATIC ${sources})
     target_link_libraries(testsupport PUBLIC zelservice mpm GTest::gtest)
     target_compile_options(testsupport PRIVATE ${TEST_OPTIONS})
+    # Tests read the log again and again.
+    set_source_files_properties(tests/support/ServiceLog.cpp PROPERTIES COMPILE_OPTIONS -O1 SKIP_PRECOMPILE_HEADERS ON)
     precompile(testsupport ${STANDARD_HEADERS} <gmock/gmock.h> <gtest/gtest.h>)
     # One executable for each folder of unit tests; each test runs in a process of its own.
     function(add_unit_tests name folder)
@@ -70,6 +72,7 @@ if(ZEL_TESTS)
             target_compile_options(${name} PRIVATE ${TEST_OPTIONS})
             if(CMAKE_BUILD_TYPE STREQUAL "Sanitized")
                 target_precompile_headers(${name} REUSE_FROM testsupport)
+                set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
             endif()
             gtest_discover_tests(${name} PROPERTIES TIMEOUT 60 DISCOVERY_TIMEOUT 30)
         endif()

@@ -18,23 +18,23 @@
 
 namespace {
 
-constexpr char kPath[] = "C:\\Logs\\zel.log";
-constexpr char kFolder[] = "C:\\Logs";
-constexpr uint64_t kLimit = 0xA00000;
+constexpr char kLoggerPath[] = "C:\\Logs\\zel.log";
+constexpr char kLoggerFolder[] = "C:\\Logs";
+constexpr uint64_t kLoggerLimit = 0xA00000;
 
 class Logger : public PcFixture {
   protected:
     void SetUp() override {
         PcFixture::SetUp();
-        std::filesystem::create_directories(HostPath(kFolder));
-        ASSERT_TRUE(logger.OpenLog("zel", kPath, kFolder, kLimit, ZELLogger::kOneBackup));
+        std::filesystem::create_directories(HostPath(kLoggerFolder));
+        ASSERT_TRUE(logger.OpenLog("zel", kLoggerPath, kLoggerFolder, kLoggerLimit, ZELLogger::kOneBackup));
     }
 
-    std::string Content(const std::string& path = kPath) {
+    std::string Content(const std::string& path = kLoggerPath) {
         std::ifstream stream(HostPath(path), std::ios::binary);
         return {std::istreambuf_iterator<char>(stream), {}};
     }
-    std::vector<LogLine> Lines(const std::string& path = kPath) { return ReadLog(HostPath(path)); }
+    std::vector<LogLine> Lines(const std::string& path = kLoggerPath) { return ReadLog(HostPath(path)); }
 
     ZELLogger logger;
 };
@@ -132,7 +132,7 @@ TEST_F(Logger, EveryLineIsOnDiskWhenItsCallReturns) {
 TEST_F(Logger, ANewRunAppends) {
     logger.LogInfo("ZELService", "first");
     logger.CloseLog();
-    ASSERT_TRUE(logger.OpenLog("zel", kPath, kFolder, kLimit, ZELLogger::kOneBackup));
+    ASSERT_TRUE(logger.OpenLog("zel", kLoggerPath, kLoggerFolder, kLoggerLimit, ZELLogger::kOneBackup));
     logger.LogInfo("ZELService", "second");
     ASSERT_EQ(Lines().size(), 2u);
     EXPECT_EQ(Lines()[0].message, "first");
@@ -158,7 +158,8 @@ TEST_F(Logger, TellsTheDebuggerWhichFileIsOpen) {
 
 TEST_F(Logger, AFileThatCannotBeOpenedLeavesTheLogClosed) {
     ZELLogger other;
-    EXPECT_FALSE(other.OpenLog("zel", "C:\\Absent\\zel.log", "C:\\Absent", kLimit, ZELLogger::kOneBackup));
+    EXPECT_FALSE(
+        other.OpenLog("zel", "C:\\Absent\\zel.log", "C:\\Absent", kLoggerLimit, ZELLogger::kOneBackup));
     EXPECT_EQ(Pc().DebugTexts().back(), "ERROR: Unable to open log file: C:\\Absent\\zel.log\n");
     other.LogInfo("ZELService", "dropped");
     EXPECT_FALSE(std::filesystem::exists(HostPath("C:\\Absent")));
