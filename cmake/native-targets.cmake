@@ -61,7 +61,8 @@ if(ZEL_TESTS)
     target_link_libraries(testsupport PUBLIC zelservice mpm GTest::gtest)
     target_compile_options(testsupport PRIVATE ${TEST_OPTIONS})
     # Tests read the log again and again.
-    set_source_files_properties(tests/support/ServiceLog.cpp PROPERTIES COMPILE_OPTIONS -O1 SKIP_PRECOMPILE_HEADERS ON)
+    set_source_files_properties(tests/support/ServiceLog.cpp tests/support/ServiceFixture.cpp
+        PROPERTIES COMPILE_OPTIONS -O1 SKIP_PRECOMPILE_HEADERS ON)
     precompile(testsupport ${STANDARD_HEADERS} <gmock/gmock.h> <gtest/gtest.h>)
     # One executable for each folder of unit tests; each test runs in a process of its own.
     function(add_unit_tests name folder)
