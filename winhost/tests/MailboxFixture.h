@@ -79,3 +79,10 @@ class MailboxFixture : public PcFixture {
   private:
     std::vector<HANDLE> m_opened;
 };
+
+// With one handle open, and the firmware at its other end.
+class MailboxRequestTest : public MailboxFixture {
+  protected:
+    const HANDLE m_device = Open();
+    LinkPeer::Connection m_firmware = m_peer->Accept();
+};
