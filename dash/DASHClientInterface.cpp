@@ -9,7 +9,6 @@
 
 namespace {
 constexpr DWORD kListenRetryMilliseconds = 5000;
-constexpr uint16_t kPeerMarker = 0xFFFF;
 }  // namespace
 
 void DASHClientInterface::HandleDASHClientThread() {

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr uint16_t kKvmPort = 22;
-
 std::string Dotted(uint32_t address) {
     char text[16];
     std::snprintf(text, sizeof text, "%d.%d.%d.%d", address & 0xFF, address >> 8 & 0xFF, address >> 16 & 0xFF,

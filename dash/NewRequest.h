@@ -3,6 +3,12 @@
 
 #include <cstdint>
 
+// The port of remote KVM; the log calls its socket the SSH socket.
+inline constexpr uint16_t kKvmPort = 22;
+
+// What a record that names a peer is marked with.
+inline constexpr uint16_t kPeerMarker = 0xFFFF;
+
 // Puts the connection into the primary address record and sends the record. The peer's address and port are
 // in network byte order, as sockaddr_in has them; localPort is in host order. The mailbox request's error
 // code. Any thread.

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "kvm/KVMPort.h"
+#include "dash/NewRequest.h"
 #include "service/Log.h"
 #include "service/ZELService.h"
 

@@ -2,7 +2,6 @@
 #include <exception>
 
 #include "dash/NewRequest.h"
-#include "kvm/KVMPort.h"
 #include "kvm/KVMSessionControl.h"
 #include "service/Log.h"
 #include "service/ZELService.h"
@@ -12,7 +11,6 @@ namespace {
 constexpr const char* kName = "RunServerKVMThread";
 constexpr DWORD kClosingPoll = 500;  // milliseconds
 constexpr DWORD kListenRetry = 5000;
-constexpr uint16_t kPeerMarker = 0xFFFF;
 
 }  // namespace
 
