@@ -16,7 +16,8 @@ import tempfile
 import time
 
 from harness.firmware import Firmware
-from harness.native import RUNNING, NativeHost
+from harness.host import RUNNING
+from harness.native import NativeHost
 from harness.ports import free_port
 from harness.processes import REPOSITORY, Process
 from harness.waiting import eventually

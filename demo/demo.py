@@ -14,7 +14,8 @@ import threading
 from dash import identify, power_off, second_client_waits, show_host
 from harness.console import Console
 from harness.firmware import Firmware
-from harness.native import RUNNING, NativeHost
+from harness.host import RUNNING
+from harness.native import NativeHost
 from kvm import remote_kvm, serve_by_hand
 from story import FirmwareLines, Follower, Story, service_line
 

@@ -5,7 +5,7 @@ import pathlib
 import subprocess
 
 from .lines import LineProgram
-from .native import INSTALLATION
+from .host import INSTALLATION
 from .processes import Process, build_folder, with_owner
 
 CONSENT_PIPE = "userconsentfeature"

@@ -1,21 +1,16 @@
 """The native service as a process, with a simulated PC around it."""
 
-import collections
 import json
 import pathlib
 import subprocess
 
+from .host import INSTALLATION, Footprint, Host
 from .ports import free_port
 from .processes import Process, build_folder, end_all_with
 from .waiting import eventually
 
-INSTALLATION = "C:\\Program Files\\Tarvix\\"
-STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
 
-Footprint = collections.namedtuple("Footprint", "handles threads kilobytes")
-
-
-class NativeHost:
+class NativeHost(Host):
     """A PC on which the service is installed, in a `network` (OwnNetwork) or in the test's own. `changes` go over its
     description (docs/pc-description.md)."""
 
@@ -62,12 +57,6 @@ class NativeHost:
             **changes,
         }
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
-
     # --- the programs beside the service ---
 
     @property
@@ -87,10 +76,6 @@ class NativeHost:
     def agents(self):
         """The ids of the agents that run."""
         return [process["pid"] for process in json.loads(self.ctl("processes", "--json")) if process["name"] == self._agent.name]
-
-    def agent_log(self):
-        path = self.working_folder / "DisplayMgr.log"
-        return path.read_text() if path.exists() else ""
 
     def launches(self):
         """The programs that the service has started on the desktop, oldest first."""
@@ -174,18 +159,6 @@ class NativeHost:
 
     def wait(self, patience=20.0):
         return self._process.wait(patience)
-
-    def log_path(self):
-        return self.working_folder / "zel.log"
-
-    def log_text(self):
-        return self.log_path().read_text(errors="replace") if self.log_path().exists() else ""
-
-    def await_log(self, text, count=1, patience=20.0):
-        eventually(lambda: self.log_text().count(text) >= count, f"{text!r} in the log", patience)
-
-    def error_lines(self):
-        return [line for line in self.log_text().splitlines() if "] ERROR: " in line]
 
     def close(self):
         self.kill()

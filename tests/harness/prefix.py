@@ -7,6 +7,7 @@ import shutil
 import signal
 import subprocess
 
+from .host import INSTALLATION
 from .processes import REPOSITORY, with_owner
 from .waiting import eventually
 
@@ -16,7 +17,6 @@ PREPARED = REPOSITORY / "build" / "wine"
 # What a killed test run leaves ends by itself this many seconds after its last program.
 LINGER = 5
 
-INSTALLATION = "C:\\Program Files\\Tarvix\\"
 SERVICE = "ZELService"
 DRIVER = "mpmbox"
 INTERFACE = "{70a9067b-708f-443c-84ba-bc391fdbf72b}"

@@ -4,20 +4,16 @@ The session lives in a network of its own (enter_namespace), where the service's
 copy of a prefix that is prepared once and kept under build/wine.
 """
 
-import collections
 import os
 import pathlib
 import shutil
 
+from .host import INSTALLATION, RUNNING, STOPPED, Footprint, Host
 from .namespace import enter_namespace, entry_command
 from .lines import LineProgram
-from .prefix import DRIVER, INSTALLATION, INSTALLATION_KEY, SERVICE, WINE, Session, copy_prefix, prepare
+from .prefix import DRIVER, INSTALLATION_KEY, SERVICE, WINE, Session, copy_prefix, prepare
 from .processes import REPOSITORY, Process
 from .waiting import eventually
-
-STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
-
-Footprint = collections.namedtuple("Footprint", "handles threads")
 
 
 def windows_folder():
@@ -25,7 +21,7 @@ def windows_folder():
     return pathlib.Path(os.environ.get("ZEL_WINDOWS_BUILD", REPOSITORY / "build" / "windows"))
 
 
-class WineHost:
+class WineHost(Host):
     """A PC on which driver and service are installed. `mailbox` is the TCP address of mpmsim, "127.0.0.1:port". What
     NativeHost offers means the same here."""
 
@@ -47,12 +43,6 @@ class WineHost:
         self._process = None
         self._logon = None
         self._consent_clients = 0
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
 
     @property
     def entry(self):
@@ -179,10 +169,6 @@ class WineHost:
         """The agents that run: the words of their command lines by process id."""
         return self.session.programs("ZELKVMApp.exe")
 
-    def agent_log(self):
-        path = self.working_folder / "DisplayMgr.log"
-        return path.read_text() if path.exists() else ""
-
     def consent_client(self, *arguments):
         """The program that asks the person at this PC, without anybody at its terminal."""
         self._consent_clients += 1
@@ -257,18 +243,6 @@ class WineHost:
             self._process = None
 
     # --- the log ---
-
-    def log_path(self):
-        return self.working_folder / "zel.log"
-
-    def log_text(self):
-        return self.log_path().read_text(errors="replace") if self.log_path().exists() else ""
-
-    def await_log(self, text, count=1, patience=20.0):
-        eventually(lambda: self.log_text().count(text) >= count, f"{text!r} in the log", patience)
-
-    def error_lines(self):
-        return [line for line in self.log_text().splitlines() if "] ERROR: " in line]
 
     def forget_log(self):
         """Begins with an empty working folder again; the service must not run."""

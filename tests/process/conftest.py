@@ -7,7 +7,8 @@ import pytest
 from harness.console import Console
 from harness.firmware import Firmware
 from harness.kvm import SESSION_END_ERRORS, RemoteKvm
-from harness.native import RUNNING, NativeHost
+from harness.host import RUNNING
+from harness.native import NativeHost
 from harness.waiting import eventually
 
 

@@ -2,7 +2,7 @@
 
 import json
 
-from harness.native import INSTALLATION, RUNNING, STOPPED
+from harness.host import INSTALLATION, RUNNING, STOPPED
 from harness.waiting import eventually
 
 

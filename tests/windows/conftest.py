@@ -6,7 +6,8 @@ from harness.console import Console
 from harness.firmware import Firmware
 from harness.kvm import SESSION_END_ERRORS, RemoteKvm
 from harness.waiting import eventually
-from harness.wine import DRIVER, RUNNING, STOPPED, WineHost, enter_namespace
+from harness.host import RUNNING, STOPPED
+from harness.wine import DRIVER, WineHost, enter_namespace
 
 MAILBOX = "tcp:127.0.0.1:6640"
 

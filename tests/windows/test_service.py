@@ -4,7 +4,7 @@ import pytest
 
 from harness.console import closed_by_peer
 from harness.waiting import eventually
-from harness.wine import INSTALLATION, RUNNING, STOPPED
+from harness.host import INSTALLATION, RUNNING, STOPPED
 
 
 def states(stage):

@@ -1,0 +1,37 @@
+"""What both kinds of host have in common: a service installed on a PC, with its working folder and its log."""
+
+import collections
+
+from .waiting import eventually
+
+INSTALLATION = "C:\\Program Files\\Tarvix\\"
+STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
+
+# What the service's process holds at one moment. Under Wine events don't count as handles, and the memory isn't known.
+Footprint = collections.namedtuple("Footprint", "handles threads kilobytes", defaults=[None])
+
+
+class Host:
+    """Its heirs set `working_folder`, and end all that runs in close()."""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def log_path(self):
+        return self.working_folder / "zel.log"
+
+    def log_text(self):
+        return self.log_path().read_text(errors="replace") if self.log_path().exists() else ""
+
+    def await_log(self, text, count=1, patience=20.0):
+        eventually(lambda: self.log_text().count(text) >= count, f"{text!r} in the log", patience)
+
+    def error_lines(self):
+        return [line for line in self.log_text().splitlines() if "] ERROR: " in line]
+
+    def agent_log(self):
+        path = self.working_folder / "DisplayMgr.log"
+        return path.read_text() if path.exists() else ""
