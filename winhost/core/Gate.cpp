@@ -21,6 +21,7 @@ void Gate::Reset() {
     m_armed = false;
     m_failures = 0;
     m_rules.clear();
+    m_judge.reset();
     m_delays.clear();
     for (GateSite* site : m_sites)
         site->m_calls = 0;
@@ -29,6 +30,12 @@ void Gate::Reset() {
 void Gate::FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver) {
     std::lock_guard lock(m_mutex);
     m_rules.push_back({call, n, error, forEver});
+    m_armed = true;
+}
+
+void Gate::Ask(Judge judge) {
+    std::lock_guard lock(m_mutex);
+    m_judge = std::make_shared<const Judge>(std::move(judge));
     m_armed = true;
 }
 
@@ -70,7 +77,19 @@ std::set<std::string> Gate::Called() const {
     return names;
 }
 
-uint32_t Gate::ErrorFor(const char* call) {
+uint32_t Gate::ErrorFor(const char* call, const void* caller) {
+    std::shared_ptr<const Judge> judge;
+    {
+        std::lock_guard lock(m_mutex);
+        judge = m_judge;
+    }
+    uint32_t error = judge ? (*judge)(call, caller) : 0;
+    if (error == 0) error = ErrorByRule(call);
+    if (error != 0) ++m_failures;
+    return error;
+}
+
+uint32_t Gate::ErrorByRule(const char* call) {
     std::lock_guard lock(m_mutex);
     uint32_t error = 0;
     for (Rule& rule : m_rules) {
@@ -80,7 +99,6 @@ uint32_t Gate::ErrorFor(const char* call) {
         if (rule.forEver) rule.callsLeft = 1;
         if (error == 0) error = rule.error;
     }
-    if (error != 0) ++m_failures;
     return error;
 }
 

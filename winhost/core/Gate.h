@@ -10,7 +10,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -29,6 +31,10 @@ class Gate {
     // The Nth call from now (1 is the next) fails with `error`; with `forEver` all after it too. An empty
     // name counts every call but those that fail for nobody.
     void FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver = false);
+    // Asks `judge` at each call that can fail, on the calling thread, with the place in the code that made
+    // the call: what it answers is the error, 0 is none. Until the next Reset; several threads ask at a time.
+    using Judge = std::function<uint32_t(const char* call, const void* caller)>;
+    void Ask(Judge judge);
     // Whether this call succeeds for everybody who owns what he gives it: to fail it is no fault of the
     // platform's but of the test's.
     static bool FailsForNobody(const std::string& call);
@@ -53,13 +59,15 @@ class Gate {
     Gate() = default;
     void Add(GateSite& site);
     void Hold(const char* call) const;
-    uint32_t ErrorFor(const char* call);
+    uint32_t ErrorFor(const char* call, const void* caller);
+    uint32_t ErrorByRule(const char* call);
 
     std::atomic<bool> m_armed{false};
     std::atomic<uint64_t> m_failures{0};
     mutable std::mutex m_mutex;
     std::vector<GateSite*> m_sites;
     std::vector<Rule> m_rules;
+    std::shared_ptr<const Judge> m_judge;
     std::map<std::string, std::chrono::milliseconds> m_delays;
 };
 
@@ -68,9 +76,9 @@ class GateSite {
   public:
     explicit GateSite(const char* name);
     // 0, or the error with which this call has to fail.
-    uint32_t Enter() {
+    uint32_t Enter(const void* caller) {
         Pass();
-        return m_gate.m_armed.load(std::memory_order_acquire) ? m_gate.ErrorFor(m_name) : 0;
+        return m_gate.m_armed.load(std::memory_order_acquire) ? m_gate.ErrorFor(m_name, caller) : 0;
     }
     void Pass() {
         m_calls.fetch_add(1, std::memory_order_relaxed);
@@ -86,19 +94,19 @@ class GateSite {
 
 }  // namespace winhost
 
-#define WINHOST_GATE(name, failure)            \
-    do {                                       \
-        static ::winhost::GateSite site(name); \
-        if (uint32_t error = site.Enter()) {   \
-            SetLastError(error);               \
-            return failure;                    \
-        }                                      \
+#define WINHOST_GATE(name, failure)                                     \
+    do {                                                                \
+        static ::winhost::GateSite site(name);                          \
+        if (uint32_t error = site.Enter(__builtin_return_address(0))) { \
+            SetLastError(error);                                        \
+            return failure;                                             \
+        }                                                               \
     } while (false)
 
-#define WINHOST_GATE_CODE(name)                                \
-    do {                                                       \
-        static ::winhost::GateSite site(name);                 \
-        if (uint32_t error = site.Enter()) return (LONG)error; \
+#define WINHOST_GATE_CODE(name)                                                           \
+    do {                                                                                  \
+        static ::winhost::GateSite site(name);                                            \
+        if (uint32_t error = site.Enter(__builtin_return_address(0))) return (LONG)error; \
     } while (false)
 
 #define WINHOST_GATE_PASS(name)                \

@@ -2,6 +2,10 @@
 
 #include <windows.h>
 
+#include <set>
+#include <string>
+#include <vector>
+
 #include "winhost/core/Gate.h"
 
 using winhost::Gate;
@@ -11,7 +15,7 @@ namespace {
 class GateTest : public testing::Test {
   protected:
     GateTest() { m_gate.Reset(); }
-    bool SetEventSucceeds() { return SetEvent(m_event); }
+    [[gnu::noinline]] bool SetEventSucceeds() { return SetEvent(m_event) != FALSE; }
     Gate& m_gate = Gate::Instance();
     const HANDLE m_event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
 };
@@ -51,6 +55,28 @@ TEST_F(GateTest, FailsTheNthCallOfAnyName) {
     m_gate.FailNth("", 2, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_NE(CreateEventA(nullptr, TRUE, FALSE, nullptr), nullptr);
     EXPECT_EQ(CreateEventA(nullptr, TRUE, FALSE, nullptr), nullptr);
+}
+
+TEST_F(GateTest, AsksItsJudgeAtEachCallThatCanFail) {
+    std::vector<std::string> calls;
+    std::set<const void*> places;
+    m_gate.Ask([&](const char* call, const void* caller) -> uint32_t {
+        calls.push_back(call);
+        places.insert(caller);
+        return calls.size() == 2 ? ERROR_NOT_ENOUGH_MEMORY : 0;
+    });
+    EXPECT_TRUE(SetEvent(m_event));
+    EXPECT_EQ(CreateEventA(nullptr, TRUE, FALSE, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_NE(GetCurrentThreadId(), 0u) << "can't fail";
+    EXPECT_TRUE(SetEventSucceeds());
+    EXPECT_TRUE(SetEventSucceeds());
+    EXPECT_EQ(calls, (std::vector<std::string>{"SetEvent", "CreateEventA", "SetEvent", "SetEvent"}));
+    EXPECT_EQ(places.size(), 3u) << "two of them from the same place";
+    EXPECT_EQ(m_gate.Failures(), 1u);
+    m_gate.Reset();
+    EXPECT_TRUE(SetEventSucceeds());
+    EXPECT_EQ(calls.size(), 4u);
 }
 
 TEST_F(GateTest, PassesOverCallsThatCannotFail) {

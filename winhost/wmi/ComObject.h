@@ -98,8 +98,8 @@ class Com {
 
 }  // namespace winhost
 
-#define WINHOST_GATE_HRESULT(name)                                             \
-    do {                                                                       \
-        static ::winhost::GateSite site(name);                                 \
-        if (uint32_t error = site.Enter()) return ::winhost::AsFailure(error); \
+#define WINHOST_GATE_HRESULT(name)                                                                        \
+    do {                                                                                                  \
+        static ::winhost::GateSite site(name);                                                            \
+        if (uint32_t error = site.Enter(__builtin_return_address(0))) return ::winhost::AsFailure(error); \
     } while (false)
