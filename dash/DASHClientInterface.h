@@ -93,10 +93,11 @@ class DASHClientInterface {
     DetachedThreads m_resetThreads;
     std::atomic<uint8_t> m_bEnded{0};
 
-    // The connection: one for the whole process. Lock order: sendMutex, then socketMutex.
+    // The connection: one for the whole process. Lock order: sendMutex, socketMutex, receiveMutex.
     static inline ErrorCheckingMutex socketMutex;
     static inline std::condition_variable_any socketCondition;
     static inline std::atomic<SOCKET> acceptSocket{INVALID_SOCKET};
+    static inline std::mutex receiveMutex;  // held for one recv(), which doesn't block
     static inline std::mutex sendMutex;
     static inline std::condition_variable sendCondition;
     static inline std::unique_ptr<char[]> Sendbuffer;

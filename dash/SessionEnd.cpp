@@ -85,7 +85,12 @@ void DASHClientInterface::CloseSocketInZEL() {
         m_bStopSession = 1;
         LogInfo("Closing accept socket with address: %I64x", socket);
         shutdown(socket, SD_SEND);
-        const int error = closesocket(socket) == 0 ? 0 : WSAGetLastError();
+        int error = 0;
+        {
+            // A recv() that is under way must not meet the handle as that of the next connection.
+            std::lock_guard receiving(receiveMutex);
+            if (closesocket(socket) != 0) error = WSAGetLastError();
+        }
         socketCondition.notify_all();
         if (error) {
             LogError("closesocket() API failed with error: %d", error);

@@ -16,14 +16,18 @@ void DASHClientInterface::DataRecvThread() {
 
 // False when the connection has come to its end. `socket` becomes the session's as it is now.
 bool DASHClientInterface::ReceiveOnce(SOCKET& socket) {
-    socket = acceptSocket;
-    if (socket == INVALID_SOCKET) {
-        LogInfo("preventing recv() to avoid multi-threading issues.");
-        return false;
+    int received = 0, error = 0;
+    {
+        std::lock_guard lock(receiveMutex);
+        socket = acceptSocket;
+        if (socket == INVALID_SOCKET) {
+            LogInfo("preventing recv() to avoid multi-threading issues.");
+            return false;
+        }
+        WSASetLastError(0);  // so that the error below is this recv()'s and not that of an earlier, empty one
+        received = recv(socket, m_recvBuffer.data(), kReceiveSize, 0);
+        error = WSAGetLastError();
     }
-    WSASetLastError(0);  // so that the error below is this recv()'s and not that of an earlier, empty one
-    const int received = recv(socket, m_recvBuffer.data(), kReceiveSize, 0);
-    const int error = WSAGetLastError();
     if (received > 0) {
         NoteActivity();
         LogInfo("recv() success. DASH packet received by socket server of size: %d, Socket address: %I64x",

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "service/ZELLogger.h"
+#include "winhost/core/HandleTable.h"
 
 namespace {
 
@@ -29,6 +30,7 @@ void ServiceFixture::TearDown() {
     ZELLogger::Instance()->CloseLog();
     service.reset();
     CheckErrors();
+    EXPECT_EQ(winhost::HandleTable::Instance().StaleCloses(), 0u) << "a handle was closed twice";
     PcFixture::TearDown();
 }
 

@@ -20,7 +20,7 @@ bool HandleTable::Decode(HANDLE handle, Place& place) {
     if (value >> (kSlotBits + kUseBits)) return false;
     place = {static_cast<uint32_t>(value) & ((1u << kSlotBits) - 1),
              static_cast<uint32_t>(value >> kSlotBits)};
-    return true;
+    return place.use != 0;
 }
 
 HandleTable::Slot* HandleTable::Locate(Shard& shard, Place place) {
@@ -54,6 +54,7 @@ std::shared_ptr<Object> HandleTable::Find(HANDLE handle) {
     Shard& shard = m_shards[place.slot % kShards];
     std::lock_guard lock(shard.mutex);
     const Slot* slot = Locate(shard, place);
+    if (!slot) ++m_staleUses;
     return slot ? slot->object : nullptr;
 }
 
@@ -65,9 +66,10 @@ bool HandleTable::CloseIf(HANDLE handle, bool (*matches)(const Object&)) {
         Shard& shard = m_shards[place.slot % kShards];
         std::lock_guard lock(shard.mutex);
         Slot* slot = Locate(shard, place);
+        if (!slot) ++m_staleCloses;
         if (!slot || !matches(*slot->object)) return false;
         object = std::move(slot->object);
-        // Use 0 is left out, so that no handle is 0.
+        // Use 0 is left out: a handle that has it was never made.
         slot->uses = slot->uses % ((1u << kUseBits) - 1) + 1;
         shard.free.push_back(place.slot / kShards);
     }

@@ -53,6 +53,10 @@ class HandleTable {
 
     // Handles that are open, so that a test can see a leak.
     size_t Size() const { return m_size; }
+    // How often a handle was used, or closed, that had been closed before. On Windows its number may be
+    // another object's by then.
+    size_t StaleUses() const { return m_staleUses; }
+    size_t StaleCloses() const { return m_staleCloses; }
 
   private:
     struct Slot {
@@ -82,6 +86,8 @@ class HandleTable {
     std::array<Shard, kShards> m_shards;
     std::atomic<uint32_t> m_nextShard{0};
     std::atomic<size_t> m_size{0};
+    std::atomic<size_t> m_staleUses{0};
+    std::atomic<size_t> m_staleCloses{0};
 };
 
 }  // namespace winhost

@@ -48,6 +48,21 @@ TEST(Handles, AStaleOneDoesNotMeetTheNextObject) {
     }
 }
 
+TEST(Handles, AreCountedWhenTheyAreUsedOrClosedAfterTheirClose) {
+    const auto& table = winhost::HandleTable::Instance();
+    const HANDLE event = NewEvent();
+    CloseHandle(event);
+    EXPECT_EQ(table.StaleUses() + table.StaleCloses(), 0u);
+    SetEvent(event);
+    EXPECT_EQ(table.StaleUses(), 1u);
+    CloseHandle(event);
+    EXPECT_EQ(table.StaleCloses(), 1u);
+    // None that was there once.
+    SetEvent(nullptr);
+    CloseHandle(nullptr);
+    EXPECT_EQ(table.StaleUses() + table.StaleCloses(), 2u);
+}
+
 TEST(Handles, ThatWereNeverMadeAreInvalid) {
     for (const intptr_t value : {0, 4, 0x7FFFFFFC, -3, -8}) {
         EXPECT_FALSE(SetEvent(Pseudo(value))) << value;

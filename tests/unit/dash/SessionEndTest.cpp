@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/unit/dash/DashFixture.h"
+#include "winhost/core/HandleTable.h"
 
 namespace {
 
@@ -176,6 +177,20 @@ TEST_F(SessionEnd, TheFirmwareClosesWithCommand41AndIsNotToldBack) {
          "Closing accept socket with address: ", "CloseSocketInZEL: CloseSocket, After sock close",
          "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit"});
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
+}
+
+// By then the number may be that of the next console's socket.
+TEST_F(SessionEnd, NothingIsReceivedThroughAHandleThatWasClosedMeanwhile) {
+    Start(50);
+    const ConsoleClient client = Connect();
+    AwaitSessions(1);
+    Gate().Delay("recv", 20ms);
+    const uint64_t received = Gate().Count("recv");
+    ASSERT_TRUE(Eventually([&] { return Gate().Count("recv") > received; }));
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    AwaitLog("DataRecvThread: exit");
+    EXPECT_EQ(LogCount("recv() failed"), 0u);
+    EXPECT_EQ(winhost::HandleTable::Instance().StaleUses(), 0u);
 }
 
 TEST_F(SessionEnd, Command41WithoutASessionOnlySaysSo) {
