@@ -50,17 +50,18 @@ TEST(Handles, AStaleOneDoesNotMeetTheNextObject) {
 
 TEST(Handles, AreCountedWhenTheyAreUsedOrClosedAfterTheirClose) {
     const auto& table = winhost::HandleTable::Instance();
+    const size_t uses = table.StaleUses(), closes = table.StaleCloses();
     const HANDLE event = NewEvent();
     CloseHandle(event);
-    EXPECT_EQ(table.StaleUses() + table.StaleCloses(), 0u);
-    SetEvent(event);
-    EXPECT_EQ(table.StaleUses(), 1u);
-    CloseHandle(event);
-    EXPECT_EQ(table.StaleCloses(), 1u);
     // None that was there once.
     SetEvent(nullptr);
     CloseHandle(nullptr);
-    EXPECT_EQ(table.StaleUses() + table.StaleCloses(), 2u);
+    EXPECT_EQ(table.StaleUses(), uses);
+    EXPECT_EQ(table.StaleCloses(), closes);
+    SetEvent(event);
+    EXPECT_EQ(table.StaleUses(), uses + 1);
+    CloseHandle(event);
+    EXPECT_EQ(table.StaleCloses(), closes + 1);
 }
 
 TEST(Handles, ThatWereNeverMadeAreInvalid) {
