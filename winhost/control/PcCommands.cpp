@@ -63,7 +63,7 @@ void MergePatch(Json::Value& target, const Json::Value& patch) {
 Json::Value ChangeDescription(const Json::Value& request) {
     const Json::Value& patch = request["patch"];
     if (!patch.isObject()) throw CommandError("\"patch\" has to be an object");
-    for (const char* fixed : {"root", "controlSocket"}) {
+    for (const char* fixed : {"root", "controlSocket", "clockRate"}) {
         if (patch.isMember(fixed))
             throw CommandError(std::string(fixed) + ": cannot change while the PC runs");
     }

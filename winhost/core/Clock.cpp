@@ -21,9 +21,14 @@ Clock::Clock()
     : m_start(std::chrono::steady_clock::now()),
       m_wallAtStart(std::chrono::system_clock::now().time_since_epoch()) {}
 
+// The machine's time since the start, as it passes on this clock.
+Clock::Duration Clock::OfMachine() const {
+    return (std::chrono::steady_clock::now() - m_start) * m_rate.load(std::memory_order_relaxed);
+}
+
 Clock::Duration Clock::Steady() const {
     if (m_manual.load(std::memory_order_acquire)) return Duration(m_reading.load(std::memory_order_acquire));
-    return std::chrono::steady_clock::now() - m_start + Duration(m_ahead.load(std::memory_order_relaxed));
+    return OfMachine() + Duration(m_ahead.load(std::memory_order_relaxed));
 }
 
 uint64_t Clock::FileTime() const {
@@ -43,7 +48,7 @@ void Clock::SetManual(bool manual) {
         if (manual) {
             m_reading = now.count();
         } else {
-            m_ahead = (now - (std::chrono::steady_clock::now() - m_start)).count();
+            m_ahead = (now - OfMachine()).count();
         }
         m_manual.store(manual, std::memory_order_release);
     }
@@ -56,6 +61,13 @@ void Clock::Advance(Duration by) {
         (m_manual ? m_reading : m_ahead) += by.count();
     }
     WakeSleepers();
+}
+
+void Clock::SetRate(uint32_t rate) {
+    std::lock_guard lock(m_settings);
+    const Duration before = OfMachine();
+    m_rate = rate;
+    m_ahead += (before - OfMachine()).count();
 }
 
 void Clock::SetWallOffset(Duration offset) {
@@ -101,7 +113,9 @@ void Clock::Block(std::unique_lock<std::mutex>& lock, std::condition_variable& c
     } else {
         // Far deadlines in slices, as adding a year to the time overflows no clock.
         const Duration slice = std::min<Duration>(deadline - Steady(), std::chrono::hours(24));
-        condition.wait_until(lock, std::chrono::steady_clock::now() + slice);
+        // Rounded up: a wake before the deadline would only lead back here.
+        const Duration real = (slice + Duration(m_rate - 1)) / m_rate.load();
+        condition.wait_until(lock, std::chrono::steady_clock::now() + real);
     }
 }
 
@@ -149,6 +163,15 @@ bool Clock::AwaitSleepersOf(Duration ahead, size_t count, std::chrono::milliseco
         const Duration apart = sleeper.deadline - (Steady() + ahead);
         return apart >= -std::chrono::milliseconds(1) && apart <= std::chrono::milliseconds(1);
     });
+}
+
+Clock::Deadline Clock::NextDeadline() {
+    std::lock_guard lock(m_mutex);
+    const Duration now = Steady();
+    Deadline next = kNever;
+    for (const Sleeper& sleeper : m_sleepers)
+        if (sleeper.deadline > now) next = std::min(next, sleeper.deadline);
+    return next;
 }
 
 }  // namespace winhost

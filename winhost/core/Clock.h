@@ -24,6 +24,9 @@ class Clock {
     // Moves the clock forward; every sleep and wait whose deadline is reached ends now. The caller must hold
     // no mutex that a thread waits with.
     void Advance(Duration by);
+    // How many seconds pass on a running clock in one of the machine's, 1 at first. What sleeps already wakes
+    // too late or too early for the new rate: it is for a process that has just begun.
+    void SetRate(uint32_t rate);
     // Moves the wall clock alone, back or forth, as a person who sets the time does.
     void SetWallOffset(Duration offset);
 
@@ -53,6 +56,8 @@ class Clock {
     bool AwaitSleeper(Duration ahead, std::chrono::milliseconds patience = std::chrono::seconds(10)) {
         return AwaitSleepersOf(ahead, 1, patience);
     }
+    // The first deadline still to come for which a thread is blocked; kNever when there is none.
+    Deadline NextDeadline();
 
   private:
     // A thread that is blocked with a deadline. While `pins` is not 0 somebody is about to wake it by its
@@ -66,6 +71,7 @@ class Clock {
     using Sleepers = std::list<Sleeper>;
 
     Clock();
+    Duration OfMachine() const;
     // The caller holds the sleeper's mutex; Leave lets go of it while the sleeper is pinned.
     Sleepers::iterator Enter(Sleeper sleeper);
     void Leave(Sleepers::iterator sleeper, std::unique_lock<std::mutex>& lock);
@@ -79,6 +85,7 @@ class Clock {
     std::atomic<bool> m_manual{false};
     std::atomic<Duration::rep> m_reading{0};  // of a manual clock
     std::atomic<Duration::rep> m_ahead{0};    // of the machine's time, when running
+    std::atomic<uint32_t> m_rate{1};
     std::atomic<Duration::rep> m_wallOffset{0};
 
     std::mutex m_settings;  // one change of the clock at a time

@@ -22,6 +22,7 @@ constexpr uint32_t kLargestScreen = 32767;
 constexpr size_t kLongestProcessName = 259;
 constexpr uint32_t kAllBits = 0xFFFF;
 constexpr int32_t kLargestBias = 14 * 60;
+constexpr uint32_t kHighestClockRate = 1000;
 
 void Require(bool holds, const std::string& place, const std::string& what) {
     if (!holds) throw DescriptionError(place, what);
@@ -159,6 +160,7 @@ void CheckDescription(const PcDescription& pc) {
     for (size_t i = 0; i < pc.wlanInterfaces.size(); ++i) {
         CheckWlan(pc.wlanInterfaces[i], "wlanInterfaces[" + std::to_string(i) + "]");
     }
+    Require(pc.clockRate >= 1 && pc.clockRate <= kHighestClockRate, "clockRate", "expected 1 to 1000");
     Require(pc.cleanBoot <= 2, "cleanBoot", "expected 0, 1 or 2");
     for (const auto& [from, to] : pc.ports) {
         Require(from != 0 && to != 0, "ports." + std::to_string(from), "port 0 is none");

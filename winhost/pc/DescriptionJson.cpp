@@ -94,6 +94,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("desktopLocked", pc.desktopLocked);
     visit("screen", pc.screen);
     visit("processes", pc.processes);
+    visit("clockRate", pc.clockRate);
     visit("cleanBoot", pc.cleanBoot);
     visit("startedByScm", pc.startedByScm);
     visit("ports", pc.ports);

@@ -75,6 +75,7 @@ Pc::Pc() {
         if (!marks.root.empty()) Join(marks, m_description);
         MakePathsAbsolute(m_description);
         EnterRoot(m_description.root);
+        Clock::Instance().SetRate(m_description.clockRate);
     } catch (const std::exception& error) {
         Refuse(error.what());
     }
@@ -84,6 +85,7 @@ void Pc::Reset(PcDescription description) {
     MakePathsAbsolute(description);
     EnterRoot(description.root);
     const std::string controlSocket = description.controlSocket;
+    const uint32_t rate = description.clockRate;
     {
         std::lock_guard lock(m_mutex);
         m_description = std::move(description);
@@ -99,6 +101,7 @@ void Pc::Reset(PcDescription description) {
     Gate::Instance().Reset();
     Clock::Instance().SetManual(false);
     Clock::Instance().SetWallOffset({});
+    Clock::Instance().SetRate(rate);
     ProcessWatcher::OnDescriptionChanged();
     ControlServer::Instance().Serve(controlSocket);
 }

@@ -98,6 +98,7 @@ struct PcDescription {
     std::vector<DescribedProcess> processes = {{"System", 4, 0},
                                                {"services.exe", kFirstDescribedPid, 0},
                                                {"winlogon.exe", kFirstDescribedPid + 4, 1}};
+    uint32_t clockRate = 1;              // the PC's seconds in one of the machine's
     uint32_t cleanBoot = 0;              // GetSystemMetrics(SM_CLEANBOOT)
     bool startedByScm = true;            // else StartServiceCtrlDispatcherA fails with 1063
     std::map<uint16_t, uint16_t> ports;  // bind(664) takes ports[664] when it is there

@@ -145,4 +145,27 @@ TEST(RunningClock, SetsTheWallTimeWithoutMovingTheSteadyOne) {
     clock.SetWallOffset({});
 }
 
+TEST(RunningClock, PassesAsMuchFasterAsItsRateSays) {
+    Clock& clock = Clock::Instance();
+    const auto machine = std::chrono::steady_clock::now();
+    const auto before = clock.Steady();
+    clock.SetRate(1000);
+    clock.SleepUntil(before + 60s);
+    clock.SetRate(1);
+    const auto took = std::chrono::steady_clock::now() - machine;
+    EXPECT_GE(clock.Steady(), before + 60s);
+    EXPECT_GE(took, 60ms);
+    EXPECT_LT(took, 30s);
+}
+
+TEST(RunningClock, DoesNotJumpWhenItsRateChanges) {
+    Clock& clock = Clock::Instance();
+    clock.SetRate(1000);
+    clock.SleepUntil(clock.Steady() + 60s);
+    const auto before = clock.Steady();
+    clock.SetRate(1);
+    EXPECT_GE(clock.Steady(), before);
+    EXPECT_LT(clock.Steady(), before + 60s);
+}
+
 }  // namespace

@@ -80,6 +80,7 @@ TEST(Description, ValuesThatNoPcCanHaveAreRefused) {
     }
     EXPECT_EQ("mailbox: expected unix:<path> or tcp:<address>:<port>", Refusal(R"({"mailbox": "/tmp/x"})"));
     EXPECT_EQ("cleanBoot: expected 0, 1 or 2", Refusal(R"({"cleanBoot": 3})"));
+    EXPECT_EQ("clockRate: expected 1 to 1000", Refusal(R"({"clockRate": 0})"));
     EXPECT_EQ("registry.SOFTWARE\\X: expected a key below HKEY_LOCAL_MACHINE or another root",
               Refusal(R"({"registry": {"SOFTWARE\\X": {}}})"));
 }
