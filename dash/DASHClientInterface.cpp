@@ -50,9 +50,10 @@ bool DASHClientInterface::AcceptConnection() {
     }
     m_socketQueue.push(socket);
     LogInfo("Process the accepted connection");
-    // One task for each connection: the first one serves them all, and a further one comes to run only when
-    // that has given up.
-    m_queuePool.enqueue(&DASHClientInterface::HandleQueuedSockets, this);
+    // One task for each connection that waits: the first one serves them all, and a further one comes to run
+    // only when that has given up. More of them would pile up for as long as the service runs.
+    if (m_queuePool.Waiting() < m_socketQueue.size())
+        m_queuePool.enqueue(&DASHClientInterface::HandleQueuedSockets, this);
     return true;
 }
 
@@ -68,18 +69,24 @@ void DASHClientInterface::HandleQueuedSockets() {
         if (socket == INVALID_SOCKET) return;
         LogInfo("Popping queued socket with address: %I64x", socket);
         if (g_pZELService->m_bServiceStopping) return KeepUnattended(socket);
-        if (!NotifyMPMOfDASHClient(PeerOf(socket))) {
+        if (!NotifyMPMOfDASHClient(TakePeerOf(socket))) {
             LogError("Failed to create socket for DASH client with address: %I64x", socket);
             return KeepUnattended(socket);
         }
         LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", socket);
         m_bStopSession = 0;
         AssociateSocket(socket);
-        m_recvPool.enqueue(&DASHClientInterface::DataRecvThread, this);
-        m_sendPool.enqueue(&DASHClientInterface::SendDataToDASHClient, this);
-        m_monitorPool.enqueue(&DASHClientInterface::MonitorClientActivity, this);
+        EnqueueUnlessWaiting(m_recvPool, &DASHClientInterface::DataRecvThread);
+        EnqueueUnlessWaiting(m_sendPool, &DASHClientInterface::SendDataToDASHClient);
+        EnqueueUnlessWaiting(m_monitorPool, &DASHClientInterface::MonitorClientActivity);
         LogInfo("Processing DASH traffic for socket with address: %I64x", socket);
     }
+}
+
+// A task that runs may go on from one session to the next, and so leave the one behind it waiting: that one
+// serves the session as well as another would.
+void DASHClientInterface::EnqueueUnlessWaiting(ThreadPool& pool, void (DASHClientInterface::*task)()) {
+    if (pool.Waiting() == 0) pool.enqueue(task, this);
 }
 
 // False when the service stops.
@@ -90,9 +97,11 @@ bool DASHClientInterface::AwaitNoSession() {
     return !g_pZELService->m_bServiceStopping;
 }
 
-sockaddr_in DASHClientInterface::PeerOf(SOCKET socket) {
+// Asked once for each socket: what stayed behind would grow with every console.
+sockaddr_in DASHClientInterface::TakePeerOf(SOCKET socket) {
     std::lock_guard lock(m_socketAddressMutex);
-    return m_socketAddressMap[socket];
+    const auto entry = m_socketAddressMap.extract(socket);
+    return entry ? entry.mapped() : sockaddr_in{};
 }
 
 // The socket stays open, and nobody attends to it; it is closed with the object.

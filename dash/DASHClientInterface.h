@@ -53,7 +53,8 @@ class DASHClientInterface {
     bool AcceptConnection();
     void HandleQueuedSockets();
     bool AwaitNoSession();
-    sockaddr_in PeerOf(SOCKET socket);
+    void EnqueueUnlessWaiting(ThreadPool& pool, void (DASHClientInterface::*task)());
+    sockaddr_in TakePeerOf(SOCKET socket);
     void KeepUnattended(SOCKET socket);
     bool NotifyMPMOfDASHClient(const sockaddr_in& peer);
     void AssociateSocket(SOCKET socket);
@@ -80,7 +81,7 @@ class DASHClientInterface {
     // One receive, and the NUL that is stored behind it.
     static constexpr int kReceiveSize = 0x20000;
     std::array<char, kReceiveSize + 1> m_recvBuffer{};
-    std::unordered_map<SOCKET, sockaddr_in> m_socketAddressMap{8};
+    std::unordered_map<SOCKET, sockaddr_in> m_socketAddressMap{8};  // of those that wait
     std::mutex m_socketAddressMutex;
     ThreadPool m_sendPool{1};
     ThreadPool m_recvPool{1};

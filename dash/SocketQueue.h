@@ -30,6 +30,11 @@ class SocketQueue {
         return m_sockets.empty() ? INVALID_SOCKET : TakeFront();
     }
 
+    size_t size() {
+        std::lock_guard lock(m_mutex);
+        return m_sockets.size();
+    }
+
     // Nobody waits in pop from now on.
     void close() {
         {

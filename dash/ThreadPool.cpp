@@ -36,6 +36,11 @@ void ThreadPool::Work() {
     }
 }
 
+size_t ThreadPool::Waiting() {
+    std::lock_guard lock(queueMutex);
+    return tasks.size();
+}
+
 void ThreadPool::Stop() {
     {
         std::lock_guard lock(queueMutex);

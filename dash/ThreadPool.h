@@ -40,6 +40,9 @@ class ThreadPool {
         return result;
     }
 
+    // How many tasks have not begun. Any thread.
+    size_t Waiting();
+
     // Final: waits for the running tasks to return and drops those that have not begun. May be called again,
     // and from any thread but the pool's own workers, where it throws std::system_error
     // (resource_deadlock_would_occur).

@@ -121,7 +121,7 @@ class ZELService {
     // --- members; flags are atomics because threads meet at them without a lock ---
 
     std::string m_ServiceName;  // empty: the name under which the service is installed is the installer's
-    SERVICE_STATUS_HANDLE m_ServiceStatusHandle = nullptr;
+    std::atomic<SERVICE_STATUS_HANDLE> m_ServiceStatusHandle{nullptr};
     SERVICE_STATUS m_ServiceStatus{};
     DWORD m_ControlsAccepted = 0;
     KVMSessionControl m_kvmSessionControl;
