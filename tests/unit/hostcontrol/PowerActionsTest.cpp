@@ -16,6 +16,8 @@ class PowerActions : public HostControlFixture {
 struct Suspend {
     uint32_t option;
     std::string initiated, threadFailed, delaying, failed, call;
+
+    friend void PrintTo(const Suspend& suspend, std::ostream* out) { *out << suspend.call; }
 };
 
 class SuspendActions : public PowerActions, public ::testing::WithParamInterface<Suspend> {};
