@@ -116,12 +116,14 @@ void EventLoop::Main() {
     for (;;) {
         const int count = epoll_wait(m_epoll.Get(), events, std::size(events), RunTimers());
         for (int i = 0; i < count; ++i) {
-            if (events[i].data.u64 == kWakeId) {
+            // A copy: the kernel's structure is packed.
+            const WatchId id = events[i].data.u64;
+            if (id == kWakeId) {
                 RunCalls();
                 continue;
             }
             // An earlier handler of this round may have removed this one, and this one may remove itself.
-            const auto found = m_watched.find(events[i].data.u64);
+            const auto found = m_watched.find(id);
             if (found == m_watched.end()) continue;
             const auto watched = found->second;
             watched->ready(events[i].events);
