@@ -65,8 +65,8 @@ class KVMSessionControl {
     void ForgetTrustedAddress();
 
   private:
-    // One value, so that both halves change at once. The port is told and never compared.
-    struct TrustedPeer {
+    // One word, so that both halves change at once. The port is told and never compared.
+    struct alignas(uint64_t) TrustedPeer {
         uint32_t m_kvmTrustedIP = 0;  // as in sockaddr_in; 0: every peer passes
         uint32_t m_kvmTrustedPort = 0;
     };
