@@ -1,0 +1,34 @@
+// What the service's log has got since the last look.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "winhost/core/Descriptor.h"
+
+namespace fuzz {
+
+class LogTail {
+  public:
+    // Follows this file from its end; also when the service moves it away and begins a new one.
+    void Follow(const std::string& hostPath);
+    // Reads what is new, and requires that it is whole lines of the log's form. `Text` is valid until the
+    // next look.
+    void Look();
+    const std::string& Text() const { return m_text; }
+    bool Has(std::string_view text) const { return m_text.find(text) != std::string::npos; }
+    // The new lines of this thread.
+    std::vector<std::string_view> LinesOf(uint32_t thread) const;
+
+  private:
+    void Append();
+
+    std::string m_path;
+    winhost::Descriptor m_file;
+    int64_t m_offset = 0;
+    std::string m_text;
+};
+
+}  // namespace fuzz

@@ -1,0 +1,43 @@
+// Command lines as the programs that the service starts get them, and the file by which it leads its agent.
+#include <string>
+#include <vector>
+
+#include "fuzz/Input.h"
+#include "winhost/process/CommandLine.h"
+
+namespace {
+
+// As a careful caller writes an argument.
+std::string Quoted(const std::string& argument) {
+    std::string text = "\"";
+    size_t backslashes = 0;
+    for (const char c : argument) {
+        if (c == '"') text.append(backslashes + 1, '\\');
+        backslashes = c == '\\' ? backslashes + 1 : 0;
+        text += c;
+    }
+    return text + std::string(backslashes, '\\') + '"';
+}
+
+}  // namespace
+
+FUZZ_TARGET(commandline) {
+    const std::string line = fuzz::TextOf(input);
+    const std::vector<std::string> arguments = winhost::SplitArguments(line);
+    fuzz::Require(!arguments.empty(), "there is always a program");
+    size_t size = 0;
+    for (const std::string& argument : arguments)
+        size += argument.size();
+    fuzz::Require(size <= line.size(), "nothing is made up");
+
+    std::string again = "program";
+    for (size_t i = 1; i < arguments.size(); ++i)
+        again += " " + Quoted(arguments[i]);
+    const std::vector<std::string> second = winhost::SplitArguments(again);
+    fuzz::Require(
+        std::vector(second.begin() + 1, second.end()) == std::vector(arguments.begin() + 1, arguments.end()),
+        "arguments in quotes arrive as they are");
+
+    for (const std::string& candidate : winhost::ProgramCandidates(line))
+        fuzz::Require(line.find(candidate) != std::string::npos, "a program is part of its command line");
+}
