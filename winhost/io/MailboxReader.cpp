@@ -68,6 +68,8 @@ bool MailboxHandle::ReceiveFrame() {
     DWORD wanted = 0;
     {
         std::unique_lock lock(m_mutex);
+        // Nobody would ever read it, and what comes behind it would wait for that.
+        if (header.kind == Kind::Message && !m_listening) return false;
         m_taker = AwaitTaker(lock, header);
         if (m_closed) return false;
         if (m_taker != m_pending.end() && BringsData(header)) {

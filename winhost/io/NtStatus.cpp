@@ -31,21 +31,22 @@ constexpr Row kRows[] = {
     {ERROR_NO_SYSTEM_RESOURCES, 0xC000009A},
 };
 
-// Any other error travels in the facility that is made for it.
+// Any other error travels in the facility that is made for it, which has room for those that Windows has.
 constexpr uint32_t kWin32Facility = 0xC0070000;
+constexpr DWORD kHighestError = 0xFFFF;
 
 }  // namespace
 
 ULONG_PTR NtStatusOf(DWORD error) {
     for (const Row& row : kRows)
         if (row.error == error) return row.status;
-    return kWin32Facility | (error & 0xFFFF);
+    return kWin32Facility | (error <= kHighestError ? error : DWORD{ERROR_MR_MID_NOT_FOUND});
 }
 
 DWORD ErrorOf(ULONG_PTR ntStatus) {
     for (const Row& row : kRows)
         if (row.status == ntStatus) return row.error;
-    return static_cast<DWORD>(ntStatus & 0xFFFF);
+    return static_cast<DWORD>(ntStatus & kHighestError);
 }
 
 }  // namespace winhost

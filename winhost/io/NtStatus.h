@@ -5,6 +5,7 @@
 
 namespace winhost {
 
+// A number that no error has counts as ERROR_MR_MID_NOT_FOUND, as a status without an error does.
 ULONG_PTR NtStatusOf(DWORD error);
 DWORD ErrorOf(ULONG_PTR ntStatus);
 

@@ -165,4 +165,12 @@ TEST_F(MailboxGoneTest, EndsTheConnectionWithAPeerThatSendsAnUnknownFrame) {
     }
 }
 
+TEST_F(MailboxGoneTest, EndsTheConnectionWithAPeerThatSendsAMessageWhereNobodyListens) {
+    Request request;
+    Query(m_device, request);
+    m_firmware.Receive();
+    m_firmware.SendMessage("message");
+    EXPECT_EQ(request.Await(), ERROR_DEVICE_NOT_CONNECTED);
+}
+
 }  // namespace

@@ -125,6 +125,13 @@ TEST_F(MailboxRequestTest, FailsWithTheFirmwaresError) {
     }
 }
 
+TEST_F(MailboxRequestTest, FailsWithAnErrorOfItsOwnForANumberThatIsNone) {
+    Request request;
+    Query(m_device, request);
+    m_firmware.Respond(m_firmware.Receive(), 0x0A000000);
+    EXPECT_EQ(request.Await(), ERROR_MR_MID_NOT_FOUND);
+}
+
 TEST_F(MailboxRequestTest, AnAnswerThatIsTooLongFillsTheBufferAndSaysSo) {
     Request request(4);
     Query(m_device, request);
