@@ -29,7 +29,8 @@ Json::Value Start(const char* kind, const std::string& name, std::chrono::system
     return object;
 }
 
-// A note may quote a client, who must not get to write to the terminal.
+// A note may quote a client, and a record holds what the host has put there: neither must get to write to the
+// terminal.
 std::string Printable(std::string text) {
     for (char& c : text)
         if (c < ' ' || c > '~') c = '?';
@@ -89,7 +90,7 @@ std::string LineOf(const Json::Value& event) {
     line += event["name"].asString();
     if (event.isMember("bytes")) {
         line += " " + event["bytes"].asString() + (event["bytes"].asUInt64() == 1 ? " byte" : " bytes");
-        line += FieldTexts(event["fields"]);
+        line += Printable(FieldTexts(event["fields"]));
     }
     if (event.isMember("text")) line += ": " + Printable(event["text"].asString());
     if (event.isMember("fault")) line += " FAULT: " + event["fault"].asString();
