@@ -38,22 +38,6 @@ bool FirmwareConnection::Send(mpmlink::Kind kind, uint32_t id) {
     return Send(kind, id, 0, 0, frame);
 }
 
-bool FirmwareConnection::Receive(mpmlink::Header& header, std::vector<uint8_t>& buffer, size_t headroom) {
-    if (!ReceiveAll({reinterpret_cast<uint8_t*>(&header), sizeof header})) return false;
-    if (header.size > mpmlink::kMaxPayload) return false;
-    buffer.resize(headroom + header.size);
-    return ReceiveAll(std::span(buffer).subspan(headroom));
-}
-
-bool FirmwareConnection::ReceiveAll(std::span<uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const DWORD received = ReceiveSome(bytes);
-        if (received == 0) return false;
-        bytes = bytes.subspan(received);
-    }
-    return true;
-}
-
 DWORD FirmwareConnection::ReceiveSome(std::span<uint8_t> bytes) {
     WSABUF buffer{static_cast<ULONG>(bytes.size()), reinterpret_cast<char*>(bytes.data())};
     WSAOVERLAPPED overlapped{};

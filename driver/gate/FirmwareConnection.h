@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "driver/gate/FrameInput.h"
 #include "firmware/link/LinkProtocol.h"
 #include "service/Handles.h"
 
@@ -28,16 +29,18 @@ class FirmwareConnection {
 
     // Waits for a frame; its payload stands in `buffer` behind `headroom` free bytes. One thread receives.
     // False when the connection has ended, or the frame is too long.
-    bool Receive(mpmlink::Header& header, std::vector<uint8_t>& buffer, size_t headroom);
+    bool Receive(mpmlink::Header& header, std::vector<uint8_t>& buffer, size_t headroom) {
+        return m_input.Next(header, buffer, headroom);
+    }
 
     // Wakes Receive, and ends both directions.
     void Shutdown();
 
   private:
-    bool ReceiveAll(std::span<uint8_t> bytes);
     DWORD ReceiveSome(std::span<uint8_t> bytes);
 
     SOCKET m_socket = INVALID_SOCKET;
+    FrameInput m_input{[this](std::span<uint8_t> room) { return size_t{ReceiveSome(room)}; }};
     UniqueHandle m_received;
     UniqueHandle m_shutDown;
 };
