@@ -20,8 +20,9 @@ constexpr auto kMoment = 50us;          // of real time, for threads that have b
 constexpr int kMostMoments = 4000;      // until every thread must have come to its end
 constexpr unsigned kMostInputs = 5000;  // of one service, as the PC keeps a record of what it did
 constexpr uint64_t kMostLog = 1 << 20;  // bytes
-constexpr auto kStep = 500ms;           // of the PC's clock
-constexpr auto kLongStep = 3s;
+// Of the PC's clock.
+constexpr std::chrono::milliseconds kStep = 250ms, kLongestStep = 8s;
+constexpr auto kTick = 100us;  // of real time
 
 winhost::PcDescription Describe(const std::string& folder, uint16_t dashPort, uint16_t kvmPort) {
     winhost::PcDescription pc;
@@ -62,14 +63,7 @@ Host::Host() {
     Require(mkdtemp(name.data()) != nullptr, "there is a temporary folder");
     m_folder = name;
     Build();
-    m_ticker = std::thread([this] {
-        for (bool before = false;;) {
-            std::this_thread::sleep_for(200us);
-            const bool now = m_calling;
-            if (now && before) Clock().Advance(kStep);
-            before = now;
-        }
-    });
+    m_ticker = std::thread([this] { Tick(); });
     m_quietThreads = CountThreads();
 }
 
@@ -120,6 +114,15 @@ void Host::TearDown() {
     fs::remove_all(m_folder + "/pc", ignored);
 }
 
+// The longer a call takes, the faster time passes.
+void Host::Tick() {
+    for (auto step = kStep;;) {
+        std::this_thread::sleep_for(kTick);
+        step = m_calling ? std::min(2 * step, kLongestStep) : kStep;
+        if (step > kStep) Clock().Advance(step);
+    }
+}
+
 void Host::Patiently(const std::function<void()>& call) {
     m_calling = true;
     call();
@@ -143,7 +146,7 @@ bool Host::EndThreads() {
         if (moments == kMostMoments) return false;
         // A report that was under way starts it last.
         if (moments % 64 == 63) m_service->m_networkMonitor.StopNetworkScanThread();
-        Clock().Advance(kLongStep);
+        Clock().Advance(kLongestStep);
         std::this_thread::sleep_for(moments < 20 ? 10us : kMoment);
     }
     return true;

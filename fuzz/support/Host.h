@@ -55,6 +55,7 @@ class Host {
     Host();
     void Build();
     void TearDown();
+    void Tick();
     void OpenLog();
     void EndSessions();
     bool EndThreads();

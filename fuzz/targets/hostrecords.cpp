@@ -47,6 +47,7 @@ FUZZ_TARGET(hostrecords) {
     const std::string line = mpm::LineOf(json);
     fuzz::Require(json["bytes"].asUInt64() == data.size(), "the record's size is told");
     fuzz::Require(line.size() <= kMostPerByte * data.size() + kMostForTheRest, "a line is bounded");
+    fuzz::Require(IsPrintable(line), "a line does nothing to a terminal");
     fuzz::Require(mpm::Compact(json).find('\n') == std::string::npos, "JSON stands on one line");
     if (!isCommand) fuzz::Require(mpm::JsonOf(request) == json, "a kept request reads as it was seen");
 }

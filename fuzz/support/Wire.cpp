@@ -1,0 +1,108 @@
+#include "fuzz/support/Wire.h"
+
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
+#include <filesystem>
+
+namespace fuzz {
+
+namespace {
+
+constexpr int kPatience = 1000;  // milliseconds of real time
+
+sockaddr_un AddressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+winhost::Descriptor NewSocket() {
+    return winhost::Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
+
+}  // namespace
+
+const std::string& SocketFolder() {
+    static const std::string& folder = *new std::string([] {
+        std::string name = (std::filesystem::temp_directory_path() / "zelservice-fuzz-XXXXXX").string();
+        Require(mkdtemp(name.data()) != nullptr, "there is a temporary folder");
+        return name;
+    }());
+    return folder;
+}
+
+winhost::Descriptor ConnectTo(const std::string& path) {
+    winhost::Descriptor made = NewSocket();
+    const sockaddr_un address = AddressOf(path);
+    Require(connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
+            "the next connection is taken");
+    return made;
+}
+
+winhost::Descriptor ListenAt(const std::string& path) {
+    winhost::Descriptor made = NewSocket();
+    const sockaddr_un address = AddressOf(path);
+    Require(bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+                listen(made.Get(), 8) == 0,
+            "a socket can be listened at");
+    return made;
+}
+
+winhost::Descriptor Accept(const winhost::Descriptor& listener) {
+    return winhost::Descriptor(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+}
+
+void SendBytes(const winhost::Descriptor& socket, Bytes bytes) {
+    while (!bytes.empty()) {
+        const ssize_t sent = send(socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent <= 0) return;
+        bytes = bytes.subspan(size_t(sent));
+    }
+}
+
+void FinishSending(const winhost::Descriptor& socket) {
+    shutdown(socket.Get(), SHUT_WR);
+}
+
+std::string Receive(const winhost::Descriptor& socket, size_t size) {
+    std::string bytes(size, '\0');
+    size_t done = 0;
+    while (done < size) {
+        pollfd readable{socket.Get(), POLLIN, 0};
+        if (poll(&readable, 1, kPatience) <= 0) break;
+        const ssize_t received = recv(socket.Get(), bytes.data() + done, size - done, 0);
+        if (received <= 0) break;
+        done += size_t(received);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+std::string ReceiveRest(const winhost::Descriptor& socket) {
+    std::string bytes;
+    for (std::string piece; !(piece = Receive(socket, 1)).empty(); bytes += piece) {
+        char more[65536];
+        const ssize_t received = recv(socket.Get(), more, sizeof more, MSG_DONTWAIT);
+        if (received > 0) piece.append(more, size_t(received));
+    }
+    return bytes;
+}
+
+bool ReceiveAll(const winhost::Descriptor& socket, void* into, size_t size) {
+    return recv(socket.Get(), into, size, MSG_WAITALL) == static_cast<ssize_t>(size);
+}
+
+std::vector<uint8_t> FrameOf(mpmlink::Header header, Bytes payload) {
+    header.size = static_cast<uint32_t>(payload.size());
+    const auto* const head = reinterpret_cast<const uint8_t*>(&header);
+    std::vector<uint8_t> frame(head, head + sizeof header);
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    return frame;
+}
+
+}  // namespace fuzz
