@@ -75,6 +75,7 @@ void DASHClientInterface::HandleQueuedSockets() {
         }
         LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", socket);
         m_bStopSession = 0;
+        m_bReceiveEnded = 0;
         AssociateSocket(socket);
         EnqueueUnlessWaiting(m_recvPool, &DASHClientInterface::DataRecvThread);
         EnqueueUnlessWaiting(m_sendPool, &DASHClientInterface::SendDataToDASHClient);

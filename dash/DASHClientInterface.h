@@ -77,6 +77,7 @@ class DASHClientInterface {
     void ResetDASHCommunication();
 
     std::atomic<uint8_t> m_bStopSession{0};
+    std::atomic<uint8_t> m_bReceiveEnded{0};  // nothing more comes from the session's console
     HttpsSocket m_httpsSocket;
     // One receive, and the NUL that is stored behind it.
     static constexpr int kReceiveSize = 0x20000;

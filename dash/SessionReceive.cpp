@@ -6,11 +6,16 @@
 void DASHClientInterface::DataRecvThread() {
     LogInfo("%s: entry", "DataRecvThread");
     SOCKET socket = INVALID_SOCKET;
-    while (!g_pZELService->m_bServiceStopping && !m_bStopSession && ReceiveOnce(socket))
+    bool receiving = true;
+    while (receiving && !g_pZELService->m_bServiceStopping && !m_bStopSession) {
+        receiving = ReceiveOnce(socket);
         Sleep(0);
-    Sleep(0);
+    }
     // When another has ended this session, the next one may have begun already.
-    if (acceptSocket == socket) CloseSocketWithMPM();
+    if (acceptSocket == socket) {
+        m_bReceiveEnded = !receiving;
+        CloseSocketWithMPM();
+    }
     LogInfo("%s: exit", "DataRecvThread");
 }
 

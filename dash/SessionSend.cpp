@@ -9,6 +9,11 @@
 namespace {
 constexpr int kSendAttempts = 5;
 constexpr DWORD kSendRetryMilliseconds = 1000;
+
+bool IsTemporary(int error) {
+    return error == WSAEWOULDBLOCK || error == WSAEINTR;
+}
+
 }  // namespace
 
 void DASHClientInterface::updateDataToClient(const void* payload, size_t size) {
@@ -46,6 +51,11 @@ void DASHClientInterface::SendDataToDASHClient() {
             break;
         }
     }
+    // What was for a session that has ended is not for the next one.
+    if (acceptSocket == INVALID_SOCKET) {
+        SendSize = 0;
+        Sendbuffer.reset();
+    }
     LogInfo("%s: exit", "SendDataToDASHClient");
 }
 
@@ -64,6 +74,9 @@ DASHClientInterface::SendOutcome DASHClientInterface::SendPendingData() {
         if (sent < 1) {
             outcome.error = WSAGetLastError();
             LogInfo("send() failed. Error: %d", outcome.error);
+            // The receive task has seen the end, too, and closes the session: five more of these would end
+            // all sessions for good.
+            if (m_bReceiveEnded && !IsTemporary(outcome.error)) break;
             g_pZELService->SleepUnlessStopping(kSendRetryMilliseconds);
             ++outcome.failures;
             continue;

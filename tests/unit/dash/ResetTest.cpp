@@ -91,6 +91,27 @@ TEST_F(Reset, ASuccessfulSendStartsTheCountAnew) {
     EXPECT_EQ(LogCount("Resetting DASH communication"), 0u);
 }
 
+TEST_F(Reset, IsNotForAConsoleThatIsGoneBeforeItsAnswers) {
+    Start(50);
+    ExpectError("recv() failed. Error: 10054");
+    firmware.Hold("WriteCloseSocketcmd");
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    client.Reset();
+    AwaitLog("WriteCloseSocketcmd: connecting to Driver");
+    for (size_t answer = 1; answer <= 6; ++answer) {
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, "too late");
+        AwaitLog("send() failed. Error: ", answer);
+    }
+    firmware.Release("WriteCloseSocketcmd");
+    AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
+    ConsoleClient next = Connect();
+    AwaitSessions(2);
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, "in time");
+    EXPECT_EQ(next.Receive(7), "in time");
+    EXPECT_EQ(LogCount("Resetting DASH communication"), 0u);
+}
+
 TEST_F(Reset, IsFinalAndNewConsolesHangUnserved) {
     Start(50);
     ExpectErrors({"send() failed 5 times.", kStoppedPool});

@@ -176,6 +176,31 @@ TEST_F(Session, AHundredConsolesAreServedOneAfterAnother) {
     EXPECT_TRUE(firmware.AwaitCount("WriteCloseSocketcmd", 100));
 }
 
+TEST_F(Session, TheTasksOfPastSessionsDoNotPileUp) {
+    Start(44);
+    for (size_t session = 1; session <= 10; ++session) {
+        Connect().Close();
+        AwaitLog("After sock close", session);
+    }
+    // The send task still waits for the first session's data, and what waits behind it has its turn now.
+    firmware.SendDash("too late");
+    AwaitLog("SendDataToDASHClient: exit", 2);
+    StopService();
+    EXPECT_EQ(LogCount("SendDataToDASHClient: entry"), 2u);
+}
+
+TEST_F(Session, AnAnswerForAConsoleThatHasGoneDoesNotReachTheNextOne) {
+    Start(44);
+    Connect().Close();
+    AwaitLog("After sock close");
+    firmware.SendDash("too late");
+    AwaitLog("SendDataToDASHClient: exit");
+    ConsoleClient next = Connect();
+    AwaitSessions(2);
+    firmware.SendDash("in time");
+    EXPECT_EQ(next.Receive(7), "in time");
+}
+
 TEST_F(Session, APayloadWithoutASessionWaitsForTheNextConsole) {
     Start(50);
     firmware.Send(MPM_ZEL_CMD_DASH_DATA, "early");

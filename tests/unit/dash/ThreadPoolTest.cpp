@@ -52,6 +52,18 @@ TEST(ThreadPool, ATaskBlocksAllTasksBehindIt) {
     EXPECT_TRUE(ran);
 }
 
+TEST(ThreadPool, TellsHowManyTasksHaveNotBegun) {
+    Blocker blocker;
+    ThreadPool pool(1);
+    pool.enqueue(&Blocker::Run, &blocker);
+    blocker.started.get_future().wait();
+    EXPECT_EQ(pool.Waiting(), 0u);
+    pool.enqueue([] {});
+    pool.enqueue([] {});
+    EXPECT_EQ(pool.Waiting(), 2u);
+    blocker.release.set_value();
+}
+
 TEST(ThreadPool, SeveralWorkersRunSideBySide) {
     Blocker first, second;
     ThreadPool pool(2);
