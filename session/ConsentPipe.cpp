@@ -13,6 +13,8 @@ constexpr DWORD kMaxAnswer = 511;
 }  // namespace
 
 bool ConsentPipe::Create() {
+    std::lock_guard lock(m_mutex);
+    if (m_cancelled) return false;
     // No access control list at all: every user may connect.
     SECURITY_DESCRIPTOR everyone;
     InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION);
@@ -25,7 +27,6 @@ bool ConsentPipe::Create() {
         LogError("Error creating the namedpipe. Error code: %lu", GetLastError());
         return false;
     }
-    std::lock_guard lock(m_mutex);
     m_pipe.Reset(pipe);
     LogInfo("Named Pipe Created Successfully");
     return true;
@@ -35,9 +36,10 @@ bool ConsentPipe::AwaitClient() {
     DWORD error = ERROR_SUCCESS;
     for (int attempt = 0; attempt < kConnectAttempts && !m_cancelled; ++attempt) {
         LogInfo("Waiting for the named pipe connection");
-        if (ConnectNamedPipe(m_pipe.Get(), nullptr)) return true;
+        // A program that came upon a pipe which is given up is not asked.
+        if (ConnectNamedPipe(m_pipe.Get(), nullptr)) return !m_cancelled;
         error = GetLastError();
-        if (error == ERROR_PIPE_CONNECTED) return true;
+        if (error == ERROR_PIPE_CONNECTED) return !m_cancelled;
         Sleep(kConnectPause);
     }
     if (!m_cancelled) LogError("Error connecting  to the namedpipe. Error code: %lu", error);
@@ -73,7 +75,12 @@ void ConsentPipe::Close() {
 }
 
 void ConsentPipe::Cancel() {
-    m_cancelled = true;
     std::lock_guard lock(m_mutex);
+    m_cancelled = true;
     if (m_pipe) CancelIoEx(m_pipe.Get(), nullptr);
+}
+
+bool ConsentPipe::IsOpen() {
+    std::lock_guard lock(m_mutex);
+    return static_cast<bool>(m_pipe);
 }

@@ -13,7 +13,7 @@
 // Belongs to one thread, but for Cancel.
 class ConsentPipe {
   public:
-    // False, with a line in the log, when the pipe can't be made.
+    // False, with a line in the log, when the pipe can't be made, or without one when Cancel has come.
     bool Create();
     // Blocks until a program has connected. False, with a line in the log, when that can't be, or without one
     // when Cancel has come.
@@ -27,6 +27,9 @@ class ConsentPipe {
 
     // Any thread: ends what blocks, now and from here on.
     void Cancel();
+    // Any thread: whether a program may find the pipe, or has found it. Not any more after a Cancel and a
+    // false.
+    bool IsOpen();
 
   private:
     std::mutex m_mutex;  // keeps the handle while another thread cancels

@@ -35,8 +35,40 @@ void UserConsent::Ask(const void* payload, size_t length) {
     std::memcpy(&m_question, payload, std::min(length, sizeof m_question));
     g_pZELService->m_detachedThreads.Start([this, number = ++m_number, question = m_question] {
         Request request(number, question);
-        CheckUserConsentThread(request);
+        Serve(request);
     });
+}
+
+void UserConsent::Serve(Request& request) {
+    {
+        std::lock_guard lock(m_mutex);
+        m_requests.push_back(&request);
+    }
+    GiveUpEarlierThan(request);
+    CheckUserConsentThread(request);
+    std::lock_guard lock(m_mutex);
+    std::erase(m_requests, &request);
+}
+
+// A program may no longer come upon the pipe of a question whose place this one has taken.
+void UserConsent::GiveUpEarlierThan(Request& request) {
+    // One of them may be just about to block, and is to be cancelled again.
+    while (CancelEarlierThan(request))
+        Sleep(kCancelPoll);
+    if (request.number != m_number) request.pipe.Cancel();
+}
+
+// True while there still is a pipe of one of them.
+bool UserConsent::CancelEarlierThan(const Request& request) {
+    std::lock_guard lock(m_mutex);
+    bool open = false;
+    for (Request* const other : m_requests) {
+        // One that has its answer meets nobody any more, and that answer still goes.
+        if (other->number >= request.number || other->m_bDone) continue;
+        other->pipe.Cancel();
+        open |= other->pipe.IsOpen();
+    }
+    return open;
 }
 
 void UserConsent::CheckUserConsentThread(Request& request) {

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <vector>
 
 #include "mailbox/ConsentRecords.h"
 #include "session/ConsentPipe.h"
@@ -34,6 +35,9 @@ class UserConsent {
         ConsentPipe pipe;
     };
 
+    void Serve(Request& request);
+    void GiveUpEarlierThan(Request& request);
+    bool CancelEarlierThan(const Request& request);
     void CheckUserConsentThread(Request& request);
     void GetUserConsent(Request& request);
     void AskByPipe(Request& request);
@@ -46,6 +50,7 @@ class UserConsent {
 
     std::mutex m_mutex;
     UserConsentQuestion m_question{};
+    std::vector<Request*> m_requests;  // that have not come to their end
     // Keeps the last answer, which a question that runs into its time limit repeats.
     UserConsentAnswer m_answer{0, kConsentGiven, 0};
     // After a user's answer to a question of type 1 or 2, until it has gone to the firmware.

@@ -14,17 +14,23 @@ HANDLE Open() {
 
 }  // namespace
 
+bool HasHungUp(DWORD error) {
+    return error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED;
+}
+
 DWORD ServicePipe::Connect(Patience patience) {
     const auto start = std::chrono::steady_clock::now();
     for (m_pipe.Reset(Open()); !m_pipe; m_pipe.Reset(Open())) {
         const DWORD error = GetLastError();
         // No pipe yet; one that another client has; one that the service has disconnected and not yet closed.
-        if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PIPE_BUSY) return error;
+        if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PIPE_BUSY && !HasHungUp(error)) return error;
         if (patience && std::chrono::steady_clock::now() - start >= *patience) return WAIT_TIMEOUT;
         Sleep(kPause);
     }
     DWORD mode = PIPE_READMODE_MESSAGE;
-    return SetNamedPipeHandleState(m_pipe.Get(), &mode, nullptr, nullptr) ? ERROR_SUCCESS : GetLastError();
+    if (SetNamedPipeHandleState(m_pipe.Get(), &mode, nullptr, nullptr)) return ERROR_SUCCESS;
+    const DWORD error = GetLastError();
+    return HasHungUp(error) ? ERROR_SUCCESS : error;  // the next read tells
 }
 
 DWORD ServicePipe::Read(std::string& message) {

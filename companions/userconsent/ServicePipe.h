@@ -7,6 +7,9 @@
 
 #include "service/Handles.h"
 
+// Whether an error means that the service has closed its end.
+bool HasHungUp(DWORD error);
+
 class ServicePipe {
   public:
     using Patience = std::optional<std::chrono::duration<double>>;  // none: for ever

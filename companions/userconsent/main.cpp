@@ -51,13 +51,18 @@ std::string Ask(const Question& question, bool dialog, Terminal& terminal) {
 int AnswerOne(const Arguments& arguments, Terminal& terminal) {
     ServicePipe pipe;
     std::string message;
-    const DWORD connected = pipe.Connect(arguments.wait);
-    if (connected == WAIT_TIMEOUT) {
-        std::fputs("userconsent: the service has asked nothing\n", stderr);
-        return kNothingAsked;
-    }
-    if (connected != ERROR_SUCCESS) return Fail("the service's pipe can't be opened", connected);
-    if (const DWORD error = pipe.Read(message)) return Fail("the service's question can't be read", error);
+    DWORD error = ERROR_SUCCESS;
+    do {
+        const DWORD connected = pipe.Connect(arguments.wait);
+        if (connected == WAIT_TIMEOUT) {
+            std::fputs("userconsent: the service has asked nothing\n", stderr);
+            return kNothingAsked;
+        }
+        if (connected != ERROR_SUCCESS) return Fail("the service's pipe can't be opened", connected);
+        error = pipe.Read(message);
+        // The service hangs up on the pipe of a question that it gives up for a later one.
+    } while (HasHungUp(error));
+    if (error != ERROR_SUCCESS) return Fail("the service's question can't be read", error);
     const auto question = ParseQuestion(message);
     if (!question) return Fail("what the service sends is no question", ERROR_INVALID_DATA);
     std::printf("asked: type %u, time limit %u seconds\n", static_cast<unsigned>(question->type),

@@ -87,10 +87,15 @@ class Asking:
         assert self._server.ask("create", CONSENT_PIPE)["error"] == 0
         return self
 
-    def ask(self):
-        """Waits for a client and puts the question to it."""
+    def meet(self):
+        """Waits for a client, and says nothing yet."""
         self.open()
         assert self._server.ask("connect")["error"] == 0
+        return self
+
+    def ask(self):
+        """Waits for a client and puts the question to it."""
+        self.meet()
         assert self._server.ask("write", self._text)["error"] == 0
         return self
 

@@ -139,6 +139,14 @@ def test_a_client_whose_service_goes_says_so(pc):
     assert "userconsent: the service takes no answer any more (error 233)\n" in client.output()
 
 
+def test_a_client_whose_question_is_given_up_before_it_was_put_waits_for_the_next_one(pc):
+    client = pc.consent("--answer", "yes")
+    asking = Asking(pc).meet()
+    asking.close()
+    assert asking.ask().read() == b"Consent_yes"
+    assert client.wait() == 0
+
+
 def test_what_is_no_question_is_refused(pc):
     for text in ("no\\n1\\n30", "yes\\n1", "yes\\n1\\nsoon", "yes\\n1\\n30\\nmore", "yes"):
         client = pc.consent("--answer", "yes")

@@ -11,13 +11,11 @@ using namespace std::chrono_literals;
 
 class ConsentFault : public ConsentFixture {
   protected:
-    // Lets the question be given up that a later one has overtaken. Until its pipe has gone.
-    static void PassGivingUp() {
-        PassLooks(2);
-        ASSERT_TRUE(Eventually([] {
-            if (Clock().AwaitSleeper(10ms, 1ms)) Advance(10ms);
-            return Gate().Count("DisconnectNamedPipe") == 1;
-        }));
+    // Asks while another question is open. Until this one is put.
+    void AskAnew(uint32_t type, uint32_t timeout = 30) {
+        const size_t before = LogCount(kAsked);
+        Ask(type, timeout);
+        AwaitLogGivingUp(kAsked, before + 1);
     }
     // The stop and the end of the process. A hang shows by the test's own time limit.
     void StopAndEnd() {
@@ -116,9 +114,7 @@ TEST_F(ConsentFault, ALaterQuestionTakesThePlaceOfOneThatNobodyCameFor) {
     Start();
     Ask(1);
     AwaitLog(kAsked);
-    Ask(2, 60);
-    AwaitLog(kAsked, 2);
-    PassGivingUp();
+    AskAnew(2, 60);
     ConsentClient client;
     EXPECT_EQ(client.Read(), std::string("yes\n2\n60\0", 9));
     client.Say("Consent_no");
@@ -133,9 +129,7 @@ TEST_F(ConsentFault, ALaterQuestionTakesThePlaceOfOneThatIsBeingPut) {
     ConsentClient first;
     first.Read();
     AwaitLog("Value:yes, Type:1, Time_limit:30");
-    Ask(2, 60);
-    AwaitLog(kAsked, 2);
-    PassGivingUp();
+    AskAnew(2, 60);
     EXPECT_EQ(first.Read(), "") << "the service has not hung up";
     ConsentClient second;
     EXPECT_EQ(second.Read(), std::string("yes\n2\n60\0", 9));
@@ -148,8 +142,7 @@ TEST_F(ConsentFault, ALaterQuestionTakesThePlaceOfOneThatIsBeingPut) {
 TEST_F(ConsentFault, AnAnswerThatJustPrecedesALaterQuestionStillGoes) {
     Start();
     AskAndAnswer(3, "Consent_no");
-    Ask(2);
-    AwaitLog(kAsked, 2);
+    AskAnew(2);
     EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{3, 2, 0}));
 }
 
@@ -207,7 +200,6 @@ TEST_F(ConsentFault, AStopEndsTwoQuestionsAtOnce) {
     Start();
     Ask(1);
     AwaitLog(kAsked);
-    Ask(2);
-    AwaitLog(kAsked, 2);
+    AskAnew(2);
     StopAndEnd();
 }

@@ -78,6 +78,14 @@ class ConsentFixture : public LinkedFixture {
     void Ask(uint32_t type, uint32_t timeout = 30) {
         firmware.Send(MPM_ZEL_CMD_GET_KVM_CONSENT, mpm::Bytes::Of(UserConsentQuestion{type, timeout}));
     }
+    // Until the text has been logged, by a question that gives up another one first.
+    void AwaitLogGivingUp(const std::string& text, size_t count = 1) {
+        ASSERT_TRUE(Eventually([&] {
+            if (Clock().AwaitSleeper(std::chrono::milliseconds(10), std::chrono::milliseconds(1)))
+                Advance(std::chrono::milliseconds(10));
+            return LogCount(text) >= count;
+        }));
+    }
     // Asks, and answers as the person does. Until the answer has been taken.
     void AskAndAnswer(uint32_t type, const std::string& answer) {
         const size_t before = LogCount(kTaken);
