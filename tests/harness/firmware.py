@@ -11,7 +11,7 @@ from .waiting import eventually
 class Firmware:
     """mpmsim in `workdir`. `listen` is "unix:/path" or "tcp:127.0.0.1:port"."""
 
-    def __init__(self, workdir, listen=None, dash="identify", kvm="none", settings=None, record=True):
+    def __init__(self, workdir, listen=None, dash="identify", kvm="none", settings=None, record=True, quiet=False):
         self.workdir = pathlib.Path(workdir)
         self.address = listen or f"unix:{self.workdir}/mailbox.sock"
         self.record_path = self.workdir / "firmware.jsonl"
@@ -20,6 +20,7 @@ class Firmware:
         self._dash = dash
         self._kvm = kvm
         self._record = record
+        self._quiet = quiet
         self._settings = self.workdir / "firmware.json"
         self._settings.write_text(json.dumps(settings or {}))
         self._process = None
@@ -31,6 +32,8 @@ class Firmware:
         command += ["--settings", self._settings, "--dash", self._dash, "--kvm", self._kvm, "--ready-file", ready]
         if self._record:
             command += ["--record", self.record_path]
+        if self._quiet:
+            command.append("--quiet")
         self._process = Process(command, self.log_path)
         eventually(lambda: ready.exists() or not self._process.running(), "mpmsim to listen")
         assert self._process.running(), self._process.output()

@@ -28,7 +28,7 @@ class NativeHost(Host):
         self._executables = self.root / "C:" / "Program Files" / "Tarvix" / "bin"
         self._executables.mkdir(parents=True, exist_ok=True)
         self.install_agent()
-        self._control = self.workdir / "winhost.sock"
+        self.control_socket = self.workdir / "winhost.sock"
         self._process = None
         self._consent_clients = 0
         self.description = {
@@ -53,7 +53,7 @@ class NativeHost(Host):
             "dnsServers": ["192.168.1.1"],
             "ports": {"664": self.dash_address[1], "22": self.kvm_address[1]},
             "mailbox": mailbox,
-            "controlSocket": str(self._control),
+            "controlSocket": str(self.control_socket),
             **changes,
         }
 
@@ -91,7 +91,7 @@ class NativeHost(Host):
 
     def start(self, *arguments):
         """Starts the executable with these arguments, as the SCM or a person would."""
-        self._control.unlink(missing_ok=True)  # of one that ended without a word
+        self.control_socket.unlink(missing_ok=True)  # of one that ended without a word
         path = self.workdir / "pc.json"
         path.write_text(json.dumps(self.description, indent=2))
         entry = self._network.entry if self._network else []
@@ -103,7 +103,7 @@ class NativeHost(Host):
 
     def start_service(self):
         self.start("-service")
-        eventually(lambda: self._control.exists() or not self.running(), "the service's PC to come up")
+        eventually(lambda: self.control_socket.exists() or not self.running(), "the service's PC to come up")
         assert self.running(), f"the service ended: {self.output()}"
         return self
 
@@ -125,7 +125,7 @@ class NativeHost(Host):
     def ctl(self, *words):
         """Plays Windows to the running service: one winhostctl call; returns its answer as text."""
         done = subprocess.run(
-            [str(word) for word in [build_folder() / "winhostctl", self._control, *words]],
+            [str(word) for word in [build_folder() / "winhostctl", self.control_socket, *words]],
             stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60,
         )
         assert done.returncode == 0, f"winhostctl {words}: {done.stdout}{done.stderr}"

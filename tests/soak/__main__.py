@@ -1,0 +1,117 @@
+"""Consoles, viewers and firmware commands at random, with faults, for as long as one likes.
+
+What happens, and in which order, is made of a seed. Every byte is compared, every ERROR line has to be explained, and the
+service may not grow. docs/soak.md tells how to read what is printed, and how to replay a failing run.
+"""
+
+import argparse
+import itertools
+import pathlib
+import random
+import shutil
+import sys
+import tempfile
+import time
+import traceback
+
+from harness.processes import build_folder
+
+from soak.events import Event, order
+from soak.pcs import NativePc, WinePc
+from soak.player import Player
+from soak.stage import Stage
+from soak.tally import Tally
+
+LINE_PERIOD = 30  # seconds
+# The PC's seconds in one of the machine's: as many as the build has room for within the service's own limits of time.
+RATES = {"native": 10, "asan": 4, "tsan": 3, "debug": 5, "windows": 1}
+# Kilobytes by which a process may seem to grow that doesn't: what its allocators keep back.
+MEMORY_SLACK = {"native": 2_000, "asan": 12_000, "tsan": 40_000, "debug": 2_000, "windows": 4_000}
+
+
+def arguments():
+    parser = argparse.ArgumentParser(prog="./dev soak", description=__doc__.splitlines()[0])
+    parser.add_argument("minutes", type=float, help="how long; what has begun then is brought to its end")
+    parser.add_argument("--seed", type=int, help="replays this order of events; else one is chosen, and printed")
+    parser.add_argument("--windows", action="store_true", help="the shipped ZELService.exe under Wine")
+    parser.add_argument("--asan", dest="build", action="store_const", const="asan", help="the service under AddressSanitizer")
+    parser.add_argument("--tsan", dest="build", action="store_const", const="tsan", help="the service under ThreadSanitizer")
+    parser.add_argument("--rate", type=int, help="the PC's seconds in one of the machine's")
+    parser.add_argument("--order", type=int, metavar="N", help="prints the first N events instead, and ends")
+    options = parser.parse_args()
+    if not options.build:
+        name = build_folder().name
+        options.build = name if name in RATES else "native"
+    return options
+
+
+class Soak:
+    def __init__(self, options, workdir):
+        kind = "windows" if options.windows else options.build
+        make = WinePc if options.windows else NativePc
+        self.tally = Tally()
+        self._pc = make(workdir, options.rate or RATES[kind])
+        self._stage = Stage(self._pc, self.tally, MEMORY_SLACK[kind])
+        self._player = Player(self._stage)
+        self._deadline = time.monotonic() + options.minutes * 60
+        self._next_line = time.monotonic() + LINE_PERIOD
+        self.current = None  # the number of the event that runs, and the event
+
+    def run(self, seed):
+        begun = False
+        for self.current in enumerate(order(seed)):
+            event = self.current[1]
+            # A life that has begun comes to its quiet moment and its end.
+            if time.monotonic() > self._deadline and event.kind not in ("checkpoint", "end"):
+                break
+            self._player.play(event)
+            begun = event.kind != "end"
+            self._tell()
+        if begun:
+            for event in (Event("checkpoint", {}), Event("end", {"how": "stop"})):
+                self.current = (self.current[0], event)
+                self._player.play(event)
+        self._stage.account_log()
+
+    def _tell(self):
+        if time.monotonic() >= self._next_line:
+            self._next_line += LINE_PERIOD
+            print(self.tally.line(), flush=True)
+
+    def close(self):
+        try:
+            self._pc.close()
+        finally:
+            self._stage.close()
+
+
+def main():
+    options = arguments()
+    seed = random.SystemRandom().getrandbits(32) if options.seed is None else options.seed
+    if options.order:
+        for number, event in enumerate(itertools.islice(order(seed), options.order)):
+            print(f"{number:6} {event}")
+        return 0
+    workdir = pathlib.Path(tempfile.mkdtemp(prefix="zel-soak-"))
+    flags = f"{' --windows' if options.windows else ''}{f' --{options.build}' if options.build != 'native' else ''}"
+    print(f"seed {seed}; the same order of events again:  ./dev soak {options.minutes:g} --seed {seed}{flags}", flush=True)
+    soak = Soak(options, workdir)
+    try:
+        soak.run(seed)
+        result = 0
+    except (AssertionError, OSError, KeyboardInterrupt) as problem:
+        number, event = soak.current
+        traceback.print_exc(limit=-4, file=sys.stdout)
+        print(f"FAILED with seed {seed} in event {number}: {event}\n{problem}\nwhat there is to look at: {workdir}")
+        result = 1
+    finally:
+        soak.close()
+    for line in soak.tally.report():
+        print(line)
+    if result == 0:
+        shutil.rmtree(workdir)
+    return result
+
+
+if __name__ == "__main__":
+    sys.exit(main())

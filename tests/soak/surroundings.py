@@ -1,0 +1,177 @@
+"""Events around the sessions: commands, power, network, sleep, and the person at the PC."""
+
+import random
+
+from harness.waiting import eventually
+
+from .stage import END_OF_UPDATE
+
+ANSWERS = {"yes": 1, "wrong-then-yes": 1, "no": 2, "noresponse": 2}
+POWER_ACTIONS = {19: "sleep", 21: "reboot", 22: "shutdown", 23: "hibernate", 28: "shutdown"}
+DEEP = (19, 23)  # each leaves the handle of a thread
+CONSENT_SENT = "Consent received by driver is "
+
+
+class Surroundings:
+    def __init__(self, stage, play):
+        self._stage = stage
+        self._play = play
+        self._log = stage.log
+        self._wlan_code = 10
+
+    def firmware(self, dash, kvm, level):
+        """Another firmware, as after an upgrade; the service reads its level in the next update."""
+        stage = self._stage
+        servers = {name: server.peer for name, server in stage.servers.items()}
+        stage.ask("set", values={"Dash": servers["dash"] if dash == "bridge" else dash,
+                                 "Kvm": servers["kvm"] if kvm == "bridge" else kvm, "uVORKVersion": str(level)})
+        place = self._log.here()
+        stage.send("S0i3_RESUME")
+        stage.update(place)
+        stage.dash, stage.kvm, stage.level = dash, kvm, level
+
+    def command(self, number=None, size=0, seed=0, raw=None):
+        """One that does nothing but to be logged."""
+        place = self._log.here()
+        if raw is not None:
+            self._stage.send_raw(bytes(raw))
+            number = 255  # a message without bytes leaves no line; the next one shows that it has been read
+        self._stage.send(number, random.Random(seed).randbytes(size))
+        self._log.await_line(f"ProcessRead: received command from driver {number}, bytes read {size}", place)
+        self._stage.tally.faults["unknown or empty command"] += 1
+
+    def power(self, commands, inner):
+        """Each takes the place of the one before it; the last one acts behind the next bytes for a console."""
+        stage = self._stage
+        commands = [command for command in commands if f"power-{command}" not in stage.pc.cannot]
+        before = stage.pc.power_actions()
+        for command in commands:
+            stage.send(command)
+        self._play(inner)
+        if not commands:
+            return
+        if commands[-1] in DEEP:
+            stage.kept_handles += 1
+        if before is not None:
+            wanted = [*before, POWER_ACTIONS[commands[-1]]]
+            eventually(lambda: stage.pc.power_actions() == wanted, f"the power actions to be {wanted[-3:]}")
+        stage.tally.faults["power command"] += len(commands)
+
+    def network(self, address):
+        """Another address; the service hears of it by the WLAN service's word or at its next look, and tells the firmware."""
+        self._stage.pc.change_address(address)
+        if "network-told" not in self._stage.pc.cannot:
+            for _ in range(30):
+                # Words that come while an earlier one is still looked at are dropped, and so are equal ones.
+                self._wlan_code = 31 - self._wlan_code
+                self._stage.pc.tell_of_network(self._wlan_code)
+                if self._told_address(address, patience=1.0):
+                    break
+            else:
+                raise AssertionError(f"the firmware never heard of {address}")
+        self._stage.tally.faults["network change"] += 1
+
+    def _told_address(self, address, patience):
+        try:
+            return eventually(lambda: self._stage.told("WriteIPCompleteInformation").get("IPv4Address") == address, "", patience)
+        except AssertionError:
+            return False
+
+    def suspend(self, by, resumes, inner=()):
+        """The host sleeps, and the firmware hears of it before and after. A console wakes it, too."""
+        stage = self._stage
+        stage.pc.suspend()
+        assert not stage.ask("show")["host"]["up"], "the firmware takes the host for awake"
+        place = self._log.here()
+        if by == "command":
+            stage.send("S0i3_RESUME")
+        elif by == "console":
+            self._play(inner)
+        for event in resumes:
+            stage.pc.resume(event)
+        stage.update(place)
+        assert stage.ask("show")["host"]["up"], "the firmware takes the host for asleep"
+        stage.tally.faults["suspend and resume"] += 1
+
+    # --- the person at the PC ---
+
+    def consent(self, type, limit, answer):
+        {"silent": self._silent, "absent": self._absent, "leaves": self._leaves, "locked": self._unasked,
+         "type-0": self._unasked}.get(answer, self._answered)(type, limit, answer)
+
+    def _answered(self, kind, limit, answer):
+        place = self._log.here()
+        words = {"wrong-then-yes": ("perhaps", "yes")}.get(answer, (answer,))
+        client = self._ask_with_client(kind, limit, *words)
+        self._log.await_line(f"{CONSENT_SENT}{ANSWERS[answer]}", place)
+        self._await_told(kind, ANSWERS[answer])
+        assert client.wait() == 0, client.output()
+        assert f"asked: type {kind}, time limit {limit} seconds" in client.output(), client.output()
+        self._close_question()
+
+    def _unasked(self, kind, limit, answer):
+        """A locked PC agrees, and so it does when there is nothing to ask."""
+        if answer == "locked":
+            self._stage.pc.lock(True)
+        kind = 0 if answer == "type-0" else kind
+        place = self._log.here()
+        self._ask(kind, limit)
+        self._log.await_line(f"{CONSENT_SENT}1", place)
+        self._await_told(kind, 1)
+        if answer == "locked":
+            self._stage.pc.lock(False)
+        self._close_question()
+
+    def _leaves(self, kind, limit, answer):
+        """The client goes away with the question, which then meets its time limit."""
+        place = self._log.here()
+        client = self._ask_with_client(kind, limit, "silent")
+        eventually(lambda: "asked" in client.output(), "the client to have the question")
+        client.kill()
+        self._log.await_line("thread time reached", place, patience=60.0)
+        self._log.await_line(CONSENT_SENT, place)
+        self._stage.tally.faults["consent client gone"] += 1
+        self._close_question()
+
+    def _silent(self, kind, limit, answer):
+        """The question stays open until the next one takes its place."""
+        client = self._ask_with_client(kind, limit, "silent")
+        eventually(lambda: "asked" in client.output(), "the client to have the question")
+        self._close_question()
+        self._stage.question = client
+        self._stage.tally.faults["consent client silent"] += 1
+
+    def _absent(self, kind, limit, answer):
+        self._ask(kind, limit)
+        self._close_question()
+        self._stage.question = True
+        self._stage.tally.faults["consent client absent"] += 1
+
+    def _ask(self, kind, limit):
+        self._stage.ask_consent(kind, limit)
+        self._stage.tally.sessions["consent"] += 1
+
+    def _ask_with_client(self, kind, limit, *words):
+        """The client waits for the question; one that came while another is open would be asked that one."""
+        place = self._log.here()
+        if self._stage.question:
+            self._ask(kind, limit)
+            self._log.await_line("Named Pipe Created Successfully", place)
+            return self._stage.pc.consent_client("--answer", *words)
+        client = self._stage.pc.consent_client("--answer", *words)
+        self._ask(kind, limit)
+        return client
+
+    def _await_told(self, kind, consent):
+        wanted = (kind, consent)
+
+        def told():
+            answer = self._stage.told("WriteUserConsent")
+            return (answer.get("Type"), answer.get("Consent")) == wanted
+        eventually(told, f"the answer {wanted} at the firmware")
+
+    def _close_question(self):
+        """The question before, if one was open, has been given up for this one."""
+        if self._stage.question not in (None, True):
+            assert self._stage.question.wait() == 0, self._stage.question.output()
+        self._stage.question = None

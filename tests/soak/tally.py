@@ -1,0 +1,94 @@
+"""What has been served, survived and moved so far."""
+
+import collections
+import time
+
+
+class Tally:
+    def __init__(self):
+        self.begun = time.monotonic()
+        self.events = 0
+        self.sessions = collections.Counter()
+        self.faults = collections.Counter()
+        self.skipped = collections.Counter()
+        self.moved = collections.Counter()  # bytes by stream, each of them compared
+        self.overtaken = 0  # payloads
+        self.idle_ends = 0
+        self.lives = 0
+        self.growths = []  # of each life
+        self.rotations = 0
+        self.errors_explained = 0
+        self.log_bytes = 0
+
+    @property
+    def seconds(self):
+        return time.monotonic() - self.begun
+
+    def line(self):
+        return (f"{self.seconds:6.0f} s: {self.events} events, sessions {_list(self.sessions)}; {sum(self.faults.values())} faults; "
+                f"{_megabytes(sum(self.moved.values()))} moved and compared; life {self.lives + 1}")
+
+    def report(self):
+        lines = [
+            f"ran {self.seconds:.0f} s, {self.events} events in {self.lives} lives of the service",
+            f"sessions served: {_list(self.sessions)}",
+            f"faults survived, {sum(self.faults.values())}: {_list(self.faults)}",
+            f"bytes moved and compared: {', '.join(f'{name} {_megabytes(size)}' for name, size in sorted(self.moved.items())) or 'none'}",
+            f"payloads overtaken by the next one: {self.overtaken}; sessions ended by the idle limit: {self.idle_ends}",
+            f"log: {_megabytes(self.log_bytes)}, {self.rotations} rotations, {self.errors_explained} ERROR lines, all explained",
+        ]
+        if self.skipped:
+            lines.append(f"passed over, as this host can't have it: {_list(self.skipped)}")
+        return lines + [f"life {number}: {growth}" for number, growth in enumerate(self.growths, 1)]
+
+
+def _list(counter):
+    return ", ".join(f"{name} {count}" for name, count in sorted(counter.items())) or "none"
+
+
+def _megabytes(size):
+    return f"{size / 1e6:.1f} MB"
+
+
+class Growth:
+    """The footprint of one life of the service: at a quiet moment early in it, and at each later one."""
+
+    WARM_UP = 5  # quiet moments until its memory counts as used to its work
+
+    def __init__(self, memory_slack):
+        self._slack = memory_slack  # kilobytes
+        self._first = self._last = None
+        self._kilobytes = 0
+        self._moments = 0
+
+    def has_first(self):
+        return self._first is not None
+
+    def take_first(self, footprint):
+        self._first = self._last = footprint
+
+    def next_moment(self):
+        self._moments += 1
+
+    def too_much(self, footprint, kept_handles):
+        """What has grown beyond the first footprint and the handles that are kept on purpose; nothing when all is flat."""
+        self._last = footprint
+        if self._moments <= self.WARM_UP:
+            self._kilobytes = footprint.kilobytes or 0
+        grown = []
+        if footprint.handles > self._first.handles + kept_handles:
+            grown.append(f"handles from {self._first.handles} to {footprint.handles}, {kept_handles} of them kept on purpose")
+        if footprint.threads > self._first.threads:
+            grown.append(f"threads from {self._first.threads} to {footprint.threads}")
+        if (footprint.kilobytes or 0) > self._kilobytes + self._slack:
+            grown.append(f"memory from {self._kilobytes} to {footprint.kilobytes} KB")
+        return grown
+
+    def text(self, sessions, kept_handles):
+        if not self._moments:
+            return f"{sessions} sessions, too short for a second look"
+        first, last = self._first, self._last
+        memory = f", memory {self._kilobytes} to {last.kilobytes} KB ({last.kilobytes - self._kilobytes:+})" if last.kilobytes else ""
+        kept = f" ({kept_handles} kept on purpose)" if kept_handles else ""
+        return (f"{sessions} sessions; handles {first.handles} to {last.handles}{kept}, "
+                f"threads {first.threads} to {last.threads}{memory}")
