@@ -81,6 +81,14 @@ class NativeHost(Host):
         """The programs that the service has started on the desktop, oldest first."""
         return json.loads(self.ctl("launches", "--json"))
 
+    def log_on(self):
+        """Nothing to do: the PC's description has a user's session."""
+
+    @property
+    def consent_command(self):
+        """What a person types to be asked at this PC."""
+        return f"WINHOST_ROOT={self.root} {build_folder()}/userconsent"
+
     def consent_client(self, *arguments):
         """The program that asks the person at this PC, without anybody at its terminal."""
         self._consent_clients += 1

@@ -152,6 +152,9 @@ class WineHost(Host):
 
     def log_on(self):
         """A user's session, in which the service can start programs: Wine's own has no logon program."""
+        if self._logon:
+            return
+        self.boot()
         self._logon = self._line_program("winlogon")
         assert self._logon.ask("session") == {"error": 0, "session": 1}
 
@@ -168,6 +171,11 @@ class WineHost(Host):
     def agents(self):
         """The agents that run: the words of their command lines by process id."""
         return self.session.programs("ZELKVMApp.exe")
+
+    @property
+    def consent_command(self):
+        """What a person types to be asked at this PC."""
+        return f"{self.entry}env WINEPREFIX={self.prefix} {WINE} {windows_folder()}/userconsent.exe"
 
     def consent_client(self, *arguments):
         """The program that asks the person at this PC, without anybody at its terminal."""

@@ -65,6 +65,7 @@ class Soak:
             if time.monotonic() > self._deadline and event.kind not in ("checkpoint", "end"):
                 break
             self._player.play(event)
+            self._stage.log.forget()
             begun = event.kind != "end"
             self._tell()
         if begun:

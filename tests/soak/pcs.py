@@ -110,13 +110,9 @@ class WinePc:
         self.firmware = make_firmware(workdir, self.address)
         self.host = WineHost(workdir, self.address)
         self._address = None
-        self._logged_on = False
 
     def start(self):
-        self.host.boot()
-        if not self._logged_on:
-            self.host.log_on()
-            self._logged_on = True
+        self.host.log_on()
         self.host.power_up()
         self.host.await_mailbox(True)
         self.host.start_service()

@@ -17,11 +17,11 @@ class Player:
         self._viewers = Viewers(stage, self._play_all)
         self._surroundings = Surroundings(stage, self._play_all)
         self._players = {
-            "start": self._start, "checkpoint": self._checkpoint, "end": Endings(stage, self._viewers).end, "console": self._consoles.console,
-            "idle-console": self._consoles.idle_console, "rush": self._consoles.rush, "viewer": self._viewers.viewer,
-            "kvm-stray": self._viewers.kvm_stray, "firmware": self._surroundings.firmware, "command": self._surroundings.command,
-            "power": self._surroundings.power, "network": self._surroundings.network, "suspend": self._surroundings.suspend,
-            "consent": self._surroundings.consent}
+            "start": self._start, "checkpoint": self._checkpoint, "end": Endings(stage, self._viewers).end,
+            "console": self._consoles.console, "idle-console": self._consoles.idle_console, "rush": self._consoles.rush,
+            "viewer": self._viewers.viewer, "kvm-stray": self._viewers.kvm_stray,
+            "firmware": self._surroundings.firmware, "command": self._surroundings.command, "power": self._surroundings.power,
+            "network": self._surroundings.network, "suspend": self._surroundings.suspend, "consent": self._surroundings.consent}
 
     def play(self, event):
         """One event, with all that happens in its middle."""

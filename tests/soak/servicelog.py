@@ -1,6 +1,7 @@
 """Follows the service's log line by line, through rotations, and takes account of its ERROR lines."""
 
 import collections
+import itertools
 import os
 import re
 import time
@@ -11,6 +12,7 @@ ERROR = "] ERROR: "
 POLL = 0.002  # seconds
 LIMIT = 10 << 20  # bytes, from which on the log is rotated
 LINE = 1024  # bytes of the longest
+KEPT = 500  # lines
 
 _BUFFER_SIZE = re.compile(r"INFO:  Buffer size (\d+)")
 
@@ -62,16 +64,21 @@ class ServiceLog:
         return self._first + len(self._lines)
 
     def forget(self):
-        """Places so far are no longer asked for."""
+        """Places so far are no longer asked for; a few lines stay, to look back at."""
         self.read()
-        self._first += len(self._lines)
-        self._lines.clear()
+        while len(self._lines) > KEPT:
+            self._lines.popleft()
+            self._first += 1
+
+    def last(self):
+        """The last lines that have been read."""
+        return list(self._lines)[-KEPT:]
 
     def since(self, place):
         """The lines from a place on."""
         self.read()
         assert place >= self._first, "that part of the log is forgotten"
-        return [self._lines[number] for number in range(place - self._first, len(self._lines))]
+        return list(itertools.islice(self._lines, place - self._first, None))
 
     def count(self, text, place):
         return sum(text in line for line in self.since(place))

@@ -4,8 +4,6 @@ import random
 
 from harness.waiting import eventually
 
-from .stage import END_OF_UPDATE
-
 ANSWERS = {"yes": 1, "wrong-then-yes": 1, "no": 2, "noresponse": 2}
 POWER_ACTIONS = {19: "sleep", 21: "reboot", 22: "shutdown", 23: "hibernate", 28: "shutdown"}
 DEEP = (19, 23)  # each leaves the handle of a thread
@@ -47,7 +45,9 @@ class Surroundings:
         before = stage.pc.power_actions()
         for command in commands:
             stage.send(command)
-        self._play(inner)
+        moved = stage.tally.moved["DASH"]
+        while stage.tally.moved["DASH"] == moved:  # a console that the idle limit cut short has had none
+            self._play(inner)
         if not commands:
             return
         if commands[-1] in DEEP:

@@ -87,7 +87,7 @@ class Viewers:
         self._stage.tally.sessions["KVM"] += 1
         viewers = [viewer]
         if trouble == "taken-over":
-            self._exchange(viewer, seed, SMALL)  # the receiver is at the first viewer's connection
+            self._exchange(viewer, seed, SMALL)
             viewers.append(viewer := self._take_over(viewer))
         self._trouble_in_session(trouble, viewer, seed, times)
         self._stage.pc.set_agent_behaviour(None)
@@ -112,13 +112,15 @@ class Viewers:
         return stranger
 
     def _take_over(self, first):
-        """The session is the second viewer's, once the first one lets go of the receiver with a last byte."""
+        """The session is the second viewer's. A receiver that still waits for the first one is woken by a last byte of it."""
         second = self.begin()
         first.say(b"!")
+        second.say(b"?")
         ends = [first, second, *([self._server] if self._server else [])]
         heard = self._server or second  # an echo goes to the viewer that is there now
-        assert pump(ends, lambda: heard.received, "the last byte of the first viewer")
-        same(heard.take_received(), b"!", "the last byte of the first viewer")
+        arrived = pump(ends, lambda: b"?" in heard.received, "the first byte of the second viewer")
+        said = heard.take_received()
+        assert arrived and said in (b"!?", b"?"), f"of the two viewers {said} was heard"
         return second
 
     def _trouble_in_session(self, trouble, viewer, seed, times):
@@ -151,7 +153,8 @@ class Viewers:
         def arrived():
             return len(viewer.received) >= len(wanted) and (not self._server or len(self._server.received) >= size)
         if not pump(ends, arrived, "a viewer's bytes"):
-            raise AssertionError("a viewer's connection ended; the log says\n" + "\n".join(self._log.since(self._log.here())[-30:]))
+            self._log.read()
+            raise AssertionError("a viewer's connection ended; the log says\n" + "\n".join(self._log.last()[-30:]))
         same(viewer.take_received(), wanted, "firmware to viewer")
         if self._server:
             same(self._server.take_received(), data, "viewer to firmware")
