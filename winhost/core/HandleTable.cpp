@@ -1,6 +1,21 @@
 #include "winhost/core/HandleTable.h"
 
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <typeinfo>
+
 namespace winhost {
+
+namespace {
+
+std::string ClassNameOf(const Object& object) {
+    const std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(typeid(object).name(), nullptr, nullptr, nullptr), &std::free);
+    return name.get();
+}
+
+}  // namespace
 
 // Never destroyed: detached threads use their handles until the process is gone.
 HandleTable& HandleTable::Instance() {
@@ -56,6 +71,16 @@ std::shared_ptr<Object> HandleTable::Find(HANDLE handle) {
     const Slot* slot = Locate(shard, place);
     if (!slot) ++m_staleUses;
     return slot ? slot->object : nullptr;
+}
+
+std::vector<std::string> HandleTable::Kinds() {
+    std::vector<std::string> kinds;
+    for (Shard& shard : m_shards) {
+        std::lock_guard lock(shard.mutex);
+        for (const Slot& slot : shard.slots)
+            if (slot.object) kinds.push_back(ClassNameOf(*slot.object));
+    }
+    return kinds;
 }
 
 bool HandleTable::CloseIf(HANDLE handle, bool (*matches)(const Object&)) {

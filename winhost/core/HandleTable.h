@@ -11,6 +11,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include <minwindef.h>
@@ -53,6 +54,8 @@ class HandleTable {
 
     // Handles that are open, so that a test can see a leak.
     size_t Size() const { return m_size; }
+    // The kind of each of them, by the name of its class, so that a test can tell what leaks.
+    std::vector<std::string> Kinds();
     // How often a handle was used, or closed, that had been closed before. On Windows its number may be
     // another object's by then.
     size_t StaleUses() const { return m_staleUses; }

@@ -68,21 +68,6 @@ TEST_P(FailingCall, CostsTheReportNoMoreThanWhatItWouldHaveTold) {
 INSTANTIATE_TEST_SUITE_P(OfTheNetwork, FailingCall,
                          ::testing::Values("GetIpAddrTable", "GetIfTable", "GetIfEntry", "GetAdaptersInfo"));
 
-TEST_F(PlatformFaults, AnySingleFailureLeavesTheReportsGoing) {
-    constexpr uint64_t kEnough = 2000;
-    uint64_t n = 1;
-    for (; n < kEnough; ++n) {
-        Gate().Reset();
-        Gate().FailNth("", n, ERROR_GEN_FAILURE);
-        Report();
-        if (Gate().Failures() == 0) break;
-    }
-    EXPECT_GT(n, 50u) << "the report makes more calls than that";
-    ASSERT_LT(n, kEnough) << "the sweep has not come to its end";
-    Gate().Reset();
-    ExpectAWholeReport();
-}
-
 TEST_F(PlatformFaults, AdaptersThatVanishDuringAScanAreNotReported) {
     Gate().Delay("GetIfTable", 50ms);
     MultiNwInfo record;

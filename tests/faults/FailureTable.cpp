@@ -1,0 +1,265 @@
+#include "tests/faults/FailureTable.h"
+
+#include <unordered_map>
+
+#include "tests/faults/Injector.h"
+
+namespace {
+
+// Win32.
+constexpr uint32_t kFileNotFound = 2, kPathNotFound = 3, kTooManyOpenFiles = 4, kAccessDenied = 5,
+                   kInvalidHandle = 6, kNotEnoughMemory = 8, kInvalidData = 13, kOutOfMemory = 14,
+                   kNoMoreFiles = 18, kCrcError = 23, kGenFailure = 31, kSharingViolation = 32,
+                   kHandleEof = 38, kNotSupported = 50, kNetnameDeleted = 64, kInvalidParameter = 87,
+                   kBrokenPipe = 109, kDiskFull = 112, kInsufficientBuffer = 122, kModuleNotFound = 126,
+                   kProcedureNotFound = 127, kAlreadyExists = 183, kPipeBusy = 231, kNoData = 232,
+                   kPipeNotConnected = 233, kMoreData = 234, kAbandonedWait = 735, kOperationAborted = 995,
+                   kNotReady = 21, kNotFound = 1168, kServiceNotActive = 1062, kServiceNotInExe = 1083,
+                   kFailedControllerConnect = 1063, kShutdownInProgress = 1115, kNoSystemResources = 1450,
+                   kNotEnoughQuota = 1816, kPrivilegeNotHeld = 1314, kNoSuchPrivilege = 1313,
+                   kRpcServerUnavailable = 1722, kNoMoreItems = 259, kNonePending = 1168,
+                   kBadConfiguration = 1610, kNoTokenInformation = 1008, kRegistryCorrupt = 1015,
+                   kKeyDeleted = 1018, kInvalidComputerName = 1210, kEventlogFileCorrupt = 1500,
+                   kInternalError = 1359, kNoSuchLogonSession = 1312, kFileExists = 80, kWaitTimeout = 258,
+                   kEventlogFull = 1502;
+// Winsock.
+constexpr uint32_t kWsaIntr = 10004, kWsaFault = 10014, kWsaTooManyFiles = 10024, kWsaWouldBlock = 10035,
+                   kWsaInProgress = 10036, kWsaNotSocket = 10038, kWsaAddressInUse = 10048,
+                   kWsaAddressNotAvailable = 10049, kWsaNetDown = 10050, kWsaNetUnreachable = 10051,
+                   kWsaNetReset = 10052, kWsaConnectionAborted = 10053, kWsaConnectionReset = 10054,
+                   kWsaNoBuffers = 10055, kWsaNotConnected = 10057, kWsaTimedOut = 10060,
+                   kWsaHostUnreachable = 10065, kWsaSystemNotReady = 10091;
+// COM and WMI.
+constexpr uint32_t kComOutOfMemory = 0x8007000E, kComUnexpected = 0x8000FFFF, kComChangedMode = 0x80010106,
+                   kComTooLate = 0x80010119, kComClassNotRegistered = 0x80040154, kWbemFailed = 0x80041001,
+                   kWbemNotFound = 0x80041002, kWbemAccessDenied = 0x80041003, kWbemTransport = 0x80041015,
+                   kWbemShuttingDown = 0x80041033;
+// Of the C runtime, and NTSTATUS.
+constexpr uint32_t kErrnoIo = 5, kErrnoAccess = 13, kErrnoInvalid = 22, kErrnoFiles = 24,
+                   kStatusUnsuccessful = 0xC0000001;
+
+using enum FailureEntry::Effect;
+
+constexpr const char* kOwned = "succeeds for everybody who owns what he gives it";
+
+std::vector<FailureEntry> MakeTable() {
+    return {
+        // ---- what is the caller's own ----
+        {"CloseHandle", {}, kOwned},
+        {"closesocket", {}, kOwned},
+        {"ReleaseMutex", {}, kOwned},
+        {"ResetEvent", {}, kOwned},
+        {"SetEvent", {}, kOwned},
+        {"VariantClear", {}, kOwned},
+        {"WaitForSingleObject", {}, kOwned},
+        {"QueryPerformanceCounter", {}, "never fails since Windows XP"},
+        {"QueryPerformanceFrequency", {}, "never fails since Windows XP"},
+
+        // ---- the process and its threads ----
+        {"std::thread", {kNotEnoughMemory}},
+        {"CreateThread", {kNotEnoughMemory, kAccessDenied}},
+        {"TerminateThread", {kInvalidHandle, kAccessDenied}, "has no effect when it succeeds either"},
+        {"GetExitCodeThread", {kInvalidHandle}},
+        {"CreateEventA", {kNotEnoughMemory, kNoSystemResources}},
+        {"CreateMutexA",
+         {kNotEnoughMemory, kAccessDenied},
+         "the logger's: without it the process ends",
+         EndsProcess},
+        {"GetUserNameA",
+         {kNotEnoughMemory, kInsufficientBuffer},
+         "the line with the name of the user shows none"},
+        {"GetModuleFileNameA", {kInsufficientBuffer, kNotEnoughMemory}},
+        {"GetModuleHandleA", {kModuleNotFound}},
+        {"GetProcAddress", {kProcedureNotFound}},
+        {"K32GetProcessMemoryInfo",
+         {kAccessDenied, kNotEnoughMemory},
+         "every line shows it: no memory, or no time zone"},
+        {"getenv_s", {kErrnoInvalid}},
+        {"FormatMessageA", {kNotEnoughMemory}, "told to the debug entry, which writes nothing"},
+        {"LocalFree", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+        {"_popen", {kErrnoFiles}},
+        {"_pclose", {kErrnoInvalid}, "not examined: the work is done"},
+
+        // ---- time and place ----
+        {"GetTimeZoneInformation", {kInvalidParameter}, "every line shows it: no memory, or no time zone"},
+        {"localtime_s", {kErrnoInvalid}},
+        {"gmtime_s", {kErrnoInvalid}},
+        {"asctime_s", {kErrnoInvalid}},
+        {"GetComputerNameExA",
+         {kMoreData, kNotEnoughMemory},
+         "the line with the domain shows that it is not known"},
+        {"RtlGetVersion", {kStatusUnsuccessful}},
+        {"WideCharToMultiByte",
+         {kInsufficientBuffer, kInvalidParameter},
+         "the text that it converts is missing from its line"},
+
+        // ---- files ----
+        {"_fsopen", {kErrnoAccess, kErrnoFiles}},
+        {"_fseeki64", {kErrnoIo}, "the log's own: it goes on without a rotation"},
+        {"_ftelli64", {kErrnoIo}, "the log's own: it goes on without a rotation"},
+        {"MoveFileA", {kAccessDenied, kSharingViolation}},
+        {"DeleteFileA", {kAccessDenied, kSharingViolation}},
+        {"SHCreateDirectoryExA", {kPathNotFound, kAccessDenied}},
+        {"CreateFileA", {kFileNotFound, kAccessDenied, kSharingViolation}},
+        {"ReadFile", {kNotEnoughMemory, kOperationAborted, kBrokenPipe}},
+        {"WriteFile", {kNoData, kBrokenPipe, kNotEnoughQuota}},
+        {"DeviceIoControl", {kGenFailure, kInvalidParameter, kNoSystemResources}},
+        {"GetOverlappedResult", {kOperationAborted, kGenFailure}},
+        {"CancelIoEx", {kNotFound, kInvalidHandle}, "what it would cancel may be over", HoldsThreads},
+        {"CreateIoCompletionPort", {kInvalidParameter, kNotEnoughMemory}},
+        {"GetQueuedCompletionStatus", {kAbandonedWait, kInvalidHandle}},
+
+        // ---- pipes and their security ----
+        {"CreateNamedPipeA", {kAccessDenied, kPipeBusy}},
+        {"ConnectNamedPipe", {kNoData, kNotEnoughMemory}, "tried again; the last of many failures is told"},
+        {"DisconnectNamedPipe", {kPipeNotConnected}, "not examined: the work is done"},
+        {"SetNamedPipeHandleState", {kInvalidParameter}},
+        {"WaitNamedPipeA", {kFileNotFound, 121 /* ERROR_SEM_TIMEOUT */}},
+        {"InitializeSecurityDescriptor", {kInvalidParameter}},
+        {"SetSecurityDescriptorDacl", {kInvalidParameter}},
+
+        // ---- devices ----
+        {"SetupDiGetClassDevsA", {kInvalidParameter, kNotEnoughMemory}},
+        {"SetupDiEnumDeviceInterfaces", {kInvalidParameter, kNotEnoughMemory}, "asked again at once"},
+        {"SetupDiGetDeviceInterfaceDetailA", {kInvalidData, kNotEnoughMemory}},
+        {"SetupDiDestroyDeviceInfoList", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+
+        // ---- the service manager and the event log ----
+        {"StartServiceCtrlDispatcherA",
+         {kFailedControllerConnect},
+         "not examined: the process ends",
+         Unstoppable},
+        {"RegisterServiceCtrlHandlerExA", {kServiceNotInExe, kNotEnoughMemory}, nullptr, Unstoppable},
+        {"SetServiceStatus", {kInvalidHandle}, "not examined: the next report may arrive", Unstoppable},
+        {"RegisterEventSourceA", {kRpcServerUnavailable, kAccessDenied}},
+        {"ReportEventA", {kEventlogFull, kRpcServerUnavailable}},
+        {"DeregisterEventSource", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+
+        // ---- the registry ----
+        {"RegOpenKeyExA", {kFileNotFound, kAccessDenied}},
+        {"RegQueryValueExA", {kFileNotFound, kMoreData, kKeyDeleted}},
+        {"RegCloseKey", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+
+        // ---- COM and WMI ----
+        {"CoInitializeEx", {kComOutOfMemory, kComChangedMode}},
+        {"CoInitializeSecurity", {kComOutOfMemory, kComTooLate}},
+        {"CoCreateInstance",
+         {kComClassNotRegistered, kComOutOfMemory},
+         "the connection is made without asking for English"},
+        {"CoSetProxyBlanket", {kComOutOfMemory}},
+        {"IWbemContext::SetValue", {kComOutOfMemory}, "the connection is made without asking for English"},
+        {"IWbemContext::GetValue", {kWbemNotFound}},
+        {"IWbemLocator::ConnectServer", {kWbemAccessDenied, kWbemTransport, kComOutOfMemory}},
+        {"IWbemServices::ExecQuery", {kWbemFailed, kWbemAccessDenied, kWbemShuttingDown}},
+        {"IEnumWbemClassObject::Next",
+         {kWbemFailed, kWbemTransport},
+         "the lines that show the system are missing"},
+        {"IWbemClassObject::Get",
+         {kWbemNotFound, kComOutOfMemory},
+         "the line that shows the property is missing"},
+        {"SysAllocString", {kOutOfMemory}, "the connection is made without asking for English"},
+        {"SysAllocStringLen", {kOutOfMemory}, "the connection is made without asking for English"},
+
+        // ---- Winsock ----
+        {"WSAStartup", {kWsaSystemNotReady}, "made before the log is open; later calls tell"},
+        {"WSACleanup", {kWsaNetDown}, "not examined: the work is done", StaysOpen},
+        {"socket", {kWsaTooManyFiles, kWsaNoBuffers, kWsaNetDown}},
+        {"bind", {kWsaAddressInUse, kWsaAddressNotAvailable, kWsaNoBuffers}},
+        {"listen", {kWsaAddressInUse, kWsaNetDown, kWsaTooManyFiles}},
+        {"accept", {kWsaConnectionReset, kWsaTooManyFiles, kWsaNoBuffers}},
+        {"connect", {kWsaTimedOut, kWsaNetUnreachable}},
+        {"ioctlsocket", {kWsaNetDown, kWsaFault}},
+        {"recv", {kWsaConnectionReset, kWsaConnectionAborted, kWsaIntr, kWsaWouldBlock}},
+        {"send", {kWsaConnectionReset, kWsaNoBuffers, kWsaWouldBlock}},
+        {"shutdown", {kWsaConnectionReset, kWsaNotConnected}, "the connection is closed right after"},
+        {"getpeername", {kWsaNotConnected}},
+        {"getsockname", {kWsaNetDown}},
+        {"gethostname", {kWsaNetDown}, "the line with the host name shows none"},
+
+        // ---- the network ----
+        {"GetAdaptersInfo",
+         {kInvalidData, kNotSupported, 232 /* ERROR_NO_DATA */},
+         "told to the debug entry, which writes nothing"},
+        {"GetIpAddrTable", {kNotSupported, kInvalidParameter}},
+        {"GetIfTable", {kNotSupported, kNotEnoughMemory}},
+        {"GetIfEntry", {kNotFound, kNotSupported}},
+        {"GetNetworkParams", {kNotSupported, 232 /* ERROR_NO_DATA */}},
+        {"InternetGetConnectedState",
+         {0xFFFFFFFF},
+         "a failure is its answer for a host without a connection"},
+        {"WlanOpenHandle", {kServiceNotActive, kNotEnoughMemory}},
+        {"WlanCloseHandle", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+        {"WlanEnumInterfaces", {kInvalidHandle, kNotEnoughMemory, kServiceNotActive}},
+        {"WlanRegisterNotification", {kInvalidHandle, kNotEnoughMemory}, nullptr, StaysOpen},
+
+        // ---- processes, sessions and tokens ----
+        {"CreateToolhelp32Snapshot", {kNotEnoughMemory, kAccessDenied}, "as if no such process ran"},
+        {"Process32First", {kNoMoreFiles}, "as if no such process ran"},
+        {"Process32Next", {kNoMoreFiles}, "as if no such process ran"},
+        {"OpenProcess", {kAccessDenied, kInvalidParameter}},
+        {"TerminateProcess", {kAccessDenied}, "not examined: the agent stays"},
+        {"GetProcessId", {kInvalidHandle}, "the line with the id of the process shows 0"},
+        {"ProcessIdToSessionId", {kAccessDenied, kInvalidParameter}},
+        {"WTSGetActiveConsoleSessionId", {kNoSuchLogonSession}, "as if nobody were at the console"},
+        {"WTSQuerySessionInformationA",
+         {kAccessDenied, kRpcServerUnavailable},
+         "a desktop of which nothing is known counts as unlocked"},
+        {"OpenProcessToken", {kAccessDenied}},
+        {"DuplicateTokenEx", {kAccessDenied, kNotEnoughMemory}},
+        {"SetTokenInformation", {kPrivilegeNotHeld}, "shows when the process is started"},
+        {"LookupPrivilegeValueA", {kNoSuchPrivilege}},
+        {"AdjustTokenPrivileges", {kAccessDenied}},
+        {"CreateEnvironmentBlock", {kNoTokenInformation, kAccessDenied}},
+        {"DestroyEnvironmentBlock", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+        {"CreateProcessAsUserA", {kFileNotFound, kPipeNotConnected, kPrivilegeNotHeld}},
+
+        // ---- power ----
+        {"GetPwrCapabilities", {kAccessDenied}},
+        {"InitiateSystemShutdownExA", {kShutdownInProgress, kAccessDenied}},
+        {"ExitWindowsEx", {kPrivilegeNotHeld}},
+        {"SetSuspendState", {kPrivilegeNotHeld, kNotSupported}},
+    };
+}
+
+// Functions and files where a call fails in silence that has to be told elsewhere.
+struct SilentPlace {
+    const char* call;
+    const char* place;
+    const char* reason;
+};
+constexpr SilentPlace kSilentPlaces[] = {
+    {"CreateEventA", "ZELService::ZELService", "before the log is open"},
+    {"CreateEventA", "DetachedThreads::", "before the log is open"},
+    {"CreateEventA", "NetworkMonitor::NetworkMonitor", "before the log is open"},
+    {"RegOpenKeyExA", "OsName", "the line with the name of the system shows an unknown edition"},
+    {"RegQueryValueExA", "OsName", "the line with the name of the system shows an unknown edition"},
+    {"GetQueuedCompletionStatus", "MailboxReadLoop::DrainReads", "reads that are left keep their buffers"},
+    {"OpenProcess", "KVMAgent.cpp", "not examined: the agent stays"},
+};
+
+}  // namespace
+
+bool MayBeSilent(const FailureEntry& entry, std::string_view place) {
+    if (entry.reason) return true;
+    for (const SilentPlace& silent : kSilentPlaces) {
+        if (silent.call != std::string_view(entry.call)) continue;
+        if (place == kUnknownPlace || place.find(silent.place) != std::string_view::npos) return true;
+    }
+    return false;
+}
+
+const std::vector<FailureEntry>& FailureTable() {
+    static const std::vector<FailureEntry> table = MakeTable();
+    return table;
+}
+
+const FailureEntry* FindFailure(std::string_view call) {
+    static const auto index = [] {
+        std::unordered_map<std::string_view, const FailureEntry*> byName;
+        for (const FailureEntry& entry : FailureTable())
+            byName[entry.call] = &entry;
+        return byName;
+    }();
+    const auto found = index.find(call);
+    return found == index.end() ? nullptr : found->second;
+}

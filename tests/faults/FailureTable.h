@@ -1,0 +1,30 @@
+// How each call of the platform can fail, by its documentation.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+struct FailureEntry {
+    const char* call;
+    // What it may fail with. None for a call that doesn't fail for a caller who owns what he gives it; then
+    // `reason` says so.
+    std::vector<uint32_t> errors;
+    // Why the log need not tell of the failure; null where it has to.
+    const char* reason = nullptr;
+    // What else follows from the failure.
+    enum class Effect {
+        None,
+        StaysOpen,     // the call closes something, which stays open
+        HoldsThreads,  // a thread goes on waiting, and ends with the process
+        EndsProcess,   // at once, with exit code 0
+        Unstoppable,   // the service manager can't be told that the service has stopped
+    };
+    Effect effect = Effect::None;
+};
+
+// Null for a call that the table doesn't know.
+const FailureEntry* FindFailure(std::string_view call);
+const std::vector<FailureEntry>& FailureTable();
+// Whether the log need not tell of its failure when the call is made there, described as by DescribeSite.
+bool MayBeSilent(const FailureEntry& entry, std::string_view place);

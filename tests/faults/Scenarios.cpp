@@ -1,0 +1,177 @@
+#include "tests/faults/Scenarios.h"
+
+#include <wlanapi.h>
+
+#include "mailbox/ConsentRecords.h"
+#include "tests/faults/ConsentProgram.h"
+#include "winhost/wlan/WlanService.h"
+
+namespace {
+
+constexpr char kListening[] = "Calling HTTPS Socket Accept";
+constexpr char kSession[] = "Processing DASH traffic for socket with address: ";
+constexpr char kViewerAnnounced[] = "Response returned for KVM request from Mailbox driver";
+constexpr char kViewerGone[] = "KVMCleanupCommon: Exiting Thread Handler";
+constexpr char kScanned[] = "Available NICs Count";
+constexpr uint16_t kDashPort = 664, kKvmPort = 22;
+
+void Nothing(World&) {}
+
+void Settled(World& world) {
+    world.LaunchAndSettle();
+}
+
+void SettledWithAgent(World& world) {
+    world.InstallAgent();
+    world.LaunchAndSettle();
+}
+
+// ---- start, and the first report to the firmware ----
+
+// The first report waits for the firmware.
+void HoldFirstUpdate(World& world) {
+    world.firmware.Hold("GetMPMStatus");
+}
+
+void Start(World& world) {
+    world.Launch();
+    world.Until([&] { return world.firmware.HostListening(); });
+}
+
+void BeforeFirstUpdate(World& world) {
+    HoldFirstUpdate(world);
+    Start(world);
+    world.Settle();
+}
+
+void FirstUpdate(World& world) {
+    world.firmware.Release("GetMPMStatus");
+    world.UntilLogged(kListening);
+    world.Until([&] { return world.firmware.Count("WriteMultiNwInfo") > 0; });
+}
+
+// ---- consoles ----
+
+bool ConnectConsole(World& world, Wire& console) {
+    return world.Until([&] { return console.Connect(World::PortFor(kDashPort)); });
+}
+
+void Dash(World& world) {
+    Wire& console = world.NewWire();
+    Wire& second = world.NewWire();
+    ConnectConsole(world, console);
+    world.UntilLogged(kSession);
+    console.Send("a request");
+    world.Until([&] { return world.firmware.Count("WriteDASHPacket") >= 1; });
+    world.firmware.SendDash("an answer");
+    world.Until([&] { return console.Received() == "an answer" || console.IsClosed(); });
+    ConnectConsole(world, second);
+    console.Close();
+    world.UntilLogged(kSession, 2);
+    second.Send("another");
+    world.Until([&] { return world.firmware.Count("WriteDASHPacket") >= 2; });
+    // Nobody says anything any more.
+    world.Until([&] { return second.IsClosed(); });
+}
+
+void Power(World& world) {
+    Wire& console = world.NewWire();
+    ConnectConsole(world, console);
+    world.UntilLogged(kSession);
+    for (const MpmCommand command :
+         {MPM_ZEL_CMD_HOST_CYCLE_SOFT, MPM_ZEL_CMD_HOST_HIBERNATE, MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE}) {
+        const size_t before = World::Pc().PowerActions().size();
+        world.firmware.Send(command);
+        world.firmware.SendDash("done");
+        world.Until([&] { return World::Pc().PowerActions().size() > before; }, World::Seconds(10));
+    }
+}
+
+// ---- viewers ----
+
+void EnterKvmSession(World& world, Wire& viewer) {
+    world.firmware.Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    world.Until([&] { return viewer.Connect(World::PortFor(kKvmPort)); });
+    world.UntilLogged(kViewerAnnounced);
+}
+
+void Kvm(World& world) {
+    Wire& viewer = world.NewWire();
+    EnterKvmSession(world, viewer);
+    viewer.Send("a key");
+    world.Until([&] { return world.firmware.Count("WriteKVMPacket") >= 1; });
+    world.firmware.Send(MPM_ZEL_CMD_KVM_DATA, "a picture");
+    world.Until([&] { return viewer.Received() == "a picture" || viewer.IsClosed(); });
+    world.firmware.Send(MPM_ZEL_CMD_VNC_SOC_CLOSE);
+    world.UntilLogged(kViewerGone);
+    world.Until([&] { return viewer.IsClosed(); });
+    // The agent is made to leave.
+    world.UntilLogged("Exited killProcessByName function", 2);
+}
+
+// ---- the person at the PC ----
+
+void Consent(World& world) {
+    const ConsentProgram program("Consent_yes");
+    world.firmware.Send(MPM_ZEL_CMD_GET_KVM_CONSENT, mpm::Bytes::Of(UserConsentQuestion{1, 30}));
+    world.Until([&] { return world.firmware.Count("WriteUserConsent") >= 1; });
+    world.Settle();
+}
+
+// ---- the PC ----
+
+void SuspendAndResume(World& world) {
+    world.Control(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    world.firmware.Clear();
+    world.Control(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC);
+    world.Until([&] { return world.firmware.Count("WriteMultiNwInfo") >= 1; });
+    world.Settle();
+}
+
+void Move(const char* address) {
+    World::Pc().Change([=](auto& description) { description.adapters->front().address = address; });
+}
+
+void NetworkChange(World& world) {
+    world.firmware.Clear();
+    Move("192.168.1.77");
+    world.OnThreadOfWindows([] {
+        winhost::WlanService::Instance().Notify(
+            {.code = wlan_notification_acm_connection_complete, .data = ""});
+    });
+    world.Until([&] { return world.firmware.Count("WriteMultiNwInfo") >= 1; });
+    world.Settle();
+    // Found by the scan alone.
+    Move("192.168.1.78");
+    world.UntilLogged(kScanned);
+    world.Settle();
+}
+
+void InSessions(World& world) {
+    SettledWithAgent(world);
+    Wire& console = world.NewWire();
+    Wire& viewer = world.NewWire();
+    EnterKvmSession(world, viewer);
+    ConnectConsole(world, console);
+    world.UntilLogged(kSession);
+    world.Settle();
+}
+
+}  // namespace
+
+const std::vector<Scenario>& Scenarios() {
+    static const std::vector<Scenario> scenarios = {
+        {"start", "the process from its first call until it listens to the firmware", HoldFirstUpdate, Start},
+        {"update", "the first report to the firmware, until the service listens for consoles",
+         BeforeFirstUpdate, FirstUpdate},
+        {"dash", "two consoles, one after the other; the second falls asleep", Settled, Dash},
+        {"kvm", "remote KVM from its enabling to the end of its agent, bytes in both directions",
+         SettledWithAgent, Kvm},
+        {"consent", "a question to the person at the PC, and the answer", Settled, Consent},
+        {"power", "a console reboots the PC, hibernates it, and shuts it down", Settled, Power},
+        {"suspend", "the PC sleeps and wakes", Settled, SuspendAndResume},
+        {"network", "addresses change, told by the WLAN service and found by a scan", Settled, NetworkChange},
+        {"stop", "the stop of a service with a console and a viewer", InSessions, Nothing, true},
+    };
+    return scenarios;
+}

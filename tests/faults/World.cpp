@@ -1,0 +1,203 @@
+#include "tests/faults/World.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "service/ZELLogger.h"
+#include "tests/faults/Stacks.h"
+#include "tests/faults/Watch.h"
+#include "winhost/core/HandleTable.h"
+#include "winhost/service/Scm.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kLogPath[] = "C:\\ProgramData\\Tarvix\\Manageability\\zel.log";
+constexpr char kAgentPath[] = "C:\\Program Files\\Tarvix\\Service\\bin\\ZELKVMApp.exe";
+constexpr char kListening[] = "Calling HTTPS Socket Accept";
+constexpr char kStarted[] = "Register: ZEL Win32 Service started and initialized successfully";
+
+// The service has nothing to do when it has been seen to make no call, and no thread at work, so many times.
+constexpr int kQuietLooks = 3;
+constexpr auto kLook = 1ms;
+// And nothing will ever happen when nobody waits for time to pass either.
+constexpr int kDeadLooks = 150;
+// One that does not come to rest for so long, in real time, works on and on.
+constexpr auto kRestless = 4s;
+
+constexpr DWORD kEndMilliseconds = 3000;
+
+}  // namespace
+
+World::World(const Scenario& scenario, const Selection& selection, Account& account)
+    : m_scenario(scenario), m_selection(selection), m_account(account) {}
+
+void World::Describe(winhost::PcDescription& description) {
+    ServiceFixture::Describe(description);
+    winhost::Adapter wireless;
+    wireless.name = "{70A9067B-708F-443C-84BA-BC391FDBF72B}";
+    wireless.description = "Wi-Fi adapter";
+    wireless.index = 2;
+    wireless.type = 71;
+    wireless.mac = "00:11:22:33:44:66";
+    wireless.address = "192.168.2.10";
+    wireless.mask = "255.255.255.0";
+    description.adapters->push_back(wireless);
+    description.wlanInterfaces = {{wireless.name, "Wi-Fi", 1}};
+    description.dnsDomain = "example.net";
+}
+
+// ---- the service's process ----
+
+// What the program does, in its order.
+void World::RunProcess() {
+    service = std::make_unique<ZELService>("");
+    char program[] = "ZELService.exe", argument[] = "-service";
+    char* argv[] = {program, argument, nullptr};
+    service->Main(2, argv);
+    m_mainOver = true;
+    m_threadsHang = !service->EndThreads(kEndMilliseconds);
+    if (ZELLogger* const logger = ZELLogger::Instance()) logger->CloseLog();
+    if (!m_threadsHang) service.reset();
+    m_processOver = true;
+}
+
+Wire& World::NewWire() {
+    return m_wires.emplace_back();
+}
+
+void World::Launch() {
+    m_process = std::thread([this] { RunProcess(); });
+    auto& scm = winhost::Scm::Instance();
+    Expect(Until([&] {
+               return m_mainOver || scm.State() == SERVICE_STOPPED ||
+                      (scm.State() == SERVICE_RUNNING && CountInLog(kStarted) > 0);
+           }),
+           "the service starts");
+}
+
+void World::LaunchAndSettle() {
+    Launch();
+    Expect(UntilLogged(kListening), "the service listens");
+    Settle();
+}
+
+void World::InstallAgent() {
+    const std::filesystem::path path = HostPath(kAgentPath);
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path) << "#!/bin/sh\nexec sleep 1000\n";
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+}
+
+void World::OnThreadOfWindows(const std::function<void()>& act) {
+    std::atomic<bool> over{false};
+    std::thread thread([&] {
+        act();
+        over = true;
+    });
+    if (!Until([&] { return over.load(); }, kEnd)) {
+        Find("a call of Windows into the service does not return");
+        PrintStacks();
+        m_account.end = Account::End::Failed;
+        Finish();
+    }
+    thread.join();
+}
+
+void World::Control(uint32_t control, uint32_t eventType) {
+    OnThreadOfWindows([=] { winhost::Scm::Instance().Control(control, eventType); });
+}
+
+// ---- time ----
+
+bool World::Until(const std::function<bool()>& holds, Seconds patience) {
+    winhost::Clock& clock = Clock();
+    const auto deadline = clock.Steady() + patience;
+    auto rest = std::chrono::steady_clock::now();
+    Watch watch;
+    while (!holds()) {
+        std::this_thread::sleep_for(kLook);
+        const int quiet = watch.Look();
+        const auto now = std::chrono::steady_clock::now();
+        if (quiet > 0) rest = now;
+        if (now - rest > kRestless) return holds();
+        if (quiet < kQuietLooks) continue;
+        const auto next = clock.NextDeadline();
+        if (next == winhost::Clock::kNever) {
+            if (quiet > kDeadLooks) return holds();
+            continue;
+        }
+        if (next > deadline) return holds();
+        Advance(next - clock.Steady());
+        watch = {};
+    }
+    return true;
+}
+
+bool World::UntilLogged(const std::string& text, size_t count) {
+    return Until([&] { return CountInLog(text) >= count; });
+}
+
+void World::Settle() {
+    const auto deadline = std::chrono::steady_clock::now() + kRestless;
+    for (Watch watch; watch.Look() < kQuietLooks && std::chrono::steady_clock::now() < deadline;)
+        std::this_thread::sleep_for(kLook);
+}
+
+// ---- the log ----
+
+std::string World::LogText() {
+    std::ifstream stream(HostPath(kLogPath), std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+size_t World::CountInLog(const std::string& text) {
+    const std::string log = LogText();
+    size_t count = 0;
+    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+        ++count;
+    return count;
+}
+
+// ---- a run ----
+
+void World::Play() {
+    PcFixture::SetUp();
+    m_handlesBefore = winhost::HandleTable::Instance().Size();
+    Injector::Instance().Arm({}, m_account);
+    m_scenario.prepare(*this);
+    Injector::Instance().Arm(m_selection, m_account);
+    m_scenario.act(*this);
+    Settle();
+    if (!m_scenario.failsInStop) Injector::Instance().StopCounting();
+    Stop();
+}
+
+void World::Stop() {
+    firmware.ClearFaults();
+    if (!m_mainOver) StopByManager();
+    // The dispatcher of a service whose last report is lost waits for it, until the service manager has had
+    // enough and ends the process.
+    m_isDeaf = !Until([this] { return m_processOver.load(); }, kEnd) && !m_mainOver &&
+               Follows(FailureEntry::Effect::Unstoppable);
+    if (m_isDeaf || m_processOver) return;
+    Find("the process does not come to its end");
+    PrintStacks();
+}
+
+// One that never heard of the service's start is made to deliver the stop all the same.
+void World::StopByManager() {
+    OnThreadOfWindows([this] {
+        auto& scm = winhost::Scm::Instance();
+        m_stopDelivered =
+            scm.Control(SERVICE_CONTROL_STOP) == NO_ERROR ||
+            scm.Control(SERVICE_CONTROL_STOP, 0, nullptr, winhost::Scm::Delivery::Forced) == NO_ERROR;
+    });
+}
+
+bool World::Follows(FailureEntry::Effect effect) const {
+    const FailureEntry* const entry = FindFailure(m_account.call);
+    return entry && entry->effect == effect;
+}
