@@ -1,4 +1,6 @@
 // How a session ends: the idle limit, the closing of its socket, and the reset after a fault.
+#include <system_error>
+
 #include "dash/DASHClientInterface.h"
 #include "service/Log.h"
 #include "service/ZELService.h"
@@ -102,7 +104,12 @@ void DASHClientInterface::CloseSocketInZEL() {
 
 // The fault is found on the very workers that the reset joins, so it needs a thread of its own.
 void DASHClientInterface::StartResetThread() {
-    m_resetThreads.Start([this] { ResetDASHCommunication(); });
+    try {
+        m_resetThreads.Start([this] { ResetDASHCommunication(); });
+    } catch (const std::system_error& error) {
+        // The session has ended all the same; the next one may do better. A stop goes on here.
+        LogError("%s: no thread for the reset: %s", "StartResetThread", error.what());
+    }
 }
 
 // The pools do not start again: a reset ends the service's DASH traffic until the process restarts.
