@@ -141,7 +141,7 @@ void KVMSessionControl::StartAgentCleanUp() {
     try {
         started = g_pZELService->m_detachedThreads.Start(cleanUp);
     } catch (const std::system_error&) {
-        // The next session waits for this one.
+        LogWarn("%s: no thread to remove the agent, the next session waits for it", "StartAgentCleanUp");
     }
     if (!started) cleanUp();
 }

@@ -6,11 +6,20 @@
 
 #include "service/Handles.h"
 
+namespace {
+constexpr DWORD kPoll = 10;  // milliseconds
+}
+
 struct DetachedThreads::State {
     std::mutex mutex;
     size_t running = 0;
     bool ending = false;
     UniqueHandle allGone{CreateEventA(nullptr, TRUE, TRUE, nullptr)};
+
+    bool AllGone() {
+        std::lock_guard lock(mutex);
+        return running == 0;
+    }
 
     bool Enter() {
         std::lock_guard lock(mutex);
@@ -54,7 +63,13 @@ bool DetachedThreads::AwaitEnd(DWORD milliseconds) {
     {
         std::lock_guard lock(m_state->mutex);
         m_state->ending = true;
-        if (m_state->running == 0) return true;
     }
-    return WaitForSingleObject(m_state->allGone.Get(), milliseconds) == WAIT_OBJECT_0;
+    if (m_state->AllGone()) return true;
+    if (m_state->allGone) return WaitForSingleObject(m_state->allGone.Get(), milliseconds) == WAIT_OBJECT_0;
+    // There was no event to be had.
+    for (DWORD waited = 0; waited < milliseconds; waited += kPoll) {
+        if (m_state->AllGone()) return true;
+        Sleep(kPoll);
+    }
+    return m_state->AllGone();
 }

@@ -6,6 +6,10 @@
 
 RequestWatchdog::RequestWatchdog(MailBoxDriverInterface& mailbox)
     : m_done(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {
+    if (!m_done) {
+        LogWarn("%s: no event, unanswered requests will hold the stop", "RequestWatchdog");
+        return;
+    }
     try {
         m_thread = std::thread([&mailbox, done = m_done.Get()] {
             while (WaitForSingleObject(done, kPatience) == WAIT_TIMEOUT)
@@ -17,6 +21,7 @@ RequestWatchdog::RequestWatchdog(MailBoxDriverInterface& mailbox)
 }
 
 RequestWatchdog::~RequestWatchdog() {
+    if (!m_thread.joinable()) return;
     SetEvent(m_done.Get());
-    if (m_thread.joinable()) m_thread.join();
+    m_thread.join();
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <latch>
+#include <system_error>
 #include <thread>
 
 #include "tests/support/PcFixture.h"
@@ -49,4 +50,34 @@ TEST_F(Threads, AnOwnedThreadIsAwaitedTooAndJoinedByItsOwner) {
     go.count_down();
     EXPECT_TRUE(threads.AwaitEnd(INFINITE));
     owned->join();
+}
+
+TEST_F(Threads, AreAwaitedWithoutAnEventToo) {
+    Gate().FailNth("CreateEventA", 1, ERROR_NOT_ENOUGH_MEMORY);
+    DetachedThreads threads;
+    EXPECT_EQ(Gate().Failures(), 1u);
+    std::latch go(1);
+    threads.Start([&] { go.wait(); });
+    std::thread awaiting([&] { EXPECT_FALSE(threads.AwaitEnd(20)); });
+    PassSleepOf(10ms);
+    PassSleepOf(10ms);
+    awaiting.join();
+    go.count_down();
+    std::atomic<bool> over{false};
+    std::thread last([&] {
+        EXPECT_TRUE(threads.AwaitEnd(INFINITE));
+        over = true;
+    });
+    EXPECT_TRUE(Eventually([&] {
+        if (Clock().AwaitSleepers(1, 1ms)) Advance(10ms);
+        return over.load();
+    }));
+    last.join();
+}
+
+TEST_F(Threads, OneThatCannotBeStartedIsNotAwaited) {
+    DetachedThreads threads;
+    Gate().FailNth("std::thread", 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_THROW(threads.Start([] { FAIL() << "it ran"; }), std::system_error);
+    EXPECT_TRUE(threads.AwaitEnd(0));
 }
