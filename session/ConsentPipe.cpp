@@ -17,8 +17,11 @@ bool ConsentPipe::Create() {
     if (m_cancelled) return false;
     // No access control list at all: every user may connect.
     SECURITY_DESCRIPTOR everyone;
-    InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION);
-    SetSecurityDescriptorDacl(&everyone, TRUE, nullptr, FALSE);
+    if (!InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION) ||
+        !SetSecurityDescriptorDacl(&everyone, TRUE, nullptr, FALSE)) {
+        LogError("Error securing the namedpipe. Error code: %lu", GetLastError());
+        return false;
+    }
     SECURITY_ATTRIBUTES attributes{sizeof attributes, &everyone, FALSE};
     const HANDLE pipe =
         CreateNamedPipeA(kPipeName, PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,

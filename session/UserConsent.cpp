@@ -105,10 +105,14 @@ void UserConsent::AskByPipe(Request& request) {
     const UniqueHandle ended(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     std::unique_ptr<std::thread> thread;
     try {
-        thread = g_pZELService->m_detachedThreads.StartOwned([&] {
-            UserConsentPipeThread(request);
-            SetEvent(ended.Get());
-        });
+        if (!ended) {
+            LogError("%s: no event to ask the user by: %d", "GetUserConsent", GetLastError());
+        } else {
+            thread = g_pZELService->m_detachedThreads.StartOwned([&] {
+                UserConsentPipeThread(request);
+                SetEvent(ended.Get());
+            });
+        }
     } catch (const std::system_error& error) {
         LogError("%s: no thread to ask the user: %s", "GetUserConsent", error.what());
     }

@@ -47,6 +47,36 @@ TEST_F(ConsentFault, APipeThatCannotBeCreatedLeavesTheQuestionOpen) {
     EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{2, 2, 0}));
 }
 
+TEST_F(ConsentFault, APipeIsNotCreatedWithADescriptorThatCouldNotBeMade) {
+    ExpectError("Error securing the namedpipe. Error code: 87");
+    Start();
+    for (const char* call : {"InitializeSecurityDescriptor", "SetSecurityDescriptorDacl"}) {
+        Gate().Reset();
+        Gate().FailNth(call, 1, ERROR_INVALID_PARAMETER);
+        Ask(1);
+        ASSERT_TRUE(Eventually([] { return Gate().Failures() == 1; })) << call;
+        ExpectNoAnswer();
+        EXPECT_EQ(Pipes(), 0u);
+    }
+}
+
+TEST_F(ConsentFault, AThreadOrAnEventThatCannotBeHadLeavesTheQuestionOpen) {
+    ExpectErrors(
+        {"GetUserConsent: no event to ask the user by: 8", "GetUserConsent: no thread to ask the user: "});
+    Start();
+    Gate().FailNth("CreateEventA", 1, ERROR_NOT_ENOUGH_MEMORY);
+    Ask(1);
+    AwaitLog("GetUserConsent: no event to ask the user by: 8");
+    ExpectNoAnswer();
+    // The first thread is the one that waits for the answer.
+    Gate().FailNth("std::thread", 2, ERROR_NOT_ENOUGH_MEMORY);
+    Ask(1);
+    AwaitLog("GetUserConsent: no thread to ask the user: ");
+    ExpectNoAnswer();
+    AskAndAnswer(2, "Consent_no");
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{2, 2, 0}));
+}
+
 TEST_F(ConsentFault, AClientIsWaitedFor200Times) {
     ExpectError(kNotConnected);
     Gate().FailNth("ConnectNamedPipe", 1, ERROR_NOT_ENOUGH_MEMORY, true);
