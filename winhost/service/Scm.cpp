@@ -123,7 +123,8 @@ bool Scm::IsOver() const {
 }
 
 void Scm::Dispatch(const std::function<void()>& serviceMain) {
-    std::thread main([&] {
+    // Joins also when a handler's exception goes to the caller.
+    const std::jthread main([&] {
         serviceMain();
         std::lock_guard lock(m_mutex);
         m_mainReturned = true;
@@ -137,6 +138,10 @@ void Scm::Dispatch(const std::function<void()>& serviceMain) {
         m_requests.pop_front();
         Run(request, lock);
     }
+    Disconnect();
+}
+
+void Scm::Disconnect() {
     m_connected = false;
     for (Request* late : m_requests) {
         late->result = ERROR_SERVICE_NOT_ACTIVE;
@@ -144,8 +149,6 @@ void Scm::Dispatch(const std::function<void()>& serviceMain) {
     }
     m_requests.clear();
     m_changed.notify_all();
-    lock.unlock();
-    main.join();
 }
 
 // The state may have changed since the control was queued.
@@ -154,8 +157,16 @@ void Scm::Run(Request& request, std::unique_lock<std::mutex>& lock) {
     if (request.result == 0) {
         const ControlHandler handler = m_handler;
         lock.unlock();
-        handler(request.control, request.eventType, request.eventData);
-        lock.lock();
+        try {
+            handler(request.control, request.eventType, request.eventData);
+            lock.lock();
+        } catch (...) {
+            lock.lock();
+            request.result = ERROR_EXCEPTION_IN_SERVICE;
+            request.done = true;
+            Disconnect();
+            throw;
+        }
     }
     request.done = true;
     m_changed.notify_all();

@@ -41,7 +41,7 @@ class Scm {
     bool Connect();
     // Starts `serviceMain` on a new thread and runs the controls on this one, until the service has reported
     // that it is stopped and its main has returned; also when its main has returned without ever having set a
-    // handler, as nothing can reach such a service.
+    // handler, as nothing can reach such a service. What a control handler throws goes to the caller.
     void Dispatch(const std::function<void()>& serviceMain);
     // A number for the service to report by, or 0 when no dispatcher runs.
     uintptr_t SetHandler(ControlHandler handler);
@@ -59,6 +59,7 @@ class Scm {
 
     uint32_t Refusal(const Request& request) const;
     void Run(Request& request, std::unique_lock<std::mutex>& lock);
+    void Disconnect();
     bool IsOver() const;
 
     mutable std::mutex m_mutex;

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <semaphore>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -94,6 +95,16 @@ class ScmTest : public PcFixture {
     std::thread m_dispatcher;
     BOOL m_result = FALSE;
 };
+
+TEST_F(ScmTest, WhatAHandlerThrowsGoesToTheCallerOfTheDispatcher) {
+    m_service.onControl = [](DWORD) { throw std::runtime_error("no thread"); };
+    m_dispatcher = std::thread([] { EXPECT_THROW(StartServiceCtrlDispatcherA(kTable), std::runtime_error); });
+    ASSERT_TRUE(Scm::Instance().AwaitState(SERVICE_RUNNING));
+    EXPECT_EQ(Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic),
+              uint32_t{ERROR_EXCEPTION_IN_SERVICE});
+    m_dispatcher.join();
+    EXPECT_EQ(Scm::Instance().Control(SERVICE_CONTROL_STOP), uint32_t{ERROR_SERVICE_NOT_ACTIVE});
+}
 
 TEST_F(ScmTest, TheDispatcherFailsInAProcessThatTheManagerDidNotStart) {
     StartPc([](winhost::PcDescription& pc) { pc.startedByScm = false; });
