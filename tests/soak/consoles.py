@@ -5,11 +5,12 @@ import re
 import ssl
 
 from harness.console import IDENTIFY
+from harness.waiting import eventually
 
 from .stage import SESSION_CLOSED
 from .streams import PATIENCE, Altered, await_end, connect, content, cut, overtaken, pump, same
 
-SESSION = "Processing DASH traffic for socket"
+SESSION = "Spawning threads to send and receive DASH traffic for socket"  # ahead of all that it logs of the session's bytes
 SMALL = 1000  # bytes that go in one block
 
 _REQUEST = (f"POST /wsman HTTP/1.1\r\nHost: soak\r\nContent-Type: application/soap+xml;charset=UTF-8\r\n"
@@ -58,6 +59,8 @@ class Consoles:
                 self._stage.tally.idle_ends += 1
                 self._stage.fault("clear")
             self._log.await_line(SESSION_CLOSED, begun)
+            if close == "reset-midway" and self._stage.dash == "echo":
+                self._await_echoes(begun, lost=SMALL if fault == "refuse-data" else 0)
         if fault:
             self._stage.tally.faults[fault] += 1
 
@@ -249,6 +252,10 @@ class Consoles:
                 console.move(False, True)
             self._log.allow("recv() failed. Error: 10054")
             console.reset()
+
+    def _await_echoes(self, begun, lost):
+        """The firmware, which never heard of the reset, answers each block; the next console is not to hear that."""
+        eventually(lambda: sum(self._log.payloads(begun)) == sum(self._log.packets(begun)) - lost, "the echoes of a console that has gone")
 
     @staticmethod
     def _await_end(console):

@@ -14,6 +14,7 @@ LIMIT = 10 << 20  # bytes, from which on the log is rotated
 LINE = 1024  # bytes of the longest
 KEPT = 500  # lines
 
+_PACKET_SIZE = re.compile(r"DASH packet received by socket server of size: (\d+)")
 _BUFFER_SIZE = re.compile(r"INFO:  Buffer size (\d+)")
 
 
@@ -98,7 +99,14 @@ class ServiceLog:
 
     def payloads(self, place):
         """The sizes of the payloads for consoles that the firmware has handed over from that place on."""
-        return [int(found[1]) for line in self.since(place) if (found := _BUFFER_SIZE.search(line))]
+        return self._numbers(_BUFFER_SIZE, place)
+
+    def packets(self, place):
+        """The sizes of the blocks that consoles have sent from that place on."""
+        return self._numbers(_PACKET_SIZE, place)
+
+    def _numbers(self, pattern, place):
+        return [int(found[1]) for line in self.since(place) if (found := pattern.search(line))]
 
     def read(self):
         """Takes up what has been written."""
