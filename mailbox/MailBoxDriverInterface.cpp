@@ -2,6 +2,7 @@
 #include "mailbox/MailBoxDriverInterface.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "service/Log.h"
 
@@ -37,21 +38,29 @@ uint32_t MailBoxDriverInterface::OpenMPMDevice() {
         LogNoDevice();
         return ERROR_INVALID_ADDRESS;
     }
-    const HANDLE none = INVALID_HANDLE_VALUE;
-    const HANDLE device = m_hDevice;
-    if (device == none || device == static_cast<char*>(none) - 1) {
-        const HANDLE opened = OpenHandle();
-        if (opened == INVALID_HANDLE_VALUE) {
+    if (IsOpen()) {
+        LogInfo("Using an existing device handle");
+    } else {
+        UniqueFileHandle device(OpenHandle());
+        if (!device) {
             const DWORD error = GetLastError();
             LogInfo("OpenMPMDevice: CreateFile(%s) API failed, with error %d", kDeviceNameInLog, error);
             return error;
         }
-        m_hDevice = opened;
-    } else {
-        LogInfo("Using an existing device handle");
+        SetDevice(std::make_shared<const UniqueFileHandle>(std::move(device)));
     }
     LogInfo("Open MPM Device Success");
     return ERROR_SUCCESS;
+}
+
+MailBoxDriverInterface::SharedDevice MailBoxDriverInterface::Device() const {
+    std::lock_guard lock(m_handleMutex);
+    return m_hDevice;
+}
+
+MailBoxDriverInterface::SharedDevice MailBoxDriverInterface::SetDevice(SharedDevice device) {
+    std::lock_guard lock(m_handleMutex);
+    return std::exchange(m_hDevice, std::move(device));
 }
 
 // The last interface of the list that has a path is the one that is kept.
@@ -153,14 +162,13 @@ void MailBoxDriverInterface::CloseMPMDevice() {
         return;
     }
     // The handle goes out of reach first: a request that is just being made sees that and cancels itself.
-    const UniqueFileHandle device(m_hDevice.exchange(INVALID_HANDLE_VALUE));
-    if (!CancelIoEx(device.Get(), nullptr)) {
+    const SharedDevice device = SetDevice(nullptr);
+    if (!CancelIoEx(device ? device->Get() : INVALID_HANDLE_VALUE, nullptr)) {
         const DWORD error = GetLastError();
         if (error != ERROR_NOT_FOUND) LogInfo("CancelIoEx failed. Error status %d", error);
     }
 }
 
 void MailBoxDriverInterface::CancelRequests() {
-    std::lock_guard lock(m_deviceMutex);
-    if (IsOpen()) CancelIoEx(m_hDevice, nullptr);
+    if (const SharedDevice device = Device()) CancelIoEx(device->Get(), nullptr);
 }

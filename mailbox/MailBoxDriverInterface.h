@@ -62,9 +62,10 @@ class MailBoxDriverInterface {
     uint32_t OpenMPMDevice();
     // A second handle, for the read loop; INVALID_HANDLE_VALUE on failure. The caller closes it.
     HANDLE GetNewHandleToMPMDevice();
-    // Ends pending requests with 995 and closes the device. Requests that come later get 6.
+    // Ends pending requests with 995; the device is closed with the last of them. Requests that come later
+    // get 6.
     void CloseMPMDevice();
-    bool IsOpen() const { return m_hDevice != INVALID_HANDLE_VALUE; }
+    bool IsOpen() const { return Device() != nullptr; }
     // Ends pending requests with 995; the device stays open.
     void CancelRequests();
 
@@ -116,6 +117,11 @@ class MailBoxDriverInterface {
         void operator()(void* block) const { std::free(block); }
     };
 
+    using SharedDevice = std::shared_ptr<const UniqueFileHandle>;
+
+    SharedDevice Device() const;
+    // The device that was there before.
+    SharedDevice SetDevice(SharedDevice device);
     uint32_t FindDeviceInterface();
     uint32_t ReadInterfaceDetail(HDEVINFO list, SP_DEVICE_INTERFACE_DATA& device);
     HANDLE OpenHandle() const;
@@ -126,5 +132,8 @@ class MailBoxDriverInterface {
     std::mutex m_deviceMutex;
     // Kept after the open and after the close: the second handle needs the path again.
     std::unique_ptr<SP_DEVICE_INTERFACE_DETAIL_DATA_A, FreeBlock> m_pDeviceInterfaceDetailData;
-    std::atomic<HANDLE> m_hDevice{INVALID_HANDLE_VALUE};
+    mutable std::mutex m_handleMutex;
+    // Null while the device is not open. A request keeps it open until it has ended: the number of a handle
+    // that was closed may be that of another one at once.
+    SharedDevice m_hDevice;
 };

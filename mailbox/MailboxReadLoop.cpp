@@ -91,7 +91,9 @@ bool MailboxReadLoop::StartRead(size_t slot) {
 }
 
 void MailboxReadLoop::Serve(ZELService* service) {
-    while (!service->m_bServiceStopping) {
+    // When every slot is lost, nothing more can come, and nothing but the end of the process could end the
+    // wait.
+    while (!service->m_bServiceStopping && m_pendingReads > 0) {
         try {
             if (!ServeOne(service)) return;
         } catch (const std::exception& exception) {

@@ -43,8 +43,8 @@ uint32_t MailBoxDriverInterface::SendIOCtlToDriver(uint32_t dwIoControlCode, con
                                                    void* lpOutBuffer, uint32_t nOutBufferSize) {
     LogInfo("Enter MailBoxDriverInterface::, %s(), dwIoControlCode = 0x%x, nInBufferSize = %d", kName,
             FunctionOf(dwIoControlCode), nInBufferSize);
-    const HANDLE device = m_hDevice;
-    if (device == INVALID_HANDLE_VALUE) {
+    const SharedDevice device = Device();
+    if (!device) {
         LogError("%s: Error Invalid Handle, returning: %d to the caller", kName, ERROR_INVALID_HANDLE);
         return ERROR_INVALID_HANDLE;
     }
@@ -73,7 +73,7 @@ uint32_t MailBoxDriverInterface::SendIOCtlToDriver(uint32_t dwIoControlCode, con
     }
     OVERLAPPED overlapped{};
     overlapped.hEvent = event.Get();
-    const BOOL completed = DeviceIoControl(device, dwIoControlCode, const_cast<void*>(lpInBuffer),
+    const BOOL completed = DeviceIoControl(device->Get(), dwIoControlCode, const_cast<void*>(lpInBuffer),
                                            nInBufferSize, lpOutBuffer, nOutBufferSize, nullptr, &overlapped);
     DWORD error = GetLastError();
     // The driver pends every request; one that ends at once counts as failed, whatever its result.
@@ -82,8 +82,8 @@ uint32_t MailBoxDriverInterface::SendIOCtlToDriver(uint32_t dwIoControlCode, con
         return error;
     }
     // CloseMPMDevice may have cancelled the others just before this one was made.
-    if (m_hDevice != device) CancelIoEx(device, &overlapped);
-    error = AwaitAnswer(device, overlapped, lpBytesReturned);
+    if (Device() != device) CancelIoEx(device->Get(), &overlapped);
+    error = AwaitAnswer(device->Get(), overlapped, lpBytesReturned);
     if (error != ERROR_SUCCESS)
         LogError("Return from MailBoxDriverInterface::%s(), dwIoControlCode = 0x%x, with dwLastError = %u",
                  kName, FunctionOf(dwIoControlCode), error);

@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
+#include "winhost/core/HandleTable.h"
 #include "winhost/io/MailboxDevice.h"
 
 namespace {
@@ -165,6 +166,7 @@ TEST_F(Device, TheCloseEndsEveryRequestOfManyThreads) {
     for (std::thread& caller : callers)
         caller.join();
     EXPECT_EQ(winhost::MailboxDevice::Instance().PendingRequests(), 0u);
+    EXPECT_EQ(winhost::HandleTable::Instance().StaleUses(), 0u);
 }
 
 TEST_F(Device, CancelledRequestsLeaveItOpen) {
