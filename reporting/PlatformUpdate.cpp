@@ -55,6 +55,8 @@ void SendVersionDependentInfo(uint32_t version) {
 }  // namespace
 
 void ZELService::UpdatePlatformInfoToMPM() {
+    // The farewell is the last word of a service that stops.
+    if (m_bServiceStopping) return;
     m_bPlatformUpdateDone = 0;
     m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
     SetZELServiceState(kStateUp);

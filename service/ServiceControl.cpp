@@ -61,6 +61,9 @@ DWORD ZELService::CurrentServiceState() {
 
 // A wake from S0i3 is not answered here: the firmware itself reports it by a command.
 void ZELService::HandlePowerEvent(DWORD eventType) {
+    // All controls come on one thread: a request without an answer would hold up the PC's sleep, and the
+    // stop.
+    const RequestWatchdog watchdog(m_mailBoxDriverInterface);
     LogInfo("ServiceCtrlHandler: Handling Powerevent Entry and exit");
     switch (eventType) {
         case PBT_APMSUSPEND:

@@ -147,6 +147,14 @@ TEST_F(PlatformUpdate, TheFarewellClosesTheGateAndForgetsTheAddress) {
     ExpectLogInOrder({"Write ZEL Service status to MPM", "ZEL Service DOWN"});
 }
 
+TEST_F(PlatformUpdate, DoesNotBeginWhileTheServiceStops) {
+    OpenMailbox();
+    service->m_bServiceStopping = 1;
+    firmware.Clear();
+    service->UpdatePlatformInfoToMPM();
+    EXPECT_TRUE(firmware.Requests().empty());
+}
+
 TEST_F(PlatformUpdate, TheFarewellInSafeBootLeavesTheRestAlone) {
     service->UpdatePlatformInfoToMPM();
     service->m_bootMode = 1;

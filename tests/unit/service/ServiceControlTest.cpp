@@ -95,6 +95,27 @@ TEST_F(ServiceControl, AStopDoesNotHangWithAFirmwareThatHasGoneSilent) {
     EXPECT_EQ(Messages().back(), "Gracefully exitting ZEL Service. Close Log File.");
 }
 
+TEST_F(ServiceControl, ASuspendDoesNotHangWithAFirmwareThatHasGoneSilent) {
+    ExpectErrors({"GetOverlappedResult failed for SendIOCtlToDriver with error: 995", "dwLastError = 995"});
+    firmware.Hold("WriteZELStatus");
+    std::thread suspend([this] { service->ServiceCtrlHandler(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND); });
+    ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
+    PassSleepOf(2s);
+    suspend.join();
+}
+
+TEST_F(ServiceControl, AResumeDoesNotHangWithAFirmwareThatHasGoneSilent) {
+    ExpectErrors({"GetOverlappedResult failed for SendIOCtlToDriver with error: 995", "dwLastError = 995"});
+    AllowError("GetMPMStatus: cloudCerts is NULL");
+    firmware.Hold("GetMPMStatus");
+    std::thread resume(
+        [this] { service->ServiceCtrlHandler(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC); });
+    ASSERT_TRUE(firmware.AwaitRequest("GetMPMStatus"));
+    PassSleepOf(2s);
+    resume.join();
+    EXPECT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
+}
+
 TEST_F(ServiceControl, AStopEndsTheRequestsThatHang) {
     ExpectErrors({"GetOverlappedResult failed for SendIOCtlToDriver with error: 995", "dwLastError = 995"});
     firmware.Hold("WriteCloseSocketcmd");
