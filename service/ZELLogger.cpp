@@ -121,8 +121,8 @@ void ZELLogger::WriteLine(const char* tag, const char* message, std::string_view
 void ZELLogger::WriteToFile(const char* line) {
     if (m_pFile) {
         // The test comes before the write, so that the file may pass the limit by one line.
-        std::fseek(m_pFile, 0, SEEK_END);
-        const long position = std::ftell(m_pFile);
+        _fseeki64(m_pFile, 0, SEEK_END);
+        const long long position = _ftelli64(m_pFile);
         if (position > 0 && static_cast<uint64_t>(position) > m_MaxFileSize) Rotate();
     } else {
         // An earlier rotation could not open the file again.
