@@ -90,14 +90,10 @@ class Service(Way):
         self.process(stack, BUILD / "bench_firmware", self.mode, address)
         os.environ["ZEL_BUILD"] = str(BUILD)
         self.host = stack.enter_context(NativeHost(self.workdir, address))
-        self.place()
         self.port = self.host.description["ports"][self.service_port]
         self.host.start_service()
         self.host.await_state(RUNNING)
         self.await_port(self.port)
-
-    def place(self):
-        """What belongs beside the service's executable."""
 
     def idle_memory(self):
         """Resident megabytes of the service's process."""
@@ -109,11 +105,6 @@ class KvmService(Service):
     """The way of a remote screen."""
 
     service_port = "22"
-
-    def place(self):
-        executables = self.host.root / "C:" / "Program Files" / "Tarvix" / "bin"
-        executables.mkdir(parents=True)
-        (executables / "ZELKVMApp.exe").symlink_to(BUILD / "ZELKVMApp")
 
 
 def rounds(workdir, service, mode, count, measure):
