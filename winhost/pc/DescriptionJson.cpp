@@ -12,6 +12,12 @@ namespace {
 
 constexpr const char* kReal = "real";
 
+std::string OneLine(std::string text) {
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = '?';
+    return text;
+}
+
 template <class T, class Plain>
 concept Either = std::same_as<T, Plain> || std::same_as<T, const Plain>;
 
@@ -263,6 +269,9 @@ Json::Value Write(const T& object) {
 
 }  // namespace
 
+DescriptionError::DescriptionError(const std::string& place, const std::string& what)
+    : std::runtime_error(OneLine(place + ": " + what)) {}
+
 PcDescription DescriptionFromJson(const Json::Value& json) {
     PcDescription description;
     Read(json, "", description);
@@ -281,10 +290,14 @@ PcDescription ReadDescriptionFile(const std::string& path) {
     Json::CharReaderBuilder::strictMode(&strict.settings_);
     Json::Value json;
     std::string errors;
-    if (!Json::parseFromStream(strict, file, &json, &errors)) {
-        for (char& c : errors)
-            if (c == '\n') c = ' ';
-        throw DescriptionError(path, errors);
+    try {
+        if (!Json::parseFromStream(strict, file, &json, &errors)) {
+            for (char& c : errors)
+                if (c == '\n') c = ' ';
+            throw DescriptionError(path, errors);
+        }
+    } catch (const Json::Exception& error) {
+        throw DescriptionError(path, error.what());  // nested too deeply
     }
     try {
         return DescriptionFromJson(json);

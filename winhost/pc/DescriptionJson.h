@@ -11,11 +11,11 @@
 
 namespace winhost {
 
-// What is wrong with a description, in one line that begins with the place: "adapters[1].mac: ...".
+// What is wrong with a description, in one line that begins with the place: "adapters[1].mac: ...". Control
+// characters, which a key or a value may hold, show as "?".
 class DescriptionError : public std::runtime_error {
   public:
-    DescriptionError(const std::string& place, const std::string& what)
-        : std::runtime_error(place + ": " + what) {}
+    DescriptionError(const std::string& place, const std::string& what);
 };
 
 // A key that is left out keeps its default; an unknown key, a wrong type or a value out of range throws

@@ -59,6 +59,10 @@ TEST(Description, UnknownKeysAreRefusedWithTheirPlace) {
               Refusal(R"({"adapters": [{"name": "{A}"}, {"name": "{B}", "adress": "10.0.0.1"}]})"));
 }
 
+TEST(Description, ARefusalIsOneLineWhateverTheKey) {
+    EXPECT_EQ("a?b?c: unknown key", Refusal(R"({"a\u0000b\nc": 1})"));
+}
+
 TEST(Description, WrongTypesAreRefusedWithTheirPlace) {
     EXPECT_EQ("description: expected an object", Refusal("[]"));
     EXPECT_EQ("userName: expected a text", Refusal(R"({"userName": 5})"));
@@ -173,6 +177,8 @@ TEST(DescriptionDeathTest, ABrokenFileEndsTheProcessWithOneLineAndCode2) {
     EXPECT_EXIT(UseAPcOf("{"), testing::ExitedWithCode(2), "^winhost: /proc/self/fd/[0-9]+: [^\n]+\n$");
     EXPECT_EXIT(UseAPcOf("{\"userName\": \"A\", \"userName\": \"B\"}"), testing::ExitedWithCode(2),
                 "Duplicate key");
+    EXPECT_EXIT(UseAPcOf(std::string(2000, '[')), testing::ExitedWithCode(2),
+                "^winhost: /proc/self/fd/[0-9]+: [^\n]+\n$");
 }
 
 TEST(DescriptionDeathTest, AFileThatIsNotThereEndsTheProcessToo) {
