@@ -17,6 +17,9 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
             std::fprintf(stderr, "  %s\n", name.c_str());
         std::exit(2);
     }
+    std::atexit([] {
+        if (fuzz::StepsSoFar() > 0) std::fprintf(stderr, "stat::number_of_steps: %zu\n", fuzz::StepsSoFar());
+    });
     std::rotate(*argv + 1, *argv + 2, *argv + *argc);
     --*argc;
     return 0;

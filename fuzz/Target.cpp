@@ -8,6 +8,8 @@ namespace fuzz {
 
 namespace {
 
+size_t stepsSoFar = 0;
+
 std::map<std::string, Target>& Targets() {
     static auto& targets = *new std::map<std::string, Target>;
     return targets;
@@ -29,6 +31,14 @@ std::vector<std::string> TargetNames() {
     for (const auto& [name, target] : Targets())
         names.push_back(name);
     return names;
+}
+
+void CountSteps(size_t steps) {
+    stepsSoFar += steps;
+}
+
+size_t StepsSoFar() {
+    return stepsSoFar;
 }
 
 void Require(bool holds, const char* property, const std::string& detail) {

@@ -16,7 +16,8 @@ namespace fuzz {
 
 namespace {
 
-constexpr auto kMoment = 50us;          // of real time, for threads that have been woken
+constexpr auto kMoment = 50us;  // of real time, for threads that have been woken
+constexpr int kYields = 500;
 constexpr int kMostMoments = 4000;      // until every thread must have come to its end
 constexpr unsigned kMostInputs = 5000;  // of one service, as the PC keeps a record of what it did
 constexpr uint64_t kMostLog = 1 << 20;  // bytes
@@ -45,6 +46,15 @@ winhost::PcDescription Describe(const std::string& folder, uint16_t dashPort, ui
 }
 
 constexpr uint32_t kVersion = 50;
+
+// A moment for the other threads; the first ones as short as can be.
+void GiveWay(int moments) {
+    if (moments < kYields) {
+        std::this_thread::yield();
+    } else {
+        std::this_thread::sleep_for(kMoment);
+    }
+}
 
 winhost::Clock& Clock() {
     return winhost::Clock::Instance();
@@ -116,15 +126,18 @@ void Host::TearDown() {
 
 // The longer a call takes, the faster time passes.
 void Host::Tick() {
-    for (auto step = kStep;;) {
-        std::this_thread::sleep_for(kTick);
-        step = m_calling ? std::min(2 * step, kLongestStep) : kStep;
-        if (step > kStep) Clock().Advance(step);
+    for (;;) {
+        m_calling.wait(false);
+        for (auto step = kStep; m_calling; step = std::min(2 * step, kLongestStep)) {
+            std::this_thread::sleep_for(kTick);
+            if (m_calling) Clock().Advance(step);
+        }
     }
 }
 
 void Host::Patiently(const std::function<void()>& call) {
     m_calling = true;
+    m_calling.notify_one();
     call();
     m_calling = false;
 }
@@ -144,10 +157,10 @@ void Host::Settle() {
 bool Host::EndThreads() {
     for (int moments = 0; CountThreads() > m_quietThreads; ++moments) {
         if (moments == kMostMoments) return false;
-        // A report that was under way starts it last.
-        if (moments % 64 == 63) m_service->m_networkMonitor.StopNetworkScanThread();
-        Clock().Advance(kLongestStep);
-        std::this_thread::sleep_for(moments < 20 ? 10us : kMoment);
+        // A report that outlived the wait for it starts it last.
+        if (moments % kYields == kYields - 1) m_service->m_networkMonitor.StopNetworkScanThread();
+        if (moments % 8 == 0) Clock().Advance(kLongestStep);
+        GiveWay(moments);
     }
     return true;
 }
@@ -167,10 +180,18 @@ void Host::Restore() {
     m_quietThreads = CountThreads();
 }
 
+// A report to the firmware that is under way; it starts the scanning thread, which scans for as long as time
+// passes.
+void Host::AwaitUpdate() {
+    for (int moments = 0; m_service->m_bWakeUpdateInProgress && moments < kMostMoments; ++moments)
+        GiveWay(moments);
+}
+
 void Host::EndSessions() {
     ZELService& service = *m_service;
     KVMSessionControl& kvm = service.m_kvmSessionControl;
     service.m_networkMonitor.UnRegisterWlanNotification();
+    AwaitUpdate();
     Patiently([&] {
         service.m_networkMonitor.StopNetworkScanThread();
         kvm.CloseKVMSession();

@@ -57,6 +57,7 @@ class Host {
     void TearDown();
     void Tick();
     void OpenLog();
+    void AwaitUpdate();
     void EndSessions();
     bool EndThreads();
 

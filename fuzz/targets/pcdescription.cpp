@@ -32,6 +32,7 @@ FUZZ_TARGET(pcdescription) {
                       "what is written reads back the same");
     } catch (const winhost::DescriptionError& error) {
         const std::string line = error.what();
+        fuzz::Require(line.find('\n') == std::string::npos, "a refusal is one line", line);
         fuzz::Require(line.find(": ") != std::string::npos, "a refusal names the place", line);
     }
 }
