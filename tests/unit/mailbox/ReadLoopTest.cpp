@@ -1,7 +1,9 @@
 // The ten reads, what ends them, and what does not.
+#include <stdexcept>
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
+#include "tests/support/ThrowAt.h"
 #include "winhost/io/MailboxDevice.h"
 
 namespace {
@@ -210,6 +212,20 @@ TEST_F(ReadLoop, CancelledBeforeItStartsItEndsAllTheSame) {
     StartLoop();
     JoinLoop();
     ExpectClosedInOrder("GetQueuedCompletionStatus failed with error: 995");
+}
+
+TEST_F(ReadLoop, AnExceptionInAHandlerCostsTheMessageAndItsReadAndNoMore) {
+    ExpectError("exception error: boom");
+    StartLoopAndAwaitReads();
+    ThrowAt("InitiateSystemShutdownExA", std::runtime_error("boom"));
+    for (size_t lost = 1; lost <= 2; ++lost) {
+        firmware.Send(MPM_ZEL_CMD_REBOOT_NONDASH);
+        AwaitLog("exception error: boom", lost);
+        firmware.Send(kHarmless);
+        AwaitLog("ReadFile returned successfully", lost);
+        EXPECT_EQ(Device().PendingReads(), 10 - lost);
+    }
+    EXPECT_EQ(LogCount("Unknown Command received from driver: 0xc8"), 2u);
 }
 
 TEST_F(ReadLoop, ReadsThatNeverComeBackKeepTheirBuffers) {
