@@ -33,14 +33,10 @@ def make_host(windows, workdir):
 def play(story, firmware, host, workdir):
     """What there is to look at afterwards."""
     console = Console(host.dash_address)
-    picture = None
     identify(story, console, "a console")
     second_client_waits(story, console)
     show_host(story, firmware)
-    if isinstance(host, NativeHost):
-        picture = remote_kvm(story, host, firmware, workdir)
-    else:
-        story.tell("demo", "remote KVM needs a user's session, which Wine hasn't; the native demo shows it")
+    picture = remote_kvm(story, host, firmware, workdir)
     power_off(story, console, host)
     return [f"what the viewer saw: {picture}"] if picture else []
 
@@ -53,14 +49,13 @@ def stay_up(story, firmware, host, workdir):
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: ended.set())
     story.tell("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends it")
-    if isinstance(host, NativeHost):
-        serve_by_hand(story, host, firmware, workdir, ended)
-    ended.wait()
+    serve_by_hand(story, host, firmware, workdir, ended)
     return []
 
 
 def start(story, firmware, host):
-    story.tell("demo", "the PC boots and its service manager starts the service")
+    story.tell("demo", "the PC boots, a user logs on, and its service manager starts the service")
+    host.log_on()
     host.start_service()
     host.await_state(RUNNING)
     firmware.await_request("WriteZELStatus", lambda fields: fields.get("state") == 1)

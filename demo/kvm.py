@@ -118,9 +118,9 @@ def serve_by_hand(story, host, firmware, workdir, ended):
     with the_desktop(story, firmware, workdir) as painted:
         kvm.enable()
         if painted:
-            story.tell("demo", f"try:  vncviewer localhost::{host.kvm_address[1]}")
+            story.tell("demo", f"try:  {host.entry}vncviewer localhost::{host.kvm_address[1]}")
         build = build_folder()
-        story.tell("demo", f"try:  WINHOST_ROOT={host.root} {build}/userconsent, and when it waits")
+        story.tell("demo", f"try:  {host.consent_command}, and when it waits")
         story.tell("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
         told = 0
         while not ended.wait(0.3):

@@ -80,7 +80,7 @@ class Viewer:
         host, port = address
         self._file = folder / "screen00000.jpg"
         self._program = Process(
-            ["vncsnapshot", "-quiet", "-encodings", "raw", "-count", "2", "-fps", "600", f"{host}:{port - 5900}", folder / "screen.jpg"],
+            ["vncsnapshot", "-quiet", "-encodings", "raw", "-count", "2", "-fps", "600", f"{host}::{port}", folder / "screen.jpg"],
             folder / "vncsnapshot.log")
 
     def __enter__(self):
