@@ -194,10 +194,11 @@ void Host::EndSessions() {
     AwaitUpdate();
     Patiently([&] {
         service.m_networkMonitor.StopNetworkScanThread();
+        // May wait for a send that is about to be tried again.
+        service.m_dashClientInterface.CloseSocketInZEL();
         kvm.CloseKVMSession();
         if (kvm.m_kvmSocketState == kKvmClientConnected) kvm.DoKVMCleanUp();
     });
-    service.m_dashClientInterface.CloseSocketInZEL();
     // A question of type 0 takes the place of any other and answers itself.
     const UserConsentQuestion none{};
     service.m_userConsent.Ask(&none, sizeof none);

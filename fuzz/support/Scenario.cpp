@@ -45,11 +45,12 @@ constexpr uint8_t kCommands[] = {
     MPM_ZEL_SAFEBOOT,
 };
 
-// Those that may start threads or sessions, or touch them.
+// Those that may start threads or sessions, or wait for them.
 constexpr uint8_t kTouching[] = {
-    MPM_ZEL_CMD_DASH_DATA,   MPM_ZEL_CMD_REBOOT_NONDASH,    MPM_ZEL_CMD_VNC_SOC_CLOSE,
-    MPM_ZEL_CMD_S0i3_RESUME, MPM_ZEL_CMD_KVM_ENABLE_STATUS, MPM_ZEL_CMD_GET_KVM_CONSENT,
-    MPM_ZEL_SAFEBOOT,
+    MPM_ZEL_CMD_DASH_DATA,          MPM_ZEL_CMD_REBOOT_NONDASH,
+    MPM_ZEL_CMD_VNC_SOC_CLOSE,      MPM_ZEL_CMD_S0i3_RESUME,
+    MPM_ZEL_CMD_KVM_ENABLE_STATUS,  MPM_ZEL_CMD_GET_KVM_CONSENT,
+    MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, MPM_ZEL_SAFEBOOT,
 };
 
 // Requests that the handlers make.
