@@ -69,9 +69,14 @@ void DASHClientInterface::HandleQueuedSockets() {
         if (socket == INVALID_SOCKET) return;
         LogInfo("Popping queued socket with address: %I64x", socket);
         if (g_pZELService->m_bServiceStopping) return KeepUnattended(socket);
-        if (!NotifyMPMOfDASHClient(TakePeerOf(socket))) {
-            LogError("Failed to create socket for DASH client with address: %I64x", socket);
-            return KeepUnattended(socket);
+        try {
+            if (!NotifyMPMOfDASHClient(TakePeerOf(socket))) {
+                LogError("Failed to create socket for DASH client with address: %I64x", socket);
+                return KeepUnattended(socket);
+            }
+        } catch (...) {
+            KeepUnattended(socket);
+            throw;
         }
         LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", socket);
         m_bStopSession = 0;

@@ -35,14 +35,16 @@ class DASHClientInterface {
     void CloseHttpsSocket();
 
     // Takes `size` bytes of the firmware's for the client; the bytes are copied. A payload that the send task
-    // has not yet taken is replaced. Waits while a send is under way. The mailbox read thread.
+    // has not yet taken is replaced. Waits while a send is under way, for seconds when the client doesn't
+    // read. The mailbox read thread.
     void updateDataToClient(const void* payload, size_t size);
 
     // Tells the firmware that the connection has gone, and closes it if that is the host's business. Any
     // thread.
     void CloseSocketWithMPM();
-    // Closes the session's socket without a word to the firmware. Any thread.
-    void CloseSocketInZEL();
+    // Closes the session's socket without a word to the firmware. With `only`, nothing unless it is that one:
+    // while the firmware was asked, the session may have ended and the next one begun. Any thread.
+    void CloseSocketInZEL(SOCKET only = INVALID_SOCKET);
 
     // The end of the object's work, which the destructor reaches at the latest: closes every socket that is
     // still held and waits for the workers. The accept thread must have ended. May be called again.

@@ -63,27 +63,29 @@ void DASHClientInterface::MonitorClientActivity() {
 }
 
 void DASHClientInterface::CloseSocketWithMPM() {
-    if (acceptSocket == INVALID_SOCKET) return;
+    const SOCKET socket = acceptSocket;
+    if (socket == INVALID_SOCKET) return;
     const uint32_t error =
         g_pZELService->m_mailBoxDriverInterface.WriteCloseSocketcmd(g_pZELService->dashPort);
     if (error != ERROR_SUCCESS) {
         LogWarn("MPM returned code %d for WriteCloseSocketcmd", error);
-        CloseSocketInZEL();
+        CloseSocketInZEL(socket);
         StartResetThread();
     } else if (g_pZELService->m_vorkVersion < kFirstVersionThatCloses) {
-        CloseSocketInZEL();
+        CloseSocketInZEL(socket);
     }
     // Newer firmware ends the connection itself; the idle limit catches the case where it does not.
 }
 
-void DASHClientInterface::CloseSocketInZEL() {
+void DASHClientInterface::CloseSocketInZEL(SOCKET only) {
     std::lock_guard lock(socketMutex);
-    // Out of the receive task's reach before it hears of the end: it would tell the firmware of a close that
-    // is none of its business, and that might reach the next session.
-    const SOCKET socket = acceptSocket.exchange(INVALID_SOCKET);
-    if (socket == INVALID_SOCKET) {
+    const SOCKET socket = acceptSocket;
+    if (socket == INVALID_SOCKET || (only != INVALID_SOCKET && only != socket)) {
         LogInfo("Accept socket is Invalid");
     } else {
+        // Out of the receive task's reach before it hears of the end: it would tell the firmware of a close
+        // that is none of its business, and that might reach the next session.
+        acceptSocket = INVALID_SOCKET;
         m_bStopSession = 1;
         LogInfo("Closing accept socket with address: %I64x", socket);
         shutdown(socket, SD_SEND);

@@ -8,7 +8,8 @@ namespace {
 constexpr DWORD kClientVersion = 2;
 constexpr DWORD kDebounceMilliseconds = 2000;
 
-VOID WINAPI WlanCallback(PWLAN_NOTIFICATION_DATA data, PVOID context) {
+// On a thread of the WLAN service, which takes no exception: a thread that can't be started ends the process.
+VOID WINAPI WlanCallback(PWLAN_NOTIFICATION_DATA data, PVOID context) noexcept {
     if (data) static_cast<NetworkMonitor*>(context)->OnWlanNotification(*data);
 }
 
