@@ -72,7 +72,7 @@ class Consoles:
             with contextlib.suppress(CutShort):
                 if says:
                     self._exchange(console, seed, 1)
-            await_end(console, "the idle limit")
+            self._await_end(console)
             self._log.await_line("Server has not received requests for", begun)
             self._log.await_line(SESSION_CLOSED, begun)
         self._stage.tally.faults["idle console"] += 1
@@ -261,6 +261,7 @@ class Consoles:
     def _await_end(console):
         if not _is_tls(console):
             return await_end(console, "the session's end")
+        console.socket.settimeout(PATIENCE)
         with contextlib.suppress(ssl.SSLError, ConnectionError):
             while console.socket.recv(1 << 16):
                 pass
