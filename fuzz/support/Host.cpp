@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include "fuzz/support/Loopback.h"
 #include "service/ZELLogger.h"
@@ -85,8 +86,6 @@ void Host::Build() {
     m_firmware->Listen("unix:" + m_folder + "/mailbox");
     winhost::Pc::Instance().Reset(Describe(m_folder, m_dashPort, m_kvmPort));
     Clock().SetManual(true);
-    // A start of the agent counts as a success without a process.
-    winhost::Gate::Instance().FailNth("CreateProcessAsUserA", 1, ERROR_PIPE_NOT_CONNECTED, true);
     m_service = std::make_unique<ZELService>("");
     OpenLog();
     Require(m_service->m_mailBoxDriverInterface.OpenMPMDevice() == 0, "the mailbox can be opened");
@@ -142,6 +141,12 @@ void Host::Patiently(const std::function<void()>& call) {
     m_calling = false;
 }
 
+void Host::NoteTouched() {
+    if (std::exchange(m_touched, true)) return;
+    // A start of the agent counts as a success without a process. An armed gate costs every call.
+    winhost::Gate::Instance().FailNth("CreateProcessAsUserA", 1, ERROR_PIPE_NOT_CONNECTED, true);
+}
+
 void Host::Pass(std::chrono::milliseconds time) {
     Clock().Advance(time);
     std::this_thread::sleep_for(kMoment);
@@ -172,7 +177,7 @@ void Host::Restore() {
     m_service->m_vorkVersion = kVersion;
     if (m_touched) EndSessions();
     m_rebuild = m_rebuild || (m_touched && !EndThreads()) || ++m_inputs == kMostInputs;
-    m_touched = false;
+    if (std::exchange(m_touched, false)) winhost::Gate::Instance().Reset();
     m_service->m_hostControl.SetPowerOption(kPowerNone);
     if (!m_rebuild) return;
     TearDown();

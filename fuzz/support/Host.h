@@ -45,8 +45,11 @@ class Host {
     // What this input has used, and Restore has to look at: the firmware's faults; anything that leaves
     // threads or sessions; what only a new service gets rid of.
     void NoteFault() { m_faulty = true; }
-    void NoteTouched() { m_touched = true; }
-    void NoteWorn() { m_touched = m_rebuild = true; }
+    void NoteTouched();
+    void NoteWorn() {
+        NoteTouched();
+        m_rebuild = true;
+    }
 
     // The service takes a message and gets an answer from its firmware.
     void RequireAlive();

@@ -199,7 +199,10 @@ class Scenario {
         m_host.NoteWorn();
         Talk(m_console, m_host.DashPort());
     }
-    void Viewer() { Talk(m_viewer, m_host.KvmPort()); }
+    void Viewer() {
+        m_host.NoteTouched();
+        Talk(m_viewer, m_host.KvmPort());
+    }
 
     void Talk(fuzz::LoopbackClient& client, uint16_t port) {
         const uint8_t what = m_input.Byte();
