@@ -25,6 +25,7 @@ TEST_F(SessionEnd, ASilentConsoleIsClosedAfterFiveSeconds) {
     EXPECT_TRUE(client.AwaitClose());
     AwaitLog("Server has not received requests for 5 seconds max 5. Initiating socket shutdown.");
     AwaitLog("DataRecvThread: exit");
+    AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
     ExpectLogInOrder({kIdleLine, "Closing accept socket with address: ",
                       "CloseSocketInZEL: CloseSocket, After sock close"});
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
@@ -137,6 +138,22 @@ TEST_F(SessionEnd, FromVersion45TheIdleLimitEndsWhatTheFirmwareDoesNot) {
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
 }
 
+TEST_F(SessionEnd, TheConsolesCloseItselfPutsTheIdleLimitOff) {
+    firmware.Change([](mpm::Settings& settings) { settings.EndsClosedSessions = false; });
+    Start(45);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    PassSeconds(3);
+    Await1SecondSleeper();
+    client.FinishSending();
+    AwaitLog("recv() success. But ZEL received 0 size buffer.");
+    PassSeconds(4);
+    Await1SecondSleeper();
+    EXPECT_TRUE(client.IsQuiet());
+    PassSeconds(1);
+    EXPECT_TRUE(client.AwaitClose());
+}
+
 TEST_F(SessionEnd, AConsoleThatOnlyFinishedSendingStillGetsItsAnswerFromVersion45) {
     firmware.Change([](mpm::Settings& settings) { settings.EndsClosedSessions = false; });
     Start(45);
@@ -218,6 +235,24 @@ TEST_F(SessionEnd, TheNextConsoleIsServedAfterEachKindOfEnd) {
                                       [](auto& request) { return request.Text() == "still here"; }));
     firmware.Send(MPM_ZEL_CMD_DASH_DATA, "served");
     EXPECT_EQ(fourth.Receive(6), "served");
+}
+
+TEST_F(SessionEnd, ALateAnswerToTheCloseDoesNotEndTheNextSession) {
+    Start(44);
+    firmware.Hold("WriteCloseSocketcmd");
+    ConsoleClient first = Connect();
+    AwaitSessions(1);
+    first.Close();
+    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
+    ConsoleClient second = Connect();
+    AwaitSessions(2);
+
+    firmware.Release("WriteCloseSocketcmd");
+    AwaitLog("DataRecvThread: exit");
+    second.Send("x");
+    EXPECT_TRUE(firmware.AwaitCount("WriteDASHPacket", 1));
 }
 
 TEST_F(SessionEnd, AFailedCloseIsLoggedAndTheSessionIsOver) {

@@ -1,5 +1,7 @@
 #include "dash/ThreadPool.h"
 
+#include <windows.h>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -7,6 +9,8 @@
 #include <system_error>
 #include <thread>
 #include <vector>
+
+#include "winhost/core/Gate.h"
 
 namespace {
 
@@ -25,6 +29,17 @@ struct Blocker {
 };
 
 }  // namespace
+
+TEST(ThreadPool, AWorkerThatCannotStartEndsThoseBeforeIt) {
+    winhost::Gate::Instance().FailNth("std::thread", 2, ERROR_NOT_ENOUGH_MEMORY);
+    try {
+        ThreadPool pool(3);
+        ADD_FAILURE() << "a pool of one worker";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
+    }
+    winhost::Gate::Instance().Reset();
+}
 
 TEST(ThreadPool, RunsTheTasksOfOneWorkerInTheOrderTheyCame) {
     Recorder recorder;
