@@ -1,8 +1,11 @@
 // What a scan makes of the host's interfaces, and what the firmware is told of them.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "reporting/NetworkInventory.h"
@@ -181,6 +184,24 @@ TEST_F(NetworkInventory, AMovedPrimaryAddressIsSentAndAnUnmovedOneIsNot) {
     ASSERT_TRUE(firmware.AwaitCount("WriteIPCompleteInformation", 1));
     CommitNwInfo(Fill());
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
+}
+
+TEST_F(NetworkInventory, WhatIsStoredCanBeReadWhileAMovedAddressIsLookedUp) {
+    constexpr std::chrono::seconds kPause(3);
+    ExpectError("No valid IPv4 address found after 2 attempts.");
+    SetAdapters({Wired(1, "10.0.0.2", "")});
+    std::thread commit([record = Fill()] { CommitNwInfo(record); });
+    ASSERT_TRUE(Clock().AwaitSleeper(kPause));
+    std::atomic<bool> isRead{false};
+    std::thread reader([&] {
+        EXPECT_EQ(service->m_networkStateStore.GetCount(), 1u);
+        service->m_statusFile.UpdateStatusFile();
+        isRead = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return isRead.load(); }));
+    Advance(kPause);
+    commit.join();
+    reader.join();
 }
 
 TEST_F(NetworkInventory, AnyInterfaceOtherThanEthernetMakesTheHostWireless) {

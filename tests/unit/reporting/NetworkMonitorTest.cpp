@@ -6,6 +6,7 @@
 
 #include "reporting/NetworkInventory.h"
 #include "tests/unit/reporting/ReportingFixture.h"
+#include "winhost/wlan/WlanService.h"
 
 namespace {
 
@@ -59,6 +60,10 @@ class NetworkMonitoring : public ReportingFixture {
             Notify(99);
     }
 
+    // It is gone, and only a scan writes it again.
+    void RemoveStatusFile() { std::filesystem::remove(HostPath(service->GetStatusFilePath())); }
+    bool HasStatusFile() { return std::filesystem::exists(HostPath(service->GetStatusFilePath())); }
+
     size_t Heard(const char* name) { return firmware.Count(name); }
 };
 
@@ -81,7 +86,9 @@ TEST_P(Versions, ThePlatformUpdateSendsWhatThisFirmwareTakes) {
 
 TEST_P(Versions, AnUnchangedPollSendsAndWritesNothing) {
     ReportTo(GetParam());
+    RemoveStatusFile();
     Poll();
+    EXPECT_FALSE(HasStatusFile());
     EXPECT_TRUE(firmware.Requests().empty());
     EXPECT_EQ(LogCount("Available NICs Count"), 0u);
 }
@@ -96,6 +103,19 @@ TEST_P(Versions, AChangedPollSendsTheAddressAlone) {
     AwaitLog("Available NICs Count: 1");
 }
 
+TEST_P(Versions, AChangeWritesTheStatusFileByEitherWay) {
+    ReportTo(GetParam());
+    RemoveStatusFile();
+    MoveAddress();
+    Poll();
+    EXPECT_TRUE(HasStatusFile());
+    RemoveStatusFile();
+    SetAdapters({Wired(1, "192.168.7.45", "192.168.7.1")});
+    Notify(wlan_notification_acm_connection_complete);
+    PassDebounce();
+    EXPECT_TRUE(HasStatusFile());
+}
+
 TEST_P(Versions, AWlanEventWithAChangeSendsAddressAndInventory) {
     ReportTo(GetParam());
     MoveAddress();
@@ -108,10 +128,12 @@ TEST_P(Versions, AWlanEventWithAChangeSendsAddressAndInventory) {
     EXPECT_EQ(Heard("WriteOsInfo") + Heard("WriteADInfo") + Heard("WriteNetworkStatusInfo"), 0u);
 }
 
-TEST_P(Versions, AWlanEventWithoutAChangeSendsNothing) {
+TEST_P(Versions, AWlanEventWithoutAChangeSendsAndWritesNothing) {
     ReportTo(GetParam());
+    RemoveStatusFile();
     Notify(wlan_notification_acm_connection_complete);
     PassDebounce();
+    EXPECT_FALSE(HasStatusFile());
     EXPECT_TRUE(firmware.Requests().empty());
 }
 
@@ -174,11 +196,10 @@ TEST_F(NetworkMonitoring, AHostWithoutInterfacesRewritesItsStatusFileAtEveryPoll
     ExpectErrors({"GetAdaptersInfo failed with error: 232"});
     ReportTo(50);
     SetAdapters({});
-    const auto file = HostPath(service->GetStatusFilePath());
     for (int poll = 0; poll < 2; ++poll) {
-        std::filesystem::remove(file);
+        RemoveStatusFile();
         Poll();
-        EXPECT_TRUE(std::filesystem::exists(file));
+        EXPECT_TRUE(HasStatusFile());
     }
     EXPECT_EQ(LogCount("The system has disconnected from the network (connected -> disconnected)"), 1u);
 }
@@ -200,6 +221,21 @@ TEST_F(NetworkMonitoring, TheFarewellEndsScansAndNotifications) {
     service->m_networkMonitor.UnRegisterWlanNotification();
     AwaitLog("UnRegisterWlanNotification: Skipping WLAN unregistration");
     EXPECT_EQ(service->m_ipv4InfoStore.GetCurrentIPv4(), 0u);
+}
+
+TEST_F(NetworkMonitoring, TheReportAfterAResumeStartsScansAndNotificationsAgain) {
+    ReportTo(50);
+    service->StopPlatformUpdates();
+    EXPECT_EQ(winhost::WlanService::Instance().Listeners(), 0u);
+    ReportTo(50);
+
+    MoveAddress();
+    Poll();
+    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
+    SetAdapters({Wired(1, "192.168.7.45", "192.168.7.1")});
+    winhost::WlanService::Instance().Notify({.code = wlan_notification_acm_connection_complete, .data = ""});
+    PassDebounce();
+    EXPECT_EQ(Heard("WriteMultiNwInfo"), 1u);
 }
 
 TEST_F(NetworkMonitoring, ASecondUpdateKeepsThreadAndRegistration) {
