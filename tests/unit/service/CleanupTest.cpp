@@ -1,7 +1,9 @@
 // The order in which the service stops.
+#include <stdexcept>
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
+#include "tests/support/ThrowAt.h"
 #include "winhost/io/MailboxDevice.h"
 
 namespace {
@@ -82,6 +84,17 @@ TEST_F(Cleanup, WorksOnADeviceThatNeverOpened) {
                       "m_pDeviceInterfaceDetailData is NULL. No device interfaces present, returning "
                       "ERROR_INVALID_ADDRESS to the caller"});
     EXPECT_EQ(LogCount("Waiting for"), 0u);
+}
+
+TEST_F(Cleanup, AnExceptionAtTheDevicesCloseDoesNotEndIt) {
+    OpenMailbox();
+    service->m_statusFile.UpdateStatusFile();
+    ExpectError("CloseMPMDevice failed with exception: boom");
+    ThrowAt("CancelIoEx", std::runtime_error("boom"));
+    EXPECT_TRUE(service->ServiceCleanup());
+    ExpectLogInOrder({"Cleanup Driver Interfaces", "CloseMPMDevice failed with exception: boom",
+                      "zel_json_data file deleted successfully"});
+    EXPECT_EQ(winhost::MailboxDevice::Instance().OpenHandles(), 0u);
 }
 
 TEST_F(Cleanup, WakesTheConsole) {

@@ -1,4 +1,6 @@
 // How the log comes to be, and what the event log hears when it does not.
+#include <fstream>
+
 #include "service/ZELLogger.h"
 #include "tests/support/ServiceFixture.h"
 
@@ -19,6 +21,15 @@ class LogStart : public PcFixture {
         return ReadLog(HostPath("C:\\ProgramData\\Tarvix\\Manageability\\zel.log"));
     }
 
+    // As an earlier run has left it.
+    void LeaveLogOf(uint64_t size) {
+        std::filesystem::create_directories(HostPath(kFolder));
+        std::ofstream(HostPath(kFolder) / "zel.log") << std::string(size - 1, '.') << '\n';
+    }
+    bool HasBackup() { return std::filesystem::exists(HostPath(kFolder) / "zel.lo_"); }
+
+    static constexpr char kFolder[] = "C:\\ProgramData\\Tarvix\\Manageability";
+    static constexpr uint64_t kTenMebibytes = 0xA00000;
     std::unique_ptr<ZELService> service;
 };
 
@@ -45,6 +56,20 @@ TEST_F(LogStart, FoldersThatAreThereAlreadyAreNoFailure) {
     ASSERT_TRUE(service->InitializeLogging());
     EXPECT_TRUE(service->InitializeLogging());
     EXPECT_TRUE(Pc().EventLog().empty());
+}
+
+TEST_F(LogStart, ALogOfMoreThanTenMebibytesBecomesTheBackup) {
+    LeaveLogOf(kTenMebibytes + 1);
+    EXPECT_TRUE(service->InitializeLogging());
+    EXPECT_TRUE(HasBackup());
+    EXPECT_EQ(Log().size(), 2u);
+}
+
+TEST_F(LogStart, ALogThatHasRoomGoesOn) {
+    LeaveLogOf(kTenMebibytes - 4096);
+    EXPECT_TRUE(service->InitializeLogging());
+    EXPECT_FALSE(HasBackup());
+    EXPECT_EQ(Log().size(), 3u);
 }
 
 TEST_F(LogStart, GoesOnWithoutTheMakersFolderAndGivesUpWithoutTheWorkingFolder) {

@@ -1,7 +1,9 @@
 // The program from its arguments to its end, as the SCM and a person at the console start it.
+#include <stdexcept>
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
+#include "tests/support/ThrowAt.h"
 #include "winhost/service/Scm.h"
 
 namespace {
@@ -173,6 +175,40 @@ TEST_F(Lifecycle, WithoutAHandlerNothingElseHappens) {
     EXPECT_TRUE(Pc().ServiceReports().empty());
     EXPECT_EQ(LogCount("Enter ZEL Initialization Block"), 0u);
     EXPECT_TRUE(service->EndThreads(INFINITE));
+}
+
+TEST_F(Lifecycle, AnExceptionEndsTheProgramWithoutItsText) {
+    ExpectError("Exception: In main");
+    ThrowAt("GetUserNameA", std::runtime_error("boom"));
+    EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
+    EXPECT_TRUE(HasLine("ERROR", "Exception: In main"));
+    EXPECT_EQ(LogCount("boom"), 0u);
+    EXPECT_TRUE(Pc().ServiceReports().empty());
+}
+
+TEST_F(Lifecycle, AnExceptionOfAnyOtherKindDoesSoToo) {
+    ExpectError("Unknown Exception: In main");
+    ThrowAt("GetUserNameA", 1);
+    EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
+    EXPECT_TRUE(HasLine("ERROR", "Unknown Exception: In main"));
+}
+
+TEST_F(Lifecycle, AnExceptionDuringTheStartStopsTheServiceWithACodeOfItsOwn) {
+    ExpectError("Exception: In Register");
+    ThrowAt("RegOpenKeyExA", std::runtime_error("boom"));
+    EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
+    EXPECT_TRUE(HasLine("ERROR", "Exception: In Register"));
+    EXPECT_EQ(LogCount("boom"), 0u);
+    ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_STOPPED}));
+    EXPECT_EQ(Pc().ServiceReports().back().win32ExitCode, 1064u);
+}
+
+TEST_F(Lifecycle, AnExceptionOfAnyOtherKindDuringTheStartDoesSoToo) {
+    ExpectError("Unknown Exception: In Register");
+    ThrowAt("RegOpenKeyExA", 1);
+    EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
+    ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_STOPPED}));
+    EXPECT_EQ(Pc().ServiceReports().back().win32ExitCode, 1064u);
 }
 
 TEST_F(ByHand, TheServiceModeEndsAtOnce) {

@@ -174,6 +174,48 @@ TEST_F(Logger, AProcessWithoutAMutexEndsWithCode0) {
         ::testing::ExitedWithCode(0), "");
 }
 
+TEST_F(Logger, AThreadThatDiesWhileItLogsEndsTheProcessWithCode0) {
+    EXPECT_EXIT(
+        {
+            Gate().FailNth("ReleaseMutex", 1, ERROR_NOT_OWNER);
+            std::thread([this] { logger.LogInfo("ZELService", "last words"); }).join();
+            logger.LogInfo("ZELService", "too late");
+        },
+        ::testing::ExitedWithCode(0), "");
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0].message, "last words");
+}
+
+TEST_F(Logger, AWaitThatFailsIsRepeated) {
+    const uint64_t before = Gate().Count("WaitForSingleObject");
+    Gate().FailNth("WaitForSingleObject", 1, ERROR_INVALID_HANDLE);
+    logger.LogInfo("ZELService", "patient");
+    EXPECT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Gate().Count("WaitForSingleObject"), before + 2);
+}
+
+TEST_F(Logger, ALineThatMeetsTheCloseGoesToTheDebugger) {
+    // The last call before the line waits for the file.
+    Gate().Ask([this](const char* call, const void*) -> uint32_t {
+        if (std::string(call) == "K32GetProcessMemoryInfo") logger.CloseLog();
+        return 0;
+    });
+    logger.LogInfo("ZELService", "homeless");
+    EXPECT_EQ(Content(), "");
+    EXPECT_NE(Pc().DebugTexts().back().find("INFO:  homeless $$<ZELService>"), std::string::npos);
+}
+
+TEST_F(Logger, AFullDiskIsNoAffairOfTheCallers) {
+    logger.CloseLog();
+    std::filesystem::remove(HostPath(kLoggerPath));
+    std::filesystem::create_symlink("/dev/full", HostPath(kLoggerPath));
+    ASSERT_TRUE(logger.OpenLog("zel", kLoggerPath, kLoggerFolder, kLoggerLimit, ZELLogger::kOneBackup));
+    for (int line = 0; line < 3; ++line)
+        logger.LogInfo("ZELService", "lost");
+    logger.CloseLog();
+    EXPECT_TRUE(std::filesystem::is_symlink(HostPath(kLoggerPath)));
+}
+
 TEST_F(Logger, ThreadsDoNotBreakEachOthersLines) {
     constexpr int kThreads = 4, kEach = 100;
     std::vector<std::thread> threads;

@@ -1,5 +1,6 @@
 // When the firmware is brought up to date, and who waits for it.
 #include <atomic>
+#include <system_error>
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
@@ -101,6 +102,16 @@ TEST_F(WakeUpdate, ASecondWakeDuringAnUpdateIsDropped) {
     service->WakeAndUpdateMPM(true);
     EXPECT_TRUE(firmware.Requests().empty());
     EXPECT_TRUE(service->m_bWakeUpdateInProgress);
+}
+
+TEST_F(WakeUpdate, OneThatCannotStartIsNotInTheWayOfTheNext) {
+    Gate().FailNth("std::thread", 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_THROW(service->WakeAndUpdateMPM(true), std::system_error);
+    EXPECT_FALSE(service->m_bWakeUpdateInProgress);
+    EXPECT_TRUE(ReportedStates().empty());
+    service->WakeAndUpdateMPM(true);
+    ASSERT_TRUE(UpdateEnds());
+    EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 1u);
 }
 
 TEST_F(WakeUpdate, TheWaitEndsWithTheUpdate) {
