@@ -6,7 +6,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string>
 #include <vector>
+
+#include <unistd.h>
 
 #include "fuzz/Target.h"
 
@@ -37,6 +40,33 @@ std::vector<uint8_t> Read(const fs::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// What the target makes in its temporary folder goes with the run.
+class TemporaryFolder {
+  public:
+    TemporaryFolder() {
+        if (!mkdtemp(m_name.data())) std::exit(2);
+        setenv("TMPDIR", m_name.c_str(), 1);
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        fs::current_path("/", ignored);
+        fs::remove_all(m_name, ignored);
+    }
+
+  private:
+    std::string m_name = (fs::temp_directory_path() / "replay-XXXXXX").string();
+};
+
+void Replay(fuzz::Target target, const std::vector<fs::path>& files) {
+    const TemporaryFolder folder;
+    for (const fs::path& file : files) {
+        const std::vector<uint8_t> bytes = Read(file);
+        std::printf("%s\n", file.filename().c_str());
+        std::fflush(stdout);
+        target(bytes);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -47,11 +77,9 @@ int main(int argc, char** argv) {
         std::fputs("usage: fuzz_replay TARGET FILE|FOLDER...\n", stderr);
         return 2;
     }
-    for (const fs::path& file : files) {
-        const std::vector<uint8_t> bytes = Read(file);
-        std::printf("%s\n", file.filename().c_str());
-        std::fflush(stdout);
-        target(bytes);
-    }
+    Replay(target, files);
     std::printf("%zu inputs of %s: no finding\n", files.size(), argv[1]);
+    std::fflush(stdout);
+    // Threads of the target that are kept over all inputs still run.
+    _exit(0);
 }

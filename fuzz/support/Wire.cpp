@@ -12,7 +12,7 @@ namespace fuzz {
 
 namespace {
 
-constexpr int kPatience = 1000;  // milliseconds of real time
+constexpr int kPatience = 20000;  // milliseconds of real time: a busy machine is no finding
 
 sockaddr_un AddressOf(const std::string& path) {
     sockaddr_un address{};

@@ -21,7 +21,7 @@ winhost::Descriptor Accept(const winhost::Descriptor& listener);
 // All of it, unless the peer goes or doesn't read.
 void SendBytes(const winhost::Descriptor& socket, Bytes bytes);
 void FinishSending(const winhost::Descriptor& socket);
-// Until the peer closes its end, or for a second.
+// Until the peer closes its end, or patience ends.
 std::string ReceiveRest(const winhost::Descriptor& socket);
 // Just so many bytes; fewer when the peer has gone.
 std::string Receive(const winhost::Descriptor& socket, size_t size);
