@@ -95,7 +95,7 @@ struct Request {
 struct Event {
     enum class Kind { Request, Message, Note };
     Kind kind = Kind::Note;
-    std::string name;   // of the request or the command; a word for a note ("listening", "dropped", ...)
+    std::string name;   // of the request or the command; a word for a note ("listening", "held", ...)
     uint32_t code = 0;  // control code, or number of the command
     std::span<const uint8_t> data;  // the request's input, or the message without its trailer
     std::string text;               // a fault, or what became of the request when it was not simply answered

@@ -36,7 +36,8 @@ class KVMClientInterface {
     // session has failed: a client that doesn't read holds up the caller. The mailbox read thread.
     void SendDataToKVMClient(const void* data, size_t size);
 
-    // Ends the session: asks the agent to leave, closes the socket, waits for the receive thread. Any thread.
+    // Ends the session: asks the agent to leave, closes the socket, waits for the receive thread. Any thread
+    // but that one.
     void DoCleanUp();
 
     KVMAgent m_agent;

@@ -53,7 +53,7 @@ class KVMSessionControl {
     // Once for each session, whoever comes first.
     void DoKVMCleanUp();
 
-    // The end of the process: makes the listener thread end, and waits for it.
+    // The end of the process: makes the listener thread end, and waits for it. Any thread but that one.
     void SignalEnd();
     void JoinThread();
 

@@ -39,6 +39,14 @@ inline constexpr uint32_t WriteCSRResponse = 0x9C41A49C;
 inline constexpr uint32_t WritePwdUpdateStatus = 0x9C41A4A0;
 }  // namespace MailboxCode
 
+// What the host tells of itself with WriteZELStatus.
+enum ZELServiceState : uint32_t {
+    kServiceUp = 1,
+    kServiceDown = 2,
+    kServiceUpInSafeBoot = 3,
+    kServiceUpInSafeBootWithNetworking = 4,
+};
+
 // What the firmware asks of the host: the next-to-last byte of a message.
 enum MpmCommand : uint8_t {
     MPM_ZEL_CMD_DASH_DATA = 8,

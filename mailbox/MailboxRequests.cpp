@@ -1,6 +1,4 @@
 // The catalogue: one thin operation for each request that the firmware knows.
-#include <algorithm>
-#include <cstring>
 #include <string>
 
 #include "mailbox/ConsentRecords.h"
@@ -9,6 +7,7 @@
 #include "mailbox/MailBoxDriverInterface.h"
 #include "mailbox/OsInfoRecord.h"
 #include "mailbox/WiFiSyncRecord.h"
+#include "service/FieldText.h"
 #include "service/Log.h"
 
 namespace {
@@ -16,7 +15,7 @@ namespace {
 // The firmware's texts are not trusted to end inside their field.
 template <size_t N>
 std::string TextOf(const char (&field)[N], size_t limit = N) {
-    return {field, strnlen(field, std::min(N, limit))};
+    return std::string(TextInField(field).substr(0, limit));
 }
 
 uint32_t RefuseNull(const char* name, const logging::Format<const char*>& text) {

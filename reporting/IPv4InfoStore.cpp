@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "reporting/NicInfo.h"
 #include "service/Log.h"
 #include "service/ZELService.h"
 
@@ -9,8 +10,6 @@ namespace {
 constexpr uint32_t kReportedPort = 623;
 constexpr uint32_t kLoopback = 0x0100007F;  // 127.0.0.1
 constexpr uint16_t kNoPeer = 0xFFFF;
-constexpr uint32_t kStaticOrigin = 3;
-constexpr uint32_t kDynamicOrigin = 4;
 
 std::string HexText(uint32_t word) {
     char text[9];
@@ -118,8 +117,8 @@ std::string IPv4InfoStore::DnsServerText() const {
 std::string IPv4InfoStore::AddressOriginText(uint32_t address) const {
     std::lock_guard lock(m_mutex);
     const uint32_t origin = ValueOf(m_addressOriginByIP, address);
-    if (origin == kDynamicOrigin) return "Dynamic";
-    return origin == kStaticOrigin ? "Static" : "Unknown";
+    if (origin == kAddressDHCP) return "Dynamic";
+    return origin == kAddressStatic ? "Static" : "Unknown";
 }
 
 std::string IPv4InfoStore::DHCPServerText(uint32_t address) const {

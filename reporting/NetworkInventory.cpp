@@ -7,28 +7,20 @@
 #include <mutex>
 
 #include "reporting/NicInfo.h"
+#include "service/FieldText.h"
 #include "service/Log.h"
-#include "service/WideText.h"
 #include "service/ZELService.h"
 
 namespace {
 
 constexpr uint16_t kAnyLinkTechnology = 0xFFFF;
 
-// Cuts the text to the field and terminates it.
-template <size_t N>
-void CopyText(char (&field)[N], const std::string& text) {
-    const size_t length = std::min(std::strlen(text.c_str()), N - 1);
-    std::memcpy(field, text.c_str(), length);
-    std::memset(field + length, 0, N - length);
-}
-
 void FillEntry(NwInfoEntry& entry, const NicInfo& nic) {
-    CopyText(entry.Name, nic.Name);
+    CopyToField(entry.Name, nic.Name);
     entry.Speed = nic.Speed;
-    CopyText(entry.MACAddress, nic.MACAddress);
+    CopyToField(entry.MACAddress, nic.MACAddress);
     entry.MaxSpeed = nic.MaxSpeed;
-    CopyText(entry.DeviceID, nic.DeviceID);
+    CopyToField(entry.DeviceID, nic.DeviceID);
     entry.StatusInfo = nic.StatusInfo;
     entry.LinkTechnology = nic.LinkTechnology;
     entry.AddressOrigin = nic.AddressOrigin;

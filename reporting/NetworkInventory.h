@@ -16,8 +16,12 @@
 void FillMultiNwInfo(MultiNwInfo& record);
 
 // Makes the record the picture that later scans are compared with, and reports the primary address when it
-// has moved. True when an interface is other than Ethernet. May take 3 seconds. Any thread.
+// has moved. True when an interface is other than Ethernet. May take 3 seconds, and as long as the firmware
+// takes to answer. Any thread.
 bool CommitNwInfo(const MultiNwInfo& record);
+
+// Older firmware is told of one interface only.
+inline constexpr uint32_t kFirstVersionWithAllAdapters = 20;
 
 // For firmware that is told of one interface: the first wireless one, or the last. False when there is none.
 bool ChoosePrimaryEntry(const MultiNwInfo& record, size_t& index);

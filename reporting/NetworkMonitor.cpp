@@ -10,7 +10,6 @@ namespace {
 
 constexpr DWORD kScanPeriodMilliseconds = 61000;
 constexpr uint64_t kLeastScanDistance = 61'001'000'000;  // ns
-constexpr uint32_t kFirstVersionWithAllAdapters = 20;
 constexpr uint32_t kFirstVersionWithWiFiSync = 40;
 
 }  // namespace

@@ -26,7 +26,8 @@ class NetworkMonitor {
 
     // Starts the scanning thread unless it runs or the service stops. Any thread.
     void StartNetworkScanThread();
-    // Ends and joins it; may wait for a scan, 3 seconds at most. Any thread but the scanning one.
+    // Ends and joins it; may wait for a scan: 3 seconds, and for as long as the firmware doesn't answer. Any
+    // thread but the scanning one.
     void StopNetworkScanThread();
 
     // 0, or the WLAN service's error. Any thread.

@@ -5,6 +5,7 @@
 
 #include <string_view>
 
+#include "service/FieldText.h"
 #include "service/Log.h"
 #include "service/Version.h"
 #include "service/WideText.h"
@@ -14,20 +15,14 @@ namespace {
 
 constexpr uint16_t kReservedWord = 65535;
 
-// The field is zero.
-template <size_t N>
-void CopyText(char (&field)[N], std::string_view text) {
-    text.copy(field, N - 1);
-}
-
 void FillDomainName(OsInfo& info) {
     char domain[sizeof info.DomainName] = "";
     DWORD size = sizeof domain;
     if (GetComputerNameExA(ComputerNameDnsDomain, domain, &size)) {
-        CopyText(info.DomainName, domain);
+        CopyToField(info.DomainName, domain);
         LogInfo("%s: DNS domain: %s", "WriteOSInfoToMPM", domain);
     } else {
-        CopyText(info.DomainName, "N/A");
+        CopyToField(info.DomainName, "N/A");
     }
 }
 
@@ -54,7 +49,7 @@ void WriteOSInfoToMPM() {
     g_pZELService->m_WMIInterfaceObj.GetOSinformation(&info);
     // Without a name the field stays empty.
     gethostname(info.HostName, sizeof info.HostName);
-    CopyText(info.ZELVersion, kServiceVersion);
+    CopyToField(info.ZELVersion, kServiceVersion);
     FillDomainName(info);
     const std::string name = GetOsName();
     FillUtf16(info.OSName, std::wstring(name.begin(), name.end()));

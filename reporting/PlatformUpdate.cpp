@@ -10,9 +10,6 @@
 
 namespace {
 
-constexpr uint32_t kStateUp = 1;
-constexpr uint32_t kStateDown = 2;
-constexpr uint32_t kFirstVersionWithAllAdapters = 20;
 constexpr uint32_t kFirstVersionWithCloud = 21;
 constexpr uint32_t kFirstVersionWithTimeZone = 45;
 constexpr DWORD kConnectionPollMilliseconds = 100;
@@ -59,7 +56,7 @@ void ZELService::UpdatePlatformInfoToMPM() {
     if (m_bServiceStopping) return;
     m_bPlatformUpdateDone = 0;
     m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
-    SetZELServiceState(kStateUp);
+    SetZELServiceState(kServiceUp);
     m_bNetworkUpdatesEnabled = 1;
     m_networkMonitor.RegisterWlanNotification();
     m_networkMonitor.StartNetworkScanThread();
@@ -81,7 +78,7 @@ void ZELService::UpdatePlatformInfoToMPM() {
 
 void ZELService::StopPlatformUpdates() {
     m_mailBoxDriverInterface.m_bServiceUp.exchange(0);
-    SetZELServiceState(kStateDown);
+    SetZELServiceState(kServiceDown);
     if (m_bootMode != 0) return;
     m_bNetworkUpdatesEnabled = 0;
     m_networkMonitor.UnRegisterWlanNotification();

@@ -8,10 +8,10 @@
 #include <fstream>
 #include <string>
 
+#include "service/FieldText.h"
 #include "service/FilesystemPath.h"
 #include "service/Log.h"
 #include "service/Version.h"
-#include "service/WideText.h"
 #include "service/ZELService.h"
 
 namespace {

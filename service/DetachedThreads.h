@@ -19,7 +19,8 @@ class DetachedThreads {
     static constexpr DWORD kPatience = 3000;  // milliseconds
 
     // Any thread. Runs the body on a new thread without an owner. False, and nothing runs, once AwaitEnd has
-    // been called: the process is ending. A failed thread creation throws std::system_error.
+    // been called: the process is ending. A failed thread creation throws std::system_error; what the body
+    // throws ends the process.
     bool Start(std::function<void()> body);
 
     // The same with an owner, who joins it; null where Start answers false. AwaitEnd waits for this one too,

@@ -8,6 +8,27 @@
 
 #include "service/ZELLogger.h"
 
+namespace {
+
+void Pass(ZELLogger& logger, logging::Level level, const char* message) {
+    using logging::Level;
+    constexpr const char* kTag = "ZELService";
+    switch (level) {
+        case Level::Info:
+            return logger.LogInfo(kTag, message);
+        case Level::Warn:
+            return logger.LogWarn(kTag, message);
+        case Level::Error:
+            return logger.LogError(kTag, message);
+        case Level::Debug:
+            return logger.LogDebug(kTag, message);
+        case Level::Trace:
+            return logger.LogTrace(kTag, message);
+    }
+}
+
+}  // namespace
+
 void logging::Write(Level level, const char* format, ...) {
     // Callers report GetLastError more than once along the way.
     const DWORD error = GetLastError();
@@ -16,25 +37,6 @@ void logging::Write(Level level, const char* format, ...) {
     va_start(arguments, format);
     const int length = std::vsnprintf(message, sizeof message, format, arguments);
     va_end(arguments);
-    ZELLogger* const logger = ZELLogger::Instance();
-    if (length < 0 || !logger) return;
-    constexpr const char* kTag = "ZELService";
-    switch (level) {
-        case Level::Info:
-            logger->LogInfo(kTag, message);
-            break;
-        case Level::Warn:
-            logger->LogWarn(kTag, message);
-            break;
-        case Level::Error:
-            logger->LogError(kTag, message);
-            break;
-        case Level::Debug:
-            logger->LogDebug(kTag, message);
-            break;
-        case Level::Trace:
-            logger->LogTrace(kTag, message);
-            break;
-    }
+    if (ZELLogger* const logger = ZELLogger::Instance(); logger && length >= 0) Pass(*logger, level, message);
     SetLastError(error);
 }

@@ -14,6 +14,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "service/FieldText.h"
 #include "service/WideText.h"
 
 namespace logging {

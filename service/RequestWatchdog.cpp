@@ -7,7 +7,7 @@
 RequestWatchdog::RequestWatchdog(MailBoxDriverInterface& mailbox)
     : m_done(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {
     if (!m_done) {
-        LogWarn("%s: no event, unanswered requests will hold the stop", "RequestWatchdog");
+        LogWarn("%s: no event, unanswered requests will hold the control", "RequestWatchdog");
         return;
     }
     try {
@@ -16,7 +16,7 @@ RequestWatchdog::RequestWatchdog(MailBoxDriverInterface& mailbox)
                 mailbox.CancelRequests();
         });
     } catch (const std::system_error&) {
-        LogWarn("%s: no thread, unanswered requests will hold the stop", "RequestWatchdog");
+        LogWarn("%s: no thread, unanswered requests will hold the control", "RequestWatchdog");
     }
 }
 

@@ -1,5 +1,5 @@
-// Keeps a stop from hanging in a request that the firmware does not answer: while it lives, requests that
-// pend for longer than its patience are cancelled.
+// Keeps a service control from hanging in a request that the firmware does not answer: while it lives, all
+// requests that pend are cancelled each time its patience has passed.
 #pragma once
 
 #include <winsock2.h>

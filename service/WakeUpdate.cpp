@@ -35,18 +35,21 @@ void ZELService::WakeAndUpdateMPM(bool force) {
     uint8_t status = kMpmNoAnswer;
     m_mailBoxDriverInterface.GetMPMStatus(&status);
     // A resume always updates.
-    if (!force && !IsUpdateDue(status)) m_bWakeUpdateInProgress = 0;
+    bool due = force || IsUpdateDue(status);
 
     // Safe boot reports its state in any case, and nothing else.
     const uint32_t bootMode = m_bootMode;
     if (bootMode == kSafeBoot || bootMode == kSafeBootWithNetworking) {
         m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
         UpdateManageabilityStatus();
-        SetZELServiceState(bootMode == kSafeBoot ? 3 : 4);
+        SetZELServiceState(bootMode == kSafeBoot ? kServiceUpInSafeBoot : kServiceUpInSafeBootWithNetworking);
         m_statusFile.UpdateStatusFile();
-        m_bWakeUpdateInProgress = 0;
+        due = false;
     }
-    if (!m_bWakeUpdateInProgress) return;
+    if (!due) {
+        m_bWakeUpdateInProgress = 0;
+        return;
+    }
     const auto update = [this] {
         UpdatePlatformInfoToMPM();
         m_bWakeUpdateInProgress.exchange(0);
@@ -73,13 +76,13 @@ void ZELService::SetZELServiceState(uint32_t state) {
     LogInfo("Write ZEL Service status to MPM");
     m_mailBoxDriverInterface.WriteZELStatus(state);
     switch (state) {
-        case 1:
+        case kServiceUp:
             LogInfo("ZEL Service UP");
             break;
-        case 2:
+        case kServiceDown:
             LogInfo("ZEL Service DOWN");
             break;
-        case 3:
+        case kServiceUpInSafeBoot:
             LogInfo("ZEL Service Safeboot UP");
             break;
         default:

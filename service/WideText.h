@@ -2,7 +2,6 @@
 // points. Both are read here. What is no character, such as half of a surrogate pair, becomes U+FFFD.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -14,9 +13,3 @@ std::string ToUtf8(std::u16string_view text, size_t maxBytes);
 
 // Fills a field with UTF-16, cut to whole characters, and with zeros from its NUL to its end.
 void FillUtf16(std::span<char16_t> field, std::wstring_view text);
-
-// The text in a field, which ends with its first NUL or with the field.
-template <class Unit, size_t N>
-std::basic_string_view<Unit> TextInField(const Unit (&field)[N]) {
-    return {field, static_cast<size_t>(std::find(field, field + N, Unit{}) - field)};
-}

@@ -64,7 +64,7 @@ class ZELService {
     uint32_t DoDriverInitialization();
     // Stops everything in order; true.
     bool ServiceCleanup();
-    // Tells the firmware 1 up, 2 down, 3 up in safe boot, 4 up in safe boot with networking.
+    // Tells the firmware one of ZELServiceState.
     void SetZELServiceState(uint32_t state);
 
     // The end of the process, after all else: ends the read loop, joins what is joinable and waits for the
@@ -74,7 +74,7 @@ class ZELService {
     // Any thread. True after the whole time, false as soon as the service stops.
     bool SleepUnlessStopping(DWORD milliseconds);
 
-    // --- the firmware's state (ManageabilityStatus.cpp, WakeUpdate.cpp) ---
+    // --- the firmware's state (ManageabilityState.cpp, WakeUpdate.cpp) ---
 
     // Asks the firmware for its version; a failure leaves zeros and the text "Not Available". Any thread.
     void UpdateManageabilityStatus();
@@ -82,7 +82,8 @@ class ZELService {
     ManageabilityStatus GetManageabilityStatus() const;
 
     // Brings the firmware up to date on a detached thread. Dropped while an update is under way. Unless
-    // forced, only when the firmware says that it is down. Any thread; returns quickly.
+    // forced, only when the firmware says that it is down. Any thread; waits for the firmware's status, and
+    // in safe boot for two requests more. A failed thread creation throws std::system_error.
     void WakeAndUpdateMPM(bool force);
     // The same, then waits for the update, 3 seconds at most.
     void WakeAndUpdateMPMAndWait(bool force);

@@ -45,7 +45,7 @@ class ServiceFixture : public PcFixture {
     void AwaitLog(const std::string& text, size_t count = 1);
     // Messages that hold these texts stand in the log in this order, others may stand between them.
     void ExpectLogInOrder(const std::vector<std::string>& texts) const;
-    // The same, and with the level in front: "WARN: text".
+    // Whether a line of this level has just this message.
     bool HasLine(const std::string& level, const std::string& message) const;
 
     mpm::Firmware firmware;

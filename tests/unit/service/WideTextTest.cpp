@@ -1,4 +1,5 @@
 // UTF-16 in the records, UTF-8 in the log.
+#include "service/FieldText.h"
 #include "service/WideText.h"
 
 #include "service/Log.h"
