@@ -1,4 +1,4 @@
-// Command lines as the programs that the service starts get them, and the file by which it leads its agent.
+// Command lines as the programs that the service starts get them.
 #include <string>
 #include <vector>
 
