@@ -21,6 +21,8 @@ struct FailureEntry {
         Unstoppable,   // the service manager can't be told that the service has stopped
     };
     Effect effect = Effect::None;
+    // Made for each line of the log, whatever that says.
+    bool perLine = false;
 };
 
 // Null for a call that the table doesn't know.

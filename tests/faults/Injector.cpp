@@ -78,11 +78,8 @@ uint32_t Injector::Judge(const char* call, const void* caller) {
     const FailureEntry* const entry = FindFailure(call);
 
     std::lock_guard lock(m_mutex);
-    if (repeats) {
-        m_polling.insert(gettid());
-    } else if (!m_polling.empty()) {
-        m_polling.erase(gettid());
-    }
+    if (t_series.length == kPollLength) m_polling.insert(gettid());
+    if (t_series.length == 1) m_polling.erase(gettid());
     if (!entry) CopyName(m_account->unknown, call);
     if (!entry || entry->errors.empty()) return 0;
     if (m_failing == call) {
@@ -91,6 +88,7 @@ uint32_t Injector::Judge(const char* call, const void* caller) {
     }
     if (!m_counting || repeats) return 0;
     const uint64_t hit = ++m_siteHits[site];
+    if (entry->perLine && hit > kCountedLines && !m_selection.everyLine) return 0;
     const uint64_t number = ++m_account->counted;
     if (number <= Account::kMostCalls) {
         CallRecord& record = m_account->calls[number - 1];

@@ -43,6 +43,8 @@ struct Selection {
     uint64_t site = 0;  // counted among the calls from this place alone; 0: among all
     bool forEver = false;
     uint32_t error = 0;  // 0: one that the table names
+    // Also the calls that the log makes for each of its lines, beyond the first lines.
+    bool everyLine = false;
 };
 
 class Injector {
@@ -64,6 +66,10 @@ class Injector {
 
     // So many calls in a row that a thread makes from the same place are counted, the rest of a poll is not.
     static constexpr int kCountedRepeats = 2;
+    // A walk over a list is shorter than that, a poll is not.
+    static constexpr int kPollLength = 200;
+    // So many lines of the log are written with failing calls, unless all are asked for.
+    static constexpr uint64_t kCountedLines = 10;
 
     std::atomic<uint64_t> m_activity{0};
     std::mutex m_mutex;

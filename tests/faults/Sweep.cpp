@@ -68,7 +68,7 @@ void Sweep::RunEachSite(const Scenario& scenario, const Known& known, bool forEv
 void Sweep::RunEachCall(const Scenario& scenario, const Known& known, bool forEver) {
     m_uninjected = 0;
     for (uint64_t n = m_options.from; n <= m_options.to && m_uninjected < kRunsPastTheEnd; ++n)
-        RunOne(scenario, known, {.at = n, .forEver = forEver});
+        RunOne(scenario, known, {.at = n, .forEver = forEver, .everyLine = m_options.only.everyLine});
     m_runner.Finish();
 }
 
@@ -105,7 +105,8 @@ void Sweep::Report(const Scenario& scenario, const Selection& selection, const A
 
 void Sweep::PrintFinding(const Scenario& scenario, const Selection& selection, const Account& account,
                          const Outcome& outcome) {
-    const char* const howLong = selection.forEver ? " --for-ever" : " --once";
+    const std::string howLong = std::string(selection.everyLine ? " --every-line" : "") +
+                                (selection.forEver ? " --for-ever" : " --once");
     std::printf("FINDING in %s: %s fails%s with %u, called by %s\n%s%s", scenario.name,
                 account.injected ? account.call : "no call", selection.forEver ? " for ever" : "",
                 account.error, DescribeSite(account.site).c_str(), outcome.finding.c_str(),
@@ -113,8 +114,8 @@ void Sweep::PrintFinding(const Scenario& scenario, const Selection& selection, c
     if (account.injected)
         std::printf("  again: %s %s --site %#" PRIx64 " --at %" PRIu64 " --error %u%s   or   --at %" PRIu64
                     "%s\n",
-                    m_options.executable.c_str(), scenario.name, account.site, account.siteHit, account.error,
-                    howLong, account.at, howLong);
+                    m_options.command.c_str(), scenario.name, account.site, account.siteHit, account.error,
+                    howLong.c_str(), account.at, howLong.c_str());
 }
 
 void Sweep::PrintTotals() const {

@@ -15,7 +15,7 @@ struct SweepOptions {
     uint64_t from = 1, to = UINT64_MAX;
     Selection only;  // one single run, when it selects something
     bool verbose = false;
-    std::string executable;  // for the line that tells how to run a finding again
+    std::string command;  // in the line that tells how to run a finding again
 };
 
 class Sweep {
@@ -27,10 +27,6 @@ class Sweep {
     bool HasFindings() const { return m_findings > 0; }
 
   private:
-    struct Site {
-        std::string call;
-        uint64_t site = 0;
-    };
     // What runs without a failure have in common, and the places that call.
     struct Known {
         Reference reference;

@@ -59,6 +59,7 @@ void World::RunProcess() {
     service->Main(2, argv);
     m_mainOver = true;
     m_threadsHang = !service->EndThreads(kEndMilliseconds);
+    if (m_threadsHang && !Follows(FailureEntry::Effect::HoldsThreads)) PrintStacks();
     if (ZELLogger* const logger = ZELLogger::Instance()) logger->CloseLog();
     if (!m_threadsHang) service.reset();
     m_processOver = true;

@@ -41,6 +41,7 @@ int Parse(int argc, char** argv, Arguments& arguments) {
     app.add_flag("--quick", sweep.quick, "fails each place's first call alone");
     app.add_flag("--once", once, "single failures alone");
     app.add_flag("--for-ever", forEver, "failures that last alone");
+    app.add_flag("--every-line", sweep.only.everyLine, "fails the log's own calls in each of its lines too");
     app.add_option("--from", sweep.from, "begins with this call");
     app.add_option("--to", sweep.to, "ends with this call");
     app.add_option("--at", sweep.only.at, "one run, in which this call fails");
@@ -49,6 +50,7 @@ int Parse(int argc, char** argv, Arguments& arguments) {
     app.add_option("-j", arguments.width, "so many runs at a time")->check(CLI::Range(1, 64));
     app.add_option("--patience", arguments.patience, "seconds until a run counts as one that hangs");
     app.add_flag("-v,--verbose", sweep.verbose, "prints each run");
+    app.add_option("--shown-as", sweep.command, "this program's name in the line that runs a finding again");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -92,7 +94,7 @@ int main(int argc, char** argv) {
             std::printf("%-10s %s\n", scenario->name, scenario->about);
         return 0;
     }
-    arguments.sweep.executable = argv[0];
+    if (arguments.sweep.command.empty()) arguments.sweep.command = argv[0];
     const auto start = std::chrono::steady_clock::now();
     Runner runner(arguments.width, std::chrono::seconds(arguments.patience));
     Sweep sweep(runner, arguments.sweep);
