@@ -39,8 +39,7 @@ class Player:
 
     def _why_not(self, event):
         """What of the event this PC can't have."""
-        names = (event.kind, event.details.get("trouble"), "lock" if event.details.get("answer") == "locked" else None,
-                 event.details.get("how"))
+        names = (event.kind, event.details.get("trouble"), "lock" if event.details.get("answer") == "locked" else None)
         return next((name for name in names if name in self._stage.pc.cannot), None)
 
     # --- quiet moments ---
