@@ -11,6 +11,7 @@ from .stage import SESSION_CLOSED
 from .streams import PATIENCE, Altered, await_end, connect, content, cut, overtaken, pump, same
 
 SESSION = "Spawning threads to send and receive DASH traffic for socket"  # ahead of all that it logs of the session's bytes
+CLOSE_BY_FIRMWARE = "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit"
 SMALL = 1000  # bytes that go in one block
 
 _REQUEST = (f"POST /wsman HTTP/1.1\r\nHost: soak\r\nContent-Type: application/soap+xml;charset=UTF-8\r\n"
@@ -85,9 +86,10 @@ class Consoles:
             for number, (console, (size, does)) in enumerate(zip(consoles, parts)):
                 place = self._log.await_line(SESSION, place)
                 self._stage.tally.sessions["DASH"] += 1
-                if does != "leave":
-                    self._take_turn(console, seed + number, size, does, place)
-                place = self._log.await_line(SESSION_CLOSED, place)
+                with self._ending_server():
+                    if does != "leave":
+                        self._take_turn(console, seed + number, size, does, place)
+                    place = self._log.await_line(SESSION_CLOSED, place)
 
     def _come(self, seed, size, does):
         place = self._log.here()
@@ -102,13 +104,12 @@ class Consoles:
         return console
 
     def _take_turn(self, console, seed, size, does, place):
-        with self._ending_server():
-            try:
-                self._exchange(console, seed, size, place)
-                self._end(console, does, seed)
-            except CutShort:
-                self._stage.tally.idle_ends += 1
-                console.close()
+        try:
+            self._exchange(console, seed, size, place)
+            self._end(console, does, seed)
+        except CutShort:
+            self._stage.tally.idle_ends += 1
+            console.close()
 
     # --- faults ---
 
@@ -145,12 +146,22 @@ class Consoles:
 
     @contextlib.contextmanager
     def _ending_server(self):
+        """Around a whole session, from before its beginning to its end."""
+        begun = self._log.here()
         try:
             yield
+            self._end_server(told=self._log.count("WriteCloseSocketcmd: connecting to Driver", begun))
         finally:
             if self._server:
                 self._server.close()
                 self._server = None
+
+    def _end_server(self, told):
+        """Firmware that was not told of the session's end closes it when its server goes; the next session is not to hear that."""
+        if self._server and not told:
+            place = self._log.here()
+            self._server.close()
+            self._log.await_line(CLOSE_BY_FIRMWARE, place)
 
     def _exchange(self, console, seed, size, said_since=None):
         """Some bytes to the firmware and some back. In a rush the console has said its own already."""
@@ -244,7 +255,7 @@ class Consoles:
         elif close == "firmware":
             place = self._log.here()
             self._stage.send("WEBUI_CLOSE_SOCKET")
-            self._log.await_line("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit", place)
+            self._log.await_line(CLOSE_BY_FIRMWARE, place)
             self._await_end(console)
         else:
             if close == "reset-midway" and not _is_tls(console):
