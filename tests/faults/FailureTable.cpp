@@ -234,6 +234,7 @@ struct SilentPlace {
     const char* call;
     const char* place;
     const char* reason;
+    uint32_t error = 0;  // 0: any
 };
 constexpr SilentPlace kSilentPlaces[] = {
     {"CreateEventA", "ZELService::ZELService", "before the log is open"},
@@ -243,14 +244,16 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"RegQueryValueExA", "OsName", "the line with the name of the system shows an unknown edition"},
     {"GetQueuedCompletionStatus", "MailboxReadLoop::DrainReads", "reads that are left keep their buffers"},
     {"OpenProcess", "KVMAgent.cpp", "not examined: the agent stays"},
+    {"recv", "DASHClientInterface::ReceiveOnce", "tried again, as when there is nothing", kWsaWouldBlock},
+    {"recv", "DASHClientInterface::ReceiveOnce", "tried again at once", kWsaIntr},
 };
 
 }  // namespace
 
-bool MayBeSilent(const FailureEntry& entry, std::string_view place) {
+bool MayBeSilent(const FailureEntry& entry, uint32_t error, std::string_view place) {
     if (entry.reason) return true;
     for (const SilentPlace& silent : kSilentPlaces) {
-        if (silent.call != std::string_view(entry.call)) continue;
+        if (silent.call != std::string_view(entry.call) || (silent.error && silent.error != error)) continue;
         if (place == kUnknownPlace || place.find(silent.place) != std::string_view::npos) return true;
     }
     return false;

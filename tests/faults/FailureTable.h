@@ -28,5 +28,6 @@ struct FailureEntry {
 // Null for a call that the table doesn't know.
 const FailureEntry* FindFailure(std::string_view call);
 const std::vector<FailureEntry>& FailureTable();
-// Whether the log need not tell of its failure when the call is made there, described as by DescribeSite.
-bool MayBeSilent(const FailureEntry& entry, std::string_view place);
+// Whether the log need not tell of its failure with this error when the call is made there, described as by
+// DescribeSite.
+bool MayBeSilent(const FailureEntry& entry, uint32_t error, std::string_view place);

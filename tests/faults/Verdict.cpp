@@ -128,7 +128,8 @@ void World::CheckLog(const Reference& reference) {
         const auto known = reference.lines.find(line.first);
         return SpeaksOfFailure(line.first) && (known == reference.lines.end() || known->second < line.second);
     };
-    if (m_account.injected > 0 && entry && !MayBeSilent(*entry, DescribeSite(m_account.site)) &&
+    if (m_account.injected > 0 && entry &&
+        !MayBeSilent(*entry, m_account.error, DescribeSite(m_account.site)) &&
         std::none_of(lines.begin(), lines.end(), tells))
         Find("nothing tells of the failure");
     const auto state = winhost::Scm::Instance().State();

@@ -47,7 +47,7 @@ int Parse(int argc, char** argv, Arguments& arguments) {
     app.add_option("--at", sweep.only.at, "one run, in which this call fails");
     app.add_option("--site", site, "with --at: counted among the calls from this place");
     app.add_option("--error", sweep.only.error, "with --at: fails with this error");
-    app.add_option("-j", arguments.width, "so many runs at a time")->check(CLI::Range(1, 64));
+    app.add_option("-j", arguments.width, "so many runs at a time")->check(CLI::Range(1, 64))->take_last();
     app.add_option("--patience", arguments.patience, "seconds until a run counts as one that hangs");
     app.add_flag("-v,--verbose", sweep.verbose, "prints each run");
     app.add_option("--shown-as", sweep.command, "this program's name in the line that runs a finding again");
