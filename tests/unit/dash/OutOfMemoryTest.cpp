@@ -2,37 +2,34 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <new>
 #include <string>
 
+#include "tests/support/RefusedMemory.h"
 #include "tests/unit/dash/DashFixture.h"
 
 namespace {
 
-// A size that nothing else in these tests asks for.
-constexpr size_t kRefusedPayload = 54321;
-using OutOfMemory = DashFixture;
+class OutOfMemory : public DashFixture {
+  protected:
+    void SendWithoutMemory() {
+        constexpr size_t kSize = 54321;  // that nothing else asks for
+        const size_t before = LogCount("updateDataToClient: exit");
+        const RefusedMemory refused(kSize + 1);
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, std::string(kSize, 'x'));
+        AwaitLog("updateDataToClient: exit", before + 1);
+    }
+};
 
 }  // namespace
-
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    if (size == kRefusedPayload + 1) return nullptr;
-    try {
-        return operator new[](size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
 
 TEST_F(OutOfMemory, APayloadThatFindsNoMemoryIsLostAndTheSessionGoesOn) {
     ExpectError("updateDataToClient: Failed to allocate memory for Sendbuffer");
     Start(50);
     ConsoleClient client = Connect();
     AwaitSessions(1);
-    firmware.Send(MPM_ZEL_CMD_DASH_DATA, std::string(kRefusedPayload, 'x'));
+    SendWithoutMemory();
     firmware.Send(MPM_ZEL_CMD_DASH_DATA, "next");
     EXPECT_EQ(client.Receive(4), "next");
-    AwaitLog("updateDataToClient: Failed to allocate memory for Sendbuffer");
 }
 
 TEST_F(OutOfMemory, APayloadThatFindsNoMemoryTakesAnEarlierOneWithItAndEndsTheNextSession) {
@@ -43,8 +40,7 @@ TEST_F(OutOfMemory, APayloadThatFindsNoMemoryTakesAnEarlierOneWithItAndEndsTheNe
     Start(50);
     firmware.Send(MPM_ZEL_CMD_DASH_DATA, "early");
     AwaitLog("updateDataToClient: exit");
-    firmware.Send(MPM_ZEL_CMD_DASH_DATA, std::string(kRefusedPayload, 'x'));
-    AwaitLog("updateDataToClient: exit", 2);
+    SendWithoutMemory();
 
     ConsoleClient client = Connect();
     for (size_t second = 1; second <= 5; ++second) {

@@ -126,6 +126,17 @@ TEST_F(Session, ARequestThatTheFirmwareRefusesDoesNotEndTheSession) {
         firmware.AwaitRequest("WriteDASHPacket", [](auto& request) { return request.Text() == "next"; }));
 }
 
+TEST_F(Session, AnInterruptedReceiveIsRepeated) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    Gate().FailNth("recv", 1, WSAEINTR);
+    ASSERT_TRUE(Eventually([] { return Gate().Failures() == 1; }));
+    client.Send("goes on");
+    EXPECT_TRUE(Eventually([&] { return DashBytes(firmware) == "goes on"; }));
+    EXPECT_EQ(LogCount("recv() failed"), 0u);
+}
+
 TEST_F(Session, AnEmptyMessageOfTheFirmwareDoesNothing) {
     Start(50);
     ConsoleClient client = Connect();

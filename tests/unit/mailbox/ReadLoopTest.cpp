@@ -2,6 +2,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/RefusedMemory.h"
 #include "tests/support/ServiceFixture.h"
 #include "tests/support/ThrowAt.h"
 #include "winhost/io/MailboxDevice.h"
@@ -147,6 +148,15 @@ TEST_F(ReadLoop, AFirstReadThatCompletesAtOnceEndsIt) {
     StartLoop();
     JoinLoop();
     ExpectClosedInOrder("ReadFile call-1 - Asynchronous Read command failed with error: ");
+}
+
+TEST_F(ReadLoop, ABufferForWhichThereIsNoMemoryEndsItAndTheOthers) {
+    const RefusedMemory refused(kMailboxBufferSize, 4);
+    StartLoop();
+    JoinLoop();
+    EXPECT_EQ(Gate().Count("ReadFile"), 3u);
+    EXPECT_TRUE(HasLine("INFO", "ReadFromMailBoxDriverThread: buffer allocation failed"));
+    ExpectClosedInOrder("buffer allocation failed");
 }
 
 TEST_F(ReadLoop, ARenewedReadThatFailsEndsIt) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -254,6 +255,28 @@ TEST_P(TimeZones, AreSecondsEastOfUtc) {
 INSTANTIATE_TEST_SUITE_P(All, TimeZones,
                          ::testing::Values(std::pair(0, 0), std::pair(330, -19800), std::pair(-345, 20700),
                                            std::pair(720, -43200), std::pair(-840, 50400)));
+
+TEST_F(NetworkInventory, ATimeThatCannotBeBrokenDownIsOfNoZone) {
+    Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = -60; });
+    Gate().FailNth("localtime_s", 1, EINVAL);
+    EXPECT_EQ(GetTimezoneDiff(), 0);
+    EXPECT_TRUE(HasLine("INFO", "Failed to retrieve local time"));
+}
+
+TEST_F(NetworkInventory, ATimeWithoutATextHasItsZoneAllTheSame) {
+    Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = -60; });
+    Gate().FailNth("asctime_s", 1, EINVAL);
+    EXPECT_EQ(GetTimezoneDiff(), 3600);
+    EXPECT_TRUE(HasLine("INFO", "Failed to convert time to string"));
+}
+
+TEST_F(NetworkInventory, AHostWithoutANameHasNoDomainEither) {
+    ExpectError("gethostname failed with error: 10050");
+    Gate().FailNth("gethostname", 1, WSAENETDOWN);
+    std::string host, domain;
+    EXPECT_FALSE(GetHostAndDnsDomain(host, domain));
+    EXPECT_TRUE(host.empty());
+}
 
 TEST_F(NetworkInventory, TellsHostAndDomain) {
     Pc().Change([](auto& pc) { pc.dnsDomain = "corp.example"; });

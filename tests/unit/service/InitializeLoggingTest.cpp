@@ -160,3 +160,15 @@ TEST_F(LogStartWithoutProgramData, TellsTheEventLogOnceAndPathsLackTheirRoot) {
         entries[0].strings[1].rfind("ProgramData Environment variable not found. failed with error: ", 0),
         0u);
 }
+
+TEST_F(LogStartWithoutProgramData, TellsALogThatIsOpenToo) {
+    const std::string folder = "C:\\Logs";
+    std::filesystem::create_directories(HostPath(folder));
+    ASSERT_TRUE(ZELLogger::Instance()->OpenLog("zel", folder + "\\zel.log", folder, kTenMebibytes,
+                                               ZELLogger::kOneBackup));
+    service->GetProgramDataFolder();
+    const auto lines = ReadLog(HostPath(folder) / "zel.log");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].level, "ERROR");
+    EXPECT_EQ(lines[0].message, "Error: PROGRAMDATA environment variable not found.");
+}

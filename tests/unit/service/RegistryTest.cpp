@@ -1,8 +1,29 @@
 #include "service/Registry.h"
 
+#include <thread>
+
+#include "tests/support/RefusedMemory.h"
 #include "tests/support/ServiceFixture.h"
 
-using Registry = ServiceFixture;
+namespace {
+
+class Registry : public ServiceFixture {
+  protected:
+    // Each try takes a second.
+    static bool ReadPath(std::string& path) {
+        bool isRead = false;
+        std::thread reader([&] {
+            isRead = ReadRegistryString(path, HKEY_LOCAL_MACHINE,
+                                        "SOFTWARE\\WOW6432Node\\Tarvix\\Tarvix Manageability Service",
+                                        "InstallationPath");
+        });
+        PassSleepOf(std::chrono::seconds(1));
+        reader.join();
+        return isRead;
+    }
+};
+
+}  // namespace
 
 TEST_F(Registry, EachMissingArgumentIsTold) {
     std::string result = "untouched";
@@ -20,4 +41,21 @@ TEST_F(Registry, AnInstallationPathWithoutANameIsEmpty) {
     std::string path;
     EXPECT_FALSE(GetInstallationPath(path, nullptr));
     EXPECT_EQ(Messages().back(), "Installation path is empty.");
+}
+
+TEST_F(Registry, AValueForWhichThereIsNoMemoryIsNotRead) {
+    const RefusedMemory refused(1025);
+    std::string path;
+    EXPECT_FALSE(ReadPath(path));
+    EXPECT_EQ(Messages().back(), "Failed to allocate memory while reading from registry.");
+    EXPECT_TRUE(path.empty());
+}
+
+TEST_F(Registry, ALongValueForWhichThereIsNoMemoryIsNotRead) {
+    Gate().FailNth("RegQueryValueExA", 1, ERROR_MORE_DATA);
+    const RefusedMemory refused(2049);
+    std::string path;
+    EXPECT_FALSE(ReadPath(path));
+    EXPECT_EQ(Messages().back(), "Failed to allocate memory while reallocating memory from registry.");
+    EXPECT_TRUE(path.empty());
 }
