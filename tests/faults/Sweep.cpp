@@ -1,5 +1,7 @@
 #include "tests/faults/Sweep.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -40,8 +42,10 @@ void Sweep::Run(const Scenario& scenario) {
 
 Sweep::Known Sweep::Learn(const Scenario& scenario) {
     Known known;
+    // Sweeps run side by side.
     const std::string file =
-        (std::filesystem::temp_directory_path() / "zelservice-faults-reference-XXXXXX").string();
+        (std::filesystem::temp_directory_path() / "zelservice-faults-reference-").string() +
+        std::to_string(getpid()) + '-';
     for (int run = 0; run < kReferenceRuns; ++run) {
         const std::string path = file + std::to_string(run);
         m_runner.Start([&, path](Account& account) { World::Learn(scenario, path, account); },
