@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 
@@ -60,6 +61,7 @@ winhost::Descriptor Accept(const winhost::Descriptor& listener) {
 void SendBytes(const winhost::Descriptor& socket, Bytes bytes) {
     while (!bytes.empty()) {
         const ssize_t sent = send(socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno == EINTR) continue;
         if (sent <= 0) return;
         bytes = bytes.subspan(size_t(sent));
     }
@@ -73,9 +75,12 @@ std::string Receive(const winhost::Descriptor& socket, size_t size) {
     std::string bytes(size, '\0');
     size_t done = 0;
     while (done < size) {
+        // The fuzzer's alarms interrupt a wait.
         pollfd readable{socket.Get(), POLLIN, 0};
-        if (poll(&readable, 1, kPatience) <= 0) break;
-        const ssize_t received = recv(socket.Get(), bytes.data() + done, size - done, 0);
+        const int ready = poll(&readable, 1, kPatience);
+        if (ready < 0 && errno == EINTR) continue;
+        const ssize_t received = ready > 0 ? recv(socket.Get(), bytes.data() + done, size - done, 0) : 0;
+        if (received < 0 && errno == EINTR) continue;
         if (received <= 0) break;
         done += size_t(received);
     }
@@ -94,7 +99,13 @@ std::string ReceiveRest(const winhost::Descriptor& socket) {
 }
 
 bool ReceiveAll(const winhost::Descriptor& socket, void* into, size_t size) {
-    return recv(socket.Get(), into, size, MSG_WAITALL) == static_cast<ssize_t>(size);
+    for (size_t done = 0; done < size;) {
+        const ssize_t received = recv(socket.Get(), static_cast<char*>(into) + done, size - done, 0);
+        if (received < 0 && errno == EINTR) continue;
+        if (received <= 0) return false;
+        done += size_t(received);
+    }
+    return true;
 }
 
 std::vector<uint8_t> FrameOf(mpmlink::Header header, Bytes payload) {
