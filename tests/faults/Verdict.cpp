@@ -144,6 +144,11 @@ void World::CheckLog(const Reference& reference) {
 }
 
 void World::Finish() {
+    if (m_processOver) {
+        m_process.join();
+    } else if (m_process.joinable()) {
+        m_process.detach();
+    }
     m_account.end = m_findings.empty() ? Account::End::Passed : Account::End::Failed;
     std::snprintf(m_account.finding, sizeof m_account.finding, "%s", m_findings.c_str());
     std::fflush(nullptr);
