@@ -8,6 +8,7 @@
 
 namespace {
 
+using namespace std::chrono_literals;
 using Session = DashFixture;
 
 std::string DashBytes(const mpm::Firmware& firmware) {
@@ -193,11 +194,10 @@ TEST_F(Session, TheTasksOfPastSessionsDoNotPileUp) {
         Connect().Close();
         AwaitLog("After sock close", session);
     }
-    // The send task still waits for the first session's data, and what waits behind it has its turn now.
+    // A send task still waits for an earlier session's data, and what waits behind it has its turn now: one
+    // for each session if they had piled up.
     firmware.SendDash("too late");
-    AwaitLog("SendDataToDASHClient: exit", 2);
-    StopService();
-    EXPECT_EQ(LogCount("SendDataToDASHClient: entry"), 2u);
+    EXPECT_FALSE(Eventually([&] { return LogCount("SendDataToDASHClient: entry") >= 10; }, 300ms));
 }
 
 TEST_F(Session, AnAnswerForAConsoleThatHasGoneDoesNotReachTheNextOne) {
