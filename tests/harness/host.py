@@ -7,8 +7,9 @@ from .waiting import eventually
 INSTALLATION = "C:\\Program Files\\Tarvix\\"
 STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
 
-# What the service's process holds at one moment. Under Wine events don't count as handles, and the memory isn't known.
-Footprint = collections.namedtuple("Footprint", "handles threads kilobytes", defaults=[None])
+# What the service's process holds at one moment. Under Wine events don't count as handles, and the memory
+# isn't known: 0.
+Footprint = collections.namedtuple("Footprint", "handles threads kilobytes", defaults=[0])
 
 
 class Host:

@@ -74,13 +74,13 @@ class Growth:
         """What has grown beyond the first footprint and the handles that are kept on purpose; nothing when all is flat."""
         self._last = footprint
         if self._moments <= self.WARM_UP:
-            self._kilobytes = footprint.kilobytes or 0
+            self._kilobytes = footprint.kilobytes
         grown = []
         if footprint.handles > self._first.handles + kept_handles:
             grown.append(f"handles from {self._first.handles} to {footprint.handles}, {kept_handles} of them kept on purpose")
         if footprint.threads > self._first.threads:
             grown.append(f"threads from {self._first.threads} to {footprint.threads}")
-        if (footprint.kilobytes or 0) > self._kilobytes + self._slack:
+        if footprint.kilobytes > self._kilobytes + self._slack:
             grown.append(f"memory from {self._kilobytes} to {footprint.kilobytes} KB")
         return grown
 
