@@ -12,6 +12,14 @@ STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
 Footprint = collections.namedtuple("Footprint", "handles threads kilobytes", defaults=[0])
 
 
+def text_of(path):
+    """What stands in a file; nothing when there is none, or none any more."""
+    try:
+        return path.read_text(errors="replace")
+    except FileNotFoundError:
+        return ""
+
+
 class Host:
     """Its heirs set `working_folder`, and end all that runs in close()."""
 
@@ -25,7 +33,7 @@ class Host:
         return self.working_folder / "zel.log"
 
     def log_text(self):
-        return self.log_path().read_text(errors="replace") if self.log_path().exists() else ""
+        return text_of(self.log_path())
 
     def await_log(self, text, count=1, patience=20.0):
         eventually(lambda: self.log_text().count(text) >= count, f"{text!r} in the log", patience)
@@ -34,5 +42,4 @@ class Host:
         return [line for line in self.log_text().splitlines() if "] ERROR: " in line]
 
     def agent_log(self):
-        path = self.working_folder / "DisplayMgr.log"
-        return path.read_text() if path.exists() else ""
+        return text_of(self.working_folder / "DisplayMgr.log")
