@@ -16,7 +16,7 @@ def text_of(path):
     """What stands in a file; nothing when there is none, or none any more."""
     try:
         return path.read_text(errors="replace")
-    except FileNotFoundError:
+    except (FileNotFoundError, NotADirectoryError):
         return ""
 
 
