@@ -62,6 +62,7 @@ TEST_F(Listener, AnAcceptedSocketThatCannotBeMadeNonBlockingIsClosed) {
     ConsoleClient client = Connect();
     EXPECT_TRUE(client.AwaitClose());
     AwaitLog("ioctlsocket() API failed with error: 10022");
+    AwaitLog("Accept socket is invalid");
 }
 
 TEST_F(Listener, AStopClosesItWithoutAnError) {

@@ -253,6 +253,7 @@ TEST_F(KvmSessionEnd, Command35EndsAListenerThatStillWaitsForTheEarlierSession) 
     StartNoAgents();
     const ConsoleClient client = StartSession();
     CloseSession();
+    ASSERT_TRUE(Clock().AwaitSleeper(2s));
     SendEnable();
     ASSERT_TRUE(Clock().AwaitSleeper(500ms));
     SendClose();
