@@ -1,0 +1,120 @@
+"""Records, frames and pipes: what goes between the host and the firmware, and between two programs of the PC."""
+
+import struct
+
+from corpus import block, long_block, number, seed
+
+# --- records of the mailbox, as hosts send them: the place of the request in the catalogue, then the bytes ---
+
+RECORD_SIZES = {
+    0: 40, 1: 4, 2: 0, 3: 4, 4: 804, 5: 36, 6: 2, 7: 384, 8: 2008, 9: 40, 10: 0, 12: 0, 13: 2, 15: 12, 17: 132, 18: 84,
+    19: 12, 20: 64, 21: 12, 22: 4, 23: 8, 24: 200, 25: 4,
+}  # fmt: skip
+REQUEST = 0
+MESSAGE = 1
+
+
+def host_records():
+    for place, size in RECORD_SIZES.items():
+        pattern = bytes((7 * i + 1) & 0xFF for i in range(size))
+        seed("hostrecords", f"request-{place:02}", bytes([place, REQUEST]) + pattern)
+    for command in (10, 11, 12, 39, 40, 50, 51, 52):
+        seed("hostrecords", f"command-{command}", b"\xff" + number(command) + bytes([MESSAGE]) + b"text of a command" * 4)
+    seed("hostrecords", "unknown-code", b"\xff" + number(0x9C41ABCC) + bytes([REQUEST]) + b"bytes")
+
+
+# --- frames of the mailbox's link ---
+
+REQUEST_FRAME, RESPONSE_FRAME, CANCEL_FRAME, LISTEN_FRAME, MESSAGE_FRAME = 1, 2, 3, 4, 5
+HEADER = "<IIIII"
+GET_VERSION, GET_STATUS, WRITE_STATUS = 2, 12, 1
+
+
+def frame(kind, ident=0, code=0, value=0, payload=b"", size=None):
+    return struct.pack(HEADER, len(payload) if size is None else size, kind, ident, code, value) + payload
+
+
+def gate_frames():
+    response = frame(RESPONSE_FRAME, 1, 0x9C416424, 0, b"answer")
+    message = frame(MESSAGE_FRAME, payload=b"payload\x08\0")
+    seed("gateframes", "frames", b"\xff" + response + message)
+    seed("gateframes", "pieces", b"\x02" + response + message)
+    seed("gateframes", "too-long", b"\xff" + frame(MESSAGE_FRAME, size=0x100001))
+    seed("gateframes", "cut", b"\xff" + response[:-3])
+
+
+def host_frame(kind, ident, code, room, payload=b""):
+    return bytes([kind, ident, code]) + struct.pack("<H", room) + long_block(payload)
+
+
+def link():
+    for name, frames in {
+        "version": [host_frame(REQUEST_FRAME, 1, GET_VERSION, 80)],
+        "no-room": [host_frame(REQUEST_FRAME, 1, GET_VERSION, 79)],
+        "status": [host_frame(REQUEST_FRAME, 1, WRITE_STATUS, 0, number(1)), host_frame(REQUEST_FRAME, 2, GET_STATUS, 1)],
+        "wrong-size": [host_frame(REQUEST_FRAME, 1, WRITE_STATUS, 0, b"abc")],
+        "listen": [host_frame(LISTEN_FRAME, 0, 0, 0), host_frame(LISTEN_FRAME, 0, 0, 0)],
+        "cancel": [host_frame(CANCEL_FRAME, 7, 0, 0)],
+        "not-a-hosts": [host_frame(RESPONSE_FRAME, 1, 0, 0)],
+        "connection": [
+            host_frame(REQUEST_FRAME, 1, 5, 0, bytes(36)),
+            host_frame(REQUEST_FRAME, 2, 0, 0, b"dash bytes"),
+            host_frame(REQUEST_FRAME, 3, 6, 0, b"\x98\x02"),
+        ],
+    }.items():
+        seed("link", name, bytes([len(frames)]) + b"".join(frames))
+    seed("link", "too-long", b"\0" + frame(REQUEST_FRAME, size=0x100001))
+    seed("link", "cut", b"\0" + frame(REQUEST_FRAME, payload=b"abcdef")[:-2])
+
+
+READ, ASK, CANCEL, RAW, SEND = 0, 2, 4, 5, 6
+
+
+def firmware_frame(kind, ident, error, payload=b""):
+    return bytes([SEND, kind, ident, error]) + long_block(payload)
+
+
+def ask(room):
+    return bytes([ASK]) + struct.pack("<H", room)
+
+
+def read(room):
+    return bytes([READ]) + struct.pack("<H", room)
+
+
+def device():
+    for name, steps in {
+        "answer": [ask(80), firmware_frame(RESPONSE_FRAME, 1, 0, b"x" * 80)],
+        "answer-too-long": [ask(8), firmware_frame(RESPONSE_FRAME, 1, 0, b"x" * 300)],
+        "error": [ask(8), firmware_frame(RESPONSE_FRAME, 1, 31, b"x" * 8)],
+        "out-of-order": [ask(8), ask(8), firmware_frame(RESPONSE_FRAME, 2, 0, b"b"), firmware_frame(RESPONSE_FRAME, 1, 0)],
+        "not-asked": [firmware_frame(RESPONSE_FRAME, 9, 0, b"x"), ask(4), firmware_frame(RESPONSE_FRAME, 1, 0, b"y")],
+        "messages": [read(16), read(4), firmware_frame(MESSAGE_FRAME, 0, 0, b"abc\x08\0"), firmware_frame(MESSAGE_FRAME, 0, 0, b"long one")],
+        "cancelled": [ask(8), read(8), bytes([CANCEL]), firmware_frame(RESPONSE_FRAME, 1, 0, b"late")],
+        "answer-cut": [ask(64), bytes([RAW]) + block(frame(RESPONSE_FRAME, 1, 0, 0, b"1234", size=8))],
+        "not-a-firmwares": [ask(8), firmware_frame(REQUEST_FRAME, 1, 0)],
+        "too-long": [ask(8), bytes([RAW]) + block(frame(RESPONSE_FRAME, 1, size=0x100001))],
+        "finding-message-where-nobody-listens": [ask(8), firmware_frame(MESSAGE_FRAME, 0, 0, b"x")],
+    }.items():  # fmt: skip
+        seed("device", name, b"".join(steps))
+
+
+# --- pipes ---
+
+MESSAGES, BY_MESSAGE, OTHER_GREETING = 1, 2, 4
+
+
+def piped(shape, room, data, counts=(0, 0, 0)):
+    return bytes([shape]) + struct.pack("<H", room) + bytes(counts) + data
+
+
+def pipes():
+    two = number(5) + b"first" + number(6) + b"second"
+    seed("pipe", "bytes", piped(0, 64, b"any bytes"))
+    seed("pipe", "messages", piped(MESSAGES | BY_MESSAGE, 64, two))
+    seed("pipe", "messages-as-bytes", piped(MESSAGES, 64, two))
+    seed("pipe", "small-room", piped(MESSAGES | BY_MESSAGE, 3, two))
+    seed("pipe", "endless-message", piped(MESSAGES | BY_MESSAGE, 64, number(0xFFFFFFFF) + b"that is all"))
+    seed("pipe", "length-cut", piped(MESSAGES | BY_MESSAGE, 64, b"\x05\0"))
+    seed("pipe", "greeting-cut", piped(OTHER_GREETING | 0x10, 64, b""))
+    seed("pipe", "no-greeting", piped(OTHER_GREETING, 64, b""))

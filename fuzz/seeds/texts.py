@@ -1,0 +1,134 @@
+"""Descriptions, control lines and other texts."""
+
+import json
+
+from corpus import long_block, number, seed
+
+# --- descriptions and control lines ---
+
+ADAPTER = {
+    "name": "{2F1B3C44-0E5D-4C39-9C6A-0D4C5F6E7A81}",
+    "description": "Simulated Ethernet Adapter",
+    "index": 3,
+    "type": 6,
+    "mac": "02:00:5E:10:00:01",
+    "address": "192.168.1.10",
+    "mask": "255.255.255.0",
+    "gateway": "192.168.1.1",
+    "dhcp": True,
+    "dhcpServer": "192.168.1.1",
+    "speed": 1000000000,
+    "operStatus": 5,
+    "mtu": 1500,
+    "moreAddresses": [{"address": "10.0.0.1", "mask": "255.0.0.0", "dhcp": False, "bits": 128}],
+}
+
+
+def descriptions():
+    for name, description in {
+        "empty": {},
+        "adapters": {"adapters": [ADAPTER], "dnsServers": ["192.168.1.1"], "connectedFlags": 18},
+        "real": {"adapters": "real", "dnsServers": "real", "connectedFlags": "real"},
+        "ports": {"ports": {"664": 40664, "22": 40022}, "mailbox": "unix:/tmp/mailbox", "controlSocket": "/tmp/c"},
+        "system": {
+            "osVersion": "10.0.22631",
+            "osType": 18,
+            "processorArchitecture": 9,
+            "timeZoneBiasMinutes": -60,
+            "wmiQueryError": 2147749904,
+            "cleanBoot": 1,
+        },
+        "registry": {
+            "registry": {"HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarvix": {"InstallationPath": "C:\\x"}},
+            "registryNumbers": {"HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarvix": {"Number": 1}},
+            "environment": {"PROGRAMDATA": "C:\\ProgramData"},
+            "privileges": ["SeTcbPrivilege"],
+        },
+        "sessions": {
+            "consoleSession": 2,
+            "desktopLocked": True,
+            "screen": {"width": 800, "height": 600},
+            "processes": [{"name": "winlogon.exe", "pid": 4194308, "session": 1}],
+        },
+        "wlan": {
+            "wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "description": "Wi-Fi", "state": 1}]
+        },
+        "unknown-key": {"nothing": 1},
+        "wrong-type": {"adapters": [{"mac": 7}]},
+    }.items():
+        seed("pcdescription", name, json.dumps(description))
+    seed("pcdescription", "no-json", "{adapters: []}")
+
+
+def control_lines():
+    for name, line in {
+        "help": {"command": "help"},
+        "clock-advance": {"command": "clock", "action": "advance", "milliseconds": 1000},
+        "clock-manual": {"command": "clock", "action": "manual"},
+        "clock-wall": {"command": "clock", "action": "wall-offset", "milliseconds": -5000},
+        "description": {"command": "description"},
+        "change": {"command": "change", "patch": {"desktopLocked": True, "adapters": [ADAPTER], "dnsServers": None}},
+        "gate": {"command": "gate", "action": "fail", "call": "ReadFile", "n": 1, "error": 31, "forEver": True},
+        "gate-count": {"command": "gate", "action": "count"},
+        "handles": {"command": "handles"},
+        "mailbox": {"command": "mailbox"},
+        "reports": {"command": "reports"},
+        "control": {"command": "control", "code": "suspend", "event": 4, "force": True},
+        "event-log": {"command": "event-log"},
+        "wlan": {"command": "wlan", "action": "notify", "code": 10, "source": 8, "interface": 0},
+        "wlan-state": {"command": "wlan", "action": "state", "state": "connected"},
+        "power-actions": {"command": "power-actions"},
+        "lock": {"command": "lock"},
+        "session": {"command": "session", "id": "none"},
+        "processes": {"command": "processes"},
+        "launches": {"command": "launches"},
+    }.items():
+        seed("pccontrol", name, json.dumps(line))
+    for name, line in {
+        "send": {"verb": "send", "command": 8, "payload": "48656c6c6f", "trailer": 0},
+        "send-raw": {"verb": "send", "raw": True, "payload": "01 02:03"},
+        "set": {"verb": "set", "values": {"uVORKVersion": "45", "Cloud.Port": "443", "Dash": "echo"}},
+        "set-bridge": {"verb": "set", "values": {"Kvm": "bridge:127.0.0.1:5900", "DomainSize": "auto"}},
+        "refuse": {"verb": "fault", "words": ["refuse", "WriteOsInfo", "1450", "3"]},
+        "refuse-code": {"verb": "fault", "words": ["refuse", "0x9C41A410", "31", "forever"]},
+        "delay": {"verb": "fault", "words": ["delay", "GetZELVersion", "10"]},
+        "hold": {"verb": "fault", "words": ["hold", "WriteKVMPacket"]},
+        "release": {"verb": "fault", "words": ["release", "WriteKVMPacket"]},
+        "answer-size": {"verb": "fault", "words": ["answer-size", "GetZELVersion", "12"]},
+        "vanish": {"verb": "fault", "words": ["vanish"]},
+        "come-back": {"verb": "fault", "words": ["come-back"]},
+        "show": {"verb": "show"},
+        "requests": {"verb": "requests"},
+    }.items():
+        seed("mpmcontrol", name, json.dumps(line))
+
+
+# --- texts ---
+
+def texts():
+    seed("question", "usual", "yes\n1\n30\0")
+    seed("question", "highest", f"yes\n{2**32 - 1}\n{2**32 - 1}\0")
+    seed("question", "too-high", f"yes\n{2**32}\n1\0")
+    seed("question", "four-lines", "yes\n1\n30\nmore")
+    seed("question", "no-number", "yes\none\n-30")
+    for name, answers in {
+        "yes": [b"Consent_yes\0"],
+        "line-end": [b"Consent_yes\r\n"],
+        "no": [b"yes\0", b"Consent_no\0"],
+        "no-response": [b"Consent_noreponce"],
+        "empty": [b"", b"\0", b"\n"],
+        "longest": [b"x" * 511, b"x" * 512, b"x" * 1300],
+    }.items():
+        seed("consent", name, b"".join(map(long_block, answers)))
+    agent = '"C:\\Program Files\\Tarvix\\Service\\bin\\ZELKVMApp.exe" -X 1920 -Y 1080 -V 50 -E 1'
+    seed("commandline", "agent", agent)
+    seed("commandline", "backslashes", 'program "a \\\\" b\\\\\\"c "d""e" \\\\x')
+    seed("commandline", "blanks", "C:\\Program Files\\a b.exe \t x")
+    seed("agentfile", "terminate", "terminate\n")
+    seed("agentfile", "behaviour", "  \tignore-terminate more\r\n")
+    seed("agentfile", "empty", "")
+    seed("agentfile", "long", "x" * 200)
+    seed("logline", "usual", "WriteOsInfo: connecting to Driver. Input buffer size = 804")
+    seed("logline", "line-breaks", "one\r\ntwo\n\nthree\r")
+    seed("logline", "long", "x" * 1500)
+    seed("logline", "bytes", bytes(range(1, 256)))
