@@ -4,8 +4,8 @@ import os
 import pathlib
 import subprocess
 
+from .host import INSTALLATION, text_of
 from .lines import LineProgram
-from .host import INSTALLATION
 from .processes import Process, build_folder, with_owner
 
 CONSENT_PIPE = "userconsentfeature"
@@ -33,8 +33,7 @@ class CompanionPc:
         return self._start("ZELKVMApp", arguments or ("-X", 1920, "-Y", 1080, "-V", 21, "-E", 0))
 
     def agent_log(self):
-        path = self.working_folder / "DisplayMgr.log"
-        return path.read_text() if path.exists() else ""
+        return text_of(self.working_folder / "DisplayMgr.log")
 
     def ask_to_leave(self, word="terminate"):
         (self.working_folder / "terminate.txt").write_text(word + "\n")

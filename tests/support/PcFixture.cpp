@@ -30,7 +30,6 @@ void PcFixture::SetUp() {
     wired.dhcpServer = "192.168.1.1";
     description.adapters = {wired};
     description.dnsServers = {"192.168.1.53"};
-    description.dnsServers = {"192.168.1.53"};
     description.ports = {{uint16_t{664}, FreePort()}, {uint16_t{22}, FreePort()}};
     Describe(description);
     Pc().Reset(description);
