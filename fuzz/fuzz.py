@@ -4,6 +4,7 @@ seconds each, and prints what came of it. Exit code 1 when there are findings.
 
 import os
 import pathlib
+import queue
 import re
 import shutil
 import subprocess
@@ -15,6 +16,7 @@ from concurrent.futures import ThreadPoolExecutor
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/fuzz"
 FUZZER = BUILD / "fuzzer"
+MEMORY = pathlib.Path("/dev/shm")  # for the files of a simulated PC, which each input writes
 # A start of the program that finds something is a finding, and the target goes on with the time that is left.
 MOST_FINDINGS = 5
 ARGUMENTS = ["-print_final_stats=1", "-rss_limit_mb=3000", "-timeout=60"]
@@ -52,8 +54,8 @@ def last_count(output):
 
 
 class Run:
-    def __init__(self, target, seconds, prefix):
-        self.target, self.seconds, self.prefix = target, seconds, prefix
+    def __init__(self, target, seconds, prefix, cores):
+        self.target, self.seconds, self.prefix, self.cores = target, seconds, prefix, cores
         self.executions = self.steps = self.new_entries = 0
         self.elapsed = self.cpu = 0.0
         self.findings = []
@@ -72,7 +74,7 @@ class Run:
             command.append("-detect_leaks=0")
         if dictionary.exists():
             command.append(f"-dict={dictionary}")
-        with tempfile.TemporaryDirectory(prefix="fuzz-") as folder:
+        with tempfile.TemporaryDirectory(prefix="fuzz-", dir=MEMORY if MEMORY.is_dir() else None) as folder:
             output = BUILD / "findings" / f"{self.target}.log"
             with output.open("wb") as log:
                 process = subprocess.Popen(
@@ -91,6 +93,16 @@ class Run:
         return os.waitstatus_to_exitcode(status), output
 
     def run(self):
+        # A whole service is many threads that wake each other, which costs least on one core; and there it can be told
+        # when all of them have come to rest.
+        core = self.cores.get()
+        try:
+            return self.on_core(core)
+        finally:
+            self.cores.put(core)
+
+    def on_core(self, core):
+        self.prefix = ["taskset", "--cpu-list", str(core), *self.prefix]
         findings = BUILD / "findings" / self.target
         findings.mkdir(parents=True, exist_ok=True)
         begin = time.monotonic()
@@ -128,10 +140,11 @@ class Run:
 
 
 def options(target):
-    """For speed: where memory was allocated is told in full only when a finding is replayed."""
+    """For speed: where memory was allocated is told in full only when a finding is replayed, and no thread gets a stack
+    for its signals."""
     given = os.environ.get("ASAN_OPTIONS", "")
     leaks = 0 if target in WHOLE_SERVICE else 1
-    return f"malloc_context_size=1:quarantine_size_mb=16:detect_leaks={leaks}" + (":" if given else "") + given
+    return f"malloc_context_size=1:quarantine_size_mb=16:use_sigaltstack=0:detect_leaks={leaks}" + (":" if given else "") + given
 
 
 def main():
@@ -143,8 +156,11 @@ def main():
     if unknown:
         sys.exit(f"no target {', '.join(unknown)}; the targets are {', '.join(known)}")
     prefix = alone()
-    with ThreadPoolExecutor(os.cpu_count()) as pool:
-        runs = [pool.submit(Run(name, int(sys.argv[1]), prefix).run) for name in chosen]
+    cores = queue.SimpleQueue()
+    for core in os.sched_getaffinity(0):
+        cores.put(core)
+    with ThreadPoolExecutor(cores.qsize()) as pool:
+        runs = [pool.submit(Run(name, int(sys.argv[1]), prefix, cores).run) for name in chosen]
         done = [run.result().report() or run.result() for run in runs]
     findings = sum(len(run.findings) for run in done)
     print(f"{sum(run.executions for run in done):,} executions, {findings} findings")

@@ -1,5 +1,7 @@
 #include "fuzz/support/Host.h"
 
+#include <sched.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
@@ -19,12 +21,16 @@ namespace {
 
 constexpr auto kMoment = 50us;  // of real time, for threads that have been woken
 constexpr int kYields = 500;
+constexpr int kTurns = 8;               // for the others on one core, while one of them polls
 constexpr int kMostMoments = 4000;      // until every thread must have come to its end
+constexpr int kMostRounds = 20;         // until every connection must have been served
 constexpr unsigned kMostInputs = 5000;  // of one service, as the PC keeps a record of what it did
 constexpr uint64_t kMostLog = 1 << 20;  // bytes
 // Of the PC's clock.
 constexpr std::chrono::milliseconds kStep = 250ms, kLongestStep = 8s;
-constexpr auto kTick = 100us;  // of real time
+// Of real time.
+constexpr auto kTick = 100us;
+constexpr auto kPatience = 1ms;
 
 winhost::PcDescription Describe(const std::string& folder, uint16_t dashPort, uint16_t kvmPort) {
     winhost::PcDescription pc;
@@ -48,34 +54,57 @@ winhost::PcDescription Describe(const std::string& folder, uint16_t dashPort, ui
 
 constexpr uint32_t kVersion = 50;
 
-// A moment for the other threads; the first ones as short as can be.
-void GiveWay(int moments) {
-    if (moments < kYields) {
-        std::this_thread::yield();
-    } else {
-        std::this_thread::sleep_for(kMoment);
-    }
-}
+// In the log.
+constexpr const char* kAccepted = "Process the accepted connection";
+constexpr const char* kServed = "Processing DASH traffic for socket with address";
+constexpr const char* kRefused = "Failed to create socket for DASH client with address";
+constexpr const char* kReset = "send() failed 5 times";  // ends DASH for good
 
 winhost::Clock& Clock() {
     return winhost::Clock::Instance();
 }
 
+bool IsOnOneCore() {
+    cpu_set_t cores;
+    return sched_getaffinity(0, sizeof cores, &cores) == 0 && CPU_COUNT(&cores) == 1;
+}
+
+void Wait(sem_t& semaphore) {
+    while (sem_wait(&semaphore) != 0) {
+    }
+}
+
+// From now on this thread has its turn when no other has anything to do, which on one core means that all of
+// them wait.
+void RunWhenIdle() {
+    const sched_param none{};
+    sched_setscheduler(0, SCHED_IDLE, &none);
+}
+
 }  // namespace
 
-// Never destroyed: a fuzzer ends without running destructors.
+// Never destroyed: its threads run as long as the process.
 Host& Host::Instance() {
     static Host& host = *new Host;
     return host;
 }
 
-Host::Host() {
+Host::Host() : m_onOneCore(IsOnOneCore()) {
     std::string name = (fs::temp_directory_path() / "zelservice-fuzz-XXXXXX").string();
     Require(mkdtemp(name.data()) != nullptr, "there is a temporary folder");
     m_folder = name;
-    Build();
+    sem_init(&m_wish, 0, 0);
+    sem_init(&m_idle, 0, 0);
+    if (m_onOneCore) m_idler = std::thread([this] { Idle(); });
     m_ticker = std::thread([this] { Tick(); });
+    Build();
     m_quietThreads = CountThreads();
+    // Statics of the service go after this, and nobody may be waiting with them.
+    std::atexit([] {
+        Instance().TearDown();
+        std::error_code ignored;
+        fs::remove_all(Instance().m_folder, ignored);
+    });
 }
 
 void Host::Build() {
@@ -95,11 +124,10 @@ void Host::Build() {
     m_service->m_pDASHClientThreadObj = m_service->m_detachedThreads.StartOwned(
         [service = m_service.get()] { service->m_dashClientInterface.HandleDASHClientThread(); });
     for (int moments = 0; moments < kMostMoments && !m_log.Has("Calling HTTPS Socket Accept"); ++moments) {
-        std::this_thread::sleep_for(kMoment);
+        GiveWay(moments);
         m_log.Look();
     }
     m_inputs = 0;
-    m_rebuild = false;
 }
 
 // As InitializeLogging, but for the process that it asks for the system's version each time.
@@ -109,6 +137,12 @@ void Host::OpenLog() {
     Require(ZELLogger::Instance()->OpenLog("zel", path, folder, kMostLog, ZELLogger::kOneBackup),
             "the log can be opened");
     m_log.Follow(winhost::Pc::Instance().HostPath(path));
+    CountConnections();
+}
+
+void Host::CountConnections() {
+    for (const char* phrase : {kAccepted, kServed, kRefused, kReset})
+        m_log.Count(phrase);
 }
 
 void Host::TearDown() {
@@ -123,14 +157,47 @@ void Host::TearDown() {
     fs::remove_all(m_folder + "/pc", ignored);
 }
 
-// The longer a call takes, the faster time passes.
+// The longer a call takes, the faster time passes, where nobody knows whether the others have come to rest.
 void Host::Tick() {
     for (;;) {
         m_calling.wait(false);
         for (auto step = kStep; m_calling; step = std::min(2 * step, kLongestStep)) {
-            std::this_thread::sleep_for(kTick);
-            if (m_calling) Clock().Advance(step);
+            if (!Clock().AwaitSleepers(1, kPatience) || !m_calling) continue;
+            if (m_onOneCore) {
+                GiveWay(0);
+            } else {
+                std::this_thread::sleep_for(kTick);
+            }
+            if (m_calling) WakeNext(m_onOneCore ? winhost::Clock::kNever : step);
         }
+    }
+}
+
+void Host::WakeNext(winhost::Clock::Duration most) {
+    const winhost::Clock::Deadline next = Clock().NextDeadline();
+    if (next != winhost::Clock::kNever) Clock().Advance(std::min(next - Clock().Steady(), most));
+}
+
+void Host::Idle() {
+    RunWhenIdle();
+    for (;;) {
+        Wait(m_wish);
+        sem_post(&m_idle);
+    }
+}
+
+void Host::GiveWay(int moments) {
+    if (m_onOneCore && m_polling) {
+        // The core is never idle. Each of these lets the others have a turn.
+        for (int turn = 0; turn < kTurns; ++turn)
+            std::this_thread::yield();
+    } else if (m_onOneCore) {
+        sem_post(&m_wish);
+        Wait(m_idle);
+    } else if (moments < kYields) {
+        std::this_thread::yield();
+    } else {
+        std::this_thread::sleep_for(kMoment);
     }
 }
 
@@ -141,45 +208,71 @@ void Host::Patiently(const std::function<void()>& call) {
     m_calling = false;
 }
 
-void Host::NoteTouched() {
-    if (std::exchange(m_touched, true)) return;
-    // A start of the agent counts as a success without a process. An armed gate costs every call.
-    winhost::Gate::Instance().FailNth("CreateProcessAsUserA", 1, ERROR_PIPE_NOT_CONNECTED, true);
+void Host::Note(unsigned uses) {
+    if (uses & kConsole) m_polling = true;
+    // A start of the agent counts as a success without a process.
+    if (uses & ~m_uses & kKvm)
+        winhost::Gate::Instance().FailNth("CreateProcessAsUserA", 1, ERROR_PIPE_NOT_CONNECTED, true);
+    m_uses |= uses;
 }
 
 void Host::Pass(std::chrono::milliseconds time) {
     Clock().Advance(time);
-    std::this_thread::sleep_for(kMoment);
+    GiveWay(kYields);
 }
 
 void Host::Settle() {
-    for (int round = 0; round < 10; ++round) {
-        std::this_thread::sleep_for(kMoment);
-        if (Clock().AwaitSleepers(1, 0ms)) Clock().Advance(100ms);
+    for (int round = 0; round < 3; ++round) {
+        GiveWay(kYields);
+        WakeNext(300ms);
     }
 }
 
 bool Host::EndThreads() {
-    for (int moments = 0; CountThreads() > m_quietThreads; ++moments) {
-        if (moments == kMostMoments) return false;
+    for (int moments = 0; moments < kMostMoments; ++moments) {
+        const bool asleep = Clock().NextDeadline() != winhost::Clock::kNever;
+        if (!asleep && CountThreads() <= m_quietThreads) return true;
         // A report that outlived the wait for it starts it last.
         if (moments % kYields == kYields - 1) m_service->m_networkMonitor.StopNetworkScanThread();
-        if (moments % 8 == 0) Clock().Advance(kLongestStep);
+        if (m_onOneCore || moments % 8 == 0) WakeNext(winhost::Clock::kNever);
         GiveWay(moments);
     }
-    return true;
+    return false;
+}
+
+// False when only a new service gets rid of what a console has left: a connection that still waits, or whose
+// fault has ended DASH for good.
+bool Host::EndConsole() {
+    const auto over = [&] { return m_log.Counted(kServed) + m_log.Counted(kRefused); };
+    size_t closed = 0;
+    for (int round = 0; round < kMostRounds; ++round) {
+        GiveWay(kYields);
+        m_log.Look();
+        if (over() != closed) {
+            // Each that was served; when a session begins can't be told in time.
+            closed = over();
+            Patiently([&] { m_service->m_dashClientInterface.CloseSocketInZEL(); });
+        } else if (closed == m_log.Counted(kAccepted) && Clock().NextDeadline() == winhost::Clock::kNever) {
+            break;
+        }
+        WakeNext(winhost::Clock::kNever);
+    }
+    return closed == m_log.Counted(kAccepted) && m_log.Counted(kReset) == 0;
 }
 
 void Host::Restore() {
-    if (m_faulty) m_firmware->ClearFaults();
-    m_faulty = false;
+    const unsigned uses = m_uses;
+    if (uses & kFaults) m_firmware->ClearFaults();
     m_service->m_mailBoxDriverInterface.m_bServiceUp = 1;
     m_service->m_vorkVersion = kVersion;
-    if (m_touched) EndSessions();
-    m_rebuild = m_rebuild || (m_touched && !EndThreads()) || ++m_inputs == kMostInputs;
-    if (std::exchange(m_touched, false)) winhost::Gate::Instance().Reset();
+    EndSessions(uses);
+    const bool worn = ((uses & ~kFaults) && !EndThreads()) || ((uses & kConsole) && !EndConsole()) ||
+                      ++m_inputs == kMostInputs;
+    m_uses = kNothing;
+    CountConnections();
+    if (uses & kKvm) winhost::Gate::Instance().Reset();
     m_service->m_hostControl.SetPowerOption(kPowerNone);
-    if (!m_rebuild) return;
+    if (!worn) return;
     TearDown();
     Build();
     m_quietThreads = CountThreads();
@@ -192,23 +285,38 @@ void Host::AwaitUpdate() {
         GiveWay(moments);
 }
 
-void Host::EndSessions() {
-    ZELService& service = *m_service;
-    KVMSessionControl& kvm = service.m_kvmSessionControl;
-    service.m_networkMonitor.UnRegisterWlanNotification();
-    AwaitUpdate();
-    Patiently([&] {
-        service.m_networkMonitor.StopNetworkScanThread();
+void Host::EndSessions(unsigned uses) {
+    if (uses & kReports) EndReports();
+    if (uses & kDash) {
+        // What a console's last doings begin, it ends.
+        if (uses & kConsole) GiveWay(kYields);
         // May wait for a send that is about to be tried again.
-        service.m_dashClientInterface.CloseSocketInZEL();
+        Patiently([&] { m_service->m_dashClientInterface.CloseSocketInZEL(); });
+        m_polling = false;
+    }
+    if (uses & kKvm) EndKvm();
+    if (uses & kQuestions) {
+        // A question of type 0 takes the place of any other and answers itself.
+        const UserConsentQuestion none{};
+        m_service->m_userConsent.Ask(&none, sizeof none);
+    }
+}
+
+void Host::EndReports() {
+    NetworkMonitor& monitor = m_service->m_networkMonitor;
+    monitor.UnRegisterWlanNotification();
+    AwaitUpdate();
+    monitor.StopNetworkScanThread();
+    m_service->m_bWakeUpdateInProgress = 0;
+    m_service->m_bNetworkUpdatesEnabled = 1;
+}
+
+void Host::EndKvm() {
+    KVMSessionControl& kvm = m_service->m_kvmSessionControl;
+    Patiently([&] {
         kvm.CloseKVMSession();
         if (kvm.m_kvmSocketState == kKvmClientConnected) kvm.DoKVMCleanUp();
     });
-    // A question of type 0 takes the place of any other and answers itself.
-    const UserConsentQuestion none{};
-    service.m_userConsent.Ask(&none, sizeof none);
-    service.m_bWakeUpdateInProgress = 0;
-    service.m_bNetworkUpdatesEnabled = 1;
     kvm.m_kvmState = kKvmNeverEnabled;
     kvm.m_kvmSocketState = kKvmNoClient;
     kvm.m_bLuxKvmEnabled = 0;

@@ -6,6 +6,8 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <semaphore.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -19,6 +21,7 @@
 #include "fuzz/Target.h"
 #include "fuzz/support/LogTail.h"
 #include "service/ZELService.h"
+#include "winhost/core/Clock.h"
 
 namespace fuzz {
 
@@ -42,14 +45,18 @@ class Host {
     // Nothing of this input is left: no session, no question, no thread, no fault. Builds everything anew
     // where it must.
     void Restore();
-    // What this input has used, and Restore has to look at: the firmware's faults; anything that leaves
-    // threads or sessions; what only a new service gets rid of.
-    void NoteFault() { m_faulty = true; }
-    void NoteTouched();
-    void NoteWorn() {
-        NoteTouched();
-        m_rebuild = true;
-    }
+    // What this input has used, which is what Restore has to look at.
+    enum Use : unsigned {
+        kNothing = 0,
+        kFaults = 1,     // of the firmware
+        kDash = 2,       // what may keep a session, or wait for one's end
+        kKvm = 4,        // the same of KVM
+        kQuestions = 8,  // to the person
+        kReports = 16,   // to the firmware, and the scans that go on after one
+        kThreads = 32,   // any other
+        kConsole = 64,   // connections of one
+    };
+    void Note(unsigned uses);
 
     // The service takes a message and gets an answer from its firmware.
     void RequireAlive();
@@ -59,10 +66,20 @@ class Host {
     void Build();
     void TearDown();
     void Tick();
+    void Idle();
+    // Moves the clock to where the next thread wakes, or by `most`.
+    void WakeNext(winhost::Clock::Duration most);
+    // Lets the other threads do what they have to do: all of it on one core, else for a moment; the first
+    // ones as short as can be.
+    void GiveWay(int moments);
     void OpenLog();
+    void CountConnections();
     void AwaitUpdate();
-    void EndSessions();
+    void EndSessions(unsigned uses);
+    void EndReports();
+    void EndKvm();
     bool EndThreads();
+    bool EndConsole();
 
     std::string m_folder;
     std::unique_ptr<mpm::Firmware> m_firmware;
@@ -71,10 +88,13 @@ class Host {
     uint16_t m_dashPort = 0, m_kvmPort = 0;
     size_t m_quietThreads = 0;
     unsigned m_inputs = 0;
-    bool m_faulty = false, m_touched = false, m_rebuild = false;
+    unsigned m_uses = kNothing;
 
+    const bool m_onOneCore;
     std::atomic<bool> m_calling{false};  // within Patiently
-    std::thread m_ticker;
+    std::atomic<bool> m_polling{false};  // there may be a session, whose receive thread polls
+    sem_t m_wish, m_idle;                // to be told when the core has nothing to do; it has nothing
+    std::thread m_ticker, m_idler;
 };
 
 }  // namespace fuzz

@@ -49,6 +49,8 @@ void LogTail::Look() {
         const std::string_view line(m_text.data() + start, end - start);
         Require(line.size() < kLongestLine && line.starts_with('[') && line.ends_with(")>"),
                 "the log consists of whole lines", std::string(line));
+        for (auto& [phrase, count] : m_counts)
+            count += line.find(phrase) != std::string_view::npos;
         start = end + 1;
     }
 }

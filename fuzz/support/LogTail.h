@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,9 @@ class LogTail {
     void Look();
     const std::string& Text() const { return m_text; }
     bool Has(std::string_view text) const { return m_text.find(text) != std::string::npos; }
+    // Counts what comes from now on with this phrase, at most once a line.
+    void Count(const std::string& phrase) { m_counts[phrase] = 0; }
+    size_t Counted(const std::string& phrase) const { return m_counts.at(phrase); }
     // The new lines of this thread.
     std::vector<std::string_view> LinesOf(uint32_t thread) const;
 
@@ -29,6 +33,7 @@ class LogTail {
     winhost::Descriptor m_file;
     int64_t m_offset = 0;
     std::string m_text;
+    std::map<std::string, size_t> m_counts;
 };
 
 }  // namespace fuzz

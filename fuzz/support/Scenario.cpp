@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int kMostSteps = 12;
+constexpr int kMostSteps = 6;
 constexpr size_t kMostLines = 64;  // of the log, for one message
 
 constexpr uint8_t kCommands[] = {
@@ -45,13 +45,26 @@ constexpr uint8_t kCommands[] = {
     MPM_ZEL_SAFEBOOT,
 };
 
-// Those that may start threads or sessions, or wait for them.
-constexpr uint8_t kTouching[] = {
-    MPM_ZEL_CMD_DASH_DATA,          MPM_ZEL_CMD_REBOOT_NONDASH,
-    MPM_ZEL_CMD_VNC_SOC_CLOSE,      MPM_ZEL_CMD_S0i3_RESUME,
-    MPM_ZEL_CMD_KVM_ENABLE_STATUS,  MPM_ZEL_CMD_GET_KVM_CONSENT,
-    MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, MPM_ZEL_SAFEBOOT,
-};
+// What a command may leave behind, or wait for.
+unsigned UsesOf(uint8_t command) {
+    switch (command) {
+        case MPM_ZEL_CMD_DASH_DATA:
+        case MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET:
+            return Host::kDash;
+        case MPM_ZEL_CMD_REBOOT_NONDASH:
+            return Host::kThreads;
+        case MPM_ZEL_CMD_S0i3_RESUME:
+            return Host::kReports;
+        case MPM_ZEL_CMD_VNC_SOC_CLOSE:
+        case MPM_ZEL_CMD_KVM_ENABLE_STATUS:
+        case MPM_ZEL_SAFEBOOT:
+            return Host::kKvm;
+        case MPM_ZEL_CMD_GET_KVM_CONSENT:
+            return Host::kQuestions;
+        default:
+            return Host::kNothing;
+    }
+}
 
 // Requests that the handlers make.
 constexpr const char* kRequests[] = {
@@ -97,11 +110,11 @@ class Scenario {
             case 2:
                 return ShortMessage();
             case 3:
-                m_host.NoteFault();
+                m_host.Note(Host::kFaults);
                 return m_host.Firmware().Refuse(Request(), kErrors[m_input.Byte() % std::size(kErrors)],
                                                 1 + m_input.Byte() % 4);
             case 4:
-                m_host.NoteFault();
+                m_host.Note(Host::kFaults);
                 return m_host.Firmware().ResizeAnswer(Request(), m_input.Byte());
             case 5:
                 return m_host.Pass(std::chrono::milliseconds(m_input.Word()));
@@ -151,9 +164,9 @@ class Scenario {
     }
 
     void Deliver(uint8_t command, const std::vector<uint8_t>& read) {
-        const bool touches = Holds(kTouching, command);
-        if (touches) m_host.NoteTouched();
-        const size_t lines = LinesOf(read, touches);
+        const unsigned uses = UsesOf(command);
+        m_host.Note(uses);
+        const size_t lines = LinesOf(read, uses != Host::kNothing);
         const bool known = Holds(kCommands, command);
         Require(known ? lines >= 1 && lines <= kMostLines : lines == 2, "the lines of a message are bounded",
                 std::to_string(lines) + " for command " + std::to_string(command));
@@ -187,7 +200,7 @@ class Scenario {
                                         PBT_APMRESUMESTANDBY};
         const uint8_t which = m_input.Byte();
         const uint32_t control = which & 0x10 ? SERVICE_CONTROL_INTERROGATE : SERVICE_CONTROL_POWEREVENT;
-        m_host.NoteTouched();
+        m_host.Note(Host::kReports);
         m_host.Patiently([&] { m_host.Service().ServiceCtrlHandler(control, kEvents[which % 4]); });
     }
 
@@ -196,11 +209,11 @@ class Scenario {
     }
 
     void Console() {
-        m_host.NoteWorn();
+        m_host.Note(Host::kDash | Host::kReports | Host::kConsole);
         Talk(m_console, m_host.DashPort());
     }
     void Viewer() {
-        m_host.NoteTouched();
+        m_host.Note(Host::kKvm);
         Talk(m_viewer, m_host.KvmPort());
     }
 
@@ -224,6 +237,7 @@ class Scenario {
                                        nullptr, OPEN_EXISTING, 0, nullptr));
         }
         if (!m_person) return;
+        m_host.Note(Host::kQuestions);
         m_host.Patiently([&] {
             char question[512];
             DWORD size = 0;

@@ -1,5 +1,6 @@
 #include "winhost/core/Gate.h"
 
+#include <algorithm>
 #include <optional>
 #include <thread>
 
@@ -14,15 +15,26 @@ Gate& Gate::Instance() {
 void Gate::Add(GateSite& site) {
     std::lock_guard lock(m_mutex);
     m_sites.push_back(&site);
+    site.m_armed = IsArmedFor(site.m_name);
+}
+
+void Gate::Arm() {
+    for (GateSite* site : m_sites)
+        site->m_armed = IsArmedFor(site->m_name);
+}
+
+bool Gate::IsArmedFor(const std::string& call) const {
+    const auto counts = [&](const Rule& rule) { return rule.call.empty() || rule.call == call; };
+    return m_judge || m_delays.count(call) != 0 || std::any_of(m_rules.begin(), m_rules.end(), counts);
 }
 
 void Gate::Reset() {
     std::lock_guard lock(m_mutex);
-    m_armed = false;
     m_failures = 0;
     m_rules.clear();
     m_judge.reset();
     m_delays.clear();
+    Arm();
     for (GateSite* site : m_sites)
         site->m_calls = 0;
 }
@@ -30,19 +42,19 @@ void Gate::Reset() {
 void Gate::FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver) {
     std::lock_guard lock(m_mutex);
     m_rules.push_back({call, n, error, forEver});
-    m_armed = true;
+    Arm();
 }
 
 void Gate::Ask(Judge judge) {
     std::lock_guard lock(m_mutex);
     m_judge = std::make_shared<const Judge>(std::move(judge));
-    m_armed = true;
+    Arm();
 }
 
 void Gate::Delay(const std::string& call, std::chrono::milliseconds by) {
     std::lock_guard lock(m_mutex);
     m_delays[call] = by;
-    m_armed = true;
+    Arm();
 }
 
 uint64_t Gate::Count(const std::string& call) const {

@@ -4,7 +4,7 @@
 //     WINHOST_GATE("CreateEventA", nullptr);      the error goes to SetLastError, the call returns nullptr
 //     WINHOST_GATE_CODE("RegOpenKeyExA");         the call returns the error itself
 //     WINHOST_GATE_PASS("GetLocalTime");          the call has no way to fail: it is counted and delayed only
-// and costs one relaxed increment while nothing is armed.
+// and costs one relaxed increment while nothing is armed for it.
 #pragma once
 
 #include <atomic>
@@ -58,11 +58,13 @@ class Gate {
 
     Gate() = default;
     void Add(GateSite& site);
+    // The caller holds the mutex.
+    void Arm();
+    bool IsArmedFor(const std::string& call) const;
     void Hold(const char* call) const;
     uint32_t ErrorFor(const char* call, const void* caller);
     uint32_t ErrorByRule(const char* call);
 
-    std::atomic<bool> m_armed{false};
     std::atomic<uint64_t> m_failures{0};
     mutable std::mutex m_mutex;
     std::vector<GateSite*> m_sites;
@@ -78,11 +80,11 @@ class GateSite {
     // 0, or the error with which this call has to fail.
     uint32_t Enter(const void* caller) {
         Pass();
-        return m_gate.m_armed.load(std::memory_order_acquire) ? m_gate.ErrorFor(m_name, caller) : 0;
+        return m_armed.load(std::memory_order_acquire) ? m_gate.ErrorFor(m_name, caller) : 0;
     }
     void Pass() {
         m_calls.fetch_add(1, std::memory_order_relaxed);
-        if (m_gate.m_armed.load(std::memory_order_acquire)) m_gate.Hold(m_name);
+        if (m_armed.load(std::memory_order_acquire)) m_gate.Hold(m_name);
     }
 
   private:
@@ -90,6 +92,7 @@ class GateSite {
     const char* const m_name;
     Gate& m_gate;
     std::atomic<uint64_t> m_calls{0};
+    std::atomic<bool> m_armed{false};  // for this call
 };
 
 }  // namespace winhost
