@@ -8,6 +8,7 @@
 
 #include "fuzz/support/Loopback.h"
 #include "service/ZELLogger.h"
+#include "tests/support/Laptop.h"
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/pc/Pc.h"
@@ -31,26 +32,6 @@ constexpr std::chrono::milliseconds kStep = 250ms, kLongestStep = 8s;
 // Of real time.
 constexpr auto kTick = 100us;
 constexpr auto kPatience = 1ms;
-
-winhost::PcDescription Describe(const std::string& folder, uint16_t dashPort, uint16_t kvmPort) {
-    winhost::PcDescription pc;
-    pc.root = folder + "/pc";
-    pc.environment["PROGRAMDATA"] = "C:\\ProgramData";
-    pc.modulePath = "C:\\Program Files\\Tarvix\\Service\\bin\\ZELService.exe";
-    winhost::Adapter wired;
-    wired.name = "{3C1A5B0E-6E0C-4B0F-9A53-0D5D7A3C1F11}";
-    wired.description = "Intel(R) Ethernet Connection I219-LM";
-    wired.mac = "00:11:22:33:44:55";
-    wired.address = "192.168.1.10";
-    wired.mask = "255.255.255.0";
-    wired.gateway = "192.168.1.1";
-    wired.dhcpServer = "192.168.1.1";
-    pc.adapters = {wired};
-    pc.dnsServers = {"192.168.1.53"};
-    pc.ports = {{uint16_t{664}, dashPort}, {uint16_t{22}, kvmPort}};
-    pc.mailbox = "unix:" + folder + "/mailbox";
-    return pc;
-}
 
 constexpr uint32_t kVersion = 50;
 
@@ -113,7 +94,10 @@ void Host::Build() {
     m_firmware = std::make_unique<mpm::Firmware>();
     m_firmware->Change([](mpm::Settings& settings) { settings.KeepRequests = false; });
     m_firmware->Listen("unix:" + m_folder + "/mailbox");
-    winhost::Pc::Instance().Reset(Describe(m_folder, m_dashPort, m_kvmPort));
+    winhost::PcDescription pc = DescribeLaptop(m_folder + "/pc");
+    pc.ports = {{uint16_t{664}, m_dashPort}, {uint16_t{22}, m_kvmPort}};
+    pc.mailbox = "unix:" + m_folder + "/mailbox";
+    winhost::Pc::Instance().Reset(pc);
     Clock().SetManual(true);
     m_service = std::make_unique<ZELService>("");
     OpenLog();

@@ -59,7 +59,6 @@ std::vector<FailureEntry> MakeTable() {
         {"std::thread", {kNotEnoughMemory}},
         {"CreateThread", {kNotEnoughMemory, kAccessDenied}},
         {"TerminateThread", {kInvalidHandle, kAccessDenied}, "has no effect when it succeeds either"},
-        {"GetExitCodeThread", {kInvalidHandle}},
         {"CreateEventA", {kNotEnoughMemory, kNoSystemResources}},
         {"CreateMutexA",
          {kNotEnoughMemory, kAccessDenied},
@@ -78,7 +77,6 @@ std::vector<FailureEntry> MakeTable() {
          true},
         {"getenv_s", {kErrnoInvalid}},
         {"FormatMessageA", {kNotEnoughMemory}, "told to the debug entry, which writes nothing"},
-        {"LocalFree", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
         {"_popen", {kErrnoFiles}},
         {"_pclose", {kErrnoInvalid}, "not examined: the work is done"},
 
@@ -180,7 +178,6 @@ std::vector<FailureEntry> MakeTable() {
         {"recv", {kWsaConnectionReset, kWsaConnectionAborted, kWsaIntr, kWsaWouldBlock}},
         {"send", {kWsaConnectionReset, kWsaNoBuffers, kWsaWouldBlock}},
         {"shutdown", {kWsaConnectionReset, kWsaNotConnected}, "the connection is closed right after"},
-        {"getpeername", {kWsaNotConnected}},
         {"getsockname", {kWsaNetDown}},
         {"gethostname", {kWsaNetDown}, "the line with the host name shows none"},
 

@@ -20,8 +20,7 @@ class PcFixture : public ::testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    // Called before the PC is built: a laptop with the service installed, one wired adapter with an address,
-    // and unused ports in place of 664 and 22.
+    // Called before the PC is built: the laptop of DescribeLaptop, with unused ports in place of 664 and 22.
     virtual void Describe(winhost::PcDescription& description);
 
     static winhost::Pc& Pc() { return winhost::Pc::Instance(); }

@@ -46,7 +46,6 @@ typedef UINT_PTR WPARAM;
 typedef LONG_PTR LPARAM;
 typedef LONG_PTR LRESULT;
 typedef HANDLE* LPHANDLE;
-typedef HANDLE HLOCAL;
 typedef INT_PTR(WINAPI* FARPROC)();
 
 #define MAKEWORD(a, b) ((WORD)(((BYTE)((DWORD_PTR)(a)&0xff)) | ((WORD)((BYTE)((DWORD_PTR)(b)&0xff))) << 8))

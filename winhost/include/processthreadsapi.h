@@ -5,13 +5,10 @@
 
 typedef DWORD(WINAPI* LPTHREAD_START_ROUTINE)(LPVOID lpThreadParameter);
 
-#define STILL_ACTIVE ((DWORD)0x00000103)
-
 // Runs at once: a flag fails with ERROR_NOT_SUPPORTED. The size of the stack means nothing here. The handle
 // is signalled when the routine has returned; closing it leaves the thread alone.
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE routine,
                     LPVOID parameter, DWORD flags, LPDWORD threadId);
-BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode);
 
 // ---- processes ----
 

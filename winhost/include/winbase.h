@@ -150,18 +150,14 @@ DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);
 
 // ---- texts and memory ----
 
-#define FORMAT_MESSAGE_ALLOCATE_BUFFER 0x00000100
 #define FORMAT_MESSAGE_IGNORE_INSERTS 0x00000200
 #define FORMAT_MESSAGE_FROM_SYSTEM 0x00001000
 
 // The system's English text for an error number, with its line end: FORMAT_MESSAGE_FROM_SYSTEM with
-// FORMAT_MESSAGE_IGNORE_INSERTS, and FORMAT_MESSAGE_ALLOCATE_BUFFER or a buffer of `size`. The length without
-// the NUL, or 0: ERROR_MR_MID_NOT_FOUND for a number without a text here, ERROR_NOT_SUPPORTED for any other
-// flag or source.
+// FORMAT_MESSAGE_IGNORE_INSERTS, and a buffer of `size`. The length without the NUL, or 0:
+// ERROR_MR_MID_NOT_FOUND for a number without a text here, ERROR_NOT_SUPPORTED for any other flag or source.
 DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPSTR buffer, DWORD size,
                      va_list* arguments);
-// What FormatMessageA allocated. Null.
-HLOCAL LocalFree(HLOCAL memory);
 
 // ---- privileges ----
 

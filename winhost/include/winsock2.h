@@ -126,7 +126,6 @@ int WSAAPI send(SOCKET s, const char* buf, int len, int flags);
 int WSAAPI shutdown(SOCKET s, int how);
 int WSAAPI closesocket(SOCKET s);
 int WSAAPI getsockname(SOCKET s, struct sockaddr* name, int* namelen);
-int WSAAPI getpeername(SOCKET s, struct sockaddr* name, int* namelen);
 
 u_short WSAAPI htons(u_short hostshort);
 u_short WSAAPI ntohs(u_short netshort);

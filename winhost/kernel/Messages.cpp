@@ -1,5 +1,4 @@
 // The system's texts.
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -59,30 +58,15 @@ DWORD Refuse(DWORD error) {
 
 DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD number, DWORD language, LPSTR buffer, DWORD size, va_list*) {
     WINHOST_GATE("FormatMessageA", 0);
-    const bool allocates = flags & FORMAT_MESSAGE_ALLOCATE_BUFFER;
     if (!buffer) return Refuse(ERROR_INVALID_PARAMETER);
-    if ((flags & ~FORMAT_MESSAGE_ALLOCATE_BUFFER) != kAnswered) return Refuse(ERROR_NOT_SUPPORTED);
+    if (flags != kAnswered) return Refuse(ERROR_NOT_SUPPORTED);
     if (!IsOwnLanguage(language)) return Refuse(ERROR_RESOURCE_LANG_NOT_FOUND);
     const char* line = TextOf(number);
     if (!line) return Refuse(ERROR_MR_MID_NOT_FOUND);
     const std::string text = std::string(line) + "\r\n";
-    char* target = buffer;
-    if (allocates) {
-        // The buffer is then where the pointer goes.
-        target = static_cast<char*>(std::malloc(text.size() + 1));
-        if (!target) return Refuse(ERROR_NOT_ENOUGH_MEMORY);
-        *reinterpret_cast<char**>(buffer) = target;
-    } else if (size <= text.size()) {
-        return Refuse(ERROR_INSUFFICIENT_BUFFER);
-    }
-    std::memcpy(target, text.c_str(), text.size() + 1);
+    if (size <= text.size()) return Refuse(ERROR_INSUFFICIENT_BUFFER);
+    std::memcpy(buffer, text.c_str(), text.size() + 1);
     return static_cast<DWORD>(text.size());
-}
-
-HLOCAL LocalFree(HLOCAL memory) {
-    WINHOST_GATE("LocalFree", memory);
-    std::free(memory);
-    return nullptr;
 }
 
 LANGID SetThreadUILanguage(LANGID language) {

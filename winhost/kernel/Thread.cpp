@@ -1,4 +1,4 @@
-// Threads with a handle: waited for, and asked for what their routine returned.
+// Threads with a handle that can be waited for.
 #include "winhost/kernel/Thread.h"
 
 #include <future>
@@ -17,25 +17,18 @@ namespace {
 
 class Thread : public WaitableObject {
   public:
-    void End(DWORD exitCode) {
+    void End() {
         {
             std::lock_guard lock(m_mutex);
-            m_exitCode = exitCode;
             m_ended = true;
         }
         m_signalled.notify_all();
-    }
-
-    DWORD ExitCode() {
-        std::lock_guard lock(m_mutex);
-        return m_exitCode;
     }
 
   private:
     Taken TryTake() override { return m_ended ? Taken::Yes : Taken::No; }
 
     bool m_ended = false;
-    DWORD m_exitCode = STILL_ACTIVE;
 };
 
 }  // namespace
@@ -67,7 +60,8 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routin
     try {
         std::thread([thread, routine, parameter, id = std::move(id)]() mutable {
             id.set_value(GetCurrentThreadId());
-            thread->End(routine(parameter));
+            routine(parameter);
+            thread->End();
         }).detach();
     } catch (const std::system_error&) {
         HandleTable::Instance().Close<Thread>(handle);
@@ -76,15 +70,4 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routin
     }
     if (threadId) *threadId = started.get();
     return handle;
-}
-
-BOOL GetExitCodeThread(HANDLE handle, LPDWORD exitCode) {
-    WINHOST_GATE("GetExitCodeThread", FALSE);
-    const auto thread = HandleTable::Instance().Find<Thread>(handle);
-    if (!thread || !exitCode) {
-        SetLastError(thread ? ERROR_NOACCESS : ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
-    *exitCode = thread->ExitCode();
-    return TRUE;
 }

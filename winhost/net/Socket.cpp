@@ -167,12 +167,4 @@ int Socket::LocalName(Endpoint& endpoint) const {
     return 0;
 }
 
-int Socket::PeerName(Endpoint& endpoint) const {
-    sockaddr_in address{};
-    socklen_t length = sizeof(address);
-    if (getpeername(m_descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0) return -errno;
-    endpoint = FromSockaddr(address);
-    return 0;
-}
-
 }  // namespace winhost

@@ -46,7 +46,6 @@ class Socket final : public Object {
     // As SD_RECEIVE, SD_SEND and SD_BOTH.
     int Shutdown(int how);
     int LocalName(Endpoint& endpoint) const;
-    int PeerName(Endpoint& endpoint) const;
 
   private:
     enum class State : uint8_t { Fresh, Bound, Listening, Connected };

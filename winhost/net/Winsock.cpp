@@ -115,17 +115,6 @@ bool HasRoomForName(const sockaddr* name, const int* length) {
     return name && length && *length >= static_cast<int>(sizeof(sockaddr_in));
 }
 
-template <class Ask>
-int TellName(SOCKET s, sockaddr* name, int* length, Ask ask) {
-    const auto object = Find(s);
-    if (!object) return SOCKET_ERROR;
-    if (!HasRoomForName(name, length)) return Fail(WSAEFAULT, SOCKET_ERROR);
-    Endpoint endpoint;
-    const int result = ask(*object, endpoint);
-    if (result == 0) WriteName(endpoint, name, length);
-    return Answer(result);
-}
-
 }  // namespace
 
 int WSAStartup(WORD wVersionRequested, LPWSADATA lpWSAData) {
@@ -244,14 +233,13 @@ int closesocket(SOCKET s) {
 
 int getsockname(SOCKET s, sockaddr* name, int* namelen) {
     WINHOST_GATE("getsockname", SOCKET_ERROR);
-    return TellName(s, name, namelen,
-                    [](Socket& object, Endpoint& endpoint) { return object.LocalName(endpoint); });
-}
-
-int getpeername(SOCKET s, sockaddr* name, int* namelen) {
-    WINHOST_GATE("getpeername", SOCKET_ERROR);
-    return TellName(s, name, namelen,
-                    [](Socket& object, Endpoint& endpoint) { return object.PeerName(endpoint); });
+    const auto object = Find(s);
+    if (!object) return SOCKET_ERROR;
+    if (!HasRoomForName(name, namelen)) return Fail(WSAEFAULT, SOCKET_ERROR);
+    Endpoint endpoint;
+    const int result = object->LocalName(endpoint);
+    if (result == 0) WriteName(endpoint, name, namelen);
+    return Answer(result);
 }
 
 int gethostname(char* name, int namelen) {

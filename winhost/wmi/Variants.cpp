@@ -51,14 +51,10 @@ void SysFreeString(BSTR bstrString) {
 }
 
 UINT SysStringLen(BSTR bstr) {
-    return SysStringByteLen(bstr) / static_cast<UINT>(sizeof(OLECHAR));
-}
-
-UINT SysStringByteLen(BSTR bstr) {
-    WINHOST_GATE_PASS("SysStringByteLen");
+    WINHOST_GATE_PASS("SysStringLen");
     uint32_t bytes = 0;
     if (bstr) std::memcpy(&bytes, BlockOf(bstr) + kHeader - sizeof(bytes), sizeof(bytes));
-    return bytes;
+    return bytes / static_cast<UINT>(sizeof(OLECHAR));
 }
 
 void VariantInit(VARIANTARG* pvarg) {
