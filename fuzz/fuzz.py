@@ -1,10 +1,9 @@
-"""./dev fuzz SECONDS [TARGET...]: runs the targets under libFuzzer, as many at a time as there are cores, for so many
-seconds each, and prints what came of it. Exit code 1 when there are findings.
+"""./dev fuzz SECONDS [TARGET...]: runs each target under libFuzzer for so many seconds, on every core at a time, and
+prints what came of it. Exit code 1 when there are findings.
 """
 
 import os
 import pathlib
-import queue
 import re
 import shutil
 import subprocess
@@ -54,8 +53,13 @@ def last_count(output):
 
 
 class Run:
-    def __init__(self, target, seconds, prefix, cores):
-        self.target, self.seconds, self.prefix, self.cores = target, seconds, prefix, cores
+    """A target on one core. All of a target's share what they find new. A whole service is many threads that wake each
+    other, which costs least on one core; and there it can be told when all of them have come to rest."""
+
+    def __init__(self, target, seconds, prefix, core):
+        self.target, self.seconds = target, seconds
+        self.prefix = ["taskset", "--cpu-list", str(core), *prefix]
+        self.name = f"core{core}"
         self.executions = self.steps = self.new_entries = 0
         self.elapsed = self.cpu = 0.0
         self.findings = []
@@ -67,7 +71,7 @@ class Run:
         seeds.mkdir(parents=True, exist_ok=True)
         dictionary = ROOT / "fuzz/dictionaries" / f"{self.target}.dict"
         command = self.prefix + ["nice", "-n", "10", str(FUZZER), self.target, f"-max_total_time={seconds}", *ARGUMENTS]
-        command += [f"-artifact_prefix={findings}/", f"-max_len={LONGEST.get(self.target, 2048)}"]
+        command += [f"-artifact_prefix={findings}/{self.name}-", f"-max_len={LONGEST.get(self.target, 2048)}"]
         command += PLAIN if self.target in WHOLE_SERVICE else ENTROPIC
         if self.target in WHOLE_SERVICE:
             # Their log stays open as long as the process, and the sanitizer does not see who holds it.
@@ -75,7 +79,7 @@ class Run:
         if dictionary.exists():
             command.append(f"-dict={dictionary}")
         with tempfile.TemporaryDirectory(prefix="fuzz-", dir=MEMORY if MEMORY.is_dir() else None) as folder:
-            output = BUILD / "findings" / f"{self.target}.log"
+            output = findings / f"{self.name}.log"
             with output.open("wb") as log:
                 process = subprocess.Popen(
                     command + [str(corpus), str(seeds)],
@@ -93,25 +97,15 @@ class Run:
         return os.waitstatus_to_exitcode(status), output
 
     def run(self):
-        # A whole service is many threads that wake each other, which costs least on one core; and there it can be told
-        # when all of them have come to rest.
-        core = self.cores.get()
-        try:
-            return self.on_core(core)
-        finally:
-            self.cores.put(core)
-
-    def on_core(self, core):
-        self.prefix = ["taskset", "--cpu-list", str(core), *self.prefix]
         findings = BUILD / "findings" / self.target
         findings.mkdir(parents=True, exist_ok=True)
         begin = time.monotonic()
         while len(self.findings) < MOST_FINDINGS and (left := self.seconds - int(time.monotonic() - begin)) > 0:
-            before = set(findings.iterdir())
+            before = set(findings.glob(f"{self.name}-*"))
             code, output = self.once(left, findings)
             if code == 0:
                 break
-            new = sorted(path for path in findings.iterdir() if path not in before)
+            new = sorted(set(findings.glob(f"{self.name}-*")) - before)
             summary = re.findall(r"^(?:SUMMARY|PROPERTY VIOLATED|.*ERROR: libFuzzer).*", output, re.MULTILINE)
             what = summary[0] if summary else f"ended with code {code}"
             self.findings.append((what, new[0] if new else None))
@@ -120,23 +114,29 @@ class Run:
         self.elapsed = time.monotonic() - begin
         return self
 
-    def report(self):
-        rate = self.executions / self.elapsed if self.elapsed else 0
-        # What a machine with nothing else to do would reach, where a target computes more than it waits.
-        pure = self.executions / self.cpu if self.cpu else 0
-        print(
-            f"{self.target:<14} {self.executions:>11,} executions {rate:>8,.0f}/s {pure:>8,.0f}/s of processor time "
-            f"{self.new_entries:>6} new entries {len(self.findings):>3} findings",
-            flush=True,
-        )
-        if self.steps:
-            print(f"    of {self.steps / self.executions:.1f} steps each, {self.steps / self.elapsed:,.0f} steps/s")
-        for what, path in self.findings:
-            print(f"    {what}")
-            if path:
-                print(f"    replay: build/fuzz/fuzzer {self.target} {path.relative_to(ROOT)}")
-            else:
-                print(f"    no input was kept; see build/fuzz/findings/{self.target}.log")
+
+def report(target, runs):
+    """Prints the sum of a target's runs. The number of executions and of findings."""
+    executions, steps, new_entries = (sum(getattr(run, name) for run in runs) for name in ("executions", "steps", "new_entries"))
+    elapsed, cpu = max(run.elapsed for run in runs), sum(run.cpu for run in runs)
+    findings = [finding for run in runs for finding in run.findings]
+    # Of processor time: what a machine with nothing else to do would reach on one core, where a target computes more than
+    # it waits.
+    print(
+        f"{target:<14} {executions:>11,} executions {executions / elapsed:>8,.0f}/s "
+        f"{executions / cpu if cpu else 0:>8,.0f}/s of processor time "
+        f"{new_entries:>6} new entries {len(findings):>3} findings",
+        flush=True,
+    )
+    if steps:
+        print(f"    of {steps / executions:.1f} steps each, {steps / elapsed:,.0f} steps/s")
+    for what, path in findings:
+        print(f"    {what}")
+        if path:
+            print(f"    replay: build/fuzz/fuzzer {target} {path.relative_to(ROOT)}")
+        else:
+            print(f"    no input was kept; see the logs in build/fuzz/findings/{target}")
+    return executions, len(findings)
 
 
 def options(target):
@@ -156,14 +156,14 @@ def main():
     if unknown:
         sys.exit(f"no target {', '.join(unknown)}; the targets are {', '.join(known)}")
     prefix = alone()
-    cores = queue.SimpleQueue()
-    for core in os.sched_getaffinity(0):
-        cores.put(core)
-    with ThreadPoolExecutor(cores.qsize()) as pool:
-        runs = [pool.submit(Run(name, int(sys.argv[1]), prefix, cores).run) for name in chosen]
-        done = [run.result().report() or run.result() for run in runs]
-    findings = sum(len(run.findings) for run in done)
-    print(f"{sum(run.executions for run in done):,} executions, {findings} findings")
+    cores = sorted(os.sched_getaffinity(0))
+    executions = findings = 0
+    with ThreadPoolExecutor(len(cores)) as pool:
+        for target in chosen:
+            runs = list(pool.map(Run.run, [Run(target, int(sys.argv[1]), prefix, core) for core in cores]))
+            ran, found = report(target, runs)
+            executions, findings = executions + ran, findings + found
+    print(f"{executions:,} executions, {findings} findings")
     sys.exit(1 if findings else 0)
 
 
