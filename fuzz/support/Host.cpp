@@ -1,7 +1,5 @@
 #include "fuzz/support/Host.h"
 
-#include <sched.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
@@ -14,25 +12,15 @@
 #include "winhost/pc/Pc.h"
 
 namespace fs = std::filesystem;
-using namespace std::chrono_literals;
 
 namespace fuzz {
 
 namespace {
 
-constexpr auto kMoment = 50us;  // of real time, for threads that have been woken
-constexpr int kYields = 500;
-constexpr int kTurns = 8;               // for the others on one core, while one of them polls
 constexpr int kMostMoments = 4000;      // until every thread must have come to its end
 constexpr int kMostRounds = 20;         // until every connection must have been served
 constexpr unsigned kMostInputs = 5000;  // of one service, as the PC keeps a record of what it did
 constexpr uint64_t kMostLog = 1 << 20;  // bytes
-// Of the PC's clock.
-constexpr std::chrono::milliseconds kStep = 250ms, kLongestStep = 8s;
-// Of real time.
-constexpr auto kTick = 100us;
-constexpr auto kPatience = 1ms;
-
 constexpr uint32_t kVersion = 50;
 
 // In the log.
@@ -45,23 +33,6 @@ winhost::Clock& Clock() {
     return winhost::Clock::Instance();
 }
 
-bool IsOnOneCore() {
-    cpu_set_t cores;
-    return sched_getaffinity(0, sizeof cores, &cores) == 0 && CPU_COUNT(&cores) == 1;
-}
-
-void Wait(sem_t& semaphore) {
-    while (sem_wait(&semaphore) != 0) {
-    }
-}
-
-// From now on this thread has its turn when no other has anything to do, which on one core means that all of
-// them wait.
-void RunWhenIdle() {
-    const sched_param none{};
-    sched_setscheduler(0, SCHED_IDLE, &none);
-}
-
 }  // namespace
 
 // Never destroyed: its threads run as long as the process.
@@ -70,14 +41,10 @@ Host& Host::Instance() {
     return host;
 }
 
-Host::Host() : m_onOneCore(IsOnOneCore()) {
+Host::Host() {
     std::string name = (fs::temp_directory_path() / "zelservice-fuzz-XXXXXX").string();
     Require(mkdtemp(name.data()) != nullptr, "there is a temporary folder");
     m_folder = name;
-    sem_init(&m_wish, 0, 0);
-    sem_init(&m_idle, 0, 0);
-    if (m_onOneCore) m_idler = std::thread([this] { Idle(); });
-    m_ticker = std::thread([this] { Tick(); });
     Build();
     m_quietThreads = CountThreads();
     // Statics of the service go after this, and nobody may be waiting with them.
@@ -108,7 +75,7 @@ void Host::Build() {
     m_service->m_pDASHClientThreadObj = m_service->m_detachedThreads.StartOwned(
         [service = m_service.get()] { service->m_dashClientInterface.HandleDASHClientThread(); });
     for (int moments = 0; moments < kMostMoments && !m_log.Has("Calling HTTPS Socket Accept"); ++moments) {
-        GiveWay(moments);
+        m_pace.GiveWay(moments);
         m_log.Look();
     }
     m_inputs = 0;
@@ -141,75 +108,13 @@ void Host::TearDown() {
     fs::remove_all(m_folder + "/pc", ignored);
 }
 
-// The longer a call takes, the faster time passes, where nobody knows whether the others have come to rest.
-void Host::Tick() {
-    for (;;) {
-        m_calling.wait(false);
-        for (auto step = kStep; m_calling; step = std::min(2 * step, kLongestStep)) {
-            if (!Clock().AwaitSleepers(1, kPatience) || !m_calling) continue;
-            if (m_onOneCore) {
-                GiveWay(0);
-            } else {
-                std::this_thread::sleep_for(kTick);
-            }
-            if (m_calling) WakeNext(m_onOneCore ? winhost::Clock::kNever : step);
-        }
-    }
-}
-
-void Host::WakeNext(winhost::Clock::Duration most) {
-    const winhost::Clock::Deadline next = Clock().NextDeadline();
-    if (next != winhost::Clock::kNever) Clock().Advance(std::min(next - Clock().Steady(), most));
-}
-
-void Host::Idle() {
-    RunWhenIdle();
-    for (;;) {
-        Wait(m_wish);
-        sem_post(&m_idle);
-    }
-}
-
-void Host::GiveWay(int moments) {
-    if (m_onOneCore && m_polling) {
-        // The core is never idle. Each of these lets the others have a turn.
-        for (int turn = 0; turn < kTurns; ++turn)
-            std::this_thread::yield();
-    } else if (m_onOneCore) {
-        sem_post(&m_wish);
-        Wait(m_idle);
-    } else if (moments < kYields) {
-        std::this_thread::yield();
-    } else {
-        std::this_thread::sleep_for(kMoment);
-    }
-}
-
-void Host::Patiently(const std::function<void()>& call) {
-    m_calling = true;
-    m_calling.notify_one();
-    call();
-    m_calling = false;
-}
-
 void Host::Note(unsigned uses) {
-    if (uses & kConsole) m_polling = true;
+    // A session's receive thread polls.
+    if (uses & kConsole) m_pace.SetPolling(true);
     // A start of the agent counts as a success without a process.
     if (uses & ~m_uses & kKvm)
         winhost::Gate::Instance().FailNth("CreateProcessAsUserA", 1, ERROR_PIPE_NOT_CONNECTED, true);
     m_uses |= uses;
-}
-
-void Host::Pass(std::chrono::milliseconds time) {
-    Clock().Advance(time);
-    GiveWay(kYields);
-}
-
-void Host::Settle() {
-    for (int round = 0; round < 3; ++round) {
-        GiveWay(kYields);
-        WakeNext(300ms);
-    }
 }
 
 bool Host::EndThreads() {
@@ -217,9 +122,10 @@ bool Host::EndThreads() {
         const bool asleep = Clock().NextDeadline() != winhost::Clock::kNever;
         if (!asleep && CountThreads() <= m_quietThreads) return true;
         // A report that outlived the wait for it starts it last.
-        if (moments % kYields == kYields - 1) m_service->m_networkMonitor.StopNetworkScanThread();
-        if (m_onOneCore || moments % 8 == 0) WakeNext(winhost::Clock::kNever);
-        GiveWay(moments);
+        if (moments % Pace::kShortMoments == Pace::kShortMoments - 1)
+            m_service->m_networkMonitor.StopNetworkScanThread();
+        if (m_pace.IsOnOneCore() || moments % 8 == 0) m_pace.WakeNext();
+        m_pace.GiveWay(moments);
     }
     return false;
 }
@@ -230,16 +136,16 @@ bool Host::EndConsole() {
     const auto over = [&] { return m_log.Counted(kServed) + m_log.Counted(kRefused); };
     size_t closed = 0;
     for (int round = 0; round < kMostRounds; ++round) {
-        GiveWay(kYields);
+        m_pace.GiveWay();
         m_log.Look();
         if (over() != closed) {
             // Each that was served; when a session begins can't be told in time.
             closed = over();
-            Patiently([&] { m_service->m_dashClientInterface.CloseSocketInZEL(); });
+            m_pace.Patiently([&] { m_service->m_dashClientInterface.CloseSocketInZEL(); });
         } else if (closed == m_log.Counted(kAccepted) && Clock().NextDeadline() == winhost::Clock::kNever) {
             break;
         }
-        WakeNext(winhost::Clock::kNever);
+        m_pace.WakeNext();
     }
     return closed == m_log.Counted(kAccepted) && m_log.Counted(kReset) == 0;
 }
@@ -266,17 +172,17 @@ void Host::Restore() {
 // passes.
 void Host::AwaitUpdate() {
     for (int moments = 0; m_service->m_bWakeUpdateInProgress && moments < kMostMoments; ++moments)
-        GiveWay(moments);
+        m_pace.GiveWay(moments);
 }
 
 void Host::EndSessions(unsigned uses) {
     if (uses & kReports) EndReports();
     if (uses & kDash) {
         // What a console's last doings begin, it ends.
-        if (uses & kConsole) GiveWay(kYields);
+        if (uses & kConsole) m_pace.GiveWay();
         // May wait for a send that is about to be tried again.
-        Patiently([&] { m_service->m_dashClientInterface.CloseSocketInZEL(); });
-        m_polling = false;
+        m_pace.Patiently([&] { m_service->m_dashClientInterface.CloseSocketInZEL(); });
+        m_pace.SetPolling(false);
     }
     if (uses & kKvm) EndKvm();
     if (uses & kQuestions) {
@@ -297,7 +203,7 @@ void Host::EndReports() {
 
 void Host::EndKvm() {
     KVMSessionControl& kvm = m_service->m_kvmSessionControl;
-    Patiently([&] {
+    m_pace.Patiently([&] {
         kvm.CloseKVMSession();
         if (kvm.m_kvmSocketState == kKvmClientConnected) kvm.DoKVMCleanUp();
     });

@@ -1,27 +1,19 @@
 // A whole service on a simulated PC, with the simulated firmware behind its mailbox, kept over many inputs:
-// Restore brings it back to where it was. The clock stands still but for Pass and for what is called through
-// Patiently.
+// Restore brings it back to where it was.
 #pragma once
 
 #include <winsock2.h>
 #include <windows.h>
 
-#include <semaphore.h>
-
-#include <atomic>
-#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
-#include <thread>
 
 #include "firmware/Firmware.h"
 #include "fuzz/Target.h"
 #include "fuzz/support/LogTail.h"
+#include "fuzz/support/Pace.h"
 #include "service/ZELService.h"
-#include "winhost/core/Clock.h"
 
 namespace fuzz {
 
@@ -33,15 +25,10 @@ class Host {
     ZELService& Service() { return *m_service; }
     mpm::Firmware& Firmware() { return *m_firmware; }
     LogTail& Log() { return m_log; }
+    fuzz::Pace& Pace() { return m_pace; }
     uint16_t DashPort() const { return m_dashPort; }
     uint16_t KvmPort() const { return m_kvmPort; }
 
-    // Lets the call have its way: while it sleeps or waits, time passes quickly.
-    void Patiently(const std::function<void()>& call);
-    // Moves the clock, and gives the threads that wake by it a moment.
-    void Pass(std::chrono::milliseconds time);
-    // Gives the other threads a moment in real time, while the clock moves by at most a second.
-    void Settle();
     // Nothing of this input is left: no session, no question, no thread, no fault. Builds everything anew
     // where it must.
     void Restore();
@@ -65,13 +52,6 @@ class Host {
     Host();
     void Build();
     void TearDown();
-    void Tick();
-    void Idle();
-    // Moves the clock to where the next thread wakes, or by `most`.
-    void WakeNext(winhost::Clock::Duration most);
-    // Lets the other threads do what they have to do: all of it on one core, else for a moment; the first
-    // ones as short as can be.
-    void GiveWay(int moments);
     void OpenLog();
     void CountConnections();
     void AwaitUpdate();
@@ -81,6 +61,7 @@ class Host {
     bool EndThreads();
     bool EndConsole();
 
+    fuzz::Pace m_pace;
     std::string m_folder;
     std::unique_ptr<mpm::Firmware> m_firmware;
     std::unique_ptr<ZELService> m_service;
@@ -89,12 +70,6 @@ class Host {
     size_t m_quietThreads = 0;
     unsigned m_inputs = 0;
     unsigned m_uses = kNothing;
-
-    const bool m_onOneCore;
-    std::atomic<bool> m_calling{false};  // within Patiently
-    std::atomic<bool> m_polling{false};  // there may be a session, whose receive thread polls
-    sem_t m_wish, m_idle;                // to be told when the core has nothing to do; it has nothing
-    std::thread m_ticker, m_idler;
 };
 
 }  // namespace fuzz

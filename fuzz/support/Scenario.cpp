@@ -117,7 +117,7 @@ class Scenario {
                 m_host.Note(Host::kFaults);
                 return m_host.Firmware().ResizeAnswer(Request(), m_input.Byte());
             case 5:
-                return m_host.Pass(std::chrono::milliseconds(m_input.Word()));
+                return m_host.Pace().Pass(std::chrono::milliseconds(m_input.Word()));
             case 6:
                 return Control();
             case 7:
@@ -185,7 +185,7 @@ class Scenario {
             ProcessRead(&m_host.Service(), static_cast<uint32_t>(read.size()), buffer.get());
         };
         if (mayWait) {
-            m_host.Patiently(deliver);
+            m_host.Pace().Patiently(deliver);
         } else {
             deliver();
         }
@@ -201,7 +201,7 @@ class Scenario {
         const uint8_t which = m_input.Byte();
         const uint32_t control = which & 0x10 ? SERVICE_CONTROL_INTERROGATE : SERVICE_CONTROL_POWEREVENT;
         m_host.Note(Host::kReports);
-        m_host.Patiently([&] { m_host.Service().ServiceCtrlHandler(control, kEvents[which % 4]); });
+        m_host.Pace().Patiently([&] { m_host.Service().ServiceCtrlHandler(control, kEvents[which % 4]); });
     }
 
     static void LockDesktop(bool locked) {
@@ -222,7 +222,7 @@ class Scenario {
         const fuzz::Bytes bytes = m_input.Block();
         if (!client.IsOpen() && !client.Connect(port)) return;
         client.Send(bytes);
-        if (what & 1) m_host.Settle();
+        if (what & 1) m_host.Pace().Settle();
         client.Drain();
         if (what & 2) client.FinishSending();
         if (what & 4) client.Close(what & 8);
@@ -238,7 +238,7 @@ class Scenario {
         }
         if (!m_person) return;
         m_host.Note(Host::kQuestions);
-        m_host.Patiently([&] {
+        m_host.Pace().Patiently([&] {
             char question[512];
             DWORD size = 0;
             if (!m_asked) m_asked = ReadFile(m_person.Get(), question, sizeof question, &size, nullptr);

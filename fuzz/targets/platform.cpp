@@ -105,7 +105,7 @@ FUZZ_TARGET(platform) {
     MultiNwInfo record{};
     FillMultiNwInfo(record);
     CheckInventory(record);
-    host.Patiently([&] { CommitNwInfo(record); });
+    host.Pace().Patiently([&] { CommitNwInfo(record); });
     fuzz::Require(!service.m_networkStateStore.HasChanged(record) || record.Count == 0,
                   "a picture that was kept is the same when it is read again");
     fuzz::Require(!GetOsName().empty(), "the system always has a name");
