@@ -110,7 +110,8 @@ def dispatch():
     for name, (level, steps) in {
         "short": (LEVEL_50, [bytes([SHORT, 8])]),
         "unknown": (LEVEL_50, [bytes([OTHER, 7]) + block(b""), bytes([OTHER, 53]) + block(b"x"), bytes([OTHER, 255, 0])]),
-        "empty-payloads": (LEVEL_50, [message(c) for c in (DASH_DATA, KVM_DATA, UPGRADE, EVENT, KVM_PEER, CSR, PASSWORD)]),
+        "empty-payloads": (LEVEL_50, [message(c) for c in (DASH_DATA, KVM_DATA, UPGRADE, EVENT)]),
+        "empty-payloads-of-records": (LEVEL_50, [message(c) for c in (KVM_PEER, CSR, PASSWORD)]),
         "full-buffer": (LEVEL_50, [long_message(8, 0x41, 65535), long_message(9, 0x42, 65535)]),
         "full-records": (LEVEL_50, [long_message(c, 0xFF, 65535) for c in (11, 39, 40, 50, 51)]),
         "power-latched": (LEVEL_50, [message(SLEEP), message(HIBERNATE), message(DASH_DATA, b"answer"), passing(2000)]),

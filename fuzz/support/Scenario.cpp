@@ -13,7 +13,6 @@
 
 using fuzz::Host;
 using fuzz::Require;
-using namespace std::chrono_literals;
 
 namespace {
 
