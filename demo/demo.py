@@ -1,7 +1,7 @@
-"""The service at work: consoles talk through it to the firmware, and a viewer sees the PC's desktop.
+"""Shows the service at work: consoles talk through it to the firmware, and a viewer sees the PC's desktop.
 
-Starts a simulated PC and its firmware, lets real clients talk through the service, prints what happened as one line
-from each side, and ends with 0 when all of it went as it should.
+The demo starts a simulated PC and its firmware and lets real clients talk through the service. It prints one line for each
+event and ends with 0 when every step succeeded.
 """
 
 import argparse
@@ -31,30 +31,30 @@ def make_host(windows, workdir):
 
 
 def play(story, firmware, host, workdir):
-    """What there is to look at afterwards."""
+    """Returns lines that name the files to look at afterwards."""
     console = Console(host.dash_address)
     identify(story, console, "a console")
     second_client_waits(story, console)
     show_host(story, firmware)
     picture = remote_kvm(story, host, firmware, workdir)
     power_off(story, console, host)
-    return [f"what the viewer saw: {picture}"] if picture else []
+    return [f"the viewer's picture: {picture}"] if picture else []
 
 
 def stay_up(story, firmware, host, workdir):
     url = Console(host.dash_address).url
-    story.tell("demo", f"all is up; the DASH port is {url}")
-    story.tell("demo", f"try:  {host.entry}curl --insecure -H 'Content-Type: application/soap+xml' -d @identify.xml {url}")
+    story.add("demo", f"everything is running; the DASH port is {url}")
+    story.add("demo", f"try:  {host.entry}curl --insecure -H 'Content-Type: application/soap+xml' -d @identify.xml {url}")
     ended = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: ended.set())
-    story.tell("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends it")
+    story.add("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends the demo")
     serve_by_hand(story, host, firmware, workdir, ended)
     return []
 
 
 def start(story, firmware, host):
-    story.tell("demo", "the PC boots, a user logs on, and its service manager starts the service")
+    story.add("demo", "the PC boots, a user logs on, and the service manager starts the service")
     host.log_on()
     host.start_service()
     host.await_state(RUNNING)
@@ -63,17 +63,17 @@ def start(story, firmware, host):
 
 
 def stop(story, firmware, host):
-    story.tell("demo", "the service manager stops the service")
+    story.add("demo", "the service manager stops the service")
     code = host.stop_service()
     firmware.await_request("WriteZELStatus", lambda fields: fields.get("state") == 2)
-    story.tell("demo", f"the service's process ended with exit code {code}; the firmware heard that it went down")
+    story.add("demo", f"the service's process ended with exit code {code}; it reported to the firmware that it is down")
     if code != 0:
         raise AssertionError(f"exit code {code}")
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--windows", action="store_true", help="the shipped ZELService.exe under Wine")
+    parser.add_argument("--windows", action="store_true", help="run the shipped ZELService.exe under Wine")
     parser.add_argument("--stay", action="store_true", help="stay up for hand tests until Ctrl-C")
     options = parser.parse_args()
     story = Story()
@@ -90,7 +90,7 @@ def main():
         stop(story, firmware, host)
         result = 0
     except (AssertionError, OSError) as problem:
-        story.tell("demo", f"this went wrong: {problem}")
+        story.add("demo", f"failed: {problem}")
         result = 1
     finally:
         host.close()
@@ -99,9 +99,9 @@ def main():
             follower.close()
     left += [f"the service's log: {host.log_path()}", f"the firmware's record: {firmware.record_path}"]
     if not options.stay:
-        left.append("./dev run brings up the same and stays: then connect a console, or a VNC viewer, of your own")
+        left.append("./dev run starts the same and stays up, so that you can connect your own console or VNC viewer")
     for line in left:
-        story.tell("demo", line)
+        story.add("demo", line)
     story.close()
     return result
 

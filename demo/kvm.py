@@ -1,4 +1,4 @@
-"""The KVM part of the demo: a real viewer sees a real desktop through the service, once the person at the PC has agreed."""
+"""The KVM part of the demo: the person at the PC consents, and a real viewer sees a real desktop through the service."""
 
 import contextlib
 import time
@@ -12,7 +12,7 @@ YES = 1
 
 
 def draw_desktop(size):
-    """Something to see."""
+    """Returns a picture of the given size for the desktop."""
     from PIL import Image, ImageDraw
     width, height = size
     picture = Image.merge("RGB", [band.resize(size) for band in (
@@ -32,10 +32,11 @@ def draw_desktop(size):
 
 @contextlib.contextmanager
 def the_desktop(story, firmware, workdir):
-    """What is to be seen on a desktop that the firmware shows; None, and a firmware that echoes, where there can be no desktop."""
+    """Yields the picture that the desktop shows. Where a desktop is not possible it yields None, and the firmware echoes."""
     missing = what_is_missing()
     if missing:
-        story.tell("demo", f"these packages are not installed: {' '.join(missing)}; so there is no desktop, and the firmware echoes")
+        names = " ".join(missing)
+        story.add("demo", f"these packages are not installed: {names}; the firmware echoes instead of showing a desktop")
         firmware.set(Kvm="echo")
         yield None
         return
@@ -43,68 +44,69 @@ def the_desktop(story, firmware, workdir):
         painted = draw_desktop(desktop.size)
         desktop.paint(painted)
         firmware.set(Kvm=f"bridge:{desktop.address}")
-        story.tell("PC", f"a desktop is painted; a VNC server shows it on {desktop.address}, where only the firmware looks")
+        story.add("PC", f"a VNC server shows the painted desktop on {desktop.address}; only the firmware connects to it")
         yield painted
 
 
 def ask_the_person(story, kvm):
     client = kvm.host.consent_client("--answer", "yes")
-    story.tell("PC", "userconsent waits on the desktop, unattended: it will say yes")
+    story.add("PC", "userconsent waits on the desktop; it is set to answer yes without asking")
     kvm.ask_consent(1, 60)
     answer = kvm.firmware.await_request("WriteUserConsent")["fields"]
     client.wait()
-    story.tell("PC", "userconsent: " + ", ".join(client.output().splitlines()))
+    story.add("PC", "userconsent: " + ", ".join(client.output().splitlines()))
     if answer["Consent"] != YES:
-        raise AssertionError(f"the firmware heard {answer}")
+        raise AssertionError(f"the firmware received {answer}")
 
 
 def begin(story, kvm):
     kvm.enable()
     kvm.trust("127.0.0.1")
-    story.tell("demo", f"the firmware trusts 127.0.0.1, and the KVM port is open (22, here {kvm.host.kvm_address[1]})")
+    port = kvm.host.kvm_address[1]
+    story.add("demo", f"the firmware trusts 127.0.0.1, and the KVM port is open ({port} stands for 22 here)")
 
 
 def see(story, kvm, painted, workdir):
-    """Where the picture lies."""
+    """Returns the path of the picture."""
     with Viewer(kvm.host.kvm_address, workdir) as viewer:
-        story.tell("console", "a VNC viewer connects to the KVM port")
+        story.add("console", "a VNC viewer connects to the KVM port")
         agent = show_agent(story, kvm)
         path = workdir / "screen.png"
         picture = viewer.picture()
         picture.save(path)
         if not is_same_picture(picture, painted):
-            raise AssertionError(f"the viewer sees something else than what is on the desktop: {path}")
-        story.tell("console", f"the viewer sees the desktop, {picture.width} x {picture.height} pixels, and saves it as {path}")
+            raise AssertionError(f"the viewer's picture differs from the desktop: {path}")
+        story.add("console", f"the viewer sees the desktop, {picture.width} x {picture.height} pixels, and saves it as {path}")
         end(story, kvm, agent)
         return path
 
 
 def talk(story, kvm):
     with kvm.begin_session() as client:
-        story.tell("console", "a plain client connects to the KVM port")
+        story.add("console", "a plain client connects to the KVM port")
         agent = show_agent(story, kvm)
         if not echoes(client, b"x" * 100_000):
-            raise AssertionError("the bytes have changed on the way")
-        story.tell("console", "100000 bytes went to the firmware and came back unchanged")
+            raise AssertionError("the echoed bytes differ from those that were sent")
+        story.add("console", "the firmware echoed 100000 bytes unchanged")
         end(story, kvm, agent)
 
 
 def show_agent(story, kvm):
     [agent] = eventually(kvm.host.agents, "the agent")
-    story.tell("PC", f"the agent runs in the user's session as process {agent}")
+    story.add("PC", f"the agent runs in the user's session as process {agent}")
     return agent
 
 
 def end(story, kvm, agent):
     kvm.close_session()
-    eventually(lambda: not is_running(agent), "the agent to leave")
-    story.tell("PC", "the agent has left as it was asked")
-    eventually(kvm.closes_told, "the firmware to hear of the session's end")
+    eventually(lambda: not is_running(agent), "the agent to exit")
+    story.add("PC", "the agent exited when the service asked it to")
+    eventually(kvm.closes_told, "the report of the session's end")
     kvm.host.await_log("Terminate file deleted")
 
 
 def remote_kvm(story, host, firmware, workdir):
-    """The path of the picture, if there is one."""
+    """Returns the path of the picture, or None without a desktop."""
     kvm = RemoteKvm(host, firmware)
     with the_desktop(story, firmware, workdir) as painted:
         ask_the_person(story, kvm)
@@ -113,18 +115,18 @@ def remote_kvm(story, host, firmware, workdir):
 
 
 def serve_by_hand(story, host, firmware, workdir, ended):
-    """KVM stays enabled, session after session, until `ended`."""
+    """Enables KVM again after each session, until `ended` is set."""
     kvm = RemoteKvm(host, firmware)
     with the_desktop(story, firmware, workdir) as painted:
         kvm.enable()
         if painted:
-            story.tell("demo", f"try:  {host.entry}vncviewer localhost::{host.kvm_address[1]}")
+            story.add("demo", f"try:  {host.entry}vncviewer localhost::{host.kvm_address[1]}")
         build = build_folder()
-        story.tell("demo", f"try:  {host.consent_command}, and when it waits")
-        story.tell("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
-        told = 0
+        story.add("demo", f"try:  {host.consent_command}  and, while it waits,")
+        story.add("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
+        closed = 0
         while not ended.wait(0.3):
-            if kvm.closes_told() > told:
-                told = kvm.closes_told()
+            if kvm.closes_told() > closed:
+                closed = kvm.closes_told()
                 kvm.close_session()
                 kvm.firmware.send("KVM_ENABLE_STATUS")

@@ -1,4 +1,4 @@
-"""The demo's output: one line an event, told by the side that saw it, in the order in which the events happened."""
+"""The demo's output: one line for each event, prefixed with the component that logged it, in the order of the events."""
 
 import heapq
 import itertools
@@ -10,12 +10,12 @@ import threading
 import time
 
 SIDES = {"console": "\033[36m", "service": "\033[33m", "firmware": "\033[32m", "PC": "\033[35m", "demo": "\033[1m"}
-# The sides' lines are read a moment after they were written; those of one moment are put in order before they are printed.
+# Lines reach the story a moment after they were written. It waits this long (seconds) and sorts them before it prints them.
 MOMENT = 0.25
 
 
 def time_of(stamp):
-    """When "14:32:28.62" of a line that was written just now was. No time zone is told, and none is off by a part of a quarter."""
+    """Turns the "14:32:28.62" of a recent line into a time. Its time zone is unknown; all are off by whole quarters of an hour."""
     _, minute, second = re.match(r"(\d+):(\d+):([\d.]+)", stamp).groups()
     now, quarter = time.time(), 900
     back = (now - int(minute) * 60 - float(second) + 1) % quarter - 1
@@ -23,7 +23,7 @@ def time_of(stamp):
 
 
 class Story:
-    """Takes events from several threads, and prints them."""
+    """Collects events from several threads and prints them in order."""
 
     def __init__(self):
         self._start = time.time()
@@ -34,8 +34,8 @@ class Story:
         self._thread = threading.Thread(target=self._print, daemon=True)
         self._thread.start()
 
-    def tell(self, side, text, when=None):
-        """`when` is the event's time; now, when it is left out. Further lines of the text are printed as they are."""
+    def add(self, side, text, when=None):
+        """`when` is the time of the event, by default the current time. Further lines of the text are printed unchanged."""
         with self._lock:
             heapq.heappush(self._waiting, (when or time.time(), next(self._numbers), side, text))
 
@@ -59,10 +59,10 @@ class Story:
 
 
 class Follower:
-    """Tells a file's new lines as they come."""
+    """Passes each new line of a file to `handle`."""
 
-    def __init__(self, path, tell):
-        self._path, self._tell, self._offset, self._part = pathlib.Path(path), tell, 0, ""
+    def __init__(self, path, handle):
+        self._path, self._handle, self._offset, self._part = pathlib.Path(path), handle, 0, ""
         self._ended = threading.Event()
         self._thread = threading.Thread(target=self._follow, daemon=True)
         self._thread.start()
@@ -80,7 +80,7 @@ class Follower:
             *lines, self._part = (self._part + file.read()).split("\n")
             self._offset = file.tell()
         for line in lines:
-            self._tell(line)
+            self._handle(line)
 
     def close(self):
         self._ended.set()
@@ -88,12 +88,12 @@ class Follower:
 
 
 def fitted(text):
-    """The text, cut to what a screen has room for beside time and side."""
+    """Returns the text, cut to the width that the screen has left beside the time and the component."""
     room = max(60, shutil.get_terminal_size((130, 24)).columns - 20)
     return text if len(text) <= room else text[:room - 4] + " ..."
 
 
-# The lines of the service's log that carry the story; the log itself has many more.
+# The lines of the service's log that the demo shows; the log has many more.
 STORY_LINES = (
     "Logging started", "Starting as", "Open MPM Device Success", "ZEL Service UP", "ZEL Service DOWN", "Calling HTTPS Socket",
     "Process the accepted connection", "request arrived", "Remote Address", "DASH packet received", "send() success",
@@ -106,18 +106,18 @@ STORY_LINES = (
 
 
 def service_line(story):
-    def tell(line):
+    def handle(line):
         text, _, mark = line.partition(" $$<")
         text = text.split("] ", 1)[-1]
         if any(part in text for part in STORY_LINES):
             stamp = re.search(r"(\d+:\d+:\d+)\.(\d+)", mark)
-            # The milliseconds stand there without leading zeros.
-            story.tell("service", fitted(text), time_of(f"{stamp[1]}.{int(stamp[2]):03}") if stamp else None)
-    return tell
+            # The log writes the milliseconds without leading zeros.
+            story.add("service", fitted(text), time_of(f"{stamp[1]}.{int(stamp[2]):03}") if stamp else None)
+    return handle
 
 
 class FirmwareLines:
-    """Tells the lines of mpmsim. Of the KVM stream it tells the first ones, and of the rest how much it was."""
+    """Shows the lines of mpmsim. Of the KVM stream it shows the first lines, then only counts and sizes."""
 
     FIRST = 4
     BYTES = re.compile(r"(host > WriteKVMPacket|firmware > MPM_ZEL_CMD_KVM_DATA) (\d+) bytes?\b")
@@ -138,6 +138,6 @@ class FirmwareLines:
             self._more[packet[1]] = count + 1, size + int(packet[2])
             return
         for name, (count, size) in self._more.items():
-            self._story.tell("firmware", f"{name}: {count} more, {size} bytes", when)
+            self._story.add("firmware", f"{name}: {count} more, {size} bytes", when)
         self._more = {}
-        self._story.tell("firmware", fitted(re.sub(r' data="[^"]*"', "", text)), when)
+        self._story.add("firmware", fitted(re.sub(r' data="[^"]*"', "", text)), when)

@@ -1,5 +1,5 @@
-"""./dev fuzz SECONDS [TARGET...]: runs each target under libFuzzer for so many seconds, on every core at a time, and
-prints what came of it. Exit code 1 when there are findings.
+"""./dev fuzz SECONDS [TARGET...]: runs each target under libFuzzer for that many seconds, on all cores at once, and prints
+the results. The exit code is 1 when there are findings.
 """
 
 import os
@@ -15,12 +15,11 @@ from concurrent.futures import ThreadPoolExecutor
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/fuzz"
 FUZZER = BUILD / "fuzzer"
-MEMORY = pathlib.Path("/dev/shm")  # for the files of a simulated PC, which each input writes
-# A start of the program that finds something is a finding, and the target goes on with the time that is left.
+MEMORY = pathlib.Path("/dev/shm")  # each input writes the files of a simulated PC
+# libFuzzer ends at a finding. It is then started again for the remaining time, until a core has this many findings.
 MOST_FINDINGS = 5
 ARGUMENTS = ["-print_final_stats=1", "-rss_limit_mb=3000", "-timeout=60"]
-# These run so much of the product each time that libFuzzer's own bookkeeping of how often, and in which inputs, costs more
-# than the input.
+# Each input of these runs so much code that libFuzzer's counters would cost more time than the input itself.
 WHOLE_SERVICE = {"answers", "dispatch", "platform", "sessions"}
 PLAIN = ["-entropic=0", "-use_counters=0"]
 ENTROPIC = ["-entropic_scale_per_exec_time=1"]
@@ -33,8 +32,8 @@ def targets():
 
 
 def alone():
-    """The prefix for a process that sees no process but its own, where this machine allows that: the service's look
-    at the PC's processes is a look at few then, and its ports are its own."""
+    """Returns a command prefix that starts a process in namespaces of its own, or [] where the machine does not allow it.
+    The service then lists few processes when it looks for the PC's, and its ports are free."""
     prefix = ["unshare", "--user", "--map-root-user", "--pid", "--fork", "--kill-child", "--mount-proc", "--net", "--"]
     up = ["sh", "-c", 'ip link set lo up 2>/dev/null; exec "$@"', "sh"]
     works = subprocess.run(prefix + up + ["true"], capture_output=True).returncode == 0
@@ -47,14 +46,14 @@ def stat(output, name):
 
 
 def last_count(output):
-    """The number of executions, of a run that ended without its statistics."""
+    """Returns the number of executions of a run that ended without printing its statistics."""
     counts = re.findall(r"^#(\d+)\s", output, re.MULTILINE)
     return int(counts[-1]) if counts else 0
 
 
 class Run:
-    """A target on one core. All of a target's share what they find new. A whole service is many threads that wake each
-    other, which costs least on one core; and there it can be told when all of them have come to rest."""
+    """One target on one core. All runs of a target share their corpus. A whole service consists of threads that wake each
+    other; this costs least on one core, and an idle core shows that all of them are waiting."""
 
     def __init__(self, target, seconds, prefix, core):
         self.target, self.seconds = target, seconds
@@ -74,7 +73,7 @@ class Run:
         command += [f"-artifact_prefix={findings}/{self.name}-", f"-max_len={LONGEST.get(self.target, 2048)}"]
         command += PLAIN if self.target in WHOLE_SERVICE else ENTROPIC
         if self.target in WHOLE_SERVICE:
-            # Their log stays open as long as the process, and the sanitizer does not see who holds it.
+            # Their log stays open until the process ends, and the sanitizer cannot see what refers to it.
             command.append("-detect_leaks=0")
         if dictionary.exists():
             command.append(f"-dict={dictionary}")
@@ -116,12 +115,11 @@ class Run:
 
 
 def report(target, runs):
-    """Prints the sum of a target's runs. The number of executions and of findings."""
+    """Prints the sum of a target's runs. Returns the number of executions and of findings."""
     executions, steps, new_entries = (sum(getattr(run, name) for run in runs) for name in ("executions", "steps", "new_entries"))
     elapsed, cpu = max(run.elapsed for run in runs), sum(run.cpu for run in runs)
     findings = [finding for run in runs for finding in run.findings]
-    # Of processor time: what a machine with nothing else to do would reach on one core, where a target computes more than
-    # it waits.
+    # Executions per second of processor time are what one core of an idle machine would reach.
     print(
         f"{target:<14} {executions:>11,} executions {executions / elapsed:>8,.0f}/s "
         f"{executions / cpu if cpu else 0:>8,.0f}/s of processor time "
@@ -135,13 +133,12 @@ def report(target, runs):
         if path:
             print(f"    replay: build/fuzz/fuzzer {target} {path.relative_to(ROOT)}")
         else:
-            print(f"    no input was kept; see the logs in build/fuzz/findings/{target}")
+            print(f"    libFuzzer wrote no input; see the logs in build/fuzz/findings/{target}")
     return executions, len(findings)
 
 
 def options(target):
-    """For speed: where memory was allocated is told in full only when a finding is replayed, and no thread gets a stack
-    for its signals."""
+    """Options for speed: allocation stacks are recorded only when a finding is replayed; threads get no signal stack."""
     given = os.environ.get("ASAN_OPTIONS", "")
     leaks = 0 if target in WHOLE_SERVICE else 1
     return f"malloc_context_size=1:quarantine_size_mb=16:use_sigaltstack=0:detect_leaks={leaks}" + (":" if given else "") + given
@@ -154,7 +151,7 @@ def main():
     chosen = sys.argv[2:] or known
     unknown = [name for name in chosen if name not in known]
     if unknown:
-        sys.exit(f"no target {', '.join(unknown)}; the targets are {', '.join(known)}")
+        sys.exit(f"unknown target {', '.join(unknown)}; the targets are {', '.join(known)}")
     prefix = alone()
     cores = sorted(os.sched_getaffinity(0))
     executions = findings = 0

@@ -1,7 +1,7 @@
-"""Consoles, viewers and firmware commands at random, with faults, for as long as one likes.
+"""Runs random consoles, viewers, firmware commands and faults against the service for a given time.
 
-What happens, and in which order, is made of a seed. Every byte is compared, every ERROR line has to be explained, and the
-service may not grow. docs/soak.md tells how to read what is printed, and how to replay a failing run.
+A seed determines the events and their order. The soak compares every byte, requires an explanation for every ERROR line,
+and requires that the service does not grow. docs/soak.md explains the output and how to replay a failing run.
 """
 
 import argparse
@@ -23,22 +23,21 @@ from soak.stage import Stage
 from soak.tally import Tally
 
 LINE_PERIOD = 30  # seconds
-# The PC's seconds in one of the machine's: as many as the build has room for within the service's own limits of time.
+# How many of the PC's seconds pass in one real second: as many as each build can keep up with inside the service's time-outs.
 RATES = {"native": 10, "asan": 4, "tsan": 3, "debug": 5, "windows": 1}
-# Kilobytes by which a process may seem to grow that doesn't: what its allocators keep back. A sanitizer's own bookkeeping
-# grows for hours.
+# Kilobytes of growth that are not a leak: allocators keep freed memory, and a sanitizer's own records grow for hours.
 MEMORY_SLACK = {"native": 4_000, "asan": 200_000, "tsan": 400_000, "debug": 4_000, "windows": 4_000}
 
 
 def arguments():
     parser = argparse.ArgumentParser(prog="./dev soak", description=__doc__.splitlines()[0])
-    parser.add_argument("minutes", type=float, help="how long; what has begun then is brought to its end")
-    parser.add_argument("--seed", type=int, help="replays this order of events; else one is chosen, and printed")
-    parser.add_argument("--windows", action="store_true", help="the shipped ZELService.exe under Wine")
-    parser.add_argument("--asan", dest="build", action="store_const", const="asan", help="the service under AddressSanitizer")
-    parser.add_argument("--tsan", dest="build", action="store_const", const="tsan", help="the service under ThreadSanitizer")
-    parser.add_argument("--rate", type=int, help="the PC's seconds in one of the machine's")
-    parser.add_argument("--order", type=int, metavar="N", help="prints the first N events instead, and ends")
+    parser.add_argument("minutes", type=float, help="how long to run; the service's current life is then completed")
+    parser.add_argument("--seed", type=int, help="repeat the order of events of this seed; default: a new seed")
+    parser.add_argument("--windows", action="store_true", help="run the shipped ZELService.exe under Wine")
+    parser.add_argument("--asan", dest="build", action="store_const", const="asan", help="run the service under AddressSanitizer")
+    parser.add_argument("--tsan", dest="build", action="store_const", const="tsan", help="run the service under ThreadSanitizer")
+    parser.add_argument("--rate", type=int, help="how many of the PC's seconds pass in one real second")
+    parser.add_argument("--order", type=int, metavar="N", help="only print the first N events")
     options = parser.parse_args()
     if not options.build:
         name = build_folder().name
@@ -56,26 +55,26 @@ class Soak:
         self._player = Player(self._stage)
         self._deadline = time.monotonic() + options.minutes * 60
         self._next_line = time.monotonic() + LINE_PERIOD
-        self.current = None  # the number of the event that runs, and the event
+        self.current = None  # the number of the running event, and the event
 
     def run(self, seed):
         begun = False
         for self.current in enumerate(order(seed)):
             event = self.current[1]
-            # A life that has begun comes to its quiet moment and its end.
+            # After the deadline only the quiet moment and the end of the current life are played.
             if time.monotonic() > self._deadline and event.kind not in ("checkpoint", "end"):
                 break
             self._player.play(event)
             self._stage.log.forget()
             begun = event.kind != "end"
-            self._tell()
+            self._report_progress()
         if begun:
             for event in (Event("checkpoint", {}), Event("end", {"how": "stop"})):
                 self.current = (self.current[0], event)
                 self._player.play(event)
         self._stage.account_log()
 
-    def _tell(self):
+    def _report_progress(self):
         if time.monotonic() >= self._next_line:
             self._next_line += LINE_PERIOD
             print(self.tally.line(), flush=True)
@@ -96,7 +95,7 @@ def main():
         return 0
     workdir = pathlib.Path(tempfile.mkdtemp(prefix="zel-soak-"))
     flags = f"{' --windows' if options.windows else ''}{f' --{options.build}' if options.build != 'native' else ''}"
-    print(f"seed {seed}; the same order of events again:  ./dev soak {options.minutes:g} --seed {seed}{flags}", flush=True)
+    print(f"seed {seed}; to repeat this order of events:  ./dev soak {options.minutes:g} --seed {seed}{flags}", flush=True)
     soak = Soak(options, workdir)
     try:
         soak.run(seed)
@@ -104,7 +103,7 @@ def main():
     except (AssertionError, OSError, KeyboardInterrupt) as problem:
         number, event = soak.current
         traceback.print_exc(limit=-4, file=sys.stdout)
-        print(f"FAILED with seed {seed} in event {number}: {event}\n{problem}\nwhat there is to look at: {workdir}")
+        print(f"FAILED with seed {seed} in event {number}: {event}\n{problem}\nthe logs are in {workdir}")
         result = 1
     finally:
         soak.close()

@@ -54,7 +54,7 @@ class ServiceLog:
             return
         found = next((text for text, times in self._allowed.items() if times > 0 and text in line), None)
         if found is None:
-            raise UnexpectedError(f"nothing explains this line: {line}")
+            raise UnexpectedError(f"no injected fault explains this line: {line}")
         self._allowed[found] -= 1
 
     # --- lines ---

@@ -80,7 +80,7 @@ class Stage:
                 return eventually(reported, "the end of an update", patience=2.0)
             # One that came while an earlier one was under way was dropped.
             self.send("S0i3_RESUME")
-        raise AssertionError("the service reports no more")
+        raise AssertionError("the service sends no more reports")
 
     def ask_consent(self, kind, limit):
         self.send("GET_KVM_CONSENT", struct.pack("<II", kind, limit))

@@ -174,7 +174,7 @@ def overtaken(payloads, received):
         return 0
     lost = fewest(0, 0)
     if lost is None:
-        raise Altered(f"{len(received)} bytes arrived that are no sequence of the {len(payloads)} payloads of "
+        raise Altered(f"{len(received)} bytes arrived, but not as whole payloads in order; {len(payloads)} payloads were sent: "
                       f"{[len(payload) for payload in payloads][:20]} bytes")
     return lost
 

@@ -69,7 +69,7 @@ class Surroundings:
                 if self._told_address(address, patience=1.0):
                     break
             else:
-                raise AssertionError(f"the firmware never heard of {address}")
+                raise AssertionError(f"the firmware did not receive the address {address}")
         self._stage.tally.faults["network change"] += 1
 
     def _told_address(self, address, patience):

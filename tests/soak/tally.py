@@ -1,4 +1,4 @@
-"""What has been served, survived and moved so far."""
+"""Counts the sessions, faults and bytes of a soak."""
 
 import collections
 import time
@@ -11,7 +11,7 @@ class Tally:
         self.sessions = collections.Counter()
         self.faults = collections.Counter()
         self.skipped = collections.Counter()
-        self.moved = collections.Counter()  # bytes by stream, each of them compared
+        self.moved = collections.Counter()  # bytes by stream, all of them compared
         self.overtaken = 0  # payloads
         self.idle_ends = 0
         self.lives = 0
@@ -26,19 +26,19 @@ class Tally:
 
     def line(self):
         return (f"{self.seconds:6.0f} s: {self.events} events, sessions {_list(self.sessions)}; {sum(self.faults.values())} faults; "
-                f"{_megabytes(sum(self.moved.values()))} moved and compared; life {self.lives + 1}")
+                f"{_megabytes(sum(self.moved.values()))} transferred and compared; life {self.lives + 1}")
 
     def report(self):
         lines = [
             f"ran {self.seconds:.0f} s, {self.events} events in {self.lives} lives of the service",
             f"sessions served: {_list(self.sessions)}",
             f"faults survived, {sum(self.faults.values())}: {_list(self.faults)}",
-            f"bytes moved and compared: {', '.join(f'{name} {_megabytes(size)}' for name, size in sorted(self.moved.items())) or 'none'}",
-            f"payloads overtaken by the next one: {self.overtaken}; sessions ended by the idle limit: {self.idle_ends}",
+            f"bytes transferred and compared: {', '.join(f'{name} {_megabytes(size)}' for name, size in sorted(self.moved.items())) or 'none'}",
+            f"payloads replaced before they were sent: {self.overtaken}; sessions ended by the idle limit: {self.idle_ends}",
             f"log: {_megabytes(self.log_bytes)}, {self.rotations} rotations, {self.errors_explained} ERROR lines, all explained",
         ]
         if self.skipped:
-            lines.append(f"passed over, as this host can't have it: {_list(self.skipped)}")
+            lines.append(f"skipped because this host does not support them: {_list(self.skipped)}")
         return lines + [f"life {number}: {growth}" for number, growth in enumerate(self.growths, 1)]
 
 
@@ -51,9 +51,9 @@ def _megabytes(size):
 
 
 class Growth:
-    """The footprint of one life of the service: at a quiet moment early in it, and at each later one."""
+    """Compares the footprint of one life of the service at its first quiet moment with that at each later one."""
 
-    WARM_UP = 5  # quiet moments until its memory counts as used to its work
+    WARM_UP = 5  # quiet moments before the memory figure becomes the reference
 
     def __init__(self, memory_slack):
         self._slack = memory_slack  # kilobytes
@@ -71,7 +71,7 @@ class Growth:
         self._moments += 1
 
     def too_much(self, footprint, kept_handles):
-        """What has grown beyond the first footprint and the handles that are kept on purpose; nothing when all is flat."""
+        """Returns what has grown beyond the first footprint and the handles that are kept on purpose, or an empty list."""
         self._last = footprint
         if self._moments <= self.WARM_UP:
             self._kilobytes = footprint.kilobytes
@@ -86,7 +86,7 @@ class Growth:
 
     def text(self, sessions, kept_handles):
         if not self._moments:
-            return f"{sessions} sessions, too short for a second look"
+            return f"{sessions} sessions, too short for a comparison"
         first, last = self._first, self._last
         memory = f", memory {self._kilobytes} to {last.kilobytes} KB ({last.kilobytes - self._kilobytes:+})" if last.kilobytes else ""
         kept = f" ({kept_handles} kept on purpose)" if kept_handles else ""

@@ -120,7 +120,7 @@ class Viewers:
         heard = self._server or second  # an echo goes to the viewer that is there now
         arrived = pump(ends, lambda: b"?" in heard.received, "the first byte of the second viewer")
         said = heard.take_received()
-        assert arrived and said in (b"!?", b"?"), f"of the two viewers {said} was heard"
+        assert arrived and said in (b"!?", b"?"), f"the firmware received {said} from the two viewers"
         return second
 
     def _trouble_in_session(self, trouble, viewer, seed, times):
