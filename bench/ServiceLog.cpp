@@ -1,7 +1,7 @@
 #include "bench/ServiceLog.h"
 
-#include "service/Log.h"
-#include "service/ZELLogger.h"
+#include "base/Log.h"
+#include "base/ZELLogger.h"
 #include "winhost/pc/Pc.h"
 
 bool OpenServiceLog(const std::string& folder) {

@@ -20,7 +20,7 @@
 #include "dash/SocketQueue.h"
 #include "dash/SocketServers.h"
 #include "dash/ThreadPool.h"
-#include "service/DetachedThreads.h"
+#include "base/DetachedThreads.h"
 
 class DASHClientInterface {
   public:

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

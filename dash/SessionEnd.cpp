@@ -2,7 +2,7 @@
 #include <system_error>
 
 #include "dash/DASHClientInterface.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // Client to firmware.
 #include "dash/DASHClientInterface.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 void DASHClientInterface::DataRecvThread() {

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "dash/DASHClientInterface.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

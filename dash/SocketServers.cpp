@@ -1,6 +1,6 @@
 #include "dash/SocketServers.h"
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

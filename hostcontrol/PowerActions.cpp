@@ -4,8 +4,8 @@
 #include <powrprof.h>
 
 #include "hostcontrol/HostControl.h"
-#include "service/Handles.h"
-#include "service/Log.h"
+#include "base/Handles.h"
+#include "base/Log.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <functional>
 #include <system_error>
 
-#include "service/ExecutableFolder.h"
-#include "service/FilesystemPath.h"
-#include "service/Handles.h"
-#include "service/Log.h"
+#include "base/ExecutableFolder.h"
+#include "base/FilesystemPath.h"
+#include "base/Handles.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 #include "session/LaunchProcess.h"
 

@@ -4,7 +4,7 @@
 #include <exception>
 #include <system_error>
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "kvm/KVMClientInterface.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

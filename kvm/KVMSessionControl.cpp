@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "dash/NewRequest.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

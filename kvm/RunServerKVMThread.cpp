@@ -3,7 +3,7 @@
 
 #include "dash/NewRequest.h"
 #include "kvm/KVMSessionControl.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // What the firmware asks for: one message, one command, one handler.
 #include "mailbox/MailboxCodes.h"
 #include "mailbox/MailboxReadLoop.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "service/Log.h"
+#include "base/Log.h"
 
 namespace {
 

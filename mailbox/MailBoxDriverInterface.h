@@ -20,7 +20,7 @@
 
 #include "mailbox/MailboxCodes.h"
 #include "mailbox/MailboxRecords.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 struct CapabilityConfigRecord;
 struct CsrResponse;

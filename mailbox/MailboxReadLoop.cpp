@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "mailbox/MailboxCodes.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <memory>
 #include <mutex>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 class ZELService;
 

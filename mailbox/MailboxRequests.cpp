@@ -7,8 +7,8 @@
 #include "mailbox/MailBoxDriverInterface.h"
 #include "mailbox/OsInfoRecord.h"
 #include "mailbox/WiFiSyncRecord.h"
-#include "service/FieldText.h"
-#include "service/Log.h"
+#include "base/FieldText.h"
+#include "base/Log.h"
 
 namespace {
 

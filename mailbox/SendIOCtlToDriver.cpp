@@ -1,6 +1,6 @@
 // The one primitive on which every request is built.
 #include "mailbox/MailBoxDriverInterface.h"
-#include "service/Log.h"
+#include "base/Log.h"
 
 namespace {
 

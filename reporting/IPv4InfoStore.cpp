@@ -3,7 +3,7 @@
 #include <charconv>
 
 #include "reporting/NicInfo.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <mutex>
 
 #include "reporting/NicInfo.h"
-#include "service/FieldText.h"
-#include "service/Log.h"
+#include "base/FieldText.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

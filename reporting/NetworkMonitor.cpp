@@ -2,8 +2,8 @@
 #include "reporting/NetworkMonitor.h"
 
 #include "reporting/NetworkInventory.h"
-#include "service/Log.h"
-#include "service/SteadyTime.h"
+#include "base/Log.h"
+#include "base/SteadyTime.h"
 #include "service/ZELService.h"
 
 namespace {

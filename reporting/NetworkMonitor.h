@@ -12,7 +12,7 @@
 #include <mutex>
 #include <thread>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 struct MultiNwInfo;
 

@@ -1,8 +1,8 @@
 #include "reporting/NetworkStateStore.h"
 
 #include "reporting/NetworkInventory.h"
-#include "service/FieldText.h"
-#include "service/Log.h"
+#include "base/FieldText.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 void NetworkStateStore::Store(const MultiNwInfo& record) {

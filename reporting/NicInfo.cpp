@@ -10,7 +10,7 @@
 #include <set>
 
 #include "reporting/IpHelperTable.h"
-#include "service/Log.h"
+#include "base/Log.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 
 #include <string_view>
 
-#include "service/FieldText.h"
-#include "service/Log.h"
-#include "service/Version.h"
-#include "service/WideText.h"
+#include "base/FieldText.h"
+#include "base/Log.h"
+#include "base/Version.h"
+#include "base/WideText.h"
 #include "service/ZELService.h"
 
 namespace {

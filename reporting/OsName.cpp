@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "reporting/OsInformation.h"
-#include "service/Handles.h"
-#include "service/Log.h"
+#include "base/Handles.h"
+#include "base/Log.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include "reporting/NetworkInventory.h"
 #include "reporting/OsInformation.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "reporting/IPv4InfoStore.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -8,10 +8,10 @@
 #include <fstream>
 #include <string>
 
-#include "service/FieldText.h"
-#include "service/FilesystemPath.h"
-#include "service/Log.h"
-#include "service/Version.h"
+#include "base/FieldText.h"
+#include "base/FilesystemPath.h"
+#include "base/Log.h"
+#include "base/Version.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "reporting/NetworkInventory.h"
-#include "service/Log.h"
+#include "base/Log.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "reporting/WMIInterface.h"
 
-#include "service/Log.h"
-#include "service/WideText.h"
+#include "base/Log.h"
+#include "base/WideText.h"
 
 namespace {
 

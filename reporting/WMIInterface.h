@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "mailbox/OsInfoRecord.h"
-#include "service/ComOwners.h"
+#include "base/ComOwners.h"
 
 class WMIInterface {
   public:

@@ -1,6 +1,6 @@
 // What the WLAN service tells of its own accord, and what it is asked.
 #include "reporting/NetworkMonitor.h"
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The stop, on the thread of the control handler.
 #include <exception>
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 bool ZELService::ServiceCleanup() {

@@ -1,6 +1,6 @@
 // The two stages of the start: what may refuse it, and what waits for the firmware.
-#include "service/ExecutableFolder.h"
-#include "service/Log.h"
+#include "base/ExecutableFolder.h"
+#include "base/Log.h"
 #include "service/Registry.h"
 #include "service/ZELService.h"
 

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <memory>
 
-#include "service/Log.h"
-#include "service/Version.h"
-#include "service/ZELLogger.h"
+#include "base/Log.h"
+#include "base/Version.h"
+#include "base/ZELLogger.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <string_view>
 #include <vector>
 
-#include "service/Log.h"
-#include "service/ZELLogger.h"
+#include "base/Log.h"
+#include "base/ZELLogger.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <new>
 
-#include "service/Handles.h"
-#include "service/Log.h"
+#include "base/Handles.h"
+#include "base/Log.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "service/Log.h"
+#include "base/Log.h"
 
 RequestWatchdog::RequestWatchdog(MailBoxDriverInterface& mailbox)
     : m_done(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "mailbox/MailBoxDriverInterface.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 class RequestWatchdog {
   public:

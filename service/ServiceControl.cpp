@@ -1,9 +1,9 @@
 // What the SCM hears from the service, and what the service does on the SCM's word.
 #include <atomic>
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/RequestWatchdog.h"
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 #include "service/ZELService.h"
 
 namespace {

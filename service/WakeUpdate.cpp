@@ -1,7 +1,7 @@
 // The one way back to the firmware: after the start, a resume, and ahead of each new connection.
 #include <system_error>
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

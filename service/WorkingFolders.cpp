@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {

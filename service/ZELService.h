@@ -25,8 +25,8 @@
 #include "reporting/NetworkStateStore.h"
 #include "reporting/StatusFile.h"
 #include "reporting/WMIInterface.h"
-#include "service/DetachedThreads.h"
-#include "service/Handles.h"
+#include "base/DetachedThreads.h"
+#include "base/Handles.h"
 #include "session/UserConsent.h"
 
 class ZELService {

@@ -1,4 +1,4 @@
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 #include "service/ZELService.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "session/ConsentPipe.h"
 
-#include "service/Log.h"
+#include "base/Log.h"
 
 namespace {
 

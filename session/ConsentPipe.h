@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 // Belongs to one thread, but for Cancel.
 class ConsentPipe {

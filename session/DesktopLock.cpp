@@ -6,8 +6,8 @@
 
 #include <cstddef>
 
-#include "service/Handles.h"
-#include "service/Log.h"
+#include "base/Handles.h"
+#include "base/Log.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "service/Handles.h"
-#include "service/Log.h"
+#include "base/Handles.h"
+#include "base/Log.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <system_error>
 #include <thread>
 
-#include "service/Log.h"
-#include "service/SteadyTime.h"
+#include "base/Log.h"
+#include "base/SteadyTime.h"
 #include "service/ZELService.h"
 #include "session/DesktopLock.h"
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 // Whether an error means that the service has closed its end.
 bool HasHungUp(DWORD error);

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "companions/userconsent/Question.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 class Terminal {
   public:

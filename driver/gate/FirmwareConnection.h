@@ -10,7 +10,7 @@
 
 #include "driver/gate/FrameInput.h"
 #include "firmware/link/LinkProtocol.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 class FirmwareConnection {
   public:

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "driver/MpmGateDevice.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 // Calls may be made from several threads at once. Each returns a Win32 error, 0 for success, and comes back
 // with ERROR_OPERATION_ABORTED as soon as one of the events given to Open is set.

@@ -14,7 +14,7 @@
 
 #include "driver/gate/FirmwareConnection.h"
 #include "driver/gate/GateDevice.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 class Session {
   public:

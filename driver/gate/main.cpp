@@ -13,7 +13,7 @@
 
 #include "driver/gate/Say.h"
 #include "driver/gate/Session.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 namespace {
 

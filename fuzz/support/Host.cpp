@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "fuzz/support/Loopback.h"
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 #include "tests/support/Laptop.h"
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"

@@ -7,7 +7,7 @@
 
 #include "fuzz/Input.h"
 #include "fuzz/support/Wire.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 #include "session/ConsentPipe.h"
 #include "winhost/pc/Pc.h"
 

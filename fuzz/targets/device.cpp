@@ -8,7 +8,7 @@
 
 #include "fuzz/Input.h"
 #include "fuzz/support/Wire.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/pc/Pc.h"
 

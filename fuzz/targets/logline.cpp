@@ -3,7 +3,7 @@
 #include <string>
 
 #include "fuzz/Input.h"
-#include "service/LogLine.h"
+#include "base/LogLine.h"
 
 namespace {
 constexpr size_t kLongestLine = 1024;

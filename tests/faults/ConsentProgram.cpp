@@ -6,7 +6,7 @@
 #include <chrono>
 #include <utility>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 #include "tests/faults/Injector.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 #include "tests/faults/Stacks.h"
 #include "tests/faults/Watch.h"
 #include "winhost/core/HandleTable.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <thread>
 
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 #include "winhost/core/HandleTable.h"
 
 namespace {

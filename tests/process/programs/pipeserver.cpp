@@ -9,7 +9,7 @@
 
 #include <array>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 namespace {
 

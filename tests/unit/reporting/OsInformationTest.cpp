@@ -1,8 +1,8 @@
 // What the firmware is told of the host's operating system.
 #include "reporting/OsInformation.h"
 
-#include "service/FieldText.h"
-#include "service/WideText.h"
+#include "base/FieldText.h"
+#include "base/WideText.h"
 #include "tests/unit/reporting/ReportingFixture.h"
 #include "winhost/wmi/ComObject.h"
 

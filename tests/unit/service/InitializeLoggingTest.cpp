@@ -1,7 +1,7 @@
 // How the log comes to be, and what the event log hears when it does not.
 #include <fstream>
 
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 #include "tests/support/ServiceFixture.h"
 
 namespace {

@@ -16,7 +16,7 @@
 #include <memory>
 
 #include "mailbox/MailboxCodes.h"
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 namespace {
 

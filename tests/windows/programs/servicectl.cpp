@@ -16,7 +16,7 @@
 #include <memory>
 #include <span>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "service/LogLine.h"
+#include "base/LogLine.h"
 
 #include <winsock2.h>
 #include <windows.h>

@@ -1,4 +1,4 @@
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 
 #include <share.h>
 
@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "service/FilesystemPath.h"
-#include "service/LogLine.h"
+#include "base/FilesystemPath.h"
+#include "base/LogLine.h"
 
 ZELLogger* g_pLogger = nullptr;
 

@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "service/Log.h"
-#include "service/ZELLogger.h"
+#include "base/Log.h"
+#include "base/ZELLogger.h"
 #include "tests/support/PcFixture.h"
 #include "tests/support/ServiceLog.h"
 

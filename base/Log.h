@@ -14,8 +14,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "service/FieldText.h"
-#include "service/WideText.h"
+#include "base/FieldText.h"
+#include "base/WideText.h"
 
 namespace logging {
 

@@ -1,4 +1,4 @@
-#include "service/Log.h"
+#include "base/Log.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -6,7 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 
 namespace {
 

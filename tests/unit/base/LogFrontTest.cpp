@@ -1,5 +1,5 @@
 // What a call of LogInfo and its kin becomes.
-#include "service/Log.h"
+#include "base/Log.h"
 
 #include "tests/support/ServiceFixture.h"
 

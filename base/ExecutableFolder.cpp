@@ -1,9 +1,9 @@
-#include "service/ExecutableFolder.h"
+#include "base/ExecutableFolder.h"
 
 #include <winsock2.h>
 #include <windows.h>
 
-#include "service/Log.h"
+#include "base/Log.h"
 
 std::string ExecutableFolder(const char* complaint) {
     char path[MAX_PATH] = "";

@@ -1,10 +1,10 @@
-#include "service/DetachedThreads.h"
+#include "base/DetachedThreads.h"
 
 #include <cstddef>
 #include <mutex>
 #include <thread>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 namespace {
 constexpr DWORD kPoll = 10;  // milliseconds

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "service/ZELLogger.h"
+#include "base/ZELLogger.h"
 #include "tests/support/PcFixture.h"
 #include "tests/support/ServiceLog.h"
 

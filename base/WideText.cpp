@@ -1,4 +1,4 @@
-#include "service/WideText.h"
+#include "base/WideText.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "service/DetachedThreads.h"
+#include "base/DetachedThreads.h"
 
 #include <atomic>
 #include <latch>

@@ -1,4 +1,4 @@
-#include "service/SteadyTime.h"
+#include "base/SteadyTime.h"
 
 #include <winsock2.h>
 #include <windows.h>

@@ -5,7 +5,7 @@
 #include <windows.h>
 #include <oleauto.h>
 
-#include "service/Handles.h"
+#include "base/Handles.h"
 
 template <class Interface>
 struct InterfaceTraits {

@@ -1,8 +1,8 @@
 // UTF-16 in the records, UTF-8 in the log.
-#include "service/FieldText.h"
-#include "service/WideText.h"
+#include "base/FieldText.h"
+#include "base/WideText.h"
 
-#include "service/Log.h"
+#include "base/Log.h"
 #include "tests/support/ServiceFixture.h"
 
 namespace {
