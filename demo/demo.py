@@ -12,7 +12,7 @@ import tempfile
 import threading
 
 from dash import identify, power_off, second_client_waits, show_host
-from harness.console import Console
+from harness.console import IDENTIFY, Console
 from harness.firmware import Firmware
 from harness.host import RUNNING
 from harness.native import NativeHost
@@ -43,8 +43,10 @@ def play(story, firmware, host, workdir):
 
 def stay_up(story, firmware, host, workdir):
     url = Console(host.dash_address).url
+    body = workdir / "identify.xml"
+    body.write_text(IDENTIFY)
     story.add("demo", f"everything is running; the DASH port is {url}")
-    story.add("demo", f"try:  {host.entry}curl --insecure -H 'Content-Type: application/soap+xml' -d @identify.xml {url}")
+    story.add("demo", f"try:  {host.entry}curl --insecure -H 'Content-Type: application/soap+xml' -d @{body} {url}")
     ended = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: ended.set())
