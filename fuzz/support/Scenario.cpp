@@ -171,7 +171,7 @@ class Scenario {
                 std::to_string(lines) + " for command " + std::to_string(command));
         if (!known)
             Require(m_host.Log().Has("Unknown Command received from driver: 0x"),
-                    "a command that is not known is told");
+                    "an unknown command is logged");
     }
 
     // The lines that this read leaves, of this thread.

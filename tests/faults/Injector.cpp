@@ -122,7 +122,7 @@ OutsideService::~OutsideService() {
 }
 
 std::string DescribeSite(uint64_t site) {
-    if (site == 0) return "nobody";
+    if (site == 0) return "an unknown place";
     // The place before the return is in the call.
     char* const address = reinterpret_cast<char*>(Base() + site) - 1;
     if (__sanitizer_symbolize_pc) {

@@ -161,16 +161,17 @@ void InSessions(World& world) {
 
 const std::vector<Scenario>& Scenarios() {
     static const std::vector<Scenario> scenarios = {
-        {"start", "the process from its first call until it listens to the firmware", HoldFirstUpdate, Start},
+        {"start", "the process from its first call until it reads from the firmware", HoldFirstUpdate, Start},
         {"update", "the first report to the firmware, until the service listens for consoles",
          BeforeFirstUpdate, FirstUpdate},
-        {"dash", "two consoles, one after the other; the second falls asleep", Settled, Dash},
-        {"kvm", "remote KVM from its enabling to the end of its agent, bytes in both directions",
+        {"dash", "two consoles, one after the other; the second one stays idle", Settled, Dash},
+        {"kvm", "remote KVM from the enable command to the end of its agent, bytes in both directions",
          SettledWithAgent, Kvm},
         {"consent", "a question to the person at the PC, and the answer", Settled, Consent},
         {"power", "a console reboots the PC, hibernates it, and shuts it down", Settled, Power},
         {"suspend", "the PC sleeps and wakes", Settled, SuspendAndResume},
-        {"network", "addresses change, told by the WLAN service and found by a scan", Settled, NetworkChange},
+        {"network", "addresses change, reported by the WLAN service and found by a scan", Settled,
+         NetworkChange},
         {"stop", "the stop of a service with a console and a viewer", InSessions, Nothing, true},
     };
     return scenarios;

@@ -100,8 +100,9 @@ void Sweep::Report(const Scenario& scenario, const Selection& selection, const A
         PrintFinding(scenario, selection, account, outcome);
     } else if (m_options.verbose) {
         std::printf("  %" PRIu64 " %s by %s, error %u%s: %s\n%s", account.at, account.call,
-                    DescribeSite(account.site).c_str(), account.error, selection.forEver ? ", for ever" : "",
-                    outcome.end == Account::End::AsSpecified ? "the process ended, as it has to" : "passed",
+                    DescribeSite(account.site).c_str(), account.error,
+                    selection.forEver ? ", permanently" : "",
+                    outcome.end == Account::End::AsSpecified ? "the process ended, as expected" : "passed",
                     outcome.output.c_str());
     }
     std::fflush(stdout);
@@ -112,11 +113,11 @@ void Sweep::PrintFinding(const Scenario& scenario, const Selection& selection, c
     const std::string howLong = std::string(selection.everyLine ? " --every-line" : "") +
                                 (selection.forEver ? " --for-ever" : " --once");
     std::printf("FINDING in %s: %s fails%s with %u, called by %s\n%s%s", scenario.name,
-                account.injected ? account.call : "no call", selection.forEver ? " for ever" : "",
+                account.injected ? account.call : "no call", selection.forEver ? " permanently" : "",
                 account.error, DescribeSite(account.site).c_str(), outcome.finding.c_str(),
                 Tail(outcome.output).c_str());
     if (account.injected)
-        std::printf("  again: %s %s --site %#" PRIx64 " --at %" PRIu64 " --error %u%s   or   --at %" PRIu64
+        std::printf("  replay: %s %s --site %#" PRIx64 " --at %" PRIu64 " --error %u%s   or   --at %" PRIu64
                     "%s\n",
                     m_options.command.c_str(), scenario.name, account.site, account.siteHit, account.error,
                     howLong.c_str(), account.at, howLong.c_str());
@@ -135,7 +136,7 @@ void Sweep::PrintTotals() const {
         all.runs += count.runs;
         all.injected += count.injected;
     }
-    std::printf("* the process ended by the failure, as it has to\n");
+    std::printf("* the failure ended the process, as expected\n");
     std::printf("%" PRIu64 " runs, %" PRIu64 " faults injected, %" PRIu64 " findings\n", all.runs,
                 all.injected, m_findings);
 }

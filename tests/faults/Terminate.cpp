@@ -44,7 +44,7 @@ bool IsFailedThreadStart() {
         g_account->end = Account::End::AsSpecified;
         _exit(0);
     }
-    std::fprintf(stderr, "an exception that nobody catches, in\n");
+    std::fprintf(stderr, "uncaught exception in\n");
     for (const std::string& function : functions)
         std::fprintf(stderr, "    %s\n", function.c_str());
     std::abort();

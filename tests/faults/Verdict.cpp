@@ -83,7 +83,7 @@ std::map<std::string, size_t> World::Lines() {
     for (const auto& entry : Pc().EventLog())
         texts.insert(texts.end(), entry.strings.begin(), entry.strings.end());
     for (const LogLine& line : Log()) {
-        if (line.level.empty()) Find("not a line of the log's form: " + line.text);
+        if (line.level.empty()) Find("malformed line in the log: " + line.text);
         texts.push_back(line.level + " " + line.message);
     }
     std::map<std::string, size_t> lines;
@@ -97,16 +97,18 @@ void World::Find(const std::string& finding) {
 }
 
 void World::Expect(bool success, const std::string& step) {
-    if (!success && m_account.injected == 0) Find("though nothing failed, it never came that " + step);
+    if (!success && m_account.injected == 0)
+        Find("without an injected failure this step did not happen: " + step);
 }
 
 void World::CheckEnd(const Reference& reference) {
-    if (m_account.unknown[0] != '\0') Find(std::string("the table has no entry for ") + m_account.unknown);
+    if (m_account.unknown[0] != '\0')
+        Find(std::string("FailureTable.cpp has no entry for ") + m_account.unknown);
     CheckLog(reference);
     if (m_isDeaf) return;
     if (m_threadsHang && Follows(FailureEntry::Effect::HoldsThreads)) return;
     if (m_threadsHang) Find("threads of the service hang when the process ends");
-    if (winhost::LiveComObjects() != 0) Find("COM objects are left");
+    if (winhost::LiveComObjects() != 0) Find("COM objects are not released");
     auto& table = winhost::HandleTable::Instance();
     const auto left = [&] { return table.Size() - m_handlesBefore; };
     // A thread that nobody waits for lets go of its last event a moment after the end.
@@ -115,8 +117,8 @@ void World::CheckEnd(const Reference& reference) {
         std::string kinds;
         for (const std::string& kind : table.Kinds())
             kinds += ' ' + kind;
-        Find("handles are left open: " + std::to_string(left() - reference.handles) + " more than ever, of" +
-             kinds);
+        Find("handles are left open: " + std::to_string(left() - reference.handles) +
+             " more than without a failure, of" + kinds);
     }
 }
 
@@ -131,7 +133,7 @@ void World::CheckLog(const Reference& reference) {
     if (m_account.injected > 0 && entry &&
         !MayBeSilent(*entry, m_account.error, DescribeSite(m_account.site)) &&
         std::none_of(lines.begin(), lines.end(), tells))
-        Find("nothing tells of the failure");
+        Find("the log does not report the failure");
     const auto state = winhost::Scm::Instance().State();
     // A resume that can't start its thread ends the process by way of its main function.
     const bool ended =
@@ -140,7 +142,7 @@ void World::CheckLog(const Reference& reference) {
         Find("the service's last state is " + std::to_string(state));
     if (state == SERVICE_STOPPED && m_stopDelivered && CountInLog(kStopped) == 0 &&
         CountInLog("Logging started") != 0)
-        Find("the stop did not come to its end");
+        Find("the stop did not complete");
 }
 
 void World::Finish() {

@@ -106,7 +106,7 @@ void World::OnThreadOfWindows(const std::function<void()>& act) {
         over = true;
     });
     if (!Until([&] { return over.load(); }, kEnd)) {
-        Find("a call of Windows into the service does not return");
+        Find("a Windows callback into the service does not return");
         PrintStacks();
         m_account.end = Account::End::Failed;
         Finish();
@@ -191,7 +191,7 @@ void World::Stop() {
     m_isDeaf = !Until([this] { return m_processOver.load(); }, kEnd) && !m_mainOver &&
                Follows(FailureEntry::Effect::Unstoppable);
     if (m_isDeaf || m_processOver) return;
-    Find("the process does not come to its end");
+    Find("the process does not end");
     PrintStacks();
 }
 

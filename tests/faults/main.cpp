@@ -33,25 +33,25 @@ struct Arguments {
 
 // 0 to go on, else the exit code and one.
 int Parse(int argc, char** argv, Arguments& arguments) {
-    CLI::App app{"Takes the service through its scenarios while one call of the platform fails."};
+    CLI::App app{"Runs the service through its scenarios while one platform call fails."};
     SweepOptions& sweep = arguments.sweep;
     bool once = false, forEver = false;
     std::string site;
-    app.add_option("scenario", arguments.scenarios, "which ones; all when none is named");
-    app.add_flag("--list", arguments.list, "names the scenarios");
-    app.add_flag("--quick", sweep.quick, "fails each place's first call alone");
-    app.add_flag("--once", once, "single failures alone");
-    app.add_flag("--for-ever", forEver, "failures that last alone");
-    app.add_flag("--every-line", sweep.only.everyLine, "fails the log's own calls in each of its lines too");
-    app.add_option("--from", sweep.from, "begins with this call");
-    app.add_option("--to", sweep.to, "ends with this call");
-    app.add_option("--at", sweep.only.at, "one run, in which this call fails");
-    app.add_option("--site", site, "with --at: counted among the calls from this place");
-    app.add_option("--error", sweep.only.error, "with --at: fails with this error");
-    app.add_option("-j", arguments.width, "so many runs at a time")->check(CLI::Range(1, 64))->take_last();
-    app.add_option("--patience", arguments.patience, "seconds until a run counts as one that hangs");
-    app.add_flag("-v,--verbose", sweep.verbose, "prints each run");
-    app.add_option("--shown-as", sweep.command, "this program's name in the line that runs a finding again");
+    app.add_option("scenario", arguments.scenarios, "the scenarios to run; default: all");
+    app.add_flag("--list", arguments.list, "print the names of the scenarios");
+    app.add_flag("--quick", sweep.quick, "fail only the first call from each place in the code");
+    app.add_flag("--once", once, "only single failures");
+    app.add_flag("--for-ever", forEver, "only permanent failures");
+    app.add_flag("--every-line", sweep.only.everyLine, "fail the log's own calls in every line too");
+    app.add_option("--from", sweep.from, "begin with this call");
+    app.add_option("--to", sweep.to, "end with this call");
+    app.add_option("--at", sweep.only.at, "do one run, in which this call fails");
+    app.add_option("--site", site, "with --at: count only the calls from this place");
+    app.add_option("--error", sweep.only.error, "with --at: fail with this error");
+    app.add_option("-j", arguments.width, "number of parallel runs")->check(CLI::Range(1, 64))->take_last();
+    app.add_option("--patience", arguments.patience, "seconds until a run counts as hung");
+    app.add_flag("-v,--verbose", sweep.verbose, "print each run");
+    app.add_option("--shown-as", sweep.command, "the program name in the command that repeats a finding");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
     for (const std::string& name : arguments.scenarios) {
         scenarios.push_back(FindScenario(name));
         if (!scenarios.back()) {
-            std::cerr << "there is no scenario '" << name << "'; --list names them\n";
+            std::cerr << "unknown scenario '" << name << "'; --list prints the names\n";
             return 2;
         }
     }
