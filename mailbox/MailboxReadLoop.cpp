@@ -5,9 +5,8 @@
 #include <new>
 #include <vector>
 
-#include "mailbox/MailboxCodes.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "mailbox/MailboxCodes.h"
 
 namespace {
 
@@ -23,13 +22,10 @@ struct MailboxReadLoop::Slots {
     std::array<std::shared_ptr<uint8_t[]>, kSlots> buffers;
 };
 
-void ReadFromMailBoxDriverThread(ZELService* service) {
-    service->m_mailboxReadLoop.Run(service);
-}
-
-void MailboxReadLoop::Run(ZELService* service) {
+void MailboxReadLoop::Run(MailBoxDriverInterface& mailbox, const std::atomic<uint8_t>& stopping,
+                          const Dispatch& dispatch) {
     LogInfo("Call GetNewHandleToMPMDevice from %s", kName);
-    UniqueFileHandle device(service->m_mailBoxDriverInterface.GetNewHandleToMPMDevice());
+    UniqueFileHandle device(mailbox.GetNewHandleToMPMDevice());
     if (!device) {
         LogError("GetNewHandleToMPMDevice failed with INVALID_HANDLE_VALUE");
         return;
@@ -45,7 +41,7 @@ void MailboxReadLoop::Run(ZELService* service) {
         std::lock_guard lock(m_handleMutex);
         m_handle = std::move(device);
     }
-    if (StartReads()) Serve(service);
+    if (StartReads()) Serve(stopping, dispatch);
 
     DrainReads();
     LogInfo("%s: close handle completion port", kName);
@@ -90,12 +86,12 @@ bool MailboxReadLoop::StartRead(size_t slot) {
     return pends;
 }
 
-void MailboxReadLoop::Serve(ZELService* service) {
+void MailboxReadLoop::Serve(const std::atomic<uint8_t>& stopping, const Dispatch& dispatch) {
     // When every slot is lost, nothing more can come, and nothing but the end of the process could end the
     // wait.
-    while (!service->m_bServiceStopping && m_pendingReads > 0) {
+    while (!stopping && m_pendingReads > 0) {
         try {
-            if (!ServeOne(service)) return;
+            if (!ServeOne(dispatch)) return;
         } catch (const std::exception& exception) {
             // The message is lost, and its slot is not read into again.
             const char* const what = exception.what();
@@ -105,7 +101,7 @@ void MailboxReadLoop::Serve(ZELService* service) {
     }
 }
 
-bool MailboxReadLoop::ServeOne(ZELService* service) {
+bool MailboxReadLoop::ServeOne(const Dispatch& dispatch) {
     LogInfo("Call GetQueuedCompletionStatus from %s", kName);
     DWORD bytes = 0;
     ULONG_PTR key = 0;
@@ -117,7 +113,7 @@ bool MailboxReadLoop::ServeOne(ZELService* service) {
         return false;
     }
     const size_t slot = overlapped - m_slots->overlapped.data();
-    if (bytes != 0) ProcessRead(service, bytes, m_slots->buffers[slot].get());
+    if (bytes != 0) dispatch(bytes, m_slots->buffers[slot].get());
 
     LogInfo("Call ReadFile from %s after ProcessRead", kName);
     if (!StartRead(slot)) {

@@ -1,5 +1,5 @@
-// The one way in for the firmware: ten reads kept pending on a device handle of their own, and the dispatch
-// of what they bring.
+// Receives the firmware's messages: ten reads are kept pending on a device handle of their own, and each
+// message goes to a dispatch function.
 #pragma once
 
 #include <winsock2.h>
@@ -7,18 +7,21 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 
 #include "base/Handles.h"
-
-class ZELService;
+#include "mailbox/MailBoxDriverInterface.h"
 
 class MailboxReadLoop {
   public:
-    // Body of the read thread: returns when a read fails or the service stops, with its handle closed. Runs
-    // once.
-    void Run(ZELService* service);
+    // Takes one message, which stays in the buffer until the function returns.
+    using Dispatch = std::function<void(uint32_t bytesRead, const uint8_t* buffer)>;
+
+    // Body of the read thread: returns when a read fails or `stopping` is set, with its handle closed. Runs
+    // once. A std::exception from `dispatch` is logged and costs the message and one of the reads.
+    void Run(MailBoxDriverInterface& mailbox, const std::atomic<uint8_t>& stopping, const Dispatch& dispatch);
 
     // Any thread. Fails the reads that are pending and those that Run may yet start; Run then returns.
     void Cancel();
@@ -27,8 +30,8 @@ class MailboxReadLoop {
     struct Slots;
 
     bool StartReads();
-    void Serve(ZELService* service);
-    bool ServeOne(ZELService* service);
+    void Serve(const std::atomic<uint8_t>& stopping, const Dispatch& dispatch);
+    bool ServeOne(const Dispatch& dispatch);
     bool StartRead(size_t slot);
     void DrainReads();
 
@@ -41,11 +44,3 @@ class MailboxReadLoop {
     std::shared_ptr<Slots> m_slots;
     size_t m_pendingReads = 0;
 };
-
-// Thread body of m_pMBDriverReadThreadObj.
-void ReadFromMailBoxDriverThread(ZELService* service);
-
-// Read thread. Dispatches one message of bytesRead bytes: payload, command number, one byte that is not
-// looked at. Blocks the loop for as long as the command's handler takes; the buffer is the handler's until it
-// returns.
-void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer);

@@ -1,6 +1,7 @@
 // The two stages of the start: what may refuse it, and what waits for the firmware.
 #include "base/ExecutableFolder.h"
 #include "base/Log.h"
+#include "service/CommandDispatch.h"
 #include "service/Registry.h"
 #include "service/ZELService.h"
 

@@ -6,6 +6,7 @@
 
 #include "fuzz/support/Loopback.h"
 #include "base/ZELLogger.h"
+#include "service/CommandDispatch.h"
 #include "tests/support/Laptop.h"
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"

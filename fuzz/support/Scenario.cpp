@@ -9,6 +9,7 @@
 #include "fuzz/support/Host.h"
 #include "fuzz/support/Loopback.h"
 #include "mailbox/MailboxCodes.h"
+#include "service/CommandDispatch.h"
 #include "winhost/pc/Pc.h"
 
 using fuzz::Host;

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 
+#include "service/CommandDispatch.h"
 #include "winhost/core/HandleTable.h"
 #include "winhost/process/ProcessList.h"
 

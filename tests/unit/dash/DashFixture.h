@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "service/CommandDispatch.h"
 #include "tests/support/ConsoleClient.h"
 #include "tests/support/ServiceFixture.h"
 

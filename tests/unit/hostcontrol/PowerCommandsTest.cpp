@@ -1,6 +1,6 @@
 // When a power command of the firmware acts.
 #include "mailbox/MailboxCodes.h"
-#include "mailbox/MailboxReadLoop.h"
+#include "service/CommandDispatch.h"
 #include "tests/unit/hostcontrol/HostControlFixture.h"
 
 namespace {

@@ -2,6 +2,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "service/CommandDispatch.h"
 #include "tests/support/RefusedMemory.h"
 #include "tests/support/ServiceFixture.h"
 #include "tests/support/ThrowAt.h"

@@ -1,7 +1,7 @@
-// What the firmware asks for: one message, one command, one handler.
-#include "mailbox/MailboxCodes.h"
-#include "mailbox/MailboxReadLoop.h"
+#include "service/CommandDispatch.h"
+
 #include "base/Log.h"
+#include "mailbox/MailboxCodes.h"
 #include "service/ZELService.h"
 
 namespace {
@@ -72,6 +72,12 @@ void HandleKvmPeer(ZELService* service, const uint8_t* payload, uint32_t length)
 }
 
 }  // namespace
+
+void ReadFromMailBoxDriverThread(ZELService* service) {
+    service->m_mailboxReadLoop.Run(
+        service->m_mailBoxDriverInterface, service->m_bServiceStopping,
+        [service](uint32_t bytesRead, const uint8_t* buffer) { ProcessRead(service, bytesRead, buffer); });
+}
 
 void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer) {
     if (bytesRead < kMailboxTrailerSize) {

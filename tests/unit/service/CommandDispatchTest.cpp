@@ -1,4 +1,5 @@
 // What each command of the firmware sets off.
+#include "service/CommandDispatch.h"
 #include "tests/support/ServiceFixture.h"
 
 namespace {
