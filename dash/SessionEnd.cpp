@@ -3,6 +3,7 @@
 
 #include "dash/DASHClientInterface.h"
 #include "base/Log.h"
+#include "mailbox/FirmwareLevels.h"
 #include "service/ZELService.h"
 
 namespace {
@@ -10,7 +11,6 @@ namespace {
 constexpr int64_t kTicksPerSecond = 10'000'000;  // of 100 ns
 constexpr int kIdleLimitSeconds = 5;
 constexpr DWORD kIdleCheckMilliseconds = 1000;
-constexpr uint32_t kFirstVersionThatCloses = 45;
 
 // 100 ns units since the Unix epoch.
 int64_t CurrentTime() {
@@ -71,7 +71,7 @@ void DASHClientInterface::CloseSocketWithMPM() {
         LogWarn("MPM returned code %d for WriteCloseSocketcmd", error);
         CloseSocketInZEL(socket);
         StartResetThread();
-    } else if (g_pZELService->m_vorkVersion < kFirstVersionThatCloses) {
+    } else if (g_pZELService->m_vorkVersion < FirmwareLevel::DashCloseByFirmware) {
         CloseSocketInZEL(socket);
     }
     // Newer firmware ends the connection itself; the idle limit catches the case where it does not.

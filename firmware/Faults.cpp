@@ -16,9 +16,9 @@ Fault Faults::Take(const char* name) {
 std::vector<std::string> Faults::Names(const RequestId& id) {
     std::vector<std::string> names;
     if (id.Name().empty()) {
-        for (const Operation& operation : Operations())
+        for (const MailboxRequest& operation : kMailboxRequests)
             if (operation.code == id.Code()) names.push_back(operation.name);
-    } else if (const Operation* operation = FindOperation(id.Name())) {
+    } else if (const MailboxRequest* operation = FindRequest(id.Name())) {
         names.push_back(operation->name);
     }
     if (names.empty())

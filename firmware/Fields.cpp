@@ -4,9 +4,6 @@
 #include <cstdio>
 #include <string>
 
-#include "firmware/NetworkFields.h"
-#include "mailbox/MailboxRecords.h"
-
 namespace mpm {
 
 namespace {
@@ -67,32 +64,34 @@ std::string Secret(std::span<const uint8_t> bytes) {
     return "(" + std::to_string(bytes.rend() - last) + " bytes, not shown)";
 }
 
-Json::Value Slots(std::span<const uint8_t> bytes, size_t count) {
+Json::Value Slots(std::span<const uint8_t> bytes, const RecordLayout& element, size_t count) {
     Json::Value slots(Json::arrayValue);
-    for (size_t i = 0; i < count && (i + 1) * sizeof(NwInfoEntry) <= bytes.size(); ++i)
-        slots.append(Decode(kNwInfoEntryFields, bytes.subspan(i * sizeof(NwInfoEntry), sizeof(NwInfoEntry))));
+    const size_t size = element.maxSize;
+    for (size_t i = 0; i < count && (i + 1) * size <= bytes.size(); ++i)
+        slots.append(Decode(element.fields, bytes.subspan(i * size, size)));
     return slots;
 }
 
-Json::Value Value(const Field& field, std::span<const uint8_t> bytes, std::span<const uint8_t> record) {
+Json::Value Value(const RecordField& field, std::span<const uint8_t> bytes, std::span<const uint8_t> record) {
     switch (field.kind) {
-        case Field::Kind::Signed:
+        case RecordField::Kind::Signed:
             return Json::Value(Json::Int64(Signed(bytes)));
-        case Field::Kind::Text:
+        case RecordField::Kind::Text:
             return Text(bytes);
-        case Field::Kind::WideText:
+        case RecordField::Kind::WideText:
             return WideText(bytes);
-        case Field::Kind::Address:
+        case RecordField::Kind::Address:
             return Address(bytes);
-        case Field::Kind::NetPort:
+        case RecordField::Kind::NetPort:
             return bytes[0] << 8 | bytes[1];
-        case Field::Kind::Data:
+        case RecordField::Kind::Data:
+        case RecordField::Kind::Reserved:
             return Preview(bytes);
-        case Field::Kind::Secret:
+        case RecordField::Kind::Secret:
             return Secret(bytes);
-        case Field::Kind::Slots:
-            return Slots(bytes, size_t(Number(record.first(2))));
-        case Field::Kind::Number:
+        case RecordField::Kind::Slots:
+            return Slots(bytes, *field.element, size_t(Number(record.first(2))));
+        case RecordField::Kind::Number:
             break;
     }
     // A number compares equal to an int of the same value only when it is signed itself.
@@ -100,9 +99,14 @@ Json::Value Value(const Field& field, std::span<const uint8_t> bytes, std::span<
     return number > INT64_MAX ? Json::Value(Json::UInt64(number)) : Json::Value(Json::Int64(number));
 }
 
-bool MayBeCut(Field::Kind kind) {
-    return kind == Field::Kind::Text || kind == Field::Kind::WideText || kind == Field::Kind::Data ||
-           kind == Field::Kind::Secret;
+bool MayBeCut(RecordField::Kind kind) {
+    return kind == RecordField::Kind::Text || kind == RecordField::Kind::WideText ||
+           kind == RecordField::Kind::Data || kind == RecordField::Kind::Secret;
+}
+
+bool IsEmptyReserve(const RecordField& field, std::span<const uint8_t> bytes) {
+    return field.kind == RecordField::Kind::Reserved &&
+           std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte == 0; });
 }
 
 }  // namespace
@@ -117,16 +121,17 @@ std::string Preview(std::span<const uint8_t> bytes) {
     return bytes.size() > kPreviewBytes ? text + " ..." : text;
 }
 
-Json::Value Decode(std::span<const Field> fields, std::span<const uint8_t> bytes) {
+Json::Value Decode(std::span<const RecordField> fields, std::span<const uint8_t> bytes) {
     Json::Value object(Json::objectValue);
     size_t end = 0;
-    for (const Field& field : fields) {
+    for (const RecordField& field : fields) {
         const size_t left = bytes.size() - std::min(bytes.size(), field.offset);
         const size_t size = field.size == kRest ? left : field.size;
         end = std::max(end, field.offset + size);
         const bool whole = size <= left && field.offset <= bytes.size();
-        if (whole || (left > 0 && MayBeCut(field.kind)))
-            object[field.name] = Value(field, bytes.subspan(field.offset, std::min(size, left)), bytes);
+        if (!whole && (left == 0 || !MayBeCut(field.kind))) continue;
+        const auto part = bytes.subspan(field.offset, std::min(size, left));
+        if (!IsEmptyReserve(field, part)) object[field.name] = Value(field, part, bytes);
     }
     if (bytes.size() > end) object["data"] = Preview(bytes.subspan(end));
     return object;

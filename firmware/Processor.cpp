@@ -5,7 +5,10 @@
 
 #include "firmware/Answers.h"
 #include "firmware/Bridge.h"
+#include "firmware/Catalogue.h"
+#include "firmware/Fields.h"
 #include "firmware/dash/Power.h"
+#include "mailbox/FirmwareLevels.h"
 
 namespace mpm {
 
@@ -15,7 +18,6 @@ constexpr uint32_t kInvalidParameter = 87;
 constexpr uint32_t kInsufficientBuffer = 122;
 constexpr uint16_t kDashPort = 664;
 constexpr uint16_t kKvmPort = 22;
-constexpr uint32_t kEndsConnections = 45;  // the level from which on command 41 ends a closed connection
 
 template <class Record>
 Record As(std::span<const uint8_t> bytes) {
@@ -78,15 +80,15 @@ void Processor::Adopt(Settings settings) {
 }
 
 void Processor::OnRequest(const LinkRequest& request) {
-    const Operation* operation = FindOperation(request.code, request.input.size());
+    const MailboxRequest* operation = FindRequest(request.code, request.input.size());
     if (!operation) {
-        const Operation* known = FirstOperation(request.code);
+        const MailboxRequest* known = FirstRequest(request.code);
         Record(request, known ? known->name : CodeText(request.code).c_str(),
                known ? "wrong size of " + std::to_string(request.input.size()) + " bytes" : "unknown code");
         m_link.Answer(request, kInvalidParameter, {});
         return;
     }
-    if (request.room < operation->output) {
+    if (request.room < operation->output.minSize) {
         Record(request, operation->name, "room for only " + std::to_string(request.room) + " bytes");
         m_link.Answer(request, kInsufficientBuffer, {});
         return;
@@ -106,7 +108,7 @@ void Processor::Record(const LinkRequest& request, const char* name, const std::
     m_log.Add(std::move(kept), m_settings.KeepRequests);
 }
 
-void Processor::Postpone(const LinkRequest& request, const Operation& operation, const Fault& fault) {
+void Processor::Postpone(const LinkRequest& request, const MailboxRequest& operation, const Fault& fault) {
     Pending& pending = m_pending.emplace_back(
         Pending{request, {request.input.begin(), request.input.end()}, &operation, fault, 0});
     pending.request.input = pending.input;
@@ -134,7 +136,7 @@ void Processor::Release(const std::vector<std::string>& names) {
 
 void Processor::ReleaseAll() {
     std::vector<std::string> names;
-    for (const Operation& operation : Operations())
+    for (const MailboxRequest& operation : kMailboxRequests)
         names.push_back(operation.name);
     Release(names);
 }
@@ -148,7 +150,7 @@ void Processor::Forget(const std::function<bool(const Pending&)>& which) {
     });
 }
 
-void Processor::Complete(const LinkRequest& request, const Operation& operation, const Fault& fault) {
+void Processor::Complete(const LinkRequest& request, const MailboxRequest& operation, const Fault& fault) {
     if (fault.error) {
         Note("refused", std::string(operation.name) + " with " + std::to_string(*fault.error));
         m_link.Answer(request, *fault.error, {});
@@ -235,11 +237,11 @@ void Processor::AnswerPaced() {
         m_link.Answer(request, 0, {});
 }
 
-void Processor::Learn(const Operation& operation, std::span<const uint8_t> input) {
-    if (operation.fields.empty()) return;
+void Processor::Learn(const MailboxRequest& operation, std::span<const uint8_t> input) {
+    if (operation.input.fields.empty()) return;
     // Of an encoded frame the head is enough.
     m_host[operation.name].assign(input.begin(),
-                                  input.begin() + ptrdiff_t(std::min(input.size(), operation.minInput)));
+                                  input.begin() + ptrdiff_t(std::min(input.size(), operation.input.minSize)));
     switch (operation.code) {
         case MailboxCode::WriteZELStatus:
             m_hostUp = As<ZELStatusRecord>(input).state != 2;
@@ -268,7 +270,7 @@ void Processor::HearOfClose(uint16_t port) {
     if (port == kKvmPort) Retire(m_kvm);
     if (port != kDashPort) return;
     Retire(m_dash);
-    if (m_settings.uVORKVersion >= kEndsConnections && m_settings.EndsClosedSessions)
+    if (m_settings.uVORKVersion >= FirmwareLevel::DashCloseByFirmware && m_settings.EndsClosedSessions)
         Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, {}, 0);
 }
 
@@ -277,7 +279,7 @@ Json::Value Processor::Host() const {
     host["up"] = m_hostUp;
     host["listening"] = HostListening();
     for (const auto& [name, record] : m_host)
-        host[name] = Decode(FindOperation(name)->fields, record);
+        host[name] = Decode(FindRequest(name)->input.fields, record);
     return host;
 }
 

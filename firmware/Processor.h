@@ -56,15 +56,15 @@ class Processor {
     struct Pending {
         LinkRequest request;
         std::vector<uint8_t> input;
-        const Operation* operation;
+        const MailboxRequest* operation;
         Fault fault;
         EventLoop::TimerId timer = 0;  // 0: held
     };
 
     void OnRequest(const LinkRequest& request);
     void Record(const LinkRequest& request, const char* name, const std::string& fault);
-    void Complete(const LinkRequest& request, const Operation& operation, const Fault& fault);
-    void Postpone(const LinkRequest& request, const Operation& operation, const Fault& fault);
+    void Complete(const LinkRequest& request, const MailboxRequest& operation, const Fault& fault);
+    void Postpone(const LinkRequest& request, const MailboxRequest& operation, const Fault& fault);
     void Forget(const std::function<bool(const Pending&)>& which);
     void Listening(bool listening);
     void Tell(Event::Kind kind, const std::string& name, uint32_t code, std::span<const uint8_t> data,
@@ -72,7 +72,7 @@ class Processor {
     void Note(const std::string& what, const std::string& text = {});
 
     std::vector<uint8_t> OutputOf(uint32_t code) const;
-    void Learn(const Operation& operation, std::span<const uint8_t> input);
+    void Learn(const MailboxRequest& operation, std::span<const uint8_t> input);
     void HearOfConnection(const IPCompleteInfo& info);
     void HearOfClose(uint16_t port);
     void TakeStream(const LinkRequest& request, uint8_t command);

@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "firmware/Catalogue.h"
+#include "firmware/Fields.h"
 
 namespace mpm {
 
@@ -68,8 +69,8 @@ Json::Value JsonOf(const Event& event) {
     object["bytes"] = Json::UInt64(event.data.size());
     if (event.name == "raw") return object;
     object["code"] = event.code;
-    for (const Command& command : Commands())
-        if (command.number == event.code) object["fields"] = Decode(command.fields, event.data);
+    if (const FirmwareCommand* command = FindCommand(uint8_t(event.code)))
+        object["fields"] = Decode(command->payload.fields, event.data);
     return object;
 }
 
@@ -77,8 +78,9 @@ Json::Value JsonOf(const Request& request) {
     Json::Value object = Start("request", request.name, request.time);
     object["code"] = CodeText(request.code);
     object["bytes"] = Json::UInt64(request.data.size());
-    const Operation* operation = FindOperation(request.code, request.data.size());
-    object["fields"] = operation ? Decode(operation->fields, request.data) : Json::Value(Json::objectValue);
+    const MailboxRequest* operation = FindRequest(request.code, request.data.size());
+    object["fields"] =
+        operation ? Decode(operation->input.fields, request.data) : Json::Value(Json::objectValue);
     if (!request.fault.empty()) object["fault"] = request.fault;
     return object;
 }

@@ -51,7 +51,9 @@ Json::Value SendRequest(const Options& options) {
                                                 : "send needs a command, or --raw");
     if (options.raw) return request;
     const auto number = mpm::ParseCommand(options.command);
-    if (!number) throw std::invalid_argument("there is no firmware command \"" + options.command + "\"");
+    if (!number)
+        throw std::invalid_argument("there is no firmware command \"" + options.command +
+                                    "\"; mpmsim catalogue lists them");
     request["command"] = *number;
     return request;
 }
@@ -127,6 +129,13 @@ void AddClients(CLI::App& app, Options& options) {
         ->required();
     add("show", "What the firmware knows of the host")->add_flag("--json", options.json);
     add("requests", "What the host has asked")->add_flag("--json", options.json);
+    app.add_subcommand("catalogue", "Every command, request and firmware level; needs no running simulator")
+        ->add_flag("--json", options.json);
+}
+
+void PrintCatalogue(bool json) {
+    const Json::Value tables = mpm::TablesAsJson();
+    std::cout << (json ? mpm::Compact(tables) + "\n" : mpm::control::CatalogueText(tables));
 }
 
 int Execute(const CLI::App& app, const Options& options) {
@@ -140,6 +149,7 @@ int Execute(const CLI::App& app, const Options& options) {
         const Json::Value shown = Ask(options, WordsRequest("show", options));
         std::cout << (options.json ? mpm::Compact(shown) + "\n" : mpm::control::TableOf(shown));
     }
+    if (app.got_subcommand("catalogue")) PrintCatalogue(options.json);
     if (app.got_subcommand("requests"))
         PrintRequests(Ask(options, WordsRequest("requests", options))["requests"], options.json);
     return 0;

@@ -3,13 +3,13 @@
 
 #include "kvm/KVMClientInterface.h"
 #include "base/Log.h"
+#include "mailbox/FirmwareLevels.h"
 #include "service/ZELService.h"
 
 namespace {
 
 constexpr const char* kReceiver = "KVMDataRecvThread";
 constexpr const char* kSender = "SendDataToKVMClient";
-constexpr uint32_t kFirstVersionWithRetry = 31;
 constexpr uint32_t kRetryStatus = 1450;
 constexpr int kMaxRetries = 600;
 constexpr size_t kMaxAttempts = 100;
@@ -59,7 +59,7 @@ bool KVMClientInterface::ReceiveOnce() {
 
 // A block that the firmware doesn't take is dropped, and the stream has a gap.
 void KVMClientInterface::PassToFirmware(uint32_t size) {
-    if (g_pZELService->m_vorkVersion >= kFirstVersionWithRetry) return WriteWithRetries(size);
+    if (g_pZELService->m_vorkVersion >= FirmwareLevel::KvmRetries) return WriteWithRetries(size);
     const KvmPacket packet{m_clientSocket, m_recvBuffer.data(), size, nullptr, 0};
     if (m_bSessionActive) g_pZELService->m_mailBoxDriverInterface.WriteKVMPacket(&packet);
 }

@@ -7,13 +7,13 @@
 
 #include "dash/NewRequest.h"
 #include "base/Log.h"
+#include "mailbox/FirmwareLevels.h"
 #include "service/ZELService.h"
 
 namespace {
 
 constexpr uint32_t kSafebootConnected = 1;
 constexpr uint32_t kSafebootDisconnected = 2;
-constexpr uint32_t kFirstVersionWithDisplay = 50;
 constexpr DWORD kAgentPatience = 2000;  // milliseconds
 constexpr DWORD kAgentPoll = 100;
 
@@ -57,7 +57,7 @@ void KVMSessionControl::ForgetTrustedAddress() {
 void KVMSessionControl::CloseKVMSession() {
     LogInfo("MPM_ZEL_CMD_VNC_SOC_CLOSE received");
     TriggerKVMShutdown();
-    if (g_pZELService->m_vorkVersion >= kFirstVersionWithDisplay) m_bLuxKvmEnabled = 0;
+    if (g_pZELService->m_vorkVersion >= FirmwareLevel::DisplayKvm) m_bLuxKvmEnabled = 0;
     JoinThread();
 }
 

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mailbox/RecordFields.h"
+
 inline constexpr uint32_t kConsentGiven = 1;
 inline constexpr uint32_t kConsentRefused = 2;
 
@@ -16,6 +18,7 @@ struct UserConsentQuestion {
     uint32_t Timeout;  // seconds
 };
 static_assert(sizeof(UserConsentQuestion) == 8);
+RECORD_FIELDS(UserConsentQuestion, FIELD(Type), FIELD(Timeout));
 
 // The input of WriteUserConsent.
 struct UserConsentAnswer {
@@ -24,5 +27,6 @@ struct UserConsentAnswer {
     uint32_t reserved;
 };
 static_assert(sizeof(UserConsentAnswer) == 12);
+RECORD_FIELDS(UserConsentAnswer, FIELD(Type), FIELD(Consent), FIELD(reserved));
 
 #pragma pack(pop)

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mailbox/RecordFields.h"
+
 #pragma pack(push, 1)
 
 // The payload of MPM_ZEL_CMD_KVM_IP_PORT_INFO: the one console that may connect.
@@ -13,23 +15,27 @@ struct KvmPeer {
     uint32_t port;
 };
 static_assert(sizeof(KvmPeer) == 8);
+RECORD_FIELDS(KvmPeer, FIELD_AS(address, Address), FIELD(port));
 
 // The payload of MPM_ZEL_SAFEBOOT.
 struct SafebootState {
     uint32_t state;  // 1 connected, 2 disconnected
 };
 static_assert(sizeof(SafebootState) == 4);
+RECORD_FIELDS(SafebootState, FIELD(state));
 
 struct CapabilityConfigRecord {
     uint32_t encode;  // 1: the host can encode its screen
 };
 static_assert(sizeof(CapabilityConfigRecord) == 4);
+RECORD_FIELDS(CapabilityConfigRecord, FIELD(encode));
 
 struct DisplayConfigRecord {
     uint32_t width;  // pixels
     uint32_t height;
 };
 static_assert(sizeof(DisplayConfigRecord) == 8);
+RECORD_FIELDS(DisplayConfigRecord, FIELD(width), FIELD(height));
 
 // The head of what WriteEncodedBuffer sends; the bytes of the chunk follow.
 struct EncodedFrameChunk {
@@ -39,5 +45,16 @@ struct EncodedFrameChunk {
     uint32_t FrameSize;      // bytes of the whole frame
 };
 static_assert(sizeof(EncodedFrameChunk) == 12);
+RECORD_FIELDS(EncodedFrameChunk, FIELD(RequiredChunk), FIELD(ChunkSize), FIELD(FrameSize));
+
+// The input of WriteEncodedBuffer: the head, then at least one byte. A chunk without data is a bare head,
+// which is the input of SendEncodedDrvFrameBuffer.
+struct EncodedFrame {};
+template <>
+struct RecordRows<EncodedFrame> {
+    static constexpr RecordLayout kLayout{"EncodedFrame", sizeof(EncodedFrameChunk) + 1,
+                                          sizeof(EncodedFrameChunk) + EncodedFrameChunk::kMaxData,
+                                          RecordRows<EncodedFrameChunk>::kFields};
+};
 
 #pragma pack(pop)

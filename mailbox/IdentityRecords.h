@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mailbox/RecordFields.h"
+
 #pragma pack(push, 1)
 
 // The payload of MPM_ZEL_CMD_CSR.
@@ -17,6 +19,8 @@ struct CsrRequest {
 };
 static_assert(sizeof(CsrRequest) == 4296 && offsetof(CsrRequest, CSRSize) == 192 &&
               offsetof(CsrRequest, IsRootCARequired) == 4292);
+RECORD_FIELDS(CsrRequest, FIELD_AS(ADCSName, Text), FIELD_AS(RootCAName, Text),
+              FIELD_AS(ADCSTemplateName, Text), FIELD(CSRSize), FIELD_AS(CSR, Data), FIELD(IsRootCARequired));
 
 // The input of WriteCSRResponse. A failed enrolment shows as sizes of 0.
 struct CsrResponse {
@@ -26,6 +30,8 @@ struct CsrResponse {
     char RootCert[4096];
 };
 static_assert(sizeof(CsrResponse) == 8200 && offsetof(CsrResponse, RootCertSize) == 4100);
+RECORD_FIELDS(CsrResponse, FIELD(SignedCertSize), FIELD_AS(SignedCert, Data), FIELD(RootCertSize),
+              FIELD_AS(RootCert, Data));
 
 // The payload of MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD. Never logged.
 struct ADPasswordUpdate {
@@ -33,11 +39,13 @@ struct ADPasswordUpdate {
     char NewPassword[128];
 };
 static_assert(sizeof(ADPasswordUpdate) == 256);
+RECORD_FIELDS(ADPasswordUpdate, FIELD_AS(OldPassword, Secret), FIELD_AS(NewPassword, Secret));
 
 // The input of WritePwdUpdateStatus.
 struct PwdUpdateStatus {
     uint32_t status;  // 0: changed
 };
 static_assert(sizeof(PwdUpdateStatus) == 4);
+RECORD_FIELDS(PwdUpdateStatus, FIELD(status));
 
 #pragma pack(pop)

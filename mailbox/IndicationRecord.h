@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mailbox/RecordFields.h"
+
 #pragma pack(push, 1)
 
 // The payload of MPM_ZEL_CMD_INDICATION_SUBSCRIBE.
@@ -17,5 +19,7 @@ struct IndicationDestination {
 };
 static_assert(sizeof(IndicationDestination) == 2060 && offsetof(IndicationDestination, Port) == 2052 &&
               offsetof(IndicationDestination, Secure) == 2056);
+RECORD_FIELDS(IndicationDestination, FIELD_AS(Host, Text), FIELD_AS(Uri, Text), FIELD_AS(reserved, Reserved),
+              FIELD(Port), FIELD_AS(reserved2, Reserved), FIELD(Secure));
 
 #pragma pack(pop)

@@ -26,10 +26,13 @@ struct CapabilityConfigRecord;
 struct CsrResponse;
 struct DisplayConfigRecord;
 struct EncodedFrameChunk;
+struct MailboxRequest;
 struct OsInfo;
 struct PwdUpdateStatus;
 struct UserConsentAnswer;
 struct WiFiSyncInfo;
+template <class Input, class Output>
+struct TypedRequest;
 
 // What a console sent, on its way to the firmware; stays in memory, only the payload travels.
 struct DashPacket {
@@ -125,8 +128,11 @@ class MailBoxDriverInterface {
     uint32_t FindDeviceInterface();
     uint32_t ReadInterfaceDetail(HDEVINFO list, SP_DEVICE_INTERFACE_DATA& device);
     HANDLE OpenHandle() const;
-    uint32_t Write(const char* name, uint32_t code, const void* record, uint32_t size);
-    uint32_t Query(const char* name, uint32_t code, void* record, uint32_t size);
+    uint32_t Write(const MailboxRequest& request, const void* bytes, uint32_t size);
+    template <class Record>
+    uint32_t Write(const TypedRequest<Record, NoRecord>& request, const Record* record);
+    template <class Record>
+    uint32_t Query(const TypedRequest<NoRecord, Record>& request, Record* record);
 
     // Guards the detail data: the device may still be looked for while the service stops.
     std::mutex m_deviceMutex;

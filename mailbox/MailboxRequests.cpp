@@ -1,14 +1,10 @@
 // The catalogue: one thin operation for each request that the firmware knows.
 #include <string>
 
-#include "mailbox/ConsentRecords.h"
-#include "mailbox/DisplayRecords.h"
-#include "mailbox/IdentityRecords.h"
-#include "mailbox/MailBoxDriverInterface.h"
-#include "mailbox/OsInfoRecord.h"
-#include "mailbox/WiFiSyncRecord.h"
 #include "base/FieldText.h"
 #include "base/Log.h"
+#include "mailbox/MailBoxDriverInterface.h"
+#include "mailbox/MailboxTables.h"
 
 namespace {
 
@@ -25,122 +21,130 @@ uint32_t RefuseNull(const char* name, const logging::Format<const char*>& text) 
 
 }  // namespace
 
-uint32_t MailBoxDriverInterface::Write(const char* name, uint32_t code, const void* record, uint32_t size) {
-    LogInfo("%s: connecting to Driver. Input buffer size = %d", name, size);
+uint32_t MailBoxDriverInterface::Write(const MailboxRequest& request, const void* bytes, uint32_t size) {
+    LogInfo("%s: connecting to Driver. Input buffer size = %d", request.name, size);
     DWORD bytesReturned = 0;
-    return SendIOCtlToDriver(code, record, size, &bytesReturned, nullptr, 0);
+    return SendIOCtlToDriver(request.code, bytes, size, &bytesReturned, nullptr, 0);
 }
 
-uint32_t MailBoxDriverInterface::Query(const char* name, uint32_t code, void* record, uint32_t size) {
-    LogInfo("%s: connecting to Driver", name);
+template <class Record>
+uint32_t MailBoxDriverInterface::Write(const TypedRequest<Record, NoRecord>& request, const Record* record) {
+    return Write(request, record, sizeof *record);
+}
+
+template <class Record>
+uint32_t MailBoxDriverInterface::Query(const TypedRequest<NoRecord, Record>& request, Record* record) {
+    LogInfo("%s: connecting to Driver", request.name);
     DWORD bytesReturned = 0;
-    return SendIOCtlToDriver(code, nullptr, 0, &bytesReturned, record, size);
+    return SendIOCtlToDriver(request.code, nullptr, 0, &bytesReturned, record, sizeof *record);
 }
 
 uint32_t MailBoxDriverInterface::WriteDASHPacket(DashPacket* pDashPacket) {
+    constexpr const MailboxRequest& kRequest = MailboxRequests::WriteDASHPacket;
     if (!pDashPacket)
-        return RefuseNull("WriteDASHPacket",
+        return RefuseNull(kRequest.name,
                           "%s: pDashPacket is NULL, returning ERROR_INVALID_ADDRESS to the caller");
-    LogInfo("%s: connecting to Driver. Input buffer size = %d", "WriteDASHPacket", pDashPacket->payloadSize);
+    LogInfo("%s: connecting to Driver. Input buffer size = %d", kRequest.name, pDashPacket->payloadSize);
     DWORD bytesReturned = 0;
-    const uint32_t error =
-        SendIOCtlToDriver(MailboxCode::WriteDASHPacket, pDashPacket->payload, pDashPacket->payloadSize,
-                          &bytesReturned, pDashPacket->reply, pDashPacket->replySize);
+    const uint32_t error = SendIOCtlToDriver(kRequest.code, pDashPacket->payload, pDashPacket->payloadSize,
+                                             &bytesReturned, pDashPacket->reply, pDashPacket->replySize);
     pDashPacket->replySize = bytesReturned;
     return error;
 }
 
 uint32_t MailBoxDriverInterface::WriteKVMPacket(const KvmPacket* pKvmPacket) {
+    constexpr const MailboxRequest& kRequest = MailboxRequests::WriteKVMPacket;
     if (!pKvmPacket)
-        return RefuseNull("WriteKVMPacket",
+        return RefuseNull(kRequest.name,
                           "%s: pKvmPacket is NULL, returning ERROR_INVALID_ADDRESS to the caller");
-    return Write("WriteKVMPacket", MailboxCode::WriteKVMPacket, pKvmPacket->payload, pKvmPacket->payloadSize);
+    return Write(kRequest, pKvmPacket->payload, pKvmPacket->payloadSize);
 }
 
 uint32_t MailBoxDriverInterface::WriteZELStatus(uint32_t state) {
     const ZELStatusRecord record{state};
-    return Write("WriteZELStatus", MailboxCode::WriteZELStatus, &record, sizeof record);
+    return Write(MailboxRequests::WriteZELStatus, &record);
 }
 
 uint32_t MailBoxDriverInterface::WriteNetworkStatusInfo(const NetworkStatusInfo* info) {
-    return Write("WriteNetworkStatusInfo", MailboxCode::WriteNetworkStatusInfo, info, sizeof *info);
+    return Write(MailboxRequests::WriteNetworkStatusInfo, info);
 }
 
 uint32_t MailBoxDriverInterface::WriteOsInfo(const OsInfo* info) {
-    return Write("WriteOsInfo", MailboxCode::WriteOsInfo, info, sizeof *info);
+    return Write(MailboxRequests::WriteOsInfo, info);
 }
 
 uint32_t MailBoxDriverInterface::WriteIPCompleteInformation(const IPCompleteInfo* info) {
-    return Write("WriteIPCompleteInformation", MailboxCode::WriteIPCompleteInformation, info, sizeof *info);
+    return Write(MailboxRequests::WriteIPCompleteInformation, info);
 }
 
 uint32_t MailBoxDriverInterface::WriteCloseSocketcmd(uint16_t port) {
     const CloseSocketRecord record{port};
-    return Write("WriteCloseSocketcmd", MailboxCode::WriteCloseSocketcmd, &record, sizeof record);
+    return Write(MailboxRequests::WriteCloseSocketcmd, &record);
 }
 
 uint32_t MailBoxDriverInterface::WriteNwInfo(const NwInfo* info) {
-    return Write("WriteNwInfo", MailboxCode::WriteNwInfo, info, sizeof *info);
+    return Write(MailboxRequests::WriteNwInfo, info);
 }
 
 uint32_t MailBoxDriverInterface::WriteMultiNwInfo(const MultiNwInfo* info) {
-    return Write("WriteMultiNwInfo", MailboxCode::WriteMultiNwInfo, info, sizeof *info);
+    return Write(MailboxRequests::WriteMultiNwInfo, info);
 }
 
 uint32_t MailBoxDriverInterface::WriteShutdownLaptop() {
     const ShutdownLaptopRecord record{2, 0};
-    return Write("WriteShutdownLaptop", MailboxCode::WriteShutdownLaptop, &record, sizeof record);
+    return Write(MailboxRequests::WriteShutdownLaptop, &record);
 }
 
 uint32_t MailBoxDriverInterface::WriteUserConsent(const UserConsentAnswer* answer) {
-    return Write("WriteUserConsent", MailboxCode::WriteUserConsent, answer, sizeof *answer);
+    return Write(MailboxRequests::WriteUserConsent, answer);
 }
 
 uint32_t MailBoxDriverInterface::WriteWiFiSyncInfo(const WiFiSyncInfo* info) {
-    return Write("WriteWiFiSyncInfo", MailboxCode::WriteWiFiSyncInfo, info, sizeof *info);
+    return Write(MailboxRequests::WriteWiFiSyncInfo, info);
 }
 
 uint32_t MailBoxDriverInterface::WriteADInfo(const ADInfo* info) {
-    return Write("WriteADInfo", MailboxCode::WriteADInfo, info, sizeof *info);
+    return Write(MailboxRequests::WriteADInfo, info);
 }
 
 uint32_t MailBoxDriverInterface::WriteWinRetCode(uint32_t first, uint32_t second) {
     const WinRetCodeRecord record{first, second, 0};
-    return Write("WriteWinRetCode", MailboxCode::WriteWinRetCode, &record, sizeof record);
+    return Write(MailboxRequests::WriteWinRetCode, &record);
 }
 
 uint32_t MailBoxDriverInterface::WriteEncodedBuffer(const void* pSendBuffer, uint32_t sendSize) {
-    return Write("WriteEncodedBuffer", MailboxCode::WriteEncodedBuffer, pSendBuffer, sendSize);
+    return Write(MailboxRequests::WriteEncodedBuffer, pSendBuffer, sendSize);
 }
 
 uint32_t MailBoxDriverInterface::SendEncodedDrvFrameBuffer(const EncodedFrameChunk* chunk) {
-    LogInfo("%s: connecting to Driver nInBufferSize %d", "SendEncodedDrvFrameBuffer", sizeof *chunk);
+    constexpr const MailboxRequest& kRequest = MailboxRequests::SendEncodedDrvFrameBuffer;
+    LogInfo("%s: connecting to Driver nInBufferSize %d", kRequest.name, sizeof *chunk);
     DWORD bytesReturned = 0;
-    return SendIOCtlToDriver(MailboxCode::SendEncodedDrvFrameBuffer, chunk, sizeof *chunk, &bytesReturned,
-                             nullptr, 0);
+    return SendIOCtlToDriver(kRequest.code, chunk, sizeof *chunk, &bytesReturned, nullptr, 0);
 }
 
 uint32_t MailBoxDriverInterface::WriteCapabilityConfig(const CapabilityConfigRecord* config) {
-    return Write("WriteCapabilityConfig", MailboxCode::WriteCapabilityConfig, config, sizeof *config);
+    return Write(MailboxRequests::WriteCapabilityConfig, config);
 }
 
 uint32_t MailBoxDriverInterface::WriteDisplayConfig(const DisplayConfigRecord* config) {
-    return Write("WriteDisplayConfig", MailboxCode::WriteDisplayConfig, config, sizeof *config);
+    return Write(MailboxRequests::WriteDisplayConfig, config);
 }
 
 uint32_t MailBoxDriverInterface::WriteCSRResponse(const CsrResponse* response) {
-    return Write("WriteCSRResponse", MailboxCode::WriteCSRResponse, response, sizeof *response);
+    return Write(MailboxRequests::WriteCSRResponse, response);
 }
 
 uint32_t MailBoxDriverInterface::WritePwdUpdateStatus(const PwdUpdateStatus* status) {
-    return Write("WritePwdUpdateStatus", MailboxCode::WritePwdUpdateStatus, status, sizeof *status);
+    return Write(MailboxRequests::WritePwdUpdateStatus, status);
 }
 
 uint32_t MailBoxDriverInterface::GetZELVersion(ManageabilityStatus* pMPMVersion) {
-    constexpr const char* kName = "GetZELVersion";
+    constexpr const auto& kRequest = MailboxRequests::GetZELVersion;
+    constexpr const char* kName = kRequest.name;
     if (!pMPMVersion)
         return RefuseNull(kName, "%s: pMPMVersion is NULL, returning ERROR_INVALID_ADDRESS to the caller");
-    if (const uint32_t error = Query(kName, MailboxCode::GetZELVersion, pMPMVersion, sizeof *pMPMVersion)) {
+    if (const uint32_t error = Query(kRequest, pMPMVersion)) {
         LogError("Driver IOCTL failed in function %s, with error %d", kName, error);
         return error;
     }
@@ -153,10 +157,14 @@ uint32_t MailBoxDriverInterface::GetZELVersion(ManageabilityStatus* pMPMVersion)
 }
 
 uint32_t MailBoxDriverInterface::GetMPMStatus(uint8_t* pMPMstatus) {
-    constexpr const char* kName = "GetMPMStatus";
+    constexpr const auto& kRequest = MailboxRequests::GetMPMStatus;
+    constexpr const char* kName = kRequest.name;
     if (!pMPMstatus)
         return RefuseNull(kName, "%s: pMPMstatus is NULL, returning ERROR_INVALID_ADDRESS to the caller");
-    if (Query(kName, MailboxCode::GetMPMStatus, pMPMstatus, sizeof *pMPMstatus)) {
+    MPMStatusRecord record{*pMPMstatus};
+    const uint32_t error = Query(kRequest, &record);
+    *pMPMstatus = record.status;
+    if (error) {
         // The text and the one code for every failure are the established ones; callers treat all failures
         // alike.
         return RefuseNull(kName, "%s: cloudCerts is NULL, returning ERROR_INVALID_ADDRESS to the caller");
@@ -166,10 +174,11 @@ uint32_t MailBoxDriverInterface::GetMPMStatus(uint8_t* pMPMstatus) {
 }
 
 uint32_t MailBoxDriverInterface::GetCloudCertInfo(CloudCertInfo* cloudCerts) {
-    constexpr const char* kName = "GetCloudCertInfo";
+    constexpr const auto& kRequest = MailboxRequests::GetCloudCertInfo;
+    constexpr const char* kName = kRequest.name;
     if (!cloudCerts)
         return RefuseNull(kName, "%s: cloudCerts is NULL, returning ERROR_INVALID_ADDRESS to the caller");
-    if (const uint32_t error = Query(kName, MailboxCode::GetCloudCertInfo, cloudCerts, sizeof *cloudCerts)) {
+    if (const uint32_t error = Query(kRequest, cloudCerts)) {
         LogError("Driver IOCTL failed in function %s, with error %d", kName, error);
         return error;
     }
@@ -184,11 +193,11 @@ uint32_t MailBoxDriverInterface::GetCloudCertInfo(CloudCertInfo* cloudCerts) {
 }
 
 uint32_t MailBoxDriverInterface::GetDomainInfo(DomainInfo* domainDetails) {
-    constexpr const char* kName = "GetDomainInfo";
+    constexpr const auto& kRequest = MailboxRequests::GetDomainInfo;
+    constexpr const char* kName = kRequest.name;
     if (!domainDetails)
         return RefuseNull(kName, "%s: domainDetails is NULL, returning ERROR_INVALID_ADDRESS to the caller");
-    if (const uint32_t error =
-            Query(kName, MailboxCode::GetDomainInfo, domainDetails, sizeof *domainDetails)) {
+    if (const uint32_t error = Query(kRequest, domainDetails)) {
         LogError("Driver IOCTL failed in function %s, with error %d", kName, error);
         return error;
     }

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mailbox/RecordFields.h"
+
 #pragma pack(push, 1)
 
 // Texts are NUL-terminated; the wide ones are UTF-16.
@@ -20,5 +22,8 @@ struct OsInfo {
 };
 static_assert(sizeof(OsInfo) == 804 && offsetof(OsInfo, HostName) == 384 && offsetof(OsInfo, OSType) == 768 &&
               offsetof(OsInfo, ZELVersion) == 772);
+RECORD_FIELDS(OsInfo, FIELD_AS(OSName, WideText), FIELD_AS(OtherTypeDescription, WideText),
+              FIELD_AS(Version, WideText), FIELD_AS(HostName, Text), FIELD_AS(DomainName, Text),
+              FIELD(OSType), FIELD(OSReservedWord), FIELD_AS(ZELVersion, Text));
 
 #pragma pack(pop)

@@ -6,11 +6,6 @@ namespace {
 
 constexpr const char* kName = "SendIOCtlToDriver";
 
-// The log shows the function number of a control code, not the whole code.
-uint32_t FunctionOf(uint32_t code) {
-    return (code >> 2) & 0xFFF;
-}
-
 bool PassesClosedGate(uint32_t code) {
     return code == MailboxCode::WriteZELStatus || code == MailboxCode::GetMPMStatus;
 }
@@ -41,6 +36,7 @@ DWORD AwaitAnswer(HANDLE device, OVERLAPPED& overlapped, DWORD* bytesReturned) {
 uint32_t MailBoxDriverInterface::SendIOCtlToDriver(uint32_t dwIoControlCode, const void* lpInBuffer,
                                                    uint32_t nInBufferSize, DWORD* lpBytesReturned,
                                                    void* lpOutBuffer, uint32_t nOutBufferSize) {
+    // The log shows the function number of a control code, not the whole code.
     LogInfo("Enter MailBoxDriverInterface::, %s(), dwIoControlCode = 0x%x, nInBufferSize = %d", kName,
             FunctionOf(dwIoControlCode), nInBufferSize);
     const SharedDevice device = Device();

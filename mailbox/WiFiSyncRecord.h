@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mailbox/RecordFields.h"
+
 #pragma pack(push, 1)
 
 struct WiFiSyncInfo {
@@ -24,5 +26,8 @@ struct WiFiSyncInfo {
 static_assert(sizeof(WiFiSyncInfo) == 132 && offsetof(WiFiSyncInfo, channel) == 38 &&
               offsetof(WiFiSyncInfo, key_material) == 44 && offsetof(WiFiSyncInfo, pairwise) == 108 &&
               offsetof(WiFiSyncInfo, wpa_ptk_rekey) == 128);
+RECORD_FIELDS(WiFiSyncInfo, FIELD(size_of_this_structure), FIELD(is_valid), FIELD_AS(ssid, Text),
+              FIELD(channel), FIELD(wpaauth), FIELD_AS(key_material, Secret), FIELD(pairwise),
+              FIELD(groupwise), FIELD(group_mgmt), FIELD(band), FIELD(pmf), FIELD(wpa_ptk_rekey));
 
 #pragma pack(pop)

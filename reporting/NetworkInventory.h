@@ -20,9 +20,6 @@ void FillMultiNwInfo(MultiNwInfo& record);
 // takes to answer. Any thread.
 bool CommitNwInfo(const MultiNwInfo& record);
 
-// Older firmware is told of one interface only.
-inline constexpr uint32_t kFirstVersionWithAllAdapters = 20;
-
 // For firmware that is told of one interface: the first wireless one, or the last. False when there is none.
 bool ChoosePrimaryEntry(const MultiNwInfo& record, size_t& index);
 NwInfo MakeNwInfo(const NwInfoEntry& entry);

@@ -1,6 +1,7 @@
 // The scanning thread, and what a scan reports by either way.
 #include "reporting/NetworkMonitor.h"
 
+#include "mailbox/FirmwareLevels.h"
 #include "reporting/NetworkInventory.h"
 #include "base/Log.h"
 #include "base/SteadyTime.h"
@@ -10,7 +11,6 @@ namespace {
 
 constexpr DWORD kScanPeriodMilliseconds = 61000;
 constexpr uint64_t kLeastScanDistance = 61'001'000'000;  // ns
-constexpr uint32_t kFirstVersionWithWiFiSync = 40;
 
 }  // namespace
 
@@ -62,7 +62,7 @@ void NetworkMonitor::ScanNetwork() {
 void NetworkMonitor::HandleWlanEvent(DWORD source, DWORD code) {
     if (!g_pZELService->m_bNetworkUpdatesEnabled) {
         LogInfo("Skipping network updates");
-    } else if (g_pZELService->m_vorkVersion >= kFirstVersionWithAllAdapters) {
+    } else if (g_pZELService->m_vorkVersion >= FirmwareLevel::AllAdapters) {
         ReportToNewFirmware();
     } else {
         ReportToOldFirmware(source, code);
@@ -75,7 +75,7 @@ void NetworkMonitor::ReportToNewFirmware() {
     FillMultiNwInfo(record);
     if (!g_pZELService->m_networkStateStore.HasChanged(record)) {
         // The network may be the same over another Wi-Fi profile.
-        if (g_pZELService->m_vorkVersion >= kFirstVersionWithWiFiSync) CheckWlanAndSyncProfile(false);
+        if (g_pZELService->m_vorkVersion >= FirmwareLevel::WiFiSync) CheckWlanAndSyncProfile(false);
         return;
     }
     CommitNwInfo(record);
@@ -106,7 +106,7 @@ void NetworkMonitor::ReportToOldFirmware(DWORD source, DWORD code) {
 
 void WriteNetworkInventory(const MultiNwInfo& record) {
     MailBoxDriverInterface& mailbox = g_pZELService->m_mailBoxDriverInterface;
-    if (g_pZELService->m_vorkVersion >= kFirstVersionWithAllAdapters) {
+    if (g_pZELService->m_vorkVersion >= FirmwareLevel::AllAdapters) {
         mailbox.WriteMultiNwInfo(&record);
     } else if (size_t index; ChoosePrimaryEntry(record, index)) {
         const NwInfo info = MakeNwInfo(record.Entries[index]);

@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <wininet.h>
 
+#include "mailbox/FirmwareLevels.h"
 #include "reporting/NetworkInventory.h"
 #include "reporting/OsInformation.h"
 #include "base/Log.h"
@@ -10,15 +11,13 @@
 
 namespace {
 
-constexpr uint32_t kFirstVersionWithCloud = 21;
-constexpr uint32_t kFirstVersionWithTimeZone = 45;
 constexpr DWORD kConnectionPollMilliseconds = 100;
 constexpr int kPollsBeforeEmptyInventory = 100;
 
 // So that the firmware need not wait for a network that may never come.
 void SendEmptyInventory() {
     MailBoxDriverInterface& mailbox = g_pZELService->m_mailBoxDriverInterface;
-    if (g_pZELService->m_vorkVersion >= kFirstVersionWithAllAdapters) {
+    if (g_pZELService->m_vorkVersion >= FirmwareLevel::AllAdapters) {
         const MultiNwInfo empty{};
         mailbox.WriteMultiNwInfo(&empty);
     } else {
@@ -38,10 +37,10 @@ bool AwaitConnection() {
 }
 
 void SendVersionDependentInfo(uint32_t version) {
-    if (version < kFirstVersionWithCloud) {
+    if (version < FirmwareLevel::Cloud) {
         // True of version 2.0 itself as well.
         LogInfo("NUBA does not apply to version below VOR-K 2.0");
-    } else if (version >= kFirstVersionWithTimeZone) {
+    } else if (version >= FirmwareLevel::TimeZone) {
         ADInfo info{};
         info.TimezoneDiff = GetTimezoneDiff();
         LogInfo("Timezone diff is %d", info.TimezoneDiff);

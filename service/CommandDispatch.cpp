@@ -1,5 +1,7 @@
 #include "service/CommandDispatch.h"
 
+#include <array>
+
 #include "base/Log.h"
 #include "mailbox/MailboxCodes.h"
 #include "service/ZELService.h"
@@ -8,68 +10,139 @@ namespace {
 
 constexpr const char* kName = "ProcessRead";
 
-void HandleS0i3Resume(ZELService* service) {
-    LogInfo("MPM_ZEL_CMD_S0i3_RESUME send data to MPM upon resume from S0i3");
-    service->WakeAndUpdateMPM(true);
+// The payload is the beginning of the read, which has a trailer behind it.
+struct FirmwareMessage {
+    const uint8_t* payload;
+    uint32_t length;     // of the payload
+    uint32_t bytesRead;  // of the whole read
+};
+
+// What was latched follows the answer that tells the console of it.
+void HandleDashData(ZELService& service, const FirmwareMessage& message) {
+    if (message.length == 0) return;
+    service.m_dashClientInterface.updateDataToClient(message.payload, message.length);
+    service.m_hostControl.RunPendingPowerOption();
 }
 
-void HandleWebuiCloseSocket(ZELService* service) {
-    LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET asks for DASH socket close as webUI is served");
-    service->m_dashClientInterface.CloseSocketInZEL();
-    LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+void HandleKvmData(ZELService& service, const FirmwareMessage& message) {
+    if (message.length != 0)
+        service.m_kvmClientInterface.SendDataToKVMClient(message.payload, message.length);
 }
 
-// The action follows the next DASH data.
-void LatchPowerOption(HostControl& hostControl, uint8_t command) {
-    switch (command) {
-        case MPM_ZEL_CMD_HOST_SLEEP_LIGHT:
-            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_SLEEP_LIGHT", kName);
-            hostControl.SetPowerOption(kPowerSleep);
-            break;
-        case MPM_ZEL_CMD_HOST_CYCLE_SOFT:
-            LogInfo("%s: Reboot Command received: MPM_ZEL_CMD_HOST_CYCLE_SOFT", kName);
-            hostControl.SetPowerOption(kPowerReboot);
-            break;
-        case MPM_ZEL_CMD_HOST_OFF_HARD:
-            LogInfo("%s: Shutdown Command received: MPM_ZEL_CMD_HOST_OFF_HARD", kName);
-            hostControl.SetPowerOption(kPowerShutdown);
-            break;
-        case MPM_ZEL_CMD_HOST_HIBERNATE:
-            LogInfo("%s: Hibernate Command received: MPM_ZEL_CMD_HOST_HIBERNATE", kName);
-            hostControl.SetPowerOption(kPowerHibernate);
-            break;
-        case MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE:
-            LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE", kName);
-            hostControl.SetPowerOption(kPowerShutdownG2S5);
-            break;
-    }
+void HandleSoftwareUpgrade(ZELService&, const FirmwareMessage&) {
+    LogInfo("%s: Software upgrade command received: MPM_ZEL_CMD_SOFTWARE_UPGRADE", kName);
+}
+
+void HandleIndicationSubscribe(ZELService&, const FirmwareMessage&) {
+    LogInfo("%s: Indication subscribe command received: MPM_ZEL_CMD_INDICATION_SUBSCRIBE", kName);
+}
+
+void HandleIndicationEvent(ZELService&, const FirmwareMessage&) {
+    LogInfo("%s: Indication event command received: MPM_ZEL_CMD_INDICATION_EVENT", kName);
+}
+
+// --- power: the action follows the next DASH data ---
+
+void HandleSleepLight(ZELService& service, const FirmwareMessage&) {
+    LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_SLEEP_LIGHT", kName);
+    service.m_hostControl.SetPowerOption(kPowerSleep);
+}
+
+void HandleCycleSoft(ZELService& service, const FirmwareMessage&) {
+    LogInfo("%s: Reboot Command received: MPM_ZEL_CMD_HOST_CYCLE_SOFT", kName);
+    service.m_hostControl.SetPowerOption(kPowerReboot);
+}
+
+void HandleOffHard(ZELService& service, const FirmwareMessage&) {
+    LogInfo("%s: Shutdown Command received: MPM_ZEL_CMD_HOST_OFF_HARD", kName);
+    service.m_hostControl.SetPowerOption(kPowerShutdown);
+}
+
+void HandleHibernate(ZELService& service, const FirmwareMessage&) {
+    LogInfo("%s: Hibernate Command received: MPM_ZEL_CMD_HOST_HIBERNATE", kName);
+    service.m_hostControl.SetPowerOption(kPowerHibernate);
+}
+
+void HandleOffSoftGrace(ZELService& service, const FirmwareMessage&) {
+    LogInfo("%s: Sleep Command received: MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE", kName);
+    service.m_hostControl.SetPowerOption(kPowerShutdownG2S5);
 }
 
 // The one power action that is not latched.
-void HandleRebootNondash(ZELService* service) {
+void HandleRebootNondash(ZELService& service, const FirmwareMessage&) {
     LogInfo("%s: Reboot Command Nondash received: MPM_ZEL_CMD_REBOOT_NONDASH", kName);
-    if (!service->m_hostControl.DoSytemShutdown(kPowerReboot))
+    if (!service.m_hostControl.DoSytemShutdown(kPowerReboot))
         LogInfo("%s: DoSytemShutdown false for Reboot_Command_Nondash", kName);
 }
 
-// What was latched follows the answer that tells the console of it.
-void HandleDashData(ZELService* service, const uint8_t* payload, uint32_t length) {
-    if (length == 0) return;
-    service->m_dashClientInterface.updateDataToClient(payload, length);
-    service->m_hostControl.RunPendingPowerOption();
+void HandleS0i3Resume(ZELService& service, const FirmwareMessage&) {
+    LogInfo("MPM_ZEL_CMD_S0i3_RESUME send data to MPM upon resume from S0i3");
+    service.WakeAndUpdateMPM(true);
 }
 
-void HandleConsentRequest(ZELService* service, const uint8_t* payload, uint32_t length) {
+// --- KVM ---
+
+void HandleVncSocClose(ZELService& service, const FirmwareMessage&) {
+    service.m_kvmSessionControl.CloseKVMSession();
+}
+
+void HandleKvmEnableStatus(ZELService& service, const FirmwareMessage&) {
+    LogInfo("MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled");
+    service.m_kvmSessionControl.EnableKVM();
+}
+
+void HandleKvmPeer(ZELService& service, const FirmwareMessage& message) {
+    LogInfo("MPM_ZEL_CMD_KVM_IP_PORT_INFO gives IP and Port to trust for KVM");
+    if (message.length != 0) service.m_kvmSessionControl.SetKVMIPAndPort(message.payload, message.length);
+}
+
+void HandleConsentRequest(ZELService& service, const FirmwareMessage& message) {
     LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT asks for User consent entry");
     LogInfo("Setting Check for user consent");
-    service->m_userConsent.Ask(payload, length);
+    service.m_userConsent.Ask(message.payload, message.length);
     LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT exit");
 }
 
-void HandleKvmPeer(ZELService* service, const uint8_t* payload, uint32_t length) {
-    LogInfo("MPM_ZEL_CMD_KVM_IP_PORT_INFO gives IP and Port to trust for KVM");
-    if (length != 0) service->m_kvmSessionControl.SetKVMIPAndPort(payload, length);
+void HandleGetEncodedFramebuffer(ZELService&, const FirmwareMessage&) {
+    LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid");
 }
+
+void HandleGetDisplayConfig(ZELService&, const FirmwareMessage&) {
+    LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid");
+}
+
+void HandleSafeboot(ZELService& service, const FirmwareMessage& message) {
+    LogInfo("MPM_ZEL_SAFEBOOT command received");
+    // The whole read, trailer included.
+    service.m_kvmSessionControl.HandleSafebootState(message.payload, message.bytesRead);
+}
+
+// --- others ---
+
+void HandleWebuiCloseSocket(ZELService& service, const FirmwareMessage&) {
+    LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET asks for DASH socket close as webUI is served");
+    service.m_dashClientInterface.CloseSocketInZEL();
+    LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+}
+
+void HandleCsr(ZELService&, const FirmwareMessage&) {
+    LogInfo("MPM_ZEL_CMD_CSR received");
+}
+
+void HandlePasswordUpdate(ZELService&, const FirmwareMessage&) {
+    LogInfo("MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD received");
+}
+
+using Handler = void (*)(ZELService&, const FirmwareMessage&);
+
+// By command number; null for an unknown command.
+constexpr std::array<Handler, 256> kHandlers = [] {
+    std::array<Handler, 256> handlers{};
+#define SET_HANDLER(number, name, payload, handler) handlers[number] = handler;
+    FIRMWARE_COMMANDS(SET_HANDLER)
+#undef SET_HANDLER
+    return handlers;
+}();
 
 }  // namespace
 
@@ -87,69 +160,8 @@ void ProcessRead(ZELService* service, uint32_t bytesRead, const uint8_t* buffer)
     const uint32_t length = bytesRead - kMailboxTrailerSize;
     const uint8_t command = buffer[length];
     LogInfo("%s: received command from driver %d, bytes read %d", kName, command, length);
-    switch (command) {
-        case MPM_ZEL_CMD_DASH_DATA:
-            HandleDashData(service, buffer, length);
-            break;
-        case MPM_ZEL_CMD_KVM_DATA:
-            if (length != 0) service->m_kvmClientInterface.SendDataToKVMClient(buffer, length);
-            break;
-        case MPM_ZEL_CMD_SOFTWARE_UPGRADE:
-            LogInfo("%s: Software upgrade command received: MPM_ZEL_CMD_SOFTWARE_UPGRADE", kName);
-            break;
-        case MPM_ZEL_CMD_INDICATION_SUBSCRIBE:
-            LogInfo("%s: Indication subscribe command received: MPM_ZEL_CMD_INDICATION_SUBSCRIBE", kName);
-            break;
-        case MPM_ZEL_CMD_INDICATION_EVENT:
-            LogInfo("%s: Indication event command received: MPM_ZEL_CMD_INDICATION_EVENT", kName);
-            break;
-        case MPM_ZEL_CMD_HOST_SLEEP_LIGHT:
-        case MPM_ZEL_CMD_HOST_CYCLE_SOFT:
-        case MPM_ZEL_CMD_HOST_OFF_HARD:
-        case MPM_ZEL_CMD_HOST_HIBERNATE:
-        case MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE:
-            LatchPowerOption(service->m_hostControl, command);
-            break;
-        case MPM_ZEL_CMD_REBOOT_NONDASH:
-            HandleRebootNondash(service);
-            break;
-        case MPM_ZEL_CMD_VNC_SOC_CLOSE:
-            service->m_kvmSessionControl.CloseKVMSession();
-            break;
-        case MPM_ZEL_CMD_S0i3_RESUME:
-            HandleS0i3Resume(service);
-            break;
-        case MPM_ZEL_CMD_KVM_ENABLE_STATUS:
-            LogInfo("MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled");
-            service->m_kvmSessionControl.EnableKVM();
-            break;
-        case MPM_ZEL_CMD_KVM_IP_PORT_INFO:
-            HandleKvmPeer(service, buffer, length);
-            break;
-        case MPM_ZEL_CMD_GET_KVM_CONSENT:
-            HandleConsentRequest(service, buffer, length);
-            break;
-        case MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET:
-            HandleWebuiCloseSocket(service);
-            break;
-        case MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER:
-            LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid");
-            break;
-        case MPM_ZEL_CMD_GET_DISPAY_CONFIG:
-            LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid");
-            break;
-        case MPM_ZEL_CMD_CSR:
-            LogInfo("MPM_ZEL_CMD_CSR received");
-            break;
-        case MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD:
-            LogInfo("MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD received");
-            break;
-        case MPM_ZEL_SAFEBOOT:
-            LogInfo("MPM_ZEL_SAFEBOOT command received");
-            // The whole read, trailer included.
-            service->m_kvmSessionControl.HandleSafebootState(buffer, bytesRead);
-            break;
-        default:
-            LogInfo("%s: Unknown Command received from driver: 0x%x", kName, command);
-    }
+    if (const Handler handler = kHandlers[command])
+        handler(*service, {buffer, length, bytesRead});
+    else
+        LogInfo("%s: Unknown Command received from driver: 0x%x", kName, command);
 }

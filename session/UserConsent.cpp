@@ -8,12 +8,12 @@
 
 #include "base/Log.h"
 #include "base/SteadyTime.h"
+#include "mailbox/FirmwareLevels.h"
 #include "service/ZELService.h"
 #include "session/DesktopLock.h"
 
 namespace {
 
-constexpr uint32_t kFirstVersionThatAsks = 40;
 constexpr uint32_t kMaxTimeout = 90;  // seconds
 constexpr uint64_t kNanosecondsPerSecond = 1'000'000'000;
 constexpr DWORD kPoll = 3000;  // milliseconds
@@ -72,7 +72,7 @@ bool UserConsent::CancelEarlierThan(const Request& request) {
 }
 
 void UserConsent::CheckUserConsentThread(Request& request) {
-    if (g_pZELService->m_vorkVersion < kFirstVersionThatAsks) {
+    if (g_pZELService->m_vorkVersion < FirmwareLevel::UserConsent) {
         Answer(request, kConsentGiven);
         // In spite of what it says the answer stays here: such firmware takes none.
         LogInfo("Version check is less than 40 user consent is disabled and send ok to driver");

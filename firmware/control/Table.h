@@ -1,5 +1,5 @@
 // The answer of `show` as a table for people: the host at a glance, then each record field by field, then the
-// settings.
+// settings, then what the firmware's level turns on. And the tables of the mailbox for people.
 #pragma once
 
 #include <json/json.h>
@@ -9,5 +9,7 @@
 namespace mpm::control {
 
 std::string TableOf(const Json::Value& shown);
+// `tables` as TablesAsJson returns them.
+std::string CatalogueText(const Json::Value& tables);
 
 }  // namespace mpm::control

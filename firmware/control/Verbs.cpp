@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 
+#include "firmware/Catalogue.h"
 #include "firmware/Report.h"
 
 namespace mpm::control {
@@ -113,7 +114,9 @@ Json::Value Show(Firmware& firmware, const Json::Value&) {
     Json::Value answer;
     answer["address"] = firmware.Address();
     answer["host"] = firmware.Host();
-    answer["settings"] = firmware.CurrentSettings().ToJson();
+    const Settings settings = firmware.CurrentSettings();
+    answer["settings"] = settings.ToJson();
+    answer["levels"] = LevelsAsJson(settings.uVORKVersion);
     return answer;
 }
 

@@ -1,16 +1,26 @@
-"""Writes the seeds of the fuzz targets to fuzz/corpus: what the tests send, in the form in which a target takes it.
-Findings lie there too, under names of their own; they stay.
+"""The seeds of the fuzz targets: what the tests send, in the form in which a target takes it. A finding lies in
+fuzz/corpus too, as finding-...; it stays.
 
-    python3 fuzz/seeds
+    python3 fuzz/seeds           writes them to fuzz/corpus
+    python3 fuzz/seeds --check   prints what is missing in fuzz/corpus, or differs; ends with 1 then
 """
 
+import sys
+
 import console
+import corpus
 import mailbox
 import service
 import texts
 
-for write in (
+for add in (
     mailbox.host_records, mailbox.gate_frames, mailbox.link, mailbox.device, mailbox.pipes, console.console,
     texts.descriptions, texts.control_lines, texts.texts, service.answers, service.platform, service.dispatch,
+    service.each_command,
 ):  # fmt: skip
-    write()
+    add()
+if sys.argv[1:] != ["--check"]:
+    corpus.write()
+elif found := corpus.differences():
+    print(*found, "Write the seeds with: python3 fuzz/seeds", sep="\n")
+    sys.exit(1)

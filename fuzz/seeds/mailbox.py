@@ -2,32 +2,36 @@
 
 import struct
 
+import tables
 from corpus import block, long_block, number, seed
 
-# --- records of the mailbox, as hosts send them: the place of the request in the catalogue, then the bytes ---
+# --- records of the mailbox, as hosts send them: the function number of the request, then the bytes ---
 
-RECORD_SIZES = {
-    0: 40, 1: 4, 2: 0, 3: 4, 4: 804, 5: 36, 6: 2, 7: 384, 8: 2008, 9: 40, 10: 0, 12: 0, 13: 2, 15: 12, 17: 132, 18: 84,
-    19: 12, 20: 64, 21: 12, 22: 4, 23: 8, 24: 200, 25: 4,
-}  # fmt: skip
+# Where the smallest input of a request would show little.
+INPUT_SIZES = {"WriteDASHPacket": 40, "WriteKVMPacket": 40, "WriteEncodedBuffer": 64, "WriteCSRResponse": 200}
+ANY_CODE = b"\xff"  # the code itself follows
 REQUEST = 0
 MESSAGE = 1
 
 
 def host_records():
-    for place, size in RECORD_SIZES.items():
+    for row in tables.requests():
+        name = row["name"]
+        size = INPUT_SIZES.get(name, row["input"]["minSize"])
         pattern = bytes((7 * i + 1) & 0xFF for i in range(size))
-        seed("hostrecords", f"request-{place:02}", bytes([place, REQUEST]) + pattern)
-    for command in (10, 11, 12, 39, 40, 50, 51, 52):
-        seed("hostrecords", f"command-{command}", b"\xff" + number(command) + bytes([MESSAGE]) + b"text of a command" * 4)
-    seed("hostrecords", "unknown-code", b"\xff" + number(0x9C41ABCC) + bytes([REQUEST]) + b"bytes")
+        seed("hostrecords", f"request-{name}", bytes([tables.function(name), REQUEST]) + pattern)
+    for row in tables.commands():
+        if row["payload"]["fields"]:
+            data = ANY_CODE + number(row["number"]) + bytes([MESSAGE]) + b"text of a command" * 4
+            seed("hostrecords", f"command-{row['name']}", data)
+    seed("hostrecords", "unknown-code", ANY_CODE + number(0x9C41ABCC) + bytes([REQUEST]) + b"bytes")
 
 
 # --- frames of the mailbox's link ---
 
 REQUEST_FRAME, RESPONSE_FRAME, CANCEL_FRAME, LISTEN_FRAME, MESSAGE_FRAME = 1, 2, 3, 4, 5
 HEADER = "<IIIII"
-GET_VERSION, GET_STATUS, WRITE_STATUS = 2, 12, 1
+ANY_REQUEST = "WriteDASHPacket"  # where the code means nothing
 
 
 def frame(kind, ident=0, code=0, value=0, payload=b"", size=None):
@@ -35,7 +39,7 @@ def frame(kind, ident=0, code=0, value=0, payload=b"", size=None):
 
 
 def gate_frames():
-    response = frame(RESPONSE_FRAME, 1, 0x9C416424, 0, b"answer")
+    response = frame(RESPONSE_FRAME, 1, tables.code("GetZELVersion"), 0, b"answer")
     message = frame(MESSAGE_FRAME, payload=b"payload\x08\0")
     seed("gateframes", "frames", b"\xff" + response + message)
     seed("gateframes", "pieces", b"\x02" + response + message)
@@ -43,23 +47,23 @@ def gate_frames():
     seed("gateframes", "cut", b"\xff" + response[:-3])
 
 
-def host_frame(kind, ident, code, room, payload=b""):
-    return bytes([kind, ident, code]) + struct.pack("<H", room) + long_block(payload)
+def host_frame(kind, ident, request, room, payload=b""):
+    return bytes([kind, ident, tables.function(request)]) + struct.pack("<H", room) + long_block(payload)
 
 
 def link():
     for name, frames in {
-        "version": [host_frame(REQUEST_FRAME, 1, GET_VERSION, 80)],
-        "no-room": [host_frame(REQUEST_FRAME, 1, GET_VERSION, 79)],
-        "status": [host_frame(REQUEST_FRAME, 1, WRITE_STATUS, 0, number(1)), host_frame(REQUEST_FRAME, 2, GET_STATUS, 1)],
-        "wrong-size": [host_frame(REQUEST_FRAME, 1, WRITE_STATUS, 0, b"abc")],
-        "listen": [host_frame(LISTEN_FRAME, 0, 0, 0), host_frame(LISTEN_FRAME, 0, 0, 0)],
-        "cancel": [host_frame(CANCEL_FRAME, 7, 0, 0)],
-        "not-a-hosts": [host_frame(RESPONSE_FRAME, 1, 0, 0)],
+        "version": [host_frame(REQUEST_FRAME, 1, "GetZELVersion", 80)],
+        "no-room": [host_frame(REQUEST_FRAME, 1, "GetZELVersion", 79)],
+        "status": [host_frame(REQUEST_FRAME, 1, "WriteZELStatus", 0, number(1)), host_frame(REQUEST_FRAME, 2, "GetMPMStatus", 1)],
+        "wrong-size": [host_frame(REQUEST_FRAME, 1, "WriteZELStatus", 0, b"abc")],
+        "listen": [host_frame(LISTEN_FRAME, 0, ANY_REQUEST, 0), host_frame(LISTEN_FRAME, 0, ANY_REQUEST, 0)],
+        "cancel": [host_frame(CANCEL_FRAME, 7, ANY_REQUEST, 0)],
+        "not-a-hosts": [host_frame(RESPONSE_FRAME, 1, ANY_REQUEST, 0)],
         "connection": [
-            host_frame(REQUEST_FRAME, 1, 5, 0, bytes(36)),
-            host_frame(REQUEST_FRAME, 2, 0, 0, b"dash bytes"),
-            host_frame(REQUEST_FRAME, 3, 6, 0, b"\x98\x02"),
+            host_frame(REQUEST_FRAME, 1, "WriteIPCompleteInformation", 0, bytes(36)),
+            host_frame(REQUEST_FRAME, 2, "WriteDASHPacket", 0, b"dash bytes"),
+            host_frame(REQUEST_FRAME, 3, "WriteCloseSocketcmd", 0, b"\x98\x02"),
         ],
     }.items():
         seed("link", name, bytes([len(frames)]) + b"".join(frames))

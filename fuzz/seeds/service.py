@@ -2,6 +2,7 @@
 
 import struct
 
+import tables
 from corpus import block, long_block, number, seed
 
 # --- the firmware's answers ---
@@ -83,15 +84,14 @@ def platform():
 
 # --- sequences of commands ---
 
-DASH_DATA, KVM_DATA, UPGRADE, SUBSCRIBE, EVENT, SLEEP, CYCLE, OFF, HIBERNATE, SOFT, REBOOT = range(11)
-KVM_CLOSE, RESUME, KVM_ENABLE, KVM_PEER, CONSENT, CLOSE_SOCKET, FRAME, DISPLAY, CSR, PASSWORD, SAFEBOOT = range(11, 22)
 OTHER, LONG, SHORT, REFUSE, RESIZE, PASS, CONTROL, LOCK, CONSOLE, VIEWER, PERSON = range(0x80, 0x8B)
-LEVEL_50, LEVEL_45, LEVEL_40, LEVEL_31, LEVEL_30 = range(5)
 SETTLE, FINISH, CLOSE, RESET = 1, 2, 4, 8
+MESSAGES = 64  # numbers from here on need OTHER
 
 
 def message(command, payload=b""):
-    return bytes([command]) + block(payload)
+    value = tables.command(command)
+    return (bytes([value]) if value < MESSAGES else bytes([OTHER, value])) + block(payload)
 
 
 def passing(milliseconds):
@@ -99,7 +99,15 @@ def passing(milliseconds):
 
 
 def long_message(command, fill, half):
-    return bytes([LONG, command, fill]) + struct.pack("<H", half)
+    return bytes([LONG, tables.command(command), fill]) + struct.pack("<H", half)
+
+
+def refuse(request, error, times):
+    return bytes([REFUSE, tables.function(request), error, times])
+
+
+def resize(request, size):
+    return bytes([RESIZE, tables.function(request), size])
 
 
 def client(who, what, data=b""):
@@ -108,51 +116,60 @@ def client(who, what, data=b""):
 
 def dispatch():
     for name, (level, steps) in {
-        "short": (LEVEL_50, [bytes([SHORT, 8])]),
-        "unknown": (LEVEL_50, [bytes([OTHER, 7]) + block(b""), bytes([OTHER, 53]) + block(b"x"), bytes([OTHER, 255, 0])]),
-        "empty-payloads": (LEVEL_50, [message(c) for c in (DASH_DATA, KVM_DATA, UPGRADE, EVENT)]),
-        "empty-payloads-of-records": (LEVEL_50, [message(c) for c in (KVM_PEER, CSR, PASSWORD)]),
-        "full-buffer": (LEVEL_50, [long_message(8, 0x41, 65535), long_message(9, 0x42, 65535)]),
-        "full-records": (LEVEL_50, [long_message(c, 0xFF, 65535) for c in (11, 39, 40, 50, 51)]),
-        "power-latched": (LEVEL_50, [message(SLEEP), message(HIBERNATE), message(DASH_DATA, b"answer"), passing(2000)]),
-        "power-off": (LEVEL_50, [message(OFF), message(DASH_DATA, b"answer")]),
-        "power-soft": (LEVEL_50, [message(SOFT), message(DASH_DATA, b"answer"), message(CYCLE), message(DASH_DATA, b"a")]),
-        "reboot": (LEVEL_50, [message(REBOOT)]),
-        "resume": (LEVEL_50, [message(RESUME)]),
-        "resume-old": (LEVEL_30, [message(RESUME), passing(100)]),
-        "suspend-and-resume": (LEVEL_50, [bytes([CONTROL, 0]), message(KVM_DATA, b"x"), bytes([CONTROL, 1])]),
-        "close-socket": (LEVEL_45, [message(CLOSE_SOCKET)]),
-        "kvm-peer-unasked": (LEVEL_31, [message(KVM_PEER, number(0x0100007F, 5900))]),
-        "kvm": (LEVEL_31, [message(KVM_ENABLE), message(KVM_PEER, number(0x0100007F, 5900)), message(KVM_CLOSE)]),
-        "kvm-twice": (LEVEL_31, [message(KVM_ENABLE), message(KVM_ENABLE), message(KVM_CLOSE), message(KVM_ENABLE)]),
+        "short": (50, [bytes([SHORT, tables.command("DASH_DATA")])]),
+        "unknown": (50, [bytes([OTHER, 7]) + block(b""), bytes([OTHER, 53]) + block(b"x"), bytes([OTHER, 255, 0])]),
+        "empty-payloads": (50, [message(c) for c in ("DASH_DATA", "KVM_DATA", "SOFTWARE_UPGRADE", "INDICATION_EVENT")]),
+        "empty-payloads-of-records": (50, [message(c) for c in ("KVM_IP_PORT_INFO", "CSR", "AD_SERVICE_PWD_UPDATE_CMD")]),
+        "full-buffer": (50, [long_message("DASH_DATA", 0x41, 65535), long_message("KVM_DATA", 0x42, 65535)]),
+        "full-records": (50, [long_message(c, 0xFF, 65535) for c in ("INDICATION_SUBSCRIBE", "KVM_IP_PORT_INFO", "GET_KVM_CONSENT", "CSR", "AD_SERVICE_PWD_UPDATE_CMD")]),
+        "power-latched": (50, [message("HOST_SLEEP_LIGHT"), message("HOST_HIBERNATE"), message("DASH_DATA", b"answer"), passing(2000)]),
+        "power-off": (50, [message("HOST_OFF_HARD"), message("DASH_DATA", b"answer")]),
+        "power-soft": (50, [message("HOST_OFF_SOFT_GRACE"), message("DASH_DATA", b"answer"), message("HOST_CYCLE_SOFT"), message("DASH_DATA", b"a")]),
+        "reboot": (50, [message("REBOOT_NONDASH")]),
+        "resume": (50, [message("S0i3_RESUME")]),
+        "resume-old": (30, [message("S0i3_RESUME"), passing(100)]),
+        "suspend-and-resume": (50, [bytes([CONTROL, 0]), message("KVM_DATA", b"x"), bytes([CONTROL, 1])]),
+        "close-socket": (45, [message("WEBUI_CLOSE_SOCKET")]),
+        "kvm-peer-unasked": (31, [message("KVM_IP_PORT_INFO", number(0x0100007F, 5900))]),
+        "kvm": (31, [message("KVM_ENABLE_STATUS"), message("KVM_IP_PORT_INFO", number(0x0100007F, 5900)), message("VNC_SOC_CLOSE")]),
+        "kvm-twice": (31, [message("KVM_ENABLE_STATUS"), message("KVM_ENABLE_STATUS"), message("VNC_SOC_CLOSE"), message("KVM_ENABLE_STATUS")]),
         "kvm-session": (
-            LEVEL_31,
-            [message(KVM_ENABLE), client(VIEWER, SETTLE, b"hello"), client(VIEWER, SETTLE, b"RFB 003.008\n"),
-             message(KVM_DATA, b"picture"), client(VIEWER, FINISH | CLOSE), message(KVM_CLOSE)],
+            31,
+            [message("KVM_ENABLE_STATUS"), client(VIEWER, SETTLE, b"hello"), client(VIEWER, SETTLE, b"RFB 003.008\n"),
+             message("KVM_DATA", b"picture"), client(VIEWER, FINISH | CLOSE), message("VNC_SOC_CLOSE")],
         ),
         "kvm-refused": (
-            LEVEL_31,
-            [message(KVM_ENABLE), client(VIEWER, SETTLE), bytes([REFUSE, 6, 0, 3]), client(VIEWER, SETTLE, b"keys")],
+            31,
+            [message("KVM_ENABLE_STATUS"), client(VIEWER, SETTLE), refuse("WriteKVMPacket", 0, 3), client(VIEWER, SETTLE, b"keys")],
         ),
-        "kvm-reset": (LEVEL_30, [message(KVM_ENABLE), client(VIEWER, SETTLE, b"x"), client(VIEWER, CLOSE | RESET)]),
-        "safeboot": (LEVEL_50, [message(SAFEBOOT, number(1)), message(KVM_CLOSE), message(SAFEBOOT, number(2))]),
-        "safeboot-unknown": (LEVEL_50, [message(SAFEBOOT, number(7)), message(SAFEBOOT), message(SAFEBOOT, b"\x01")]),
-        "consent-locked": (LEVEL_40, [bytes([LOCK, 1]), message(CONSENT, number(1, 30)), passing(3000)]),
-        "consent-old": (LEVEL_30, [message(CONSENT, number(1, 30)), message(CONSENT, number(0, 0))]),
+        "kvm-reset": (30, [message("KVM_ENABLE_STATUS"), client(VIEWER, SETTLE, b"x"), client(VIEWER, CLOSE | RESET)]),
+        "safeboot": (50, [message("SAFEBOOT", number(1)), message("VNC_SOC_CLOSE"), message("SAFEBOOT", number(2))]),
+        "safeboot-unknown": (50, [message("SAFEBOOT", number(7)), message("SAFEBOOT"), message("SAFEBOOT", b"\x01")]),
+        "consent-locked": (40, [bytes([LOCK, 1]), message("GET_KVM_CONSENT", number(1, 30)), passing(3000)]),
+        "consent-old": (30, [message("GET_KVM_CONSENT", number(1, 30)), message("GET_KVM_CONSENT", number(0, 0))]),
         "consent-yes": (
-            LEVEL_40,
-            [bytes([LOCK, 0]), message(CONSENT, number(1, 30)), passing(1), bytes([PERSON]) + block(b"Consent_yes\0"), passing(3000)],
+            40,
+            [bytes([LOCK, 0]), message("GET_KVM_CONSENT", number(1, 30)), passing(1), bytes([PERSON]) + block(b"Consent_yes\0"), passing(3000)],
         ),
         "consent-other": (
-            LEVEL_40,
-            [message(CONSENT, number(2, 5)), passing(1), bytes([PERSON]) + block(b"maybe"), passing(3000), bytes([PERSON]) + block(b"Consent_no\r\n")],
+            40,
+            [message("GET_KVM_CONSENT", number(2, 5)), passing(1), bytes([PERSON]) + block(b"maybe"), passing(3000), bytes([PERSON]) + block(b"Consent_no\r\n")],
         ),
-        "consent-twice": (LEVEL_50, [message(CONSENT, number(1, 90)), message(CONSENT, b"\x02"), message(CONSENT)]),
-        "console": (LEVEL_45, [client(CONSOLE, SETTLE, b"\x16\x03\x01"), message(DASH_DATA, b"answer"), client(CONSOLE, CLOSE)]),
-        "console-idle": (LEVEL_45, [client(CONSOLE, SETTLE), passing(6000), client(CONSOLE, SETTLE, b"late")]),
-        "console-refused": (LEVEL_45, [bytes([REFUSE, 3, 1, 0]), client(CONSOLE, SETTLE, b"x")]),
-        "console-closed-by-firmware": (LEVEL_45, [client(CONSOLE, SETTLE, b"x"), message(CLOSE_SOCKET)]),
-        "firmware-faults": (LEVEL_50, [bytes([REFUSE, 0, 1, 2]), message(RESUME), bytes([RESIZE, 1, 7]), message(RESUME)]),
+        "consent-twice": (50, [message("GET_KVM_CONSENT", number(1, 90)), message("GET_KVM_CONSENT", b"\x02"), message("GET_KVM_CONSENT")]),
+        "console": (45, [client(CONSOLE, SETTLE, b"\x16\x03\x01"), message("DASH_DATA", b"answer"), client(CONSOLE, CLOSE)]),
+        "console-idle": (45, [client(CONSOLE, SETTLE), passing(6000), client(CONSOLE, SETTLE, b"late")]),
+        "console-refused": (45, [refuse("WriteIPCompleteInformation", 1, 0), client(CONSOLE, SETTLE, b"x")]),
+        "console-closed-by-firmware": (45, [client(CONSOLE, SETTLE, b"x"), message("WEBUI_CLOSE_SOCKET")]),
+        "firmware-faults": (50, [refuse("GetMPMStatus", 1, 2), message("S0i3_RESUME"), resize("GetZELVersion", 7), message("S0i3_RESUME")]),
     }.items():  # fmt: skip
         others = any(step[0] in (CONSOLE, VIEWER, PERSON) for step in steps)
         seed("sessions" if others else "dispatch", name, bytes([level]) + b"".join(steps))
+
+
+def each_command():
+    """A seed for each command: without a payload, with one of the size of its record, and with a full buffer."""
+    for row in tables.commands():
+        name = row["name"]
+        size = min(255, row["payload"]["minSize"] or 16)
+        steps = [message(name), message(name, bytes(range(1, size + 1))), long_message(name, 0x41, 65535)]
+        seed("dispatch", f"command-{name}", bytes([50]) + b"".join(steps))

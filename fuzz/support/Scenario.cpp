@@ -8,7 +8,7 @@
 #include "fuzz/Input.h"
 #include "fuzz/support/Host.h"
 #include "fuzz/support/Loopback.h"
-#include "mailbox/MailboxCodes.h"
+#include "fuzz/support/Names.h"
 #include "service/CommandDispatch.h"
 #include "winhost/pc/Pc.h"
 
@@ -20,39 +20,12 @@ namespace {
 constexpr int kMostSteps = 6;
 constexpr size_t kMostLines = 64;  // of the log, for one message
 
-constexpr uint8_t kCommands[] = {
-    MPM_ZEL_CMD_DASH_DATA,
-    MPM_ZEL_CMD_KVM_DATA,
-    MPM_ZEL_CMD_SOFTWARE_UPGRADE,
-    MPM_ZEL_CMD_INDICATION_SUBSCRIBE,
-    MPM_ZEL_CMD_INDICATION_EVENT,
-    MPM_ZEL_CMD_HOST_SLEEP_LIGHT,
-    MPM_ZEL_CMD_HOST_CYCLE_SOFT,
-    MPM_ZEL_CMD_HOST_OFF_HARD,
-    MPM_ZEL_CMD_HOST_HIBERNATE,
-    MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE,
-    MPM_ZEL_CMD_REBOOT_NONDASH,
-    MPM_ZEL_CMD_VNC_SOC_CLOSE,
-    MPM_ZEL_CMD_S0i3_RESUME,
-    MPM_ZEL_CMD_KVM_ENABLE_STATUS,
-    MPM_ZEL_CMD_KVM_IP_PORT_INFO,
-    MPM_ZEL_CMD_GET_KVM_CONSENT,
-    MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET,
-    MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER,
-    MPM_ZEL_CMD_GET_DISPAY_CONFIG,
-    MPM_ZEL_CMD_CSR,
-    MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD,
-    MPM_ZEL_SAFEBOOT,
-};
-
-// What a command may leave behind, or wait for.
+// What a command may leave behind, or wait for. One without a line here may do either.
 unsigned UsesOf(uint8_t command) {
     switch (command) {
         case MPM_ZEL_CMD_DASH_DATA:
         case MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET:
             return Host::kDash;
-        case MPM_ZEL_CMD_REBOOT_NONDASH:
-            return Host::kThreads;
         case MPM_ZEL_CMD_S0i3_RESUME:
             return Host::kReports;
         case MPM_ZEL_CMD_VNC_SOC_CLOSE:
@@ -61,23 +34,32 @@ unsigned UsesOf(uint8_t command) {
             return Host::kKvm;
         case MPM_ZEL_CMD_GET_KVM_CONSENT:
             return Host::kQuestions;
-        default:
+        case MPM_ZEL_CMD_KVM_DATA:
+        case MPM_ZEL_CMD_SOFTWARE_UPGRADE:
+        case MPM_ZEL_CMD_INDICATION_SUBSCRIBE:
+        case MPM_ZEL_CMD_INDICATION_EVENT:
+        case MPM_ZEL_CMD_HOST_SLEEP_LIGHT:
+        case MPM_ZEL_CMD_HOST_CYCLE_SOFT:
+        case MPM_ZEL_CMD_HOST_OFF_HARD:
+        case MPM_ZEL_CMD_HOST_HIBERNATE:
+        case MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE:
+        case MPM_ZEL_CMD_KVM_IP_PORT_INFO:
+        case MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER:
+        case MPM_ZEL_CMD_GET_DISPAY_CONFIG:
+        case MPM_ZEL_CMD_CSR:
+        case MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD:
             return Host::kNothing;
+        default:
+            return fuzz::IsCommand(command) ? Host::kThreads : Host::kNothing;
     }
 }
 
-// Requests that the handlers make.
-constexpr const char* kRequests[] = {
-    "GetMPMStatus",     "GetZELVersion",       "WriteZELStatus", "WriteIPCompleteInformation",
-    "WriteOsInfo",      "WriteCloseSocketcmd", "WriteKVMPacket", "WriteDASHPacket",
-    "WriteUserConsent", "WriteMultiNwInfo"};
 constexpr uint32_t kErrors[] = {1450, 31, 87, 995, 1167, 2};
-constexpr uint32_t kVersions[] = {50, 45, 40, 31, 30, 20, 19, 0};
-
-template <size_t N>
-bool Holds(const uint8_t (&commands)[N], uint8_t command) {
-    return std::find(std::begin(commands), std::end(commands), command) != std::end(commands);
-}
+constexpr uint8_t kLevels = 64;   // the level of the firmware is below
+constexpr uint8_t kVerbs = 0x80;  // a smaller byte is a message
+// Of so small a number that many inputs name one that there is. The others have a verb of their own.
+constexpr uint8_t kCommands = 64;
+constexpr uint8_t kRequestFunctions = 64;  // requests are named by a smaller number
 
 class Scenario {
   public:
@@ -85,7 +67,7 @@ class Scenario {
         : m_input(input), m_others(others), m_host(Host::Instance()) {}
 
     void Run() {
-        m_host.Service().m_vorkVersion = kVersions[m_input.Byte() % std::size(kVersions)];
+        m_host.Service().m_vorkVersion = m_input.Byte() % kLevels;
         for (; m_steps < kMostSteps && !m_input.AtEnd(); ++m_steps)
             Step(m_input.Byte());
         fuzz::CountSteps(m_steps);
@@ -98,10 +80,7 @@ class Scenario {
 
   private:
     void Step(uint8_t verb) {
-        if (verb < 0x80) {
-            const uint8_t command = kCommands[verb % std::size(kCommands)];
-            return Message(command, m_input.Block());
-        }
+        if (verb < kVerbs) return Message(verb % kCommands, m_input.Block());
         switch (verb & 0x1F) {
             case 0:
                 return Message(m_input.Byte(), m_input.Block());
@@ -110,12 +89,9 @@ class Scenario {
             case 2:
                 return ShortMessage();
             case 3:
-                m_host.Note(Host::kFaults);
-                return m_host.Firmware().Refuse(Request(), kErrors[m_input.Byte() % std::size(kErrors)],
-                                                1 + m_input.Byte() % 4);
+                return Refuse();
             case 4:
-                m_host.Note(Host::kFaults);
-                return m_host.Firmware().ResizeAnswer(Request(), m_input.Byte());
+                return ResizeAnswer();
             case 5:
                 return m_host.Pace().Pass(std::chrono::milliseconds(m_input.Word()));
             case 6:
@@ -138,7 +114,25 @@ class Scenario {
         }
     }
 
-    const char* Request() { return kRequests[m_input.Byte() % std::size(kRequests)]; }
+    // ---- faults of the firmware; none for a request that there is not ----
+
+    uint32_t RequestCode() { return fuzz::CodeOfFunction(m_input.Byte() % kRequestFunctions); }
+
+    void Refuse() {
+        const uint32_t code = RequestCode(), error = kErrors[m_input.Byte() % std::size(kErrors)];
+        const int times = 1 + m_input.Byte() % 4;
+        if (!fuzz::IsRequest(code)) return;
+        m_host.Note(Host::kFaults);
+        m_host.Firmware().Refuse(code, error, times);
+    }
+
+    void ResizeAnswer() {
+        const uint32_t code = RequestCode();
+        const size_t size = m_input.Byte();
+        if (!fuzz::IsRequest(code)) return;
+        m_host.Note(Host::kFaults);
+        m_host.Firmware().ResizeAnswer(code, size);
+    }
 
     // ---- one read each ----
 
@@ -167,7 +161,7 @@ class Scenario {
         const unsigned uses = UsesOf(command);
         m_host.Note(uses);
         const size_t lines = LinesOf(read, uses != Host::kNothing);
-        const bool known = Holds(kCommands, command);
+        const bool known = fuzz::IsCommand(command);
         Require(known ? lines >= 1 && lines <= kMostLines : lines == 2, "the lines of a message are bounded",
                 std::to_string(lines) + " for command " + std::to_string(command));
         if (!known)

@@ -7,6 +7,7 @@
 #include "firmware/Catalogue.h"
 #include "firmware/Report.h"
 #include "fuzz/Input.h"
+#include "fuzz/support/Names.h"
 
 namespace {
 
@@ -15,9 +16,8 @@ bool IsPrintable(const std::string& text) {
 }
 
 uint32_t CodeOf(fuzz::Input& input) {
-    const uint8_t number = input.Byte();
-    const auto operations = mpm::Operations();
-    return number < operations.size() ? operations[number].code : input.Number();
+    const uint8_t function = input.Byte();
+    return function < 0x80 ? fuzz::CodeOfFunction(function) : input.Number();
 }
 
 // The most that a field of fixed size can say, for each byte of it, and for each field its name.
@@ -33,7 +33,7 @@ FUZZ_TARGET(hostrecords) {
     const bool isCommand = from.Byte() & 1;
     const fuzz::Bytes data = from.Rest();
     request.data.assign(data.begin(), data.end());
-    const mpm::Operation* const operation = mpm::FindOperation(request.code, data.size());
+    const MailboxRequest* const operation = mpm::FindRequest(request.code, data.size());
     request.name = operation ? operation->name : mpm::CodeText(request.code);
 
     mpm::Event event;

@@ -1,9 +1,9 @@
 // A hostile host's bytes on the link of the simulated firmware: frames in any order, and bytes that are none.
 #include <cstring>
 
-#include "firmware/Catalogue.h"
 #include "firmware/Firmware.h"
 #include "fuzz/Input.h"
+#include "fuzz/support/Names.h"
 #include "fuzz/support/Wire.h"
 #include "mailbox/MailboxCodes.h"
 
@@ -41,8 +41,8 @@ std::vector<uint8_t> TakeFrame(fuzz::Input& from) {
     mpmlink::Header header{};
     header.kind = static_cast<mpmlink::Kind>(from.Byte());
     header.id = from.Byte();
-    const uint8_t code = from.Byte();
-    header.code = code < mpm::Operations().size() ? mpm::Operations()[code].code : from.Number();
+    const uint8_t function = from.Byte();
+    header.code = function < 0x80 ? fuzz::CodeOfFunction(function) : from.Number();
     header.value = from.Word();
     return fuzz::FrameOf(header, from.LongBlock());
 }

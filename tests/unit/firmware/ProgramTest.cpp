@@ -13,7 +13,8 @@
 #include <sstream>
 #include <thread>
 
-#include "mailbox/MailboxRecords.h"
+#include "mailbox/FirmwareLevels.h"
+#include "mailbox/MailboxTables.h"
 #include "tests/unit/firmware/LinkHost.h"
 #include "tests/unit/firmware/TlsClient.h"
 
@@ -209,6 +210,39 @@ TEST_F(ProgramTest, ShowsWhatItKnowsOfTheHost) {
     Json::Value line;
     std::istringstream(Tell("requests", "--json").output) >> line;
     EXPECT_EQ(line["fields"]["state"], 1);
+}
+
+TEST_F(ProgramTest, ShowsWhatItsLevelTurnsOn) {
+    Run({"--set", "uVORKVersion=44"});
+    const std::string shown = Tell("show").output;
+    EXPECT_NE(shown.find("firmware level 44\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("  on    40  the consent question"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("  off   45  the time zone"), std::string::npos) << shown;
+}
+
+TEST_F(ProgramTest, ListsItsTables) {
+    const std::string text = Shell("catalogue").output;
+    for (const FirmwareCommand& command : kFirmwareCommands)
+        EXPECT_NE(text.find(command.name), std::string::npos) << command.name;
+    for (const MailboxRequest& request : kMailboxRequests)
+        EXPECT_NE(text.find(request.name), std::string::npos) << request.name;
+    for (const FirmwareLevelRow& level : kFirmwareLevels)
+        EXPECT_NE(text.find(level.effect), std::string::npos) << level.name;
+    EXPECT_NE(text.find("  39          MPM_ZEL_CMD_KVM_IP_PORT_INFO            KvmPeer, 8 bytes\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST_F(ProgramTest, ListsItsTablesForPrograms) {
+    Json::Value tables;
+    std::istringstream(Shell("catalogue --json").output) >> tables;
+    EXPECT_EQ(tables["commands"].size(), std::size(kFirmwareCommands));
+    EXPECT_EQ(tables["requests"].size(), std::size(kMailboxRequests));
+    EXPECT_EQ(tables["levels"].size(), std::size(kFirmwareLevels));
+    const Json::Value inventory = tables["requests"][8];
+    EXPECT_EQ(inventory["name"], "WriteMultiNwInfo");
+    EXPECT_EQ(inventory["input"]["maxSize"], 2008);
+    EXPECT_EQ(inventory["input"]["fields"][2]["element"]["fields"][1]["name"], "Speed");
 }
 
 TEST_F(ProgramTest, EndsWithTwoAndOneLineOnBadArguments) {

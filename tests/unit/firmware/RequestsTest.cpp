@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "firmware/Answers.h"
 #include "firmware/Catalogue.h"
 #include "firmware/Report.h"
 #include "mailbox/ConsentRecords.h"
@@ -334,9 +335,9 @@ TEST_F(RequestsTest, RefusesAndRecordsAnUnknownCode) {
 }
 
 TEST_F(RequestsTest, RefusesEveryOperationWithOneByteTooMany) {
-    for (const Operation& operation : Operations()) {
+    for (const MailboxRequest& operation : kMailboxRequests) {
         if (operation.name == std::string("SendEncodedDrvFrameBuffer")) continue;  // one byte more is a chunk
-        const std::vector<uint8_t> input(operation.maxInput + 1);
+        const std::vector<uint8_t> input(operation.input.maxSize + 1);
         EXPECT_EQ(m_host.Ask(operation.code, input, 20000).error, 87u) << operation.name;
         EXPECT_FALSE(m_firmware.Requests().back().fault.empty()) << operation.name;
     }
@@ -380,6 +381,32 @@ TEST(CommandsTest, AreFoundByNameInAnyFormAndByNumber) {
     EXPECT_EQ(ParseCommand("0"), 0);
     for (const char* text : {"", "0x", "256", "-1", "8x", "DASH", "MPM_ZEL_CMD_"})
         EXPECT_FALSE(ParseCommand(text)) << text;
+}
+
+TEST(CommandsTest, CanAllBeSentByNameAndNumber) {
+    for (const FirmwareCommand& command : kFirmwareCommands) {
+        EXPECT_EQ(ParseCommand(command.name), command.number) << command.name;
+        EXPECT_EQ(ParseCommand(std::to_string(command.number)), command.number) << command.name;
+        EXPECT_EQ(CommandName(command.number), command.name);
+    }
+}
+
+TEST_F(RequestsTest, HasAnAnswerToEveryQuery) {
+    for (const MailboxRequest& request : kMailboxRequests) {
+        const size_t size = request.output.minSize;
+        if (size == 0) continue;
+        EXPECT_EQ(AnswerTo(request.code, Settings(), true).size(), size)
+            << "firmware/Answers.cpp has no answer to " << request.name;
+    }
+}
+
+TEST_F(RequestsTest, ShowsReservedBytesOnlyWhenOneIsNotZero) {
+    ADInfo info{3600, {}};
+    EXPECT_EQ(Told("WriteADInfo", MailboxCode::WriteADInfo, info).getMemberNames(),
+              std::vector<std::string>{"TimezoneDiff"});
+    m_firmware.Clear();
+    info.reserved[79] = 1;
+    EXPECT_TRUE(Told("WriteADInfo", MailboxCode::WriteADInfo, info).isMember("reserved"));
 }
 
 TEST(CommandsTest, ShowPasswordsByLengthAloneEvenWhenTheRecordIsCut) {
