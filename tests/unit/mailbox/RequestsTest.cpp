@@ -1,12 +1,11 @@
 // Every request of the catalogue: its code, its size, its bytes, its words.
+#include <algorithm>
 #include <cstring>
 #include <functional>
+#include <map>
+#include <set>
 
-#include "mailbox/ConsentRecords.h"
-#include "mailbox/DisplayRecords.h"
-#include "mailbox/IdentityRecords.h"
-#include "mailbox/OsInfoRecord.h"
-#include "mailbox/WiFiSyncRecord.h"
+#include "mailbox/MailboxTables.h"
 #include "tests/support/ServiceFixture.h"
 
 namespace {
@@ -25,6 +24,51 @@ std::vector<uint8_t> BytesOf(const Record& record) {
     const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
     return {bytes, bytes + sizeof record};
 }
+
+// Calls a wrapper with a record of zeros, or of the smallest input.
+template <class Record>
+auto With(uint32_t (MailBoxDriverInterface::*wrapper)(Record*)) {
+    return [wrapper](MailBoxDriverInterface& mailbox) {
+        std::remove_const_t<Record> record{};
+        return (mailbox.*wrapper)(&record);
+    };
+}
+
+using Interface = MailBoxDriverInterface;
+
+const std::map<std::string, std::function<uint32_t(Interface&)>> kWrappers = {
+    {"WriteDASHPacket", With(&Interface::WriteDASHPacket)},
+    {"WriteZELStatus", [](Interface& mailbox) { return mailbox.WriteZELStatus(1); }},
+    {"GetZELVersion", With(&Interface::GetZELVersion)},
+    {"WriteNetworkStatusInfo", With(&Interface::WriteNetworkStatusInfo)},
+    {"WriteOsInfo", With(&Interface::WriteOsInfo)},
+    {"WriteIPCompleteInformation", With(&Interface::WriteIPCompleteInformation)},
+    {"WriteCloseSocketcmd", [](Interface& mailbox) { return mailbox.WriteCloseSocketcmd(22); }},
+    {"WriteNwInfo", With(&Interface::WriteNwInfo)},
+    {"WriteMultiNwInfo", With(&Interface::WriteMultiNwInfo)},
+    {"WriteKVMPacket", With(&Interface::WriteKVMPacket)},
+    {"GetMPMStatus", With(&Interface::GetMPMStatus)},
+    {"WriteShutdownLaptop", [](Interface& mailbox) { return mailbox.WriteShutdownLaptop(); }},
+    {"GetCloudCertInfo", With(&Interface::GetCloudCertInfo)},
+    {"WriteUserConsent", With(&Interface::WriteUserConsent)},
+    {"GetDomainInfo", With(&Interface::GetDomainInfo)},
+    {"WriteWiFiSyncInfo", With(&Interface::WriteWiFiSyncInfo)},
+    {"WriteADInfo", With(&Interface::WriteADInfo)},
+    {"WriteWinRetCode", [](Interface& mailbox) { return mailbox.WriteWinRetCode(1, 2); }},
+    {"WriteEncodedBuffer",
+     [](Interface& mailbox) {
+         const uint8_t frame[sizeof(EncodedFrameChunk) + 1]{};
+         return mailbox.WriteEncodedBuffer(frame, sizeof frame);
+     }},
+    {"SendEncodedDrvFrameBuffer", With(&Interface::SendEncodedDrvFrameBuffer)},
+    {"WriteCapabilityConfig", With(&Interface::WriteCapabilityConfig)},
+    {"WriteDisplayConfig", With(&Interface::WriteDisplayConfig)},
+    {"WriteCSRResponse", With(&Interface::WriteCSRResponse)},
+    {"WritePwdUpdateStatus", With(&Interface::WritePwdUpdateStatus)},
+};
+
+// The ring of log records, which nothing asks for yet.
+const std::set<std::string> kWithoutWrapper = {"AllocateLogBuffer", "ReleaseLogBuffer"};
 
 class Requests : public ServiceFixture {
   protected:
@@ -58,7 +102,6 @@ class Requests : public ServiceFixture {
 }  // namespace
 
 TEST_F(Requests, RecordsTravelAsTheyStandInMemory) {
-    using Interface = MailBoxDriverInterface;
     ExpectWrites("WriteNetworkStatusInfo", 0x9C41A428, 4, &Interface::WriteNetworkStatusInfo);
     ExpectWrites("WriteOsInfo", 0x9C41A42C, 804, &Interface::WriteOsInfo);
     ExpectWrites("WriteIPCompleteInformation", 0x9C41A430, 36, &Interface::WriteIPCompleteInformation);
@@ -231,55 +274,28 @@ TEST_F(Requests, ADomainSizeAboveTheLimitIsToldAndStillASuccess) {
     EXPECT_EQ(LogCount("Domains values "), 0u);
 }
 
+TEST_F(Requests, EachHasAWrapperThatSendsIt) {
+    for (const MailboxRequest& request : kMailboxRequests) {
+        if (kWithoutWrapper.contains(request.name)) continue;
+        const auto call = kWrappers.find(request.name);
+        ASSERT_NE(call, kWrappers.end()) << request.name << " has no row in kWrappers";
+        EXPECT_EQ(call->second(Mailbox()), 0u) << request.name;
+        EXPECT_EQ(firmware.Requests().back().name, request.name);
+        EXPECT_EQ(firmware.Requests().back().code, request.code) << request.name;
+    }
+}
+
+TEST_F(Requests, EachWrapperHasARow) {
+    for (const auto& [name, call] : kWrappers)
+        EXPECT_TRUE(std::any_of(std::begin(kMailboxRequests), std::end(kMailboxRequests),
+                                [&](const MailboxRequest& request) { return name == request.name; }))
+            << name << " has no row in MAILBOX_REQUESTS";
+}
+
 TEST_F(Requests, WithTheGateClosedOnlyTheStatusRequestsPass) {
     ExpectErrors({"not signalled as Up", "Driver IOCTL failed in function"});
     Mailbox().m_bServiceUp = 0;
-    const NetworkStatusInfo network{};
-    const OsInfo system{};
-    const IPCompleteInfo address{};
-    const NwInfo adapter{};
-    const MultiNwInfo adapters{};
-    const UserConsentAnswer consent{};
-    const WiFiSyncInfo wireless{};
-    const ADInfo directory{};
-    const EncodedFrameChunk chunk{};
-    const CapabilityConfigRecord capability{};
-    const DisplayConfigRecord display{};
-    const CsrResponse enrolment{};
-    const PwdUpdateStatus password{};
-    DashPacket dash;
-    const KvmPacket kvm;
-    ManageabilityStatus version{};
-    CloudCertInfo cloud{};
-    DomainInfo domains{};
-    const std::vector<std::function<uint32_t()>> closed = {
-        [&] { return Mailbox().WriteDASHPacket(&dash); },
-        [&] { return Mailbox().WriteNetworkStatusInfo(&network); },
-        [&] { return Mailbox().WriteOsInfo(&system); },
-        [&] { return Mailbox().WriteIPCompleteInformation(&address); },
-        [&] { return Mailbox().WriteCloseSocketcmd(22); },
-        [&] { return Mailbox().WriteNwInfo(&adapter); },
-        [&] { return Mailbox().WriteMultiNwInfo(&adapters); },
-        [&] { return Mailbox().WriteKVMPacket(&kvm); },
-        [&] { return Mailbox().WriteShutdownLaptop(); },
-        [&] { return Mailbox().WriteUserConsent(&consent); },
-        [&] { return Mailbox().WriteWiFiSyncInfo(&wireless); },
-        [&] { return Mailbox().WriteADInfo(&directory); },
-        [&] { return Mailbox().WriteWinRetCode(1, 2); },
-        [&] { return Mailbox().WriteEncodedBuffer(&chunk, sizeof chunk); },
-        [&] { return Mailbox().SendEncodedDrvFrameBuffer(&chunk); },
-        [&] { return Mailbox().WriteCapabilityConfig(&capability); },
-        [&] { return Mailbox().WriteDisplayConfig(&display); },
-        [&] { return Mailbox().WriteCSRResponse(&enrolment); },
-        [&] { return Mailbox().WritePwdUpdateStatus(&password); },
-        [&] { return Mailbox().GetZELVersion(&version); },
-        [&] { return Mailbox().GetCloudCertInfo(&cloud); },
-        [&] { return Mailbox().GetDomainInfo(&domains); },
-    };
-    for (size_t i = 0; i < closed.size(); ++i)
-        EXPECT_EQ(closed[i](), 1062u) << i;
-    EXPECT_TRUE(firmware.Requests().empty());
-    uint8_t status = 0;
-    EXPECT_EQ(Mailbox().WriteZELStatus(1), 0u);
-    EXPECT_EQ(Mailbox().GetMPMStatus(&status), 0u);
+    for (const auto& [name, call] : kWrappers)
+        EXPECT_EQ(call(Mailbox()), name == "WriteZELStatus" || name == "GetMPMStatus" ? 0u : 1062u) << name;
+    EXPECT_EQ(firmware.Requests().size(), 2u);
 }
