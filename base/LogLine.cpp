@@ -56,7 +56,8 @@ void AppendTimeStamp(FixedText<512>& text) {
 
 void AppendWithoutLineBreaks(FixedText<1025>& line, std::string_view message, size_t room) {
     while (!message.empty() && room > 0) {
-        const std::string_view piece = message.substr(0, message.find_first_of("\r\n"));
+        // Two searches for one character each are several times as fast as one for either.
+        const std::string_view piece = message.substr(0, std::min(message.find('\r'), message.find('\n')));
         const size_t count = std::min(piece.size(), room);
         line.Append(piece.substr(0, count));
         room -= count;

@@ -12,6 +12,8 @@
 template <size_t Capacity>
 class FixedText {
   public:
+    FixedText() { m_text[0] = '\0'; }
+
     void Append(std::string_view text) {
         const size_t count = text.size() < Room() ? text.size() : Room();
         std::memcpy(m_text.data() + m_length, text.data(), count);
@@ -33,7 +35,8 @@ class FixedText {
     std::string_view View() const { return {m_text.data(), m_length}; }
 
   private:
-    std::array<char, Capacity> m_text{};
+    // Only what has been appended is ever read, so the rest is not cleared.
+    std::array<char, Capacity> m_text;
     size_t m_length = 0;
 };
 

@@ -53,6 +53,7 @@ std::wstring FromUtf8(std::string_view text) {
 
 std::string ToUtf8(std::wstring_view text) {
     std::string result;
+    result.reserve(text.size());
     for (const wchar_t c : text) {
         const auto code = static_cast<uint32_t>(c);
         Encode(IsCharacter(code) ? code : kReplacement, result);
