@@ -34,5 +34,5 @@ void DescribeInterfaces(int count) {
 void ScanOnce() {
     static ZELService service("");
     MultiNwInfo record;
-    FillMultiNwInfo(record);
+    service.m_networkInventory.FillMultiNwInfo(record);
 }

@@ -3,20 +3,20 @@
 
 #include <exception>
 
-#include "dash/NewRequest.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "connection/ConnectionAnnouncer.h"
+#include "state/ServiceState.h"
 
 namespace {
 constexpr DWORD kListenRetryMilliseconds = 5000;
 }  // namespace
 
 void DASHClientInterface::HandleDASHClientThread() {
-    while (!g_pZELService->m_bServiceStopping) {
-        if (m_httpsSocket.CreateSocket(g_pZELService->dashPort) == 0) {
+    while (!g_pServiceState->m_bServiceStopping) {
+        if (m_httpsSocket.CreateSocket(g_pServiceState->dashPort) == 0) {
             AcceptConnections();
         } else {
-            g_pZELService->SleepUnlessStopping(kListenRetryMilliseconds);
+            g_pServiceState->SleepUnlessStopping(kListenRetryMilliseconds);
         }
     }
     LogInfo("%s: Exiting DASH Handler Thread", "HandleDASHClientThread");
@@ -24,7 +24,7 @@ void DASHClientInterface::HandleDASHClientThread() {
 
 void DASHClientInterface::AcceptConnections() {
     bool listening = true;
-    while (listening && !g_pZELService->m_bServiceStopping) {
+    while (listening && !g_pServiceState->m_bServiceStopping) {
         try {
             listening = AcceptConnection();
         } catch (const std::exception& error) {
@@ -40,7 +40,7 @@ bool DASHClientInterface::AcceptConnection() {
     sockaddr_in peer{};
     const SOCKET socket = m_httpsSocket.AcceptSocket(false, peer);
     if (socket == INVALID_SOCKET) {
-        if (!g_pZELService->m_bServiceStopping) LogError("Accept socket is invalid");
+        if (!g_pServiceState->m_bServiceStopping) LogError("Accept socket is invalid");
         m_httpsSocket.CloseBaseSocket();
         return false;
     }
@@ -68,7 +68,7 @@ void DASHClientInterface::HandleQueuedSockets() {
         const SOCKET socket = m_socketQueue.pop();
         if (socket == INVALID_SOCKET) return;
         LogInfo("Popping queued socket with address: %I64x", socket);
-        if (g_pZELService->m_bServiceStopping) return KeepUnattended(socket);
+        if (g_pServiceState->m_bServiceStopping) return KeepUnattended(socket);
         try {
             if (!NotifyMPMOfDASHClient(TakePeerOf(socket))) {
                 LogError("Failed to create socket for DASH client with address: %I64x", socket);
@@ -98,9 +98,9 @@ void DASHClientInterface::EnqueueUnlessWaiting(ThreadPool& pool, void (DASHClien
 // False when the service stops.
 bool DASHClientInterface::AwaitNoSession() {
     std::unique_lock lock(socketMutex);
-    socketCondition.wait(lock,
-                         [] { return acceptSocket == INVALID_SOCKET || g_pZELService->m_bServiceStopping; });
-    return !g_pZELService->m_bServiceStopping;
+    socketCondition.wait(
+        lock, [] { return acceptSocket == INVALID_SOCKET || g_pServiceState->m_bServiceStopping; });
+    return !g_pServiceState->m_bServiceStopping;
 }
 
 // Asked once for each socket: what stayed behind would grow with every console.
@@ -117,9 +117,7 @@ void DASHClientInterface::KeepUnattended(SOCKET socket) {
 }
 
 bool DASHClientInterface::NotifyMPMOfDASHClient(const sockaddr_in& peer) {
-    g_pZELService->WakeAndUpdateMPMAndWait(false);
-    const uint32_t error =
-        ForwardNewRequestToMPM(g_pZELService->dashPort, peer.sin_addr.s_addr, peer.sin_port, kPeerMarker);
+    const uint32_t error = m_announcer.Announce(g_pServiceState->dashPort, peer);
     LogInfo("Remote Port %d", peer.sin_port);
     LogInfo("Response returned for HTTPS DASH Request from Mailbox driver");
     return error == ERROR_SUCCESS;

@@ -16,15 +16,18 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/DetachedThreads.h"
+#include "connection/SocketServers.h"
 #include "dash/ErrorCheckingMutex.h"
 #include "dash/SocketQueue.h"
-#include "dash/SocketServers.h"
 #include "dash/ThreadPool.h"
-#include "base/DetachedThreads.h"
+
+class ConnectionAnnouncer;
 
 class DASHClientInterface {
   public:
-    DASHClientInterface();
+    // The announcer outlives this object.
+    explicit DASHClientInterface(ConnectionAnnouncer& announcer);
     ~DASHClientInterface();
     DASHClientInterface(const DASHClientInterface&) = delete;
     DASHClientInterface& operator=(const DASHClientInterface&) = delete;
@@ -78,6 +81,7 @@ class DASHClientInterface {
     void StartResetThread();
     void ResetDASHCommunication();
 
+    ConnectionAnnouncer& m_announcer;
     std::atomic<uint8_t> m_bStopSession{0};
     std::atomic<uint8_t> m_bReceiveEnded{0};  // nothing more comes from the session's console
     HttpsSocket m_httpsSocket;

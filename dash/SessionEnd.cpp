@@ -1,10 +1,10 @@
 // How a session ends: the idle limit, the closing of its socket, and the reset after a fault.
 #include <system_error>
 
-#include "dash/DASHClientInterface.h"
 #include "base/Log.h"
+#include "dash/DASHClientInterface.h"
 #include "mailbox/FirmwareLevels.h"
-#include "service/ZELService.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ int64_t CurrentTime() {
 
 }  // namespace
 
-DASHClientInterface::DASHClientInterface() {
+DASHClientInterface::DASHClientInterface(ConnectionAnnouncer& announcer) : m_announcer(announcer) {
     m_socketAddressMap.max_load_factor(1.0f);
 }
 
@@ -53,7 +53,7 @@ void DASHClientInterface::NoteActivity() {
 
 void DASHClientInterface::MonitorClientActivity() {
     NoteActivity();
-    while (!m_bStopSession && g_pZELService->SleepUnlessStopping(kIdleCheckMilliseconds)) {
+    while (!m_bStopSession && g_pServiceState->SleepUnlessStopping(kIdleCheckMilliseconds)) {
         const int64_t idle = CurrentTime() - last_activity_time;
         if (idle < kIdleLimitSeconds * kTicksPerSecond) continue;
         LogWarn("Server has not received requests for %lld seconds max %d. Initiating socket shutdown.",
@@ -66,12 +66,12 @@ void DASHClientInterface::CloseSocketWithMPM() {
     const SOCKET socket = acceptSocket;
     if (socket == INVALID_SOCKET) return;
     const uint32_t error =
-        g_pZELService->m_mailBoxDriverInterface.WriteCloseSocketcmd(g_pZELService->dashPort);
+        g_pServiceState->m_mailBoxDriverInterface.WriteCloseSocketcmd(g_pServiceState->dashPort);
     if (error != ERROR_SUCCESS) {
         LogWarn("MPM returned code %d for WriteCloseSocketcmd", error);
         CloseSocketInZEL(socket);
         StartResetThread();
-    } else if (g_pZELService->m_vorkVersion < FirmwareLevel::DashCloseByFirmware) {
+    } else if (g_pServiceState->m_vorkVersion < FirmwareLevel::DashCloseByFirmware) {
         CloseSocketInZEL(socket);
     }
     // Newer firmware ends the connection itself; the idle limit catches the case where it does not.

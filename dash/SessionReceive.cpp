@@ -1,13 +1,13 @@
 // Client to firmware.
-#include "dash/DASHClientInterface.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "dash/DASHClientInterface.h"
+#include "state/ServiceState.h"
 
 void DASHClientInterface::DataRecvThread() {
     LogInfo("%s: entry", "DataRecvThread");
     SOCKET socket = INVALID_SOCKET;
     bool receiving = true;
-    while (receiving && !g_pZELService->m_bServiceStopping && !m_bStopSession) {
+    while (receiving && !g_pServiceState->m_bServiceStopping && !m_bStopSession) {
         receiving = ReceiveOnce(socket);
         Sleep(0);
     }
@@ -58,6 +58,7 @@ void DASHClientInterface::updateDataToMPM(int size) {
     LogInfo("%s: Updating data to be sent from client to MPM", "updateDataToMPM");
     m_recvBuffer[size] = 0;
     DashPacket packet{acceptSocket, m_recvBuffer.data(), static_cast<uint32_t>(size), nullptr, 0};
-    if (!g_pZELService->m_bServiceStopping) g_pZELService->m_mailBoxDriverInterface.WriteDASHPacket(&packet);
+    if (!g_pServiceState->m_bServiceStopping)
+        g_pServiceState->m_mailBoxDriverInterface.WriteDASHPacket(&packet);
     LogInfo("%s: exit", "updateDataToMPM");
 }

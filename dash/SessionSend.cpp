@@ -2,9 +2,9 @@
 #include <cstring>
 #include <new>
 
-#include "dash/DASHClientInterface.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "dash/DASHClientInterface.h"
+#include "state/ServiceState.h"
 
 namespace {
 constexpr int kSendAttempts = 5;
@@ -34,10 +34,10 @@ void DASHClientInterface::updateDataToClient(const void* payload, size_t size) {
 void DASHClientInterface::SendDataToDASHClient() {
     LogInfo("%s: entry", "SendDataToDASHClient");
     std::unique_lock lock(sendMutex);
-    while (!g_pZELService->m_bServiceStopping && !m_bStopSession && acceptSocket != INVALID_SOCKET) {
+    while (!g_pServiceState->m_bServiceStopping && !m_bStopSession && acceptSocket != INVALID_SOCKET) {
         sendCondition.wait(
-            lock, [this] { return SendSize != 0 || m_bStopSession || g_pZELService->m_bServiceStopping; });
-        if (m_bStopSession || g_pZELService->m_bServiceStopping) break;
+            lock, [this] { return SendSize != 0 || m_bStopSession || g_pServiceState->m_bServiceStopping; });
+        if (m_bStopSession || g_pServiceState->m_bServiceStopping) break;
         LogInfo("%s: after Waiting for Send Size to get Updated, size %d", "SendDataToDASHClient", SendSize);
         const SendOutcome outcome = SendPendingData();
         SendSize = 0;
@@ -77,7 +77,7 @@ DASHClientInterface::SendOutcome DASHClientInterface::SendPendingData() {
             // The receive task has seen the end, too, and closes the session: five more of these would end
             // all sessions for good.
             if (m_bReceiveEnded && !IsTemporary(outcome.error)) break;
-            g_pZELService->SleepUnlessStopping(kSendRetryMilliseconds);
+            g_pServiceState->SleepUnlessStopping(kSendRetryMilliseconds);
             ++outcome.failures;
             continue;
         }
@@ -88,6 +88,6 @@ DASHClientInterface::SendOutcome DASHClientInterface::SendPendingData() {
                 "SendDataToDASHClient", offset, offset, remaining, sent);
         outcome.failures = 0;
         if (remaining < 1) break;
-    } while (!g_pZELService->m_bServiceStopping);
+    } while (!g_pServiceState->m_bServiceStopping);
     return outcome;
 }

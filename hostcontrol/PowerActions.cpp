@@ -3,9 +3,9 @@
 #include <windows.h>
 #include <powrprof.h>
 
-#include "hostcontrol/HostControl.h"
 #include "base/Handles.h"
 #include "base/Log.h"
+#include "hostcontrol/HostControl.h"
 
 namespace {
 

@@ -13,22 +13,22 @@
 #include "base/FilesystemPath.h"
 #include "base/Handles.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
 #include "session/LaunchProcess.h"
+#include "state/ServiceState.h"
 
 namespace {
 
 constexpr const char* kProgram = "ZELKVMApp.exe";
 constexpr UINT kKilled = 9;
 
-std::string CommandLine(const std::string& program) {
+std::string CommandLine(const std::string& program, uint32_t displayMode) {
     const auto item = [](const char* name, uint32_t value) {
         return std::string(" ") + name + " " + std::to_string(value);
     };
     // The screen of the service's own session, whatever that is worth.
     return '"' + program + '"' + item("-X", GetSystemMetrics(SM_CXSCREEN)) +
-           item("-Y", GetSystemMetrics(SM_CYSCREEN)) + item("-V", g_pZELService->m_vorkVersion) +
-           item("-E", g_pZELService->m_kvmSessionControl.m_bLuxKvmEnabled);
+           item("-Y", GetSystemMetrics(SM_CYSCREEN)) + item("-V", g_pServiceState->m_vorkVersion) +
+           item("-E", displayMode);
 }
 
 // Calls `visit` with the id of each process of this name until it answers false.
@@ -66,12 +66,12 @@ void DeleteIfThere(const std::string& path, const DeletionTexts& texts) {
 
 }  // namespace
 
-int KVMAgent::LaunchKVMAgent() {
+int KVMAgent::LaunchKVMAgent(uint8_t displayMode) {
     const std::string folder = ExecutableFolder("Failed to locate service binary path");
     if (folder.empty()) return 0;
     const std::string program = folder + "\\" + kProgram;
     LogDebug("KVM Agent = %s", program);
-    const std::string command = CommandLine(program);
+    const std::string command = CommandLine(program, displayMode);
     LogInfo("KVM APP Command:%s", command);
     uint32_t pid = m_agentPID;
     const bool launched = LaunchProcess(kProgram, command, pid);
@@ -81,7 +81,7 @@ int KVMAgent::LaunchKVMAgent() {
 }
 
 void KVMAgent::TerminateKVMAgent() {
-    std::ofstream file(FilesystemPath(g_pZELService->GetTerminateFilePath()));
+    std::ofstream file(FilesystemPath(g_pServiceState->GetTerminateFilePath()));
     if (!file) {
         LogInfo("Failed to create terminate.txt file.");
         return;
@@ -96,8 +96,8 @@ void KVMAgent::TerminateKVMAgent() {
 
 void KVMAgent::RemoveKVMAgent() {
     killProcessByName(kProgram);
-    DeleteIfThere(g_pZELService->GetTerminateFilePath(), kTerminateFileTexts);
-    DeleteIfThere(g_pZELService->GetDisplayMgrLogPath(), kDisplayMgrLogTexts);
+    DeleteIfThere(g_pServiceState->GetTerminateFilePath(), kTerminateFileTexts);
+    DeleteIfThere(g_pServiceState->GetDisplayMgrLogPath(), kDisplayMgrLogTexts);
 }
 
 bool KVMAgent::IsKVMAgentRunning() {

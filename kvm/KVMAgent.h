@@ -8,9 +8,10 @@
 
 class KVMAgent {
   public:
-    // Starts one more helper. Non-zero when that worked as far as the platform can tell. RunServerKVMThread,
-    // or the mailbox read thread.
-    int LaunchKVMAgent();
+    // Starts one more agent; displayMode is 1 when the firmware's viewer shows the screen itself. Returns
+    // non-zero when that worked as far as the platform can tell. RunServerKVMThread, or the mailbox read
+    // thread.
+    int LaunchKVMAgent(uint8_t displayMode);
 
     // Asks every helper to leave, by the terminate file, and doesn't wait. Throws std::ios_base::failure when
     // the file can't be closed; one that can't be created is logged and left.

@@ -1,10 +1,10 @@
 // The bytes of a session, in both directions.
 #include <cstring>
 
-#include "kvm/KVMClientInterface.h"
 #include "base/Log.h"
+#include "kvm/KVMClientInterface.h"
 #include "mailbox/FirmwareLevels.h"
-#include "service/ZELService.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -59,9 +59,9 @@ bool KVMClientInterface::ReceiveOnce() {
 
 // A block that the firmware doesn't take is dropped, and the stream has a gap.
 void KVMClientInterface::PassToFirmware(uint32_t size) {
-    if (g_pZELService->m_vorkVersion >= FirmwareLevel::KvmRetries) return WriteWithRetries(size);
+    if (g_pServiceState->m_vorkVersion >= FirmwareLevel::KvmRetries) return WriteWithRetries(size);
     const KvmPacket packet{m_clientSocket, m_recvBuffer.data(), size, nullptr, 0};
-    if (m_bSessionActive) g_pZELService->m_mailBoxDriverInterface.WriteKVMPacket(&packet);
+    if (m_bSessionActive) g_pServiceState->m_mailBoxDriverInterface.WriteKVMPacket(&packet);
 }
 
 // Back to back: the time that the firmware takes to refuse is the only pacing.
@@ -70,7 +70,7 @@ void KVMClientInterface::WriteWithRetries(uint32_t size) {
     for (int attempt = 0; attempt <= kMaxRetries; ++attempt) {
         if (attempt > 0) LogWarn("Re-attempting passing recv buffer. Re-attempt: %d", attempt);
         if (!m_bSessionActive) return;
-        const uint32_t error = g_pZELService->m_mailBoxDriverInterface.WriteKVMPacket(&packet);
+        const uint32_t error = g_pServiceState->m_mailBoxDriverInterface.WriteKVMPacket(&packet);
         if (error == ERROR_SUCCESS) return;
         LogWarn("Return code for KVM write packet: %d (Expecting %d (ERROR_RETRY) for buffer retry)", error,
                 kRetryStatus);
@@ -84,7 +84,7 @@ void KVMClientInterface::SendDataToKVMClient(const void* data, size_t size) {
         LogInfo("%s: Socket is closed", kSender);
         return;
     }
-    if (g_pZELService->m_kvmSessionControl.m_kvmSocketState != kKvmClientConnected) {
+    if (m_kvmSocketState != kKvmClientConnected) {
         LogInfo("%s: Socket status is not initiated, so return", kSender);
         return;
     }
@@ -129,5 +129,5 @@ bool KVMClientInterface::SendAll(const char* data, size_t size) {
 
 void KVMClientInterface::TriggerShutdown(const char* caller) {
     LogInfo("%s: Trigger KVM shutdown", caller);
-    g_pZELService->m_kvmSessionControl.TriggerKVMShutdown();
+    TriggerKVMShutdown();
 }

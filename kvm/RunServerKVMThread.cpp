@@ -1,10 +1,11 @@
 // The listener thread: one per enabling, from the firmware's command to the clean-up.
 #include <exception>
+#include <system_error>
 
-#include "dash/NewRequest.h"
-#include "kvm/KVMSessionControl.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "connection/ConnectionAnnouncer.h"
+#include "kvm/KVMClientInterface.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ constexpr DWORD kListenRetry = 5000;
 }  // namespace
 
 // The thread's top.
-void KVMSessionControl::ServeKVM() {
+void KVMClientInterface::ServeKVM() {
     try {
         RunServerKVMThread();
     } catch (const std::exception& exception) {
@@ -25,13 +26,13 @@ void KVMSessionControl::ServeKVM() {
     }
 }
 
-void KVMSessionControl::RunServerKVMThread() {
+void KVMClientInterface::RunServerKVMThread() {
     AwaitEarlierSession();
     while (m_kvmState == kKvmEnabled) {
         LogInfo("Create SSH socket");
         if (m_kvmSocket.CreateSocket(kKvmPort) != 0) {
             LogError("%s: Sleep and retry creating SSH port socket...", kName);
-            if (!g_pZELService->SleepUnlessStopping(kListenRetry)) break;
+            if (!g_pServiceState->SleepUnlessStopping(kListenRetry)) break;
             continue;
         }
         if (m_kvmState != kKvmEnabled) break;
@@ -46,17 +47,17 @@ void KVMSessionControl::RunServerKVMThread() {
 }
 
 // The earlier session is left to finish closing, which the clean-up of its agent does last.
-void KVMSessionControl::AwaitEarlierSession() {
+void KVMClientInterface::AwaitEarlierSession() {
     while (m_kvmState == kKvmClosing && m_agentCleanUps > 0 && !m_bShutdownTriggered &&
-           g_pZELService->SleepUnlessStopping(kClosingPoll)) {
+           g_pServiceState->SleepUnlessStopping(kClosingPoll)) {
     }
     m_kvmState = kKvmEnabled;
     // What ended this session before it began must not be forgotten: somebody waits for this thread.
-    if (m_bShutdownTriggered || g_pZELService->m_bServiceStopping) m_kvmState = kKvmClosing;
+    if (m_bShutdownTriggered || g_pServiceState->m_bServiceStopping) m_kvmState = kKvmClosing;
 }
 
 // On one listener. False when a session could not begin; true when the listener has come to its end.
-bool KVMSessionControl::ServeClients() {
+bool KVMClientInterface::ServeClients() {
     while (m_kvmState == kKvmEnabled) {
         LogInfo("Calling KVM Socket Accept");
         sockaddr_in peer{};
@@ -75,24 +76,50 @@ bool KVMSessionControl::ServeClients() {
         }
         if (!BeginSession(socket)) return false;
         m_kvmSocketState = kKvmClientConnected;
-        g_pZELService->WakeAndUpdateMPMAndWait(false);
-        ForwardNewRequestToMPM(kKvmPort, peer.sin_addr.s_addr, peer.sin_port, kPeerMarker);
+        m_announcer.Announce(kKvmPort, peer);
         LogInfo("Response returned for KVM request from Mailbox driver");
-        g_pZELService->m_kvmClientInterface.StartDataRecvThread();
+        StartDataRecvThread();
     }
     return true;
 }
 
-bool KVMSessionControl::BeginSession(SOCKET socket) {
+bool KVMClientInterface::BeginSession(SOCKET socket) {
     // A session that is cleaned up is one before: this one needs its own clean-up also when it fails at once.
     uint16_t before = kKvmCleanedUp;
     m_kvmSocketState.compare_exchange_strong(before, kKvmNoClient);
-    const bool begun = g_pZELService->m_kvmClientInterface.DoInitKVM(socket);
+    const bool begun = DoInitKVM(socket);
     SetKVMStatus(begun);
     return begun;
 }
 
-bool KVMSessionControl::IsTrusted(const sockaddr_in& peer) const {
+bool KVMClientInterface::IsTrusted(const sockaddr_in& peer) const {
     const TrustedPeer trusted = m_kvmTrusted;
     return trusted.m_kvmTrustedIP == 0 || trusted.m_kvmTrustedIP == peer.sin_addr.s_addr;
+}
+
+bool KVMClientInterface::DoInitKVM(SOCKET socket) {
+    LogInfo("%s: Entered", "DoInitKVM");
+    const SOCKET before = m_clientSocket.exchange(socket);
+    if (before != INVALID_SOCKET) {
+        std::lock_guard lock(m_replacedMutex);
+        m_replacedSockets.push_back(before);
+    }
+    m_bSessionActive.exchange(1);
+    if (!m_agent.LaunchKVMAgent(m_bLuxKvmEnabled)) {
+        LogError("%s: Launch KVM_Agent failed", "DoInitKVM");
+        return false;
+    }
+    return true;
+}
+
+void KVMClientInterface::StartDataRecvThread() {
+    std::lock_guard lock(m_recvThreadMutex);
+    try {
+        if (!m_pRecvThreadObj)
+            m_pRecvThreadObj = g_pServiceState->m_detachedThreads.StartOwned([this] { KVMDataRecvThread(); });
+    } catch (const std::system_error&) {
+        // Told below.
+    }
+    if (!m_pRecvThreadObj)
+        LogError("%s: Failed to start the KVM data receiver thread", "StartDataRecvThread");
 }

@@ -18,9 +18,9 @@
 #include <mutex>
 #include <string>
 
+#include "base/Handles.h"
 #include "mailbox/MailboxCodes.h"
 #include "mailbox/MailboxRecords.h"
-#include "base/Handles.h"
 
 struct CapabilityConfigRecord;
 struct CsrResponse;

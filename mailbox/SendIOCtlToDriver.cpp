@@ -1,6 +1,6 @@
 // The one primitive on which every request is built.
-#include "mailbox/MailBoxDriverInterface.h"
 #include "base/Log.h"
+#include "mailbox/MailBoxDriverInterface.h"
 
 namespace {
 

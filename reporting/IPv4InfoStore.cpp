@@ -2,9 +2,9 @@
 
 #include <charconv>
 
-#include "reporting/NicInfo.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "reporting/NicInfo.h"
+#include "state/ServiceState.h"
 
 namespace {
 constexpr uint32_t kReportedPort = 623;
@@ -33,7 +33,7 @@ void IPv4InfoStore::UpdateNetworkAddress([[maybe_unused]] bool wireless) {
 }
 
 void IPv4InfoStore::UpdateIfEnabled(bool wireless) {
-    if (g_pZELService->m_bNetworkUpdatesEnabled) {
+    if (g_pServiceState->m_bNetworkUpdatesEnabled) {
         UpdateNetworkAddress(wireless);
     } else {
         LogInfo("Skipping network updates");
@@ -50,7 +50,7 @@ void IPv4InfoStore::SendIPCompleteInfo() {
         }
         info = TakeForSending();
     }
-    g_pZELService->m_mailBoxDriverInterface.WriteIPCompleteInformation(&info);
+    g_pServiceState->m_mailBoxDriverInterface.WriteIPCompleteInformation(&info);
 }
 
 uint32_t IPv4InfoStore::GetCurrentIPv4() const {
@@ -84,6 +84,13 @@ IPCompleteInfo IPv4InfoStore::TakeForSending() {
     LogInfo("Updating IPv4 Info 0x%x", m_ipCompleteInfo.IPv4Address);
     m_lastSentIPv4 = m_ipCompleteInfo.IPv4Address;
     return m_ipCompleteInfo;
+}
+
+IPCompleteInfo IPv4InfoStore::TakeForNewConnection(uint16_t localPort, uint32_t peerAddress,
+                                                   uint16_t peerPort, uint16_t marker) {
+    std::lock_guard lock(m_mutex);
+    SetPeer(localPort, peerAddress, peerPort, marker);
+    return TakeForSending();
 }
 
 void IPv4InfoStore::RememberInterface(uint32_t address, uint32_t addressOrigin, uint32_t dhcpServer,

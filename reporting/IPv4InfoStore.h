@@ -34,8 +34,11 @@ class IPv4InfoStore {
     // Zeroes the whole record.
     void ClearAddresses();
 
-    // A copy of the record, remembered as the one sent last.
+    // Returns a copy of the record, which from then on is the one sent last.
     IPCompleteInfo TakeForSending();
+    // SetPeer and TakeForSending as one step: the copy names this peer and no other connection's.
+    IPCompleteInfo TakeForNewConnection(uint16_t localPort, uint32_t peerAddress, uint16_t peerPort,
+                                        uint16_t marker);
 
     // What a scan has learned of the interface with this address: 3 static or 4 from DHCP, the DHCP server,
     // the kind of adapter. Later scans overwrite it, nothing removes it.

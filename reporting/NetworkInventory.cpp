@@ -6,10 +6,12 @@
 #include <cstring>
 #include <mutex>
 
-#include "reporting/NicInfo.h"
 #include "base/FieldText.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "reporting/IPv4InfoStore.h"
+#include "reporting/NetworkStateStore.h"
+#include "reporting/NicInfo.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -29,8 +31,35 @@ void FillEntry(NwInfoEntry& entry, const NicInfo& nic) {
     entry.Gateway = nic.Gateway;
 }
 
-void LogEntry(size_t index, const NwInfoEntry& entry) {
-    const IPv4InfoStore& store = g_pZELService->m_ipv4InfoStore;
+}  // namespace
+
+void NetworkInventory::FillMultiNwInfo(MultiNwInfo& record) {
+    const auto lock = m_reported.Lock();
+    const std::vector<NicInfo> list = GetNicInfoList();
+    record = {};
+    record.Count = static_cast<uint16_t>(list.size());
+    for (size_t i = 0; i < FilledSlots(record); ++i) {
+        FillEntry(record.Entries[i], list[i]);
+        m_addresses.RememberInterface(list[i].IPv4Address, list[i].AddressOrigin, list[i].DHCPServer,
+                                      list[i].AdapterType);
+    }
+}
+
+bool NetworkInventory::CommitNwInfo(const MultiNwInfo& record) {
+    bool wireless = false;
+    for (size_t i = 0; i < FilledSlots(record); ++i) {
+        LogEntry(i, record.Entries[i]);
+        wireless |= record.Entries[i].LinkTechnology != kLinkEthernet;
+    }
+    m_reported.Store(record);
+    if (record.Entries[0].IPv4Address != m_addresses.GetCurrentIPv4()) {
+        m_addresses.UpdateIfEnabled(wireless);
+        m_addresses.SendIPCompleteInfo();
+    }
+    return wireless;
+}
+
+void NetworkInventory::LogEntry(size_t index, const NwInfoEntry& entry) const {
     LogInfo("Interface Index: %d", index);
     LogInfo("Name: %s", std::string(TextInField(entry.Name)));
     LogInfo("Speed: %llu", entry.Speed);
@@ -43,38 +72,9 @@ void LogEntry(size_t index, const NwInfoEntry& entry) {
     LogInfo("IPv4 (NBO): %x", entry.IPv4Address);
     LogInfo("Subnet (NBO): %x", entry.Subnet);
     LogInfo("Gateway (NBO): %x", entry.Gateway);
-    LogInfo("Address Origin: %s", store.AddressOriginText(entry.IPv4Address));
-    LogInfo("DHCP Server(NBO): %s", store.DHCPServerText(entry.IPv4Address));
-    LogInfo("Adapter Type: %s", store.AdapterTypeText(entry.IPv4Address));
-}
-
-}  // namespace
-
-void FillMultiNwInfo(MultiNwInfo& record) {
-    const auto lock = g_pZELService->m_networkStateStore.Lock();
-    const std::vector<NicInfo> list = GetNicInfoList();
-    record = {};
-    record.Count = static_cast<uint16_t>(list.size());
-    for (size_t i = 0; i < FilledSlots(record); ++i) {
-        FillEntry(record.Entries[i], list[i]);
-        g_pZELService->m_ipv4InfoStore.RememberInterface(list[i].IPv4Address, list[i].AddressOrigin,
-                                                         list[i].DHCPServer, list[i].AdapterType);
-    }
-}
-
-bool CommitNwInfo(const MultiNwInfo& record) {
-    bool wireless = false;
-    for (size_t i = 0; i < FilledSlots(record); ++i) {
-        LogEntry(i, record.Entries[i]);
-        wireless |= record.Entries[i].LinkTechnology != kLinkEthernet;
-    }
-    g_pZELService->m_networkStateStore.Store(record);
-    IPv4InfoStore& store = g_pZELService->m_ipv4InfoStore;
-    if (record.Entries[0].IPv4Address != store.GetCurrentIPv4()) {
-        store.UpdateIfEnabled(wireless);
-        store.SendIPCompleteInfo();
-    }
-    return wireless;
+    LogInfo("Address Origin: %s", m_addresses.AddressOriginText(entry.IPv4Address));
+    LogInfo("DHCP Server(NBO): %s", m_addresses.DHCPServerText(entry.IPv4Address));
+    LogInfo("Adapter Type: %s", m_addresses.AdapterTypeText(entry.IPv4Address));
 }
 
 bool ChoosePrimaryEntry(const MultiNwInfo& record, size_t& index) {
@@ -99,7 +99,7 @@ NwInfo MakeNwInfo(const NwInfoEntry& entry) {
 }
 
 void SendNetworkStatus(bool wireless) {
-    if (!g_pZELService->m_bNetworkUpdatesEnabled) {
+    if (!g_pServiceState->m_bNetworkUpdatesEnabled) {
         LogInfo("Skipping network updates");
         return;
     }
@@ -120,7 +120,7 @@ void SendNetworkStatus(bool wireless) {
     } else {
         LogInfo("Not connected to internet via LAN/WLAN %d", flags);
     }
-    g_pZELService->m_mailBoxDriverInterface.WriteNetworkStatusInfo(&status);
+    g_pServiceState->m_mailBoxDriverInterface.WriteNetworkStatusInfo(&status);
 }
 
 bool GetHostAndDnsDomain(std::string& host, std::string& domain) {

@@ -10,15 +10,30 @@
 
 #include "mailbox/MailboxRecords.h"
 
-// Scans the host into the record: the true count, and the first five interfaces. What the scan learns of each
-// address goes into IPv4InfoStore. Holds the lock of NetworkStateStore for as long as the scan takes. Any
-// thread.
-void FillMultiNwInfo(MultiNwInfo& record);
+class IPv4InfoStore;
+class NetworkStateStore;
 
-// Makes the record the picture that later scans are compared with, and reports the primary address when it
-// has moved. True when an interface is other than Ethernet. May take 3 seconds, and as long as the firmware
-// takes to answer. Any thread.
-bool CommitNwInfo(const MultiNwInfo& record);
+class NetworkInventory {
+  public:
+    NetworkInventory(IPv4InfoStore& addresses, NetworkStateStore& reported)
+        : m_addresses(addresses), m_reported(reported) {}
+
+    // Scans the host into the record: the true count, and the first five interfaces. What the scan learns of
+    // each address goes into IPv4InfoStore. Holds the lock of NetworkStateStore for as long as the scan
+    // takes. Any thread.
+    void FillMultiNwInfo(MultiNwInfo& record);
+
+    // Makes the record the picture that later scans are compared with, and reports the primary address when
+    // it has moved. Returns true when an interface is other than Ethernet. May take 3 seconds, and as long as
+    // the firmware takes to answer. Any thread.
+    bool CommitNwInfo(const MultiNwInfo& record);
+
+  private:
+    void LogEntry(size_t index, const NwInfoEntry& entry) const;
+
+    IPv4InfoStore& m_addresses;
+    NetworkStateStore& m_reported;
+};
 
 // For firmware that is told of one interface: the first wireless one, or the last. False when there is none.
 bool ChoosePrimaryEntry(const MultiNwInfo& record, size_t& index);

@@ -1,11 +1,14 @@
 // The scanning thread, and what a scan reports by either way.
 #include "reporting/NetworkMonitor.h"
 
-#include "mailbox/FirmwareLevels.h"
-#include "reporting/NetworkInventory.h"
 #include "base/Log.h"
 #include "base/SteadyTime.h"
-#include "service/ZELService.h"
+#include "mailbox/FirmwareLevels.h"
+#include "reporting/IPv4InfoStore.h"
+#include "reporting/NetworkInventory.h"
+#include "reporting/NetworkStateStore.h"
+#include "reporting/StatusFile.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -14,7 +17,13 @@ constexpr uint64_t kLeastScanDistance = 61'001'000'000;  // ns
 
 }  // namespace
 
-NetworkMonitor::NetworkMonitor() : m_hNetworkScanStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {}
+NetworkMonitor::NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported,
+                               NetworkInventory& inventory, StatusFile& statusFile)
+    : m_addresses(addresses),
+      m_reported(reported),
+      m_inventory(inventory),
+      m_statusFile(statusFile),
+      m_hNetworkScanStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {}
 
 NetworkMonitor::~NetworkMonitor() {
     StopNetworkScanThread();
@@ -23,9 +32,9 @@ NetworkMonitor::~NetworkMonitor() {
 
 void NetworkMonitor::StartNetworkScanThread() {
     std::lock_guard lock(m_threadMutex);
-    if (m_pNetworkScanThreadObj || g_pZELService->m_bServiceStopping) return;
+    if (m_pNetworkScanThreadObj || g_pServiceState->m_bServiceStopping) return;
     LogInfo("Network scanning thread starting");
-    m_pNetworkScanThreadObj = g_pZELService->m_detachedThreads.StartOwned([this] { NetworkScanThread(); });
+    m_pNetworkScanThreadObj = g_pServiceState->m_detachedThreads.StartOwned([this] { NetworkScanThread(); });
 }
 
 void NetworkMonitor::StopNetworkScanThread() {
@@ -38,75 +47,57 @@ void NetworkMonitor::StopNetworkScanThread() {
 
 void NetworkMonitor::NetworkScanThread() {
     while (WaitForSingleObject(m_hNetworkScanStopEvent.Get(), kScanPeriodMilliseconds) == WAIT_TIMEOUT) {
-        // A scan by the WLAN service's word puts this one off, by a whole period at most.
-        if (SteadyTime() - m_lastNetworkScanTime >= kLeastScanDistance) ScanNetwork();
+        // A scan after a WLAN event postpones this one, by a whole period at most.
+        if (SteadyTime() - m_lastNetworkScanTime < kLeastScanDistance) continue;
+        // The periodic scan does not send the list; only WLAN events and the platform update do.
+        ReportNetwork({.logsCount = true});
     }
     LogInfo("Network scanning thread exitting gracefully");
     ResetEvent(m_hNetworkScanStopEvent.Get());
 }
 
-// A changed list of interfaces is not sent from here: the firmware gets that by the WLAN service's word and
-// by the platform update alone.
-void NetworkMonitor::ScanNetwork() {
-    m_lastNetworkScanTime = SteadyTime();
+bool NetworkMonitor::ReportNetwork(const NetworkPass& pass) {
+    if (pass.onlyWhenChanged) m_lastNetworkScanTime = SteadyTime();
     MultiNwInfo record;
-    FillMultiNwInfo(record);
-    if (!g_pZELService->m_networkStateStore.HasChanged(record)) return;
-    LogInfo("Available NICs Count: %d", record.Count);
-    CommitNwInfo(record);
-    const bool wlan = CheckWlanAndSyncProfile(true);
-    g_pZELService->m_ipv4InfoStore.UpdateIfEnabled(wlan);
-    g_pZELService->m_statusFile.UpdateStatusFile();
+    m_inventory.FillMultiNwInfo(record);
+    if (pass.onlyWhenChanged && !m_reported.HasChanged(record)) return false;
+    if (pass.logsCount) LogInfo("Available NICs Count: %d", record.Count);
+    m_inventory.CommitNwInfo(record);
+    if (pass.updatesAddress) {
+        const bool wlan = CheckWlanAndSyncProfile(true);
+        if (pass.logsSkippedAddress || g_pServiceState->m_bNetworkUpdatesEnabled)
+            m_addresses.UpdateIfEnabled(wlan);
+    }
+    if (pass.sendsAddress) m_addresses.SendIPCompleteInfo();
+    if (pass.sendsInventory) WriteNetworkInventory(record);
+    m_statusFile.UpdateStatusFile();
+    return true;
 }
 
 void NetworkMonitor::HandleWlanEvent(DWORD source, DWORD code) {
-    if (!g_pZELService->m_bNetworkUpdatesEnabled) {
+    const uint32_t version = g_pServiceState->m_vorkVersion;
+    if (!g_pServiceState->m_bNetworkUpdatesEnabled) {
         LogInfo("Skipping network updates");
-    } else if (g_pZELService->m_vorkVersion >= FirmwareLevel::AllAdapters) {
-        ReportToNewFirmware();
-    } else {
-        ReportToOldFirmware(source, code);
-    }
-}
-
-void NetworkMonitor::ReportToNewFirmware() {
-    m_lastNetworkScanTime = SteadyTime();
-    MultiNwInfo record;
-    FillMultiNwInfo(record);
-    if (!g_pZELService->m_networkStateStore.HasChanged(record)) {
+    } else if (version < FirmwareLevel::AllAdapters) {
+        if (IsOldFirmwaresEvent(source, code))
+            ReportNetwork({.logsSkippedAddress = false, .sendsInventory = true});
+    } else if (!ReportNetwork({.sendsAddress = true, .sendsInventory = true})) {
         // The network may be the same over another Wi-Fi profile.
-        if (g_pZELService->m_vorkVersion >= FirmwareLevel::WiFiSync) CheckWlanAndSyncProfile(false);
-        return;
+        if (version >= FirmwareLevel::WiFiSync) CheckWlanAndSyncProfile(false);
     }
-    CommitNwInfo(record);
-    const bool wlan = CheckWlanAndSyncProfile(true);
-    g_pZELService->m_ipv4InfoStore.UpdateIfEnabled(wlan);
-    g_pZELService->m_ipv4InfoStore.SendIPCompleteInfo();
-    WriteNetworkInventory(record);
-    g_pZELService->m_statusFile.UpdateStatusFile();
 }
 
-void NetworkMonitor::ReportToOldFirmware(DWORD source, DWORD code) {
-    if (source != WLAN_NOTIFICATION_SOURCE_ACM) return;
-    if (code == wlan_notification_acm_disconnected) {
+// Older firmware is only told of a completed connection.
+bool NetworkMonitor::IsOldFirmwaresEvent(DWORD source, DWORD code) const {
+    if (source != WLAN_NOTIFICATION_SOURCE_ACM) return false;
+    if (code == wlan_notification_acm_disconnected)
         LogInfo("WLAN_NOTIFICATION_SOURCE_ACM received -- Wlan is disconnected");
-        return;
-    }
-    if (code != wlan_notification_acm_connection_complete) return;
-    m_lastNetworkScanTime = SteadyTime();
-    MultiNwInfo record;
-    FillMultiNwInfo(record);
-    if (!g_pZELService->m_networkStateStore.HasChanged(record)) return;
-    CommitNwInfo(record);
-    const bool wlan = CheckWlanAndSyncProfile(true);
-    if (g_pZELService->m_bNetworkUpdatesEnabled) g_pZELService->m_ipv4InfoStore.UpdateNetworkAddress(wlan);
-    WriteNetworkInventory(record);
-    g_pZELService->m_statusFile.UpdateStatusFile();
+    return code == wlan_notification_acm_connection_complete;
 }
 
 void WriteNetworkInventory(const MultiNwInfo& record) {
-    MailBoxDriverInterface& mailbox = g_pZELService->m_mailBoxDriverInterface;
-    if (g_pZELService->m_vorkVersion >= FirmwareLevel::AllAdapters) {
+    MailBoxDriverInterface& mailbox = g_pServiceState->m_mailBoxDriverInterface;
+    if (g_pServiceState->m_vorkVersion >= FirmwareLevel::AllAdapters) {
         mailbox.WriteMultiNwInfo(&record);
     } else if (size_t index; ChoosePrimaryEntry(record, index)) {
         const NwInfo info = MakeNwInfo(record.Entries[index]);

@@ -14,11 +14,26 @@
 
 #include "base/Handles.h"
 
+class IPv4InfoStore;
+class NetworkInventory;
+class NetworkStateStore;
+class StatusFile;
 struct MultiNwInfo;
+
+// What a pass over the network does with what it finds.
+struct NetworkPass {
+    bool onlyWhenChanged = true;  // false: reports also a picture that the firmware knows
+    bool logsCount = false;
+    bool updatesAddress = true;
+    bool logsSkippedAddress = true;  // when updates are disabled meanwhile
+    bool sendsAddress = false;
+    bool sendsInventory = false;
+};
 
 class NetworkMonitor {
   public:
-    NetworkMonitor();
+    NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported, NetworkInventory& inventory,
+                   StatusFile& statusFile);
     // Ends the notifications. The scanning thread must have ended.
     ~NetworkMonitor();
     NetworkMonitor(const NetworkMonitor&) = delete;
@@ -29,6 +44,10 @@ class NetworkMonitor {
     // Ends and joins it; may wait for a scan: 3 seconds, and for as long as the firmware doesn't answer. Any
     // thread but the scanning one.
     void StopNetworkScanThread();
+
+    // Scans the network, compares it with the picture that was reported last, makes it the new picture and
+    // reports what the pass asks for. Returns false when there was nothing to report. Any thread.
+    bool ReportNetwork(const NetworkPass& pass);
 
     // 0, or the WLAN service's error. Any thread.
     DWORD RegisterWlanNotification();
@@ -45,11 +64,14 @@ class NetworkMonitor {
 
   private:
     void NetworkScanThread();
-    void ScanNetwork();
     void HandleWlanEvent(DWORD source, DWORD code);
-    void ReportToNewFirmware();
-    void ReportToOldFirmware(DWORD source, DWORD code);
+    bool IsOldFirmwaresEvent(DWORD source, DWORD code) const;
     HANDLE WlanClient(DWORD& error);
+
+    IPv4InfoStore& m_addresses;
+    NetworkStateStore& m_reported;
+    NetworkInventory& m_inventory;
+    StatusFile& m_statusFile;
 
     std::mutex m_threadMutex;  // guards the thread object
     std::unique_ptr<std::thread> m_pNetworkScanThreadObj;

@@ -1,9 +1,9 @@
 #include "reporting/NetworkStateStore.h"
 
-#include "reporting/NetworkInventory.h"
 #include "base/FieldText.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "reporting/IPv4InfoStore.h"
+#include "reporting/NetworkInventory.h"
 
 void NetworkStateStore::Store(const MultiNwInfo& record) {
     std::lock_guard lock(m_mutex);
@@ -36,7 +36,7 @@ bool NetworkStateStore::HasChanged(const MultiNwInfo& record) {
     if (record.Count == 0) {
         if (Count != 0) LogInfo("The system has disconnected from the network (connected -> disconnected)");
         Clear();
-        g_pZELService->m_ipv4InfoStore.ClearAddresses();
+        m_addresses.ClearAddresses();
         return true;
     }
     if (static_cast<uint16_t>(Count) != record.Count) {

@@ -8,10 +8,16 @@
 
 #include "mailbox/MailboxRecords.h"
 
+class IPv4InfoStore;
+
 // Any thread may call each operation. Whoever holds this lock may take that of IPv4InfoStore, not the
 // reverse.
 class NetworkStateStore {
   public:
+    // A host without interfaces has no primary address either: the record of `addresses` is cleared with the
+    // picture.
+    explicit NetworkStateStore(IPv4InfoStore& addresses) : m_addresses(addresses) {}
+
     // What counts as a change of an interface; its speed, mask and gateway do not.
     struct Interface {
         std::string Name;
@@ -36,6 +42,7 @@ class NetworkStateStore {
   private:
     bool InterfaceHasChanged(const Interface& current, const NwInfoEntry& entry) const;
 
+    IPv4InfoStore& m_addresses;
     mutable std::recursive_mutex m_mutex;
     uint32_t Count = 0;
     std::array<Interface, MultiNwInfo::kSlots> m_interfaces;

@@ -9,8 +9,8 @@
 #include <new>
 #include <set>
 
-#include "reporting/IpHelperTable.h"
 #include "base/Log.h"
+#include "reporting/IpHelperTable.h"
 
 namespace {
 

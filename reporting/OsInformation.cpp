@@ -9,7 +9,8 @@
 #include "base/Log.h"
 #include "base/Version.h"
 #include "base/WideText.h"
-#include "service/ZELService.h"
+#include "reporting/WMIInterface.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -44,9 +45,9 @@ void LogRecord(const OsInfo& info) {
 
 }  // namespace
 
-void WriteOSInfoToMPM() {
+void WriteOSInfoToMPM(WMIInterface& wmi) {
     OsInfo info{};
-    g_pZELService->m_WMIInterfaceObj.GetOSinformation(&info);
+    wmi.GetOSinformation(&info);
     // Without a name the field stays empty.
     gethostname(info.HostName, sizeof info.HostName);
     CopyToField(info.ZELVersion, kServiceVersion);
@@ -56,5 +57,5 @@ void WriteOSInfoToMPM() {
     FillUtf16(info.OtherTypeDescription, Architecture());
     LogRecord(info);
     info.OSReservedWord = kReservedWord;
-    g_pZELService->m_mailBoxDriverInterface.WriteOsInfo(&info);
+    g_pServiceState->m_mailBoxDriverInterface.WriteOsInfo(&info);
 }

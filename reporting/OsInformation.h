@@ -5,9 +5,11 @@
 
 #include "mailbox/OsInfoRecord.h"
 
+class WMIInterface;
+
 // Assembles the record and sends it to the firmware; what could not be read stays zero or takes its default.
 // Asks WMI, and waits for it.
-void WriteOSInfoToMPM();
+void WriteOSInfoToMPM(WMIInterface& wmi);
 
 // "Microsoft Windows 11 Professional": from the running system's version and the edition in the registry.
 std::string GetOsName();

@@ -4,9 +4,9 @@
 
 #include <utility>
 
-#include "reporting/OsInformation.h"
 #include "base/Handles.h"
 #include "base/Log.h"
+#include "reporting/OsInformation.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "reporting/IPv4InfoStore.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "reporting/IPv4InfoStore.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -77,7 +77,7 @@ IPCompleteInfo GetPrimaryAddress(uint32_t port) {
             return info;
         }
         if (attempt == kAttempts) break;
-        g_pZELService->SleepUnlessStopping(kRetryMilliseconds);
+        g_pServiceState->SleepUnlessStopping(kRetryMilliseconds);
     }
     LogError("No valid IPv4 address found after 2 attempts.");
     info.IPv4Address = inet_addr("127.0.0.1");

@@ -12,7 +12,9 @@
 #include "base/FilesystemPath.h"
 #include "base/Log.h"
 #include "base/Version.h"
-#include "service/ZELService.h"
+#include "reporting/IPv4InfoStore.h"
+#include "reporting/NetworkStateStore.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -28,7 +30,8 @@ std::string NetworkText(const std::string& adapterType) {
     return adapterType == "Wired LAN" || adapterType == "Wireless LAN" ? adapterType : "Unknown";
 }
 
-void AddFirmware(Json::Value& values, const ZELService& service) {
+void AddFirmware(Json::Value& values) {
+    const ServiceState& service = *g_pServiceState;
     const ManageabilityStatus status = service.GetManageabilityStatus();
     const std::string version(TextInField(status.MPMVersion));
     const bool isKnown = !version.empty();
@@ -40,10 +43,9 @@ void AddFirmware(Json::Value& values, const ZELService& service) {
     values["VORKversion"] = isKnown ? VorkVersionText(status.uVORKVersion) : "Unavailable";
 }
 
-void AddNetwork(Json::Value& values, const ZELService& service) {
+void AddNetwork(Json::Value& values, const IPv4InfoStore& store, const NetworkStateStore& interfaces) {
     // Ahead of the addresses: its lock comes before theirs.
-    const bool hasInterfaces = service.m_networkStateStore.GetCount() != 0;
-    const IPv4InfoStore& store = service.m_ipv4InfoStore;
+    const bool hasInterfaces = interfaces.GetCount() != 0;
     const uint32_t address = store.GetCurrentIPv4();
     values["AddressOrigin"] = store.AddressOriginText(address);
     values["DHCPServer"] = hasInterfaces ? store.DHCPServerText(address) : "0";
@@ -59,16 +61,16 @@ void AddNetwork(Json::Value& values, const ZELService& service) {
 void StatusFile::UpdateStatusFile() {
     std::lock_guard lock(m_mutex);
     if (m_bDeleted) return;
-    const std::string path = g_pZELService->GetStatusFilePath();
+    const std::string path = g_pServiceState->GetStatusFilePath();
     std::ofstream file(FilesystemPath(path), std::ios::trunc);
     if (!file) {
         LogError("Failed to create %s file.", path);
         return;
     }
     Json::Value values(Json::objectValue);
-    AddFirmware(values, *g_pZELService);
-    AddNetwork(values, *g_pZELService);
-    values["ProvisionedPort"] = std::to_string(g_pZELService->dashPort);
+    AddFirmware(values);
+    AddNetwork(values, m_addresses, m_interfaces);
+    values["ProvisionedPort"] = std::to_string(g_pServiceState->dashPort);
     values["TarvixProductVersion"] = kServiceVersion;
     const std::string text = values.toStyledString();
     LogDebug("JSON: %s", text);
@@ -80,7 +82,7 @@ void StatusFile::UpdateStatusFile() {
 void StatusFile::DeleteStatusFile() {
     std::lock_guard lock(m_mutex);
     m_bDeleted = true;
-    const std::string path = g_pZELService->GetStatusFilePath();
+    const std::string path = g_pServiceState->GetStatusFilePath();
     if (!std::filesystem::exists(FilesystemPath(path))) {
         LogInfo("zel_json_data file does not exist");
     } else if (DeleteFileA(path.c_str())) {

@@ -3,8 +3,14 @@
 
 #include <mutex>
 
+class IPv4InfoStore;
+class NetworkStateStore;
+
 class StatusFile {
   public:
+    StatusFile(const IPv4InfoStore& addresses, const NetworkStateStore& interfaces)
+        : m_addresses(addresses), m_interfaces(interfaces) {}
+
     // Writes the whole file anew. A file that can't be opened is logged and left alone, as is one that has
     // been deleted: a report that ends behind the service's end writes nothing. Any thread.
     void UpdateStatusFile();
@@ -14,6 +20,8 @@ class StatusFile {
     void DeleteStatusFile();
 
   private:
+    const IPv4InfoStore& m_addresses;
+    const NetworkStateStore& m_interfaces;
     std::recursive_mutex m_mutex;  // taken ahead of those of the stores
     bool m_bDeleted = false;
 };

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "reporting/NetworkInventory.h"
 #include "base/Log.h"
+#include "reporting/NetworkInventory.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include <mutex>
 
-#include "mailbox/OsInfoRecord.h"
 #include "base/ComOwners.h"
+#include "mailbox/OsInfoRecord.h"
 
 class WMIInterface {
   public:

@@ -1,7 +1,7 @@
 // What the WLAN service tells of its own accord, and what it is asked.
-#include "reporting/NetworkMonitor.h"
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "reporting/NetworkMonitor.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -87,9 +87,9 @@ void NetworkMonitor::OnWlanNotification(const WLAN_NOTIFICATION_DATA& data) {
              data.NotificationSource);
     if (m_bWlanEventPending.exchange(1)) return;
     // The data is the WLAN service's, and gone when this returns.
-    const bool started = g_pZELService->m_detachedThreads.Start(
+    const bool started = g_pServiceState->m_detachedThreads.Start(
         [this, source = data.NotificationSource, code = data.NotificationCode] {
-            if (g_pZELService->SleepUnlessStopping(kDebounceMilliseconds)) HandleWlanEvent(source, code);
+            if (g_pServiceState->SleepUnlessStopping(kDebounceMilliseconds)) HandleWlanEvent(source, code);
             m_bWlanEventPending = 0;
         });
     if (!started) m_bWlanEventPending = 0;

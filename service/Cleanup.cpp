@@ -5,9 +5,9 @@
 #include "service/ZELService.h"
 
 bool ZELService::ServiceCleanup() {
-    if (m_kvmSessionControl.m_kvmState == kKvmEnabled) {
+    if (m_kvmClientInterface.m_kvmState == kKvmEnabled) {
         LogInfo("Cleanup KVM connection");
-        m_kvmSessionControl.DoKVMCleanUp();
+        m_kvmClientInterface.DoKVMCleanUp();
     }
     SignalStop();
     m_bMPMVersionValid = 0;

@@ -83,17 +83,17 @@ void HandleS0i3Resume(ZELService& service, const FirmwareMessage&) {
 // --- KVM ---
 
 void HandleVncSocClose(ZELService& service, const FirmwareMessage&) {
-    service.m_kvmSessionControl.CloseKVMSession();
+    service.m_kvmClientInterface.CloseKVMSession();
 }
 
 void HandleKvmEnableStatus(ZELService& service, const FirmwareMessage&) {
     LogInfo("MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled");
-    service.m_kvmSessionControl.EnableKVM();
+    service.m_kvmClientInterface.EnableKVM();
 }
 
 void HandleKvmPeer(ZELService& service, const FirmwareMessage& message) {
     LogInfo("MPM_ZEL_CMD_KVM_IP_PORT_INFO gives IP and Port to trust for KVM");
-    if (message.length != 0) service.m_kvmSessionControl.SetKVMIPAndPort(message.payload, message.length);
+    if (message.length != 0) service.m_kvmClientInterface.SetKVMIPAndPort(message.payload, message.length);
 }
 
 void HandleConsentRequest(ZELService& service, const FirmwareMessage& message) {
@@ -114,7 +114,7 @@ void HandleGetDisplayConfig(ZELService&, const FirmwareMessage&) {
 void HandleSafeboot(ZELService& service, const FirmwareMessage& message) {
     LogInfo("MPM_ZEL_SAFEBOOT command received");
     // The whole read, trailer included.
-    service.m_kvmSessionControl.HandleSafebootState(message.payload, message.bytesRead);
+    service.m_kvmClientInterface.HandleSafebootState(message.payload, message.bytesRead);
 }
 
 // --- others ---

@@ -77,7 +77,7 @@ uint32_t ZELService::DoDriverInitialization() {
         m_pDASHClientThreadObj =
             m_detachedThreads.StartOwned([this] { m_dashClientInterface.HandleDASHClientThread(); });
     }
-    m_kvmSessionControl.ForgetTrustedAddress();
+    m_kvmClientInterface.ForgetTrustedAddress();
     LogDebug("Initializing KVM IP and Port to 0");
     LogDebug("Exit %s", "DoDriverInitialization");
     return ERROR_SUCCESS;

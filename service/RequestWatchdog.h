@@ -7,8 +7,8 @@
 
 #include <thread>
 
-#include "mailbox/MailBoxDriverInterface.h"
 #include "base/Handles.h"
+#include "mailbox/MailBoxDriverInterface.h"
 
 class RequestWatchdog {
   public:

@@ -2,8 +2,8 @@
 #include <atomic>
 
 #include "base/Log.h"
-#include "service/RequestWatchdog.h"
 #include "base/ZELLogger.h"
+#include "service/RequestWatchdog.h"
 #include "service/ZELService.h"
 
 namespace {

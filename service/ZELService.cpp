@@ -4,9 +4,7 @@
 ZELService* g_pZELService = nullptr;
 
 ZELService::ZELService(const char* serviceName)
-    : m_hStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
-      m_ServiceName(serviceName),
-      m_ConsoleStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {
+    : ServiceState(serviceName), m_ConsoleStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {
     g_pZELService = this;
 }
 
@@ -27,7 +25,7 @@ bool ZELService::EndThreads(DWORD milliseconds) {
         if (m_pDASHClientThreadObj) m_dashClientInterface.CloseHttpsSocket();
     }
     m_networkMonitor.StopNetworkScanThread();
-    m_kvmSessionControl.SignalEnd();
+    m_kvmClientInterface.SignalEnd();
     if (!m_detachedThreads.AwaitEnd(milliseconds)) return false;
     JoinThreads();
     return true;
@@ -39,16 +37,5 @@ void ZELService::JoinThreads() {
         if (*owner) (*owner)->join();
         owner->reset();
     }
-    m_kvmSessionControl.JoinThread();
-}
-
-void ZELService::SignalStop() {
-    m_bServiceStopping = 1;
-    SetEvent(m_hStopEvent.Get());
-}
-
-bool ZELService::SleepUnlessStopping(DWORD milliseconds) {
-    const DWORD result = WaitForSingleObject(m_hStopEvent.Get(), milliseconds);
-    if (result == WAIT_FAILED) Sleep(milliseconds);
-    return !m_bServiceStopping;
+    m_kvmClientInterface.JoinThread();
 }

@@ -9,8 +9,8 @@
 #include "base/Log.h"
 #include "base/SteadyTime.h"
 #include "mailbox/FirmwareLevels.h"
-#include "service/ZELService.h"
 #include "session/DesktopLock.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ uint32_t ConsentOf(const std::string& text) {
 void UserConsent::Ask(const void* payload, size_t length) {
     std::lock_guard lock(m_mutex);
     std::memcpy(&m_question, payload, std::min(length, sizeof m_question));
-    g_pZELService->m_detachedThreads.Start([this, number = ++m_number, question = m_question] {
+    g_pServiceState->m_detachedThreads.Start([this, number = ++m_number, question = m_question] {
         Request request(number, question);
         Serve(request);
     });
@@ -72,7 +72,7 @@ bool UserConsent::CancelEarlierThan(const Request& request) {
 }
 
 void UserConsent::CheckUserConsentThread(Request& request) {
-    if (g_pZELService->m_vorkVersion < FirmwareLevel::UserConsent) {
+    if (g_pServiceState->m_vorkVersion < FirmwareLevel::UserConsent) {
         Answer(request, kConsentGiven);
         // In spite of what it says the answer stays here: such firmware takes none.
         LogInfo("Version check is less than 40 user consent is disabled and send ok to driver");
@@ -83,7 +83,7 @@ void UserConsent::CheckUserConsentThread(Request& request) {
         if (!SleepWhileOpen(request)) return;
     m_bConsentGiven = 0;
     LogInfo("Consent received by driver is %d", request.answer.Consent);
-    g_pZELService->m_mailBoxDriverInterface.WriteUserConsent(&request.answer);
+    g_pServiceState->m_mailBoxDriverInterface.WriteUserConsent(&request.answer);
 }
 
 void UserConsent::GetUserConsent(Request& request) {
@@ -108,7 +108,7 @@ void UserConsent::AskByPipe(Request& request) {
         if (!ended) {
             LogError("%s: no event to ask the user by: %d", "GetUserConsent", GetLastError());
         } else {
-            thread = g_pZELService->m_detachedThreads.StartOwned([&] {
+            thread = g_pServiceState->m_detachedThreads.StartOwned([&] {
                 UserConsentPipeThread(request);
                 SetEvent(ended.Get());
             });
@@ -183,6 +183,6 @@ void UserConsent::RepeatLastAnswer(Request& request) {
 
 // False as soon as the service stops, and when a later question has taken the place of this one.
 bool UserConsent::SleepWhileOpen(const Request& request) {
-    return request.number == m_number && g_pZELService->SleepUnlessStopping(kPoll) &&
+    return request.number == m_number && g_pServiceState->SleepUnlessStopping(kPoll) &&
            request.number == m_number;
 }

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "companions/userconsent/Question.h"
 #include "base/Handles.h"
+#include "companions/userconsent/Question.h"
 
 class Terminal {
   public:

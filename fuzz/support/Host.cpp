@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "fuzz/support/Loopback.h"
 #include "base/ZELLogger.h"
+#include "fuzz/support/Loopback.h"
 #include "service/CommandDispatch.h"
 #include "tests/support/Laptop.h"
 #include "winhost/core/Clock.h"
@@ -203,7 +203,7 @@ void Host::EndReports() {
 }
 
 void Host::EndKvm() {
-    KVMSessionControl& kvm = m_service->m_kvmSessionControl;
+    KVMClientInterface& kvm = m_service->m_kvmClientInterface;
     m_pace.Patiently([&] {
         kvm.CloseKVMSession();
         if (kvm.m_kvmSocketState == kKvmClientConnected) kvm.DoKVMCleanUp();

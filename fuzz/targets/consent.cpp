@@ -5,9 +5,9 @@
 #include <string>
 #include <thread>
 
+#include "base/Handles.h"
 #include "fuzz/Input.h"
 #include "fuzz/support/Wire.h"
-#include "base/Handles.h"
 #include "session/ConsentPipe.h"
 #include "winhost/pc/Pc.h"
 

@@ -6,9 +6,9 @@
 #include <memory>
 #include <vector>
 
+#include "base/Handles.h"
 #include "fuzz/Input.h"
 #include "fuzz/support/Wire.h"
-#include "base/Handles.h"
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/pc/Pc.h"
 

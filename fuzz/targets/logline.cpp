@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <string>
 
-#include "fuzz/Input.h"
 #include "base/LogLine.h"
+#include "fuzz/Input.h"
 
 namespace {
 constexpr size_t kLongestLine = 1024;

@@ -103,13 +103,13 @@ FUZZ_TARGET(platform) {
     fuzz::Input from(input);
     winhost::Pc::Instance().Change([&](winhost::PcDescription& pc) { Describe(from, pc); });
     MultiNwInfo record{};
-    FillMultiNwInfo(record);
+    service.m_networkInventory.FillMultiNwInfo(record);
     CheckInventory(record);
-    host.Pace().Patiently([&] { CommitNwInfo(record); });
+    host.Pace().Patiently([&] { service.m_networkInventory.CommitNwInfo(record); });
     fuzz::Require(!service.m_networkStateStore.HasChanged(record) || record.Count == 0,
                   "a picture that was kept is the same when it is read again");
     fuzz::Require(!GetOsName().empty(), "the system always has a name");
-    WriteOSInfoToMPM();
+    WriteOSInfoToMPM(service.m_WMIInterfaceObj);
     service.m_statusFile.UpdateStatusFile();
     host.Log().Look();
 }

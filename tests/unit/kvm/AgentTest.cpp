@@ -26,8 +26,7 @@ class KvmAgent : public KvmFixture {
 
 TEST_F(KvmAgent, IsStartedWithFiveItemsOnItsCommandLine) {
     service->m_vorkVersion = 50;
-    service->m_kvmSessionControl.m_bLuxKvmEnabled = 1;
-    ASSERT_NE(agent.LaunchKVMAgent(), 0);
+    ASSERT_NE(agent.LaunchKVMAgent(1), 0);
     constexpr char kCommand[] =
         R"("C:\Program Files\Tarvix\Service\bin\ZELKVMApp.exe" -X 1920 -Y 1080 -V 50 -E 1)";
     ASSERT_EQ(Pc().Launches().size(), 1u);
@@ -46,14 +45,14 @@ TEST_F(KvmAgent, IsStartedWithFiveItemsOnItsCommandLine) {
 TEST_F(KvmAgent, IsToldTheScreenTheVersionAndTheModeAsTheyAre) {
     Pc().Change([](auto& description) { description.screen = {800, 600}; });
     service->m_vorkVersion = 9;
-    ASSERT_NE(agent.LaunchKVMAgent(), 0);
+    ASSERT_NE(agent.LaunchKVMAgent(0), 0);
     EXPECT_EQ(Pc().Launches()[0].commandLine,
               R"("C:\Program Files\Tarvix\Service\bin\ZELKVMApp.exe" -X 800 -Y 600 -V 9 -E 0)");
 }
 
 TEST_F(KvmAgent, CannotBeStartedByAServiceThatDoesNotKnowItsFolder) {
     Pc().Change([](auto& description) { description.modulePath = "ZELService.exe"; });
-    EXPECT_EQ(agent.LaunchKVMAgent(), 0);
+    EXPECT_EQ(agent.LaunchKVMAgent(1), 0);
     EXPECT_TRUE(HasLine("INFO", "Failed to locate service binary path"));
     EXPECT_EQ(LogCount(" Command: "), 0u);
     EXPECT_EQ(LogCount("KVM APP Command:"), 0u);
@@ -61,24 +60,24 @@ TEST_F(KvmAgent, CannotBeStartedByAServiceThatDoesNotKnowItsFolder) {
 }
 
 TEST_F(KvmAgent, KeepsItsLastProcessIdWhenTheStartGivesNone) {
-    ASSERT_NE(agent.LaunchKVMAgent(), 0);
+    ASSERT_NE(agent.LaunchKVMAgent(1), 0);
     const std::string line =
         "LaunchKVMAgent: KEYBOARD_MOUSE - KVM_Agent PID: " + std::to_string(Pc().Launches()[0].pid);
     StartNoAgents();
-    EXPECT_NE(agent.LaunchKVMAgent(), 0);
+    EXPECT_NE(agent.LaunchKVMAgent(1), 0);
     EXPECT_EQ(LogCount(line), 2u);
 }
 
 TEST_F(KvmAgent, TellsAFailedStart) {
     ExpectError("LaunchProcess: ZELKVMApp.exe CreateProcessAsUser failed with error: 2");
     std::filesystem::remove(HostPath(std::string(kBin) + kAgent));
-    EXPECT_EQ(agent.LaunchKVMAgent(), 0);
+    EXPECT_EQ(agent.LaunchKVMAgent(1), 0);
     EXPECT_TRUE(HasLine("INFO", "LaunchKVMAgent: KEYBOARD_MOUSE - KVM_Agent PID: 0"));
 }
 
 TEST_F(KvmAgent, MayCrashAtOnceWithoutAnyHarm) {
     WriteProgram(kAgent, "kill -9 $$");
-    ASSERT_NE(agent.LaunchKVMAgent(), 0);
+    ASSERT_NE(agent.LaunchKVMAgent(1), 0);
     EXPECT_TRUE(AwaitAgents(0));
     KVMAgent::RemoveKVMAgent();
     EXPECT_EQ(LogCount("Forcefully exited"), 0u);

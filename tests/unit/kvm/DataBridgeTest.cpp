@@ -112,13 +112,13 @@ TEST_F(KvmDataBridge, DropsWhatComesBeforeTheSessionHasBegun) {
     constexpr char kDropped[] = "SendDataToKVMClient: Socket status is not initiated, so return";
     ConsoleClient client = StartSession();
     for (const uint16_t state : {kKvmNoClient, kKvmCleanedUp}) {
-        service->m_kvmSessionControl.m_kvmSocketState = state;
+        service->m_kvmClientInterface.m_kvmSocketState = state;
         const size_t before = LogCount(kDropped);
         firmware.Send(MPM_ZEL_CMD_KVM_DATA, "lost");
         AwaitLog(kDropped, before + 1);
     }
     EXPECT_TRUE(HasLine("INFO", kDropped));
-    service->m_kvmSessionControl.m_kvmSocketState = kKvmClientConnected;
+    service->m_kvmClientInterface.m_kvmSocketState = kKvmClientConnected;
     firmware.Send(MPM_ZEL_CMD_KVM_DATA, "kept");
     EXPECT_EQ(client.Receive(4), "kept");
 }
@@ -188,8 +188,8 @@ TEST_F(KvmDataBridge, SendsAgainForAsLongAsTheSessionLives) {
     Gate().FailNth("send", 1, WSAEWOULDBLOCK, true);
     firmware.Send(MPM_ZEL_CMD_KVM_DATA, "bytes");
     ASSERT_TRUE(Eventually([] { return Gate().Count("send") > 300; }));
-    service->m_kvmSessionControl.TriggerKVMShutdown();
-    ASSERT_TRUE(Eventually([&] { return service->m_kvmSessionControl.m_kvmSocketState == kKvmCleanedUp; }));
+    service->m_kvmClientInterface.TriggerKVMShutdown();
+    ASSERT_TRUE(Eventually([&] { return service->m_kvmClientInterface.m_kvmSocketState == kKvmCleanedUp; }));
     AwaitHandled();
     EXPECT_EQ(LogCount(kSenderShutdown), 0u);
 }

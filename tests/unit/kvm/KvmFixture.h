@@ -81,7 +81,7 @@ class KvmFixture : public LinkedFixture {
         AwaitLog("DisplayMgr file ", before + 1);
     }
     bool AwaitState(uint8_t state) {
-        return Eventually([&] { return service->m_kvmSessionControl.m_kvmState == state; });
+        return Eventually([&] { return service->m_kvmClientInterface.m_kvmState == state; });
     }
     // What the clients have sent, as the firmware has it.
     std::string FirmwareBytes() const {

@@ -21,9 +21,9 @@ constexpr char kAcceptFailed[] =
 
 TEST_F(KvmListener, IsThereFromTheFirmwaresCommandOn) {
     Start();
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmNeverEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmNeverEnabled);
     Enable();
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmEnabled);
     EXPECT_TRUE(ConnectSession().IsQuiet());
     AwaitLog("Setting KVM Enabled to ");
     ExpectLogInOrder({"MPM_ZEL_CMD_KVM_ENABLE_STATUS says that KVM is now enabled", "Launching KVM Thread",
@@ -162,7 +162,7 @@ TEST_F(KvmListener, StartsNoAgentForAPeerThatIsNotTrusted) {
     ConsoleClient stranger = Connect();
     AwaitAccepting(2);
     EXPECT_TRUE(Pc().Launches().empty());
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmSocketState, 0);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmSocketState, 0);
 }
 
 TEST_F(KvmListener, TrustsForOneSession) {
@@ -241,7 +241,7 @@ TEST_F(KvmListener, ForgetsTheTrustedAddressWhenTheDriverIsInitialised) {
     AwaitHandled();
     ConsoleClient stranger = Connect();
     AwaitAccepting(2);
-    service->m_kvmSessionControl.ForgetTrustedAddress();
+    service->m_kvmClientInterface.ForgetTrustedAddress();
     const ConsoleClient client = ConnectSession();
     // The port, which is only told, is not touched.
     firmware.Send(MPM_ZEL_CMD_KVM_IP_PORT_INFO, {1});

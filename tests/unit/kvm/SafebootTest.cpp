@@ -1,4 +1,5 @@
 // KVM in safe boot, which the firmware drives by command 52.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/unit/kvm/KvmFixture.h"
@@ -26,13 +27,22 @@ TEST_F(Safeboot, ASessionStartsTheAgentAndNoListener) {
     SendSafeboot(1);
     AwaitHandled();
     EXPECT_EQ(Agents(), 1u);
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmEnabled);
     EXPECT_STREQ(service->KVMStatus, "YES");
     EXPECT_EQ(StatusFileKvm(), "YES");
     EXPECT_TRUE(HasLine("INFO", "MPM_ZEL_SAFEBOOT command received"));
     EXPECT_TRUE(HasLine("INFO", kConnected));
     EXPECT_EQ(LogCount("Create SSH socket"), 0u);
     EXPECT_EQ(Reboots(), 0u);
+}
+
+TEST_F(Safeboot, TheAgentIsStartedInTheModeOfTheSession) {
+    StartInSafeBoot(1);
+    service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
+    SendSafeboot(1);
+    AwaitHandled();
+    ASSERT_EQ(Pc().Launches().size(), 1u);
+    EXPECT_THAT(Pc().Launches()[0].commandLine, testing::EndsWith(" -E 1"));
 }
 
 TEST_F(Safeboot, TheEndOfASessionRebootsTheHostAndIsNotToldToTheFirmware) {
@@ -60,7 +70,7 @@ TEST_F(Safeboot, ASessionGoesOnWithoutAnAgent) {
     Pc().Change([](auto& description) { description.consoleSession = winhost::PcDescription::kNoSession; });
     SendSafeboot(1);
     AwaitHandled();
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmEnabled);
     EXPECT_EQ(StatusFileKvm(), "YES");
 }
 
@@ -79,7 +89,7 @@ TEST_F(Safeboot, AnotherStateDoesNothing) {
     AwaitHandled();
     for (const char* state : {"0", "3", "-1"})
         EXPECT_TRUE(HasLine("INFO", std::string("Safeboot unknown state received from driver: ") + state));
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmNeverEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmNeverEnabled);
     EXPECT_EQ(Agents(), 0u);
     EXPECT_EQ(Reboots(), 0u);
 }

@@ -24,8 +24,8 @@ TEST_F(KvmSessionEnd, TheFirmwareEndsItByCommand35) {
     const auto request = firmware.AwaitRequest("WriteCloseSocketcmd");
     ASSERT_TRUE(request);
     EXPECT_EQ(request->As<CloseSocketRecord>().port, 22);
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmClosing);
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmSocketState, kKvmCleanedUp);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmClosing);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmSocketState, kKvmCleanedUp);
     EXPECT_STREQ(service->KVMStatus, "NO");
     EXPECT_EQ(StatusFileKvm(), "NO");
 }
@@ -174,17 +174,17 @@ TEST_F(KvmSessionEnd, Command35WithoutAListenerOnlySaysSo) {
 TEST_F(KvmSessionEnd, Command35TurnsTheDisplayPathOffFromVersion50) {
     for (const uint32_t version : {49u, 50u}) {
         service->m_vorkVersion = version;
-        service->m_kvmSessionControl.m_bLuxKvmEnabled = 1;
-        service->m_kvmSessionControl.CloseKVMSession();
-        EXPECT_EQ(service->m_kvmSessionControl.m_bLuxKvmEnabled, version < 50 ? 1 : 0) << version;
+        service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
+        service->m_kvmClientInterface.CloseKVMSession();
+        EXPECT_EQ(service->m_kvmClientInterface.m_bLuxKvmEnabled, version < 50 ? 1 : 0) << version;
     }
 }
 
 TEST_F(KvmSessionEnd, TheCleanUpTurnsTheDisplayPathOff) {
     const ConsoleClient client = StartSession(49);
-    service->m_kvmSessionControl.m_bLuxKvmEnabled = 1;
+    service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
     CloseSession();
-    EXPECT_EQ(service->m_kvmSessionControl.m_bLuxKvmEnabled, 0);
+    EXPECT_EQ(service->m_kvmClientInterface.m_bLuxKvmEnabled, 0);
 }
 
 TEST_F(KvmSessionEnd, Command35EndsItWhileTheClientFloods) {
@@ -208,7 +208,7 @@ TEST_F(KvmSessionEnd, AfterTheClientsCloseOnly35And38BringKvmBack) {
     StartNoAgents();
     { const ConsoleClient client = StartSession(); }
     AwaitLog(kCleanedUp);
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmClosing);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmClosing);
     SendEnable();
     AwaitHandled();
     EXPECT_TRUE(HasLine("INFO", "Setting KVM Enabled to true"));
@@ -217,7 +217,7 @@ TEST_F(KvmSessionEnd, AfterTheClientsCloseOnly35And38BringKvmBack) {
     SendEnable();
     AwaitHandled();
     EXPECT_EQ(LogCount("Create SSH socket"), 1u);
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmNeverEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmNeverEnabled);
     EXPECT_TRUE(HasLine("INFO", "Setting KVM Enabled to false"));
 
     CloseSession();
@@ -236,7 +236,7 @@ TEST_F(KvmSessionEnd, ANewListenerWaitsUntilTheEarlierSessionIsOver) {
     for (int polls = 0; polls < 3; ++polls)
         PassSleepOf(500ms);
     ASSERT_TRUE(Clock().AwaitSleepersOf(500ms, 2));
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmClosing);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmClosing);
     EXPECT_EQ(LogCount("Create SSH socket"), 1u);
 
     Advance(500ms);
@@ -245,7 +245,7 @@ TEST_F(KvmSessionEnd, ANewListenerWaitsUntilTheEarlierSessionIsOver) {
         if (Clock().AwaitSleeper(500ms, 1ms)) Advance(500ms);
         return LogCount(kAccepting) == 3;
     }));
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmEnabled);
     ConnectSession();
 }
 
@@ -283,13 +283,13 @@ TEST_F(KvmSessionEnd, AnAgentThatANewSessionStartsTooEarlyGoesWithTheOldOnes) {
     PassAgentCleanUp();
     EXPECT_TRUE(AwaitAgents(0));
     AwaitHandled();
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmEnabled);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmEnabled);
 }
 
 TEST_F(KvmSessionEnd, OfTwoCleanUpsTheSecondFindsNothingToDo) {
     const ConsoleClient client = StartSession();
-    service->m_kvmSessionControl.DoKVMCleanUp();
-    service->m_kvmSessionControl.DoKVMCleanUp();
+    service->m_kvmClientInterface.DoKVMCleanUp();
+    service->m_kvmClientInterface.DoKVMCleanUp();
     EXPECT_EQ(LogCount("DoKVMCleanUp called with socket state: 1"), 1u);
     EXPECT_EQ(LogCount("DoKVMCleanUp called with socket state: 2"), 1u);
     EXPECT_EQ(LogCount("DoCleanUp, function exit"), 1u);
@@ -298,8 +298,8 @@ TEST_F(KvmSessionEnd, OfTwoCleanUpsTheSecondFindsNothingToDo) {
 
 TEST_F(KvmSessionEnd, TwoCleanUpsAtOnceMakeOne) {
     const ConsoleClient client = StartSession();
-    std::thread other([this] { service->m_kvmSessionControl.DoKVMCleanUp(); });
-    service->m_kvmSessionControl.DoKVMCleanUp();
+    std::thread other([this] { service->m_kvmClientInterface.DoKVMCleanUp(); });
+    service->m_kvmClientInterface.DoKVMCleanUp();
     other.join();
     EXPECT_EQ(LogCount("DoKVMCleanUp called with socket state: 1"), 1u);
     EXPECT_EQ(LogCount("DoKVMCleanUp called with socket state: 2"), 1u);

@@ -1,4 +1,5 @@
 // A session's beginning, and its second client.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "mailbox/MailboxRecords.h"
@@ -33,7 +34,7 @@ TEST_F(KvmSession, BeginsWithTheAgentAndAnAnnouncementToTheFirmware) {
     EXPECT_EQ(record.PeerPort, htons(client.Port()));
     EXPECT_EQ(record.PeerMarker, 0xFFFF);
     EXPECT_EQ(Agents(), 1u);
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmSocketState, kKvmClientConnected);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmSocketState, kKvmClientConnected);
     EXPECT_STREQ(service->KVMStatus, "YES");
     EXPECT_EQ(StatusFileKvm(), "YES");
     ExpectLogInOrder({kAccepting, "DoInitKVM: Entered",
@@ -42,6 +43,15 @@ TEST_F(KvmSession, BeginsWithTheAgentAndAnAnnouncementToTheFirmware) {
                       kAccepting});
     EXPECT_TRUE(HasLine("INFO", "DoInitKVM: Entered"));
     EXPECT_TRUE(HasLine("INFO", kAnnounced));
+}
+
+TEST_F(KvmSession, StartsTheAgentInItsMode) {
+    Start();
+    service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
+    Enable();
+    const ConsoleClient client = Connect();
+    ASSERT_TRUE(Eventually([] { return Pc().Launches().size() == 1; }));
+    EXPECT_THAT(Pc().Launches()[0].commandLine, testing::EndsWith(" -E 1"));
 }
 
 TEST_F(KvmSession, BringsAFirmwareUpToDateThatTakesTheHostForDown) {
@@ -88,7 +98,7 @@ TEST_F(KvmSession, EndsAtOnceWhenTheAgentCannotBeStarted) {
     EXPECT_TRUE(HasLine("ERROR", kInitFailed));
     EXPECT_EQ(LogCount(kAnnounced), 0u);
     EXPECT_EQ(StatusFileKvm(), "NO");
-    EXPECT_EQ(service->m_kvmSessionControl.m_kvmState, kKvmClosing);
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmClosing);
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
     const auto request = firmware.AwaitRequest("WriteCloseSocketcmd");
     ASSERT_TRUE(request);

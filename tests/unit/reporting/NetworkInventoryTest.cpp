@@ -15,7 +15,7 @@
 
 namespace {
 
-class NetworkInventory : public ReportingFixture {
+class Inventory : public ReportingFixture {
   protected:
     void SetUp() override {
         ReportingFixture::SetUp();
@@ -28,9 +28,9 @@ class NetworkInventory : public ReportingFixture {
         return adapter;
     }
 
-    static MultiNwInfo Fill() {
+    MultiNwInfo Fill() const {
         MultiNwInfo record;
-        FillMultiNwInfo(record);
+        service->m_networkInventory.FillMultiNwInfo(record);
         return record;
     }
 
@@ -44,21 +44,21 @@ class NetworkInventory : public ReportingFixture {
 };
 
 class InterfaceTypes
-    : public NetworkInventory,
+    : public Inventory,
       public ::testing::WithParamInterface<std::tuple<uint32_t, const char*, const char*, uint16_t>> {};
 
-class TimeZones : public NetworkInventory,
+class TimeZones : public Inventory,
                   public ::testing::WithParamInterface<std::pair<int32_t, int32_t>> {};
 
 }  // namespace
 
-TEST_F(NetworkInventory, AHostWithOnlyALoopbackAddressHasNoInterface) {
+TEST_F(Inventory, AHostWithOnlyALoopbackAddressHasNoInterface) {
     SetAdapters({});
     EXPECT_EQ(Fill().Count, 0);
     AwaitLog("Interface List has no entries");
 }
 
-TEST_F(NetworkInventory, TakesAnInterfaceFieldByField) {
+TEST_F(Inventory, TakesAnInterfaceFieldByField) {
     winhost::Adapter adapter = Wired(7, "192.168.7.3", "192.168.7.1");
     adapter.dhcpServer = "192.168.7.2";
     SetAdapters({adapter});
@@ -81,7 +81,7 @@ TEST_F(NetworkInventory, TakesAnInterfaceFieldByField) {
     AwaitLog("Gateway (NBO): 0x0107a8c0");
 }
 
-TEST_F(NetworkInventory, AStaticAddressHasNoDhcpServer) {
+TEST_F(Inventory, AStaticAddressHasNoDhcpServer) {
     winhost::Adapter adapter = Wired(7, "192.168.7.3", "192.168.7.1");
     adapter.dhcp = false;
     adapter.dhcpServer = "192.168.7.2";
@@ -115,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(
                       std::make_tuple(144u, "IEEE 1394 Firewire", "IEEE 1394 Firewire", 11),
                       std::make_tuple(53u, "Unknown type 53", "Unknown type 53", 11)));
 
-TEST_F(NetworkInventory, ADescriptionWithLoopbackIsDroppedWhateverItsAddress) {
+TEST_F(Inventory, ADescriptionWithLoopbackIsDroppedWhateverItsAddress) {
     winhost::Adapter loopback = Wired(1, "192.168.7.9", "");
     loopback.description = "Some Loopback Adapter";
     SetAdapters({loopback, Wired(2, "192.168.7.3", "192.168.7.1")});
@@ -124,7 +124,7 @@ TEST_F(NetworkInventory, ADescriptionWithLoopbackIsDroppedWhateverItsAddress) {
     EXPECT_EQ(list[0].InterfaceIndex, 2u);
 }
 
-TEST_F(NetworkInventory, ASecondAddressOfAnInterfaceHasNoNameAndCountsAsWireless) {
+TEST_F(Inventory, ASecondAddressOfAnInterfaceHasNoNameAndCountsAsWireless) {
     winhost::Adapter adapter = Wired(1, "192.168.7.3", "192.168.7.1");
     adapter.moreAddresses.push_back({"192.168.7.4", "255.255.255.0"});
     SetAdapters({adapter});
@@ -136,7 +136,7 @@ TEST_F(NetworkInventory, ASecondAddressOfAnInterfaceHasNoNameAndCountsAsWireless
     EXPECT_EQ(list[1].LinkTechnology, kLinkWireless);
 }
 
-TEST_F(NetworkInventory, SixInterfacesGiveCountSixAndFiveEntries) {
+TEST_F(Inventory, SixInterfacesGiveCountSixAndFiveEntries) {
     std::vector<winhost::Adapter> adapters;
     for (uint32_t i = 1; i <= 6; ++i)
         adapters.push_back(Wired(i, "192.168.7." + std::to_string(i), "192.168.7.254"));
@@ -145,12 +145,12 @@ TEST_F(NetworkInventory, SixInterfacesGiveCountSixAndFiveEntries) {
     EXPECT_EQ(record.Count, 6);
     for (uint32_t i = 0; i < MultiNwInfo::kSlots; ++i)
         EXPECT_EQ(record.Entries[i].DeviceID, std::to_string(i + 1));
-    EXPECT_FALSE(CommitNwInfo(record));
+    EXPECT_FALSE(service->m_networkInventory.CommitNwInfo(record));
     EXPECT_EQ(service->m_networkStateStore.GetCount(), 6u);
     EXPECT_FALSE(service->m_networkStateStore.HasChanged(record));
 }
 
-TEST_F(NetworkInventory, ANameLongerThanItsFieldIsCutAndTerminated) {
+TEST_F(Inventory, ANameLongerThanItsFieldIsCutAndTerminated) {
     winhost::Adapter adapter = Wired(1, "192.168.7.3", "192.168.7.1");
     adapter.description = std::string(250, 'n');
     SetAdapters({adapter});
@@ -158,7 +158,7 @@ TEST_F(NetworkInventory, ANameLongerThanItsFieldIsCutAndTerminated) {
     EXPECT_EQ(std::string(record.Entries[0].Name), std::string(191, 'n'));
 }
 
-TEST_F(NetworkInventory, FailingTablesLeaveWhatIsKnown) {
+TEST_F(Inventory, FailingTablesLeaveWhatIsKnown) {
     SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
     Gate().FailNth("GetIfTable", 1, ERROR_NOT_SUPPORTED, true);
     Gate().FailNth("GetAdaptersInfo", 1, ERROR_NOT_SUPPORTED, true);
@@ -172,26 +172,26 @@ TEST_F(NetworkInventory, FailingTablesLeaveWhatIsKnown) {
     EXPECT_TRUE(GetNicInfoList().empty());
 }
 
-TEST_F(NetworkInventory, ARowThatCannotBeRefreshedStaysAsItWas) {
+TEST_F(Inventory, ARowThatCannotBeRefreshedStaysAsItWas) {
     SetAdapters({Wired(4, "192.168.7.3", "192.168.7.1")});
     Gate().FailNth("GetIfEntry", 1, ERROR_INVALID_DATA);
     EXPECT_EQ(std::string(GetNicInfoList().at(0).Name.c_str()), "Wired adapter 4");
     AwaitLog("GetIfEntry failed for index 4 with error: 13");
 }
 
-TEST_F(NetworkInventory, AMovedPrimaryAddressIsSentAndAnUnmovedOneIsNot) {
+TEST_F(Inventory, AMovedPrimaryAddressIsSentAndAnUnmovedOneIsNot) {
     SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
-    CommitNwInfo(Fill());
+    service->m_networkInventory.CommitNwInfo(Fill());
     ASSERT_TRUE(firmware.AwaitCount("WriteIPCompleteInformation", 1));
-    CommitNwInfo(Fill());
+    service->m_networkInventory.CommitNwInfo(Fill());
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
 }
 
-TEST_F(NetworkInventory, WhatIsStoredCanBeReadWhileAMovedAddressIsLookedUp) {
+TEST_F(Inventory, WhatIsStoredCanBeReadWhileAMovedAddressIsLookedUp) {
     constexpr std::chrono::seconds kPause(3);
     ExpectError("No valid IPv4 address found after 2 attempts.");
     SetAdapters({Wired(1, "10.0.0.2", "")});
-    std::thread commit([record = Fill()] { CommitNwInfo(record); });
+    std::thread commit([this, record = Fill()] { service->m_networkInventory.CommitNwInfo(record); });
     ASSERT_TRUE(Clock().AwaitSleeper(kPause));
     std::atomic<bool> isRead{false};
     std::thread reader([&] {
@@ -205,14 +205,14 @@ TEST_F(NetworkInventory, WhatIsStoredCanBeReadWhileAMovedAddressIsLookedUp) {
     reader.join();
 }
 
-TEST_F(NetworkInventory, AnyInterfaceOtherThanEthernetMakesTheHostWireless) {
+TEST_F(Inventory, AnyInterfaceOtherThanEthernetMakesTheHostWireless) {
     SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
-    EXPECT_FALSE(CommitNwInfo(Fill()));
+    EXPECT_FALSE(service->m_networkInventory.CommitNwInfo(Fill()));
     SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1"), Wireless(2, "192.168.7.4")});
-    EXPECT_TRUE(CommitNwInfo(Fill()));
+    EXPECT_TRUE(service->m_networkInventory.CommitNwInfo(Fill()));
 }
 
-TEST_F(NetworkInventory, OldFirmwareIsToldOfTheWirelessInterfaceOrTheLast) {
+TEST_F(Inventory, OldFirmwareIsToldOfTheWirelessInterfaceOrTheLast) {
     MultiNwInfo record{};
     size_t index = 99;
     EXPECT_FALSE(ChoosePrimaryEntry(record, index));
@@ -227,7 +227,7 @@ TEST_F(NetworkInventory, OldFirmwareIsToldOfTheWirelessInterfaceOrTheLast) {
     EXPECT_EQ(MakeNwInfo(record.Entries[1]).LinkTechnology, 0xFFFF);
 }
 
-TEST_F(NetworkInventory, OnlyTheLocalNetworkCountsAsConnected) {
+TEST_F(Inventory, OnlyTheLocalNetworkCountsAsConnected) {
     EXPECT_EQ(StatusFor(0x02, false), 1u);
     EXPECT_EQ(StatusFor(0x12, false), 1u);
     EXPECT_EQ(StatusFor(0x12, true), 2u);
@@ -236,7 +236,7 @@ TEST_F(NetworkInventory, OnlyTheLocalNetworkCountsAsConnected) {
     AwaitLog("Not connected to internet via LAN/WLAN 6");
 }
 
-TEST_F(NetworkInventory, AnUnknownConnectionIsNotReported) {
+TEST_F(Inventory, AnUnknownConnectionIsNotReported) {
     Pc().Change([](auto& pc) { pc.connectedFlags = 0; });
     SendNetworkStatus(false);
     service->m_bNetworkUpdatesEnabled = 0;
@@ -256,21 +256,21 @@ INSTANTIATE_TEST_SUITE_P(All, TimeZones,
                          ::testing::Values(std::pair(0, 0), std::pair(330, -19800), std::pair(-345, 20700),
                                            std::pair(720, -43200), std::pair(-840, 50400)));
 
-TEST_F(NetworkInventory, ATimeThatCannotBeBrokenDownIsOfNoZone) {
+TEST_F(Inventory, ATimeThatCannotBeBrokenDownIsOfNoZone) {
     Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = -60; });
     Gate().FailNth("localtime_s", 1, EINVAL);
     EXPECT_EQ(GetTimezoneDiff(), 0);
     EXPECT_TRUE(HasLine("INFO", "Failed to retrieve local time"));
 }
 
-TEST_F(NetworkInventory, ATimeWithoutATextHasItsZoneAllTheSame) {
+TEST_F(Inventory, ATimeWithoutATextHasItsZoneAllTheSame) {
     Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = -60; });
     Gate().FailNth("asctime_s", 1, EINVAL);
     EXPECT_EQ(GetTimezoneDiff(), 3600);
     EXPECT_TRUE(HasLine("INFO", "Failed to convert time to string"));
 }
 
-TEST_F(NetworkInventory, AHostWithoutANameHasNoDomainEither) {
+TEST_F(Inventory, AHostWithoutANameHasNoDomainEither) {
     ExpectError("gethostname failed with error: 10050");
     Gate().FailNth("gethostname", 1, WSAENETDOWN);
     std::string host, domain;
@@ -278,7 +278,7 @@ TEST_F(NetworkInventory, AHostWithoutANameHasNoDomainEither) {
     EXPECT_TRUE(host.empty());
 }
 
-TEST_F(NetworkInventory, TellsHostAndDomain) {
+TEST_F(Inventory, TellsHostAndDomain) {
     Pc().Change([](auto& pc) { pc.dnsDomain = "corp.example"; });
     std::string host, domain;
     EXPECT_TRUE(GetHostAndDnsDomain(host, domain));

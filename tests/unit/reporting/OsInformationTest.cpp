@@ -25,7 +25,7 @@ class OsInformation : public ReportingFixture {
     // The record as it reaches the firmware.
     OsInfo Report() {
         firmware.Clear();
-        WriteOSInfoToMPM();
+        WriteOSInfoToMPM(service->m_WMIInterfaceObj);
         const auto requests = firmware.Requests("WriteOsInfo");
         EXPECT_EQ(requests.size(), 1u);
         return requests.empty() ? OsInfo{} : requests[0].As<OsInfo>();

@@ -71,14 +71,14 @@ INSTANTIATE_TEST_SUITE_P(OfTheNetwork, FailingCall,
 TEST_F(PlatformFaults, AdaptersThatVanishDuringAScanAreNotReported) {
     Gate().Delay("GetIfTable", 50ms);
     MultiNwInfo record;
-    std::thread scan([&] { FillMultiNwInfo(record); });
+    std::thread scan([&] { service->m_networkInventory.FillMultiNwInfo(record); });
     EXPECT_TRUE(Eventually([] { return Gate().Count("GetIfTable") > 0; }));
     SetAdapters({});
     scan.join();
     // Their addresses were read before, the rest is gone.
     EXPECT_LE(record.Count, 2);
     Gate().Reset();
-    FillMultiNwInfo(record);
+    service->m_networkInventory.FillMultiNwInfo(record);
     EXPECT_EQ(record.Count, 0);
 }
 

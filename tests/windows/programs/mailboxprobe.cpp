@@ -15,8 +15,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "mailbox/MailboxCodes.h"
 #include "base/Handles.h"
+#include "mailbox/MailboxCodes.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What the firmware says of itself.
 #include <cstring>
 
-#include "service/ZELService.h"
+#include "state/ServiceState.h"
 
-void ZELService::UpdateManageabilityStatus() {
+void ServiceState::UpdateManageabilityStatus() {
     constexpr const char* kNotAvailable = "Not Available";
     ManageabilityStatus status{};
     m_mailBoxDriverInterface.GetZELVersion(&status);
@@ -18,7 +18,7 @@ void ZELService::UpdateManageabilityStatus() {
     if (std::strcmp(status.MPMVersion, kNotAvailable) != 0) m_bMPMVersionValid = 1;
 }
 
-ManageabilityStatus ZELService::GetManageabilityStatus() const {
+ManageabilityStatus ServiceState::GetManageabilityStatus() const {
     std::lock_guard lock(m_manageabilityMutex);
     return m_ManageabilityStatus;
 }

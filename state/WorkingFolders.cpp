@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr const char* kTerminateFile = "\\terminate.txt";
 
 }  // namespace
 
-std::string ZELService::GetProgramDataFolder() {
+std::string ServiceState::GetProgramDataFolder() {
     std::lock_guard lock(m_pathCacheMutex);
     const auto known = m_pathCache.find(kProgramData);
     if (known != m_pathCache.end()) return known->second;
@@ -36,27 +36,27 @@ std::string ZELService::GetProgramDataFolder() {
     return folder;
 }
 
-std::string ZELService::CachedPath(const std::string& key, const std::string& root) {
+std::string ServiceState::CachedPath(const std::string& key, const std::string& root) {
     std::lock_guard lock(m_pathCacheMutex);
     return m_pathCache.try_emplace(key, root + key).first->second;
 }
 
-std::string ZELService::GetMakerFolder() {
+std::string ServiceState::GetMakerFolder() {
     return CachedPath(kMakerFolder, GetProgramDataFolder());
 }
 
-std::string ZELService::GetWorkingFolder() {
+std::string ServiceState::GetWorkingFolder() {
     return CachedPath(kWorkingFolder, GetProgramDataFolder());
 }
 
-std::string ZELService::GetStatusFilePath() {
+std::string ServiceState::GetStatusFilePath() {
     return CachedPath(kStatusFile, GetWorkingFolder());
 }
 
-std::string ZELService::GetDisplayMgrLogPath() {
+std::string ServiceState::GetDisplayMgrLogPath() {
     return CachedPath(kDisplayMgrLog, GetWorkingFolder());
 }
 
-std::string ZELService::GetTerminateFilePath() {
+std::string ServiceState::GetTerminateFilePath() {
     return CachedPath(kTerminateFile, GetWorkingFolder());
 }

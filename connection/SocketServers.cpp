@@ -1,7 +1,7 @@
-#include "dash/SocketServers.h"
+#include "connection/SocketServers.h"
 
 #include "base/Log.h"
-#include "service/ZELService.h"
+#include "state/ServiceState.h"
 
 namespace {
 
@@ -84,5 +84,5 @@ void SocketServer::CloseBaseSocket() {
 }
 
 bool HttpsSocket::ReportsFailedAccept() const {
-    return !g_pZELService->m_bServiceStopping;
+    return !g_pServiceState->m_bServiceStopping;
 }

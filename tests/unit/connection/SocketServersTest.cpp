@@ -1,4 +1,4 @@
-#include "dash/SocketServers.h"
+#include "connection/SocketServers.h"
 
 #include <gtest/gtest.h>
 

@@ -3,10 +3,10 @@
 #include <windows.h>
 #include <wininet.h>
 
+#include "base/Log.h"
 #include "mailbox/FirmwareLevels.h"
 #include "reporting/NetworkInventory.h"
 #include "reporting/OsInformation.h"
-#include "base/Log.h"
 #include "service/ZELService.h"
 
 namespace {
@@ -59,7 +59,7 @@ void ZELService::UpdatePlatformInfoToMPM() {
     m_bNetworkUpdatesEnabled = 1;
     m_networkMonitor.RegisterWlanNotification();
     m_networkMonitor.StartNetworkScanThread();
-    WriteOSInfoToMPM();
+    WriteOSInfoToMPM(m_WMIInterfaceObj);
     UpdateManageabilityStatus();
     if (!AwaitConnection()) return;
     const bool wlan = m_networkMonitor.CheckWlanAndSyncProfile(true);
@@ -67,11 +67,8 @@ void ZELService::UpdatePlatformInfoToMPM() {
     m_ipv4InfoStore.SendIPCompleteInfo();
     SendNetworkStatus(wlan);
     SendVersionDependentInfo(m_vorkVersion);
-    MultiNwInfo record;
-    FillMultiNwInfo(record);
-    CommitNwInfo(record);
-    WriteNetworkInventory(record);
-    m_statusFile.UpdateStatusFile();
+    m_networkMonitor.ReportNetwork(
+        {.onlyWhenChanged = false, .updatesAddress = false, .sendsInventory = true});
     m_bPlatformUpdateDone = 1;
 }
 

@@ -1,9 +1,10 @@
 // The Windows event log, the only report of what fails before the log file exists.
 #include <cstdio>
 
-#include "service/ZELService.h"
+#include "base/Handles.h"
+#include "state/ServiceState.h"
 
-void ZELService::LogEventMessage(const char* text, WORD eventType) {
+void ServiceState::LogEventMessage(const char* text, WORD eventType) {
     constexpr DWORD kEventIdentifier = 0xC0020001;
     const DWORD error = GetLastError();
     const UniqueEventSource source(RegisterEventSourceA(nullptr, m_ServiceName.c_str()));

@@ -1,0 +1,148 @@
+// How a session ends, whichever side ends it.
+#include <exception>
+#include <system_error>
+
+#include "base/Log.h"
+#include "connection/ConnectionAnnouncer.h"
+#include "kvm/KVMClientInterface.h"
+#include "reporting/StatusFile.h"
+#include "state/ServiceState.h"
+
+namespace {
+
+constexpr const char* kCleanUp = "DoCleanUp";
+constexpr DWORD kAgentPatience = 2000;  // milliseconds
+constexpr DWORD kAgentPoll = 100;
+
+}  // namespace
+
+KVMClientInterface::KVMClientInterface(ConnectionAnnouncer& announcer, StatusFile& statusFile,
+                                       HostControl& hostControl)
+    : m_announcer(announcer), m_statusFile(statusFile), m_hostControl(hostControl) {}
+
+KVMClientInterface::~KVMClientInterface() {
+    m_bSessionActive.exchange(0);
+    CloseSockets();
+    JoinRecvThread();
+    for (const SOCKET socket : m_untrustedSockets)
+        closesocket(socket);
+}
+
+void KVMClientInterface::TriggerKVMShutdown() {
+    m_bShutdownTriggered = 1;
+    m_kvmState = kKvmClosing;
+    // The signal: the blocking accept fails.
+    m_kvmSocket.CloseBaseSocket();
+}
+
+void KVMClientInterface::SignalEnd() {
+    std::lock_guard lock(m_threadObjectMutex);
+    if (m_pKVMThreadObj) TriggerKVMShutdown();
+}
+
+void KVMClientInterface::JoinThread() {
+    std::unique_ptr<std::thread> thread;
+    {
+        std::lock_guard lock(m_threadObjectMutex);
+        thread = std::move(m_pKVMThreadObj);
+    }
+    if (thread) thread->join();
+}
+
+void KVMClientInterface::SetKVMStatus(bool running) {
+    g_pServiceState->KVMStatus = running ? "YES" : "NO";
+    m_statusFile.UpdateStatusFile();
+}
+
+void KVMClientInterface::KVMCleanupCommon() {
+    LogInfo("Do KVM Cleanup");
+    DoKVMCleanUp();
+    LogInfo("%s: Exiting Thread Handler", "KVMCleanupCommon");
+}
+
+void KVMClientInterface::DoKVMCleanUp() {
+    const uint16_t state = m_kvmSocketState.exchange(kKvmCleanedUp);
+    LogInfo("%s called with socket state: %d", "DoKVMCleanUp", state);
+    if (state == kKvmCleanedUp) return;
+    SetKVMStatus(false);
+    DoCleanUp();
+    m_bLuxKvmEnabled = 0;
+    // In a safe boot the firmware isn't told.
+    if (g_pServiceState->m_bootMode == 0)
+        g_pServiceState->m_mailBoxDriverInterface.WriteCloseSocketcmd(kKvmPort);
+    m_kvmTrusted = TrustedPeer{};
+    LogInfo("Cleaned Tarvix KVM App if still open.");
+    StartAgentCleanUp();
+}
+
+void KVMClientInterface::DoCleanUp() {
+    m_bSessionActive.exchange(0);
+    try {
+        m_agent.TerminateKVMAgent();
+        LogInfo("called TerminateKVMAgent");
+    } catch (const std::exception& exception) {
+        LogError("TerminateKVMAgent()  failed with error: %s", exception.what());
+    } catch (...) {
+        LogError("TerminateKVMAgent()  failed with error: %s", "Unknown exception");
+    }
+    CloseSockets();
+    JoinRecvThread();
+    LogInfo("%s, function exit", kCleanUp);
+}
+
+// There is no shutdown first: the close alone ends what the receive thread and a sender wait for.
+void KVMClientInterface::CloseSockets() {
+    const SOCKET socket = m_clientSocket.exchange(INVALID_SOCKET);
+    if (socket != INVALID_SOCKET) {
+        if (closesocket(socket) == 0) {
+            LogInfo("%s: closesocket() API successful on KVM socket", kCleanUp);
+        } else {
+            LogError("closesocket() API failed with error: %d", WSAGetLastError());
+        }
+    }
+    // The receive thread may still wait on the socket of a client before.
+    std::lock_guard lock(m_replacedMutex);
+    for (const SOCKET replaced : m_replacedSockets)
+        closesocket(replaced);
+    m_replacedSockets.clear();
+}
+
+void KVMClientInterface::JoinRecvThread() {
+    std::unique_ptr<std::thread> thread;
+    {
+        std::lock_guard lock(m_recvThreadMutex);
+        thread = std::move(m_pRecvThreadObj);
+    }
+    if (!thread) return;
+    LogInfo("%s: Waiting for the DataRecvThread to exit", kCleanUp);
+    thread->join();
+    LogInfo("%s: DataRecvThread exit complete", kCleanUp);
+}
+
+void KVMClientInterface::StartAgentCleanUp() {
+    ++m_agentCleanUps;
+    const auto cleanUp = [this] {
+        RemoveAgentLater();
+        // Unless a session in safe boot has begun meanwhile.
+        uint8_t closing = kKvmClosing;
+        m_kvmState.compare_exchange_strong(closing, kKvmNeverEnabled);
+        --m_agentCleanUps;
+    };
+    bool started = false;
+    try {
+        started = g_pServiceState->m_detachedThreads.Start(cleanUp);
+    } catch (const std::system_error&) {
+        LogWarn("%s: no thread to remove the agent, the next session waits for it", "StartAgentCleanUp");
+    }
+    if (!started) cleanUp();
+}
+
+// Every agent goes, also one that a new session starts within these 2 seconds. A service that stops waits no
+// longer than there is an agent.
+void KVMClientInterface::RemoveAgentLater() {
+    if (!g_pServiceState->SleepUnlessStopping(kAgentPatience)) {
+        for (DWORD waited = 0; waited < kAgentPatience && KVMAgent::IsKVMAgentRunning(); waited += kAgentPoll)
+            Sleep(kAgentPoll);
+    }
+    KVMAgent::RemoveKVMAgent();
+}
