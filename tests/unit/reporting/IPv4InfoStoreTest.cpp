@@ -84,6 +84,22 @@ TEST_F(AddressStore, KeepsThePeerUntilItIsCleared) {
     AwaitLog("Remote Port: 0");
 }
 
+TEST_F(AddressStore, GivesEachNewConnectionTheRecordWithItsOwnPeer) {
+    const auto take = [&](uint16_t port) {
+        int foreign = 0;
+        for (uint16_t peer = 0; peer < 2000; ++peer) {
+            const IPCompleteInfo info = Store().TakeForNewConnection(port, port, peer, 0xFFFF);
+            foreign += info.Port != port || info.PeerAddress != port || info.PeerPort != peer;
+        }
+        return foreign;
+    };
+    int kvm = 0;
+    std::thread other([&] { kvm = take(22); });
+    EXPECT_EQ(take(664), 0);
+    other.join();
+    EXPECT_EQ(kvm, 0);
+}
+
 TEST_F(AddressStore, ForgetsThePeerWhenTheAddressIsRead) {
     SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
     Store().SetPeer(664, inet_addr("10.1.2.3"), 0xABCD, 0xFFFF);
