@@ -278,7 +278,10 @@ TEST_F(Requests, EachHasAWrapperThatSendsIt) {
     for (const MailboxRequest& request : kMailboxRequests) {
         if (kWithoutWrapper.contains(request.name)) continue;
         const auto call = kWrappers.find(request.name);
-        ASSERT_NE(call, kWrappers.end()) << request.name << " has no row in kWrappers";
+        if (call == kWrappers.end()) {
+            ADD_FAILURE() << request.name << " has no row in kWrappers";
+            continue;
+        }
         EXPECT_EQ(call->second(Mailbox()), 0u) << request.name;
         EXPECT_EQ(firmware.Requests().back().name, request.name);
         EXPECT_EQ(firmware.Requests().back().code, request.code) << request.name;
