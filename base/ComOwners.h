@@ -1,4 +1,4 @@
-// Owners of what COM hands out.
+// Owner types for the objects, strings and variants of COM.
 #pragma once
 
 #include <winsock2.h>

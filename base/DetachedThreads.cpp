@@ -66,7 +66,7 @@ bool DetachedThreads::AwaitEnd(DWORD milliseconds) {
     }
     if (m_state->AllGone()) return true;
     if (m_state->allGone) return WaitForSingleObject(m_state->allGone.Get(), milliseconds) == WAIT_OBJECT_0;
-    // There was no event to be had.
+    // The event could not be created.
     for (DWORD waited = 0; waited < milliseconds; waited += kPoll) {
         if (m_state->AllGone()) return true;
         Sleep(kPoll);

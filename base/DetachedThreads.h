@@ -1,4 +1,4 @@
-// The threads that end by returning: the process waits for the last of them before it destroys what they use.
+// Registry of background threads; shutdown waits for them before it destroys what they use.
 #pragma once
 
 #include <winsock2.h>
@@ -18,21 +18,21 @@ class DetachedThreads {
 
     static constexpr DWORD kPatience = 3000;  // milliseconds
 
-    // Any thread. Runs the body on a new thread without an owner. False, and nothing runs, once AwaitEnd has
-    // been called: the process is ending. A failed thread creation throws std::system_error; what the body
-    // throws ends the process.
+    // Any thread. Runs the body on a new thread without an owner. Once AwaitEnd has been called, runs nothing
+    // and returns false. A failed thread creation throws std::system_error. An exception that leaves the body
+    // ends the process.
     bool Start(std::function<void()> body);
 
-    // The same with an owner, who joins it; null where Start answers false. AwaitEnd waits for this one too,
-    // and a join after it takes no time.
+    // Does the same with an owner, which joins the thread. Returns null where Start returns false. AwaitEnd
+    // waits for this thread too, and a join after AwaitEnd returns at once.
     std::unique_ptr<std::thread> StartOwned(std::function<void()> body);
 
-    // Lets no further thread start and waits until all have returned. False when some still run after so many
-    // milliseconds. May be called again.
+    // Prevents further threads from starting and waits until all have returned. Returns false when some still
+    // run after the given time. May be called again.
     bool AwaitEnd(DWORD milliseconds);
 
   private:
-    // Shared with every thread, so that the last one may outlive this object.
+    // Every thread shares it, so that the last one may outlive this object.
     struct State;
     std::shared_ptr<State> m_state;
 };

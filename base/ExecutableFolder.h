@@ -1,8 +1,8 @@
-// Where the service's own program lies.
+// The folder of the service's own program.
 #pragma once
 
 #include <string>
 
-// The folder of the executable, without a separator at its end. Where its path has no separator, `complaint`
-// goes to the log and the result is empty. Any thread.
+// Returns the folder of the executable, without a separator at its end. When its path has no separator, logs
+// `complaint` and returns an empty text. Any thread.
 std::string ExecutableFolder(const char* complaint);

@@ -1,4 +1,4 @@
-// The service's paths are Windows paths; streams and std::filesystem take them with either separator there.
+// The service uses Windows paths. Streams and std::filesystem accept either separator on Windows.
 #pragma once
 
 #include <algorithm>

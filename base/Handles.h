@@ -1,6 +1,6 @@
-// Owners of what the platform hands out: each knows its closing call and its invalid value. A raw value is
-// only ever borrowed from one of them. Closing keeps GetLastError, so that an error survives the clean-up on
-// the way out.
+// Owner types for handles, sockets and other resources of the platform: each type knows its closing call and
+// its invalid value. A raw value is only ever borrowed from an owner. Closing preserves GetLastError, so that
+// an error survives the clean-up.
 #pragma once
 
 #include <winsock2.h>
@@ -47,7 +47,7 @@ class UniqueResource {
     Value m_value = Traits::Invalid();
 };
 
-// Events, mutexes, completion ports: whatever answers a failure with null.
+// Events, mutexes, completion ports: their creating calls return null on failure.
 struct HandleTraits {
     using Value = HANDLE;
     static Value Invalid() { return nullptr; }
@@ -55,7 +55,7 @@ struct HandleTraits {
 };
 using UniqueHandle = UniqueResource<HandleTraits>;
 
-// Files and devices: CreateFileA answers a failure with INVALID_HANDLE_VALUE.
+// Files and devices: CreateFileA returns INVALID_HANDLE_VALUE on failure.
 struct FileHandleTraits {
     using Value = HANDLE;
     static Value Invalid() { return INVALID_HANDLE_VALUE; }
@@ -92,7 +92,7 @@ struct WlanHandleTraits {
 };
 using UniqueWlanHandle = UniqueResource<WlanHandleTraits>;
 
-// What the WLAN service has allocated.
+// Memory that the WLAN service has allocated.
 struct WlanMemoryTraits {
     using Value = void*;
     static Value Invalid() { return nullptr; }

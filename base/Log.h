@@ -1,9 +1,9 @@
-// LogInfo("%s: size %d", name, size): one line in the service's log, checked when it is compiled.
+// LogInfo("%s: size %d", name, size) writes one line to the service's log. The compiler checks the format.
 //
-// The conversions have the sizes that Windows gives them (%lu is 32 bits, %I64x and %llu are 64) in every
-// build: each argument is first cut to the size its conversion names and then widened, so that a text prints
-// the same whatever the compiler's long is. %ls takes wide text, of wchar_t or of UTF-16 units, and prints it
-// as UTF-8. A conversion that does not fit its argument does not compile.
+// A conversion has the size that Windows gives it (%lu is 32 bits, %I64x and %llu are 64) in every build:
+// each argument is first cut to the size that its conversion names and then widened, so that a text prints
+// the same whatever the size of the compiler's long. %ls takes wide text, of wchar_t or of UTF-16 units, and
+// prints it as UTF-8. A conversion that does not fit its argument does not compile.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@
 
 namespace logging {
 
-// The buffer that a message is formatted into; longer texts are cut.
+// The size of the buffer that a message is formatted into. Longer texts are cut.
 inline constexpr size_t kMessageSize = 1024;
 
 enum class Argument : uint8_t {
@@ -100,7 +100,7 @@ class Format {
         return false;
     }
 
-    // The bits that the length modifier at text[in] names on Windows; steps over it.
+    // Returns the bits that the length modifier at text[in] names on Windows, and steps over it.
     static constexpr int TakeLength(const char* text, size_t& in) {
         if (text[in] == 'I' && text[in + 1] == '6' && text[in + 2] == '4') return in += 3, 64;
         if (text[in] == 'l' && text[in + 1] == 'l') return in += 2, 64;
@@ -126,7 +126,7 @@ class Format {
 
     constexpr void Put(char c) { m_text[m_length++] = c; }
 
-    // Not consteval on purpose: reaching it ends the compilation at the faulty format.
+    // Not consteval on purpose: a call ends the compilation at the faulty format.
     static void Mismatch(const char* why);
 
     std::array<char, kCapacity> m_text{};
@@ -178,7 +178,7 @@ long long Widen(Argument as, T value) {
 
 enum class Level { Info, Warn, Error, Debug, Trace };
 
-// What printf can take of a widened argument.
+// Converts a widened argument to a type that printf takes.
 inline const char* ForPrintf(const char* text) {
     return text;
 }
@@ -189,7 +189,7 @@ inline long long ForPrintf(long long number) {
     return number;
 }
 
-// Formats with printf's rules into a buffer of kMessageSize and hands the text to the logger, tag
+// Formats by printf's rules into a buffer of kMessageSize and passes the text to the logger with the tag
 // "ZELService".
 void Write(Level level, const char* format, ...);
 
@@ -208,11 +208,11 @@ void WriteChecked(Level level, const Format<Args...>& format, std::index_sequenc
                                        args...);                                                          \
     }
 
-// Any thread. No failure is reported. Line breaks in the message are removed and over-long lines are cut.
+// Any thread. Failures are ignored. Line breaks in the message are removed, and over-long lines are cut.
 ZEL_DEFINE_LOG_FUNCTION(LogInfo, Info)
 ZEL_DEFINE_LOG_FUNCTION(LogWarn, Warn)
 ZEL_DEFINE_LOG_FUNCTION(LogError, Error)
-// These two write nothing; their calls mark what a verbose build would tell.
+// These two write nothing. Their calls mark what a verbose build would log.
 ZEL_DEFINE_LOG_FUNCTION(LogDebug, Debug)
 ZEL_DEFINE_LOG_FUNCTION(LogTrace, Trace)
 

@@ -1,4 +1,4 @@
-// The make-up of one line of the log.
+// The format of one line of the log.
 #pragma once
 
 #include <array>
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string_view>
 
-// A line that grows in a fixed buffer. What does not fit is cut; the text is always terminated.
+// A line that grows in a fixed buffer. Text that does not fit is cut. The text is always terminated.
 template <size_t Capacity>
 class FixedText {
   public:
@@ -40,6 +40,7 @@ class FixedText {
     size_t m_length = 0;
 };
 
-// Reads the facts of the moment and puts the whole line together, at most 1024 bytes, its line break
-// included. The message loses its line breaks and, when it is too long, its end: the suffix is never cut.
+// Reads process, memory, thread and time, and assembles the whole line, at most 1024 bytes with its line
+// break. Removes the line breaks of the message and cuts the message when the line is too long; the suffix is
+// never cut.
 void AssembleLogLine(FixedText<1025>& line, const char* tag, const char* message, std::string_view level);

@@ -1,7 +1,7 @@
-// A clock for distances in time: it only goes forward, whatever is done to the date.
+// A clock for time intervals. It only moves forward, even when the date is changed.
 #pragma once
 
 #include <cstdint>
 
-// Nanoseconds; starts anywhere. 0 where the platform can't tell. Any thread.
+// Returns nanoseconds from an arbitrary start, or 0 when the platform has no such clock. Any thread.
 uint64_t SteadyTime();

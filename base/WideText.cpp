@@ -12,7 +12,7 @@ bool IsLowSurrogate(char32_t unit) {
     return unit >= 0xDC00 && unit < 0xE000;
 }
 
-// Takes the first character off the text, which is not empty.
+// Removes the first character from the text, which is not empty, and returns it.
 template <class Unit>
 char32_t TakeCharacter(std::basic_string_view<Unit>& text) {
     const auto take = [&text] {

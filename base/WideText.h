@@ -1,5 +1,6 @@
-// Wide text is UTF-16 in Windows and in the wire records; a compiler's wchar_t may as well hold whole code
-// points. Both are read here. What is no character, such as half of a surrogate pair, becomes U+FFFD.
+// Wide text is UTF-16 in Windows and in the wire records; the wchar_t of other compilers may hold whole code
+// points. These functions accept both. A unit that is no character, such as half of a surrogate pair, becomes
+// U+FFFD.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-// UTF-8, cut to whole characters of maxBytes at most.
+// Converts to UTF-8 and cuts the result to whole characters of at most maxBytes.
 std::string ToUtf8(std::wstring_view text, size_t maxBytes);
 std::string ToUtf8(std::u16string_view text, size_t maxBytes);
 

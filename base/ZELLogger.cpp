@@ -16,7 +16,7 @@ ZELLogger* g_pLogger = nullptr;
 
 namespace {
 
-// The mutex is a Win32 one because that tells when its owner died: the process then ends, not the log.
+// A Win32 mutex reports the death of its owner. The process then ends.
 class LogLock {
   public:
     explicit LogLock(HANDLE mutex) : m_mutex(mutex) {
@@ -92,7 +92,7 @@ void ZELLogger::CloseLog() {
     m_bOpen = false;
 }
 
-// A reader may follow the log while it grows; a new run appends.
+// The share mode lets a reader follow the log while it grows. A new run appends.
 bool ZELLogger::Open() {
     m_pFile = _fsopen(m_LogFilePath.c_str(), "a+", _SH_DENYNO);
     OutputDebugStringA(
@@ -120,7 +120,7 @@ void ZELLogger::WriteLine(const char* tag, const char* message, std::string_view
 
 void ZELLogger::WriteToFile(const char* line) {
     if (m_pFile) {
-        // The test comes before the write, so that the file may pass the limit by one line.
+        // The size is checked before the write, so the file may exceed the limit by one line.
         _fseeki64(m_pFile, 0, SEEK_END);
         const long long position = _ftelli64(m_pFile);
         if (position > 0 && static_cast<uint64_t>(position) > m_MaxFileSize) Rotate();
@@ -141,7 +141,7 @@ void ZELLogger::Rotate() {
     try {
         MoveToBackup();
     } catch (const std::exception& exception) {
-        // Logging raises nothing: the lines go on in the file as it is.
+        // A failed rotation raises nothing: later lines are appended to the existing file.
         OutputDebugStringA(exception.what());
     }
     Open();
@@ -170,7 +170,7 @@ void ZELLogger::ScanBackupIndex() {
         const std::string name = entry->path().filename().string();
         if (name.starts_with(m_BaseName) && name.find(".log") != std::string::npos) {
             const int index = ParseBackupIndex(name);
-            // A name that carries no number sets the count back.
+            // A name without a number resets the count.
             maximum = index == -1 ? 0 : std::max(maximum, index);
         }
         entry.increment(error);

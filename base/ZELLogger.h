@@ -1,5 +1,5 @@
-// The one diagnostic channel: appends lines to a file, each stamped with process, memory, thread and time,
-// and rolls the file over at a size limit. Every line is on disk when its call returns.
+// The service's only diagnostic channel. It appends lines to a file, each with process, memory, thread and
+// time, and starts a new file at a size limit. Every line is on disk when its call returns.
 #pragma once
 
 #include <winsock2.h>
@@ -17,8 +17,8 @@ class ZELLogger {
     static constexpr uint32_t kNumberedBackups = 1;  // zel.log, zel0.log, zel1.log, ...
     static constexpr size_t kMaxLine = 1024;         // bytes, line break included
 
-    // The process's logger, made by whoever logs first; null when there is no memory for it. The first call
-    // comes before any thread is started.
+    // Returns the process's logger. The first call creates it; it returns null when there is no memory for
+    // it. The first call comes before any thread starts.
     static ZELLogger* Instance();
 
     ZELLogger();
@@ -26,7 +26,7 @@ class ZELLogger {
     ZELLogger(const ZELLogger&) = delete;
     ZELLogger& operator=(const ZELLogger&) = delete;
 
-    // Any thread. One line each; nothing while the file is not open. No failure is reported.
+    // Any thread. Each call writes one line, or nothing while the file is not open. Failures are ignored.
     void LogInfo(const char* tag, const char* message);
     void LogWarn(const char* tag, const char* message);
     void LogError(const char* tag, const char* message);
@@ -34,16 +34,16 @@ class ZELLogger {
     void LogDebug(const char* tag, const char* message);
     void LogTrace(const char* tag, const char* message);
 
-    // Opens filePath for appending. maxFileSize is in bytes. True when it is open.
+    // Opens filePath for appending. maxFileSize is in bytes. Returns true when the file is open.
     bool OpenLog(const std::string& baseName, const std::string& filePath, const std::string& folder,
                  uint64_t maxFileSize, uint32_t rotationMode);
-    // Lines that come later are dropped.
+    // Closes the file. Later lines are dropped.
     void CloseLog();
 
     // Sets the number of the next numbered backup to one above the highest in the folder. Throws
-    // std::filesystem::filesystem_error, and what ParseBackupIndex throws.
+    // std::filesystem::filesystem_error, and the exceptions of ParseBackupIndex.
     void ScanBackupIndex();
-    // The number in a backup's file name; 0 for the log itself, -1 for any other file. Throws
+    // Returns the number in a backup's file name, 0 for the log itself, and -1 for any other file. Throws
     // std::out_of_range.
     int ParseBackupIndex(const std::string& name) const;
     int NextBackupIndex() const { return m_NextBackupIndex; }

@@ -1,4 +1,4 @@
-// Announces each new connection to the firmware, of a management console as of a remote screen.
+// Announces each new connection to the firmware, for a management console and for a KVM viewer.
 #pragma once
 
 #include <winsock2.h>
@@ -14,6 +14,7 @@ inline constexpr uint16_t kKvmPort = 22;
 class ConnectionAnnouncer {
   public:
     // `wakeFirmware` brings the firmware up to date if it is down, and waits for that, 3 seconds at most.
+    // `addresses` outlives this object.
     ConnectionAnnouncer(IPv4InfoStore& addresses, std::function<void()> wakeFirmware)
         : m_addresses(addresses), m_wakeFirmware(std::move(wakeFirmware)) {}
 

@@ -9,7 +9,7 @@ constexpr int kBacklog = 1;
 
 void StartWinsock() {
     WSADATA data{};
-    // Nothing remembers a failure: the calls that follow report their own.
+    // A failure is not stored: the calls that follow report their own errors.
     if (const int error = WSAStartup(MAKEWORD(2, 0), &data)) {
         LogError("WSAStartup() call failed with error: %d", error);
     }

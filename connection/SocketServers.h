@@ -1,5 +1,5 @@
-// The two listening sockets of the service: HttpsSocket for the management console, KvmSocket for the remote
-// screen. They move no bytes; each hands the sockets it accepts to its caller, who owns them from then on.
+// The two listening sockets of the service: HttpsSocket for the management console, KvmSocket for the KVM
+// viewer. They transfer no data. The caller owns each socket that they accept.
 #pragma once
 
 #include <winsock2.h>
@@ -9,20 +9,20 @@
 #include <cstdint>
 #include <memory>
 
-// What both have in common. CreateSocket and AcceptSocket belong to one owner thread; CloseBaseSocket may
-// come from any other, to break the owner out of AcceptSocket.
+// The common part. CreateSocket and AcceptSocket belong to one owner thread. Any other thread may call
+// CloseBaseSocket, which makes AcceptSocket return.
 class SocketServer {
   public:
     SocketServer(const SocketServer&) = delete;
     SocketServer& operator=(const SocketServer&) = delete;
 
-    // Listens on all interfaces on `port` (host order), in place of an older listener. 0, or the Winsock
-    // error.
+    // Listens on all interfaces on `port` (host order), in place of an older listener. Returns 0 or the
+    // Winsock error.
     int CreateSocket(uint16_t port);
-    // Blocks until a peer connects. The accepted socket, itself blocking or not, with its address in `peer`;
-    // or INVALID_SOCKET.
+    // Blocks until a peer connects. Returns the accepted socket, in blocking mode or not, with its address in
+    // `peer`, or INVALID_SOCKET.
     SOCKET AcceptSocket(bool blocking, sockaddr_in& peer);
-    // Harmless when nothing listens.
+    // Does nothing when there is no listener.
     void CloseBaseSocket();
 
   protected:
@@ -44,7 +44,7 @@ class HttpsSocket final : public SocketServer {
     HttpsSocket() : SocketServer(WinsockStart::Last) {}
 
   private:
-    // A stop ends accept() by closing the listener, and the error of that is nothing to report.
+    // A stop closes the listener to end accept(); that error is not logged.
     bool ReportsFailedAccept() const override;
 };
 

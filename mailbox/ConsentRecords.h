@@ -1,5 +1,5 @@
-// The question whether a remote console may see the host, and its answer. Packed and little-endian, as on the
-// wire.
+// The question whether a remote console may view or control the host, and its answer. Packed and
+// little-endian.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ inline constexpr uint32_t kConsentRefused = 2;
 
 // The payload of MPM_ZEL_CMD_GET_KVM_CONSENT.
 struct UserConsentQuestion {
-    uint32_t Type;     // kind of consent; 0: no question is to be put
+    uint32_t Type;     // kind of consent; 0: the service asks no question
     uint32_t Timeout;  // seconds
 };
 static_assert(sizeof(UserConsentQuestion) == 8);
@@ -22,7 +22,7 @@ RECORD_FIELDS(UserConsentQuestion, FIELD(Type), FIELD(Timeout));
 
 // The input of WriteUserConsent.
 struct UserConsentAnswer {
-    uint32_t Type;     // as asked for
+    uint32_t Type;     // as in the question
     uint32_t Consent;  // kConsentGiven or kConsentRefused
     uint32_t reserved;
 };

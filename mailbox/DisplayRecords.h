@@ -9,7 +9,7 @@
 
 #pragma pack(push, 1)
 
-// The payload of MPM_ZEL_CMD_KVM_IP_PORT_INFO: the one console that may connect.
+// The payload of MPM_ZEL_CMD_KVM_IP_PORT_INFO: the only viewer that may connect.
 struct KvmPeer {
     uint32_t address;  // IPv4, network byte order
     uint32_t port;
@@ -37,7 +37,7 @@ struct DisplayConfigRecord {
 static_assert(sizeof(DisplayConfigRecord) == 8);
 RECORD_FIELDS(DisplayConfigRecord, FIELD(width), FIELD(height));
 
-// The head of what WriteEncodedBuffer sends; the bytes of the chunk follow.
+// The header of the input of WriteEncodedBuffer; the bytes of the chunk follow.
 struct EncodedFrameChunk {
     static constexpr size_t kMaxData = 524288;
     uint32_t RequiredChunk;  // chunks still to come, this one included

@@ -1,5 +1,4 @@
-// What the firmware asks of the host: one row for each command. The number is the next-to-last byte of a
-// message.
+// The firmware's commands, one row each. The number is the next-to-last byte of a message.
 //
 // A new command is one row here and its handler in service/CommandDispatch.cpp. The simulated firmware, the
 // fuzz targets and the tests iterate the rows; mailbox/MailboxTables.h has them as an array.

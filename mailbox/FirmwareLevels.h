@@ -1,4 +1,4 @@
-// What the service does only with firmware of a level or above. The level is uVORKVersion, in tenths: 21 is
+// The firmware levels from which the service turns on a function. The level is uVORKVersion, in tenths: 21 is
 // 2.1.
 //
 // A new threshold is one row here. The simulated firmware shows the rows.

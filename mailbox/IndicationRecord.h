@@ -1,4 +1,4 @@
-// Where the host posts the firmware's alerts. Packed and little-endian, as on the wire.
+// The address to which the host posts the firmware's alerts. Packed and little-endian.
 #pragma once
 
 #include <cstddef>

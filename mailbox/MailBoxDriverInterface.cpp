@@ -12,10 +12,10 @@ namespace {
 constexpr GUID kDeviceInterfaceClass = {
     0x70A9067B, 0x708F, 0x443C, {0x84, 0xBA, 0xBC, 0x39, 0x1F, 0xDB, 0xF7, 0x2B}};
 
-// Stands in messages for the path that is really opened.
+// The log shows this name in place of the path that is opened.
 constexpr const char* kDeviceNameInLog = R"(\\?\GLOBALROOT\Device\000000c8)";
 
-// A list that neither ends nor gets on is given up; the caller tries again later.
+// The search stops when the list neither ends nor advances; the caller retries later.
 constexpr int kMaxRepeats = 1000;
 
 void LogNoDevice() {
@@ -63,7 +63,7 @@ MailBoxDriverInterface::SharedDevice MailBoxDriverInterface::SetDevice(SharedDev
     return std::exchange(m_hDevice, std::move(device));
 }
 
-// The last interface of the list that has a path is the one that is kept.
+// Keeps the last interface of the list that has a path.
 uint32_t MailBoxDriverInterface::FindDeviceInterface() {
     const UniqueDeviceInfoList list(SetupDiGetClassDevsA(&kDeviceInterfaceClass, nullptr, nullptr,
                                                          DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
@@ -132,7 +132,7 @@ uint32_t MailBoxDriverInterface::ReadInterfaceDetail(HDEVINFO list, SP_DEVICE_IN
     return ERROR_SUCCESS;
 }
 
-// Share mode 0 all the same: the driver itself allows the second handle.
+// The share mode is 0 although two handles are opened: the driver itself allows the second one.
 HANDLE MailBoxDriverInterface::OpenHandle() const {
     return CreateFileA(m_pDeviceInterfaceDetailData->DevicePath, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                        OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
@@ -161,7 +161,8 @@ void MailBoxDriverInterface::CloseMPMDevice() {
         LogNoDevice();
         return;
     }
-    // The handle goes out of reach first: a request that is just being made sees that and cancels itself.
+    // The handle is removed before the cancellation: a request that is being made at this moment notices that
+    // and cancels itself.
     const SharedDevice device = SetDevice(nullptr);
     if (!CancelIoEx(device ? device->Get() : INVALID_HANDLE_VALUE, nullptr)) {
         const DWORD error = GetLastError();

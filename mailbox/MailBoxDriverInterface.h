@@ -1,9 +1,9 @@
 // The host's side of the mailbox: finds and opens the device, and sends every request to the firmware.
 //
-// Every request returns a Win32 error code: 0, or 6 while the device is not open, 1062 while the service has
-// not reported itself as up, 487 for a null argument, else what the driver gave. Requests have no time-out:
-// one that the firmware does not answer holds its thread until CloseMPMDevice or CancelRequests. Any thread
-// may call them.
+// Every request returns a Win32 error code: 0; 6 while the device is not open; 1062 while the service has not
+// reported itself as up; 487 for a null argument; otherwise the driver's error. Requests have no time-out: a
+// request that the firmware does not answer blocks its thread until CloseMPMDevice or CancelRequests. Any
+// thread may call them.
 #pragma once
 
 #include <winsock2.h>
@@ -34,7 +34,7 @@ struct WiFiSyncInfo;
 template <class Input, class Output>
 struct TypedRequest;
 
-// What a console sent, on its way to the firmware; stays in memory, only the payload travels.
+// Data from a console to the firmware. Only the payload is sent; the record stays in memory.
 struct DashPacket {
     uint64_t socket = 0;
     const void* payload = nullptr;
@@ -60,19 +60,19 @@ class MailBoxDriverInterface {
 
     // --- the device ---
 
-    // Finds the device interface and opens it; keeps a handle that is open already. 487 while the driver is
-    // absent.
+    // Finds the device interface and opens it, or keeps a handle that is already open. Returns 487 while the
+    // driver is absent.
     uint32_t OpenMPMDevice();
-    // A second handle, for the read loop; INVALID_HANDLE_VALUE on failure. The caller closes it.
+    // Returns a second handle for the read loop, or INVALID_HANDLE_VALUE on failure. The caller closes it.
     HANDLE GetNewHandleToMPMDevice();
-    // Ends pending requests with 995; the device is closed with the last of them. Requests that come later
-    // get 6.
+    // Ends pending requests with 995. The last of them closes the device. Later requests return 6.
     void CloseMPMDevice();
     bool IsOpen() const { return Device() != nullptr; }
-    // Ends pending requests with 995; the device stays open.
+    // Ends pending requests with 995. The device stays open.
     void CancelRequests();
 
-    // The one road of every request. lpBytesReturned must not be null and is set to the size of the answer.
+    // Sends one request; every other request is built on it. lpBytesReturned must not be null and receives
+    // the size of the answer.
     uint32_t SendIOCtlToDriver(uint32_t dwIoControlCode, const void* lpInBuffer, uint32_t nInBufferSize,
                                DWORD* lpBytesReturned, void* lpOutBuffer, uint32_t nOutBufferSize);
 
@@ -84,7 +84,7 @@ class MailBoxDriverInterface {
     uint32_t WriteOsInfo(const OsInfo* info);
     uint32_t WriteIPCompleteInformation(const IPCompleteInfo* info);
     uint32_t WriteCloseSocketcmd(uint16_t port);
-    // Firmware below version 20; the driver tells it from WriteMultiNwInfo by its size alone.
+    // For firmware below level 20. The driver distinguishes it from WriteMultiNwInfo by its size alone.
     uint32_t WriteNwInfo(const NwInfo* info);
     uint32_t WriteMultiNwInfo(const MultiNwInfo* info);
     uint32_t WriteKVMPacket(const KvmPacket* pKvmPacket);
@@ -93,7 +93,7 @@ class MailBoxDriverInterface {
     uint32_t WriteWiFiSyncInfo(const WiFiSyncInfo* info);
     uint32_t WriteADInfo(const ADInfo* info);
     uint32_t WriteWinRetCode(uint32_t first, uint32_t second);
-    // An EncodedFrameChunk and the bytes behind it; sendSize counts both.
+    // Sends an EncodedFrameChunk and the bytes behind it; sendSize counts both.
     uint32_t WriteEncodedBuffer(const void* pSendBuffer, uint32_t sendSize);
     // Shares the code of WriteEncodedBuffer; stays available without a caller.
     uint32_t SendEncodedDrvFrameBuffer(const EncodedFrameChunk* chunk);
@@ -105,14 +105,14 @@ class MailBoxDriverInterface {
     // --- queries; the record is left as it was when the query fails ---
 
     uint32_t GetZELVersion(ManageabilityStatus* pMPMVersion);
-    // 2: the firmware waits for the platform update. Every failure is 487.
+    // 2 means that the firmware waits for the platform update. Every failure returns 487.
     uint32_t GetMPMStatus(uint8_t* pMPMstatus);
     uint32_t GetCloudCertInfo(CloudCertInfo* cloudCerts);
-    // Succeeds also when Size is above the record's limit: the caller tests it.
+    // Succeeds even when Size exceeds the record's limit; the caller checks it.
     uint32_t GetDomainInfo(DomainInfo* domainDetails);
 
-    // The gate: 1 once the service has told the firmware that it is up. While it is 0 only WriteZELStatus and
-    // GetMPMStatus pass.
+    // The gate: 1 after the service has reported itself as up. While it is 0, only WriteZELStatus and
+    // GetMPMStatus are sent.
     std::atomic<uint8_t> m_bServiceUp{0};
 
   private:
@@ -123,7 +123,7 @@ class MailBoxDriverInterface {
     using SharedDevice = std::shared_ptr<const UniqueFileHandle>;
 
     SharedDevice Device() const;
-    // The device that was there before.
+    // Returns the previous device.
     SharedDevice SetDevice(SharedDevice device);
     uint32_t FindDeviceInterface();
     uint32_t ReadInterfaceDetail(HDEVINFO list, SP_DEVICE_INTERFACE_DATA& device);
@@ -134,12 +134,12 @@ class MailBoxDriverInterface {
     template <class Record>
     uint32_t Query(const TypedRequest<NoRecord, Record>& request, Record* record);
 
-    // Guards the detail data: the device may still be looked for while the service stops.
+    // Guards the detail data: a thread may still search for the device while the service stops.
     std::mutex m_deviceMutex;
-    // Kept after the open and after the close: the second handle needs the path again.
+    // Kept after the open and after the close, because the second handle needs the path again.
     std::unique_ptr<SP_DEVICE_INTERFACE_DETAIL_DATA_A, FreeBlock> m_pDeviceInterfaceDetailData;
     mutable std::mutex m_handleMutex;
-    // Null while the device is not open. A request keeps it open until it has ended: the number of a handle
-    // that was closed may be that of another one at once.
+    // Null while the device is not open. Each request keeps the device open until the request has ended,
+    // because the number of a closed handle may be reused at once.
     SharedDevice m_hDevice;
 };

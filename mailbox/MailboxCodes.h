@@ -8,7 +8,7 @@
 #include "mailbox/MailboxBuffer.h"
 #include "mailbox/Requests.h"
 
-// What the host tells of itself with WriteZELStatus.
+// The states that WriteZELStatus reports.
 enum ZELServiceState : uint32_t {
     kServiceUp = 1,
     kServiceDown = 2,

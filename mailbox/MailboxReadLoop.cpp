@@ -16,7 +16,7 @@ constexpr DWORD kDrainMilliseconds = 500;
 
 }  // namespace
 
-// What the driver writes into while reads are pending. A message's slot is the place of its OVERLAPPED.
+// The driver writes into these while reads are pending. The position of a read's OVERLAPPED is its slot.
 struct MailboxReadLoop::Slots {
     std::array<OVERLAPPED, kSlots> overlapped{};
     std::array<std::shared_ptr<uint8_t[]>, kSlots> buffers;
@@ -75,7 +75,8 @@ bool MailboxReadLoop::StartReads() {
     return true;
 }
 
-// True when the read pends. One that completes at once does not count, though its completion still comes.
+// Returns true when the read pends. A read that completes at once counts as failed, although its completion
+// still arrives.
 bool MailboxReadLoop::StartRead(size_t slot) {
     const BOOL completed = ReadFile(m_handle.Get(), m_slots->buffers[slot].get(), kMailboxBufferSize, nullptr,
                                     &m_slots->overlapped[slot]);
@@ -87,8 +88,7 @@ bool MailboxReadLoop::StartRead(size_t slot) {
 }
 
 void MailboxReadLoop::Serve(const std::atomic<uint8_t>& stopping, const Dispatch& dispatch) {
-    // When every slot is lost, nothing more can come, and nothing but the end of the process could end the
-    // wait.
+    // When every slot is lost, no completion can arrive, and only the end of the process would end the wait.
     while (!stopping && m_pendingReads > 0) {
         try {
             if (!ServeOne(dispatch)) return;
@@ -125,7 +125,7 @@ bool MailboxReadLoop::ServeOne(const Dispatch& dispatch) {
     return true;
 }
 
-// The buffers may go only when no read can write into them any more.
+// The buffers are freed only when no read can write into them any more.
 void MailboxReadLoop::DrainReads() {
     CancelIoEx(m_handle.Get(), nullptr);
     while (m_pendingReads > 0) {
@@ -136,8 +136,8 @@ void MailboxReadLoop::DrainReads() {
         if (!overlapped) break;
         --m_pendingReads;
     }
-    // A driver that gives a read back too late, or never, must find its buffer: better held for ever than
-    // freed.
+    // A driver that completes a read too late, or never, still writes to its buffer, so the buffer is kept
+    // for the life of the process.
     static auto* const abandoned = new std::vector<std::shared_ptr<Slots>>;
     if (m_pendingReads > 0) abandoned->push_back(m_slots);
     m_slots.reset();

@@ -16,14 +16,14 @@
 
 class MailboxReadLoop {
   public:
-    // Takes one message, which stays in the buffer until the function returns.
+    // Handles one message, which stays in the buffer until the function returns.
     using Dispatch = std::function<void(uint32_t bytesRead, const uint8_t* buffer)>;
 
-    // Body of the read thread: returns when a read fails or `stopping` is set, with its handle closed. Runs
+    // Body of the read thread. Returns when a read fails or `stopping` is set, with its handle closed. Runs
     // once. A std::exception from `dispatch` is logged and costs the message and one of the reads.
     void Run(MailBoxDriverInterface& mailbox, const std::atomic<uint8_t>& stopping, const Dispatch& dispatch);
 
-    // Any thread. Fails the reads that are pending and those that Run may yet start; Run then returns.
+    // Any thread. Cancels the pending reads and those that Run may yet start. Run then returns.
     void Cancel();
 
   private:
@@ -35,7 +35,7 @@ class MailboxReadLoop {
     bool StartRead(size_t slot);
     void DrainReads();
 
-    // Guards the handle against being closed while Cancel uses it.
+    // Prevents the handle from being closed while Cancel uses it.
     std::mutex m_handleMutex;
     UniqueFileHandle m_handle;
     std::atomic<bool> m_bCancelled{false};

@@ -1,5 +1,5 @@
-// The records that travel through the mailbox, as they stand in memory and on the wire: packed,
-// little-endian. Shared by the service, the simulated firmware and the tests.
+// The records of the mailbox, in memory as on the wire: packed, little-endian. The service, the simulated
+// firmware and the tests share them.
 #pragma once
 
 #include <cstddef>
@@ -86,7 +86,7 @@ struct MultiNwInfo {
 static_assert(sizeof(MultiNwInfo) == 2008 && offsetof(MultiNwInfo, Entries) == 8);
 RECORD_FIELDS(MultiNwInfo, FIELD(Count), FIELD_AS(padding, Reserved), FIELD_SLOTS(Entries, NwInfoEntry));
 
-// The one interface that firmware below version 2.0 is told of.
+// The only interface that is reported to firmware below level 20.
 struct NwInfo {
     char Name[192];
     uint64_t Speed;

@@ -1,4 +1,4 @@
-// The catalogue: one thin operation for each request that the firmware knows.
+// One thin operation for each request to the firmware.
 #include <string>
 
 #include "base/FieldText.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-// The firmware's texts are not trusted to end inside their field.
+// A text of the firmware need not end inside its field.
 template <size_t N>
 std::string TextOf(const char (&field)[N], size_t limit = N) {
     return std::string(TextInField(field).substr(0, limit));
@@ -165,7 +165,7 @@ uint32_t MailBoxDriverInterface::GetMPMStatus(uint8_t* pMPMstatus) {
     const uint32_t error = Query(kRequest, &record);
     *pMPMstatus = record.status;
     if (error) {
-        // The text and the one code for every failure are the established ones; callers treat all failures
+        // The text and the single code for every failure are the established ones. Callers treat all failures
         // alike.
         return RefuseNull(kName, "%s: cloudCerts is NULL, returning ERROR_INVALID_ADDRESS to the caller");
     }
@@ -184,7 +184,7 @@ uint32_t MailBoxDriverInterface::GetCloudCertInfo(CloudCertInfo* cloudCerts) {
     }
     LogInfo("NUBA vCloudCACert size %d", cloudCerts->vCloudCACertSize);
     LogInfo("NUBA vCloudCert size %d", cloudCerts->vCloudCertSize);
-    // The key's size goes by the certificate's name in the log.
+    // The line with the key's size names the certificate.
     LogInfo("NUBA vCloudCert size %d", cloudCerts->vCloudKeySize);
     LogInfo("NUBA Hostname %s", TextOf(cloudCerts->Hostname));
     LogInfo("NUBA Port %d", cloudCerts->Port);

@@ -1,5 +1,4 @@
-// What WriteOsInfo tells the firmware of the host's operating system. Packed and little-endian, as on the
-// wire.
+// The description of the host's operating system, the input of WriteOsInfo. Packed and little-endian.
 #pragma once
 
 #include <cstddef>

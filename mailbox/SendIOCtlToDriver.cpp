@@ -1,4 +1,4 @@
-// The one primitive on which every request is built.
+// The function on which every request is built.
 #include "base/Log.h"
 #include "mailbox/MailBoxDriverInterface.h"
 
@@ -10,13 +10,13 @@ bool PassesClosedGate(uint32_t code) {
     return code == MailboxCode::WriteZELStatus || code == MailboxCode::GetMPMStatus;
 }
 
-// The end of a request that pends: 0 or the error with which it ended.
+// Waits for a pending request. Returns 0 or the error with which the request ended.
 DWORD AwaitAnswer(HANDLE device, OVERLAPPED& overlapped, DWORD* bytesReturned) {
-    // A firmware that does not answer holds this thread until its request is cancelled.
+    // If the firmware does not answer, this thread blocks until its request is cancelled.
     const DWORD status = WaitForSingleObject(overlapped.hEvent, INFINITE);
     if (status != WAIT_OBJECT_0) {
         LogError("%s: WaitForSingleObject unexpected return code, status: %u", kName, status);
-        // The buffers belong to the request until it has ended.
+        // The driver owns the buffers until the request has ended.
         CancelIoEx(device, &overlapped);
         GetOverlappedResult(device, &overlapped, bytesReturned, TRUE);
         return ERROR_IO_PENDING;
@@ -72,12 +72,12 @@ uint32_t MailBoxDriverInterface::SendIOCtlToDriver(uint32_t dwIoControlCode, con
     const BOOL completed = DeviceIoControl(device->Get(), dwIoControlCode, const_cast<void*>(lpInBuffer),
                                            nInBufferSize, lpOutBuffer, nOutBufferSize, nullptr, &overlapped);
     DWORD error = GetLastError();
-    // The driver pends every request; one that ends at once counts as failed, whatever its result.
+    // The driver pends every request. A request that completes at once counts as failed, whatever its result.
     if (completed || error != ERROR_IO_PENDING) {
         LogError("DeviceIoControl() -- Asynchronous %s command failed, GetLastError: %d", kName, error);
         return error;
     }
-    // CloseMPMDevice may have cancelled the others just before this one was made.
+    // CloseMPMDevice may have cancelled the other requests just before this one was made.
     if (Device() != device) CancelIoEx(device->Get(), &overlapped);
     error = AwaitAnswer(device->Get(), overlapped, lpBytesReturned);
     if (error != ERROR_SUCCESS)

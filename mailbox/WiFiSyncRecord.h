@@ -1,4 +1,4 @@
-// The settings of the host's Wi-Fi network, as WriteWiFiSyncInfo and the Wi-Fi pipe carry them. Packed,
+// The settings of the host's Wi-Fi network, in WriteWiFiSyncInfo and on the Wi-Fi pipe. Packed,
 // little-endian.
 #pragma once
 

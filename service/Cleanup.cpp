@@ -45,8 +45,8 @@ void ZELService::StopDASHAndReadThread() {
     }
     if (m_pMBDriverReadThreadObj) {
         LogInfo("Waiting for MB Driver Read thread termination");
-        // It is given the address of the object, which is no handle, and so does nothing: the read thread
-        // ends with the process.
+        // The call receives the address of the object, which is no handle, and so has no effect: the read
+        // thread ends with the process.
         TerminateThread(m_pMBDriverReadThreadObj.get(), 0);
         LogInfo("MB Driver Read thread terminated");
     }

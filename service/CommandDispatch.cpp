@@ -17,7 +17,7 @@ struct FirmwareMessage {
     uint32_t bytesRead;  // of the whole read
 };
 
-// What was latched follows the answer that tells the console of it.
+// The latched power action follows the answer that reports it to the console.
 void HandleDashData(ZELService& service, const FirmwareMessage& message) {
     if (message.length == 0) return;
     service.m_dashClientInterface.updateDataToClient(message.payload, message.length);
@@ -68,7 +68,7 @@ void HandleOffSoftGrace(ZELService& service, const FirmwareMessage&) {
     service.m_hostControl.SetPowerOption(kPowerShutdownG2S5);
 }
 
-// The one power action that is not latched.
+// The only power action that is not latched.
 void HandleRebootNondash(ZELService& service, const FirmwareMessage&) {
     LogInfo("%s: Reboot Command Nondash received: MPM_ZEL_CMD_REBOOT_NONDASH", kName);
     if (!service.m_hostControl.DoSytemShutdown(kPowerReboot))

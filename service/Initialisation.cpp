@@ -1,4 +1,4 @@
-// The two stages of the start: what may refuse it, and what waits for the firmware.
+// The two stages of the start: the first may refuse it, the second waits for the firmware.
 #include "base/ExecutableFolder.h"
 #include "base/Log.h"
 #include "service/CommandDispatch.h"
@@ -27,7 +27,7 @@ uint32_t ZELService::DoInitialization() {
     return error;
 }
 
-// The service runs from the folder "bin" of its installation and from nowhere else, to the letter.
+// The service runs only from the folder "bin" of its installation. The comparison is exact.
 uint32_t ZELService::CheckInstallationPath() {
     constexpr const char* kValueName = "InstallationPath";
     std::string installed;
@@ -83,8 +83,8 @@ uint32_t ZELService::DoDriverInitialization() {
     return ERROR_SUCCESS;
 }
 
-// Quick at first, for a driver that is just loading, then one try in ten seconds for as long as it takes.
-// False when the service stops.
+// The first retries come quickly, for a driver that is just loading; later ones come every ten seconds,
+// without a limit. Returns false when the service stops.
 bool ZELService::OpenDeviceWithRetries() {
     int count = 0;
     while (!m_bServiceStopping) {

@@ -1,4 +1,4 @@
-// The front door: the arguments, the two ways to run, and the start that both share.
+// The command line, the two modes of the program, and the start that both share.
 #include <exception>
 #include <string_view>
 #include <vector>
@@ -73,7 +73,7 @@ void ZELService::RunAsService() {
     StartServiceCtrlDispatcherA(table);
 }
 
-// Nothing signals the event in this mode: a console run ends by being killed.
+// Nothing signals the event in this mode. A console run ends when the process is killed.
 void ZELService::RunAsConsole() {
     m_bRunAsConsole = 1;
     LogDebug("Enter ZELService::%s", "RunAsConsole");
@@ -84,7 +84,7 @@ void ZELService::RunAsConsole() {
     LogDebug("Exit %s", "RunAsConsole");
 }
 
-// The dispatcher's thread is not under main's guard, so that this one has its own.
+// main's exception handler does not cover the dispatcher's thread, so this function has its own.
 void ZELService::Register() {
     try {
         RunServiceMain();
@@ -129,7 +129,7 @@ bool ZELService::ServiceSetup() {
             ReportServiceStatus(SERVICE_STOPPED, error, 0);
         }
     });
-    // What a previous run may have left.
+    // A previous run may have left an agent.
     KVMAgent::RemoveKVMAgent();
     return true;
 }

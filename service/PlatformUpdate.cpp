@@ -1,4 +1,5 @@
-// The report to the firmware when the link to it comes up, and the farewell when the host goes away.
+// The report to the firmware when the link to it is established, and the last message before the host stops
+// or suspends.
 #include <winsock2.h>
 #include <windows.h>
 #include <wininet.h>
@@ -14,7 +15,7 @@ namespace {
 constexpr DWORD kConnectionPollMilliseconds = 100;
 constexpr int kPollsBeforeEmptyInventory = 100;
 
-// So that the firmware need not wait for a network that may never come.
+// The empty inventory spares the firmware the wait for a network that may never come.
 void SendEmptyInventory() {
     MailBoxDriverInterface& mailbox = g_pZELService->m_mailBoxDriverInterface;
     if (g_pZELService->m_vorkVersion >= FirmwareLevel::AllAdapters) {
@@ -26,7 +27,7 @@ void SendEmptyInventory() {
     }
 }
 
-// Without a limit in time. False when the service stops.
+// Waits without a time limit. Returns false when the service stops.
 bool AwaitConnection() {
     DWORD flags = 0;
     for (int polls = 1; !InternetGetConnectedState(&flags, 0); ++polls) {
@@ -38,7 +39,7 @@ bool AwaitConnection() {
 
 void SendVersionDependentInfo(uint32_t version) {
     if (version < FirmwareLevel::Cloud) {
-        // True of version 2.0 itself as well.
+        // The text is logged for level 20 as well.
         LogInfo("NUBA does not apply to version below VOR-K 2.0");
     } else if (version >= FirmwareLevel::TimeZone) {
         ADInfo info{};
@@ -51,7 +52,7 @@ void SendVersionDependentInfo(uint32_t version) {
 }  // namespace
 
 void ZELService::UpdatePlatformInfoToMPM() {
-    // The farewell is the last word of a service that stops.
+    // "Down" is the last state that a stopping service reports.
     if (m_bServiceStopping) return;
     m_bPlatformUpdateDone = 0;
     m_mailBoxDriverInterface.m_bServiceUp.exchange(1);

@@ -17,7 +17,7 @@ constexpr DWORD kMaxBlocks = 1024;  // a value that keeps growing is given up
 bool OpenKey(UniqueRegistryKey& key, HKEY rootKey, const char* subkey) {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const LONG result = RegOpenKeyExA(rootKey, subkey, 0, KEY_READ, key.Receive());
-        // The line and the second come with every attempt, also with one that opened the key.
+        // Every attempt logs this line and waits one second, also a successful one.
         LogWarn("Couldn't read registy with RegOpenKeyEx() API in attempt %d", attempt);
         Sleep(kAttemptMilliseconds);
         if (result != ERROR_SUCCESS) continue;
@@ -28,7 +28,8 @@ bool OpenKey(UniqueRegistryKey& key, HKEY rootKey, const char* subkey) {
     return false;
 }
 
-// The value's bytes, terminated. Null when there is no memory; else `error` tells whether they could be read.
+// Returns the value's bytes with a terminating NUL, or null when there is no memory; `error` is the error of
+// the read.
 std::unique_ptr<char[]> QueryValue(HKEY key, const char* valueName, LONG& error) {
     std::unique_ptr<char[]> buffer;
     for (DWORD blocks = 1; blocks <= kMaxBlocks; ++blocks) {
@@ -74,7 +75,7 @@ bool ReadRegistryString(std::string& result, HKEY rootKey, const char* subkey, c
     if (!value) return false;
     key.Reset();
     if (error != ERROR_SUCCESS) {
-        // The registry returns its errors; the last error of the thread is what has always been told here.
+        // The registry calls return their errors; the log has always shown the thread's last error here.
         LogInfo("RegQueryValueEx() encountered an error while reading form registry: %d.", GetLastError());
         return false;
     }

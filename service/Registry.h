@@ -6,10 +6,11 @@
 
 #include <string>
 
-// Reads a text value, up to its first NUL. Takes one second for each attempt to open the key, at most ten,
-// and one even when the first succeeds. False, with the reason in the log, when there is nothing to read.
+// Reads a text value, up to its first NUL. Each attempt to open the key takes one second, the successful one
+// too; there are at most ten attempts. Returns false, with the reason in the log, when there is nothing to
+// read.
 bool ReadRegistryString(std::string& result, HKEY rootKey, const char* subkey, const char* valueName);
 
-// The folder in which the installer says that it put the service. False, or an empty path, when it does not
-// say.
+// Reads the folder in which the installer has put the service. Returns false, or an empty path, when the
+// registry does not contain it.
 bool GetInstallationPath(std::string& path, const char* valueName);

@@ -1,5 +1,5 @@
-// Keeps a service control from hanging in a request that the firmware does not answer: while it lives, all
-// requests that pend are cancelled each time its patience has passed.
+// Prevents a service control from blocking in a request that the firmware does not answer: cancels all
+// pending requests each time kPatience has passed.
 #pragma once
 
 #include <winsock2.h>

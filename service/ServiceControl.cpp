@@ -1,4 +1,4 @@
-// What the SCM hears from the service, and what the service does on the SCM's word.
+// Reports to the SCM, and handles its controls.
 #include <atomic>
 
 #include "base/Log.h"
@@ -10,7 +10,7 @@ namespace {
 
 constexpr DWORD kStopWaitHint = 3000;
 
-// The source of all checkpoints; never set back.
+// The counter of all checkpoints; it is never reset.
 std::atomic<DWORD> g_CheckPoint{1};
 
 }  // namespace
@@ -59,9 +59,9 @@ DWORD ZELService::CurrentServiceState() {
     return m_ServiceStatus.dwCurrentState;
 }
 
-// A wake from S0i3 is not answered here: the firmware itself reports it by a command.
+// A wake from S0i3 is handled elsewhere: the firmware reports it with a command.
 void ZELService::HandlePowerEvent(DWORD eventType) {
-    // All controls come on one thread: a request without an answer would hold up the PC's sleep, and the
+    // All controls arrive on one thread. A request without an answer would block the PC's suspend and the
     // stop.
     const RequestWatchdog watchdog(m_mailBoxDriverInterface);
     LogInfo("ServiceCtrlHandler: Handling Powerevent Entry and exit");
@@ -100,7 +100,7 @@ void ZELService::StopService(bool shutdown) {
     ReportServiceStatus(SERVICE_STOP_PENDING, NO_ERROR, kStopWaitHint);
     {
         const RequestWatchdog watchdog(m_mailBoxDriverInterface);
-        // Ahead of the clean-up, which closes the device.
+        // This precedes the clean-up, which closes the device.
         if (shutdown) m_mailBoxDriverInterface.WriteShutdownLaptop();
         ServiceCleanup();
     }

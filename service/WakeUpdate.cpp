@@ -1,4 +1,4 @@
-// The one way back to the firmware: after the start, a resume, and ahead of each new connection.
+// Restores the link to the firmware: after the start, after a resume, and before each new connection.
 #include <system_error>
 
 #include "base/Log.h"
@@ -37,7 +37,7 @@ void ZELService::WakeAndUpdateMPM(bool force) {
     // A resume always updates.
     bool due = force || IsUpdateDue(status);
 
-    // Safe boot reports its state in any case, and nothing else.
+    // In safe boot the service always reports its state, and nothing else.
     const uint32_t bootMode = m_bootMode;
     if (bootMode == kSafeBoot || bootMode == kSafeBootWithNetworking) {
         m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
@@ -55,10 +55,10 @@ void ZELService::WakeAndUpdateMPM(bool force) {
         m_bWakeUpdateInProgress.exchange(0);
     };
     try {
-        // The farewell stays the last word of a service that stops.
+        // "Down" stays the last state that a stopping service reports.
         if (m_bServiceStopping || !m_detachedThreads.Start(update)) m_bWakeUpdateInProgress = 0;
     } catch (const std::system_error&) {
-        // Else every later wake would be dropped for an update that never runs.
+        // Otherwise every later wake would be dropped because of an update that never runs.
         m_bWakeUpdateInProgress = 0;
         throw;
     }
@@ -68,7 +68,7 @@ void ZELService::WakeAndUpdateMPMAndWait(bool force) {
     WakeAndUpdateMPM(force);
     for (int round = 0; m_bWakeUpdateInProgress && round < kWaitRounds; ++round)
         if (!SleepUnlessStopping(kWaitRoundMilliseconds)) break;
-    // Also when the update still runs: the next wake may then start a second one beside it.
+    // The flag is cleared even while the update still runs; the next wake may then start a second update.
     m_bWakeUpdateInProgress.exchange(0);
 }
 

@@ -1,4 +1,4 @@
-// The object itself, and how its threads come to an end with the process.
+// Construction of the service object, and the end of its threads at the end of the process.
 #include "service/ZELService.h"
 
 ZELService* g_pZELService = nullptr;
@@ -11,7 +11,7 @@ ZELService::ZELService(const char* serviceName)
 ZELService::~ZELService() {
     EndThreads(INFINITE);
     JoinThreads();
-    // While all members are still there: the workers of the sessions use them.
+    // The workers of the sessions use the other members, which still exist here.
     m_dashClientInterface.EndSessions();
 }
 

@@ -1,5 +1,5 @@
-// The one object that owns the system: the subsystems' main objects as members, on the state that they share.
-// g_pZELService points to it.
+// The object that owns the system: it has the main object of each subsystem as a member, and derives from the
+// state that they share. g_pZELService points to it.
 #pragma once
 
 #include <winsock2.h>
@@ -33,59 +33,59 @@ class ZELService : public ServiceState {
     ZELService(const ZELService&) = delete;
     ZELService& operator=(const ZELService&) = delete;
 
-    // --- the way in and out (Lifecycle.cpp, ServiceControl.cpp) ---
+    // --- start, stop and service control (Lifecycle.cpp, ServiceControl.cpp) ---
 
-    // The program: opens the log and runs as "-service" or "-console". Always 0.
+    // Runs the program: opens the log and runs as "-service" or "-console". Returns 0.
     int Main(int argc, char** argv);
     void RunAsService();
     void RunAsConsole();
-    // The service's main function, on a thread of the dispatcher.
+    // The service's main function. A thread of the dispatcher calls it.
     void Register();
-    // Initialises and starts the driver initialisation thread. False when the service can not start;
-    // SERVICE_STOPPED is reported then.
+    // Initialises and starts the driver initialisation thread. When the service can't start, reports
+    // SERVICE_STOPPED and returns false.
     bool ServiceSetup();
-    // The dispatcher's thread. Runs a stop to its end. Always 0.
+    // Handles a control; a stop runs to its end. Returns 0. The dispatcher's thread.
     DWORD ServiceCtrlHandler(DWORD control, DWORD eventType);
-    // Tells the SCM; nothing in console mode. waitHint in milliseconds.
+    // Reports the state to the SCM; does nothing in console mode. waitHint is in milliseconds.
     void ReportServiceStatus(DWORD state, DWORD exitCode, DWORD waitHint);
 
     // --- start and stop order (Initialisation.cpp, Cleanup.cpp) ---
 
-    // Creates the working folder and opens the log in it. False when there is no log.
+    // Creates the working folder and opens the log in it. Returns false when there is no log.
     bool InitializeLogging();
-    // 0, or the exit code with which the service refuses to start: 3, or the HRESULT of WMI.
+    // Returns 0, or the exit code with which the service refuses to start: 3, or the HRESULT of WMI.
     uint32_t DoInitialization();
-    // Waits for the mailbox device as long as it takes and brings the firmware link up. 0.
+    // Waits for the mailbox device without a time limit, and establishes the link to the firmware. Returns 0.
     uint32_t DoDriverInitialization();
-    // Stops everything in order; true.
+    // Stops everything in order. Returns true.
     bool ServiceCleanup();
-    // Tells the firmware one of ZELServiceState.
+    // Reports one of ZELServiceState to the firmware.
     void SetZELServiceState(uint32_t state);
 
-    // The end of the process, after all else: ends the read loop, joins what is joinable and waits for the
-    // detached threads. False when some of them still run after so many milliseconds. May be called again.
+    // The end of the process: ends the read loop, joins the owned threads and waits for the detached ones.
+    // Returns false when some of them still run after the given time. May be called again.
     bool EndThreads(DWORD milliseconds);
 
     // --- the wake update (WakeUpdate.cpp) ---
 
-    // Brings the firmware up to date on a detached thread. Dropped while an update is under way. Unless
-    // forced, only when the firmware says that it is down. Any thread; waits for the firmware's status, and
-    // in safe boot for two requests more. A failed thread creation throws std::system_error.
+    // Brings the firmware up to date on a detached thread. Does nothing while an update is running. Unless
+    // forced, updates only when the firmware reports that it is down. Waits for the firmware's status, and in
+    // safe boot for two more requests. A failed thread creation throws std::system_error. Any thread.
     void WakeAndUpdateMPM(bool force);
-    // The same, then waits for the update, 3 seconds at most.
+    // Does the same, then waits for the update, 3 seconds at most.
     void WakeAndUpdateMPMAndWait(bool force);
 
     // --- platform reports (PlatformUpdate.cpp) ---
 
-    // The whole report to the firmware, on a detached thread of WakeAndUpdateMPM.
+    // Sends the whole report to the firmware. A detached thread of WakeAndUpdateMPM.
     void UpdatePlatformInfoToMPM();
-    // Tells the firmware that the host goes away, and closes the gate.
+    // Reports to the firmware that the host stops or suspends, and closes the gate.
     void StopPlatformUpdates();
 
     MailboxReadLoop m_mailboxReadLoop;
 
   private:
-    // Ahead of the members below, so that they outlive them.
+    // Declared before the members below, so that they outlive them.
     std::mutex m_serviceStatusMutex;  // an interrogation may come while the start still reports
     std::mutex m_threadObjectsMutex;  // guards the two owning thread pointers
     std::mutex m_stopMutex;           // held by a stop, which the dispatcher's return may overtake

@@ -11,7 +11,7 @@ ZELService service("");
 
 int main(int argc, char** argv) {
     const int exitCode = service.Main(argc, argv);
-    // A thread that hangs in the driver must not meet the destruction of what it uses.
+    // A thread that hangs in the driver must not use destroyed objects.
     if (!service.EndThreads(kEndMilliseconds)) ExitProcess(exitCode);
     // A stop has closed the log; every other end of the process has not.
     if (ZELLogger* const logger = ZELLogger::Instance()) logger->CloseLog();

@@ -1,4 +1,4 @@
-// What the firmware says of itself.
+// The firmware's description of itself.
 #include <cstring>
 
 #include "state/ServiceState.h"

@@ -1,4 +1,4 @@
-// Where the service keeps its files: all hang on the PROGRAMDATA variable.
+// The service's folders. All of them are below the PROGRAMDATA variable.
 #include <stdlib.h>
 
 #include <cstring>
@@ -31,7 +31,7 @@ std::string ServiceState::GetProgramDataFolder() {
         LogEventMessage("ProgramData Environment variable not found.", EVENTLOG_ERROR_TYPE);
         LogError("Error: PROGRAMDATA environment variable not found.");
     }
-    // An absent variable is cached too: later paths then lack their root.
+    // An absent variable is cached too. Later paths then lack their root.
     m_pathCache[kProgramData] = folder;
     return folder;
 }
