@@ -105,18 +105,14 @@ void Clock::Leave(Sleepers::iterator sleeper, std::unique_lock<std::mutex>& lock
     lock.lock();
 }
 
-// Until the condition is notified, or a running clock reaches the deadline; wakes early are the caller's to
-// sort out.
-void Clock::Block(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline) {
-    if (m_manual.load(std::memory_order_acquire)) {
-        condition.wait(lock);
-    } else {
-        // Far deadlines in slices, as adding a year to the time overflows no clock.
-        const Duration slice = std::min<Duration>(deadline - Steady(), std::chrono::hours(24));
-        // Rounded up: a wake before the deadline would only lead back here.
-        const Duration real = (slice + Duration(m_rate - 1)) / m_rate.load();
-        condition.wait_until(lock, std::chrono::steady_clock::now() + real);
-    }
+// When a wait for the deadline ends at the latest; none while only Advance moves the clock.
+std::optional<std::chrono::steady_clock::time_point> Clock::RealTimeOf(Deadline deadline) const {
+    if (m_manual.load(std::memory_order_acquire)) return std::nullopt;
+    // Far deadlines in slices, as adding a year to the time overflows no clock.
+    const Duration slice = std::min<Duration>(deadline - Steady(), std::chrono::hours(24));
+    // Rounded up: a wake before the deadline would only lead back here.
+    const Duration real = (slice + Duration(m_rate - 1)) / m_rate.load();
+    return std::chrono::steady_clock::now() + real;
 }
 
 // A sleeper's mutex is taken before its condition is notified, so that one who has just read the old time is
@@ -133,7 +129,7 @@ void Clock::WakeSleepers() {
     }
     for (Sleeper* sleeper : pinned) {
         std::lock_guard lock(*sleeper->mutex);
-        sleeper->condition->notify_all();
+        sleeper->wake();
     }
     std::lock_guard lock(m_mutex);
     for (Sleeper* sleeper : pinned)

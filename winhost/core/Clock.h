@@ -6,8 +6,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <mutex>
+#include <optional>
 
 namespace winhost {
 
@@ -42,10 +44,10 @@ class Clock {
     void SleepUntil(Deadline deadline);
     // Waits on a condition until `ready` holds or the deadline is reached; the answer is ready(). The lock's
     // mutex must be the one that guards what `ready` reads. A wait for kNever costs no more than the
-    // condition's own.
-    template <class Ready>
-    bool WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline,
-                   Ready ready);
+    // condition's own. The condition is a std::condition_variable, or has its wait, wait_until and
+    // notify_all.
+    template <class Condition, class Ready>
+    bool WaitUntil(std::unique_lock<std::mutex>& lock, Condition& condition, Deadline deadline, Ready ready);
 
     // For tests with a manual clock: waits in real time until at least `count` threads are blocked with a
     // deadline. False after `patience`.
@@ -65,7 +67,7 @@ class Clock {
     struct Sleeper {
         Deadline deadline;
         std::mutex* mutex;
-        std::condition_variable* condition;
+        std::function<void()> wake;  // called with the mutex
         int pins = 0;
     };
     using Sleepers = std::list<Sleeper>;
@@ -75,7 +77,7 @@ class Clock {
     // The caller holds the sleeper's mutex; Leave lets go of it while the sleeper is pinned.
     Sleepers::iterator Enter(Sleeper sleeper);
     void Leave(Sleepers::iterator sleeper, std::unique_lock<std::mutex>& lock);
-    void Block(std::unique_lock<std::mutex>& lock, std::condition_variable& condition, Deadline deadline);
+    std::optional<std::chrono::steady_clock::time_point> RealTimeOf(Deadline deadline) const;
     void WakeSleepers();
     template <class Matches>
     bool AwaitSleepersThat(size_t count, std::chrono::milliseconds patience, Matches matches);
@@ -95,21 +97,28 @@ class Clock {
     Sleepers m_sleepers;
 };
 
-template <class Ready>
-bool Clock::WaitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& condition,
-                      Deadline deadline, Ready ready) {
+template <class Condition, class Ready>
+bool Clock::WaitUntil(std::unique_lock<std::mutex>& lock, Condition& condition, Deadline deadline,
+                      Ready ready) {
     if (ready()) return true;
     if (deadline == kNever) {
-        condition.wait(lock, ready);
+        do {
+            condition.wait(lock);
+        } while (!ready());
         return true;
     }
     if (Steady() >= deadline) return false;
     // Leaving the list may let go of the lock for a moment, so that what was seen before counts no more.
     bool due = false;
     while (!due && !ready()) {
-        const auto sleeper = Enter({deadline, lock.mutex(), &condition});
-        while (!(due = Steady() >= deadline) && !ready())
-            Block(lock, condition, deadline);
+        const auto sleeper = Enter({deadline, lock.mutex(), [&] { condition.notify_all(); }});
+        while (!(due = Steady() >= deadline) && !ready()) {
+            if (const auto until = RealTimeOf(deadline)) {
+                condition.wait_until(lock, *until);
+            } else {
+                condition.wait(lock);
+            }
+        }
         Leave(sleeper, lock);
     }
     return ready();

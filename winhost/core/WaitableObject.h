@@ -2,13 +2,13 @@
 // object's.
 #pragma once
 
-#include <condition_variable>
 #include <mutex>
 
 #include <winbase.h>
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/HandleTable.h"
+#include "winhost/core/PolledDevice.h"
 
 namespace winhost {
 
@@ -20,8 +20,8 @@ class WaitableObject : public Object {
     virtual DWORD Wait(Clock::Deadline deadline) {
         std::unique_lock lock(m_mutex);
         Taken taken = Taken::No;
-        Clock::Instance().WaitUntil(lock, m_signalled, deadline,
-                                    [&] { return taken != Taken::No || (taken = TryTake()) != Taken::No; });
+        m_signalled.WaitUntil(lock, deadline,
+                              [&] { return taken != Taken::No || (taken = TryTake()) != Taken::No; });
         if (taken == Taken::No) return WAIT_TIMEOUT;
         return taken == Taken::Abandoned ? WAIT_ABANDONED : WAIT_OBJECT_0;
     }
@@ -33,7 +33,7 @@ class WaitableObject : public Object {
     virtual Taken TryTake() = 0;
 
     std::mutex m_mutex;
-    std::condition_variable m_signalled;
+    DeviceCondition m_signalled;
 };
 
 }  // namespace winhost

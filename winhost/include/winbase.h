@@ -45,7 +45,8 @@ void Sleep(DWORD milliseconds);
 #define TRUNCATE_EXISTING 5
 #define FILE_FLAG_OVERLAPPED 0x40000000
 
-#define HasOverlappedIoCompleted(lpOverlapped) (((DWORD)(lpOverlapped)->Internal) != STATUS_PENDING)
+// A macro in the SDK. Here the request may complete within the call.
+BOOL HasOverlappedIoCompleted(const OVERLAPPED* overlapped);
 
 // Opens devices: OPEN_EXISTING with FILE_FLAG_OVERLAPPED, else ERROR_NOT_SUPPORTED. A path that no device
 // answers to gives ERROR_FILE_NOT_FOUND. And the client's end of named pipes: OPEN_EXISTING without flags,

@@ -5,30 +5,45 @@
 
 namespace winhost {
 
+void CompletionPort::Serve(std::weak_ptr<PolledDevice> device) {
+    std::lock_guard lock(m_mutex);
+    m_changed.Attach(std::move(device));
+}
+
+bool CompletionPort::Nudge() {
+    std::lock_guard lock(m_mutex);
+    return m_changed.Nudge();
+}
+
 void CompletionPort::Post(const Packet& packet) {
     {
         std::lock_guard lock(m_mutex);
         if (m_closed) return;
         m_packets.push_back(packet);
+        m_changed.WakeLeader();
     }
     m_changed.notify_one();
 }
 
 DWORD CompletionPort::Take(Clock::Deadline deadline, Packet& packet) {
     std::unique_lock lock(m_mutex);
-    const bool ready = Clock::Instance().WaitUntil(lock, m_changed, deadline,
-                                                   [&] { return m_closed || !m_packets.empty(); });
-    if (m_closed) return ERROR_ABANDONED_WAIT_0;
-    if (!ready) return WAIT_TIMEOUT;
-    packet = m_packets.front();
-    m_packets.pop_front();
-    return ERROR_SUCCESS;
+    bool taken = false;
+    const bool ready = m_changed.WaitUntil(lock, deadline, [&] {
+        if (taken || m_closed) return true;
+        if (m_packets.empty()) return false;
+        packet = m_packets.front();
+        m_packets.pop_front();
+        return taken = true;
+    });
+    if (taken) return ERROR_SUCCESS;
+    return ready ? ERROR_ABANDONED_WAIT_0 : WAIT_TIMEOUT;
 }
 
 void CompletionPort::OnClose() {
     {
         std::lock_guard lock(m_mutex);
         m_closed = true;
+        m_changed.WakeLeader();
     }
     m_changed.notify_all();
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <mutex>
 
@@ -8,6 +7,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/HandleTable.h"
+#include "winhost/core/PolledDevice.h"
 
 namespace winhost {
 
@@ -21,6 +21,11 @@ class CompletionPort : public Object {
         DWORD bytes = 0;
     };
 
+    // From now on threads that wait for a packet lead this device.
+    void Serve(std::weak_ptr<PolledDevice> device);
+    // Wakes the threads that wait, so that one of them leads the device. False when there is none.
+    bool Nudge();
+
     void Post(const Packet& packet);
     // The oldest packet: 0, WAIT_TIMEOUT at the deadline, ERROR_ABANDONED_WAIT_0 when the port's handle is
     // closed.
@@ -29,7 +34,7 @@ class CompletionPort : public Object {
 
   private:
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    DeviceCondition m_changed;
     std::deque<Packet> m_packets;
     bool m_closed = false;
 };

@@ -3,6 +3,7 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/io/FileObject.h"
+#include "winhost/io/MailboxDevice.h"
 #include "winhost/io/MailboxHandle.h"
 #include "winhost/io/NtStatus.h"
 #include "winhost/pipe/PipeClient.h"
@@ -55,7 +56,7 @@ BOOL MakeRequest(HANDLE handle, LPDWORD bytes, LPOVERLAPPED overlapped, Issue is
     OverlappedRequest request;
     if (!file) return RefuseRequest(handle, bytes);
     if (!overlapped) return Answer(ERROR_INVALID_PARAMETER, bytes);
-    if (!request.Begin(*file, overlapped)) return Answer(ERROR_INVALID_HANDLE, bytes);
+    if (const DWORD error = request.Begin(*file, overlapped)) return Answer(error, bytes);
     return Answer(issue(*file, std::move(request)), bytes);
 }
 
@@ -115,10 +116,19 @@ BOOL WriteFile(HANDLE handle, LPCVOID data, DWORD size, LPDWORD bytesWritten, LP
                           [&](DWORD& moved) { return file->Write(data, size, moved); });
 }
 
+// In the SDK a macro, which reads the same field. No thread completes the request while none waits for it, so
+// this one does what can be done.
+BOOL HasOverlappedIoCompleted(const OVERLAPPED* overlapped) {
+    const std::atomic_ref status(const_cast<OVERLAPPED*>(overlapped)->Internal);
+    if (status.load(std::memory_order_acquire) == STATUS_PENDING) winhost::MailboxDevice::Instance().Work();
+    return status.load(std::memory_order_acquire) != STATUS_PENDING;
+}
+
 // The file is not looked at: what it would tell stands in the OVERLAPPED.
 BOOL GetOverlappedResult(HANDLE, LPOVERLAPPED overlapped, LPDWORD bytesMoved, BOOL wait) {
     WINHOST_GATE("GetOverlappedResult", FALSE);
     const std::atomic_ref status(overlapped->Internal);
+    if (!wait) HasOverlappedIoCompleted(overlapped);
     while (status.load(std::memory_order_acquire) == STATUS_PENDING) {
         if (!wait) return Answer(ERROR_IO_INCOMPLETE, nullptr);
         const auto event = HandleTable::Instance().Find<Event>(overlapped->hEvent);

@@ -9,6 +9,7 @@
 #include <winbase.h>
 
 #include "winhost/core/HandleTable.h"
+#include "winhost/core/PolledDevice.h"
 #include "winhost/io/CompletionPort.h"
 #include "winhost/kernel/Event.h"
 
@@ -20,9 +21,15 @@ class OverlappedFile;
 // caller's OVERLAPPED, and has to be called at most once.
 class OverlappedRequest {
   public:
-    // Marks the request as pending and resets its event. False for an hEvent that is no event.
-    bool Begin(OverlappedFile& file, OVERLAPPED* overlapped);
+    OverlappedRequest() = default;
+    OverlappedRequest(OverlappedRequest&&) = default;
+    ~OverlappedRequest();
+    // Marks the request as pending and resets its event. ERROR_INVALID_HANDLE for an hEvent that is no event,
+    // ERROR_NOT_SUPPORTED for one of a pending request to another file.
+    DWORD Begin(OverlappedFile& file, OVERLAPPED* overlapped);
     void Complete(DWORD error, DWORD bytes);
+    // Wakes a thread that waits for this request and doesn't lead its file. False when there is none.
+    bool Nudge();
 
     OVERLAPPED* Overlapped() const { return m_overlapped; }
 
@@ -40,7 +47,7 @@ class FileObject : public Object {
     virtual bool Cancel(const OVERLAPPED* overlapped) = 0;
 };
 
-class OverlappedFile : public FileObject {
+class OverlappedFile : public FileObject, public PolledDevice {
   public:
     // Each answers ERROR_IO_PENDING, and completes the request later; or ERROR_SUCCESS, and has completed it
     // with 0 bytes; or the error with which it was refused, and never completes it.

@@ -1,7 +1,6 @@
 #include "winhost/io/MailboxDevice.h"
 
 #include <strings.h>
-#include <unistd.h>
 
 #include "winhost/io/LinkSocket.h"
 #include "winhost/io/MailboxHandle.h"
@@ -11,8 +10,8 @@ namespace winhost {
 
 namespace {
 
-int ConnectToFirmware() {
-    return ConnectLink(Pc::Instance().Description().mailbox);
+Descriptor ConnectToFirmware() {
+    return Descriptor(ConnectLink(Pc::Instance().Description().mailbox));
 }
 
 }  // namespace
@@ -24,28 +23,46 @@ MailboxDevice& MailboxDevice::Instance() {
 }
 
 bool MailboxDevice::IsPresent() const {
-    const int socket = ConnectToFirmware();
-    if (socket < 0) return false;
-    close(socket);
+    return static_cast<bool>(ConnectToFirmware());
+}
+
+bool MailboxDevice::Add(const std::shared_ptr<MailboxHandle>& handle) {
+    std::lock_guard lock(m_mutex);
+    if (m_handles.size() == kMaxHandles) return false;
+    m_handles.push_back(handle);
     return true;
 }
 
-bool MailboxDevice::Reserve() {
-    if (m_openHandles.fetch_add(1) < kMaxHandles) return true;
-    Release();
-    return false;
+void MailboxDevice::Remove(const MailboxHandle& handle) {
+    std::lock_guard lock(m_mutex);
+    std::erase_if(m_handles, [&](const auto& open) { return open.get() == &handle; });
+}
+
+size_t MailboxDevice::OpenHandles() const {
+    std::lock_guard lock(m_mutex);
+    return m_handles.size();
+}
+
+void MailboxDevice::Work() {
+    std::vector<std::shared_ptr<MailboxHandle>> handles;
+    {
+        std::lock_guard lock(m_mutex);
+        handles = m_handles;
+    }
+    for (const auto& handle : handles)
+        while (handle->Work()) {
+        }
 }
 
 DWORD OpenMailbox(const std::string& name, DWORD access, std::shared_ptr<FileObject>& file) {
     if (strcasecmp(name.c_str(), MailboxDevice::kPath) != 0) return ERROR_FILE_NOT_FOUND;
     if (access != (GENERIC_READ | GENERIC_WRITE)) return ERROR_NOT_SUPPORTED;
-    const int socket = ConnectToFirmware();
-    if (socket < 0) return ERROR_FILE_NOT_FOUND;
-    if (!MailboxDevice::Instance().Reserve()) {
-        close(socket);
-        return ERROR_ACCESS_DENIED;
-    }
-    file = std::make_shared<MailboxHandle>(socket);
+    Descriptor socket = ConnectToFirmware();
+    if (!socket) return ERROR_FILE_NOT_FOUND;
+    const auto handle = std::make_shared<MailboxHandle>(std::move(socket));
+    if (!handle->IsReady()) return ERROR_NO_SYSTEM_RESOURCES;
+    if (!MailboxDevice::Instance().Add(handle)) return ERROR_ACCESS_DENIED;
+    file = handle;
     return ERROR_SUCCESS;
 }
 

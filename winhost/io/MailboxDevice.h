@@ -3,8 +3,13 @@
 
 #include <atomic>
 #include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
 
 namespace winhost {
+
+class MailboxHandle;
 
 class MailboxDevice {
   public:
@@ -19,11 +24,14 @@ class MailboxDevice {
     // it.
     bool IsPresent() const;
 
-    // A place for one more handle; false when all are taken.
-    bool Reserve();
-    void Release() { --m_openHandles; }
+    // False when there are kMaxHandles already.
+    bool Add(const std::shared_ptr<MailboxHandle>& handle);
+    void Remove(const MailboxHandle& handle);
 
-    size_t OpenHandles() const { return m_openHandles; }
+    // Completes what the firmware has sent already, for a thread that asks for its request without waiting.
+    void Work();
+
+    size_t OpenHandles() const;
     size_t PendingReads() const { return m_pendingReads; }
     size_t PendingRequests() const { return m_pendingRequests; }
 
@@ -36,7 +44,8 @@ class MailboxDevice {
     friend class MailboxHandle;
     MailboxDevice() = default;
 
-    std::atomic<size_t> m_openHandles{0};
+    mutable std::mutex m_mutex;
+    std::vector<std::shared_ptr<MailboxHandle>> m_handles;  // that are open
     std::atomic<size_t> m_pendingReads{0};
     std::atomic<size_t> m_pendingRequests{0};
     std::atomic<bool> m_readsAtOnce{false};

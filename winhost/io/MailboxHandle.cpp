@@ -1,10 +1,10 @@
-// Making, cancelling and ending requests; what comes from the firmware is in MailboxReader.cpp.
+// Making, cancelling and ending requests; what the waiting threads do is in MailboxWork.cpp.
 #include "winhost/io/MailboxHandle.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
+#include <sys/uio.h>
 
-#include <system_error>
+#include <cerrno>
 #include <utility>
 
 #include "winhost/io/MailboxDevice.h"
@@ -14,29 +14,13 @@ namespace winhost {
 using mpmlink::Header;
 using mpmlink::Kind;
 
-MailboxHandle::~MailboxHandle() {
-    if (!m_closed) OnClose();
-    close(m_socket);
-}
-
 DWORD MailboxHandle::Read(OverlappedRequest request, void* buffer, DWORD size) {
     if (MailboxDevice::Instance().m_readsAtOnce) {
         request.Complete(ERROR_SUCCESS, 0);
         return ERROR_SUCCESS;
     }
     if (size != 0 && !buffer) return ERROR_NOACCESS;
-    PendingList entry;
-    entry.push_back({std::move(request), true, static_cast<char*>(buffer), size});
-    uint32_t id = 0;
-    bool listening = true;
-    {
-        std::lock_guard lock(m_mutex);
-        if (const DWORD error = Enlist(entry, id)) return error;
-        listening = std::exchange(m_listening, true);
-    }
-    m_readsChanged.notify_one();
-    return listening ? static_cast<DWORD>(ERROR_IO_PENDING)
-                     : SendOrWithdraw({0, Kind::Listen, 0, 0, 0}, nullptr, id);
+    return Pend({std::move(request), static_cast<char*>(buffer), size}, {0, Kind::Listen, 0, 0, 0}, nullptr);
 }
 
 DWORD MailboxHandle::Control(OverlappedRequest request, DWORD code, const void* input, DWORD inputSize,
@@ -47,50 +31,54 @@ DWORD MailboxHandle::Control(OverlappedRequest request, DWORD code, const void* 
     }
     if ((inputSize != 0 && !input) || (outputSize != 0 && !output)) return ERROR_NOACCESS;
     if (inputSize > mpmlink::kMaxPayload) return ERROR_INVALID_PARAMETER;
-    PendingList entry;
-    entry.push_back({std::move(request), false, static_cast<char*>(output), outputSize});
-    uint32_t id = 0;
-    {
-        std::lock_guard lock(m_mutex);
-        if (const DWORD error = Enlist(entry, id)) return error;
-    }
-    return SendOrWithdraw({inputSize, Kind::Request, id, code, outputSize}, input, id);
+    return Pend({std::move(request), static_cast<char*>(output), outputSize},
+                {inputSize, Kind::Request, 0, code, outputSize}, input);
 }
 
-// 0 when the entry is pending. The caller holds m_mutex.
-DWORD MailboxHandle::Enlist(PendingList& entry, uint32_t& id) {
-    if (m_closed) return ERROR_INVALID_HANDLE;
-    if (m_peerGone) return ERROR_DEVICE_NOT_CONNECTED;
-    if (!m_reader.joinable()) try {
-            m_reader = std::thread([this] { RunReader(); });
-        } catch (const std::system_error&) {
-            return ERROR_NO_SYSTEM_RESOURCES;
-        }
-    if (++m_lastId == 0) ++m_lastId;
-    id = entry.front().id = m_lastId;
-    MailboxDevice& device = MailboxDevice::Instance();
-    ++(entry.front().isRead ? device.m_pendingReads : device.m_pendingRequests);
-    m_pending.splice(m_pending.end(), entry);
-    return ERROR_SUCCESS;
-}
-
-DWORD MailboxHandle::SendOrWithdraw(const Header& header, const void* payload, uint32_t id) {
-    const DWORD error = m_sender.Send(header, payload);
-    if (error == ERROR_SUCCESS) return ERROR_IO_PENDING;
-    PendingList withdrawn;
+// Only the first read sends its frame.
+DWORD MailboxHandle::Pend(Pending request, Header frame, const void* payload) {
     std::lock_guard lock(m_mutex);
-    for (auto entry = m_pending.begin(); entry != m_pending.end(); ++entry) {
-        if (entry->id != id) continue;
-        Withdraw(entry, withdrawn);
-        return error;
+    if (m_isClosed) return ERROR_INVALID_HANDLE;
+    if (IsRetired()) return ERROR_DEVICE_NOT_CONNECTED;
+    const bool isRead = frame.kind == Kind::Listen;
+    if (!isRead) {
+        if (++m_lastId == 0) ++m_lastId;
+        frame.id = request.id = m_lastId;
     }
-    // Its end has been told already.
+    if (!isRead || !std::exchange(m_isListening, true))
+        if (const DWORD error = Send(frame, payload)) return error;
+    MailboxDevice& device = MailboxDevice::Instance();
+    ++(isRead ? device.m_pendingReads : device.m_pendingRequests);
+    m_pending.push_back(std::move(request));
+    if (IsStalled()) Wake();
     return ERROR_IO_PENDING;
+}
+
+// Header and payload go with one system call, from the caller's own buffer, unless the socket is full.
+DWORD MailboxHandle::Send(const Header& header, const void* payload) {
+    if (m_unsent.size() == kMostUnsent) return ERROR_NO_SYSTEM_RESOURCES;
+    size_t sent = 0;
+    if (m_unsent.empty()) {
+        iovec parts[] = {{const_cast<Header*>(&header), sizeof header},
+                         {const_cast<void*>(payload), header.size}};
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = header.size ? 2 : 1;
+        const ssize_t result = sendmsg(m_socket.Get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (result < 0 && errno != EAGAIN && errno != EINTR) return ERROR_DEVICE_NOT_CONNECTED;
+        if (result > 0) sent = static_cast<size_t>(result);
+        if (sent == sizeof header + header.size) return ERROR_SUCCESS;
+    }
+    std::string frame(reinterpret_cast<const char*>(&header), sizeof header);
+    if (header.size) frame.append(static_cast<const char*>(payload), header.size);
+    m_unsent.push_back(frame.substr(sent));
+    Wake();
+    return ERROR_SUCCESS;
 }
 
 void MailboxHandle::Withdraw(PendingList::iterator entry, PendingList& withdrawn) {
     MailboxDevice& device = MailboxDevice::Instance();
-    --(entry->isRead ? device.m_pendingReads : device.m_pendingRequests);
+    --(entry->IsRead() ? device.m_pendingReads : device.m_pendingRequests);
     if (entry == m_taker) m_taker = m_pending.end();
     withdrawn.splice(withdrawn.end(), m_pending, entry);
 }
@@ -108,33 +96,31 @@ bool MailboxHandle::Cancel(const OVERLAPPED* overlapped) {
         std::lock_guard lock(m_mutex);
         for (auto next = m_pending.begin(); next != m_pending.end();) {
             const auto entry = next++;
-            if (!overlapped || entry->request.Overlapped() == overlapped) Withdraw(entry, withdrawn);
+            if (overlapped && entry->request.Overlapped() != overlapped) continue;
+            if (!entry->IsRead()) Send({0, Kind::Cancel, entry->id, 0, 0}, nullptr);
+            Withdraw(entry, withdrawn);
         }
     }
-    for (Pending& entry : withdrawn) {
-        if (!entry.isRead) m_sender.Send({0, Kind::Cancel, entry.id, 0, 0}, nullptr);
+    for (Pending& entry : withdrawn)
         entry.request.Complete(ERROR_OPERATION_ABORTED, 0);
-    }
     return !withdrawn.empty();
 }
 
 void MailboxHandle::OnClose() {
-    {
-        std::lock_guard lock(m_mutex);
-        m_closed = true;
-    }
-    shutdown(m_socket, SHUT_RDWR);
-    m_readsChanged.notify_all();
-    m_sender.Stop();
-    if (m_reader.joinable()) m_reader.join();
     PendingList withdrawn;
     {
         std::lock_guard lock(m_mutex);
+        m_isClosed = true;
+        Retire();
         withdrawn = WithdrawAll();
     }
+    shutdown(m_socket.Get(), SHUT_RDWR);
+    Wake();
     for (Pending& entry : withdrawn)
         entry.request.Complete(ERROR_OPERATION_ABORTED, 0);
-    MailboxDevice::Instance().Release();
+    MailboxDevice::Instance().Remove(*this);
+    // A thread that completes a request right now gets through with it.
+    std::lock_guard working(m_working);
 }
 
 }  // namespace winhost

@@ -1,15 +1,15 @@
 // One handle on the mailbox device: a connection to the firmware, and the requests that pend on it.
 #pragma once
 
-#include <condition_variable>
+#include <deque>
 #include <list>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include "firmware/link/LinkProtocol.h"
+#include "winhost/core/Descriptor.h"
 #include "winhost/io/FileObject.h"
-#include "winhost/io/FrameSender.h"
+#include "winhost/pipe/Interrupt.h"
 
 namespace winhost {
 
@@ -18,13 +18,14 @@ DWORD OpenMailbox(const std::string& name, DWORD access, std::shared_ptr<FileObj
 
 class MailboxHandle : public OverlappedFile {
   public:
-    // Takes over the socket and a place that was reserved on the device.
-    explicit MailboxHandle(int socket) : m_socket(socket), m_sender(socket) {}
-    ~MailboxHandle() override;
+    explicit MailboxHandle(Descriptor socket) : m_socket(std::move(socket)) {}
+    // False when the host had no descriptor left for it.
+    bool IsReady() const { return m_interrupt.IsMade(); }
 
-    // After the firmware has gone both fail with ERROR_DEVICE_NOT_CONNECTED, and what was pending ends with
-    // it. A message or an answer that is longer than its buffer fills it and ends with ERROR_MORE_DATA; the
-    // rest is lost.
+    // Both pend at once. A frame that the socket has no room for is kept, and sent by the threads that wait
+    // for this handle; with kMostUnsent of them kept, ERROR_NO_SYSTEM_RESOURCES. After the firmware has gone
+    // both fail with ERROR_DEVICE_NOT_CONNECTED, and what was pending ends with it. A message or an answer
+    // that is longer than its buffer fills it and ends with ERROR_MORE_DATA; the rest is lost.
     DWORD Read(OverlappedRequest request, void* buffer, DWORD size) override;
     DWORD Control(OverlappedRequest request, DWORD code, const void* input, DWORD inputSize, void* output,
                   DWORD outputSize) override;
@@ -32,44 +33,57 @@ class MailboxHandle : public OverlappedFile {
     // Ends what is pending as Cancel does. When it returns, no thread touches any of it.
     void OnClose() override;
 
+    // Sends what is kept and receives one frame, as far as the socket allows.
+    bool Work() override;
+
   private:
+    static constexpr size_t kMostUnsent = 32;
     struct Pending {
         OverlappedRequest request;
-        bool isRead;  // of the firmware's next message; else a request to the firmware
         char* buffer;
         DWORD room;
-        uint32_t id = 0;  // on this handle, and for requests on the wire
+        uint32_t id = 0;  // on the wire; 0 for a read of the firmware's next message
+        bool IsRead() const { return id == 0; }
     };
     using PendingList = std::list<Pending>;
+    enum class Progress { Done, NotYet, Broken };
 
-    DWORD Enlist(PendingList& entry, uint32_t& id);
-    DWORD SendOrWithdraw(const mpmlink::Header& header, const void* payload, uint32_t id);
-    // Moves an entry out of the pending ones. The caller holds m_mutex and completes it when it doesn't any
-    // more.
+    void Poll(const RealTime* until) override;
+    void Wake() override { m_interrupt.Raise(); }
+    void PassOn() override;
+
+    // The caller of each of these holds m_mutex, and completes what was withdrawn when it doesn't any more.
+    DWORD Pend(Pending request, mpmlink::Header frame, const void* payload);
+    DWORD Send(const mpmlink::Header& header, const void* payload);
+    void SendKept();
     void Withdraw(PendingList::iterator entry, PendingList& withdrawn);
     PendingList WithdrawAll();
+    Progress ReceiveFrame();
+    Progress ReceiveSome(void* into, size_t room);
+    bool FindTaker();
+    bool IsStalled() const { return m_received == sizeof m_header && !m_isAddressed; }
 
-    void RunReader();
-    bool ReceiveFrame();
-    PendingList::iterator AwaitTaker(std::unique_lock<std::mutex>& lock, const mpmlink::Header& header);
-    bool ReceivePayload(std::unique_lock<std::mutex>& lock, DWORD size, DWORD wanted);
+    const Descriptor m_socket;
+    Interrupt m_interrupt;
+    std::mutex m_working;  // held by the thread that works, also while it completes requests
 
-    const int m_socket;
-    FrameSender m_sender;
-
-    // Guards all below; never held while a frame is sent or a request is completed, so that the thread that
-    // wakes by that does not run into it.
+    // Guards all below; taken after m_working. Never held while a request is completed, so that the thread
+    // that wakes by that does not run into it.
     std::mutex m_mutex;
-    std::condition_variable m_readsChanged;
     PendingList m_pending;  // oldest first
-    // Whom the reader fills right now; end() when it was cancelled meanwhile, and what still comes for it is
-    // dropped.
-    PendingList::iterator m_taker = m_pending.end();
+    std::deque<std::string> m_unsent;
     uint32_t m_lastId = 0;
-    bool m_listening = false;
-    bool m_closed = false;
-    bool m_peerGone = false;
-    std::thread m_reader;  // started by the first request
+    bool m_isListening = false;
+    bool m_isClosed = false;
+
+    // The frame that is on its way, and the request that it fills: end() when that was cancelled, so that
+    // what still comes is dropped.
+    mpmlink::Header m_header{};
+    size_t m_received = 0;  // of header and payload
+    bool m_isAddressed = false;
+    PendingList::iterator m_taker = m_pending.end();
+    DWORD m_wanted = 0;
+    DWORD m_error = 0;
 };
 
 }  // namespace winhost

@@ -4,12 +4,15 @@
 
 namespace winhost {
 
-// Notified without the lock, so that the thread that wakes does not run into it.
 void Event::Set() {
-    {
-        std::lock_guard lock(m_mutex);
-        m_isSet = true;
-    }
+    Signal(std::unique_lock(m_mutex));
+}
+
+// Notified without the lock, so that the thread that wakes does not run into it.
+void Event::Signal(std::unique_lock<std::mutex> lock) {
+    m_isSet = true;
+    m_signalled.WakeLeader();
+    lock.unlock();
     if (m_manualReset) {
         m_signalled.notify_all();
     } else {
@@ -20,6 +23,25 @@ void Event::Set() {
 void Event::Reset() {
     std::lock_guard lock(m_mutex);
     m_isSet = false;
+}
+
+bool Event::BeginRequest(const std::shared_ptr<PolledDevice>& device) {
+    std::lock_guard lock(m_mutex);
+    if (m_requests != 0 && !m_signalled.IsAttachedTo(device.get())) return false;
+    if (m_requests++ == 0) m_signalled.Attach(device);
+    m_isSet = false;
+    return true;
+}
+
+void Event::EndRequest(bool completed) {
+    std::unique_lock lock(m_mutex);
+    if (--m_requests == 0) m_signalled.Detach();
+    if (completed) Signal(std::move(lock));
+}
+
+bool Event::Nudge() {
+    std::lock_guard lock(m_mutex);
+    return m_signalled.Nudge();
 }
 
 Event::Taken Event::TryTake() {

@@ -1,0 +1,147 @@
+// What the threads that wait for a mailbox handle do: they send what the socket had no room for, and take
+// what comes from the firmware.
+//
+// The payload of a frame is taken only when a request is there for it: a message that nothing reads yet stays
+// in the socket, which holds the firmware back. The payload goes straight into the buffer of the request.
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "winhost/io/MailboxHandle.h"
+
+namespace winhost {
+
+using mpmlink::Kind;
+
+namespace {
+
+bool IsWellFormed(const mpmlink::Header& header) {
+    return header.size <= mpmlink::kMaxPayload &&
+           (header.kind == Kind::Response || header.kind == Kind::Message);
+}
+
+bool IsToBeTriedAgain(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+}  // namespace
+
+// Without interest in the socket it is left out, as its end would be reported all the same.
+void MailboxHandle::Poll(const RealTime* until) {
+    pollfd watched[] = {{m_interrupt.Get(), POLLIN, 0}, {-1, 0, 0}};
+    {
+        std::lock_guard lock(m_mutex);
+        watched[1].events = static_cast<short>((IsStalled() ? 0 : POLLIN) | (m_unsent.empty() ? 0 : POLLOUT));
+        if (watched[1].events != 0) watched[1].fd = m_socket.Get();
+    }
+    timespec time{};
+    if (until) {
+        const auto left = std::max<std::chrono::nanoseconds>(*until - std::chrono::steady_clock::now(), {});
+        time.tv_sec = static_cast<time_t>(left.count() / 1'000'000'000);
+        time.tv_nsec = static_cast<long>(left.count() % 1'000'000'000);
+    }
+    ppoll(watched, 2, until ? &time : nullptr, nullptr);
+    if (watched[0].revents != 0) m_interrupt.Clear();
+}
+
+void MailboxHandle::PassOn() {
+    std::lock_guard lock(m_mutex);
+    if (IsLed() || IsRetired()) return;
+    for (Pending& entry : m_pending)
+        if (entry.request.Nudge()) return;
+}
+
+// Ends the connection when the peer has ended it or does not keep to the protocol.
+bool MailboxHandle::Work() {
+    std::lock_guard working(m_working);
+    PendingList withdrawn;
+    DWORD error = ERROR_DEVICE_NOT_CONNECTED, bytes = 0;
+    {
+        std::lock_guard lock(m_mutex);
+        if (IsRetired()) return false;
+        SendKept();
+        const Progress progress = ReceiveFrame();
+        if (progress == Progress::NotYet) return false;
+        if (progress == Progress::Done) {
+            error = m_error;
+            bytes = m_wanted;
+            if (m_taker != m_pending.end()) Withdraw(m_taker, withdrawn);
+            m_received = 0;
+            m_isAddressed = false;
+        } else {
+            Retire();
+            shutdown(m_socket.Get(), SHUT_RDWR);
+            Wake();
+            withdrawn = WithdrawAll();
+        }
+    }
+    for (Pending& entry : withdrawn)
+        entry.request.Complete(error, bytes);
+    return true;
+}
+
+void MailboxHandle::SendKept() {
+    while (!m_unsent.empty()) {
+        std::string& frame = m_unsent.front();
+        const ssize_t sent = send(m_socket.Get(), frame.data(), frame.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent < 0) {
+            // That the peer has gone is found by receiving.
+            if (!IsToBeTriedAgain(errno)) m_unsent.clear();
+            return;
+        }
+        frame.erase(0, static_cast<size_t>(sent));
+        if (frame.empty()) m_unsent.pop_front();
+    }
+}
+
+MailboxHandle::Progress MailboxHandle::ReceiveSome(void* into, size_t room) {
+    const ssize_t received = recv(m_socket.Get(), into, room, MSG_DONTWAIT);
+    if (received <= 0) return received < 0 && IsToBeTriedAgain(errno) ? Progress::NotYet : Progress::Broken;
+    m_received += static_cast<size_t>(received);
+    return Progress::Done;
+}
+
+// Goes on with the frame that is on its way.
+MailboxHandle::Progress MailboxHandle::ReceiveFrame() {
+    Progress progress = Progress::Done;
+    while (progress == Progress::Done && m_received < sizeof m_header)
+        progress = ReceiveSome(reinterpret_cast<char*>(&m_header) + m_received, sizeof m_header - m_received);
+    if (progress != Progress::Done) return progress;
+    if (!IsWellFormed(m_header)) return Progress::Broken;
+    // Nothing would ever read it, and what comes behind it would wait for that.
+    if (m_header.kind == Kind::Message && !m_isListening) return Progress::Broken;
+    if (!m_isAddressed && !FindTaker()) return Progress::NotYet;
+    char dropped[4096];
+    while (progress == Progress::Done && m_received < sizeof m_header + m_header.size) {
+        const size_t done = m_received - sizeof m_header;
+        progress = done < m_wanted && m_taker != m_pending.end()
+                       ? ReceiveSome(m_taker->buffer + done, m_wanted - done)
+                       : ReceiveSome(dropped, std::min(m_header.size - done, sizeof dropped));
+    }
+    return progress;
+}
+
+// Finds the request that the frame is for: of a message the oldest read, of a response the one with its id,
+// unless that was cancelled. False for a message that has to wait for a read.
+bool MailboxHandle::FindTaker() {
+    const bool isMessage = m_header.kind == Kind::Message;
+    m_taker = std::find_if(m_pending.begin(), m_pending.end(), [&](const Pending& entry) {
+        return isMessage ? entry.IsRead() : !entry.IsRead() && entry.id == m_header.id;
+    });
+    if (isMessage && m_taker == m_pending.end()) return false;
+    m_isAddressed = true;
+    m_error = isMessage ? static_cast<DWORD>(ERROR_SUCCESS) : m_header.value;
+    m_wanted = 0;
+    if (m_taker == m_pending.end()) return true;
+    // Buffers are filled for a success and for the warning that not all of the answer fitted; any other error
+    // brings nothing.
+    if (m_error == ERROR_SUCCESS || m_error == ERROR_MORE_DATA) {
+        m_wanted = std::min<DWORD>(m_header.size, m_taker->room);
+        if (m_header.size > m_taker->room) m_error = ERROR_MORE_DATA;
+    }
+    return true;
+}
+
+}  // namespace winhost
