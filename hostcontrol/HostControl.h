@@ -1,5 +1,5 @@
-// What the firmware can make the host do with its power. A command of a console only latches its action: the
-// action follows the next answer that goes to the console, so that the console hears of its success.
+// Carries out the firmware's power commands on the host. A command from a console only stores its action. The
+// action runs after the next answer to the console, so that the console receives the success first.
 #pragma once
 
 #include <winsock2.h>
@@ -17,22 +17,23 @@ enum PowerOption : uint8_t {
     kPowerShutdownG2S5 = 5,
 };
 
-// On the mailbox read thread.
+// All methods are called on the mailbox read thread.
 class HostControl {
   public:
-    // Latches the low byte of the option; one that was latched before and has not run is forgotten.
+    // Stores the low byte of the option. It replaces an earlier option that has not run.
     void SetPowerOption(uint32_t option);
 
-    // Carries out what is latched, once, whether it succeeds or not.
+    // Runs the stored option once, whether it succeeds or not.
     void RunPendingPowerOption();
 
-    // At once, or for sleep and hibernate 2 seconds later on a thread of its own. True when a shutdown or a
-    // reboot is on its way. Always false for sleep and hibernate, and for an option that there is not.
+    // Runs the option at once; sleep and hibernate run 2 seconds later on a thread of their own. Returns true
+    // when a shutdown or a reboot has been initiated. Returns false for sleep, hibernate and unknown options.
     bool DoSytemShutdown(uint32_t option);
 
   private:
     std::atomic<uint8_t> m_powerOption{kPowerNone};
-    // Of the last such thread. They are never closed nor waited for: the thread may outlive this object.
+    // Handles of the last such threads. They are never closed or waited for, because the thread may outlive
+    // this object.
     HANDLE m_hibernateThread = nullptr;
     HANDLE m_sleepThread = nullptr;
 };

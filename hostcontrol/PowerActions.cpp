@@ -1,4 +1,4 @@
-// From a power option to the calls that carry it out.
+// Maps each power option to the system calls that carry it out.
 #include <winsock2.h>
 #include <windows.h>
 #include <powrprof.h>
@@ -12,7 +12,7 @@ namespace {
 constexpr const char* kName = "DoSytemShutdown";
 constexpr DWORD kSuspendDelayMilliseconds = 2000;
 
-// Stays enabled for the rest of the process's life.
+// The privilege stays enabled for the rest of the process's life.
 bool EnableShutdownPrivilege(UniqueHandle& token) {
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.Receive())) {
         LogInfo("%s: OpenProcessToken failed with error: %d", kName, GetLastError());
@@ -32,12 +32,12 @@ bool EnableShutdownPrivilege(UniqueHandle& token) {
     return true;
 }
 
-// Applications are closed by force.
+// The shutdown closes applications by force.
 bool InitiateShutdown(bool reboot) {
     return InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, reboot, SHTDN_REASON_FLAG_PLANNED);
 }
 
-// The two routines use nothing of the service: they may still run when it is destroyed.
+// These two routines use no state of the service, because they may still run after it is destroyed.
 DWORD WINAPI HibernateRoutine(void*) {
     LogInfo("Delaying Hibernate for 2 seconds");
     Sleep(kSuspendDelayMilliseconds);
@@ -66,12 +66,11 @@ void HostControl::SetPowerOption(uint32_t option) {
 void HostControl::RunPendingPowerOption() {
     if (m_powerOption < kPowerShutdown || m_powerOption > kPowerShutdownG2S5) return;
     const uint8_t option = m_powerOption.exchange(kPowerNone);
-    // The line shows the latch as it now stands, and so 0, whatever the option was.
+    // The log line shows the stored option after the exchange, so it always shows 0.
     if (!DoSytemShutdown(option)) LogInfo("Power option failed PowerOption: 0x%x", m_powerOption.load());
 }
 
-// Sleep and hibernate end with the line of a failure, whatever became of them: their threads tell of a real
-// one.
+// Sleep and hibernate always log a failure and return false here. Their threads log a real failure.
 bool HostControl::DoSytemShutdown(uint32_t option) {
     UniqueHandle token;
     if (!EnableShutdownPrivilege(token)) return false;

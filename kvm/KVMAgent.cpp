@@ -25,13 +25,14 @@ std::string CommandLine(const std::string& program, uint32_t displayMode) {
     const auto item = [](const char* name, uint32_t value) {
         return std::string(" ") + name + " " + std::to_string(value);
     };
-    // The screen of the service's own session, whatever that is worth.
+    // GetSystemMetrics reports the screen of the service's own session, which may differ from the console's
+    // screen.
     return '"' + program + '"' + item("-X", GetSystemMetrics(SM_CXSCREEN)) +
            item("-Y", GetSystemMetrics(SM_CYSCREEN)) + item("-V", g_pServiceState->m_vorkVersion) +
            item("-E", displayMode);
 }
 
-// Calls `visit` with the id of each process of this name until it answers false.
+// Calls `visit` with the id of each process with this name until `visit` returns false.
 void ForEachProcess(const char* name, const std::function<bool(DWORD)>& visit) {
     const UniqueFileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPALL, 0));
     if (!snapshot) return;
@@ -88,7 +89,7 @@ void KVMAgent::TerminateKVMAgent() {
     }
     file << "terminate\n" << std::flush;
     LogInfo("Termiante 'is written to terminate file.");
-    // Only from here on, so that nothing but the close can throw.
+    // Exceptions are enabled only here, so that only close() can throw.
     file.clear();
     file.exceptions(std::ios::failbit);
     file.close();

@@ -1,5 +1,6 @@
-// ZELKVMApp.exe, the helper of a KVM session on the console's desktop: how it is started, asked to leave and
-// made to leave. The ways of talking to it are its command line and the terminate file.
+// Starts, detects and ends ZELKVMApp.exe, the helper program of a KVM session on the console's desktop. The
+// service passes it parameters on the command line and asks it to exit with the terminate file; there is no
+// other channel.
 #pragma once
 
 #include <atomic>
@@ -8,28 +9,29 @@
 
 class KVMAgent {
   public:
-    // Starts one more agent; displayMode is 1 when the firmware's viewer shows the screen itself. Returns
-    // non-zero when that worked as far as the platform can tell. RunServerKVMThread, or the mailbox read
-    // thread.
+    // Starts one more agent. displayMode is 1 when the firmware's viewer shows the screen itself. Returns
+    // non-zero when the start succeeded as far as the platform can report it. Called on the listener thread
+    // (RunServerKVMThread) or the mailbox read thread.
     int LaunchKVMAgent(uint8_t displayMode);
 
-    // Asks every helper to leave, by the terminate file, and doesn't wait. Throws std::ios_base::failure when
-    // the file can't be closed; one that can't be created is logged and left.
+    // Asks every helper to exit by writing the terminate file, and does not wait. Throws
+    // std::ios_base::failure when the file cannot be closed. A file that cannot be created is logged and
+    // ignored.
     void TerminateKVMAgent();
 
-    // Makes every helper leave, and deletes the terminate file and the helper's log. Any thread.
+    // Kills every helper, then deletes the terminate file and the helper's log. Any thread.
     static void RemoveKVMAgent();
 
-    // Whether a helper runs at this moment. Any thread.
+    // Returns true when a helper runs at this moment. Any thread.
     static bool IsKVMAgentRunning();
 
-    // Whether the process of this id still runs; false, with a line in the log, when it can't be looked at.
-    // Any thread.
+    // Returns true when the process with this id still runs. Returns false and logs an error when the process
+    // cannot be opened. Any thread.
     static bool IsProcessRunning(uint32_t pid);
 
   private:
     std::atomic<uint32_t> m_agentPID{0};
 };
 
-// Ends every process of just this name, case included. Any thread.
+// Terminates every process whose name equals `name`; the comparison is case-sensitive. Any thread.
 void killProcessByName(const char* name);

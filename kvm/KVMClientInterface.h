@@ -1,6 +1,6 @@
-// Remote KVM: the listener, the session of its one viewer, and the bytes between the viewer and the firmware.
-// The firmware controls it: one command starts the listener, another names the peer that it trusts, a third
-// ends the session. The stream is opaque: one recv() becomes one request to the mailbox.
+// Remote KVM: the listener, the session of its one viewer, and the transfer of bytes between the viewer and
+// the firmware. The firmware controls it: one command starts the listener, another sets the trusted peer, a
+// third ends the session. The stream is opaque: each recv() becomes one request to the mailbox.
 #pragma once
 
 #include <winsock2.h>
@@ -24,7 +24,7 @@ class StatusFile;
 
 // m_kvmState.
 inline constexpr uint8_t kKvmNeverEnabled = 0;
-inline constexpr uint8_t kKvmEnabled = 1;  // the listener thread is to run
+inline constexpr uint8_t kKvmEnabled = 1;  // the listener thread keeps running
 inline constexpr uint8_t kKvmClosing = 2;
 
 // m_kvmSocketState.
@@ -34,7 +34,7 @@ inline constexpr uint16_t kKvmCleanedUp = 2;
 
 class KVMClientInterface {
   public:
-    // The three outlive this object.
+    // All three arguments must outlive this object.
     KVMClientInterface(ConnectionAnnouncer& announcer, StatusFile& statusFile, HostControl& hostControl);
     ~KVMClientInterface();
     KVMClientInterface(const KVMClientInterface&) = delete;
@@ -42,36 +42,40 @@ class KVMClientInterface {
 
     // --- firmware commands, on the mailbox read thread (KVMCommands.cpp) ---
 
-    // Starts the listener thread. While CloseKVMSession has not joined the thread of an earlier session,
-    // nothing is started. A thread that can't be started throws std::system_error.
+    // Starts the listener thread. Does nothing while the thread of an earlier session has not been joined by
+    // CloseKVMSession. Throws std::system_error when the thread cannot be started.
     void EnableKVM();
-    // Stores the address and the port to trust for one session: 32 bits each, the address as in sockaddr_in.
-    // Longer payloads are cut; shorter ones leave the rest unchanged.
+    // Stores the address and the port to trust for one session. Each is 32 bits; the address is in
+    // sockaddr_in format. Longer payloads are truncated; shorter ones leave the remaining bytes unchanged.
     void SetKVMIPAndPort(const void* payload, size_t length);
-    // Ends the session and waits until its clean-up is over.
+    // Ends the session and blocks until its clean-up is complete.
     void CloseKVMSession();
-    // Starts or ends the session of a host in safe boot: the first 32 bits of the payload of `size` bytes are
-    // the state. The end of the session reboots the host.
+    // Starts or ends the session of a host in safe boot. The first 32 bits of the `size`-byte payload are the
+    // state. The end of the session reboots the host.
     void HandleSafebootState(const void* payload, size_t size);
-    // Sends `size` bytes from the firmware to the viewer (KVMDataBridge.cpp). Returns when the last of them
-    // is sent or the session has failed: a viewer that doesn't read blocks the caller.
+    // Sends `size` bytes from the firmware to the viewer (KVMDataBridge.cpp). Returns when the last byte is
+    // sent or the session has failed. A viewer that does not read blocks the caller.
     void SendDataToKVMClient(const void* data, size_t size);
 
-    // Starts the thread that carries the viewer's bytes to the firmware, unless it runs. RunServerKVMThread.
+    // Starts the thread that forwards the viewer's bytes to the firmware, unless it already runs. Called on
+    // the listener thread (RunServerKVMThread).
     void StartDataRecvThread();
 
     // --- the end of a session from the host's side (SessionEnd.cpp); any thread ---
 
-    // Makes the listener thread continue with its clean-up.
+    // Signals the listener thread to leave its accept loop and run its clean-up.
     void TriggerKVMShutdown();
-    // Runs once for each session, on the first thread that calls it. Any thread but the receive thread.
+    // Cleans up after the session. It runs once for each session, on the first thread that calls it. Any
+    // thread except the receive thread.
     void DoKVMCleanUp();
 
-    // The end of the process: makes the listener thread end, and joins it. Any thread but that one.
+    // The process ends: SignalEnd makes the listener thread end, JoinThread joins it. Any thread except the
+    // listener thread.
     void SignalEnd();
     void JoinThread();
 
-    // Trusts every peer until the firmware names one. Any thread.
+    // Resets the trusted address, so that every peer is trusted until the firmware sets a new one. Any
+    // thread.
     void ForgetTrustedAddress();
 
     std::atomic<uint8_t> m_kvmState{kKvmNeverEnabled};
@@ -80,13 +84,14 @@ class KVMClientInterface {
     KVMAgent m_agent;
 
   private:
-    // One word, so that both halves change at once. The port is logged and never compared.
+    // Both fields fit in 64 bits, so that one atomic store changes them together. The port is logged but
+    // never compared.
     struct alignas(uint64_t) TrustedPeer {
-        uint32_t m_kvmTrustedIP = 0;  // as in sockaddr_in; 0: every peer is trusted
+        uint32_t m_kvmTrustedIP = 0;  // in sockaddr_in format; 0: every peer is trusted
         uint32_t m_kvmTrustedPort = 0;
     };
 
-    // The listener thread (RunServerKVMThread.cpp): one for each EnableKVM.
+    // The listener thread (RunServerKVMThread.cpp). Each EnableKVM starts one.
     void ServeKVM();
     void RunServerKVMThread();
     void AwaitEarlierSession();
@@ -95,7 +100,7 @@ class KVMClientInterface {
     bool IsTrusted(const sockaddr_in& peer) const;
     bool DoInitKVM(SOCKET socket);
 
-    // The receive thread and what it sends on (KVMDataBridge.cpp).
+    // The receive thread and the transfer of data (KVMDataBridge.cpp).
     void KVMDataRecvThread();
     bool ReceiveOnce();
     void PassToFirmware(uint32_t size);
@@ -122,10 +127,10 @@ class KVMClientInterface {
     std::mutex m_threadObjectMutex;  // guards the owning pointer
     std::unique_ptr<std::thread> m_pKVMThreadObj;
     std::atomic<TrustedPeer> m_kvmTrusted{TrustedPeer{}};
-    std::atomic<uint8_t> m_bShutdownTriggered{0};  // since the listener thread was started
-    std::atomic<int> m_agentCleanUps{0};           // how many are running
-    // Connections of peers that are not trusted; they stay open until this object ends. Only the listener
-    // thread uses it.
+    std::atomic<uint8_t> m_bShutdownTriggered{0};  // reset when the listener thread starts
+    std::atomic<int> m_agentCleanUps{0};           // number of running agent clean-ups
+    // Connections from untrusted peers. They stay open until this object is destroyed. Only the listener
+    // thread accesses this vector.
     std::vector<SOCKET> m_untrustedSockets;
 
     std::atomic<uint8_t> m_bSessionActive{0};
@@ -134,6 +139,6 @@ class KVMClientInterface {
     std::unique_ptr<std::thread> m_pRecvThreadObj;
     std::mutex m_replacedMutex;
     std::vector<SOCKET> m_replacedSockets;
-    // Holds one receive, and the NUL that is stored behind it. Only the receive thread uses it.
+    // Holds the bytes of one recv() and a terminating NUL. Only the receive thread accesses it.
     std::array<char, kReceiveSize + 1> m_recvBuffer{};
 };

@@ -1,4 +1,4 @@
-// The firmware's commands.
+// Handlers of the firmware's KVM commands.
 #include <algorithm>
 #include <cstring>
 

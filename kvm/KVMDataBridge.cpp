@@ -1,4 +1,4 @@
-// The bytes of a session, in both directions.
+// Transfers the bytes of a session in both directions.
 #include <cstring>
 
 #include "base/Log.h"
@@ -23,12 +23,12 @@ bool IsTransient(int error) {
 void KVMClientInterface::KVMDataRecvThread() {
     while (m_bSessionActive && ReceiveOnce()) {
     }
-    // One that was woken by the end of the session starts no second end.
+    // When the session has already ended, this thread must not trigger a second shutdown.
     if (m_bSessionActive) TriggerShutdown(kReceiver);
     LogInfo("%s: Exiting Thread Handler", kReceiver);
 }
 
-// False when the connection has come to its end.
+// Returns false when the connection has ended.
 bool KVMClientInterface::ReceiveOnce() {
     const SOCKET socket = m_clientSocket;
     const int received = recv(socket, m_recvBuffer.data(), kReceiveSize, 0);
@@ -57,14 +57,14 @@ bool KVMClientInterface::ReceiveOnce() {
     return false;
 }
 
-// A block that the firmware doesn't take is dropped, and the stream has a gap.
+// A block that the firmware rejects is dropped, which leaves a gap in the stream.
 void KVMClientInterface::PassToFirmware(uint32_t size) {
     if (g_pServiceState->m_vorkVersion >= FirmwareLevel::KvmRetries) return WriteWithRetries(size);
     const KvmPacket packet{m_clientSocket, m_recvBuffer.data(), size, nullptr, 0};
     if (m_bSessionActive) g_pServiceState->m_mailBoxDriverInterface.WriteKVMPacket(&packet);
 }
 
-// Back to back: the time that the firmware takes to refuse is the only pacing.
+// Retries without a delay. The time that the firmware takes to reject a block is the only pacing.
 void KVMClientInterface::WriteWithRetries(uint32_t size) {
     const KvmPacket packet{m_clientSocket, m_recvBuffer.data(), size, nullptr, 0};
     for (int attempt = 0; attempt <= kMaxRetries; ++attempt) {
@@ -95,8 +95,8 @@ void KVMClientInterface::SendDataToKVMClient(const void* data, size_t size) {
     }
 }
 
-// False when the socket has taken nothing for too many attempts. A hard error isn't one of these: the receive
-// thread sees the same broken connection and ends the session.
+// Returns false when the socket has accepted no bytes for too many attempts. A hard error still returns true:
+// the receive thread detects the same broken connection and ends the session.
 bool KVMClientInterface::SendAll(const char* data, size_t size) {
     size_t offset = 0;
     size_t count = 0;

@@ -1,4 +1,4 @@
-// The listener thread: one per enabling, from the firmware's command to the clean-up.
+// The listener thread. Each EnableKVM command starts one, and it runs until the clean-up is complete.
 #include <exception>
 #include <system_error>
 
@@ -15,7 +15,7 @@ constexpr DWORD kListenRetry = 5000;
 
 }  // namespace
 
-// The thread's top.
+// The entry function of the listener thread.
 void KVMClientInterface::ServeKVM() {
     try {
         RunServerKVMThread();
@@ -41,22 +41,24 @@ void KVMClientInterface::RunServerKVMThread() {
             TriggerKVMShutdown();
         }
     }
-    // One that was made while this session was ended already.
+    // The listening socket may have been created after the shutdown closed the previous one.
     m_kvmSocket.CloseBaseSocket();
     KVMCleanupCommon();
 }
 
-// The earlier session is left to finish closing, which the clean-up of its agent does last.
+// Waits until the earlier session has finished closing. The clean-up of its agent is the last step of that.
 void KVMClientInterface::AwaitEarlierSession() {
     while (m_kvmState == kKvmClosing && m_agentCleanUps > 0 && !m_bShutdownTriggered &&
            g_pServiceState->SleepUnlessStopping(kClosingPoll)) {
     }
     m_kvmState = kKvmEnabled;
-    // What ended this session before it began must not be forgotten: somebody waits for this thread.
+    // A shutdown that arrived before this session began must not be lost, because another thread is waiting
+    // for this thread to end.
     if (m_bShutdownTriggered || g_pServiceState->m_bServiceStopping) m_kvmState = kKvmClosing;
 }
 
-// On one listener. False when a session could not begin; true when the listener has come to its end.
+// Accepts connections on one listening socket. Returns false when a session could not begin, and true when
+// the listening socket is closed.
 bool KVMClientInterface::ServeClients() {
     while (m_kvmState == kKvmEnabled) {
         LogInfo("Calling KVM Socket Accept");
@@ -69,7 +71,7 @@ bool KVMClientInterface::ServeClients() {
         }
         if (!IsTrusted(peer)) {
             LogError("%s: KVM IP validation failed, closing the base socket and retry...", kName);
-            // Required: neither closed nor used.
+            // It is required that this socket is neither closed nor used.
             m_untrustedSockets.push_back(socket);
             m_kvmSocket.CloseBaseSocket();
             return true;
@@ -84,7 +86,8 @@ bool KVMClientInterface::ServeClients() {
 }
 
 bool KVMClientInterface::BeginSession(SOCKET socket) {
-    // A session that is cleaned up is one before: this one needs its own clean-up also when it fails at once.
+    // The state kKvmCleanedUp belongs to the previous session. This session needs its own clean-up even when
+    // it fails at once.
     uint16_t before = kKvmCleanedUp;
     m_kvmSocketState.compare_exchange_strong(before, kKvmNoClient);
     const bool begun = DoInitKVM(socket);
@@ -118,7 +121,7 @@ void KVMClientInterface::StartDataRecvThread() {
         if (!m_pRecvThreadObj)
             m_pRecvThreadObj = g_pServiceState->m_detachedThreads.StartOwned([this] { KVMDataRecvThread(); });
     } catch (const std::system_error&) {
-        // Told below.
+        // The failure is logged below.
     }
     if (!m_pRecvThreadObj)
         LogError("%s: Failed to start the KVM data receiver thread", "StartDataRecvThread");

@@ -1,4 +1,4 @@
-// How a session ends, whichever side ends it.
+// Ends a session, for either side.
 #include <exception>
 #include <system_error>
 
@@ -31,7 +31,7 @@ KVMClientInterface::~KVMClientInterface() {
 void KVMClientInterface::TriggerKVMShutdown() {
     m_bShutdownTriggered = 1;
     m_kvmState = kKvmClosing;
-    // The signal: the blocking accept fails.
+    // Closing the socket makes the blocking accept() fail, which signals the listener thread.
     m_kvmSocket.CloseBaseSocket();
 }
 
@@ -67,7 +67,7 @@ void KVMClientInterface::DoKVMCleanUp() {
     SetKVMStatus(false);
     DoCleanUp();
     m_bLuxKvmEnabled = 0;
-    // In a safe boot the firmware isn't told.
+    // In safe boot the service sends no close notification to the firmware.
     if (g_pServiceState->m_bootMode == 0)
         g_pServiceState->m_mailBoxDriverInterface.WriteCloseSocketcmd(kKvmPort);
     m_kvmTrusted = TrustedPeer{};
@@ -90,7 +90,7 @@ void KVMClientInterface::DoCleanUp() {
     LogInfo("%s, function exit", kCleanUp);
 }
 
-// There is no shutdown first: the close alone ends what the receive thread and a sender wait for.
+// closesocket() runs without shutdown() first. It alone unblocks the receive thread and any sender.
 void KVMClientInterface::CloseSockets() {
     const SOCKET socket = m_clientSocket.exchange(INVALID_SOCKET);
     if (socket != INVALID_SOCKET) {
@@ -100,7 +100,7 @@ void KVMClientInterface::CloseSockets() {
             LogError("closesocket() API failed with error: %d", WSAGetLastError());
         }
     }
-    // The receive thread may still wait on the socket of a client before.
+    // The receive thread may still be blocked on the socket of an earlier client.
     std::lock_guard lock(m_replacedMutex);
     for (const SOCKET replaced : m_replacedSockets)
         closesocket(replaced);
@@ -123,7 +123,7 @@ void KVMClientInterface::StartAgentCleanUp() {
     ++m_agentCleanUps;
     const auto cleanUp = [this] {
         RemoveAgentLater();
-        // Unless a session in safe boot has begun meanwhile.
+        // The state changes only if no safe-boot session has begun in the meantime.
         uint8_t closing = kKvmClosing;
         m_kvmState.compare_exchange_strong(closing, kKvmNeverEnabled);
         --m_agentCleanUps;
@@ -137,8 +137,8 @@ void KVMClientInterface::StartAgentCleanUp() {
     if (!started) cleanUp();
 }
 
-// Every agent goes, also one that a new session starts within these 2 seconds. A service that stops waits no
-// longer than there is an agent.
+// Removes every agent, including one that a new session starts within these 2 seconds. When the service
+// stops, this waits only for as long as an agent runs.
 void KVMClientInterface::RemoveAgentLater() {
     if (!g_pServiceState->SleepUnlessStopping(kAgentPatience)) {
         for (DWORD waited = 0; waited < kAgentPatience && KVMAgent::IsKVMAgentRunning(); waited += kAgentPoll)

@@ -15,7 +15,7 @@ constexpr DWORD kMaxAnswer = 511;
 bool ConsentPipe::Create() {
     std::lock_guard lock(m_mutex);
     if (m_cancelled) return false;
-    // No access control list at all: every user may connect.
+    // A null access control list lets every user connect.
     SECURITY_DESCRIPTOR everyone;
     if (!InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION) ||
         !SetSecurityDescriptorDacl(&everyone, TRUE, nullptr, FALSE)) {
@@ -39,7 +39,7 @@ bool ConsentPipe::AwaitClient() {
     DWORD error = ERROR_SUCCESS;
     for (int attempt = 0; attempt < kConnectAttempts && !m_cancelled; ++attempt) {
         LogInfo("Waiting for the named pipe connection");
-        // A program that came upon a pipe which is given up is not asked.
+        // A program that connected to an abandoned pipe receives no question.
         if (ConnectNamedPipe(m_pipe.Get(), nullptr)) return !m_cancelled;
         error = GetLastError();
         if (error == ERROR_PIPE_CONNECTED) return !m_cancelled;

@@ -1,4 +1,5 @@
-// The pipe between the service and the program that puts the consent question. It is there for one question.
+// The named pipe between the service and the program that asks the user for consent. One pipe serves one
+// question.
 #pragma once
 
 #include <winsock2.h>
@@ -10,29 +11,30 @@
 
 #include "base/Handles.h"
 
-// Belongs to one thread, but for Cancel.
+// Only one thread uses the pipe, except for Cancel and IsOpen.
 class ConsentPipe {
   public:
-    // False, with a line in the log, when the pipe can't be made, or without one when Cancel has come.
+    // Creates the pipe. Returns false and logs an error when the pipe cannot be created. Returns false
+    // without logging after Cancel.
     bool Create();
-    // Blocks until a program has connected. False, with a line in the log, when that can't be, or without one
-    // when Cancel has come.
+    // Blocks until a program has connected. Returns false and logs an error when that fails. Returns false
+    // without logging after Cancel.
     bool AwaitClient();
-    // Writes the text and the NUL behind it. False, with a line in the log, when that fails.
+    // Writes the text and a terminating NUL. Returns false and logs an error when that fails.
     bool Write(const std::string& text);
-    // Blocks for the client's next message. Its text up to the first NUL, line feed or carriage return;
-    // empty, with a line in the log, when nothing could be read.
+    // Blocks until the client's next message arrives. Returns its text up to the first NUL, line feed or
+    // carriage return. Returns an empty text and logs a line when nothing could be read.
     std::string Read();
     void Close();
 
-    // Any thread: ends what blocks, now and from here on.
+    // Unblocks the current blocking call and prevents later ones. Any thread.
     void Cancel();
-    // Any thread: whether a program may find the pipe, or has found it. Not any more after a Cancel and a
-    // false.
+    // Returns true while a program may connect to the pipe or is connected to it. Once it returns false after
+    // Cancel, the pipe stays closed. Any thread.
     bool IsOpen();
 
   private:
-    std::mutex m_mutex;  // keeps the handle while another thread cancels
+    std::mutex m_mutex;  // keeps the handle valid while another thread cancels
     UniqueFileHandle m_pipe;
     std::atomic<bool> m_cancelled{false};
 };

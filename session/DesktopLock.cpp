@@ -11,7 +11,8 @@
 
 namespace {
 
-// WTSSessionInfoEx, WTS_SESSIONSTATE_LOCK and the head of WTSINFOEXA, which not every SDK declares.
+// These stand for WTSSessionInfoEx, WTS_SESSIONSTATE_LOCK and the beginning of WTSINFOEXA, which not every
+// SDK declares.
 constexpr auto kSessionInfoEx = static_cast<WTS_INFO_CLASS>(25);
 constexpr LONG kStateLocked = 0;
 constexpr LONG kStateUnknown = -1;

@@ -1,6 +1,6 @@
-// What the console session's desktop is like.
+// Reports the state of the console session's desktop.
 #pragma once
 
-// Whether the desktop of the active console session is locked. One whose state can't be told counts as open.
-// Any thread.
+// Returns true when the desktop of the active console session is locked. Returns false when the state cannot
+// be determined. Any thread.
 bool IsDesktopLocked();

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kName = "LaunchProcess";
 constexpr const char* kLogonProgram = "winlogon.exe";
 
-// The logon program of the console session; 0 when there is none.
+// Returns the process id of the console session's logon program, or 0 when there is none.
 DWORD GetWindowsLogonPID() {
     const UniqueFileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) return 0;
@@ -35,8 +35,8 @@ DWORD GetWindowsLogonPID() {
     return 0;
 }
 
-// A SYSTEM token that belongs to the session: the one of its logon program, which is there also when no user
-// is.
+// Provides a SYSTEM token that belongs to the session. It duplicates the token of the session's logon
+// program, which runs even when no user is logged on.
 bool getWindowsLogonHandle(UniqueHandle& token, DWORD session) {
     const UniqueHandle process(OpenProcess(PROCESS_ALL_ACCESS, FALSE, GetWindowsLogonPID()));
     if (!process) {
@@ -47,7 +47,7 @@ bool getWindowsLogonHandle(UniqueHandle& token, DWORD session) {
     OpenProcessToken(process.Get(), TOKEN_ALL_ACCESS, own.Receive());
     const BOOL duplicated = DuplicateTokenEx(own.Get(), TOKEN_ALL_ACCESS, nullptr, SecurityImpersonation,
                                              TokenPrimary, token.Receive());
-    // Whether the session could be set shows when the process is started.
+    // The result is ignored: a failure here shows when the process is started.
     SetTokenInformation(token.Get(), TokenSessionId, &session, sizeof session);
     return duplicated;
 }
@@ -82,7 +82,7 @@ bool SetTBCPrivileges(const char* privilege, bool enable) {
     return AdjustPrivilege(token.Get(), privilege, enable);
 }
 
-// The environment of the token's user, not that of the service.
+// Owns the environment block of the token's user, which differs from the service's own environment.
 struct EnvironmentBlockTraits {
     using Value = void*;
     static Value Invalid() { return nullptr; }
@@ -90,7 +90,7 @@ struct EnvironmentBlockTraits {
 };
 using UniqueEnvironmentBlock = UniqueResource<EnvironmentBlockTraits>;
 
-// The two handles of a process that was started. Nothing waits for it: it is watched by its id alone.
+// Owns the two handles of a started process. No code waits on them; the process is tracked by its id alone.
 struct StartedProcess {
     UniqueHandle process, thread;
 };
@@ -112,7 +112,7 @@ bool StartOnConsole(HANDLE token, std::string command, DWORD flags, void* enviro
     return true;
 }
 
-// On purpose: the callers go on as after a success.
+// This error counts as a success on purpose: the callers continue as if the process had started.
 bool CountsAsStarted(DWORD error) {
     return error == ERROR_PIPE_NOT_CONNECTED;
 }
@@ -146,7 +146,7 @@ bool LaunchWithoutEnvironment(HANDLE token, const std::string& name, std::string
             kName, name, error);
         return true;
     }
-    // A success that is logged as an error: the missing environment is one.
+    // The start succeeded, but the line is an error because the environment is missing.
     LogError("%s: %s CreateProcessAsUser winlogon 2 GetLastError: %d", kName, name, GetLastError());
     return true;
 }

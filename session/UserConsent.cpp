@@ -20,10 +20,10 @@ constexpr DWORD kPoll = 3000;  // milliseconds
 constexpr DWORD kCancelPoll = 10;
 constexpr const char* kGreeting = "yes";
 
-// 0 for a text that is no answer.
+// Returns 0 for a text that is not an answer.
 uint32_t ConsentOf(const std::string& text) {
     if (text == "Consent_yes") return kConsentGiven;
-    // Somebody who doesn't answer refuses.
+    // A user who does not answer counts as refusing.
     if (text == "Consent_no" || text == "Consent_noreponce") return kConsentRefused;
     return 0;
 }
@@ -50,20 +50,21 @@ void UserConsent::Serve(Request& request) {
     std::erase(m_requests, &request);
 }
 
-// A program may no longer come upon the pipe of a question whose place this one has taken.
+// Closes the pipes of all earlier questions, so that no program can connect to one that this question has
+// replaced.
 void UserConsent::GiveUpEarlierThan(Request& request) {
-    // One of them may be just about to block, and is to be cancelled again.
+    // An earlier request may be about to block, so it is cancelled repeatedly.
     while (CancelEarlierThan(request))
         Sleep(kCancelPoll);
     if (request.number != m_number) request.pipe.Cancel();
 }
 
-// True while there still is a pipe of one of them.
+// Returns true while an earlier request still has an open pipe.
 bool UserConsent::CancelEarlierThan(const Request& request) {
     std::lock_guard lock(m_mutex);
     bool open = false;
     for (Request* const other : m_requests) {
-        // One that has its answer meets nobody any more, and that answer still goes.
+        // A request that has its answer accepts no client any more, and its answer is still sent.
         if (other->number >= request.number || other->m_bDone) continue;
         other->pipe.Cancel();
         open |= other->pipe.IsOpen();
@@ -74,7 +75,7 @@ bool UserConsent::CancelEarlierThan(const Request& request) {
 void UserConsent::CheckUserConsentThread(Request& request) {
     if (g_pServiceState->m_vorkVersion < FirmwareLevel::UserConsent) {
         Answer(request, kConsentGiven);
-        // In spite of what it says the answer stays here: such firmware takes none.
+        // Despite the log text the answer is not sent, because such firmware accepts none.
         LogInfo("Version check is less than 40 user consent is disabled and send ok to driver");
     } else {
         GetUserConsent(request);
@@ -119,7 +120,7 @@ void UserConsent::AskByPipe(Request& request) {
     while (!request.m_bDone && SleepWhileOpen(request)) {
     }
     if (!thread) return;
-    // One that is given up may be just about to block.
+    // An abandoned request may be about to block, so it is cancelled repeatedly.
     while (WaitForSingleObject(ended.Get(), kCancelPoll) == WAIT_TIMEOUT)
         request.pipe.Cancel();
     thread->join();
@@ -138,13 +139,13 @@ void UserConsent::UserConsentPipeThread(Request& request) {
 
 void UserConsent::Converse(Request& request, uint64_t deadline) {
     const UserConsentQuestion& question = request.question;
-    // The time limit as it came, also when it is longer than this side waits.
+    // The original time limit is sent, even when it exceeds the limit that the service applies.
     if (!request.pipe.Write(std::string(kGreeting) + '\n' + std::to_string(question.Type) + '\n' +
                             std::to_string(question.Timeout))) {
         return;
     }
     LogInfo("Value:%s, Type:%d, Time_limit:%d", kGreeting, question.Type, question.Timeout);
-    // Only looked at between reads: a client that stays silent holds the question.
+    // The deadline is checked only between reads, so a silent client keeps the question open.
     while (SteadyTime() <= deadline) {
         const std::string text = request.pipe.Read();
         LogInfo("Message read from the named pipe is: %s ", text);
@@ -169,19 +170,20 @@ void UserConsent::TakeUsersAnswer(Request& request, const std::string& text) {
         "CANCEL (Consent_no)]");
 }
 
-// At once for the question and for those to come: that of another must not get between.
+// Sets the request's answer and the stored last answer under one lock, so that another request's answer
+// cannot come between them.
 void UserConsent::Answer(Request& request, uint32_t consent) {
     std::lock_guard lock(m_mutex);
     request.answer = m_answer = {request.question.Type, consent, 0};
 }
 
-// Still the one to the question before, its type included.
+// Copies the answer to the previous question, including its type.
 void UserConsent::RepeatLastAnswer(Request& request) {
     std::lock_guard lock(m_mutex);
     request.answer = m_answer;
 }
 
-// False as soon as the service stops, and when a later question has taken the place of this one.
+// Returns false as soon as the service stops or a later question has replaced this one.
 bool UserConsent::SleepWhileOpen(const Request& request) {
     return request.number == m_number && g_pServiceState->SleepUnlessStopping(kPoll) &&
            request.number == m_number;

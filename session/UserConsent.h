@@ -1,6 +1,6 @@
-// The question whether a remote console may see or control the host. The firmware asks it, a program in the
-// user's session puts it to the person at the machine, and the answer goes back to the firmware, which alone
-// decides.
+// Asks the user whether a remote console may see or control the host. The firmware sends the question, a
+// program in the user's session shows it, and the service returns the answer to the firmware. Only the
+// firmware acts on the answer.
 #pragma once
 
 #include <winsock2.h>
@@ -17,9 +17,9 @@
 
 class UserConsent {
   public:
-    // Takes the firmware's question, at most as much of it as there is room for, and has it answered on a
-    // detached thread. An earlier question without an answer is given up. The mailbox read thread; returns at
-    // once. A failed thread creation throws std::system_error.
+    // Copies the firmware's question, truncated to the size of the record, and starts a detached thread that
+    // obtains the answer. An earlier question without an answer is abandoned. Returns at once. Called on the
+    // mailbox read thread. Throws std::system_error when the thread cannot be created.
     void Ask(const void* payload, size_t length);
 
   private:
@@ -27,10 +27,10 @@ class UserConsent {
     struct Request {
         Request(uint32_t itsNumber, const UserConsentQuestion& asked) : number(itsNumber), question(asked) {}
         const uint32_t number;
-        // Packed records fall on any address, but what refers to their fields needs them aligned.
+        // A packed record may lie at any address, but references to its fields require alignment.
         alignas(uint32_t) const UserConsentQuestion question;
         std::atomic<uint8_t> m_bDone{0};  // the answer is ready
-        // Not touched before m_bDone by any but the thread that sets it.
+        // Until m_bDone is set, only the thread that sets it accesses this.
         alignas(uint32_t) UserConsentAnswer answer{};
         ConsentPipe pipe;
     };
@@ -50,10 +50,10 @@ class UserConsent {
 
     std::mutex m_mutex;
     UserConsentQuestion m_question{};
-    std::vector<Request*> m_requests;  // that have not come to their end
-    // Keeps the last answer, which a question that runs into its time limit repeats.
+    std::vector<Request*> m_requests;  // requests that have not ended
+    // Stores the last answer. A question that reaches its time limit repeats it.
     UserConsentAnswer m_answer{0, kConsentGiven, 0};
-    // After a user's answer to a question of type 1 or 2, until it has gone to the firmware.
+    // Set when the user answers a question of type 1 or 2, and cleared when the answer goes to the firmware.
     std::atomic<uint8_t> m_bConsentGiven{0};
-    std::atomic<uint32_t> m_number{0};  // of the last question
+    std::atomic<uint32_t> m_number{0};  // number of the last question
 };
