@@ -1,4 +1,4 @@
-// The accept thread, and the queue that lets one connection at a time become the session.
+// The accept thread, and the queue from which one connection at a time becomes the session.
 #include "dash/DASHClientInterface.h"
 
 #include <exception>
@@ -50,8 +50,9 @@ bool DASHClientInterface::AcceptConnection() {
     }
     m_socketQueue.push(socket);
     LogInfo("Process the accepted connection");
-    // One task for each connection that waits: the first one serves them all, and a further one comes to run
-    // only when that has given up. More of them would pile up for as long as the service runs.
+    // The queue holds at most one task for each waiting connection. The first task serves all of them, and
+    // another task runs only when the first has given up. Without this limit, tasks would accumulate for as
+    // long as the service runs.
     if (m_queuePool.Waiting() < m_socketQueue.size())
         m_queuePool.enqueue(&DASHClientInterface::HandleQueuedSockets, this);
     return true;
@@ -89,13 +90,13 @@ void DASHClientInterface::HandleQueuedSockets() {
     }
 }
 
-// A task that runs may go on from one session to the next, and so leave the one behind it waiting: that one
-// serves the session as well as another would.
+// A running task may continue with the next session and leave the task behind it waiting. That waiting task
+// can then serve the session as well as a new one.
 void DASHClientInterface::EnqueueUnlessWaiting(ThreadPool& pool, void (DASHClientInterface::*task)()) {
     if (pool.Waiting() == 0) pool.enqueue(task, this);
 }
 
-// False when the service stops.
+// Blocks until there is no session. Returns false when the service stops.
 bool DASHClientInterface::AwaitNoSession() {
     std::unique_lock lock(socketMutex);
     socketCondition.wait(
@@ -103,14 +104,15 @@ bool DASHClientInterface::AwaitNoSession() {
     return !g_pServiceState->m_bServiceStopping;
 }
 
-// Asked once for each socket: what stayed behind would grow with every console.
+// Removes the entry, because each socket's peer is read only once. Without this, the map would grow with
+// every console.
 sockaddr_in DASHClientInterface::TakePeerOf(SOCKET socket) {
     std::lock_guard lock(m_socketAddressMutex);
     const auto entry = m_socketAddressMap.extract(socket);
     return entry ? entry.mapped() : sockaddr_in{};
 }
 
-// The socket stays open, and nobody attends to it; it is closed with the object.
+// Keeps the socket open without serving it. The socket is closed with this object.
 void DASHClientInterface::KeepUnattended(SOCKET socket) {
     std::lock_guard lock(m_unattendedMutex);
     m_unattendedSockets.push_back(socket);
@@ -127,7 +129,8 @@ void DASHClientInterface::AssociateSocket(SOCKET socket) {
     std::lock_guard lock(socketMutex);
     if (acceptSocket != INVALID_SOCKET) {
         LogInfo("%s: Forcibly Closing existing socket", "AssociateSocket");
-        // A close from in there meets the mutex locked and throws, which ends the calling task.
+        // When CloseSocketWithMPM closes the socket itself, it locks socketMutex a second time. That throws
+        // and ends the calling task.
         CloseSocketWithMPM();
     }
     acceptSocket = socket;

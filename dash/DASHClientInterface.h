@@ -1,5 +1,5 @@
-// Carries bytes between one management console at a time and the firmware: what the console sends goes
-// unchanged to the mailbox, what the firmware answers goes unchanged to the console's socket. Further
+// Transfers bytes between one management console at a time and the firmware. The service sends the console's
+// bytes unchanged to the mailbox, and the firmware's bytes unchanged to the console's socket. Further
 // connections are accepted at once and wait in a queue.
 #pragma once
 
@@ -26,31 +26,32 @@ class ConnectionAnnouncer;
 
 class DASHClientInterface {
   public:
-    // The announcer outlives this object.
+    // The announcer must outlive this object.
     explicit DASHClientInterface(ConnectionAnnouncer& announcer);
     ~DASHClientInterface();
     DASHClientInterface(const DASHClientInterface&) = delete;
     DASHClientInterface& operator=(const DASHClientInterface&) = delete;
 
-    // Body of the accept thread: listens and queues connections until the service stops.
+    // Runs the accept thread: listens and queues connections until the service stops.
     void HandleDASHClientThread();
-    // Breaks the accept thread out of its wait. The stop path calls it once the service is stopping.
+    // Unblocks the accept thread. The stop path calls it once the service is stopping.
     void CloseHttpsSocket();
 
-    // Takes `size` bytes of the firmware's for the client; the bytes are copied. A payload that the send task
-    // has not yet taken is replaced. Waits while a send is under way, for seconds when the client doesn't
-    // read. The mailbox read thread.
+    // Copies `size` bytes from the firmware for the client. Replaces a payload that the send task has not yet
+    // taken. Blocks while a send is in progress, which takes seconds when the client does not read. Called on
+    // the mailbox read thread.
     void updateDataToClient(const void* payload, size_t size);
 
-    // Tells the firmware that the connection has gone, and closes it if that is the host's business. Any
-    // thread.
+    // Reports the end of the connection to the firmware, and closes the socket when that is the host's task.
+    // Any thread.
     void CloseSocketWithMPM();
-    // Closes the session's socket without a word to the firmware. With `only`, nothing unless it is that one:
-    // while the firmware was asked, the session may have ended and the next one begun. Any thread.
+    // Closes the session's socket without notifying the firmware. With `only`, closes nothing unless the
+    // session's socket is that one: during a request to the firmware, the session may have ended and the next
+    // one may have begun. Any thread.
     void CloseSocketInZEL(SOCKET only = INVALID_SOCKET);
 
-    // The end of the object's work, which the destructor reaches at the latest: closes every socket that is
-    // still held and waits for the workers. The accept thread must have ended. May be called again.
+    // Ends all sessions: closes every socket that is still open and waits for the workers. The accept thread
+    // must have ended. The destructor calls this too; a second call does nothing.
     void EndSessions();
 
   private:
@@ -69,8 +70,8 @@ class DASHClientInterface {
     void updateDataToMPM(int size);
 
     struct SendOutcome {
-        int failures = 0;  // since the last success
-        int error = 0;     // of the last failure
+        int failures = 0;  // number since the last success
+        int error = 0;     // code of the last failure
         bool sessionGone = false;
     };
     void SendDataToDASHClient();
@@ -83,29 +84,29 @@ class DASHClientInterface {
 
     ConnectionAnnouncer& m_announcer;
     std::atomic<uint8_t> m_bStopSession{0};
-    std::atomic<uint8_t> m_bReceiveEnded{0};  // nothing more comes from the session's console
+    std::atomic<uint8_t> m_bReceiveEnded{0};  // the session's console sends no more data
     HttpsSocket m_httpsSocket;
-    // One receive, and the NUL that is stored behind it.
+    // The buffer holds the bytes of one recv() and a terminating NUL.
     static constexpr int kReceiveSize = 0x20000;
     std::array<char, kReceiveSize + 1> m_recvBuffer{};
-    std::unordered_map<SOCKET, sockaddr_in> m_socketAddressMap{8};  // of those that wait
+    std::unordered_map<SOCKET, sockaddr_in> m_socketAddressMap{8};  // of waiting sockets
     std::mutex m_socketAddressMutex;
     ThreadPool m_sendPool{1};
     ThreadPool m_recvPool{1};
     ThreadPool m_monitorPool{1};
     ThreadPool m_queuePool{1};
     SocketQueue m_socketQueue;
-    // Connections that the firmware could not be told of.
+    // Connections that could not be announced to the firmware.
     std::vector<SOCKET> m_unattendedSockets;
     std::mutex m_unattendedMutex;
     DetachedThreads m_resetThreads;
     std::atomic<uint8_t> m_bEnded{0};
 
-    // The connection: one for the whole process. Lock order: sendMutex, socketMutex, receiveMutex.
+    // State of the connection. The process has only one. Lock order: sendMutex, socketMutex, receiveMutex.
     static inline ErrorCheckingMutex socketMutex;
     static inline std::condition_variable_any socketCondition;
     static inline std::atomic<SOCKET> acceptSocket{INVALID_SOCKET};
-    static inline std::mutex receiveMutex;  // held for one recv(), which doesn't block
+    static inline std::mutex receiveMutex;  // held during one recv(), which does not block
     static inline std::mutex sendMutex;
     static inline std::condition_variable sendCondition;
     static inline std::unique_ptr<char[]> Sendbuffer;

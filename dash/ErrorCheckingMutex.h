@@ -1,5 +1,5 @@
-// A mutex that throws std::system_error when its owner locks it again, where std::mutex leaves the outcome
-// open.
+// A mutex that throws std::system_error when its owner locks it again. With std::mutex that is undefined
+// behaviour.
 #pragma once
 
 #include <atomic>

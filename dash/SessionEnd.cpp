@@ -1,4 +1,4 @@
-// How a session ends: the idle limit, the closing of its socket, and the reset after a fault.
+// Ends a session: the idle limit, the closing of its socket, and the reset after a fault.
 #include <system_error>
 
 #include "base/Log.h"
@@ -32,7 +32,7 @@ DASHClientInterface::~DASHClientInterface() {
 
 void DASHClientInterface::EndSessions() {
     if (m_bEnded.exchange(1)) return;
-    // What waits for a connection or a payload is woken first: none may ever come.
+    // Threads that wait for a connection or a payload are woken first, because neither may ever arrive.
     m_socketQueue.close();
     {
         std::lock_guard lock(sendMutex);
@@ -74,7 +74,7 @@ void DASHClientInterface::CloseSocketWithMPM() {
     } else if (g_pServiceState->m_vorkVersion < FirmwareLevel::DashCloseByFirmware) {
         CloseSocketInZEL(socket);
     }
-    // Newer firmware ends the connection itself; the idle limit catches the case where it does not.
+    // Newer firmware ends the connection itself. The idle limit handles the case where it does not.
 }
 
 void DASHClientInterface::CloseSocketInZEL(SOCKET only) {
@@ -83,15 +83,16 @@ void DASHClientInterface::CloseSocketInZEL(SOCKET only) {
     if (socket == INVALID_SOCKET || (only != INVALID_SOCKET && only != socket)) {
         LogInfo("Accept socket is Invalid");
     } else {
-        // Out of the receive task's reach before it hears of the end: it would tell the firmware of a close
-        // that is none of its business, and that might reach the next session.
+        // acceptSocket is cleared before the receive task can detect the end of the connection. Otherwise
+        // that task would report a close to the firmware that is not its own, and that close might affect the
+        // next session.
         acceptSocket = INVALID_SOCKET;
         m_bStopSession = 1;
         LogInfo("Closing accept socket with address: %I64x", socket);
         shutdown(socket, SD_SEND);
         int error = 0;
         {
-            // A recv() that is under way must not meet the handle as that of the next connection.
+            // A concurrent recv() must not run on a recycled handle.
             std::lock_guard receiving(receiveMutex);
             if (closesocket(socket) != 0) error = WSAGetLastError();
         }
@@ -104,17 +105,18 @@ void DASHClientInterface::CloseSocketInZEL(SOCKET only) {
     LogInfo("%s: CloseSocket, After sock close", "CloseSocketInZEL");
 }
 
-// The fault is found on the very workers that the reset joins, so it needs a thread of its own.
+// The workers that the reset joins are the ones that detect the fault, so the reset needs its own thread.
 void DASHClientInterface::StartResetThread() {
     try {
         m_resetThreads.Start([this] { ResetDASHCommunication(); });
     } catch (const std::system_error& error) {
-        // The session has ended all the same; the next one may do better. A stop goes on here.
+        // The session has ended anyway, and the next one may succeed. A stop of the service also continues
+        // here.
         LogError("%s: no thread for the reset: %s", "StartResetThread", error.what());
     }
 }
 
-// The pools do not start again: a reset ends the service's DASH traffic until the process restarts.
+// The pools do not restart: a reset ends the service's DASH traffic until the process restarts.
 void DASHClientInterface::ResetDASHCommunication() {
     LogWarn("Resetting DASH communication");
     m_bStopSession = 1;

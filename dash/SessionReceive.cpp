@@ -1,4 +1,4 @@
-// Client to firmware.
+// Transfers bytes from the client to the firmware.
 #include "base/Log.h"
 #include "dash/DASHClientInterface.h"
 #include "state/ServiceState.h"
@@ -11,7 +11,7 @@ void DASHClientInterface::DataRecvThread() {
         receiving = ReceiveOnce(socket);
         Sleep(0);
     }
-    // When another has ended this session, the next one may have begun already.
+    // When another thread has ended this session, the next one may already have begun.
     if (acceptSocket == socket) {
         m_bReceiveEnded = !receiving;
         CloseSocketWithMPM();
@@ -19,7 +19,7 @@ void DASHClientInterface::DataRecvThread() {
     LogInfo("%s: exit", "DataRecvThread");
 }
 
-// False when the connection has come to its end. `socket` becomes the session's as it is now.
+// Returns false when the connection has ended. Sets `socket` to the session's current socket.
 bool DASHClientInterface::ReceiveOnce(SOCKET& socket) {
     int received = 0, error = 0;
     {
@@ -29,7 +29,8 @@ bool DASHClientInterface::ReceiveOnce(SOCKET& socket) {
             LogInfo("preventing recv() to avoid multi-threading issues.");
             return false;
         }
-        WSASetLastError(0);  // so that the error below is this recv()'s and not that of an earlier, empty one
+        // The error below must be that of this recv(), not of an earlier empty one.
+        WSASetLastError(0);
         received = recv(socket, m_recvBuffer.data(), kReceiveSize, 0);
         error = WSAGetLastError();
     }

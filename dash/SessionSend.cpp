@@ -1,4 +1,4 @@
-// Firmware to client. One payload is pending at a time; the next one replaces it.
+// Sends bytes from the firmware to the client. At most one payload is pending; the next one replaces it.
 #include <cstring>
 #include <new>
 
@@ -51,7 +51,7 @@ void DASHClientInterface::SendDataToDASHClient() {
             break;
         }
     }
-    // What was for a session that has ended is not for the next one.
+    // A payload for a session that has ended must not go to the next one.
     if (acceptSocket == INVALID_SOCKET) {
         SendSize = 0;
         Sendbuffer.reset();
@@ -74,8 +74,8 @@ DASHClientInterface::SendOutcome DASHClientInterface::SendPendingData() {
         if (sent < 1) {
             outcome.error = WSAGetLastError();
             LogInfo("send() failed. Error: %d", outcome.error);
-            // The receive task has seen the end, too, and closes the session: five more of these would end
-            // all sessions for good.
+            // The receive task has also detected the end and closes the session. Counting five more failures
+            // here would end all sessions permanently.
             if (m_bReceiveEnded && !IsTemporary(outcome.error)) break;
             g_pServiceState->SleepUnlessStopping(kSendRetryMilliseconds);
             ++outcome.failures;

@@ -1,4 +1,4 @@
-// Accepted sockets that wait for their turn, first in first out, without a bound.
+// An unbounded first-in, first-out queue of accepted sockets.
 #pragma once
 
 #include <winsock2.h>
@@ -17,14 +17,16 @@ class SocketQueue {
         m_condition.notify_one();
     }
 
-    // Waits for a socket. INVALID_SOCKET once the queue is closed, whatever it still holds.
+    // Blocks until a socket is available. Returns INVALID_SOCKET once the queue is closed, even when it still
+    // holds sockets.
     SOCKET pop() {
         std::unique_lock lock(m_mutex);
         m_condition.wait(lock, [this] { return m_closed || !m_sockets.empty(); });
         return m_closed ? INVALID_SOCKET : TakeFront();
     }
 
-    // The same without waiting, from a closed queue too. INVALID_SOCKET when there is none.
+    // Returns the next socket without blocking, even from a closed queue. Returns INVALID_SOCKET when there
+    // is none.
     SOCKET tryPop() {
         std::lock_guard lock(m_mutex);
         return m_sockets.empty() ? INVALID_SOCKET : TakeFront();
@@ -35,7 +37,7 @@ class SocketQueue {
         return m_sockets.size();
     }
 
-    // Nobody waits in pop from now on.
+    // Closes the queue and unblocks every pop().
     void close() {
         {
             std::lock_guard lock(m_mutex);

@@ -3,7 +3,7 @@
 #include <system_error>
 
 namespace {
-// The pool whose worker the calling thread is.
+// The pool that the calling thread is a worker of.
 thread_local const ThreadPool* ownPool = nullptr;
 }  // namespace
 

@@ -1,5 +1,5 @@
-// Workers that run queued tasks strictly one after another each; a task that never returns blocks all behind
-// it.
+// A pool of worker threads. Each worker runs queued tasks one after another, so in a pool of one worker a
+// task that never returns blocks all tasks behind it.
 #pragma once
 
 #include <condition_variable>
@@ -16,16 +16,16 @@
 
 class ThreadPool {
   public:
-    // Starts `count` workers at once. A thread that cannot be started throws std::system_error
-    // (resource_unavailable_try_again).
+    // Starts `count` workers at once. Throws std::system_error (resource_unavailable_try_again) when a thread
+    // cannot be started.
     explicit ThreadPool(size_t count);
-    // As Stop.
+    // Calls Stop.
     ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
 
-    // Appends a task; `function` is called with `arguments`. What the task returns by or throws is seen
-    // through the future only. Throws std::runtime_error once the pool is stopped. Any thread.
+    // Appends a task that calls `function` with `arguments`. Only the future reports the task's end and its
+    // exception. Throws std::runtime_error once the pool is stopped. Any thread.
     template <class Function, class... Arguments>
     std::future<void> enqueue(Function&& function, Arguments&&... arguments) {
         auto task = std::make_shared<std::packaged_task<void()>>(
@@ -40,12 +40,12 @@ class ThreadPool {
         return result;
     }
 
-    // How many tasks have not begun. Any thread.
+    // Returns the number of tasks that have not begun. Any thread.
     size_t Waiting();
 
-    // Final: waits for the running tasks to return and drops those that have not begun. May be called again,
-    // and from any thread but the pool's own workers, where it throws std::system_error
-    // (resource_deadlock_would_occur).
+    // Stops the pool permanently: waits until the running tasks return and drops those that have not begun.
+    // It may be called again, and from any thread except the pool's own workers. On a worker it throws
+    // std::system_error (resource_deadlock_would_occur).
     void Stop();
 
   private:
@@ -57,5 +57,6 @@ class ThreadPool {
     std::condition_variable condition;
     bool stop = false;
     bool stopNow = false;
-    std::mutex m_joinMutex;  // two threads may stop the pool at once; only one of them can join a worker
+    // Two threads may stop the pool at once, but only one of them can join a worker.
+    std::mutex m_joinMutex;
 };

@@ -1,4 +1,4 @@
-// The host's primary IPv4 address as the firmware is told of it.
+// Stores the host's primary IPv4 address in the form that the service reports to the firmware.
 #pragma once
 
 #include <winsock2.h>
@@ -11,48 +11,53 @@
 
 #include "mailbox/MailboxRecords.h"
 
-// Looks the primary address up: the first adapter that has an address and a gateway. Without one it looks
-// again after 3 seconds, or at once when the service stops, and then falls back to 127.0.0.1. An adapter list
-// that cannot be read leaves the address 0. `port` goes into the record. Any thread; no lock is held.
+// Returns the primary address: that of the first adapter with an address and a gateway. When there is none,
+// it looks again after 3 seconds, or at once when the service stops, and then falls back to 127.0.0.1. When
+// the adapter list cannot be read, the address is 0. `port` goes into the record. Any thread; no lock is
+// held.
 IPCompleteInfo GetPrimaryAddress(uint32_t port);
 
-// Any thread may call each operation. IPv4 words are in network byte order, as inet_addr gives them.
+// Every method may be called on any thread. IPv4 addresses are in network byte order, as inet_addr returns
+// them.
 class IPv4InfoStore {
   public:
-    // Takes the address that GetPrimaryAddress finds, and forgets the peer. May take 3 seconds. The flag has
-    // no effect on the choice of the adapter.
+    // Stores the address that GetPrimaryAddress returns and clears the peer. This may take 3 seconds.
+    // `wireless` has no effect on the choice of the adapter.
     void UpdateNetworkAddress(bool wireless);
-    // The same, unless network updates are disabled.
+    // Calls UpdateNetworkAddress unless network updates are disabled.
     void UpdateIfEnabled(bool wireless);
-    // Sends the record to the firmware, unless both it and the one sent before it are the loopback address.
+    // Sends the record to the firmware. Sends nothing when both this record and the previously sent one have
+    // the loopback address.
     void SendIPCompleteInfo();
     uint32_t GetCurrentIPv4() const;
 
-    // A new connection: the local port in host order, the peer's port as sockaddr_in has it.
+    // Stores the peer of a new connection. The local port is in host byte order, the peer's port as in
+    // sockaddr_in.
     void SetPeer(uint16_t localPort, uint32_t peerAddress, uint16_t peerPort, uint16_t marker);
     void ClearPeer();
-    // Zeroes the whole record.
+    // Clears the whole record to zeros, including ports and peer.
     void ClearAddresses();
 
-    // Returns a copy of the record, which from then on is the one sent last.
+    // Returns a copy of the record and stores its address as the last one sent.
     IPCompleteInfo TakeForSending();
-    // SetPeer and TakeForSending as one step: the copy names this peer and no other connection's.
+    // Performs SetPeer and TakeForSending under one lock, so that the copy contains this peer and not that of
+    // another connection.
     IPCompleteInfo TakeForNewConnection(uint16_t localPort, uint32_t peerAddress, uint16_t peerPort,
                                         uint16_t marker);
 
-    // What a scan has learned of the interface with this address: 3 static or 4 from DHCP, the DHCP server,
-    // the kind of adapter. Later scans overwrite it, nothing removes it.
+    // Stores what a scan found about the interface with this address: the address origin (3 static, 4 DHCP),
+    // the DHCP server and the adapter type. Later scans overwrite an entry; no entry is removed.
     void RememberInterface(uint32_t address, uint32_t addressOrigin, uint32_t dhcpServer,
                            const std::string& adapterType);
 
-    // Texts for the status file and the log: address words in plain hexadecimal, "0" for none.
+    // Texts for the status file and the log. Addresses are in plain hexadecimal; "0" means none.
     std::string IPv4AddressText() const;
     std::string SubnetText() const;
     std::string GatewayText() const;
     std::string DnsServerText() const;
     std::string AddressOriginText(uint32_t address) const;  // "Dynamic", "Static" or "Unknown"
     std::string DHCPServerText(uint32_t address) const;
-    std::string AdapterTypeText(uint32_t address) const;  // "Wired LAN", "PPP", ...; empty when not known
+    std::string AdapterTypeText(uint32_t address) const;  // "Wired LAN", "PPP", ...; empty if unknown
 
   private:
     mutable std::recursive_mutex m_mutex;

@@ -1,5 +1,5 @@
-// A table of the IP helper library, which tells how large it is only when it is asked with too small a
-// buffer.
+// Owns a table of the IP helper library. The library reports the required size only when it is called with a
+// buffer that is too small.
 #pragma once
 
 #include <winsock2.h>
@@ -14,8 +14,8 @@ class IpHelperTable {
   public:
     enum class Outcome { Filled, NoFirstBuffer, NoGrownBuffer, CallFailed };
 
-    // Asks with a buffer of one Table and, when the call answers `tooSmall`, once more with the size it
-    // named. The call takes (Table*, ULONG* size in bytes) and returns a Win32 error.
+    // Calls `call` with a buffer of one Table. When that returns `tooSmall`, calls it once more with the size
+    // that it reported. The call takes (Table*, ULONG* size in bytes) and returns a Win32 error.
     template <class Call>
     Outcome Fill(DWORD tooSmall, Call call) {
         ULONG size = sizeof(Table);
@@ -28,7 +28,7 @@ class IpHelperTable {
         return m_error == NO_ERROR ? Outcome::Filled : Outcome::CallFailed;
     }
 
-    // Of the last call.
+    // Returns the error of the last call.
     DWORD Error() const { return m_error; }
 
     Table* Get() { return reinterpret_cast<Table*>(m_buffer.get()); }

@@ -109,7 +109,8 @@ void SendNetworkStatus(bool wireless) {
         return;
     }
     NetworkStatusInfo status{};
-    // The local network, alone or with the RAS-installed bit; a modem or a proxy counts as not connected.
+    // These flags mean a local network, alone or with the RAS-installed bit. A modem or a proxy counts as not
+    // connected.
     if (flags == 0x02 || flags == 0x12) {
         status.status = wireless ? 2 : 1;
         if (wireless) {

@@ -1,4 +1,4 @@
-// The host's interfaces as the firmware is told of them.
+// Collects the host's interfaces in the form that the service reports to the firmware.
 #pragma once
 
 #include <winsock2.h>
@@ -18,14 +18,14 @@ class NetworkInventory {
     NetworkInventory(IPv4InfoStore& addresses, NetworkStateStore& reported)
         : m_addresses(addresses), m_reported(reported) {}
 
-    // Scans the host into the record: the true count, and the first five interfaces. What the scan learns of
-    // each address goes into IPv4InfoStore. Holds the lock of NetworkStateStore for as long as the scan
-    // takes. Any thread.
+    // Scans the host and fills the record with the true number of interfaces and the first five of them.
+    // Stores what the scan finds about each address in IPv4InfoStore. Holds the lock of NetworkStateStore
+    // during the scan. Any thread.
     void FillMultiNwInfo(MultiNwInfo& record);
 
-    // Makes the record the picture that later scans are compared with, and reports the primary address when
-    // it has moved. Returns true when an interface is other than Ethernet. May take 3 seconds, and as long as
-    // the firmware takes to answer. Any thread.
+    // Stores the record as the state that later scans are compared with, and reports the primary address when
+    // it has changed. Returns true when at least one interface is not Ethernet. May block for 3 seconds, and
+    // until the firmware answers. Any thread.
     bool CommitNwInfo(const MultiNwInfo& record);
 
   private:
@@ -35,20 +35,21 @@ class NetworkInventory {
     NetworkStateStore& m_reported;
 };
 
-// For firmware that is told of one interface: the first wireless one, or the last. False when there is none.
+// Chooses the interface for firmware that accepts only one: the first wireless one, or else the last. Returns
+// false when there is none.
 bool ChoosePrimaryEntry(const MultiNwInfo& record, size_t& index);
 NwInfo MakeNwInfo(const NwInfoEntry& entry);
 
-// Tells the firmware over what the host is connected. Any thread.
+// Reports to the firmware how the host is connected. Any thread.
 void SendNetworkStatus(bool wireless);
 
-// The local time's offset from UTC in seconds, east positive; 0 when it can't be told.
+// Returns the local time's offset from UTC in seconds, east positive. Returns 0 when it cannot be determined.
 int32_t GetTimezoneDiff();
 
-// False, with the domain "N/A", when a name can't be read.
+// Returns false and sets the domain to "N/A" when a name cannot be read.
 bool GetHostAndDnsDomain(std::string& host, std::string& domain);
 
-// The filled slots of a record, whose count may be above that.
+// Returns the number of filled slots. The record's Count may be larger.
 inline size_t FilledSlots(const MultiNwInfo& record) {
     return record.Count < MultiNwInfo::kSlots ? record.Count : MultiNwInfo::kSlots;
 }

@@ -1,4 +1,4 @@
-// The scanning thread, and what a scan reports by either way.
+// The scanning thread, and the reports of periodic scans and of WLAN events.
 #include "reporting/NetworkMonitor.h"
 
 #include "base/Log.h"
@@ -47,7 +47,7 @@ void NetworkMonitor::StopNetworkScanThread() {
 
 void NetworkMonitor::NetworkScanThread() {
     while (WaitForSingleObject(m_hNetworkScanStopEvent.Get(), kScanPeriodMilliseconds) == WAIT_TIMEOUT) {
-        // A scan after a WLAN event postpones this one, by a whole period at most.
+        // A scan after a WLAN event postpones this one by at most one period.
         if (SteadyTime() - m_lastNetworkScanTime < kLeastScanDistance) continue;
         // The periodic scan does not send the list; only WLAN events and the platform update do.
         ReportNetwork({.logsCount = true});
@@ -82,12 +82,12 @@ void NetworkMonitor::HandleWlanEvent(DWORD source, DWORD code) {
         if (IsOldFirmwaresEvent(source, code))
             ReportNetwork({.logsSkippedAddress = false, .sendsInventory = true});
     } else if (!ReportNetwork({.sendsAddress = true, .sendsInventory = true})) {
-        // The network may be the same over another Wi-Fi profile.
+        // The network may be unchanged while the Wi-Fi profile has changed.
         if (version >= FirmwareLevel::WiFiSync) CheckWlanAndSyncProfile(false);
     }
 }
 
-// Older firmware is only told of a completed connection.
+// Older firmware receives only completed connections.
 bool NetworkMonitor::IsOldFirmwaresEvent(DWORD source, DWORD code) const {
     if (source != WLAN_NOTIFICATION_SOURCE_ACM) return false;
     if (code == wlan_notification_acm_disconnected)

@@ -1,4 +1,4 @@
-// Notices changes of the host's network: by a scan every 61 seconds, and by the notifications of the WLAN
+// Detects changes of the host's network by a scan every 61 seconds and by the notifications of the WLAN
 // service.
 #pragma once
 
@@ -20,12 +20,12 @@ class NetworkStateStore;
 class StatusFile;
 struct MultiNwInfo;
 
-// What a pass over the network does with what it finds.
+// Selects what one pass over the network reports.
 struct NetworkPass {
-    bool onlyWhenChanged = true;  // false: reports also a picture that the firmware knows
+    bool onlyWhenChanged = true;  // false: reports even a state that the firmware already has
     bool logsCount = false;
     bool updatesAddress = true;
-    bool logsSkippedAddress = true;  // when updates are disabled meanwhile
+    bool logsSkippedAddress = true;  // when updates have been disabled in the meantime
     bool sendsAddress = false;
     bool sendsInventory = false;
 };
@@ -34,32 +34,33 @@ class NetworkMonitor {
   public:
     NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported, NetworkInventory& inventory,
                    StatusFile& statusFile);
-    // Ends the notifications. The scanning thread must have ended.
+    // Unregisters the notifications. The scanning thread must have ended.
     ~NetworkMonitor();
     NetworkMonitor(const NetworkMonitor&) = delete;
     NetworkMonitor& operator=(const NetworkMonitor&) = delete;
 
-    // Starts the scanning thread unless it runs or the service stops. Any thread.
+    // Starts the scanning thread unless it already runs or the service is stopping. Any thread.
     void StartNetworkScanThread();
-    // Ends and joins it; may wait for a scan: 3 seconds, and for as long as the firmware doesn't answer. Any
-    // thread but the scanning one.
+    // Ends and joins the scanning thread. May block for a running scan: 3 seconds, and until the firmware
+    // answers. Any thread except the scanning thread.
     void StopNetworkScanThread();
 
-    // Scans the network, compares it with the picture that was reported last, makes it the new picture and
-    // reports what the pass asks for. Returns false when there was nothing to report. Any thread.
+    // Scans the network, compares it with the state that was reported last, stores it as the new state and
+    // reports what the pass selects. Returns false when there is nothing to report. Any thread.
     bool ReportNetwork(const NetworkPass& pass);
 
-    // 0, or the WLAN service's error. Any thread.
+    // Returns 0 or the WLAN service's error. Any thread.
     DWORD RegisterWlanNotification();
     void UnRegisterWlanNotification();
 
-    // A thread of the WLAN service. Looks at the first notification of a burst, two seconds later.
+    // Runs on a thread of the WLAN service. Handles the first notification of a burst two seconds later and
+    // ignores the others.
     void OnWlanNotification(const WLAN_NOTIFICATION_DATA& data);
 
-    // 0 and the interface's GUID when the first WLAN interface is connected; else an error, 1359 when it
-    // isn't.
+    // Returns 0 and the interface's GUID when the first WLAN interface is connected. Otherwise returns an
+    // error, which is 1359 when the interface is not connected.
     DWORD CheckIfWLANConnected(bool verbose, GUID& interfaceGuid);
-    // True when the host is connected over WLAN.
+    // Returns true when the host is connected over WLAN.
     bool CheckWlanAndSyncProfile(bool verbose);
 
   private:
@@ -76,18 +77,18 @@ class NetworkMonitor {
     std::mutex m_threadMutex;  // guards the thread object
     std::unique_ptr<std::thread> m_pNetworkScanThreadObj;
     UniqueHandle m_hNetworkScanStopEvent;  // manual-reset
-    std::atomic<uint64_t> m_lastNetworkScanTime{
-        0};  // ns of the steady clock: start of the last scan by either way
+    // Steady-clock time in ns at which the last scan started, periodic or after a WLAN event.
+    std::atomic<uint64_t> m_lastNetworkScanTime{0};
 
     std::mutex m_wlanMutex;  // guards the two handles
-    // The client that is notified, and whether it was registered.
+    // The client that receives notifications, and whether it has been registered.
     struct {
         HANDLE client = nullptr;
         bool registered = false;
     } m_wlanRegistration;
-    UniqueWlanHandle m_hWlanClient;  // for queries; opened at the first one
+    UniqueWlanHandle m_hWlanClient;  // for queries; the first one opens it
     std::atomic<uint8_t> m_bWlanEventPending{0};
 };
 
-// Sends the record that this firmware takes: all interfaces, or below version 2.0 the chosen one.
+// Sends the record that this firmware accepts: all interfaces, or only the chosen one below version 2.0.
 void WriteNetworkInventory(const MultiNwInfo& record);

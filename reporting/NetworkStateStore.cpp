@@ -44,7 +44,8 @@ bool NetworkStateStore::HasChanged(const MultiNwInfo& record) {
         return true;
     }
     if (Count == 0) {
-        // Never reached: a record without interfaces is dealt with above.
+        // This is never reached: the code above returns for a record without interfaces, and for one with
+        // another count.
         LogInfo("The system is not connected to a network. (disconnected -> connected)");
     }
     for (size_t i = 0; i < FilledSlots(record); ++i)
@@ -52,7 +53,6 @@ bool NetworkStateStore::HasChanged(const MultiNwInfo& record) {
     return false;
 }
 
-// Speed, mask and gateway play no part.
 bool NetworkStateStore::InterfaceHasChanged(const Interface& current, const NwInfoEntry& entry) const {
     const std::string name(TextInField(entry.Name)), mac(TextInField(entry.MACAddress));
     if (current.Name != name) {

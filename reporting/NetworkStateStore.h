@@ -1,4 +1,4 @@
-// The picture of the network that was reported last: later scans are compared with it.
+// Stores the network state that was reported last. Later scans are compared with it.
 #pragma once
 
 #include <array>
@@ -10,15 +10,15 @@
 
 class IPv4InfoStore;
 
-// Any thread may call each operation. Whoever holds this lock may take that of IPv4InfoStore, not the
-// reverse.
+// Every method may be called on any thread. A thread that holds this lock may take the lock of IPv4InfoStore,
+// but not the reverse.
 class NetworkStateStore {
   public:
-    // A host without interfaces has no primary address either: the record of `addresses` is cleared with the
-    // picture.
+    // A host without interfaces has no primary address either, so the record of `addresses` is cleared
+    // together with the stored state.
     explicit NetworkStateStore(IPv4InfoStore& addresses) : m_addresses(addresses) {}
 
-    // What counts as a change of an interface; its speed, mask and gateway do not.
+    // The fields whose change counts as a change of an interface. Speed, mask and gateway do not count.
     struct Interface {
         std::string Name;
         std::string MACAddress;
@@ -28,15 +28,15 @@ class NetworkStateStore {
         uint32_t IPv4Address = 0;
     };
 
-    // Takes the record's count as it is, and the interfaces of its five slots.
+    // Stores the record's count unchanged, and the interfaces of its five slots.
     void Store(const MultiNwInfo& record);
     void Clear();
-    // Whether a newly read record differs from the stored picture; logs the first difference. A record
-    // without interfaces always does, and clears the picture and the primary address.
+    // Returns true when a new record differs from the stored state, and logs the first difference. A record
+    // without interfaces always differs; it clears the stored state and the primary address.
     bool HasChanged(const MultiNwInfo& record);
-    // Held for as long as a scan takes, so that two scans don't mix.
+    // Locks the store. A scan holds this lock throughout, so that two scans do not mix.
     std::unique_lock<std::recursive_mutex> Lock() const { return std::unique_lock(m_mutex); }
-    // The interfaces that the host had, also those beyond the slots.
+    // Returns the number of interfaces that the host had, including those beyond the slots.
     uint32_t GetCount() const;
 
   private:

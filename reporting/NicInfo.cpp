@@ -17,7 +17,7 @@ namespace {
 struct InterfaceType {
     DWORD type;
     const char* typeName;
-    const char* adapterType;  // null: the same
+    const char* adapterType;  // null: same as typeName
     uint16_t linkTechnology;
 };
 
@@ -121,7 +121,7 @@ std::string MacText(const MIB_IFROW& row) {
     return text;
 }
 
-// False when the interface is a loopback by its description, whatever its address.
+// Returns false when the description marks the interface as a loopback, whatever its address is.
 bool TakeInterface(NicInfo& nic, const MIB_IFROW& row) {
     char name[260] = "";
     WideCharToMultiByte(CP_ACP, 0, row.wszName, -1, name, sizeof name - 1, nullptr, nullptr);

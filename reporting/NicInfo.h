@@ -10,7 +10,7 @@ inline constexpr uint16_t kLinkWireless = 11;
 inline constexpr uint32_t kAddressStatic = 3;
 inline constexpr uint32_t kAddressDHCP = 4;
 
-// One address of an interface. IPv4 words are in network byte order.
+// One address of an interface. IPv4 addresses are in network byte order.
 struct NicInfo {
     uint32_t InterfaceIndex = 0;
     uint32_t Speed = 0;  // bits per second
@@ -29,13 +29,12 @@ struct NicInfo {
     uint32_t Subnet = 0;
     uint32_t Gateway = 0;
     uint32_t DHCPServer = 0;
-    // What is not known to be Ethernet counts as wireless, and so does an interface of which nothing is
-    // known.
+    // An interface that is not known to be Ethernet counts as wireless, even when nothing is known about it.
     uint16_t LinkTechnology = kLinkWireless;
     bool IsDynamic = false;
 };
 
-// Scans the host: addresses, then the interfaces they belong to, then gateways and DHCP servers. A step that
-// fails is logged and leaves its fields as they are; without addresses the list is empty. Any thread; takes
-// no lock.
+// Scans the host: first the addresses, then the interfaces they belong to, then gateways and DHCP servers. A
+// step that fails is logged and leaves its fields unchanged. Without addresses the list is empty. Any thread;
+// takes no lock.
 std::vector<NicInfo> GetNicInfoList();

@@ -48,7 +48,7 @@ void LogRecord(const OsInfo& info) {
 void WriteOSInfoToMPM(WMIInterface& wmi) {
     OsInfo info{};
     wmi.GetOSinformation(&info);
-    // Without a name the field stays empty.
+    // The field stays empty when the call fails.
     gethostname(info.HostName, sizeof info.HostName);
     CopyToField(info.ZELVersion, kServiceVersion);
     FillDomainName(info);

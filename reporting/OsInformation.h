@@ -1,4 +1,4 @@
-// What the firmware is told of the host's operating system.
+// Reports the host's operating system to the firmware.
 #pragma once
 
 #include <string>
@@ -7,9 +7,10 @@
 
 class WMIInterface;
 
-// Assembles the record and sends it to the firmware; what could not be read stays zero or takes its default.
-// Asks WMI, and waits for it.
+// Assembles the record and sends it to the firmware. Values that cannot be read stay zero or take their
+// default. Queries WMI and blocks until it answers.
 void WriteOSInfoToMPM(WMIInterface& wmi);
 
-// "Microsoft Windows 11 Professional": from the running system's version and the edition in the registry.
+// Returns the product name, such as "Microsoft Windows 11 Professional". It combines the running system's
+// version with the edition from the registry.
 std::string GetOsName();

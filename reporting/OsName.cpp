@@ -1,4 +1,4 @@
-// The product name of the operating system: its version as it runs, its edition as the registry has it.
+// Builds the operating system's product name from the running version and the edition in the registry.
 #include <winsock2.h>
 #include <windows.h>
 
@@ -31,8 +31,8 @@ std::string VersionName(const RTL_OSVERSIONINFOW& version) {
     }
 }
 
-// The documented calls answer with the version that the executable's manifest names; this one with the true
-// one.
+// The documented calls return the version that the executable's manifest names. RtlGetVersion returns the
+// true version.
 std::string VersionName() {
     using RtlGetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
     const HMODULE library = GetModuleHandleA("ntdll.dll");
@@ -69,7 +69,8 @@ std::string ReadNumber(HKEY key, const char* name) {
     return std::to_string(number);
 }
 
-// A text, or a number in decimal; empty for any other type and when it can't be read.
+// Returns a text value, or a number in decimal. Returns an empty text for any other type and when the value
+// cannot be read.
 std::string ReadValue(const char* subkey, const char* name) {
     UniqueRegistryKey key;
     DWORD type = REG_NONE, size = 0;

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr size_t kAdapterBufferSize = 11264;  // not grown: a host with more adapters reports no address
+constexpr size_t kAdapterBufferSize = 11264;  // fixed: a host with more adapters reports no address
 constexpr size_t kNetworkParamsSize = 600;
 constexpr int kAttempts = 2;
 constexpr DWORD kRetryMilliseconds = 3000;
@@ -22,7 +22,7 @@ bool IsAddress(const IP_ADDRESS_STRING& address) {
     return address.String[0] && std::strcmp(address.String, "0.0.0.0") != 0;
 }
 
-// The text of the first DNS server; empty when there is none or it can't be read.
+// Returns the first DNS server as text. Returns an empty text when there is none or it cannot be read.
 std::string FirstDnsServer() {
     std::vector<uint64_t> buffer(kNetworkParamsSize / sizeof(uint64_t));
     ULONG size = kNetworkParamsSize;
@@ -70,7 +70,7 @@ IPCompleteInfo GetPrimaryAddress(uint32_t port) {
             return info;
         }
         for (; adapter; adapter = adapter->Next) {
-            // An adapter without a gateway leads nowhere, whatever its address.
+            // An adapter without a gateway does not count, whatever its address is.
             if (!IsAddress(adapter->IpAddressList.IpAddress) || !IsAddress(adapter->GatewayList.IpAddress))
                 continue;
             Take(*adapter, info);

@@ -44,7 +44,7 @@ void AddFirmware(Json::Value& values) {
 }
 
 void AddNetwork(Json::Value& values, const IPv4InfoStore& store, const NetworkStateStore& interfaces) {
-    // Ahead of the addresses: its lock comes before theirs.
+    // The interfaces are read before the addresses, because their lock comes first in the lock order.
     const bool hasInterfaces = interfaces.GetCount() != 0;
     const uint32_t address = store.GetCurrentIPv4();
     values["AddressOrigin"] = store.AddressOriginText(address);

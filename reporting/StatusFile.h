@@ -1,4 +1,5 @@
-// zel_json_data.txt in the working folder: what the service knows, for whoever reads the folder.
+// Writes zel_json_data.txt in the working folder. The file publishes the service's state to any program that
+// reads the folder.
 #pragma once
 
 #include <mutex>
@@ -11,17 +12,18 @@ class StatusFile {
     StatusFile(const IPv4InfoStore& addresses, const NetworkStateStore& interfaces)
         : m_addresses(addresses), m_interfaces(interfaces) {}
 
-    // Writes the whole file anew. A file that can't be opened is logged and left alone, as is one that has
-    // been deleted: a report that ends behind the service's end writes nothing. Any thread.
+    // Rewrites the whole file. A file that cannot be opened is logged and skipped. After DeleteStatusFile
+    // this writes nothing, so that a report that finishes after the service has ended does not recreate the
+    // file. Any thread.
     void UpdateStatusFile();
 
-    // Removes the file for good; one that is absent is no error. Throws std::filesystem::filesystem_error
-    // when it can't be told whether it exists. On the stop's thread.
+    // Deletes the file permanently. A missing file is not an error. Throws std::filesystem::filesystem_error
+    // when its existence cannot be determined. Called on the thread that stops the service.
     void DeleteStatusFile();
 
   private:
     const IPv4InfoStore& m_addresses;
     const NetworkStateStore& m_interfaces;
-    std::recursive_mutex m_mutex;  // taken ahead of those of the stores
+    std::recursive_mutex m_mutex;  // locked before the mutexes of the stores
     bool m_bDeleted = false;
 };

@@ -9,8 +9,8 @@
 
 namespace {
 
-// Sign, two digits of hours, two of minutes. Not every C runtime's "%z" is that, so that the difference of
-// the two calendars is taken.
+// Returns a sign, two digits of hours and two of minutes. "%z" does not have this format in every C runtime,
+// so the offset is the difference of the two calendar times.
 std::string OffsetText(struct tm local, struct tm utc) {
     int minutes = (local.tm_hour - utc.tm_hour) * 60 + local.tm_min - utc.tm_min;
     if (local.tm_yday != utc.tm_yday) {

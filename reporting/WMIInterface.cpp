@@ -15,7 +15,7 @@ HRESULT Create(const CLSID& classId, const IID& interfaceId, UniqueInterface<Int
     return code;
 }
 
-// Asks WMI for English texts. Without it the connection is made with the host's language.
+// Requests English texts from WMI. Without this context the connection uses the host's language.
 void CreateEnglishContext(UniqueInterface<IWbemContext>& context) {
     if (FAILED(Create(CLSID_WbemContext, IID_IWbemContext, context))) return;
     const UniqueBstr name(L"__Locale");
@@ -49,7 +49,8 @@ WMIInterface::WMIInterface() {
     if (!m_bComInitialized) LogInfo("Failed to initialize COM library. Error code = 0x%x", code);
 }
 
-// This order is the established one. A service that stops has released both long before.
+// CoUninitialize runs before Release; this order is the established one. A service that stops has released
+// both interfaces long before.
 WMIInterface::~WMIInterface() {
     if (m_bComInitialized) CoUninitialize();
     Release();

@@ -1,4 +1,4 @@
-// What the management instrumentation of the host says of its operating system.
+// Queries the host's Windows Management Instrumentation (WMI) for its operating system.
 #pragma once
 
 #include <winsock2.h>
@@ -12,22 +12,23 @@
 
 class WMIInterface {
   public:
-    // Joins the calling thread to the multithreaded apartment, which all threads of the process share from
-    // then on. A failure is logged.
+    // Initializes COM for the calling thread in the multithreaded apartment, which all threads of the process
+    // share from then on. A failure is logged.
     WMIInterface();
-    // On the thread that constructed it.
+    // Must run on the thread that constructed the object.
     ~WMIInterface();
     WMIInterface(const WMIInterface&) = delete;
     WMIInterface& operator=(const WMIInterface&) = delete;
 
-    // Connects to WMI. The code of the step that failed, or of the last one; nothing is kept after a failure.
+    // Connects to WMI. Returns the code of the step that failed, or of the last step. After a failure the
+    // object holds no connection.
     HRESULT DoInit();
 
-    // Fills Version and OSType; what can't be read is left as it is. The query's code, or E_POINTER for null.
-    // Any thread; waits for WMI without a limit.
+    // Fills Version and OSType, and leaves unchanged what cannot be read. Returns the query's code, or
+    // E_POINTER for a null pointer. Any thread; blocks on WMI without a time limit.
     HRESULT GetOSinformation(OsInfo* pDestBuffer);
 
-    // Lets go of WMI. A query that runs keeps its own hold on it. Any thread.
+    // Releases WMI. A running query holds its own references. Any thread.
     void Release();
 
   private:
@@ -36,7 +37,7 @@ class WMIInterface {
     UniqueInterface<IWbemServices> Services();
 
     bool m_bComInitialized = false;
-    std::mutex m_mutex;  // a stop may come while a report asks
+    std::mutex m_mutex;  // the service may stop while a report queries WMI
     UniqueInterface<IWbemLocator> m_pLocator;
     UniqueInterface<IWbemServices> m_pServices;
 };

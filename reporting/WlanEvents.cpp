@@ -1,4 +1,4 @@
-// What the WLAN service tells of its own accord, and what it is asked.
+// Handles the notifications of the WLAN service and queries its state.
 #include "base/Log.h"
 #include "reporting/NetworkMonitor.h"
 #include "state/ServiceState.h"
@@ -8,7 +8,8 @@ namespace {
 constexpr DWORD kClientVersion = 2;
 constexpr DWORD kDebounceMilliseconds = 2000;
 
-// On a thread of the WLAN service, which takes no exception: a thread that can't be started ends the process.
+// Runs on a thread of the WLAN service, which cannot handle exceptions. A thread that cannot be started
+// therefore ends the process.
 VOID WINAPI WlanCallback(PWLAN_NOTIFICATION_DATA data, PVOID context) noexcept {
     if (data) static_cast<NetworkMonitor*>(context)->OnWlanNotification(*data);
 }
@@ -52,7 +53,7 @@ DWORD NetworkMonitor::RegisterWlanNotification() {
         m_wlanRegistration.client = nullptr;
         return error;
     }
-    // Handle and flag stay as they are when the registration fails.
+    // The handle and the flag stay set when the registration fails.
     m_wlanRegistration.registered = true;
     const DWORD error = WlanRegisterNotification(m_wlanRegistration.client, WLAN_NOTIFICATION_SOURCE_ACM,
                                                  TRUE, &WlanCallback, this, nullptr, nullptr);
@@ -75,7 +76,7 @@ void NetworkMonitor::UnRegisterWlanNotification() {
     m_wlanRegistration = {};
     if (const DWORD error = WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_NONE, TRUE, nullptr,
                                                      nullptr, nullptr, nullptr)) {
-        // No close follows.
+        // The handle is not closed after this failure.
         LogError("%s: WlanRegisterNotification failed with error: %d", kName, error);
     } else if (const DWORD closeError = WlanCloseHandle(client, nullptr)) {
         LogError("WlanCloseHandle failed with error: %d", closeError);
@@ -86,7 +87,7 @@ void NetworkMonitor::OnWlanNotification(const WLAN_NOTIFICATION_DATA& data) {
     LogDebug("Network change received -- Wlan code %d, Wlan Source %d", data.NotificationCode,
              data.NotificationSource);
     if (m_bWlanEventPending.exchange(1)) return;
-    // The data is the WLAN service's, and gone when this returns.
+    // The WLAN service owns the data, which is valid only until this function returns.
     const bool started = g_pServiceState->m_detachedThreads.Start(
         [this, source = data.NotificationSource, code = data.NotificationCode] {
             if (g_pServiceState->SleepUnlessStopping(kDebounceMilliseconds)) HandleWlanEvent(source, code);
@@ -95,7 +96,7 @@ void NetworkMonitor::OnWlanNotification(const WLAN_NOTIFICATION_DATA& data) {
     if (!started) m_bWlanEventPending = 0;
 }
 
-// The client for queries. Null with the error that kept it from being opened.
+// Returns the client for queries. Returns null and sets the error when it cannot be opened.
 HANDLE NetworkMonitor::WlanClient(DWORD& error) {
     std::lock_guard lock(m_wlanMutex);
     DWORD version = 0;
@@ -121,7 +122,7 @@ DWORD NetworkMonitor::CheckIfWLANConnected(bool verbose, GUID& interfaceGuid) {
     if (verbose)
         LogInfo("%s: Number of Entries: %lu, Current Index: %lu", "CheckIfWLANConnected",
                 list->dwNumberOfItems, list->dwIndex);
-    // Every pass looks at the first entry: only the first WLAN interface counts.
+    // Every iteration checks the first entry, because only the first WLAN interface counts.
     for (DWORD pass = 0; pass < list->dwNumberOfItems; ++pass) {
         const WLAN_INTERFACE_INFO& first = list->InterfaceInfo[0];
         if (verbose) PrintWLANState(first.isState);
@@ -136,7 +137,7 @@ DWORD NetworkMonitor::CheckIfWLANConnected(bool verbose, GUID& interfaceGuid) {
 bool NetworkMonitor::CheckWlanAndSyncProfile(bool verbose) {
     GUID interfaceGuid{};
     const bool connected = CheckIfWLANConnected(verbose, interfaceGuid) == ERROR_SUCCESS;
-    // "LAN" is whatever is no connected WLAN, no network at all included.
+    // "LAN" stands for everything except a connected WLAN, including no network at all.
     if (verbose) LogInfo("System is connected to %s", connected ? "WLAN" : "LAN");
     return connected;
 }

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t kLongestHead = 128;  // bytes of a file that are looked at
+constexpr size_t kLongestHead = 128;  // number of bytes read from a file
 
 struct FileCloser {
     void operator()(FILE* file) const { fclose(file); }

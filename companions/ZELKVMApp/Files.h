@@ -1,16 +1,16 @@
-// The files by which the agent is led and in which it tells what it does. All paths are Windows paths.
+// Access to the files that control the agent and to its log. All paths are Windows paths.
 #pragma once
 
 #include <string>
 
-// PROGRAMDATA\Tarvix\Manageability; empty without the variable.
+// Returns PROGRAMDATA\Tarvix\Manageability, or an empty text when the variable is not set.
 std::string WorkingFolder();
-// The folder of this executable, with the separator behind it.
+// Returns the folder of this executable with a trailing separator.
 std::string OwnFolder();
 
-// The first word of a file; empty when there is none.
+// Returns the first word of a file, or an empty text when there is none.
 std::string FirstWord(const std::string& path);
 
-// Appends a line with the time and this process's id. The file is open only so long, because the service
-// deletes it after the session.
+// Appends a line with the time and this process's id. The file is open only during the call, because the
+// service deletes it after the session.
 void AppendLine(const std::string& path, const std::string& text);

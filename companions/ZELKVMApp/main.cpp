@@ -1,5 +1,5 @@
-// Stand-in for the KVM agent: takes the service's command line and leaves when the service asks it to. It
-// moves no keys and no pictures. docs/companions.md tells how it is led.
+// Stand-in for the KVM agent. It accepts the service's command line and exits when the service requests it.
+// It transfers no input and no images. docs/companions.md describes how to control it.
 #include <windows.h>
 
 #include <cstdio>
@@ -17,7 +17,7 @@ constexpr int kUnknownBehaviour = 2;
 
 enum class Behaviour { Obey, Stay, Crash, Unknown };
 
-// What a file beside the executable wants, for tests.
+// Reads the behaviour that a file beside the executable selects for tests.
 Behaviour ReadBehaviour() {
     const std::string word = FirstWord(OwnFolder() + "ZELKVMApp.behaviour");
     if (word.empty()) return Behaviour::Obey;

@@ -13,9 +13,9 @@ namespace {
 
 constexpr int kWrongArguments = 2;
 constexpr double kLongest = 86'400;  // seconds
-constexpr unsigned kOftenest = 100'000;
+constexpr unsigned kMaxRepeat = 100'000;
 
-// "yes" stands for what the service calls it, and so on; any other text is itself.
+// Maps the short answers to the texts of the service's protocol. Any other text stays unchanged.
 std::string TextOf(const std::string& answer) {
     if (answer == "yes") return kConsentYes;
     if (answer == "no") return kConsentNo;
@@ -23,7 +23,7 @@ std::string TextOf(const std::string& answer) {
     return answer;
 }
 
-// \n, \r, \0, \\ and \x41.
+// Decodes the escapes \n, \r, \0, \\ and hexadecimal bytes such as \x41.
 std::string Unescape(const std::string& text) {
     std::string bytes;
     for (size_t i = 0; i < text.size(); ++i) {
@@ -75,7 +75,7 @@ Arguments ParseArguments(int argc, char** argv) {
                        "says nothing), or any other text; several are sent in turn");
     auto* const rawOption = app.add_option("--raw", raw, R"(sends these bytes, with \n, \r, \0, \\ and \x41)")
                                 ->excludes(answerOption);
-    app.add_option("--repeat", repeat, "sends each answer so often")->check(CLI::Range(1u, kOftenest));
+    app.add_option("--repeat", repeat, "sends each answer so often")->check(CLI::Range(1u, kMaxRepeat));
     app.add_option("--delay", delay, "seconds before each answer")->check(seconds);
     app.add_flag("--serve", arguments.serves, "goes on with the next question");
     app.add_flag("--dialog", arguments.dialog, "asks in a window, by zenity, when it is there");

@@ -1,4 +1,4 @@
-// How the consent client is started.
+// The command line of the consent client.
 #pragma once
 
 #include <chrono>
@@ -6,21 +6,21 @@
 #include <string>
 #include <vector>
 
-// What is sent without asking anybody.
+// The answers that the client sends without asking a user.
 struct Unattended {
-    std::vector<std::string> texts;          // one message each, in this order
-    bool staysSilent = false;                // afterwards: until the service closes the pipe
-    unsigned repeat = 1;                     // how often each is sent
-    std::chrono::duration<double> delay{0};  // before each
+    std::vector<std::string> texts;          // each is one message, sent in this order
+    bool staysSilent = false;                // afterwards waits until the service closes the pipe
+    unsigned repeat = 1;                     // number of times that each text is sent
+    std::chrono::duration<double> delay{0};  // pause before each message
 };
 
 struct Arguments {
-    std::optional<std::chrono::duration<double>> wait;  // for a question; none: for ever
+    std::optional<std::chrono::duration<double>> wait;  // time to wait for a question; none: unlimited
     std::optional<Unattended> unattended;
-    bool serves = false;  // goes on with the next question
-    bool dialog = false;  // asks in a window where it can
+    bool serves = false;  // continues with the next question
+    bool dialog = false;  // asks in a window when zenity is available
 };
 
-// Ends the process with code 2 and one line on stderr when the arguments are wrong, and with code 0 after
+// Exits with code 2 and prints one line on stderr when the arguments are wrong. Exits with code 0 after
 // --help.
 Arguments ParseArguments(int argc, char** argv);

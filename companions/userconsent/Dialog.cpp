@@ -11,7 +11,7 @@ namespace {
 constexpr int kYes = 0;
 constexpr int kTimeOver = 5;
 
-// The exit code of a command, and what it prints.
+// Runs a command, appends its output to `output` and returns its exit code, or -1 when it cannot be started.
 int Run(const std::string& command, std::string& output) {
     FILE* const stream = _popen(command.c_str(), "r");
     if (!stream) return -1;

@@ -1,4 +1,4 @@
-// The question in a window of the desktop, by the program zenity.
+// Shows the question in a window of the desktop with the program zenity.
 #pragma once
 
 #include <optional>
@@ -6,5 +6,5 @@
 #include "companions/userconsent/Question.h"
 
 bool DialogIsThere();
-// Nothing when the time has passed without an answer.
+// Returns no value when the time limit passes without an answer.
 std::optional<bool> AskByDialog(const Question& question);

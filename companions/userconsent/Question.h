@@ -1,4 +1,4 @@
-// What the service asks and what it can be answered.
+// The service's question and the possible answers.
 #pragma once
 
 #include <chrono>
@@ -6,18 +6,18 @@
 #include <optional>
 #include <string>
 
-// The third word is spelt so.
+// The protocol spells the third text this way.
 constexpr const char* kConsentYes = "Consent_yes";
 constexpr const char* kConsentNo = "Consent_no";
 constexpr const char* kConsentNoResponse = "Consent_noreponce";
 
 struct Question {
     uint32_t type = 0;
-    uint32_t timeout = 0;  // seconds, as the service gives them
+    uint32_t timeout = 0;  // seconds, as the service sends them
 
-    // How long the service waits in truth.
+    // Returns the time that the service actually waits.
     std::chrono::seconds Limit() const;
 };
 
-// Three lines: "yes", the type, the time-out. Nothing for another text.
+// Parses the three lines "yes", the type and the time-out. Returns no value for any other text.
 std::optional<Question> ParseQuestion(const std::string& text);

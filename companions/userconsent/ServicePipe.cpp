@@ -5,7 +5,7 @@
 namespace {
 
 constexpr const char* kName = "\\\\.\\pipe\\userconsentfeature";
-constexpr DWORD kPause = 100;  // milliseconds between two looks
+constexpr DWORD kPause = 100;  // milliseconds between two attempts
 constexpr size_t kLongestMessage = 512;
 
 HANDLE Open() {
@@ -22,7 +22,8 @@ DWORD ServicePipe::Connect(Patience patience) {
     const auto start = std::chrono::steady_clock::now();
     for (m_pipe.Reset(Open()); !m_pipe; m_pipe.Reset(Open())) {
         const DWORD error = GetLastError();
-        // No pipe yet; one that another client has; one that the service has disconnected and not yet closed.
+        // The client retries while no pipe exists, while another client is connected to it, and while the
+        // service has disconnected the pipe but not yet closed it.
         if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PIPE_BUSY && !HasHungUp(error)) return error;
         if (patience && std::chrono::steady_clock::now() - start >= *patience) return WAIT_TIMEOUT;
         Sleep(kPause);
@@ -30,7 +31,7 @@ DWORD ServicePipe::Connect(Patience patience) {
     DWORD mode = PIPE_READMODE_MESSAGE;
     if (SetNamedPipeHandleState(m_pipe.Get(), &mode, nullptr, nullptr)) return ERROR_SUCCESS;
     const DWORD error = GetLastError();
-    return HasHungUp(error) ? ERROR_SUCCESS : error;  // the next read tells
+    return HasHungUp(error) ? ERROR_SUCCESS : error;  // the next read reports the error
 }
 
 DWORD ServicePipe::Read(std::string& message) {

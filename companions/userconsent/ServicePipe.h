@@ -7,21 +7,22 @@
 
 #include "base/Handles.h"
 
-// Whether an error means that the service has closed its end.
+// Returns true when the error means that the service has closed its end.
 bool HasHungUp(DWORD error);
 
 class ServicePipe {
   public:
-    using Patience = std::optional<std::chrono::duration<double>>;  // none: for ever
+    using Patience = std::optional<std::chrono::duration<double>>;  // none: unlimited
 
-    // Waits until the service asks somebody: its pipe is there and has no client yet. 0, or the error:
-    // WAIT_TIMEOUT when the patience is over.
+    // Blocks until the service asks a question: its pipe exists and has no client yet. Returns 0 or the
+    // error, which is WAIT_TIMEOUT when `patience` has passed.
     DWORD Connect(Patience patience);
-    // One message. 0, or the error; ERROR_MORE_DATA for one that is longer than the service sends.
+    // Reads one message. Returns 0 or the error, which is ERROR_MORE_DATA for a message that is longer than
+    // any the service sends.
     DWORD Read(std::string& message);
-    // Returns when the service has read it. 0, or the error.
+    // Writes one message and blocks until the service has read it. Returns 0 or the error.
     DWORD Write(const std::string& message);
-    // Returns when the service has closed the pipe.
+    // Blocks until the service has closed the pipe.
     void AwaitEnd();
 
   private:

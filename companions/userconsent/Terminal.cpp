@@ -11,9 +11,9 @@ namespace {
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-constexpr DWORD kPeriod = 200;         // milliseconds between two looks at the time
+constexpr DWORD kPeriod = 200;         // milliseconds between two checks of the time
 constexpr long long kEvery = 10;       // seconds between two reminders
-constexpr long long kLastSeconds = 5;  // each of which has its own
+constexpr long long kLastSeconds = 5;  // each of the last seconds has its own reminder
 
 std::optional<bool> AnswerIn(std::string line) {
     std::erase_if(line, [](unsigned char c) { return std::isspace(c); });
@@ -52,7 +52,7 @@ std::optional<bool> Terminal::Ask(const Question& question) {
         "Do you agree? Type yes or no within %lld seconds.\n",
         static_cast<unsigned>(question.type), static_cast<long long>(question.Limit().count()));
     std::fflush(stdout);
-    long long told = question.Limit().count();
+    long long lastShown = question.Limit().count();
     while (steady_clock::now() < deadline) {
         WaitForSingleObject(m_lines->come.Get(), kPeriod);
         while (const auto line = NextLine()) {
@@ -60,9 +60,9 @@ std::optional<bool> Terminal::Ask(const Question& question) {
             std::printf("Please type yes or no.\n");
         }
         const long long left = std::chrono::ceil<seconds>(deadline - steady_clock::now()).count();
-        if (left < told && left > 0 && (left % kEvery == 0 || left <= kLastSeconds))
+        if (left < lastShown && left > 0 && (left % kEvery == 0 || left <= kLastSeconds))
             std::printf("%lld s left\n", left);
-        told = std::min(told, left);
+        lastShown = std::min(lastShown, left);
         std::fflush(stdout);
     }
     return {};

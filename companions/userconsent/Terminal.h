@@ -1,4 +1,4 @@
-// The question in a terminal: whoever sits there types yes or no before the time is over.
+// Asks the question in a terminal. The user types yes or no before the time limit passes.
 #pragma once
 
 #include <deque>
@@ -12,11 +12,12 @@
 
 class Terminal {
   public:
-    // Nothing when the time has passed without an answer. What was typed before the question doesn't count.
+    // Returns no value when the time limit passes without an answer. Lines that were typed before the
+    // question are ignored.
     std::optional<bool> Ask(const Question& question);
 
   private:
-    // Shared with the thread that reads the lines, which blocks there until the process ends.
+    // Shared with the thread that reads the lines. That thread blocks in its read until the process ends.
     struct Lines {
         std::mutex mutex;
         std::deque<std::string> typed;

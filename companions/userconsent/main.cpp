@@ -1,5 +1,5 @@
-// The consent client for a terminal: waits for the service to ask, puts the question to the person there, and
-// sends the answer. docs/companions.md tells how it is used.
+// The consent client for a terminal. It waits for the service's question, asks the user and sends the answer.
+// docs/companions.md describes how to use it.
 #include <windows.h>
 
 #include <cstdio>
@@ -41,7 +41,7 @@ int SendUnattended(ServicePipe& pipe, const Unattended& unattended) {
     return kDone;
 }
 
-// Asks the person at the PC; no answer within the time is an answer too.
+// Asks the user at the PC. No answer within the time limit is also an answer.
 std::string Ask(const Question& question, bool dialog, Terminal& terminal) {
     const auto agrees = dialog && DialogIsThere() ? AskByDialog(question) : terminal.Ask(question);
     if (!agrees) return kConsentNoResponse;
@@ -60,7 +60,7 @@ int AnswerOne(const Arguments& arguments, Terminal& terminal) {
         }
         if (connected != ERROR_SUCCESS) return Fail("the service's pipe can't be opened", connected);
         error = pipe.Read(message);
-        // The service hangs up on the pipe of a question that it gives up for a later one.
+        // The service disconnects the pipe of a question that it abandons for a later one.
     } while (HasHungUp(error));
     if (error != ERROR_SUCCESS) return Fail("the service's question can't be read", error);
     const auto question = ParseQuestion(message);
@@ -83,6 +83,6 @@ int main(int argc, char** argv) {
         code = AnswerOne(arguments, terminal);
     }
     std::fflush(stdout);
-    // A thread may be waiting for a line that nobody types.
+    // A thread may still be blocked in a read of standard input, so the process exits without joining it.
     ExitProcess(static_cast<UINT>(code));
 }
