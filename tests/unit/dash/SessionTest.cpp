@@ -178,6 +178,8 @@ TEST_F(Session, AHundredConsolesAreServedOneAfterAnother) {
     for (int i = 0; i < 100; ++i) {
         clients.push_back(Connect());
         clients.back().Send(std::to_string(i) + ".");
+        // A connection that overflows the listener's backlog is retried only after a second.
+        AwaitLog("Process the accepted connection", clients.size());
     }
     std::string expected;
     for (int i = 0; i < 100; ++i) {

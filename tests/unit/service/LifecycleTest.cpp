@@ -143,7 +143,7 @@ TEST_F(Lifecycle, TheProcessEndsWithAllThreadsGoneAndTheDeviceClosed) {
     Scm().Control(SERVICE_CONTROL_STOP);
     EndMain();
     EXPECT_TRUE(service->EndThreads(INFINITE));
-    EXPECT_FALSE(firmware.HostListening());
+    EXPECT_TRUE(Eventually([this] { return !firmware.HostListening(); }));
 }
 
 TEST_F(Lifecycle, AnInterrogationIsAnsweredWithTheStateAsItIs) {

@@ -122,6 +122,14 @@ TEST_F(ServiceControl, AStopEndsTheRequestsThatHang) {
     std::thread hanging(
         [this] { EXPECT_EQ(service->m_mailBoxDriverInterface.WriteCloseSocketcmd(664), 995u); });
     ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    // A service that is no console reports SERVICE_STOPPED before it closes the log. That report waits until
+    // the request has logged how it ended.
+    service->m_bRunAsConsole = 0;
+    int reports = 0;
+    Gate().Ask([&](const std::string& call, const void*) {
+        if (call == "SetServiceStatus" && ++reports == 2) hanging.join();
+        return 0u;
+    });
     service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0);
-    hanging.join();
+    EXPECT_FALSE(hanging.joinable());
 }
