@@ -70,8 +70,8 @@ void FillUtf16(std::span<char16_t> field, std::wstring_view text) {
     while (!text.empty()) {
         const std::u16string character = Utf16Of(TakeCharacter(text));
         if (length + character.size() >= field.size()) break;
-        std::copy(character.begin(), character.end(), field.begin() + length);
+        std::copy(character.begin(), character.end(), field.subspan(length).begin());
         length += character.size();
     }
-    std::fill(field.begin() + length, field.end(), u'\0');
+    std::fill(field.subspan(length).begin(), field.end(), u'\0');
 }

@@ -122,7 +122,7 @@ void DASHClientInterface::ResetDASHCommunication() {
     m_bStopSession = 1;
     for (ThreadPool* pool : {&m_sendPool, &m_recvPool, &m_monitorPool, &m_queuePool})
         pool->Stop();
-    for (SOCKET socket; (socket = m_socketQueue.tryPop()) != INVALID_SOCKET;) {
+    for (SOCKET socket = INVALID_SOCKET; (socket = m_socketQueue.tryPop()) != INVALID_SOCKET;) {
         LogInfo("Closing accept socket with address: %I64x", socket);
         shutdown(socket, SD_SEND);
         closesocket(socket);

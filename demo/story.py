@@ -99,8 +99,10 @@ STORY_LINES = (
     "Process the accepted connection", "request arrived", "Remote Address", "DASH packet received", "send() success",
     "Server has not received", "After sock close", "SERVICE_CONTROL_STOP", "Gracefully",
     "Shutdown Command received", "Shutdown initiated",
-    "asks for User consent entry", "Named Pipe Created", "Named pipe connected", "Value from consent is", "Consent received by driver",
-    "says that KVM is now enabled", "Calling KVM Socket Accept", "IP: 0x", "KVM APP Command", "KVM_Agent PID", "VNC_SOC_CLOSE received",
+    "asks for User consent entry", "Named Pipe Created", "Named pipe connected", "Value from consent is",
+    "Consent received by driver",
+    "says that KVM is now enabled", "Calling KVM Socket Accept", "IP: 0x", "KVM APP Command", "KVM_Agent PID",
+    "VNC_SOC_CLOSE received",
     "Client closed the connection", "called TerminateKVMAgent", "on KVM socket", "Terminate file deleted",
 )
 

@@ -27,8 +27,9 @@ LONGEST = {"dispatch": 256, "sessions": 256, "wsman": 4096, "pcdescription": 409
 
 
 def targets():
-    listing = subprocess.run([FUZZER], capture_output=True, text=True)
-    return [line.strip() for line in listing.stderr.splitlines() if line.startswith("  ")]
+    """The names of all targets. They come from the sources, so that arguments are checked before the build."""
+    sources = (path.read_text() for path in (ROOT / "fuzz/targets").glob("*.cpp"))
+    return sorted(name for source in sources for name in re.findall(r"^FUZZ_TARGET\((\w+)\)", source, re.MULTILINE))
 
 
 def alone():
@@ -146,12 +147,17 @@ def options(target):
 
 def main():
     known = targets()
+    only_check = sys.argv[1:2] == ["--check"]
+    if only_check:
+        del sys.argv[1]
     if len(sys.argv) < 2 or not sys.argv[1].isdigit() or int(sys.argv[1]) == 0:
         sys.exit(f"usage: ./dev fuzz SECONDS [TARGET...]; the targets are {', '.join(known)}")
     chosen = sys.argv[2:] or known
     unknown = [name for name in chosen if name not in known]
     if unknown:
         sys.exit(f"unknown target {', '.join(unknown)}; the targets are {', '.join(known)}")
+    if only_check:
+        return
     prefix = alone()
     cores = sorted(os.sched_getaffinity(0))
     executions = findings = 0

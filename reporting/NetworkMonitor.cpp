@@ -99,7 +99,7 @@ void WriteNetworkInventory(const MultiNwInfo& record) {
     MailBoxDriverInterface& mailbox = g_pServiceState->m_mailBoxDriverInterface;
     if (g_pServiceState->m_vorkVersion >= FirmwareLevel::AllAdapters) {
         mailbox.WriteMultiNwInfo(&record);
-    } else if (size_t index; ChoosePrimaryEntry(record, index)) {
+    } else if (size_t index = 0; ChoosePrimaryEntry(record, index)) {
         const NwInfo info = MakeNwInfo(record.Entries[index]);
         mailbox.WriteNwInfo(&info);
     }

@@ -2,7 +2,7 @@
 
 import json
 
-from corpus import long_block, number, seed
+from corpus import long_block, seed
 
 # --- descriptions and control lines ---
 

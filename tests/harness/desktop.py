@@ -35,8 +35,8 @@ class Desktop:
         port = free_port()
         self.address = f"127.0.0.1:{port}"
         self._server = Process(
-            ["Xvnc", f":{port}", "-rfbport", port, "-interface", "127.0.0.1", "-SecurityTypes", "None", "-geometry", f"{width}x{height}",
-             "-depth", "24", "-nolisten", "tcp", "-ac", "-noreset"], workdir / "Xvnc.log")
+            ["Xvnc", f":{port}", "-rfbport", port, "-interface", "127.0.0.1", "-SecurityTypes", "None",
+             "-geometry", f"{width}x{height}", "-depth", "24", "-nolisten", "tcp", "-ac", "-noreset"], workdir / "Xvnc.log")
         self._display = eventually(lambda: self._connect(f":{port}"), "the desktop's screen")
 
     def __enter__(self):

@@ -20,7 +20,8 @@ LINGER = 5
 SERVICE = "ZELService"
 DRIVER = "mpmbox"
 INTERFACE = "{70a9067b-708f-443c-84ba-bc391fdbf72b}"
-INTERFACE_KEY = f"HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\DeviceClasses\\{INTERFACE}\\##?#ROOT#MPMBOX#0000#{INTERFACE}"
+DEVICE_CLASSES = "HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\DeviceClasses"
+INTERFACE_KEY = f"{DEVICE_CLASSES}\\{INTERFACE}\\##?#ROOT#MPMBOX#0000#{INTERFACE}"
 SYSTEM_CLASS = "{4d36e97d-e325-11ce-bfc1-08002be10318}"
 INSTALLATION_KEY = "HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Tarvix\\Tarvix Manageability Service"
 

@@ -86,7 +86,9 @@ class KvmStage(RemoteKvm):
         eventually(lambda: self.closes_told() >= count, "the firmware to hear of the session's end")
 
     def await_agent_removed(self):
-        """Until agent and files of one more session have been seen to, two seconds after its end; once so at the service's start."""
+        """Waits until the service has removed the agent and the files of one more session, two seconds after its end.
+
+        The service does the same once at its start."""
         self._removals += 1
         self.advance_until(lambda: self.host.log_text().count("DisplayMgr file ") > self._removals, "the agent's removal", 2_000)
 

@@ -59,7 +59,8 @@ def test_a_second_console_waits_for_its_turn(stage):
 
 @pytest.mark.parametrize("version, closes_at_once", [(44, True), (45, False)])
 def test_who_closes_after_a_clients_close_depends_on_the_firmwares_level(stage, version, closes_at_once):
-    stage.firmware = type(stage.firmware)(stage.workdir, dash="none", settings={"uVORKVersion": version, "EndsClosedSessions": False})
+    settings = {"uVORKVersion": version, "EndsClosedSessions": False}
+    stage.firmware = type(stage.firmware)(stage.workdir, dash="none", settings=settings)
     stage.boot()
     with stage.console.connect():
         stage.host.await_log("Processing DASH traffic")

@@ -38,7 +38,8 @@ def test_the_agent_starts_on_the_users_desktop(kvm, level):
         assert launch["commandLine"] == f"{PROGRAM} -X 1366 -Y 768 -V {level} -E 0"
         assert (launch["session"], launch["desktop"]) == (3, "Winsta0\\Default")
         assert kvm.host.agents() == [launch["pid"]]
-        eventually(lambda: f"[{launch['pid']}] started with -X 1366 -Y 768 -V {level} -E 0\n" in kvm.host.agent_log(), "the agent's first line")
+        first_line = f"[{launch['pid']}] started with -X 1366 -Y 768 -V {level} -E 0\n"
+        eventually(lambda: first_line in kvm.host.agent_log(), "the agent's first line")
 
 
 def test_the_status_file_tells_of_the_session(kvm):

@@ -115,7 +115,8 @@ def test_while_a_viewer_does_not_read_only_the_firmwares_messages_stand_still(kv
             assert receive(server, len(key)) == key
         moved = [{**adapter, "address": "192.168.1.11"} for adapter in kvm.host.description["adapters"]]
         kvm.host.ctl("change", json.dumps({"adapters": moved}))
-        kvm.advance_until(lambda: "192.168.1.11" in str(kvm.firmware.requests("WriteIPCompleteInformation")), "the new address", 61_000)
+        kvm.advance_until(lambda: "192.168.1.11" in str(kvm.firmware.requests("WriteIPCompleteInformation")),
+                          "the new address", 61_000)
         with kvm.stage.console.connect() as console:
             console.sendall(b"hello")
             kvm.firmware.await_request("WriteDASHPacket")
@@ -138,7 +139,8 @@ def test_a_viewer_that_never_reads_does_not_hold_the_stop(kvm, pictures):
 
 
 def test_without_an_agent_the_session_ends_with_a_clean_up_and_the_next_one_may_have_one(kvm):
-    kvm.stage.expect_errors("LaunchProcess: ZELKVMApp.exe CreateProcessAsUser failed with error: 2", "DoInitKVM: Launch KVM_Agent failed",
+    kvm.stage.expect_errors("LaunchProcess: ZELKVMApp.exe CreateProcessAsUser failed with error: 2",
+                            "DoInitKVM: Launch KVM_Agent failed",
                             "RunServerKVMThread: DoInitKVM failed, closing the KVM connection and do complete cleanup")
     kvm.boot()
     kvm.host.remove_agent()

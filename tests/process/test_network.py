@@ -155,7 +155,8 @@ def test_a_stop_ends_the_wait_for_a_network(stage, network):
 
 def adapter(number, **more):
     return {
-        "name": f"{{ADAPTER-{number}}}", "description": f"Adapter {number}", "index": number + 2, "mac": f"02:00:5E:10:01:{number:02}",
+        "name": f"{{ADAPTER-{number}}}", "description": f"Adapter {number}", "index": number + 2,
+        "mac": f"02:00:5E:10:01:{number:02}",
         "address": f"192.168.{number}.10", "mask": "255.255.255.0", "gateway": f"192.168.{number}.1", "dhcp": False, **more,
     }
 

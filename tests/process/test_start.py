@@ -2,7 +2,7 @@
 
 import json
 
-from harness.host import INSTALLATION, RUNNING, STOPPED
+from harness.host import INSTALLATION, RUNNING
 from harness.waiting import eventually
 
 
@@ -115,7 +115,8 @@ def test_a_taken_port_is_tried_again_every_five_seconds(stage):
 
 def test_wmi_that_fails_refuses_the_start_with_its_error(stage):
     stage.power_up(wmiConnectError=0x80041003)
-    stage.expect_errors("DoInit() call failed with error: -2147217405", "ServiceSetup: DoInitialization failed with error: -2147217405")
+    stage.expect_errors("DoInit() call failed with error: -2147217405",
+                        "ServiceSetup: DoInitialization failed with error: -2147217405")
     stage.host.start("-service")
     assert stage.host.wait() == 0
     assert "Could not connect to WMI. Error code = 0x80041003" in stage.host.log_text()

@@ -35,7 +35,8 @@ def test_it_tells_service_firmware_and_network_to_the_byte(stage):
 
 
 def test_it_exists_before_the_firmware_is_reachable(stage):
-    stage.expect_errors("m_pDeviceInterfaceDetailData is NULL", "OpenMPMDevice() call failed with error: 487", "Error Invalid Handle")
+    stage.expect_errors("m_pDeviceInterfaceDetailData is NULL", "OpenMPMDevice() call failed with error: 487",
+                        "Error Invalid Handle")
     stage.power_up(firmware=False)
     stage.host.start_service()
     stage.host.await_log("OpenMPMDevice() call failed with error: 487")

@@ -267,7 +267,8 @@ class Consoles:
 
     def _await_echoes(self, begun, lost):
         """The firmware, which never heard of the reset, answers each block; the next console is not to hear that."""
-        eventually(lambda: sum(self._log.payloads(begun)) == sum(self._log.packets(begun)) - lost, "the echoes of a console that has gone")
+        eventually(lambda: sum(self._log.payloads(begun)) == sum(self._log.packets(begun)) - lost,
+                   "the echoes of a console that has gone")
 
     @staticmethod
     def _await_end(console):

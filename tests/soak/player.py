@@ -9,6 +9,7 @@ from .endings import Endings
 from .surroundings import Surroundings
 from .viewers import Viewers
 
+
 class Player:
     def __init__(self, stage):
         self._stage = stage

@@ -94,7 +94,8 @@ class ServiceLog:
                 if text in line:
                     return next_place
             if time.monotonic() > deadline:
-                raise Overdue(f"waited {patience:.0f} s for {text!r} in the log, which ends with\n" + "\n".join(self.since(place)[-15:]))
+                last_lines = "\n".join(self.since(place)[-15:])
+                raise Overdue(f"waited {patience:.0f} s for {text!r} in the log, which ends with\n{last_lines}")
             time.sleep(POLL)
 
     def payloads(self, place):

@@ -69,7 +69,8 @@ class Stage:
         self.explain_failures(error, times)
 
     def explain_failures(self, error, times=1):
-        self.log.allow(f"GetOverlappedResult failed for SendIOCtlToDriver with error: {error}", f"with dwLastError = {error}", times=times)
+        self.log.allow(f"GetOverlappedResult failed for SendIOCtlToDriver with error: {error}",
+                       f"with dwLastError = {error}", times=times)
 
     def update(self, place):
         """Lets the service report itself anew, unless it has done so since that place."""

@@ -153,8 +153,9 @@ def cut(data, sizes):
 
 
 def overtaken(payloads, received):
-    """How many of the payloads, sent in this order, did not arrive because a later one took their place. The others have to be there,
-    whole and in order, the last one among them. Raises Altered when it can't have been so."""
+    """How many of the payloads, sent in this order, did not arrive because a later one took their place.
+
+    The others have to be there, whole and in order, the last one among them. Raises Altered when it can't have been so."""
 
     @functools.lru_cache(maxsize=None)
     def fewest(number, place):

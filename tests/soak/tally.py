@@ -25,15 +25,17 @@ class Tally:
         return time.monotonic() - self.begun
 
     def line(self):
-        return (f"{self.seconds:6.0f} s: {self.events} events, sessions {_list(self.sessions)}; {sum(self.faults.values())} faults; "
+        faults = sum(self.faults.values())
+        return (f"{self.seconds:6.0f} s: {self.events} events, sessions {_list(self.sessions)}; {faults} faults; "
                 f"{_megabytes(sum(self.moved.values()))} transferred and compared; life {self.lives + 1}")
 
     def report(self):
+        moved = ", ".join(f"{name} {_megabytes(size)}" for name, size in sorted(self.moved.items()))
         lines = [
             f"ran {self.seconds:.0f} s, {self.events} events in {self.lives} lives of the service",
             f"sessions served: {_list(self.sessions)}",
             f"faults survived, {sum(self.faults.values())}: {_list(self.faults)}",
-            f"bytes transferred and compared: {', '.join(f'{name} {_megabytes(size)}' for name, size in sorted(self.moved.items())) or 'none'}",
+            f"bytes transferred and compared: {moved or 'none'}",
             f"payloads replaced before they were sent: {self.overtaken}; sessions ended by the idle limit: {self.idle_ends}",
             f"log: {_megabytes(self.log_bytes)}, {self.rotations} rotations, {self.errors_explained} ERROR lines, all explained",
         ]
@@ -88,7 +90,9 @@ class Growth:
         if not self._moments:
             return f"{sessions} sessions, too short for a comparison"
         first, last = self._first, self._last
-        memory = f", memory {self._kilobytes} to {last.kilobytes} KB ({last.kilobytes - self._kilobytes:+})" if last.kilobytes else ""
+        memory = ""
+        if last.kilobytes:
+            memory = f", memory {self._kilobytes} to {last.kilobytes} KB ({last.kilobytes - self._kilobytes:+})"
         kept = f" ({kept_handles} kept on purpose)" if kept_handles else ""
         return (f"{sessions} sessions; handles {first.handles} to {last.handles}{kept}, "
                 f"threads {first.threads} to {last.threads}{memory}")

@@ -124,7 +124,8 @@ def test_wrong_arguments_end_with_code_0_and_leave_the_device_alone(stage, argum
     stage.power_up()
     stage.expect_errors("Argument incorrect", "arg = ", "Invalid argument")
     assert stage.host.start(*arguments).wait() == 0
-    expected = "Invalid argument" if len(arguments) == 1 else f"Argument incorrect. count = {len(arguments) + 1}, {len(arguments) + 1}"
+    count = len(arguments) + 1
+    expected = "Invalid argument" if count == 2 else f"Argument incorrect. count = {count}, {count}"
     assert expected in stage.host.log_text()
     assert stage.host.mailbox_handles() == 0
     assert stage.firmware.requests() == []
