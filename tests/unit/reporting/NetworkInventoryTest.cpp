@@ -47,8 +47,7 @@ class InterfaceTypes
     : public Inventory,
       public ::testing::WithParamInterface<std::tuple<uint32_t, const char*, const char*, uint16_t>> {};
 
-class TimeZones : public Inventory,
-                  public ::testing::WithParamInterface<std::pair<int32_t, int32_t>> {};
+class TimeZones : public Inventory, public ::testing::WithParamInterface<std::pair<int32_t, int32_t>> {};
 
 }  // namespace
 
