@@ -63,6 +63,13 @@ struct FileHandleTraits {
 };
 using UniqueFileHandle = UniqueResource<FileHandleTraits>;
 
+struct SocketTraits {
+    using Value = SOCKET;
+    static Value Invalid() { return INVALID_SOCKET; }
+    static void Close(Value value) { closesocket(value); }
+};
+using UniqueSocket = UniqueResource<SocketTraits>;
+
 struct RegistryKeyTraits {
     using Value = HKEY;
     static Value Invalid() { return nullptr; }

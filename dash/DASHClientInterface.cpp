@@ -115,7 +115,7 @@ sockaddr_in DASHClientInterface::TakePeerOf(SOCKET socket) {
 // Keeps the socket open without serving it. The socket is closed with this object.
 void DASHClientInterface::KeepUnattended(SOCKET socket) {
     std::lock_guard lock(m_unattendedMutex);
-    m_unattendedSockets.push_back(socket);
+    m_unattendedSockets.emplace_back(socket);
 }
 
 bool DASHClientInterface::NotifyMPMOfDASHClient(const sockaddr_in& peer) {

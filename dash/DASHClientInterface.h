@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "base/DetachedThreads.h"
+#include "base/Handles.h"
 #include "connection/SocketServers.h"
 #include "dash/ErrorCheckingMutex.h"
 #include "dash/SocketQueue.h"
@@ -97,7 +98,7 @@ class DASHClientInterface {
     ThreadPool m_queuePool{1};
     SocketQueue m_socketQueue;
     // Connections that could not be announced to the firmware.
-    std::vector<SOCKET> m_unattendedSockets;
+    std::vector<UniqueSocket> m_unattendedSockets;
     std::mutex m_unattendedMutex;
     DetachedThreads m_resetThreads;
     std::atomic<uint8_t> m_bEnded{0};

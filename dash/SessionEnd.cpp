@@ -129,8 +129,6 @@ void DASHClientInterface::ResetDASHCommunication() {
     }
     {
         std::lock_guard lock(m_unattendedMutex);
-        for (const SOCKET socket : m_unattendedSockets)
-            closesocket(socket);
         m_unattendedSockets.clear();
     }
     m_bStopSession = 0;

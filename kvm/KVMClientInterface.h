@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/Handles.h"
 #include "connection/SocketServers.h"
 #include "kvm/KVMAgent.h"
 
@@ -131,14 +132,14 @@ class KVMClientInterface {
     std::atomic<int> m_agentCleanUps{0};           // number of running agent clean-ups
     // Connections from untrusted peers. They stay open until this object is destroyed. Only the listener
     // thread accesses this vector.
-    std::vector<SOCKET> m_untrustedSockets;
+    std::vector<UniqueSocket> m_untrustedSockets;
 
     std::atomic<uint8_t> m_bSessionActive{0};
     std::atomic<SOCKET> m_clientSocket{INVALID_SOCKET};
     std::mutex m_recvThreadMutex;  // guards the owning pointer
     std::unique_ptr<std::thread> m_pRecvThreadObj;
     std::mutex m_replacedMutex;
-    std::vector<SOCKET> m_replacedSockets;
+    std::vector<UniqueSocket> m_replacedSockets;
     // Holds the bytes of one recv() and a terminating NUL. Only the receive thread accesses it.
     std::array<char, kReceiveSize + 1> m_recvBuffer{};
 };

@@ -72,7 +72,7 @@ bool KVMClientInterface::ServeClients() {
         if (!IsTrusted(peer)) {
             LogError("%s: KVM IP validation failed, closing the base socket and retry...", kName);
             // It is required that this socket is neither closed nor used.
-            m_untrustedSockets.push_back(socket);
+            m_untrustedSockets.emplace_back(socket);
             m_kvmSocket.CloseBaseSocket();
             return true;
         }
@@ -105,7 +105,7 @@ bool KVMClientInterface::DoInitKVM(SOCKET socket) {
     const SOCKET before = m_clientSocket.exchange(socket);
     if (before != INVALID_SOCKET) {
         std::lock_guard lock(m_replacedMutex);
-        m_replacedSockets.push_back(before);
+        m_replacedSockets.emplace_back(before);
     }
     m_bSessionActive.exchange(1);
     if (!m_agent.LaunchKVMAgent(m_bLuxKvmEnabled)) {

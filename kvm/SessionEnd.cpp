@@ -24,8 +24,6 @@ KVMClientInterface::~KVMClientInterface() {
     m_bSessionActive.exchange(0);
     CloseSockets();
     JoinRecvThread();
-    for (const SOCKET socket : m_untrustedSockets)
-        closesocket(socket);
 }
 
 void KVMClientInterface::TriggerKVMShutdown() {
@@ -102,8 +100,6 @@ void KVMClientInterface::CloseSockets() {
     }
     // The receive thread may still be blocked on the socket of an earlier client.
     std::lock_guard lock(m_replacedMutex);
-    for (const SOCKET replaced : m_replacedSockets)
-        closesocket(replaced);
     m_replacedSockets.clear();
 }
 

@@ -76,7 +76,7 @@ TEST_F(Listener, AStopClosesItWithoutAnError) {
 
 TEST_F(Listener, AStopEndsTheSessionAndClosesWhoWaits) {
     Start(50);
-    AllowError(kGateClosed);
+    AllowErrorsOfAStop();
     ConsoleClient first = Connect();
     AwaitSessions(1);
     ConsoleClient second = Connect();
@@ -88,7 +88,7 @@ TEST_F(Listener, AStopEndsTheSessionAndClosesWhoWaits) {
 
 TEST_F(Listener, AStopEndsASendThatFails) {
     Start(50);
-    AllowError(kGateClosed);
+    AllowErrorsOfAStop();
     AllowError("Error Invalid Handle, returning: 6 to the caller");
     ConsoleClient client = Connect();
     AwaitSessions(1);

@@ -115,7 +115,7 @@ TEST_F(Reset, IsNotForAConsoleThatIsGoneBeforeItsAnswers) {
 TEST_F(Reset, IsFinalAndNewConsolesHangUnserved) {
     Start(50);
     ExpectErrors({"send() failed 5 times.", kStoppedPool});
-    AllowError(kGateClosed);
+    AllowErrorsOfAStop();
     ConsoleClient client = Connect();
     AwaitSessions(1);
     ResetDuringAnnouncement(client);
@@ -149,7 +149,7 @@ TEST_F(Reset, ARefusedCloseRecordEndsTheSessionAndTheChannel) {
 TEST_F(Reset, ClosesTheConsolesThatWait) {
     Start(50);
     ExpectErrors({"send() failed 5 times.", kStoppedPool});
-    AllowError(kGateClosed);
+    AllowErrorsOfAStop();
     ConsoleClient client = Connect();
     AwaitSessions(1);
     ResetDuringAnnouncement(client);
@@ -163,7 +163,7 @@ TEST_F(Reset, AConsoleThatTheFirmwareCannotBeToldOfHangsAndTheNextIsServed) {
     Start(44);
     ExpectErrors({"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()",
                   "Failed to create socket for DASH client with address: "});
-    AllowError(kGateClosed);
+    AllowErrorsOfAStop();
     firmware.Refuse("WriteIPCompleteInformation", ERROR_GEN_FAILURE, 1);
     ConsoleClient unattended = Connect();
     AwaitLog("Failed to create socket for DASH client with address: ");
