@@ -22,16 +22,31 @@ size_t PrivateMebibytes() {
     return counters.PrivateUsage >> 20;
 }
 
+using ZoneName = decltype(TIME_ZONE_INFORMATION::StandardName);
+
+// The name in the thread's code page. Each thread converts it only when it has changed since its last line.
+const char* InCodePage(const ZoneName& name) {
+    constexpr int kSize = 128;
+    struct Converted {
+        ZoneName from;
+        char to[kSize];
+    };
+    thread_local Converted last{};
+    if (std::wcsncmp(last.from, name, std::size(name)) == 0) return last.to;
+    last = {};
+    if (WideCharToMultiByte(CP_THREAD_ACP, 0, name, -1, last.to, kSize - 1, nullptr, nullptr) == 0) return "";
+    std::copy(std::begin(name), std::end(name), last.from);
+    return last.to;
+}
+
 // "Fri  Nov 13 17:23:26.512 2026 W. Europe Standard Time"; English whatever the locale, the standard name
 // also in daylight saving time.
 void AppendTimeStamp(FixedText<512>& text) {
     SYSTEMTIME now{};
     GetLocalTime(&now);
-    TIME_ZONE_INFORMATION zone{};
+    TIME_ZONE_INFORMATION zone;
+    zone.StandardName[0] = L'\0';  // should the call fail
     GetTimeZoneInformation(&zone);
-    char zoneName[128] = "";
-    WideCharToMultiByte(CP_THREAD_ACP, 0, zone.StandardName, -1, zoneName, sizeof zoneName - 1, nullptr,
-                        nullptr);
 
     FixedText<256> stamp;
     stamp.Append(kDays[now.wDayOfWeek % std::size(kDays)]);
@@ -50,7 +65,7 @@ void AppendTimeStamp(FixedText<512>& text) {
     stamp.Append(" ");
     stamp.AppendNumber(now.wYear);
     stamp.Append(" ");
-    stamp.Append(zoneName);
+    stamp.Append(InCodePage(zone.StandardName));
     text.Append(stamp.View());
 }
 

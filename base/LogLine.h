@@ -15,9 +15,15 @@ class FixedText {
     FixedText() { m_text[0] = '\0'; }
 
     void Append(std::string_view text) {
-        const size_t count = text.size() < Room() ? text.size() : Room();
-        std::memcpy(m_text.data() + m_length, text.data(), count);
-        m_text[m_length += count] = '\0';
+        // Two branches, so that the size of a literal stays known to the compiler.
+        if (text.size() <= Room()) {
+            std::memcpy(m_text.data() + m_length, text.data(), text.size());
+            m_length += text.size();
+        } else {
+            std::memcpy(m_text.data() + m_length, text.data(), Room());
+            m_length = Capacity - 1;
+        }
+        m_text[m_length] = '\0';
     }
 
     template <std::unsigned_integral Number>

@@ -12,6 +12,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include <minwindef.h>
@@ -38,7 +41,14 @@ class HandleTable {
     // The same, and null for an object of another kind.
     template <class Kind>
     std::shared_ptr<Kind> Find(HANDLE handle) {
-        return std::dynamic_pointer_cast<Kind>(Find(handle));
+        std::shared_ptr<Object> object = Find(handle);
+        if constexpr (std::is_final_v<Kind>) {
+            // Nothing derives from it, so that the class itself is all there is to compare.
+            if (!object || typeid(*object) != typeid(Kind)) return nullptr;
+            return std::static_pointer_cast<Kind>(std::move(object));
+        } else {
+            return std::dynamic_pointer_cast<Kind>(std::move(object));
+        }
     }
 
     // Takes the handle out of the table if it names a Kind, and tells the object. False when it doesn't.

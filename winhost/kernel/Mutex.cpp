@@ -11,7 +11,7 @@ namespace winhost {
 
 namespace {
 
-class Mutex : public WaitableObject, public std::enable_shared_from_this<Mutex> {
+class Mutex final : public WaitableObject, public std::enable_shared_from_this<Mutex> {
   public:
     // False when the calling thread is not the owner.
     bool Release();
