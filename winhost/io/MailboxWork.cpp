@@ -138,8 +138,10 @@ bool MailboxHandle::FindTaker() {
     // Buffers are filled for a success and for the warning that not all of the answer fitted; any other error
     // brings nothing.
     if (m_error == ERROR_SUCCESS || m_error == ERROR_MORE_DATA) {
-        m_wanted = std::min<DWORD>(m_header.size, m_taker->room);
-        if (m_header.size > m_taker->room) m_error = ERROR_MORE_DATA;
+        // A copy, as a field of the packed header may be misaligned.
+        const DWORD size = m_header.size;
+        m_wanted = std::min(size, m_taker->room);
+        if (size > m_taker->room) m_error = ERROR_MORE_DATA;
     }
     return true;
 }
