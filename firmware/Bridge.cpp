@@ -35,7 +35,7 @@ void Bridge::Connect(const std::string& server) {
         getaddrinfo(server.substr(0, colon).c_str(), server.substr(colon + 1).c_str(), &hints, &found);
     if (error) return End(server + ": " + gai_strerror(error));
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addresses(found, freeaddrinfo);
-    m_socket = Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    m_socket = testbed::Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (connect(m_socket.Get(), found->ai_addr, found->ai_addrlen) != 0 && errno != EINPROGRESS)
         return End(server + ": " + std::strerror(errno));
     m_watch = m_loop.Watch(m_socket.Get(), EPOLLIN | EPOLLOUT, [this](uint32_t events) { OnReady(events); });

@@ -40,7 +40,7 @@ class Bridge : public StreamPeer {
     PacedSender m_sender;
     const std::function<bool()> m_hostIsBehind;
     const std::function<void(const std::string&)> m_ended;
-    Descriptor m_socket;
+    testbed::Descriptor m_socket;
     EventLoop::WatchId m_watch = 0;
     std::vector<uint8_t> m_toServer;
     std::string m_reason;  // not empty: the server has gone

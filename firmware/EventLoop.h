@@ -13,7 +13,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "firmware/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 namespace mpm {
 
@@ -53,7 +53,7 @@ class EventLoop {
     // Runs the timers that are due and returns the milliseconds until the next, -1 when there is none.
     int RunTimers();
 
-    Descriptor m_epoll, m_wake;
+    testbed::Descriptor m_epoll, m_wake;
     uint64_t m_nextId = 1;
     std::unordered_map<WatchId, std::shared_ptr<Watched>> m_watched;
     std::map<std::pair<Clock::time_point, TimerId>, std::function<void()>> m_timers;

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <string>
 
+#include "testbed/Utf8.h"
+
 namespace mpm {
 
 namespace {
@@ -26,31 +28,14 @@ std::string Text(std::span<const uint8_t> bytes) {
     return {bytes.begin(), std::find(bytes.begin(), bytes.end(), 0)};
 }
 
-void AppendUtf8(std::string& text, uint32_t point) {
-    if (point < 0x80) return text.push_back(char(point));
-    const int more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
-    constexpr uint32_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
-    text.push_back(char(kLead[more] | point >> (6 * more)));
-    for (int i = more - 1; i >= 0; --i)
-        text.push_back(char(0x80 | (point >> (6 * i) & 0x3F)));
-}
-
 std::string WideText(std::span<const uint8_t> bytes) {
-    std::string text;
+    std::u16string text;
     for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
-        uint32_t unit = uint32_t(Number(bytes.subspan(i, 2)));
+        const auto unit = char16_t(Number(bytes.subspan(i, 2)));
         if (unit == 0) break;
-        const bool high = unit >= 0xD800 && unit < 0xDC00 && i + 3 < bytes.size();
-        const uint32_t next = high ? uint32_t(Number(bytes.subspan(i + 2, 2))) : 0;
-        if (next >= 0xDC00 && next < 0xE000) {
-            unit = 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
-            i += 2;
-        } else if (unit >= 0xD800 && unit < 0xE000) {
-            unit = 0xFFFD;
-        }
-        AppendUtf8(text, unit);
+        text += unit;
     }
-    return text;
+    return testbed::ToUtf8(text);
 }
 
 std::string Address(std::span<const uint8_t> bytes) {

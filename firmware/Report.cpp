@@ -47,15 +47,6 @@ std::string FieldTexts(const Json::Value& fields) {
 
 }  // namespace
 
-std::string Compact(const Json::Value& value) {
-    static const Json::StreamWriterBuilder builder = [] {
-        Json::StreamWriterBuilder made;
-        made["indentation"] = "";
-        return made;
-    }();
-    return Json::writeString(builder, value);
-}
-
 Json::Value JsonOf(const Event& event) {
     if (event.kind == Event::Kind::Note) {
         Json::Value object = Start("note", event.name, event.time);

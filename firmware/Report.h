@@ -7,6 +7,7 @@
 #include <string>
 
 #include "firmware/Firmware.h"
+#include "testbed/Json.h"
 
 namespace mpm {
 
@@ -16,7 +17,6 @@ Json::Value JsonOf(const Event& event);
 Json::Value JsonOf(const Request& request);
 // 12:03:04.123 host > WriteZELStatus 4 bytes state=1
 std::string LineOf(const Json::Value& event);
-// The JSON on one line, without a line feed.
-std::string Compact(const Json::Value& value);
+using testbed::Compact;
 
 }  // namespace mpm

@@ -9,9 +9,9 @@
 #include "firmware/Catalogue.h"
 #include "firmware/Report.h"
 #include "firmware/control/Run.h"
-#include "firmware/control/Socket.h"
 #include "firmware/control/Table.h"
 #include "firmware/control/Verbs.h"
+#include "testbed/ControlSocket.h"
 
 namespace {
 
@@ -79,7 +79,7 @@ Json::Value WordsRequest(const char* verb, const Options& options) {
 }
 
 Json::Value Ask(const Options& options, const Json::Value& request) {
-    Json::Value answer = mpm::control::Ask(options.control, request);
+    Json::Value answer = testbed::AskControlSocket(options.control, request);
     if (answer.isMember("error")) throw std::invalid_argument(answer["error"].asString());
     return answer;
 }

@@ -1,6 +1,7 @@
 #include "firmware/control/Run.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -10,16 +11,22 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
 
 #include "firmware/Firmware.h"
 #include "firmware/Report.h"
-#include "firmware/control/Socket.h"
 #include "firmware/control/Verbs.h"
+#include "testbed/ControlSocket.h"
+#include "testbed/Descriptor.h"
 
 namespace mpm::control {
 
 namespace {
+
+// Room for the bytes of the longest message in hexadecimal digits, and for all requests at once.
+constexpr size_t kLongestLine = 64u << 20;
 
 Settings SettingsOf(const RunOptions& options) {
     Settings settings;
@@ -36,10 +43,11 @@ Settings SettingsOf(const RunOptions& options) {
     return settings;
 }
 
-Descriptor OpenRecord(const std::string& path) {
+testbed::Descriptor OpenRecord(const std::string& path) {
     if (path.empty()) return {};
-    Descriptor file(path == "-" ? dup(STDOUT_FILENO)
-                                : open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    testbed::Descriptor file(path == "-"
+                                 ? dup(STDOUT_FILENO)
+                                 : open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     if (!file) throw std::runtime_error("cannot write record file " + path + ": " + std::strerror(errno));
     return file;
 }
@@ -64,23 +72,29 @@ void WriteFile(const std::string& path, const std::string& text) {
 }
 
 // Signals that end the program arrive here instead, in this thread and all that it starts.
-Descriptor CatchSignals() {
+testbed::Descriptor CatchSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
     if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0) throw std::runtime_error("cannot block signals");
-    Descriptor caught(signalfd(-1, &signals, SFD_CLOEXEC));
+    testbed::Descriptor caught(signalfd(-1, &signals, SFD_CLOEXEC));
     if (!caught) throw std::runtime_error("cannot catch signals");
     return caught;
+}
+
+void AwaitSignal(const testbed::Descriptor& signals) {
+    pollfd wait{signals.Get(), POLLIN, 0};
+    while (poll(&wait, 1, -1) <= 0) {
+    }
 }
 
 }  // namespace
 
 int Run(const RunOptions& options) {
-    const Descriptor signals = CatchSignals();
+    const testbed::Descriptor signals = CatchSignals();
     signal(SIGPIPE, SIG_IGN);
-    const Descriptor record = OpenRecord(options.recordFile);
+    const testbed::Descriptor record = OpenRecord(options.recordFile);
     const bool print = !options.quiet && options.recordFile != "-";
     Firmware firmware(SettingsOf(options));
     if (print || record)
@@ -90,11 +104,17 @@ int Run(const RunOptions& options) {
             if (print) WriteLine(STDOUT_FILENO, LineOf(json));
         });
     if (!options.certificateFile.empty()) WriteFile(options.certificateFile, firmware.Certificate());
-    Server server(options.controlSocket);
+    std::mutex oneAtATime;
+    std::optional<testbed::ControlSocket> control;
+    if (!options.controlSocket.empty())
+        control.emplace(options.controlSocket, kLongestLine, [&](const Json::Value& request) {
+            std::lock_guard lock(oneAtATime);
+            return Handle(firmware, request);
+        });
     firmware.Listen(options.listen);
     if (print) WriteLine(STDOUT_FILENO, "mpmsim listens on " + firmware.Address());
     if (!options.readyFile.empty()) WriteFile(options.readyFile, firmware.Address() + "\n");
-    server.Serve(signals.Get(), [&](const Json::Value& request) { return Handle(firmware, request); });
+    AwaitSignal(signals);
     return 0;
 }
 

@@ -21,7 +21,7 @@ constexpr size_t kMaxUnsentAnswers = 4u << 20;
 
 }  // namespace
 
-LinkConnection::LinkConnection(LinkServer& server, uint64_t number, Descriptor socket)
+LinkConnection::LinkConnection(LinkServer& server, uint64_t number, testbed::Descriptor socket)
     : m_server(server), m_number(number), m_socket(std::move(socket)), m_input(kReadSize) {}
 
 LinkConnection::~LinkConnection() {

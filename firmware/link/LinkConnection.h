@@ -16,7 +16,7 @@ class LinkServer;
 
 class LinkConnection : public std::enable_shared_from_this<LinkConnection> {
   public:
-    LinkConnection(LinkServer& server, uint64_t number, Descriptor socket);
+    LinkConnection(LinkServer& server, uint64_t number, testbed::Descriptor socket);
     ~LinkConnection();
     void Start();
     // Closes at once; what was not sent is lost.
@@ -37,7 +37,7 @@ class LinkConnection : public std::enable_shared_from_this<LinkConnection> {
 
     LinkServer& m_server;
     const uint64_t m_number;
-    Descriptor m_socket;
+    testbed::Descriptor m_socket;
     EventLoop::WatchId m_watch = 0;
     uint32_t m_watchedEvents = 0;
     std::vector<uint8_t> m_input;  // capacity in use; the bytes of [m_inputStart, m_inputEnd) await handling

@@ -5,8 +5,6 @@
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +14,7 @@
 
 #include "firmware/Firmware.h"
 #include "firmware/link/LinkConnection.h"
+#include "testbed/Sockets.h"
 
 namespace mpm {
 
@@ -29,22 +28,14 @@ namespace {
     throw std::runtime_error("cannot listen on \"" + address + "\": " + why);
 }
 
-Descriptor ListenUnix(const std::string& address, const std::string& path) {
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof name.sun_path)
-        Malformed(address, "the path is empty or too long");
-    std::memcpy(name.sun_path, path.c_str(), path.size() + 1);
-    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    struct stat left;
-    if (lstat(path.c_str(), &left) == 0 && S_ISSOCK(left.st_mode)) unlink(path.c_str());
-    if (!socket || bind(socket.Get(), reinterpret_cast<sockaddr*>(&name), sizeof name) ||
-        listen(socket.Get(), 64))
-        Fail(address, std::strerror(errno));
+testbed::Descriptor ListenUnix(const std::string& address, const std::string& path) {
+    testbed::Descriptor socket = testbed::ListenUnix(path, 64, SOCK_STREAM | SOCK_NONBLOCK);
+    if (!socket && errno == ENAMETOOLONG) Malformed(address, "the path is empty or too long");
+    if (!socket) Fail(address, std::strerror(errno));
     return socket;
 }
 
-Descriptor ListenTcp(const std::string& address, const std::string& host, const std::string& port) {
+testbed::Descriptor ListenTcp(const std::string& address, const std::string& host, const std::string& port) {
     sockaddr_in name{};
     name.sin_family = AF_INET;
     uint16_t number = 0;
@@ -54,20 +45,13 @@ Descriptor ListenTcp(const std::string& address, const std::string& host, const 
     if (inet_pton(AF_INET, host.c_str(), &name.sin_addr) != 1)
         Malformed(address, "the host is no IPv4 address");
     name.sin_port = htons(number);
-    Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    testbed::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
     setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (!socket || bind(socket.Get(), reinterpret_cast<sockaddr*>(&name), sizeof name) ||
         listen(socket.Get(), 64))
         Fail(address, std::strerror(errno));
     return socket;
-}
-
-uint16_t PortOf(const Descriptor& socket) {
-    sockaddr_in name{};
-    socklen_t size = sizeof name;
-    getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&name), &size);
-    return ntohs(name.sin_port);
 }
 
 }  // namespace
@@ -105,7 +89,7 @@ void LinkServer::Close() {
 }
 
 void LinkServer::Accept() {
-    Descriptor socket(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    testbed::Descriptor socket(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) return;
     const int on = 1;
     setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // a Unix socket knows no such delay

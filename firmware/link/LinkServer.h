@@ -70,7 +70,7 @@ class LinkServer {
 
     EventLoop& m_loop;
     Events m_events;
-    Descriptor m_listener;
+    testbed::Descriptor m_listener;
     EventLoop::WatchId m_listenerWatch = 0;
     std::string m_unixPath;
     std::map<uint64_t, std::shared_ptr<LinkConnection>> m_connections;

@@ -14,7 +14,7 @@ constexpr size_t kLongestLine = 1024;
 
 void LogTail::Follow(const std::string& hostPath) {
     m_path = hostPath;
-    m_file = winhost::Descriptor(open(hostPath.c_str(), O_RDONLY | O_CLOEXEC));
+    m_file = testbed::Descriptor(open(hostPath.c_str(), O_RDONLY | O_CLOEXEC));
     m_offset = lseek(m_file.Get(), 0, SEEK_END);
     m_text.clear();
 }
@@ -34,7 +34,7 @@ void LogTail::Look() {
     if (stat(m_path.c_str(), &current) == 0 && current.st_ino != ours.st_ino) {
         // The rest of the old one may have come since.
         Append();
-        m_file = winhost::Descriptor(open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
+        m_file = testbed::Descriptor(open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
         m_offset = 0;
         Append();
     }

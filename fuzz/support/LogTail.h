@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 namespace fuzz {
 
@@ -30,7 +30,7 @@ class LogTail {
     void Append();
 
     std::string m_path;
-    winhost::Descriptor m_file;
+    testbed::Descriptor m_file;
     int64_t m_offset = 0;
     std::string m_text;
     std::map<std::string, size_t> m_counts;

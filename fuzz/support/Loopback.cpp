@@ -8,7 +8,7 @@
 namespace fuzz {
 
 bool LoopbackClient::Connect(uint16_t port) {
-    m_socket = winhost::Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    m_socket = testbed::Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
@@ -40,7 +40,7 @@ void LoopbackClient::Close(bool reset) {
 }
 
 uint16_t UnusedPort() {
-    const winhost::Descriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const testbed::Descriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     socklen_t size = sizeof address;

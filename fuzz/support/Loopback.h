@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "fuzz/Target.h"
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 namespace fuzz {
 
@@ -23,7 +23,7 @@ class LoopbackClient {
     void Close(bool reset = false);
 
   private:
-    winhost::Descriptor m_socket;
+    testbed::Descriptor m_socket;
 };
 
 // A port of all interfaces that nobody uses at this moment.

@@ -3,28 +3,17 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
+
+#include "testbed/Sockets.h"
 
 namespace fuzz {
 
 namespace {
 
 constexpr int kPatience = 20000;  // milliseconds of real time: a busy machine is no finding
-
-sockaddr_un AddressOf(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
-}
-
-winhost::Descriptor NewSocket() {
-    return winhost::Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-}
 
 }  // namespace
 
@@ -37,28 +26,23 @@ const std::string& SocketFolder() {
     return folder;
 }
 
-winhost::Descriptor ConnectTo(const std::string& path) {
-    winhost::Descriptor made = NewSocket();
-    const sockaddr_un address = AddressOf(path);
-    Require(connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
-            "the next connection is taken");
+testbed::Descriptor ConnectTo(const std::string& path) {
+    testbed::Descriptor made = testbed::ConnectUnix(path);
+    Require(bool(made), "the next connection is taken");
     return made;
 }
 
-winhost::Descriptor ListenAt(const std::string& path) {
-    winhost::Descriptor made = NewSocket();
-    const sockaddr_un address = AddressOf(path);
-    Require(bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-                listen(made.Get(), 8) == 0,
-            "a socket can be listened at");
+testbed::Descriptor ListenAt(const std::string& path) {
+    testbed::Descriptor made = testbed::ListenUnix(path, 8);
+    Require(bool(made), "a socket can be listened at");
     return made;
 }
 
-winhost::Descriptor Accept(const winhost::Descriptor& listener) {
-    return winhost::Descriptor(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+testbed::Descriptor Accept(const testbed::Descriptor& listener) {
+    return testbed::Descriptor(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
 }
 
-void SendBytes(const winhost::Descriptor& socket, Bytes bytes) {
+void SendBytes(const testbed::Descriptor& socket, Bytes bytes) {
     while (!bytes.empty()) {
         const ssize_t sent = send(socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0 && errno == EINTR) continue;
@@ -67,11 +51,11 @@ void SendBytes(const winhost::Descriptor& socket, Bytes bytes) {
     }
 }
 
-void FinishSending(const winhost::Descriptor& socket) {
+void FinishSending(const testbed::Descriptor& socket) {
     shutdown(socket.Get(), SHUT_WR);
 }
 
-std::string Receive(const winhost::Descriptor& socket, size_t size) {
+std::string Receive(const testbed::Descriptor& socket, size_t size) {
     std::string bytes(size, '\0');
     size_t done = 0;
     while (done < size) {
@@ -88,7 +72,7 @@ std::string Receive(const winhost::Descriptor& socket, size_t size) {
     return bytes;
 }
 
-std::string ReceiveRest(const winhost::Descriptor& socket) {
+std::string ReceiveRest(const testbed::Descriptor& socket) {
     std::string bytes;
     for (std::string piece; !(piece = Receive(socket, 1)).empty(); bytes += piece) {
         char more[65536];
@@ -98,14 +82,8 @@ std::string ReceiveRest(const winhost::Descriptor& socket) {
     return bytes;
 }
 
-bool ReceiveAll(const winhost::Descriptor& socket, void* into, size_t size) {
-    for (size_t done = 0; done < size;) {
-        const ssize_t received = recv(socket.Get(), static_cast<char*>(into) + done, size - done, 0);
-        if (received < 0 && errno == EINTR) continue;
-        if (received <= 0) return false;
-        done += size_t(received);
-    }
-    return true;
+bool ReceiveAll(const testbed::Descriptor& socket, void* into, size_t size) {
+    return testbed::ReceiveAll(socket, into, size) == size;
 }
 
 std::vector<uint8_t> FrameOf(mpmlink::Header header, Bytes payload) {

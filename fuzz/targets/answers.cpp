@@ -35,7 +35,7 @@ class HostileFirmware {
         for (;;)
             std::thread([this, connection = fuzz::Accept(m_listener)] { Serve(connection); }).detach();
     }
-    void Serve(const winhost::Descriptor& connection) {
+    void Serve(const testbed::Descriptor& connection) {
         for (;;) {
             mpmlink::Header request{};
             if (!Receive(connection, &request, sizeof request)) return;
@@ -49,7 +49,7 @@ class HostileFirmware {
         }
     }
     // False when the host has gone; waits as long as it is there.
-    static bool Receive(const winhost::Descriptor& connection, void* into, size_t size) {
+    static bool Receive(const testbed::Descriptor& connection, void* into, size_t size) {
         return size == 0 || fuzz::ReceiveAll(connection, into, size);
     }
     Answer Next() {
@@ -58,7 +58,7 @@ class HostileFirmware {
     }
 
     const std::string m_path = fuzz::SocketFolder() + "/hostile";
-    const winhost::Descriptor m_listener;
+    const testbed::Descriptor m_listener;
     std::mutex m_mutex;
     std::vector<Answer> m_answers;
     size_t m_next = 0;

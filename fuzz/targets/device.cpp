@@ -37,7 +37,7 @@ class Mailbox {
     }
 
     // Both ends of one opening.
-    std::pair<UniqueFileHandle, winhost::Descriptor> Open() {
+    std::pair<UniqueFileHandle, testbed::Descriptor> Open() {
         UniqueFileHandle device(CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0,
                                             nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
         fuzz::Require(bool(device), "the mailbox can be opened again");
@@ -46,7 +46,7 @@ class Mailbox {
 
   private:
     const std::string m_path = fuzz::SocketFolder() + "/device";
-    const winhost::Descriptor m_listener = fuzz::ListenAt(m_path);
+    const testbed::Descriptor m_listener = fuzz::ListenAt(m_path);
 };
 
 class Scenario {
@@ -124,7 +124,7 @@ class Scenario {
 
     fuzz::Input m_input;
     UniqueFileHandle m_device;
-    winhost::Descriptor m_firmware;
+    testbed::Descriptor m_firmware;
     std::vector<std::unique_ptr<Request>> m_requests;
     bool m_listens = false;
 };

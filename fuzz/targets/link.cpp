@@ -33,7 +33,7 @@ class Link {
     mpm::Firmware firmware;
 
   private:
-    winhost::Descriptor m_decent;
+    testbed::Descriptor m_decent;
     uint32_t m_id = 0;
 };
 
@@ -65,7 +65,7 @@ void CheckAnswers(const std::string& bytes) {
 FUZZ_TARGET(link) {
     static Link& link = *new Link;
     fuzz::Input from(input);
-    const winhost::Descriptor hostile = fuzz::ConnectTo(link.path);
+    const testbed::Descriptor hostile = fuzz::ConnectTo(link.path);
     std::vector<uint8_t> bytes;
     for (uint8_t frames = from.Byte() % 8; frames > 0 && !from.AtEnd(); --frames) {
         const std::vector<uint8_t> frame = TakeFrame(from);

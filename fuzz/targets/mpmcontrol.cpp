@@ -1,12 +1,9 @@
 // One line to the simulated firmware's control socket.
 #include <json/json.h>
 
-#include <exception>
-#include <memory>
-
-#include "firmware/Report.h"
 #include "firmware/control/Verbs.h"
 #include "fuzz/Input.h"
+#include "testbed/ControlSocket.h"
 
 namespace {
 
@@ -15,22 +12,12 @@ mpm::Firmware& Firmware() {
     return firmware;
 }
 
-bool Parse(const std::string& text, Json::Value& json) {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    std::string errors;
-    return reader->parse(text.data(), text.data() + text.size(), &json, &errors);
-}
-
 }  // namespace
 
 FUZZ_TARGET(mpmcontrol) {
-    try {
-        Json::Value request;
-        if (!Parse(fuzz::TextOf(input), request)) return;
-        mpm::Compact(mpm::control::Handle(Firmware(), request));
-    } catch (const std::exception& error) {
-        fuzz::Require(*error.what(), "a refusal says why");
-    }
+    const auto handle = [](const Json::Value& request) { return mpm::control::Handle(Firmware(), request); };
+    const Json::Value answer = testbed::AnswerLine(fuzz::TextOf(input), handle);
+    fuzz::Require(!answer.isMember("error") || !answer["error"].asString().empty(), "a refusal says why");
     Firmware().ClearFaults();
     Firmware().Change([](mpm::Settings& settings) { settings = {}; });
     fuzz::Require(mpm::control::FromHex(mpm::control::ToHex(input)).size() == input.size(),

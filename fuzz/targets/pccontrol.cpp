@@ -2,6 +2,7 @@
 #include <json/json.h>
 
 #include "fuzz/Input.h"
+#include "testbed/ControlSocket.h"
 #include "winhost/control/Commands.h"
 #include "winhost/core/Clock.h"
 #include "winhost/pc/Pc.h"
@@ -19,8 +20,8 @@ void Restore() {
 
 FUZZ_TARGET(pccontrol) {
     Restore();
-    const Json::Value answer = winhost::Answer(fuzz::TextOf(input));
-    fuzz::Require(answer["ok"].isBool(), "every line is answered");
+    const Json::Value answer = testbed::AnswerLine(fuzz::TextOf(input), winhost::Answer);
     fuzz::Require(answer["ok"].asBool() || !answer["error"].asString().empty(), "a refusal says why");
-    fuzz::Require(winhost::Answer(R"({"command": "status"})")["ok"].asBool(), "the next line is answered");
+    const Json::Value next = testbed::AnswerLine(R"({"command": "status"})", winhost::Answer);
+    fuzz::Require(next["ok"].asBool(), "the next line is answered");
 }

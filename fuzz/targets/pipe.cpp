@@ -20,8 +20,8 @@ constexpr int kMostReads = 64;
 
 // The other process's end, which has greeted as it should.
 struct Peer {
-    winhost::Descriptor socket;
-    winhost::Descriptor counts[3];
+    testbed::Descriptor socket;
+    testbed::Descriptor counts[3];
 };
 
 bool Greet(const Peer& peer, size_t descriptors) {
@@ -56,10 +56,10 @@ FUZZ_TARGET(pipe) {
     const DWORD room = from.Word();
     int ends[2];
     fuzz::Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0, "sockets");
-    Peer peer{winhost::Descriptor(ends[0]), {}};
-    winhost::Descriptor own(ends[1]);
+    Peer peer{testbed::Descriptor(ends[0]), {}};
+    testbed::Descriptor own(ends[1]);
     for (auto& count : peer.counts)
-        count = winhost::Descriptor(eventfd(from.Byte(), EFD_CLOEXEC | EFD_NONBLOCK));
+        count = testbed::Descriptor(eventfd(from.Byte(), EFD_CLOEXEC | EFD_NONBLOCK));
     fuzz::Require(Greet(peer, descriptors), "a greeting leaves");
     const auto connection = winhost::PipeConnection::Take(std::move(own), holdsMessages, room);
     fuzz::Require((connection != nullptr) == (descriptors == 3), "just a whole greeting is taken");

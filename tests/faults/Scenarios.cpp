@@ -80,10 +80,11 @@ void Power(World& world) {
     world.UntilLogged(kSession);
     for (const MpmCommand command :
          {MPM_ZEL_CMD_HOST_CYCLE_SOFT, MPM_ZEL_CMD_HOST_HIBERNATE, MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE}) {
-        const size_t before = World::Pc().PowerActions().size();
+        const size_t before = World::Pc().Records<winhost::PowerAction>().size();
         world.firmware.Send(command);
         world.firmware.SendDash("done");
-        world.Until([&] { return World::Pc().PowerActions().size() > before; }, World::Seconds(10));
+        world.Until([&] { return World::Pc().Records<winhost::PowerAction>().size() > before; },
+                    World::Seconds(10));
     }
 }
 

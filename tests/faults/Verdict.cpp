@@ -79,8 +79,10 @@ Reference Reference::Load(const std::string& path) {
 
 // The log's, and what the service told by other ways.
 std::map<std::string, size_t> World::Lines() {
-    std::vector<std::string> texts = Pc().DebugTexts();
-    for (const auto& entry : Pc().EventLog())
+    std::vector<std::string> texts;
+    for (const auto& debugged : Pc().Records<winhost::DebugText>())
+        texts.push_back(debugged.text);
+    for (const auto& entry : Pc().Records<winhost::EventLogEntry>())
         texts.insert(texts.end(), entry.strings.begin(), entry.strings.end());
     for (const LogLine& line : Log()) {
         if (line.level.empty()) Find("malformed line in the log: " + line.text);

@@ -18,7 +18,7 @@ void LinkedFixture::SetUp() {
     ServiceFixture::SetUp();
     const std::string word = HostPath("C:\\word");
     ASSERT_EQ(mkfifo(word.c_str(), 0600), 0);
-    m_word = winhost::Descriptor(open(word.c_str(), O_RDWR | O_CLOEXEC));
+    m_word = testbed::Descriptor(open(word.c_str(), O_RDWR | O_CLOEXEC));
 }
 
 void LinkedFixture::TearDown() {

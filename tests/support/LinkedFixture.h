@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tests/support/ServiceFixture.h"
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 class LinkedFixture : public ServiceFixture {
   protected:
@@ -45,5 +45,5 @@ class LinkedFixture : public ServiceFixture {
     static size_t OpenHandles();
 
   private:
-    winhost::Descriptor m_word;
+    testbed::Descriptor m_word;
 };

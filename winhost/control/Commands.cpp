@@ -1,8 +1,6 @@
 #include "winhost/control/Commands.h"
 
-#include <json/reader.h>
-
-#include <memory>
+#include <limits>
 
 namespace winhost {
 namespace {
@@ -12,47 +10,57 @@ Json::Value Help(const Json::Value&);
 const std::vector<Command>& AllCommands() {
     static const auto& commands = *new std::vector<Command>([] {
         std::vector<Command> all = ServiceCommands();
-        for (const auto& commands : {PcCommands(), HostCommands(), SessionCommands()})
+        for (const auto& commands : {PcCommands(), HostCommands(), SessionCommands(), JournalCommands()})
             all.insert(all.end(), commands.begin(), commands.end());
-        all.push_back({"help", "this list", Help});
+        all.push_back({"help", "the commands, each with its arguments", Help});
         return all;
     }());
     return commands;
 }
 
-Json::Value Help(const Json::Value&) {
-    Json::Value list(Json::objectValue);
-    for (const Command& command : AllCommands())
-        list[command.name] = command.help;
-    return list;
+const char* NameOf(Argument::Kind kind) {
+    constexpr const char* kNames[] = {"number", "text", "number or name", "json", "flag"};
+    return kNames[static_cast<size_t>(kind)];
 }
 
-Json::Value Parse(const std::string& line) {
-    Json::CharReaderBuilder strict;
-    Json::CharReaderBuilder::strictMode(&strict.settings_);
-    const std::unique_ptr<Json::CharReader> reader(strict.newCharReader());
-    Json::Value request;
-    std::string errors;
-    if (!reader->parse(line.data(), line.data() + line.size(), &request, &errors)) {
-        throw CommandError("not a line of JSON: " + errors);
+Json::Value Help(const Json::Value&) {
+    Json::Value list(Json::objectValue);
+    for (const Command& command : AllCommands()) {
+        Json::Value& entry = list[command.name];
+        entry["help"] = command.help;
+        entry["arguments"] = Json::arrayValue;
+        for (const Argument& argument : command.arguments) {
+            Json::Value json(Json::objectValue);
+            json["name"] = argument.name;
+            json["kind"] = NameOf(argument.kind);
+            json["help"] = argument.help;
+            json["required"] = argument.required && argument.kind != Argument::Kind::Flag;
+            entry["arguments"].append(json);
+        }
     }
-    if (!request.isObject()) throw CommandError("a request is an object");
-    return request;
+    return list;
 }
 
 Json::Value Run(const Json::Value& request) {
     const std::string name = TextOf(request, "command");
-    for (const Command& command : AllCommands())
+    bool takesAction = false;
+    for (const Command& command : AllCommands()) {
         if (command.name == name) return command.run(request);
-    throw CommandError("unknown command \"" + name + "\"; \"help\" lists them");
+        takesAction |= command.name.starts_with(name + " ");
+    }
+    if (!takesAction) throw CommandError("unknown command \"" + name + "\"; \"help\" lists them");
+    const std::string action = TextOf(request, "action");
+    for (const Command& command : AllCommands())
+        if (command.name == name + " " + action) return command.run(request);
+    throw CommandError("unknown action \"" + action + "\"");
 }
 
 }  // namespace
 
-Json::Value Answer(const std::string& line) {
+Json::Value Answer(const Json::Value& request) {
     Json::Value answer(Json::objectValue);
     try {
-        answer["result"] = Run(Parse(line));
+        answer["result"] = Run(request);
         answer["ok"] = true;
     } catch (const std::exception& error) {
         answer["ok"] = false;
@@ -74,6 +82,10 @@ int64_t NumberOf(const Json::Value& request, const char* member, int64_t lowest,
                            std::to_string(lowest) + " to " + std::to_string(highest));
     }
     return value.asInt64();
+}
+
+uint32_t Unsigned32Of(const Json::Value& request, const char* member, uint32_t lowest) {
+    return static_cast<uint32_t>(NumberOf(request, member, lowest, std::numeric_limits<uint32_t>::max()));
 }
 
 bool FlagOf(const Json::Value& request, const char* member) {

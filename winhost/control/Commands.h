@@ -9,30 +9,41 @@
 
 namespace winhost {
 
-// A request that cannot be served, told to its sender.
+// A request that cannot be served; its text goes to the client.
 class CommandError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-struct Command {
+// A member of a request. A client that knows no command by itself takes the arguments from "help".
+struct Argument {
+    enum class Kind { Number, Text, NumberOrName, Json, Flag };
     std::string name;
-    std::string help;  // its members, and what it does
-    Json::Value (*run)(const Json::Value& request);
+    Kind kind;
+    std::string help;
+    bool required = true;
 };
 
-// The answer to one line: {"ok": true, "result": ...} or {"ok": false, "error": "..."}. Never throws for a
-// bad line.
-Json::Value Answer(const std::string& line);
+struct Command {
+    std::string name;  // "status", or with an action "clock advance"
+    std::string help;
+    Json::Value (*run)(const Json::Value& request);
+    std::vector<Argument> arguments = {};
+};
+
+// {"ok": true, "result": ...} or {"ok": false, "error": "..."}. Never throws for a bad request.
+Json::Value Answer(const Json::Value& request);
 
 std::vector<Command> ServiceCommands();
 std::vector<Command> PcCommands();
 std::vector<Command> HostCommands();
 std::vector<Command> SessionCommands();
+std::vector<Command> JournalCommands();
 
 // A member of the request; each throws CommandError when it is missing or of another type.
 std::string TextOf(const Json::Value& request, const char* member);
 int64_t NumberOf(const Json::Value& request, const char* member, int64_t lowest, int64_t highest);
+uint32_t Unsigned32Of(const Json::Value& request, const char* member, uint32_t lowest = 0);
 bool FlagOf(const Json::Value& request, const char* member);  // false when missing
 
 }  // namespace winhost

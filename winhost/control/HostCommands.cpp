@@ -1,15 +1,10 @@
-// The PC's radio and its power: what Windows would tell of the one, and what it was told to do with the
-// other.
-#include <limits>
-
+// The PC's radio.
 #include "winhost/control/Commands.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/wlan/WlanService.h"
 
 namespace winhost {
 namespace {
-
-constexpr int64_t kHighest = std::numeric_limits<uint32_t>::max();
 
 struct NamedState {
     const char* name;
@@ -36,8 +31,7 @@ uint32_t StateOf(const Json::Value& request) {
 }
 
 uint32_t InterfaceOf(const Json::Value& request) {
-    return request.isMember("interface") ? static_cast<uint32_t>(NumberOf(request, "interface", 0, kHighest))
-                                         : 0;
+    return request.isMember("interface") ? Unsigned32Of(request, "interface") : 0;
 }
 
 Json::Value Interfaces() {
@@ -52,57 +46,51 @@ Json::Value Interfaces() {
     return list;
 }
 
-Json::Value Wlan(const Json::Value& request) {
-    const std::string action = TextOf(request, "action");
-    if (action == "notify") {
-        WlanNotification notification;
-        notification.code = static_cast<uint32_t>(NumberOf(request, "code", 0, kHighest));
-        if (request.isMember("source")) {
-            notification.source = static_cast<uint32_t>(NumberOf(request, "source", 1, kHighest));
-        }
-        notification.interfaceNumber = InterfaceOf(request);
-        WlanService::Instance().Notify(notification);
-    } else if (action == "state") {
-        const uint32_t state = StateOf(request), number = InterfaceOf(request);
-        Pc::Instance().Change([&](PcDescription& pc) {
-            if (number >= pc.wlanInterfaces.size()) {
-                throw CommandError("the PC has no WLAN interface " + std::to_string(number));
-            }
-            pc.wlanInterfaces[number].state = state;
-        });
-    } else if (action != "read") {
-        throw CommandError("unknown action \"" + action + "\"");
-    }
+Json::Value ReadWlan(const Json::Value&) {
     Json::Value json(Json::objectValue);
     json["interfaces"] = Interfaces();
     json["listeners"] = Json::UInt64{WlanService::Instance().Listeners()};
     return json;
 }
 
-Json::Value PowerActions(const Json::Value&) {
-    Json::Value list(Json::arrayValue);
-    for (const PowerAction& action : Pc::Instance().PowerActions()) {
-        Json::Value json(Json::objectValue);
-        json["action"] = action.action;
-        json["call"] = action.call;
-        list.append(json);
-    }
-    return list;
+Json::Value NotifyWlan(const Json::Value& request) {
+    WlanNotification notification;
+    notification.code = Unsigned32Of(request, "code");
+    if (request.isMember("source")) notification.source = Unsigned32Of(request, "source", 1);
+    notification.interfaceNumber = InterfaceOf(request);
+    WlanService::Instance().Notify(notification);
+    return ReadWlan(request);
+}
+
+Json::Value SetWlanState(const Json::Value& request) {
+    const uint32_t state = StateOf(request), number = InterfaceOf(request);
+    Pc::Instance().Change([&](PcDescription& pc) {
+        if (number >= pc.wlanInterfaces.size()) {
+            throw CommandError("the PC has no WLAN interface " + std::to_string(number));
+        }
+        pc.wlanInterfaces[number].state = state;
+    });
+    return ReadWlan(request);
 }
 
 }  // namespace
 
 std::vector<Command> HostCommands() {
+    using Kind = Argument::Kind;
+    const Argument interface { "interface", Kind::Number, "its place in the PC's list, from 0", false };
     return {
-        {"wlan",
-         "action (notify with code, source, interface; state with state, interface; read): tells the "
-         "listeners of the "
-         "WLAN service and answers when their callbacks have returned, or sets an interface's state; answers "
-         "with the "
-         "interfaces and how many listen",
-         Wlan},
-        {"power-actions", "the shutdowns, reboots, hibernations and sleeps that were asked for",
-         PowerActions},
+        {"wlan read", "the interfaces, and how many listen", ReadWlan},
+        {"wlan notify",
+         "notifies the listeners and answers when their callbacks have returned",
+         NotifyWlan,
+         {{"code", Kind::Number, "10 is connected, 21 disconnected"},
+          {"source", Kind::Number, "8, the auto configuration, when left out", false},
+          interface}},
+        {"wlan state",
+         "sets an interface's state without a notification",
+         SetWlanState,
+         {{"state", Kind::NumberOrName, "0 to 7, or a name: connected, disconnected, associating, ..."},
+          interface}},
     };
 }
 

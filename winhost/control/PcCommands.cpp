@@ -26,19 +26,27 @@ Json::Value ReadClock() {
     return json;
 }
 
-Json::Value SetClock(const Json::Value& request) {
-    Clock& clock = Clock::Instance();
-    const std::string action = TextOf(request, "action");
-    if (action == "advance") {
-        clock.Advance(std::chrono::milliseconds(NumberOf(request, "milliseconds", 0, kLongestMilliseconds)));
-    } else if (action == "wall-offset") {
-        clock.SetWallOffset(std::chrono::milliseconds(
-            NumberOf(request, "milliseconds", -kLongestMilliseconds, kLongestMilliseconds)));
-    } else if (action == "manual" || action == "running") {
-        clock.SetManual(action == "manual");
-    } else if (action != "read") {
-        throw CommandError("unknown action \"" + action + "\"");
-    }
+std::chrono::milliseconds MillisecondsOf(const Json::Value& request, int64_t lowest = 0) {
+    return std::chrono::milliseconds(NumberOf(request, "milliseconds", lowest, kLongestMilliseconds));
+}
+
+Json::Value ShowClock(const Json::Value&) {
+    return ReadClock();
+}
+
+Json::Value AdvanceClock(const Json::Value& request) {
+    Clock::Instance().Advance(MillisecondsOf(request));
+    return ReadClock();
+}
+
+Json::Value SetWallOffset(const Json::Value& request) {
+    Clock::Instance().SetWallOffset(MillisecondsOf(request, -kLongestMilliseconds));
+    return ReadClock();
+}
+
+template <bool manual>
+Json::Value SetManual(const Json::Value&) {
+    Clock::Instance().SetManual(manual);
     return ReadClock();
 }
 
@@ -82,27 +90,34 @@ Json::Value Describe(const Json::Value&) {
 
 // ---- gate ----
 
-Json::Value SetGate(const Json::Value& request) {
-    Gate& gate = Gate::Instance();
-    const std::string action = TextOf(request, "action");
+std::string CallOf(const Json::Value& request) {
     const std::string call = request.isMember("call") ? TextOf(request, "call") : "";
-    if (action == "fail") {
-        const auto n = NumberOf(request, "n", 1, std::numeric_limits<int64_t>::max());
-        const auto error = NumberOf(request, "error", 1, std::numeric_limits<uint32_t>::max());
-        gate.FailNth(call, static_cast<uint64_t>(n), static_cast<uint32_t>(error),
-                     FlagOf(request, "forEver"));
-    } else if (action == "delay") {
-        gate.Delay(TextOf(request, "call"),
-                   std::chrono::milliseconds(NumberOf(request, "milliseconds", 0, kLongestMilliseconds)));
-    } else if (action == "reset") {
-        gate.Reset();
-    } else if (action != "count") {
-        throw CommandError("unknown action \"" + action + "\"");
-    }
+    if (!call.empty() && !Gate::Knows(call)) throw CommandError("unknown call \"" + call + "\"");
+    return call;
+}
+
+Json::Value CountCalls(const Json::Value& request) {
     Json::Value json(Json::objectValue);
-    json["calls"] = Json::UInt64{gate.Count(call)};
-    json["failures"] = Json::UInt64{gate.Failures()};
+    json["calls"] = Json::UInt64{Gate::Instance().Count(CallOf(request))};
+    json["failures"] = Json::UInt64{Gate::Instance().Failures()};
     return json;
+}
+
+Json::Value FailCall(const Json::Value& request) {
+    const auto n = NumberOf(request, "n", 1, std::numeric_limits<int64_t>::max());
+    const uint32_t error = Unsigned32Of(request, "error", 1);
+    Gate::Instance().FailNth(CallOf(request), static_cast<uint64_t>(n), error, FlagOf(request, "forEver"));
+    return CountCalls(request);
+}
+
+Json::Value DelayCall(const Json::Value& request) {
+    Gate::Instance().Delay(CallOf(request), MillisecondsOf(request));
+    return CountCalls(request);
+}
+
+Json::Value ResetGate(const Json::Value& request) {
+    Gate::Instance().Reset();
+    return CountCalls(request);
 }
 
 // ---- what is open ----
@@ -125,20 +140,42 @@ Json::Value Mailbox(const Json::Value&) {
 }  // namespace
 
 std::vector<Command> PcCommands() {
+    using Kind = Argument::Kind;
+    const Argument anyCall{"call", Kind::Text, "the call's name, or an empty text for any"};
     return {
-        {"clock",
-         "action (advance, manual, running, wall-offset, read), milliseconds: moves the PC's clock and "
-         "answers with its "
-         "readings",
-         SetClock},
+        {"clock read", "the readings of the PC's clock", ShowClock},
+        {"clock advance",
+         "moves the clock forward",
+         AdvanceClock,
+         {{"milliseconds", Kind::Number, "by so many"}}},
+        {"clock wall-offset",
+         "moves the wall clock alone",
+         SetWallOffset,
+         {{"milliseconds", Kind::Number, "by so many from the real time, back with a negative number"}}},
+        {"clock manual", "lets the clock stand still but for advance", SetManual<true>},
+        {"clock running", "lets the clock follow the machine", SetManual<false>},
         {"description", "the PC's description as it stands", Describe},
-        {"change", "patch: a JSON merge patch over the description; answers with what came of it",
-         ChangeDescription},
-        {"gate",
-         "action (fail with call, n, error, forEver; delay with call, milliseconds; count with call; reset): "
-         "arms the "
-         "calls of the service; answers with the calls counted and failed",
-         SetGate},
+        {"change",
+         "changes the PC's description and answers with it",
+         ChangeDescription,
+         {{"patch", Kind::Json, "a JSON merge patch: {\"adapters\": [], \"connectedFlags\": 0}"}}},
+        {"gate fail",
+         "makes the nth call from now fail",
+         FailCall,
+         {anyCall,
+          {"n", Kind::Number, "1 is the next"},
+          {"error", Kind::Number, "Windows' error number"},
+          {"forEver", Kind::Flag, "and all after it"}}},
+        {"gate delay",
+         "holds each such call",
+         DelayCall,
+         {{"call", Kind::Text, "the call's name"},
+          {"milliseconds", Kind::Number, "for so long, in real time"}}},
+        {"gate count",
+         "counts the calls and failures since the last reset",
+         CountCalls,
+         {{"call", Kind::Text, "the call's name; without it all", false}}},
+        {"gate reset", "lets all calls pass, and counts from 0", ResetGate},
         {"mailbox", "what is open and pending on the mailbox device", Mailbox},
         {"handles", "how many handles and sockets are open", Handles},
     };

@@ -1,12 +1,8 @@
-// The service as its control manager and the event log see it.
+// The controls that the service's control manager delivers.
 #include <winsvc.h>
 #include <windows.h>
 
-#include <array>
-#include <limits>
-
 #include "winhost/control/Commands.h"
-#include "winhost/pc/Pc.h"
 #include "winhost/service/Scm.h"
 
 namespace winhost {
@@ -37,36 +33,6 @@ constexpr NamedControl kNamedControls[] = {
     {"resume-automatic", SERVICE_CONTROL_POWEREVENT, kResumeAutomatic},
 };
 
-const char* StateName(uint32_t state) {
-    constexpr std::array kNames = {"none",    "stopped",          "start pending", "stop pending",
-                                   "running", "continue pending", "pause pending", "paused"};
-    return state < kNames.size() ? kNames[state] : "unknown";
-}
-
-Json::Value ToJson(const ServiceReport& report) {
-    Json::Value json(Json::objectValue);
-    json["type"] = report.type;
-    json["state"] = report.state;
-    json["stateName"] = StateName(report.state);
-    json["controlsAccepted"] = report.controlsAccepted;
-    json["win32ExitCode"] = report.win32ExitCode;
-    json["checkPoint"] = report.checkPoint;
-    json["waitHint"] = report.waitHint;
-    return json;
-}
-
-Json::Value Status(const Json::Value&) {
-    const auto reports = Pc::Instance().ServiceReports();
-    return ToJson(reports.empty() ? ServiceReport{} : reports.back());
-}
-
-Json::Value Reports(const Json::Value&) {
-    Json::Value list(Json::arrayValue);
-    for (const ServiceReport& report : Pc::Instance().ServiceReports())
-        list.append(ToJson(report));
-    return list;
-}
-
 std::string NamesOfControls() {
     std::string names;
     for (const NamedControl& named : kNamedControls)
@@ -75,7 +41,6 @@ std::string NamesOfControls() {
 }
 
 NamedControl ControlOf(const Json::Value& request) {
-    constexpr int64_t kHighest = std::numeric_limits<uint32_t>::max();
     NamedControl control{"", 0, 0};
     if (request["code"].isString()) {
         const std::string name = request["code"].asString();
@@ -84,10 +49,9 @@ NamedControl ControlOf(const Json::Value& request) {
         if (control.control == 0)
             throw CommandError("unknown control \"" + name + "\"; there are " + NamesOfControls());
     } else {
-        control.control = static_cast<uint32_t>(NumberOf(request, "code", 1, kHighest));
+        control.control = Unsigned32Of(request, "code", 1);
     }
-    if (request.isMember("event"))
-        control.eventType = static_cast<uint32_t>(NumberOf(request, "event", 0, kHighest));
+    if (request.isMember("event")) control.eventType = Unsigned32Of(request, "event");
     return control;
 }
 
@@ -112,33 +76,16 @@ Json::Value Control(const Json::Value& request) {
     return "delivered";
 }
 
-Json::Value EventLog(const Json::Value&) {
-    Json::Value list(Json::arrayValue);
-    for (const EventLogEntry& entry : Pc::Instance().EventLog()) {
-        Json::Value json(Json::objectValue);
-        json["source"] = entry.source;
-        json["type"] = entry.type;
-        json["eventId"] = entry.eventId;
-        json["strings"] = Json::arrayValue;
-        for (const std::string& text : entry.strings)
-            json["strings"].append(text);
-        list.append(json);
-    }
-    return list;
-}
-
 }  // namespace
 
 std::vector<Command> ServiceCommands() {
     return {
-        {"status", "the service's last report to its control manager", Status},
-        {"reports", "all its reports", Reports},
         {"control",
-         "code (a number, or " + NamesOfControls() +
-             "), event, force: delivers a control and answers when its handler has returned; force delivers "
-             "one that the service does not accept",
-         Control},
-        {"event-log", "the entries of the event log", EventLog},
+         "delivers a service control and answers when its handler has returned",
+         Control,
+         {{"code", Argument::Kind::NumberOrName, "a number, or " + NamesOfControls()},
+          {"event", Argument::Kind::Number, "the event type of a power event", false},
+          {"force", Argument::Kind::Flag, "also one that the service does not accept"}}},
     };
 }
 

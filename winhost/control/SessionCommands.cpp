@@ -50,31 +50,17 @@ Json::Value Processes(const Json::Value&) {
     return list;
 }
 
-Json::Value Launches(const Json::Value&) {
-    Json::Value list(Json::arrayValue);
-    for (const ProcessLaunch& launch : Pc::Instance().Launches()) {
-        Json::Value json(Json::objectValue);
-        json["commandLine"] = launch.commandLine;
-        json["desktop"] = launch.desktop;
-        json["session"] = launch.session;
-        json["flags"] = launch.flags;
-        json["environment"] = launch.withEnvironment;
-        json["pid"] = launch.pid;
-        list.append(json);
-    }
-    return list;
-}
-
 }  // namespace
 
 std::vector<Command> SessionCommands() {
     return {
         {"lock", "locks the desktop at the console", Lock},
         {"unlock", "unlocks it", Unlock},
-        {"session", "id (a number, or none): brings another session to the console; the processes stay",
-         Session},
+        {"session",
+         "brings another session to the console; the processes stay",
+         Session,
+         {{"id", Argument::Kind::NumberOrName, "its number, or none"}}},
         {"processes", "the PC's processes, as a snapshot lists them", Processes},
-        {"launches", "the programs that were started in a session", Launches},
     };
 }
 

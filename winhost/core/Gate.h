@@ -38,6 +38,8 @@ class Gate {
     // Whether this call succeeds for everybody who owns what he gives it: to fail it is no fault of the
     // platform's but of the test's.
     static bool FailsForNobody(const std::string& call);
+    // Whether this program holds an implementation of the call.
+    static bool Knows(const std::string& call);
     // Every call of this name is held for so long, in real time, before it does anything.
     void Delay(const std::string& call, std::chrono::milliseconds by);
     // Calls since the last Reset; an empty name counts all.
@@ -97,8 +99,13 @@ class GateSite {
 
 }  // namespace winhost
 
+// Puts the call's name into the list of those that this program knows, whether or not it is ever made.
+#define WINHOST_CALL_NAME(name) \
+    [[gnu::section("winhost_calls"), gnu::used]] static const char* const knownCall = name
+
 #define WINHOST_GATE(name, failure)                                     \
     do {                                                                \
+        WINHOST_CALL_NAME(name);                                        \
         static ::winhost::GateSite site(name);                          \
         if (uint32_t error = site.Enter(__builtin_return_address(0))) { \
             SetLastError(error);                                        \
@@ -108,12 +115,14 @@ class GateSite {
 
 #define WINHOST_GATE_CODE(name)                                                           \
     do {                                                                                  \
+        WINHOST_CALL_NAME(name);                                                          \
         static ::winhost::GateSite site(name);                                            \
         if (uint32_t error = site.Enter(__builtin_return_address(0))) return (LONG)error; \
     } while (false)
 
 #define WINHOST_GATE_PASS(name)                \
     do {                                       \
+        WINHOST_CALL_NAME(name);               \
         static ::winhost::GateSite site(name); \
         site.Pass();                           \
     } while (false)

@@ -10,8 +10,8 @@ namespace winhost {
 
 namespace {
 
-Descriptor ConnectToFirmware() {
-    return Descriptor(ConnectLink(Pc::Instance().Description().mailbox));
+testbed::Descriptor ConnectToFirmware() {
+    return testbed::Descriptor(ConnectLink(Pc::Instance().Description().mailbox));
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ void MailboxDevice::Work() {
 DWORD OpenMailbox(const std::string& name, DWORD access, std::shared_ptr<FileObject>& file) {
     if (strcasecmp(name.c_str(), MailboxDevice::kPath) != 0) return ERROR_FILE_NOT_FOUND;
     if (access != (GENERIC_READ | GENERIC_WRITE)) return ERROR_NOT_SUPPORTED;
-    Descriptor socket = ConnectToFirmware();
+    testbed::Descriptor socket = ConnectToFirmware();
     if (!socket) return ERROR_FILE_NOT_FOUND;
     const auto handle = std::make_shared<MailboxHandle>(std::move(socket));
     if (!handle->IsReady()) return ERROR_NO_SYSTEM_RESOURCES;

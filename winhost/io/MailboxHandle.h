@@ -7,7 +7,7 @@
 #include <string>
 
 #include "firmware/link/LinkProtocol.h"
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 #include "winhost/io/FileObject.h"
 #include "winhost/pipe/Interrupt.h"
 
@@ -18,7 +18,7 @@ DWORD OpenMailbox(const std::string& name, DWORD access, std::shared_ptr<FileObj
 
 class MailboxHandle : public OverlappedFile {
   public:
-    explicit MailboxHandle(Descriptor socket) : m_socket(std::move(socket)) {}
+    explicit MailboxHandle(testbed::Descriptor socket) : m_socket(std::move(socket)) {}
     // False when the host had no descriptor left for it.
     bool IsReady() const { return m_interrupt.IsMade(); }
 
@@ -63,7 +63,7 @@ class MailboxHandle : public OverlappedFile {
     bool FindTaker();
     bool IsStalled() const { return m_received == sizeof m_header && !m_isAddressed; }
 
-    const Descriptor m_socket;
+    const testbed::Descriptor m_socket;
     Interrupt m_interrupt;
     std::mutex m_working;  // held by the thread that works, also while it completes requests
 

@@ -14,6 +14,7 @@ void _ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteI
     std::thread* thread, std::unique_ptr<std::thread::_State> state, void (*depend)());
 
 void StartGatedThread(std::thread* thread, std::unique_ptr<std::thread::_State> state, void (*depend)()) {
+    WINHOST_CALL_NAME("std::thread");
     static winhost::GateSite site("std::thread");
     if (site.Enter(__builtin_return_address(0)) != 0)
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));

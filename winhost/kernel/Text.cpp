@@ -6,7 +6,7 @@
 #include <winnls.h>
 
 #include "winhost/core/Gate.h"
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR text, int length, LPSTR buffer, int size,
                         LPCSTR defaultChar, LPBOOL usedDefaultChar) {
@@ -20,7 +20,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR text, int length, LP
     }
     // A length of -1 takes in the NUL.
     const size_t count = length == -1 ? std::wcslen(text) + 1 : static_cast<size_t>(length);
-    const std::string result = winhost::ToUtf8({text, count});
+    const std::string result = testbed::ToUtf8({text, count});
     if (size == 0) return static_cast<int>(result.size());
     if (result.size() > static_cast<size_t>(size)) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);

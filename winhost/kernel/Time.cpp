@@ -7,7 +7,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 #include "winhost/pc/Cached.h"
 #include "winhost/pc/Pc.h"
 
@@ -20,7 +20,7 @@ const TIME_ZONE_INFORMATION& TimeZone() {
     return winhost::CachedFromPc<TIME_ZONE_INFORMATION>([](const winhost::PcDescription& pc) {
         TIME_ZONE_INFORMATION zone{};
         zone.Bias = pc.timeZoneBiasMinutes;
-        const std::wstring name = winhost::FromUtf8(pc.timeZoneName);
+        const std::wstring name = testbed::FromUtf8(pc.timeZoneName);
         const size_t length = std::min(name.size(), std::size(zone.StandardName) - 1);
         std::copy_n(name.begin(), length, zone.StandardName);
         std::copy_n(name.begin(), length, zone.DaylightName);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "winhost/core/Gate.h"
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 #include "winhost/net/IpFields.h"
 #include "winhost/net/NetworkSource.h"
 
@@ -46,7 +46,7 @@ std::vector<MIB_IPADDRROW> AddressRows(const std::vector<Adapter>& adapters) {
 
 void Fill(MIB_IFROW& row, const Adapter& adapter) {
     row = {};
-    const std::wstring name = kDevicePrefix + winhost::FromUtf8(adapter.name);
+    const std::wstring name = kDevicePrefix + testbed::FromUtf8(adapter.name);
     std::copy_n(name.begin(), std::min(name.size(), std::size(row.wszName) - 1), row.wszName);
     row.dwIndex = adapter.index;
     row.dwType = adapter.type;

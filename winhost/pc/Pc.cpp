@@ -56,7 +56,7 @@ Pc& Pc::Instance() {
     static Pc& pc = [&]() -> Pc& {
         Pc& made = *new Pc;
         try {
-            ControlServer::Instance().Serve(made.m_description.controlSocket);
+            ServeControlSocket(made.m_description.controlSocket);
         } catch (const std::exception& error) {
             Refuse(error.what());
         }
@@ -90,12 +90,8 @@ void Pc::Reset(PcDescription description) {
         std::lock_guard lock(m_mutex);
         m_description = std::move(description);
         ++m_revision;
-        m_serviceReports.clear();
-        m_eventLog.clear();
-        m_powerActions.clear();
-        m_launches.clear();
-        m_debugTexts.clear();
     }
+    m_journal.Clear();
     DisableAllPrivileges();
     Scm::Instance().Reset();
     Gate::Instance().Reset();
@@ -103,7 +99,7 @@ void Pc::Reset(PcDescription description) {
     Clock::Instance().SetWallOffset({});
     Clock::Instance().SetRate(rate);
     ProcessWatcher::OnDescriptionChanged();
-    ControlServer::Instance().Serve(controlSocket);
+    ServeControlSocket(controlSocket);
 }
 
 PcDescription Pc::Description() const {
@@ -130,56 +126,6 @@ std::string Pc::HostPath(const std::string& windowsPath) const {
     path[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(path[0])));
     std::lock_guard lock(m_mutex);
     return m_description.root.empty() ? path : m_description.root + "/" + path;
-}
-
-void Pc::Record(const ServiceReport& report) {
-    std::lock_guard lock(m_mutex);
-    m_serviceReports.push_back(report);
-}
-
-std::vector<ServiceReport> Pc::ServiceReports() const {
-    std::lock_guard lock(m_mutex);
-    return m_serviceReports;
-}
-
-void Pc::Record(EventLogEntry entry) {
-    std::lock_guard lock(m_mutex);
-    m_eventLog.push_back(std::move(entry));
-}
-
-std::vector<EventLogEntry> Pc::EventLog() const {
-    std::lock_guard lock(m_mutex);
-    return m_eventLog;
-}
-
-void Pc::Record(PowerAction action) {
-    std::lock_guard lock(m_mutex);
-    m_powerActions.push_back(std::move(action));
-}
-
-std::vector<PowerAction> Pc::PowerActions() const {
-    std::lock_guard lock(m_mutex);
-    return m_powerActions;
-}
-
-void Pc::Record(ProcessLaunch launch) {
-    std::lock_guard lock(m_mutex);
-    m_launches.push_back(std::move(launch));
-}
-
-std::vector<ProcessLaunch> Pc::Launches() const {
-    std::lock_guard lock(m_mutex);
-    return m_launches;
-}
-
-void Pc::RecordDebugText(const std::string& text) {
-    std::lock_guard lock(m_mutex);
-    m_debugTexts.push_back(text);
-}
-
-std::vector<std::string> Pc::DebugTexts() const {
-    std::lock_guard lock(m_mutex);
-    return m_debugTexts;
 }
 
 }  // namespace winhost

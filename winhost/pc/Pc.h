@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "winhost/pc/Journal.h"
+
 namespace winhost {
 
 // A further address of an adapter.
@@ -106,33 +108,6 @@ struct PcDescription {
     std::string controlSocket;           // path of the Unix socket for winhostctl; empty: none
 };
 
-// What the service said to its SCM.
-struct ServiceReport {
-    uint32_t type = 0, state = 0, controlsAccepted = 0, win32ExitCode = 0, checkPoint = 0, waitHint = 0;
-};
-
-// An entry of the Windows event log.
-struct EventLogEntry {
-    std::string source;
-    uint16_t type = 0;
-    uint32_t eventId = 0;
-    std::vector<std::string> strings;
-};
-
-// A change of the PC's power that was asked for, and granted.
-struct PowerAction {
-    std::string action;  // "shutdown", "reboot", "hibernate" or "sleep"
-    std::string call;    // "InitiateSystemShutdownExA(null, null, 0, 1, 1, 0x80000000)"
-};
-
-// A program that CreateProcessAsUserA has started.
-struct ProcessLaunch {
-    std::string commandLine, desktop;
-    uint32_t session = 0, flags = 0;
-    bool withEnvironment = false;  // a block was given
-    uint32_t pid = 0;
-};
-
 class Pc {
   public:
     // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file ends the process
@@ -157,17 +132,15 @@ class Pc {
     // <root>/C:/x for C:\x; any other path only gets its separators turned.
     std::string HostPath(const std::string& windowsPath) const;
 
-    void Record(const ServiceReport& report);
-    std::vector<ServiceReport> ServiceReports() const;
-    void Record(EventLogEntry entry);
-    std::vector<EventLogEntry> EventLog() const;
-    void Record(PowerAction action);
-    std::vector<PowerAction> PowerActions() const;
-    void Record(ProcessLaunch launch);
-    std::vector<ProcessLaunch> Launches() const;
-    // Text given to OutputDebugStringA.
-    void RecordDebugText(const std::string& text);
-    std::vector<std::string> DebugTexts() const;
+    // The PC's journal.
+    template <class Type>
+    void Record(Type record) {
+        m_journal.Add(std::move(record));
+    }
+    template <class Type>
+    std::vector<Type> Records() const {
+        return m_journal.All<Type>();
+    }
 
   private:
     Pc();
@@ -175,11 +148,7 @@ class Pc {
     std::string m_descriptionFile;
     PcDescription m_description;
     std::atomic<uint64_t> m_revision{1};
-    std::vector<ServiceReport> m_serviceReports;
-    std::vector<EventLogEntry> m_eventLog;
-    std::vector<PowerAction> m_powerActions;
-    std::vector<ProcessLaunch> m_launches;
-    std::vector<std::string> m_debugTexts;
+    Journal m_journal;
 };
 
 }  // namespace winhost

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 namespace winhost {
 
@@ -22,7 +22,7 @@ class Interrupt {
     int Get() const { return m_event.Get(); }
 
   private:
-    const Descriptor m_event{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    const testbed::Descriptor m_event{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
 };
 
 }  // namespace winhost

@@ -13,7 +13,7 @@ DWORD OpenPipe(const std::string& name, DWORD access, std::shared_ptr<FileObject
                              (access & GENERIC_WRITE ? PIPE_ACCESS_INBOUND : 0);
     PipeFolder folder;
     PipeTerms terms{};
-    Descriptor socket;
+    testbed::Descriptor socket;
     if (const DWORD error = PipeFolder::Open(name, false, folder)) return error;
     if (const DWORD error = folder.Claim(pipeAccess, Pc::Instance().Description().userName, terms, socket))
         return error;

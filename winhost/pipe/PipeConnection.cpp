@@ -22,8 +22,8 @@ bool IsReadable(int descriptor) {
     return poll(&wait, 1, 0) > 0;
 }
 
-Descriptor NewCount() {
-    return Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+testbed::Descriptor NewCount() {
+    return testbed::Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
 }
 
 // What both ends share, as the server sees it; the client hands it over in its greeting, which is one byte.
@@ -51,7 +51,7 @@ bool SendGreeting(int socket, const Shared& shared) {
 }
 
 // None when the client has gone, or this process has no room for them.
-std::vector<Descriptor> ReceiveGreeting(int socket) {
+std::vector<testbed::Descriptor> ReceiveGreeting(int socket) {
     char greeting = 0;
     iovec data{&greeting, sizeof greeting};
     GreetingControl control{};
@@ -60,7 +60,7 @@ std::vector<Descriptor> ReceiveGreeting(int socket) {
     message.msg_iovlen = 1;
     message.msg_control = control.bytes;
     message.msg_controllen = sizeof control.bytes;
-    std::vector<Descriptor> received;
+    std::vector<testbed::Descriptor> received;
     const ssize_t size = recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
     const cmsghdr* const header = size == sizeof greeting ? CMSG_FIRSTHDR(&message) : nullptr;
     if (!header || header->cmsg_type != SCM_RIGHTS) return received;
@@ -82,7 +82,8 @@ DWORD AwaitDescriptor(int descriptor, short events, const Interrupt& interrupt) 
     return waits[1].revents ? static_cast<DWORD>(ERROR_OPERATION_ABORTED) : kSuccess;
 }
 
-std::unique_ptr<PipeConnection> PipeConnection::Offer(Descriptor socket, bool holdsMessages, DWORD room) {
+std::unique_ptr<PipeConnection> PipeConnection::Offer(testbed::Descriptor socket, bool holdsMessages,
+                                                      DWORD room) {
     std::unique_ptr<PipeConnection> made(new PipeConnection);
     made->m_socket = std::move(socket);
     made->m_readHere = NewCount();
@@ -95,8 +96,9 @@ std::unique_ptr<PipeConnection> PipeConnection::Offer(Descriptor socket, bool ho
     return SendGreeting(made->m_socket.Get(), shared) ? std::move(made) : nullptr;
 }
 
-std::unique_ptr<PipeConnection> PipeConnection::Take(Descriptor socket, bool holdsMessages, DWORD room) {
-    std::vector<Descriptor> shared = ReceiveGreeting(socket.Get());
+std::unique_ptr<PipeConnection> PipeConnection::Take(testbed::Descriptor socket, bool holdsMessages,
+                                                     DWORD room) {
+    std::vector<testbed::Descriptor> shared = ReceiveGreeting(socket.Get());
     if (shared.empty()) return nullptr;
     std::unique_ptr<PipeConnection> made(new PipeConnection);
     made->m_socket = std::move(socket);

@@ -9,7 +9,7 @@
 
 #include <minwindef.h>
 
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 #include "winhost/pipe/Interrupt.h"
 
 namespace winhost {
@@ -23,10 +23,10 @@ class PipeConnection {
   public:
     // The client's side of a fresh connection. Null when the host has no descriptors left. `room` is how many
     // bytes a write may leave unread.
-    static std::unique_ptr<PipeConnection> Offer(Descriptor socket, bool holdsMessages, DWORD room);
+    static std::unique_ptr<PipeConnection> Offer(testbed::Descriptor socket, bool holdsMessages, DWORD room);
     // The server's, of a socket that has something to read. Null when the client went before it had
     // connected.
-    static std::unique_ptr<PipeConnection> Take(Descriptor socket, bool holdsMessages, DWORD room);
+    static std::unique_ptr<PipeConnection> Take(testbed::Descriptor socket, bool holdsMessages, DWORD room);
     ~PipeConnection();
 
     // By message: one of them, or as much as fits, and the rest next time (ERROR_MORE_DATA). Else what is
@@ -52,9 +52,9 @@ class PipeConnection {
     DWORD AwaitReader(const Interrupt& interrupt);
     void CountWhatWasRead();
 
-    Descriptor m_socket;
-    Descriptor m_readHere, m_readThere;  // bytes, as counts of eventfds
-    Descriptor m_disconnected;           // raised by the server
+    testbed::Descriptor m_socket;
+    testbed::Descriptor m_readHere, m_readThere;  // bytes, as counts of eventfds
+    testbed::Descriptor m_disconnected;           // raised by the server
     bool m_isServer = false;
     bool m_holdsMessages = false;
     DWORD m_room = 0;

@@ -72,8 +72,8 @@ sockaddr_un AddressOf(const std::string& path) {
     return address;
 }
 
-Descriptor NewSocket() {
-    return Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+testbed::Descriptor NewSocket() {
+    return testbed::Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 }  // namespace
@@ -106,12 +106,13 @@ DWORD PipeFolder::Open(const std::string& pipeName, bool make, PipeFolder& folde
     std::error_code error;
     if (make) std::filesystem::create_directories(path, error);
     if (error) return FileErrorOf(error.value(), path.string());
-    folder.m_folder = Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    folder.m_folder = testbed::Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.m_folder) return ERROR_SUCCESS;
     return errno == ENOENT ? static_cast<DWORD>(ERROR_FILE_NOT_FOUND) : FileErrorOf(errno, path.string());
 }
 
-DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, Descriptor& file, Descriptor& listener) {
+DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, testbed::Descriptor& file,
+                      testbed::Descriptor& listener) {
     const Lock lock(*this);
     const auto instances = Instances();
     if (!instances.empty() && !Agree(instances.front().terms, terms)) return ERROR_ACCESS_DENIED;
@@ -122,7 +123,8 @@ DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, Descriptor& file
     while (std::any_of(instances.begin(), instances.end(), isTaken))
         ++number;
     const std::string name = InstanceFile(number);
-    file = Descriptor(openat(m_folder.Get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    file = testbed::Descriptor(
+        openat(m_folder.Get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     const bool isLocked = file && flock(file.Get(), LOCK_EX | LOCK_NB) == 0 &&
                           write(file.Get(), &terms, sizeof terms) == sizeof terms;
     const DWORD error = isLocked ? Bind(number, listener) : FileErrorOf(errno, name);
@@ -135,13 +137,13 @@ void PipeFolder::Remove(uint32_t number) {
     Sweep(number);
 }
 
-DWORD PipeFolder::Listen(uint32_t number, Descriptor& listener) {
+DWORD PipeFolder::Listen(uint32_t number, testbed::Descriptor& listener) {
     const Lock lock(*this);
     return Bind(number, listener);
 }
 
-DWORD PipeFolder::Bind(uint32_t number, Descriptor& listener) {
-    Descriptor made = NewSocket();
+DWORD PipeFolder::Bind(uint32_t number, testbed::Descriptor& listener) {
+    testbed::Descriptor made = NewSocket();
     const sockaddr_un address = AddressOf(SocketPath(number));
     if (made && bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
         listen(made.Get(), 1) == 0) {
@@ -156,7 +158,8 @@ void PipeFolder::StopListening(uint32_t number) {
     unlinkat(m_folder.Get(), SocketFile(number).c_str(), 0);
 }
 
-DWORD PipeFolder::Claim(uint32_t access, const std::string& user, PipeTerms& terms, Descriptor& connection) {
+DWORD PipeFolder::Claim(uint32_t access, const std::string& user, PipeTerms& terms,
+                        testbed::Descriptor& connection) {
     const Lock lock(*this);
     const auto instances = Instances();
     if (instances.empty()) return ERROR_FILE_NOT_FOUND;
@@ -210,7 +213,8 @@ std::vector<PipeFolder::Instance> PipeFolder::Instances() {
 
 // False for one whose server is gone.
 bool PipeFolder::ReadTerms(uint32_t number, PipeTerms& terms) {
-    const Descriptor file(openat(m_folder.Get(), InstanceFile(number).c_str(), O_RDONLY | O_CLOEXEC));
+    const testbed::Descriptor file(
+        openat(m_folder.Get(), InstanceFile(number).c_str(), O_RDONLY | O_CLOEXEC));
     if (!file || flock(file.Get(), LOCK_SH | LOCK_NB) == 0) return false;
     return pread(file.Get(), &terms, sizeof terms, 0) == sizeof terms;
 }
@@ -224,8 +228,8 @@ void PipeFolder::Sweep(uint32_t number) {
     unlinkat(m_folder.Get(), InstanceFile(number).c_str(), 0);
 }
 
-Descriptor PipeFolder::ConnectTo(uint32_t number) {
-    Descriptor made = NewSocket();
+testbed::Descriptor PipeFolder::ConnectTo(uint32_t number) {
+    testbed::Descriptor made = NewSocket();
     const sockaddr_un address = AddressOf(SocketPath(number));
     if (!made || connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         return {};

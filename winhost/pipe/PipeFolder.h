@@ -13,7 +13,7 @@
 #include <minwindef.h>
 
 #include "winhost/core/Clock.h"
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 namespace winhost {
 
@@ -36,17 +36,18 @@ class PipeFolder {
 
     // Locks the file of a new instance and has it listen. ERROR_ACCESS_DENIED when the terms differ from
     // those of the other instances, ERROR_PIPE_BUSY when there is no room for one more.
-    DWORD Add(const PipeTerms& terms, uint32_t& number, Descriptor& file, Descriptor& listener);
+    DWORD Add(const PipeTerms& terms, uint32_t& number, testbed::Descriptor& file,
+              testbed::Descriptor& listener);
     void Remove(uint32_t number);
 
     // The listening socket of an instance.
-    DWORD Listen(uint32_t number, Descriptor& listener);
+    DWORD Listen(uint32_t number, testbed::Descriptor& listener);
     void StopListening(uint32_t number);
 
     // A connection to an instance that listened until now: ERROR_FILE_NOT_FOUND without instances,
     // ERROR_ACCESS_DENIED for an `access` (PIPE_ACCESS_* as the server names it) that `user` hasn't,
     // ERROR_PIPE_BUSY when none listens.
-    DWORD Claim(uint32_t access, const std::string& user, PipeTerms& terms, Descriptor& connection);
+    DWORD Claim(uint32_t access, const std::string& user, PipeTerms& terms, testbed::Descriptor& connection);
 
     // The terms of an instance, if there is one.
     std::optional<PipeTerms> Terms();
@@ -65,14 +66,14 @@ class PipeFolder {
     bool ReadTerms(uint32_t number, PipeTerms& terms);
     bool Listens(uint32_t number) const;
     void Sweep(uint32_t number);
-    DWORD Bind(uint32_t number, Descriptor& listener);
-    Descriptor ConnectTo(uint32_t number);
+    DWORD Bind(uint32_t number, testbed::Descriptor& listener);
+    testbed::Descriptor ConnectTo(uint32_t number);
 
     bool HasListener();
     // Short enough for a socket's name, however deep the folder lies.
     std::string SocketPath(uint32_t number) const;
 
-    Descriptor m_folder;
+    testbed::Descriptor m_folder;
 };
 
 bool IsPipeName(const std::string& name);

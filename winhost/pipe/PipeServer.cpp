@@ -99,8 +99,8 @@ DWORD PipeServer::AcceptClient() {
     for (;;) {
         if (!m_arriving) {
             if (const DWORD error = AwaitDescriptor(m_listener.Get(), POLLIN, m_interrupt)) return error;
-            m_arriving =
-                Descriptor(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+            m_arriving = testbed::Descriptor(
+                accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
             if (!m_arriving && (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED)) continue;
             if (!m_arriving) return ERROR_NO_SYSTEM_RESOURCES;
             m_listener = {};

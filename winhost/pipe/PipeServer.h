@@ -30,9 +30,9 @@ class PipeServer : public PipeEnd {
 
     PipeFolder m_folder;
     uint32_t m_number = 0;
-    Descriptor m_file;      // locked; none when released
-    Descriptor m_listener;  // none unless it listens
-    Descriptor m_arriving;  // accepted there, and not yet heard of
+    testbed::Descriptor m_file;      // locked; none when released
+    testbed::Descriptor m_listener;  // none unless it listens
+    testbed::Descriptor m_arriving;  // accepted there, and not yet heard of
 };
 
 }  // namespace winhost

@@ -42,7 +42,7 @@ class FolderWatch {
         }
     }
 
-    const Descriptor m_events{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+    const testbed::Descriptor m_events{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
     Interrupt m_stop;
     std::mutex m_mutex;
     std::condition_variable m_changed;

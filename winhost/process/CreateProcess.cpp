@@ -12,7 +12,7 @@
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 #include "winhost/pc/Marks.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/power/Privileges.h"
@@ -91,7 +91,7 @@ std::vector<std::string> VariablesOf(LPVOID block, DWORD flags) {
     if (!(flags & CREATE_UNICODE_ENVIRONMENT)) return winhost::TextsOfBlock(static_cast<const char*>(block));
     std::vector<std::string> variables;
     for (const std::wstring& text : winhost::TextsOfBlock(static_cast<const WCHAR*>(block)))
-        variables.push_back(winhost::ToUtf8(text));
+        variables.push_back(testbed::ToUtf8(text));
     return variables;
 }
 

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "winhost/core/Gate.h"
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/Token.h"
 
@@ -29,7 +29,7 @@ std::vector<std::string> PcEnvironment() {
     const auto environment = Pc::Instance().Description().environment;
     std::vector<std::pair<std::wstring, std::string>> named;
     for (const auto& [name, value] : environment)
-        named.emplace_back(UpperCase(FromUtf8(name)), name + "=" + value);
+        named.emplace_back(UpperCase(testbed::FromUtf8(name)), name + "=" + value);
     std::sort(named.begin(), named.end());
     std::vector<std::string> variables;
     for (auto& [name, variable] : named)
@@ -49,7 +49,7 @@ BOOL Fail(DWORD error) {
 std::wstring MakeBlock() {
     std::wstring block;
     for (const std::string& variable : winhost::PcEnvironment()) {
-        block += winhost::FromUtf8(variable);
+        block += testbed::FromUtf8(variable);
         block += L'\0';
     }
     if (block.empty()) block += L'\0';

@@ -20,7 +20,7 @@ constexpr size_t kLargestFile = 4 << 20;
 
 std::string ReadFile(const std::string& path) {
     std::string text;
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const testbed::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     char block[4096];
     while (file && text.size() < kLargestFile) {
         const ssize_t size = read(file.Get(), block, sizeof block);
@@ -60,8 +60,8 @@ std::string ReadProcessFile(pid_t id, const char* file) {
     return ReadFile(PathOf(id, file));
 }
 
-Descriptor OpenPidfd(pid_t id) {
-    return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
+testbed::Descriptor OpenPidfd(pid_t id) {
+    return testbed::Descriptor(static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
 }
 
 std::vector<pid_t> ReadProcessIds() {

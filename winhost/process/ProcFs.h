@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 namespace winhost {
 
@@ -26,7 +26,7 @@ std::optional<ProcessStat> ReadProcessStat(pid_t id);
 // "cmdline" or "environ": texts, each with its NUL. Empty when it may not be read, or the process has ended.
 std::string ReadProcessFile(pid_t id, const char* file);
 // A descriptor that tells the process's end; none, with errno, when there is no such process or no room.
-Descriptor OpenPidfd(pid_t id);
+testbed::Descriptor OpenPidfd(pid_t id);
 // The ids of all processes that the calling user may look into.
 std::vector<pid_t> ReadProcessIds();
 

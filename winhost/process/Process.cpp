@@ -75,7 +75,7 @@ DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size) {
 
 void OutputDebugStringA(LPCSTR text) {
     WINHOST_GATE_PASS("OutputDebugStringA");
-    Pc::Instance().RecordDebugText(text ? text : "");
+    Pc::Instance().Record(winhost::DebugText{text ? text : ""});
 }
 
 int GetSystemMetrics(int index) {

@@ -41,17 +41,17 @@ DWORD ErrorOf(int error) {
 }
 
 // Of the process that the entry was made of; with ESRCH when that has gone.
-Descriptor OpenPidfdOf(const ProcessEntry& entry) {
-    Descriptor pidfd = OpenPidfd(static_cast<pid_t>(entry.id));
+testbed::Descriptor OpenPidfdOf(const ProcessEntry& entry) {
+    testbed::Descriptor pidfd = OpenPidfd(static_cast<pid_t>(entry.id));
     // The id may belong to another process by now.
     if (!pidfd || !IsLinuxProcessGone(entry)) return pidfd;
-    pidfd = Descriptor();
+    pidfd = testbed::Descriptor();
     errno = ESRCH;
     return pidfd;
 }
 
 DWORD TerminateLinuxProcess(const ProcessEntry& entry) {
-    const Descriptor pidfd = OpenPidfdOf(entry);
+    const testbed::Descriptor pidfd = OpenPidfdOf(entry);
     if (!pidfd) return ErrorOf(errno);
     const bool sent = syscall(SYS_pidfd_send_signal, pidfd.Get(), SIGKILL, nullptr, 0) == 0;
     return sent ? DWORD{ERROR_SUCCESS} : ErrorOf(errno);
@@ -77,7 +77,7 @@ class ProcessEnd::Watch {
         auto lookAgain = [process] { process->LookAgain(); };
         if (process->m_entry.described) {
             m_key = ProcessWatcher::Instance().WatchDescription(std::move(lookAgain));
-        } else if (Descriptor pidfd = OpenPidfdOf(process->m_entry)) {
+        } else if (testbed::Descriptor pidfd = OpenPidfdOf(process->m_entry)) {
             m_key = ProcessWatcher::Instance().Watch(std::move(pidfd), std::move(lookAgain));
         } else if (errno != ESRCH) {
             throw std::system_error(errno, std::generic_category(), "pidfd_open");

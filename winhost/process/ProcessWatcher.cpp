@@ -32,7 +32,7 @@ ProcessWatcher::ProcessWatcher() : m_epoll(epoll_create1(EPOLL_CLOEXEC)) {
     g_watcher = this;
 }
 
-ProcessWatcher::Key ProcessWatcher::Watch(Descriptor pidfd, Callback callback) {
+ProcessWatcher::Key ProcessWatcher::Watch(testbed::Descriptor pidfd, Callback callback) {
     std::lock_guard lock(m_mutex);
     const Key key = ++m_lastKey;
     epoll_event event{};
@@ -45,7 +45,7 @@ ProcessWatcher::Key ProcessWatcher::Watch(Descriptor pidfd, Callback callback) {
 
 ProcessWatcher::Key ProcessWatcher::WatchDescription(Callback callback) {
     std::lock_guard lock(m_mutex);
-    m_watched[++m_lastKey] = {Descriptor(), std::move(callback)};
+    m_watched[++m_lastKey] = {testbed::Descriptor(), std::move(callback)};
     return m_lastKey;
 }
 
@@ -86,7 +86,7 @@ ProcessWatcher::Callback ProcessWatcher::TakeEnded(Key key) {
 
 // Taken from the set first: a program that is being started may hold a copy of the descriptor for a moment.
 void ProcessWatcher::Drop(std::map<Key, Watched>::iterator watched) {
-    if (const Descriptor& pidfd = watched->second.pidfd)
+    if (const testbed::Descriptor& pidfd = watched->second.pidfd)
         epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, pidfd.Get(), nullptr);
     m_watched.erase(watched);
 }

@@ -6,7 +6,7 @@
 #include <map>
 #include <mutex>
 
-#include "winhost/core/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 namespace winhost {
 
@@ -20,7 +20,7 @@ class ProcessWatcher {
 
     // Calls back once, on the watcher's thread, when the process behind the pidfd has ended; the descriptor
     // is closed before that. Throws std::system_error.
-    Key Watch(Descriptor pidfd, Callback callback);
+    Key Watch(testbed::Descriptor pidfd, Callback callback);
     // Calls back after each change of the PC's description, on the thread that made it.
     Key WatchDescription(Callback callback);
     // No call comes any more, but for one that is under way.
@@ -31,7 +31,7 @@ class ProcessWatcher {
 
   private:
     struct Watched {
-        Descriptor pidfd;  // none for the description
+        testbed::Descriptor pidfd;  // none for the description
         Callback callback;
     };
 
@@ -40,7 +40,7 @@ class ProcessWatcher {
     Callback TakeEnded(Key key);
     void Drop(std::map<Key, Watched>::iterator watched);
 
-    const Descriptor m_epoll;
+    const testbed::Descriptor m_epoll;
     std::mutex m_mutex;
     Key m_lastKey = 0;
     std::map<Key, Watched> m_watched;

@@ -113,7 +113,7 @@ void Reap(pid_t id) {
 
 // False when nobody would notice its end.
 bool ReapAtItsEnd(ProcessWatcher& watcher, pid_t id) {
-    Descriptor pidfd = OpenPidfd(id);
+    testbed::Descriptor pidfd = OpenPidfd(id);
     if (!pidfd) return false;
     try {
         watcher.Watch(std::move(pidfd), [id] { Reap(id); });

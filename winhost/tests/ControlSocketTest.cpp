@@ -130,12 +130,17 @@ TEST_F(ControlSocket, ManyClientsAreServedSideBySide) {
         EXPECT_TRUE(AskLine(client, R"({"command": "status"})")["ok"].asBool());
 }
 
-TEST_F(ControlSocket, HelpListsTheCommands) {
+TEST_F(ControlSocket, HelpListsTheCommandsAndTheirArguments) {
     const Json::Value help = Result(R"({"command": "help"})");
-    for (const char* name :
-         {"status", "reports", "control", "event-log", "clock", "change", "gate", "mailbox", "handles"}) {
-        EXPECT_TRUE(help.isMember(name)) << name;
+    for (const char* name : {"status", "reports", "control", "event-log", "clock advance", "change",
+                             "gate fail", "wlan notify", "mailbox", "handles"}) {
+        EXPECT_FALSE(help[name]["help"].asString().empty()) << name;
     }
+    const Json::Value advance = help["clock advance"]["arguments"];
+    ASSERT_EQ(1u, advance.size());
+    EXPECT_EQ("milliseconds", advance[0]["name"].asString());
+    EXPECT_EQ("number", advance[0]["kind"].asString());
+    EXPECT_TRUE(advance[0]["required"].asBool());
 }
 
 TEST_F(ControlSocket, BeforeTheFirstReportTheStateIsZero) {

@@ -276,7 +276,7 @@ TEST_F(CreateProcessTest, ManyThreadsStartProgramsAtOnce) {
 TEST_F(CreateProcessTest, WhatWasStartedIsRecorded) {
     WriteScript("app.exe", "true");
     Run(R"("C:\app.exe" -E 1)");
-    const auto launches = winhost::Pc::Instance().Launches();
+    const auto launches = winhost::Pc::Instance().Records<winhost::ProcessLaunch>();
     ASSERT_EQ(1u, launches.size());
     EXPECT_EQ(R"("C:\app.exe" -E 1)", launches[0].commandLine);
     EXPECT_EQ("Winsta0\\Default", launches[0].desktop);

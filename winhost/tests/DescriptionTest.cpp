@@ -210,15 +210,24 @@ TEST_F(PcTest, AResetForgetsWhatWasRecordedAndDisarmsTheGate) {
     winhost::Pc& pc = winhost::Pc::Instance();
     pc.Record(winhost::ServiceReport{});
     pc.Record(winhost::EventLogEntry{});
-    pc.RecordDebugText("text");
+    pc.Record(winhost::DebugText{"text"});
     winhost::Gate::Instance().FailNth("", 1, 5);
     const uint64_t revision = pc.Revision();
     StartPc([](winhost::PcDescription& description) { description.userName = "someone"; });
-    EXPECT_TRUE(pc.ServiceReports().empty());
-    EXPECT_TRUE(pc.EventLog().empty());
-    EXPECT_TRUE(pc.DebugTexts().empty());
+    EXPECT_TRUE(pc.Records<winhost::ServiceReport>().empty());
+    EXPECT_TRUE(pc.Records<winhost::EventLogEntry>().empty());
+    EXPECT_TRUE(pc.Records<winhost::DebugText>().empty());
     EXPECT_EQ("someone", pc.Description().userName);
     EXPECT_GT(pc.Revision(), revision);
+}
+
+TEST_F(PcTest, TheJournalKeepsTheLastRecordsOfAKind) {
+    winhost::Pc& pc = winhost::Pc::Instance();
+    for (size_t i = 0; i <= winhost::Journal::kMostOfAKind; ++i)
+        pc.Record(winhost::DebugText{std::to_string(i)});
+    const auto texts = pc.Records<winhost::DebugText>();
+    ASSERT_EQ(winhost::Journal::kMostOfAKind, texts.size());
+    EXPECT_EQ("1", texts.front().text);
 }
 
 TEST_F(PcTest, AChangeIsSeenAtOnceAndCounted) {

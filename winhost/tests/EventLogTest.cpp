@@ -12,7 +12,7 @@ TEST_F(EventLogTest, AnEntryIsRecordedWithItsTexts) {
     const char* texts[] = {"first", "second"};
     EXPECT_TRUE(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 0xC0020001, nullptr, 2, 0, texts, nullptr));
     EXPECT_TRUE(DeregisterEventSource(source));
-    const auto log = winhost::Pc::Instance().EventLog();
+    const auto log = winhost::Pc::Instance().Records<winhost::EventLogEntry>();
     ASSERT_EQ(1u, log.size());
     EXPECT_EQ("Source", log[0].source);
     EXPECT_EQ(EVENTLOG_ERROR_TYPE, log[0].type);
@@ -24,7 +24,7 @@ TEST_F(EventLogTest, AnEmptySourceIsLegal) {
     const HANDLE source = RegisterEventSourceA(nullptr, "");
     ASSERT_NE(nullptr, source);
     EXPECT_TRUE(ReportEventA(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr));
-    EXPECT_EQ("", winhost::Pc::Instance().EventLog().at(0).source);
+    EXPECT_EQ("", winhost::Pc::Instance().Records<winhost::EventLogEntry>().at(0).source);
     EXPECT_TRUE(DeregisterEventSource(source));
 }
 
@@ -43,7 +43,7 @@ TEST_F(EventLogTest, AClosedSourceReportsNothing) {
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
     EXPECT_FALSE(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr));
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
-    EXPECT_TRUE(winhost::Pc::Instance().EventLog().empty());
+    EXPECT_TRUE(winhost::Pc::Instance().Records<winhost::EventLogEntry>().empty());
 }
 
 TEST_F(EventLogTest, AnUnknownTypeAndMissingTextsAreRefused) {

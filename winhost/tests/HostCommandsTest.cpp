@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "testbed/Json.h"
 #include "winhost/control/Commands.h"
 #include "winhost/power/Privileges.h"
 #include "winhost/tests/PcFixture.h"
@@ -20,12 +21,12 @@ class HostCommands : public PcFixture {
     }
 
     static Json::Value Result(const std::string& line) {
-        const Json::Value answer = winhost::Answer(line);
+        const Json::Value answer = winhost::Answer(testbed::ParseObject(line));
         EXPECT_TRUE(answer["ok"].asBool()) << answer.toStyledString();
         return answer["result"];
     }
     static std::string Error(const std::string& line) {
-        const Json::Value answer = winhost::Answer(line);
+        const Json::Value answer = winhost::Answer(testbed::ParseObject(line));
         EXPECT_FALSE(answer["ok"].asBool()) << answer.toStyledString();
         return answer["error"].asString();
     }

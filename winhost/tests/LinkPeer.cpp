@@ -3,14 +3,12 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <linux/sockios.h>
 
-#include <cstring>
 #include <stdexcept>
-#include <utility>
+
+#include "testbed/Sockets.h"
 
 namespace {
 
@@ -21,42 +19,18 @@ void AwaitInput(int socket) {
 
 }  // namespace
 
-LinkPeer::LinkPeer(const std::string& path)
-    : m_path(path), m_listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    if (bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        listen(m_listener, 8) != 0)
-        throw std::runtime_error("cannot listen on " + path);
-}
-
-LinkPeer::~LinkPeer() {
-    Close();
-}
-
-void LinkPeer::Close() {
-    if (m_listener >= 0) close(std::exchange(m_listener, -1));
+LinkPeer::LinkPeer(const std::string& path) : m_path(path), m_listener(testbed::ListenUnix(path, 8)) {
+    if (!m_listener) throw std::runtime_error("cannot listen on " + path);
 }
 
 LinkPeer::Connection LinkPeer::Accept() {
-    AwaitInput(m_listener);
-    return Connection(accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC));
-}
-
-LinkPeer::Connection::Connection(Connection&& other) noexcept : m_socket(std::exchange(other.m_socket, -1)) {}
-
-LinkPeer::Connection::~Connection() {
-    Close();
-}
-
-void LinkPeer::Connection::Close() {
-    if (m_socket >= 0) close(std::exchange(m_socket, -1));
+    AwaitInput(m_listener.Get());
+    return Connection(testbed::Descriptor(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC)));
 }
 
 size_t LinkPeer::Connection::ReceiveSome(char* bytes, size_t size) {
-    AwaitInput(m_socket);
-    const ssize_t count = recv(m_socket, bytes, size, 0);
+    AwaitInput(m_socket.Get());
+    const ssize_t count = recv(m_socket.Get(), bytes, size, 0);
     return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
@@ -82,7 +56,7 @@ bool LinkPeer::Connection::AwaitEnd() {
 
 bool LinkPeer::Connection::AllTaken() const {
     int unsent = 0;
-    ioctl(m_socket, SIOCOUTQ, &unsent);
+    ioctl(m_socket.Get(), SIOCOUTQ, &unsent);
     return unsent == 0;
 }
 
@@ -102,10 +76,5 @@ void LinkPeer::Connection::SendHeader(const mpmlink::Header& header) {
 }
 
 void LinkPeer::Connection::SendBytes(const void* bytes, size_t size) {
-    for (size_t done = 0; done < size;) {
-        const ssize_t count =
-            send(m_socket, static_cast<const char*>(bytes) + done, size - done, MSG_NOSIGNAL);
-        if (count <= 0) throw std::runtime_error("the host takes nothing any more");
-        done += static_cast<size_t>(count);
-    }
+    if (!testbed::SendAll(m_socket, bytes, size)) throw std::runtime_error("the host takes nothing any more");
 }

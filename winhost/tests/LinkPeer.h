@@ -4,6 +4,7 @@
 #include <string>
 
 #include "firmware/link/LinkProtocol.h"
+#include "testbed/Descriptor.h"
 
 // All waits give up after ten seconds with an exception, which fails the test.
 class LinkPeer {
@@ -16,9 +17,7 @@ class LinkPeer {
     // One handle of the device.
     class Connection {
       public:
-        explicit Connection(int socket) : m_socket(socket) {}
-        Connection(Connection&& other) noexcept;
-        ~Connection();
+        explicit Connection(testbed::Descriptor socket) : m_socket(std::move(socket)) {}
 
         Frame Receive();
         // Waits for the host to end the connection; false when it sends a frame instead.
@@ -30,22 +29,21 @@ class LinkPeer {
         void SendMessage(const std::string& bytes);
         void SendHeader(const mpmlink::Header& header);
         void SendBytes(const void* bytes, size_t size);
-        void Close();
+        void Close() { m_socket.Close(); }
 
       private:
         size_t ReceiveSome(char* bytes, size_t size);
-        int m_socket;
+        testbed::Descriptor m_socket;
     };
 
     explicit LinkPeer(const std::string& path);
-    ~LinkPeer();
 
     std::string Address() const { return "unix:" + m_path; }
     Connection Accept();
     // Stops listening; connections that stand go on.
-    void Close();
+    void Close() { m_listener.Close(); }
 
   private:
     const std::string m_path;
-    int m_listener;
+    testbed::Descriptor m_listener;
 };

@@ -6,17 +6,14 @@
 #include <cstdint>
 #include <string>
 
+#include "testbed/Descriptor.h"
+
 class PosixPeer {
   public:
     // Each throws std::runtime_error when it can't be had. Ports in host order, on the loopback address.
     static PosixPeer ConnectTo(uint16_t port);
     static PosixPeer ConnectToUnix(const std::string& path);
     static PosixPeer ListenOn(uint16_t port);  // 0: any free port
-
-    PosixPeer(PosixPeer&& other) noexcept : m_descriptor(other.m_descriptor) { other.m_descriptor = -1; }
-    PosixPeer(const PosixPeer&) = delete;
-    PosixPeer& operator=(const PosixPeer&) = delete;
-    ~PosixPeer() { Close(); }
 
     uint16_t Port() const;
     PosixPeer Accept();
@@ -27,13 +24,13 @@ class PosixPeer {
     // True when the connection was ended, orderly or not, with nothing more to read.
     bool AwaitEnd();
     void EndSending();
-    void Close();
+    void Close() { m_socket.Close(); }
     // Ends the connection with a reset.
     void Reset();
 
   private:
-    explicit PosixPeer(int descriptor) : m_descriptor(descriptor) {}
-    int m_descriptor;
+    explicit PosixPeer(testbed::Descriptor socket) : m_socket(std::move(socket)) {}
+    testbed::Descriptor m_socket;
 };
 
 // Waits until the thread with this id sleeps in the kernel.

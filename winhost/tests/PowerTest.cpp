@@ -41,7 +41,7 @@ class Power : public PcFixture {
     }
     static std::vector<std::string> Actions() {
         std::vector<std::string> actions;
-        for (const auto& action : winhost::Pc::Instance().PowerActions())
+        for (const auto& action : winhost::Pc::Instance().Records<winhost::PowerAction>())
             actions.push_back(action.action + ": " + action.call);
         return actions;
     }

@@ -66,7 +66,9 @@ TEST_F(ProcessTest, ExitEndsItWithItsCodeAtOnce) {
 
 TEST_F(ProcessTest, DebugTextsAreKept) {
     OutputDebugStringA("Log file is: x\n");
-    EXPECT_EQ(winhost::Pc::Instance().DebugTexts(), std::vector<std::string>{"Log file is: x\n"});
+    const auto texts = winhost::Pc::Instance().Records<winhost::DebugText>();
+    ASSERT_EQ(1u, texts.size());
+    EXPECT_EQ("Log file is: x\n", texts[0].text);
 }
 
 TEST_F(ProcessTest, TheBootModeIsAMetric) {

@@ -212,7 +212,7 @@ TEST_F(ScmTest, ReportsAreRecordedInTheirOrder) {
         m_service.Report(SERVICE_RUNNING);
     };
     StartAndRun();
-    const auto reports = winhost::Pc::Instance().ServiceReports();
+    const auto reports = winhost::Pc::Instance().Records<winhost::ServiceReport>();
     ASSERT_EQ(2u, reports.size());
     EXPECT_EQ(uint32_t{SERVICE_START_PENDING}, reports[0].state);
     EXPECT_EQ(0u, reports[0].controlsAccepted);

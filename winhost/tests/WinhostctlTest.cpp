@@ -68,18 +68,41 @@ TEST_F(Winhostctl, AnErrorAnswerIsPrintedAndEndsWithOne) {
     EXPECT_EQ("winhostctl: error 1062: no service runs\n", stop.output);
 }
 
-TEST_F(Winhostctl, NobodyAtTheSocketEndsWithOne) {
+TEST_F(Winhostctl, NobodyAtTheSocketEndsWithTwo) {
     const Outcome status = RunOn("/nowhere/control.sock", "status");
-    EXPECT_EQ(1, status.exitCode);
+    EXPECT_EQ(2, status.exitCode);
     EXPECT_EQ("winhostctl: /nowhere/control.sock: No such file or directory\n", status.output);
 }
 
-TEST_F(Winhostctl, WrongWordsAreRefused) {
-    EXPECT_NE(0, Run("").exitCode);
-    EXPECT_NE(0, Run("fly").exitCode);
-    EXPECT_NE(0, Run("clock advance").exitCode);
-    EXPECT_NE(0, Run("clock advance soon").exitCode);
-    EXPECT_NE(0, Run("change '{'").exitCode);
+TEST_F(Winhostctl, WrongWordsEndWithTwoAndSayWhatIsWrong) {
+    const struct {
+        const char* words;
+        const char* problem;
+    } kCases[] = {
+        {"", "a socket and a command are needed"},
+        {"fly", "unknown command \"fly\"; there are change, clock advance,"},
+        {"clock", "clock: an action is missing; there are advance, manual,"},
+        {"clock stop", "clock: unknown action \"stop\"; there are advance,"},
+        {"clock advance", "milliseconds is missing; the usage is clock advance <milliseconds>"},
+        {"clock advance soon", "milliseconds cannot be \"soon\" (not a number)"},
+        {"clock advance 1 2", "\"2\" is one argument too many"},
+        {"control stop --now", "unknown option \"--now\"; the usage is control <code> [event] [--force]"},
+        {"change '{'", "patch cannot be \"{\""},
+    };
+    for (const auto& [words, problem] : kCases) {
+        const Outcome outcome = Run(words);
+        EXPECT_EQ(2, outcome.exitCode) << words;
+        EXPECT_TRUE(outcome.output.starts_with(std::string("winhostctl: ") + problem)) << outcome.output;
+    }
+}
+
+TEST_F(Winhostctl, HelpIsThatOfThePc) {
+    const Outcome help = Run("help gate");
+    EXPECT_EQ(0, help.exitCode);
+    EXPECT_TRUE(help.output.starts_with("gate count [call]\n    counts the calls")) << help.output;
+    EXPECT_NE(std::string::npos, help.output.find("gate fail <call> <n> <error> [--for-ever]\n"))
+        << help.output;
+    EXPECT_EQ(2, Run("help fly").exitCode);
 }
 
 TEST_F(Winhostctl, MovesTheClock) {
@@ -139,6 +162,9 @@ TEST_F(Winhostctl, ArmsTheGate) {
     EXPECT_EQ(0, Run("gate delay RegCloseKey 0").exitCode);
     EXPECT_EQ("calls: 0\nfailures: 0\n", Run("gate count RegCloseKey").output);
     EXPECT_EQ(0, Run("gate reset").exitCode);
+    const Outcome unknown = Run("gate count NoSuchCall");
+    EXPECT_EQ(1, unknown.exitCode);
+    EXPECT_EQ("winhostctl: unknown call \"NoSuchCall\"\n", unknown.output);
 }
 
 }  // namespace

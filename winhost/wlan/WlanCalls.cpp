@@ -6,7 +6,7 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Guid.h"
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/wlan/WlanService.h"
 
@@ -23,7 +23,7 @@ bool IsServiceRunning() {
 void Fill(WLAN_INTERFACE_INFO& info, const winhost::WlanInterface& wlan) {
     info = {};
     info.InterfaceGuid = winhost::ParseGuid(wlan.guid).value_or(GUID{});
-    const std::wstring text = winhost::FromUtf8(wlan.description);
+    const std::wstring text = testbed::FromUtf8(wlan.description);
     std::copy_n(text.begin(), std::min(text.size(), std::size(info.strInterfaceDescription) - 1),
                 info.strInterfaceDescription);
     info.isState = static_cast<WLAN_INTERFACE_STATE>(wlan.state);

@@ -100,6 +100,7 @@ class Com {
 
 #define WINHOST_GATE_HRESULT(name)                                                                        \
     do {                                                                                                  \
+        WINHOST_CALL_NAME(name);                                                                          \
         static ::winhost::GateSite site(name);                                                            \
         if (uint32_t error = site.Enter(__builtin_return_address(0))) return ::winhost::AsFailure(error); \
     } while (false)

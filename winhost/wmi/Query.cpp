@@ -7,7 +7,7 @@
 #include <mutex>
 #include <sstream>
 
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/wmi/ComObject.h"
 
@@ -103,7 +103,7 @@ std::optional<std::vector<WmiInstance>> InstancesOf(const std::wstring& lowerCla
     if (lowerClass != L"win32_operatingsystem") return std::nullopt;
     const auto pc = Pc::Instance().Description();
     return std::vector<WmiInstance>{
-        {{L"ostype", static_cast<uint16_t>(pc.osType)}, {L"version", FromUtf8(pc.osVersion)}}};
+        {{L"ostype", static_cast<uint16_t>(pc.osType)}, {L"version", testbed::FromUtf8(pc.osVersion)}}};
 }
 
 IEnumWbemClassObject* NewEnumerator(std::vector<WmiInstance> instances, HRESULT error) {

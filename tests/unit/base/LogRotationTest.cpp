@@ -86,8 +86,8 @@ TEST_F(LogRotation, TheDebuggerGetsTheLineWhenTheNewFileCannotBeOpenedAndTheNext
     Gate().FailNth("_fsopen", 1, ERROR_ACCESS_DENIED);
     Log("to the debugger");
     EXPECT_FALSE(Exists(kPath));
-    EXPECT_EQ(ParseLogLine(Pc().DebugTexts().back().substr(0, Pc().DebugTexts().back().size() - 1)).message,
-              "to the debugger");
+    const std::string text = Pc().Records<winhost::DebugText>().back().text;
+    EXPECT_EQ(ParseLogLine(text.substr(0, text.size() - 1)).message, "to the debugger");
     Log("to the file");
     const auto lines = ReadLog(HostPath(kPath));
     ASSERT_EQ(lines.size(), 1u);

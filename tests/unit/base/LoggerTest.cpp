@@ -153,14 +153,15 @@ TEST_F(Logger, CallsBeforeTheOpenAreDropped) {
 }
 
 TEST_F(Logger, TellsTheDebuggerWhichFileIsOpen) {
-    EXPECT_EQ(Pc().DebugTexts().back(), "Log file is: C:\\Logs\\zel.log\n");
+    EXPECT_EQ(Pc().Records<winhost::DebugText>().back().text, "Log file is: C:\\Logs\\zel.log\n");
 }
 
 TEST_F(Logger, AFileThatCannotBeOpenedLeavesTheLogClosed) {
     ZELLogger other;
     EXPECT_FALSE(
         other.OpenLog("zel", "C:\\Absent\\zel.log", "C:\\Absent", kLoggerLimit, ZELLogger::kOneBackup));
-    EXPECT_EQ(Pc().DebugTexts().back(), "ERROR: Unable to open log file: C:\\Absent\\zel.log\n");
+    EXPECT_EQ(Pc().Records<winhost::DebugText>().back().text,
+              "ERROR: Unable to open log file: C:\\Absent\\zel.log\n");
     other.LogInfo("ZELService", "dropped");
     EXPECT_FALSE(std::filesystem::exists(HostPath("C:\\Absent")));
 }
@@ -202,7 +203,8 @@ TEST_F(Logger, ALineThatMeetsTheCloseGoesToTheDebugger) {
     });
     logger.LogInfo("ZELService", "homeless");
     EXPECT_EQ(Content(), "");
-    EXPECT_NE(Pc().DebugTexts().back().find("INFO:  homeless $$<ZELService>"), std::string::npos);
+    EXPECT_NE(Pc().Records<winhost::DebugText>().back().text.find("INFO:  homeless $$<ZELService>"),
+              std::string::npos);
 }
 
 TEST_F(Logger, AFullDiskIsNoAffairOfTheCallers) {

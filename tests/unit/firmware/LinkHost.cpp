@@ -1,17 +1,16 @@
 #include "tests/unit/firmware/LinkHost.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+
+#include "testbed/Sockets.h"
 
 namespace mpm::test {
 
@@ -23,22 +22,10 @@ std::string FreshAddress() {
 }
 
 LinkHost::LinkHost(const std::string& address) {
-    int connected = -1;
-    if (address.starts_with("unix:")) {
-        sockaddr_un name{};
-        name.sun_family = AF_UNIX;
-        std::strncpy(name.sun_path, address.c_str() + 5, sizeof name.sun_path - 1);
-        m_socket = Descriptor(socket(AF_UNIX, SOCK_STREAM, 0));
-        connected = connect(m_socket.Get(), reinterpret_cast<sockaddr*>(&name), sizeof name);
-    } else {
-        sockaddr_in name{};
-        name.sin_family = AF_INET;
-        name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        name.sin_port = htons(uint16_t(std::stoi(address.substr(address.rfind(':') + 1))));
-        m_socket = Descriptor(socket(AF_INET, SOCK_STREAM, 0));
-        connected = connect(m_socket.Get(), reinterpret_cast<sockaddr*>(&name), sizeof name);
-    }
-    if (connected != 0) throw std::runtime_error("nobody listens on " + address);
+    m_socket = address.starts_with("unix:")
+                   ? testbed::ConnectUnix(address.substr(5))
+                   : testbed::ConnectTcp(uint16_t(std::stoi(address.substr(address.rfind(':') + 1))));
+    if (!m_socket) throw std::runtime_error("nobody listens on " + address);
 }
 
 LinkHost::Response LinkHost::Ask(uint32_t code, Bytes input, uint32_t room) {
@@ -93,11 +80,7 @@ void LinkHost::SendFrame(const mpmlink::Header& header, std::span<const uint8_t>
 }
 
 void LinkHost::SendBytes(std::span<const uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = send(m_socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count <= 0) return;
-        bytes = bytes.subspan(size_t(count));
-    }
+    testbed::SendAll(m_socket, bytes.data(), bytes.size());
 }
 
 LinkHost::Got LinkHost::Receive(std::chrono::steady_clock::time_point deadline) {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "firmware/Descriptor.h"
+#include "testbed/Descriptor.h"
 #include "firmware/Firmware.h"
 #include "firmware/link/LinkProtocol.h"
 
@@ -54,7 +54,7 @@ class LinkHost {
     void SendFrame(const mpmlink::Header& header, std::span<const uint8_t> payload);
     Got Receive(std::chrono::steady_clock::time_point deadline);
 
-    Descriptor m_socket;
+    testbed::Descriptor m_socket;
     uint32_t m_lastId = 0;
     std::vector<uint8_t> m_input;
     std::map<uint32_t, Response> m_responses;

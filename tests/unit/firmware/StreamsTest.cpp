@@ -101,7 +101,7 @@ class Server {
     void Accept() {
         pollfd wait{m_listener.Get(), POLLIN, 0};
         ASSERT_EQ(poll(&wait, 1, int(kPatience.count())), 1);
-        m_connection = Descriptor(accept(m_listener.Get(), nullptr, nullptr));
+        m_connection = testbed::Descriptor(accept(m_listener.Get(), nullptr, nullptr));
     }
     std::string Read(size_t size) {
         std::string text(size, 0);
@@ -116,7 +116,7 @@ class Server {
     void Refuse() { m_listener.Close(); }
 
   private:
-    Descriptor m_listener, m_connection;
+    testbed::Descriptor m_listener, m_connection;
     std::string m_address;
 };
 

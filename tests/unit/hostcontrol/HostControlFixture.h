@@ -12,7 +12,7 @@ class HostControlFixture : public ServiceFixture {
     // The calls that changed the PC's power, with their arguments.
     static std::vector<std::string> PowerCalls() {
         std::vector<std::string> calls;
-        for (const winhost::PowerAction& action : Pc().PowerActions())
+        for (const winhost::PowerAction& action : Pc().Records<winhost::PowerAction>())
             calls.push_back(action.call);
         return calls;
     }

@@ -29,8 +29,8 @@ TEST_F(KvmAgent, IsStartedWithFiveItemsOnItsCommandLine) {
     ASSERT_NE(agent.LaunchKVMAgent(1), 0);
     constexpr char kCommand[] =
         R"("C:\Program Files\Tarvix\Service\bin\ZELKVMApp.exe" -X 1920 -Y 1080 -V 50 -E 1)";
-    ASSERT_EQ(Pc().Launches().size(), 1u);
-    const winhost::ProcessLaunch launch = Pc().Launches()[0];
+    ASSERT_EQ(Pc().Records<winhost::ProcessLaunch>().size(), 1u);
+    const winhost::ProcessLaunch launch = Pc().Records<winhost::ProcessLaunch>()[0];
     EXPECT_EQ(launch.commandLine, kCommand);
     EXPECT_EQ(launch.desktop, "Winsta0\\Default");
     EXPECT_EQ(launch.session, 1u);
@@ -46,7 +46,7 @@ TEST_F(KvmAgent, IsToldTheScreenTheVersionAndTheModeAsTheyAre) {
     Pc().Change([](auto& description) { description.screen = {800, 600}; });
     service->m_vorkVersion = 9;
     ASSERT_NE(agent.LaunchKVMAgent(0), 0);
-    EXPECT_EQ(Pc().Launches()[0].commandLine,
+    EXPECT_EQ(Pc().Records<winhost::ProcessLaunch>()[0].commandLine,
               R"("C:\Program Files\Tarvix\Service\bin\ZELKVMApp.exe" -X 800 -Y 600 -V 9 -E 0)");
 }
 
@@ -61,8 +61,8 @@ TEST_F(KvmAgent, CannotBeStartedByAServiceThatDoesNotKnowItsFolder) {
 
 TEST_F(KvmAgent, KeepsItsLastProcessIdWhenTheStartGivesNone) {
     ASSERT_NE(agent.LaunchKVMAgent(1), 0);
-    const std::string line =
-        "LaunchKVMAgent: KEYBOARD_MOUSE - KVM_Agent PID: " + std::to_string(Pc().Launches()[0].pid);
+    const std::string line = "LaunchKVMAgent: KEYBOARD_MOUSE - KVM_Agent PID: " +
+                             std::to_string(Pc().Records<winhost::ProcessLaunch>()[0].pid);
     StartNoAgents();
     EXPECT_NE(agent.LaunchKVMAgent(1), 0);
     EXPECT_EQ(LogCount(line), 2u);

@@ -161,7 +161,7 @@ TEST_F(KvmListener, StartsNoAgentForAPeerThatIsNotTrusted) {
     AwaitHandled();
     ConsoleClient stranger = Connect();
     AwaitAccepting(2);
-    EXPECT_TRUE(Pc().Launches().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ProcessLaunch>().empty());
     EXPECT_EQ(service->m_kvmClientInterface.m_kvmSocketState, 0);
 }
 

@@ -14,7 +14,7 @@ class Safeboot : public KvmFixture {
         Start();
         service->m_bootMode = mode;
     }
-    static size_t Reboots() { return Pc().PowerActions().size(); }
+    static size_t Reboots() { return Pc().Records<winhost::PowerAction>().size(); }
 };
 
 constexpr char kConnected[] = "Safeboot connected state received from driver";
@@ -41,8 +41,8 @@ TEST_F(Safeboot, TheAgentIsStartedInTheModeOfTheSession) {
     service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
     SendSafeboot(1);
     AwaitHandled();
-    ASSERT_EQ(Pc().Launches().size(), 1u);
-    EXPECT_THAT(Pc().Launches()[0].commandLine, testing::EndsWith(" -E 1"));
+    ASSERT_EQ(Pc().Records<winhost::ProcessLaunch>().size(), 1u);
+    EXPECT_THAT(Pc().Records<winhost::ProcessLaunch>()[0].commandLine, testing::EndsWith(" -E 1"));
 }
 
 TEST_F(Safeboot, TheEndOfASessionRebootsTheHostAndIsNotToldToTheFirmware) {
@@ -54,7 +54,8 @@ TEST_F(Safeboot, TheEndOfASessionRebootsTheHostAndIsNotToldToTheFirmware) {
     EXPECT_EQ(StatusFileKvm(), "NO");
     EXPECT_EQ(ReadFile(TerminateFile()), "terminate\n");
     ASSERT_EQ(Reboots(), 1u);
-    EXPECT_EQ(Pc().PowerActions()[0].call, "InitiateSystemShutdownExA(null, null, 0, 1, 1, 0x80000000)");
+    EXPECT_EQ(Pc().Records<winhost::PowerAction>()[0].call,
+              "InitiateSystemShutdownExA(null, null, 0, 1, 1, 0x80000000)");
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
     EXPECT_TRUE(HasLine("INFO", kDisconnected));
     ExpectLogInOrder({kConnected, "LaunchKVMAgent: KEYBOARD_MOUSE - KVM_Agent PID: ", kDisconnected,
@@ -140,7 +141,7 @@ TEST_P(SafeBootMode, IsServedFromTheStartOfTheService) {
     EXPECT_TRUE(AwaitAgents(1));
     SendSafeboot(2);
     AwaitHandled();
-    EXPECT_EQ(Pc().PowerActions().size(), 1u);
+    EXPECT_EQ(Pc().Records<winhost::PowerAction>().size(), 1u);
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
 }
 

@@ -50,8 +50,8 @@ TEST_F(KvmSession, StartsTheAgentInItsMode) {
     service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
     Enable();
     const ConsoleClient client = Connect();
-    ASSERT_TRUE(Eventually([] { return Pc().Launches().size() == 1; }));
-    EXPECT_THAT(Pc().Launches()[0].commandLine, testing::EndsWith(" -E 1"));
+    ASSERT_TRUE(Eventually([] { return Pc().Records<winhost::ProcessLaunch>().size() == 1; }));
+    EXPECT_THAT(Pc().Records<winhost::ProcessLaunch>()[0].commandLine, testing::EndsWith(" -E 1"));
 }
 
 TEST_F(KvmSession, BringsAFirmwareUpToDateThatTakesTheHostForDown) {
@@ -162,7 +162,7 @@ TEST_F(KvmSession, GoesOverToItsSecondClient) {
     ASSERT_TRUE(AwaitReceives(2));
     ConsoleClient second = ConnectSession();
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 2u);
-    EXPECT_EQ(Pc().Launches().size(), 2u);
+    EXPECT_EQ(Pc().Records<winhost::ProcessLaunch>().size(), 2u);
 
     // The firmware's bytes go to the second at once.
     firmware.Send(MPM_ZEL_CMD_KVM_DATA, "to the second");

@@ -225,7 +225,7 @@ TEST_F(KvmStop, WhileAnAgentIsBeingStarted) {
     AwaitLog("DoInitKVM: Entered");
     StopInTime();
     EXPECT_TRUE(client.AwaitClose());
-    EXPECT_TRUE(Eventually([] { return Pc().Launches().size() == 1; }));
+    EXPECT_TRUE(Eventually([] { return Pc().Records<winhost::ProcessLaunch>().size() == 1; }));
     End();
     EXPECT_TRUE(AwaitAgents(0));
 }

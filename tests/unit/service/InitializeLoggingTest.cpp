@@ -49,13 +49,13 @@ TEST_F(LogStart, CreatesTheFoldersAndSaysWhichSystemItRunsOn) {
     EXPECT_EQ(lines[0].message, "***   ZEL 5.1.0.1481 Logging started   ***");
     EXPECT_EQ(lines[1].message, "OS Version = Microsoft Windows [Version 10.0.19045.3803]");
     EXPECT_EQ(lines[1].level, "INFO");
-    EXPECT_TRUE(Pc().EventLog().empty());
+    EXPECT_TRUE(Pc().Records<winhost::EventLogEntry>().empty());
 }
 
 TEST_F(LogStart, FoldersThatAreThereAlreadyAreNoFailure) {
     ASSERT_TRUE(service->InitializeLogging());
     EXPECT_TRUE(service->InitializeLogging());
-    EXPECT_TRUE(Pc().EventLog().empty());
+    EXPECT_TRUE(Pc().Records<winhost::EventLogEntry>().empty());
 }
 
 TEST_F(LogStart, ALogOfMoreThanTenMebibytesBecomesTheBackup) {
@@ -75,7 +75,7 @@ TEST_F(LogStart, ALogThatHasRoomGoesOn) {
 TEST_F(LogStart, GoesOnWithoutTheMakersFolderAndGivesUpWithoutTheWorkingFolder) {
     Gate().FailNth("SHCreateDirectoryExA", 1, ERROR_ACCESS_DENIED, true);
     EXPECT_FALSE(service->InitializeLogging());
-    const auto entries = Pc().EventLog();
+    const auto entries = Pc().Records<winhost::EventLogEntry>();
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries[0].source, "");
     EXPECT_EQ(entries[0].type, EVENTLOG_ERROR_TYPE);
@@ -95,17 +95,17 @@ TEST_F(LogStart, GoesOnWithoutTheMakersFolderAndGivesUpWithoutTheWorkingFolder) 
 TEST_F(LogStart, AMakersFolderThatFailsAloneOnlyShowsInTheEventLog) {
     Gate().FailNth("SHCreateDirectoryExA", 1, ERROR_ACCESS_DENIED);
     EXPECT_TRUE(service->InitializeLogging());
-    EXPECT_EQ(Pc().EventLog().size(), 1u);
+    EXPECT_EQ(Pc().Records<winhost::EventLogEntry>().size(), 1u);
     EXPECT_EQ(Log().size(), 2u);
 }
 
 TEST_F(LogStart, AFileThatCannotBeOpenedIsTold) {
     Gate().FailNth("_fsopen", 1, ERROR_ACCESS_DENIED);
     EXPECT_FALSE(service->InitializeLogging());
-    ASSERT_EQ(Pc().EventLog().size(), 1u);
-    EXPECT_EQ(
-        Pc().EventLog()[0].strings[1].rfind("ZELService failed to create log file failed with error: ", 0),
-        0u);
+    ASSERT_EQ(Pc().Records<winhost::EventLogEntry>().size(), 1u);
+    EXPECT_EQ(Pc().Records<winhost::EventLogEntry>()[0].strings[1].rfind(
+                  "ZELService failed to create log file failed with error: ", 0),
+              0u);
 }
 
 TEST_F(LogStart, TheSystemsVersionMayStayUnknown) {
@@ -120,7 +120,7 @@ TEST_F(LogStart, AnEventLogThatIsNotThereIsNoFurtherFailure) {
     Gate().FailNth("SHCreateDirectoryExA", 1, ERROR_ACCESS_DENIED, true);
     Gate().FailNth("RegisterEventSourceA", 1, ERROR_ACCESS_DENIED, true);
     EXPECT_FALSE(service->InitializeLogging());
-    EXPECT_TRUE(Pc().EventLog().empty());
+    EXPECT_TRUE(Pc().Records<winhost::EventLogEntry>().empty());
 }
 
 TEST_F(LogStart, AnEntryOfTheEventLogHasTheFormOfItsType) {
@@ -129,7 +129,7 @@ TEST_F(LogStart, AnEntryOfTheEventLogHasTheFormOfItsType) {
     SetLastError(5);
     service->LogEventMessage("Something", EVENTLOG_ERROR_TYPE);
     service->LogEventMessage(std::string(300, 'x').c_str(), EVENTLOG_INFORMATION_TYPE);
-    const auto entries = Pc().EventLog();
+    const auto entries = Pc().Records<winhost::EventLogEntry>();
     ASSERT_EQ(entries.size(), 4u);
     EXPECT_EQ(entries[0].strings[1], "Something");
     EXPECT_EQ(entries[1].strings[1], "Something - successful");
@@ -154,7 +154,7 @@ TEST_F(LogStart, PathsAreKeptOnceTheyAreKnown) {
 TEST_F(LogStartWithoutProgramData, TellsTheEventLogOnceAndPathsLackTheirRoot) {
     EXPECT_EQ(service->GetProgramDataFolder(), "");
     EXPECT_EQ(service->GetWorkingFolder(), "\\Tarvix\\Manageability");
-    const auto entries = Pc().EventLog();
+    const auto entries = Pc().Records<winhost::EventLogEntry>();
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(
         entries[0].strings[1].rfind("ProgramData Environment variable not found. failed with error: ", 0),

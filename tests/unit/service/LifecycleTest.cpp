@@ -47,7 +47,7 @@ class Lifecycle : public ServiceFixture {
 
     std::vector<uint32_t> ReportedStates() {
         std::vector<uint32_t> states;
-        for (const ServiceReport& report : Pc().ServiceReports())
+        for (const ServiceReport& report : Pc().Records<winhost::ServiceReport>())
             states.push_back(report.state);
         return states;
     }
@@ -85,7 +85,7 @@ TEST_F(Lifecycle, WithoutAnArgumentOnlyTheLogHearsOfIt) {
     EXPECT_TRUE(HasLine("ERROR", "Argument incorrect. count = 1, 1"));
     EXPECT_EQ(LogCount("arg = "), 1u);
     EXPECT_TRUE(firmware.Requests().empty());
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
 }
 
 TEST_F(Lifecycle, WithTwoArgumentsEachIsTold) {
@@ -93,7 +93,7 @@ TEST_F(Lifecycle, WithTwoArgumentsEachIsTold) {
     EXPECT_EQ(Run({"ZELService.exe", "-service", "-console"}), 0);
     ExpectLogInOrder(
         {"Argument incorrect. count = 3, 3", "arg = ZELService.exe", "arg = -service", "arg = -console"});
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
 }
 
 TEST_F(Lifecycle, AnArgumentCountsToTheLetter) {
@@ -111,7 +111,7 @@ TEST_F(Lifecycle, TheScmSeesTheServiceStartAndStop) {
     EXPECT_EQ(Scm().Control(SERVICE_CONTROL_STOP), NO_ERROR);
     EndMain();
 
-    const auto reports = Pc().ServiceReports();
+    const auto reports = Pc().Records<winhost::ServiceReport>();
     ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_RUNNING,
                                                        SERVICE_STOP_PENDING, SERVICE_STOPPED}));
     for (const ServiceReport& report : reports) {
@@ -149,8 +149,8 @@ TEST_F(Lifecycle, TheProcessEndsWithAllThreadsGoneAndTheDeviceClosed) {
 TEST_F(Lifecycle, AnInterrogationIsAnsweredWithTheStateAsItIs) {
     StartUnderScm();
     EXPECT_EQ(Scm().Control(SERVICE_CONTROL_INTERROGATE), NO_ERROR);
-    EXPECT_EQ(Pc().ServiceReports().back().state, static_cast<uint32_t>(SERVICE_RUNNING));
-    EXPECT_EQ(Pc().ServiceReports().size(), 3u);
+    EXPECT_EQ(Pc().Records<winhost::ServiceReport>().back().state, static_cast<uint32_t>(SERVICE_RUNNING));
+    EXPECT_EQ(Pc().Records<winhost::ServiceReport>().size(), 3u);
     EXPECT_TRUE(HasLine("INFO", "ServiceCtrlHandler: SERVICE_CONTROL_INTERROGATE received"));
     Scm().Control(SERVICE_CONTROL_STOP);
 }
@@ -172,7 +172,7 @@ TEST_F(Lifecycle, WithoutAHandlerNothingElseHappens) {
     ExpectError("Register: RegisterServiceCtrlHandlerEx() API failed with error: 5");
     Gate().FailNth("RegisterServiceCtrlHandlerExA", 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
     EXPECT_EQ(LogCount("Enter ZEL Initialization Block"), 0u);
     EXPECT_TRUE(service->EndThreads(INFINITE));
 }
@@ -183,7 +183,7 @@ TEST_F(Lifecycle, AnExceptionEndsTheProgramWithoutItsText) {
     EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
     EXPECT_TRUE(HasLine("ERROR", "Exception: In main"));
     EXPECT_EQ(LogCount("boom"), 0u);
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
 }
 
 TEST_F(Lifecycle, AnExceptionOfAnyOtherKindDoesSoToo) {
@@ -200,7 +200,7 @@ TEST_F(Lifecycle, AnExceptionDuringTheStartStopsTheServiceWithACodeOfItsOwn) {
     EXPECT_TRUE(HasLine("ERROR", "Exception: In Register"));
     EXPECT_EQ(LogCount("boom"), 0u);
     ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_STOPPED}));
-    EXPECT_EQ(Pc().ServiceReports().back().win32ExitCode, 1064u);
+    EXPECT_EQ(Pc().Records<winhost::ServiceReport>().back().win32ExitCode, 1064u);
 }
 
 TEST_F(Lifecycle, AnExceptionOfAnyOtherKindDuringTheStartDoesSoToo) {
@@ -208,13 +208,13 @@ TEST_F(Lifecycle, AnExceptionOfAnyOtherKindDuringTheStartDoesSoToo) {
     ThrowAt("RegOpenKeyExA", 1);
     EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
     ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_STOPPED}));
-    EXPECT_EQ(Pc().ServiceReports().back().win32ExitCode, 1064u);
+    EXPECT_EQ(Pc().Records<winhost::ServiceReport>().back().win32ExitCode, 1064u);
 }
 
 TEST_F(ByHand, TheServiceModeEndsAtOnce) {
     EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
     EXPECT_TRUE(HasLine("INFO", "Starting as a Win32 Service"));
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
 }
 
 TEST_F(WrongInstallation, StopsTheServiceWithExitCode3) {
@@ -224,7 +224,7 @@ TEST_F(WrongInstallation, StopsTheServiceWithExitCode3) {
     PassSleepOf(1s);
     EndMain();
     ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_STOPPED}));
-    const ServiceReport last = Pc().ServiceReports().back();
+    const ServiceReport last = Pc().Records<winhost::ServiceReport>().back();
     EXPECT_EQ(last.win32ExitCode, 3u);
     EXPECT_EQ(last.checkPoint, 0u);
     EXPECT_EQ(last.controlsAccepted, 321u);
@@ -237,7 +237,7 @@ TEST_F(WrongInstallation, EndsTheConsoleToo) {
     StartMain("-console");
     PassSleepOf(1s);
     EndMain();
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
     EXPECT_EQ(LogCount("Launch as console is successful"), 0u);
 }
 
@@ -249,11 +249,11 @@ TEST_F(ByHand, TheConsoleModeRunsWithoutAWordToTheScm) {
     for (int minute = 0; minute < 3; ++minute)
         PassSleepOf(60s);
     EXPECT_EQ(LogCount("RunAsConsole"), 0u);
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
     // Nothing in the program ends a console run; the test has to.
     service->ServiceCleanup();
     EndMain();
-    EXPECT_TRUE(Pc().ServiceReports().empty());
+    EXPECT_TRUE(Pc().Records<winhost::ServiceReport>().empty());
 }
 
 TEST_F(WithoutDriver, TheStartDoesNotWaitForTheDevice) {

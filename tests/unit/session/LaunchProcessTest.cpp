@@ -33,7 +33,7 @@ class Launch : public LinkedFixture {
         });
     }
     static winhost::ProcessLaunch TheLaunch() {
-        const auto launches = Pc().Launches();
+        const auto launches = Pc().Records<winhost::ProcessLaunch>();
         EXPECT_EQ(launches.size(), 1u);
         return launches.empty() ? winhost::ProcessLaunch{} : launches[0];
     }
@@ -117,7 +117,7 @@ TEST_F(Launch, TakesTheLogonProgramOfTheConsolesSessionOnly) {
             console);
         // The session of the token itself shows, since this service may not set another one.
         ASSERT_TRUE(Run());
-        EXPECT_EQ(Pc().Launches().back().session, console);
+        EXPECT_EQ(Pc().Records<winhost::ProcessLaunch>().back().session, console);
     }
 }
 

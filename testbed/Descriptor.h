@@ -1,11 +1,11 @@
-// The owner of a POSIX descriptor.
+// The owner of a file descriptor.
 #pragma once
 
 #include <unistd.h>
 
 #include <utility>
 
-namespace mpm {
+namespace testbed {
 
 class Descriptor {
   public:
@@ -18,7 +18,7 @@ class Descriptor {
     }
     ~Descriptor() { Close(); }
     void Close() {
-        if (m_value >= 0) ::close(std::exchange(m_value, -1));
+        if (m_value >= 0) close(std::exchange(m_value, -1));
     }
     int Get() const { return m_value; }
     explicit operator bool() const { return m_value >= 0; }
@@ -27,4 +27,4 @@ class Descriptor {
     int m_value = -1;
 };
 
-}  // namespace mpm
+}  // namespace testbed

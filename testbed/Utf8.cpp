@@ -1,9 +1,8 @@
-#include "winhost/core/Utf8.h"
+#include "testbed/Utf8.h"
 
 #include <cstdint>
 
-namespace winhost {
-
+namespace testbed {
 namespace {
 
 constexpr uint32_t kReplacement = 0xFFFD;
@@ -61,4 +60,19 @@ std::string ToUtf8(std::wstring_view text) {
     return result;
 }
 
-}  // namespace winhost
+std::string ToUtf8(std::u16string_view text) {
+    std::string result;
+    for (size_t at = 0; at < text.size(); ++at) {
+        const uint32_t unit = text[at];
+        const uint32_t next = at + 1 < text.size() ? text[at + 1] : 0;
+        if (unit >= 0xD800 && unit < 0xDC00 && next >= 0xDC00 && next < 0xE000) {
+            Encode(0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00), result);
+            ++at;
+        } else {
+            Encode(IsCharacter(unit) ? unit : kReplacement, result);
+        }
+    }
+    return result;
+}
+
+}  // namespace testbed

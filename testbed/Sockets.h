@@ -1,0 +1,30 @@
+// Sockets of the host. A socket that cannot be had is an empty descriptor, with the reason in errno.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <string>
+
+#include "testbed/Descriptor.h"
+
+namespace testbed {
+
+// `type` is SOCK_STREAM or SOCK_SEQPACKET, with SOCK_NONBLOCK where it is wanted. ENAMETOOLONG for a path
+// that is empty or too long.
+Descriptor ConnectUnix(const std::string& path, int type = SOCK_STREAM);
+// Takes the place of a socket that an earlier process left at the path.
+Descriptor ListenUnix(const std::string& path, int backlog, int type = SOCK_STREAM);
+
+// On the loopback address; port 0 listens at any free one.
+Descriptor ConnectTcp(uint16_t port);
+Descriptor ListenTcp(uint16_t port, int backlog);
+// The port that a TCP socket is bound to, in host order.
+uint16_t PortOf(const Descriptor& socket);
+
+// Blocks until all bytes are handed over. False when the connection ends before.
+bool SendAll(const Descriptor& socket, const void* bytes, size_t size);
+// Blocks until so many bytes have come; fewer only when the connection ends.
+size_t ReceiveAll(const Descriptor& socket, void* bytes, size_t size);
+
+}  // namespace testbed
