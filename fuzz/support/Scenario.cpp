@@ -229,6 +229,8 @@ class Scenario {
             m_asked = FALSE;
             m_person.Reset(CreateFileA("\\\\.\\pipe\\userconsentfeature", GENERIC_READ | GENERIC_WRITE, 0,
                                        nullptr, OPEN_EXISTING, 0, nullptr));
+            DWORD mode = PIPE_READMODE_MESSAGE;
+            if (m_person) SetNamedPipeHandleState(m_person.Get(), &mode, nullptr, nullptr);
         }
         if (!m_person) return;
         m_host.Note(Host::kQuestions);

@@ -120,7 +120,6 @@ std::vector<FailureEntry> MakeTable() {
         {"ConnectNamedPipe", {kNoData, kNotEnoughMemory}, "tried again; the last of many failures is told"},
         {"DisconnectNamedPipe", {kPipeNotConnected}, "not examined: the work is done"},
         {"SetNamedPipeHandleState", {kInvalidParameter}},
-        {"WaitNamedPipeA", {kFileNotFound, 121 /* ERROR_SEM_TIMEOUT */}},
         {"InitializeSecurityDescriptor", {kInvalidParameter}},
         {"SetSecurityDescriptorDacl", {kInvalidParameter}},
 

@@ -7,16 +7,12 @@
 #include "winhost/pc/Pc.h"
 #include "winhost/pipe/PipeServer.h"
 
-using winhost::Clock;
 using winhost::HandleTable;
 using winhost::PipeEnd;
-using winhost::PipeFolder;
 using winhost::PipeServer;
 using winhost::PipeTerms;
 
 namespace {
-
-constexpr DWORD kWindowsDefaultTimeout = 50;  // milliseconds
 
 BOOL Answer(DWORD error) {
     if (error == ERROR_SUCCESS) return TRUE;
@@ -40,36 +36,29 @@ bool OpensToAll(const SECURITY_ATTRIBUTES* attributes) {
     return (descriptor->Control & SE_DACL_PRESENT) && !descriptor->Dacl;
 }
 
-DWORD Check(DWORD openMode, DWORD pipeMode, DWORD maxInstances, const SECURITY_ATTRIBUTES* attributes) {
-    constexpr DWORD kKnownModes = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_NOWAIT;
-    if ((openMode & PIPE_ACCESS_DUPLEX) == 0 || (pipeMode & ~kKnownModes)) return ERROR_INVALID_PARAMETER;
-    if ((pipeMode & PIPE_READMODE_MESSAGE) && !(pipeMode & PIPE_TYPE_MESSAGE)) return ERROR_INVALID_PARAMETER;
+DWORD Check(DWORD openMode, DWORD pipeMode, DWORD maxInstances, DWORD outBufferSize, DWORD inBufferSize,
+            const SECURITY_ATTRIBUTES* attributes) {
     if (maxInstances == 0 || maxInstances > PIPE_UNLIMITED_INSTANCES) return ERROR_INVALID_PARAMETER;
     const bool inherits = attributes && attributes->bInheritHandle;
-    if ((openMode & ~DWORD{PIPE_ACCESS_DUPLEX}) || (pipeMode & PIPE_NOWAIT) || inherits)
-        return ERROR_NOT_SUPPORTED;
-    return ERROR_SUCCESS;
+    const bool fits = std::max(outBufferSize, inBufferSize) <= winhost::PipeConnection::kLongestMessage;
+    const bool known =
+        openMode == PIPE_ACCESS_DUPLEX && pipeMode == (PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT);
+    return known && fits && !inherits ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
 }
 
 }  // namespace
 
 HANDLE CreateNamedPipeA(LPCSTR name, DWORD openMode, DWORD pipeMode, DWORD maxInstances, DWORD outBufferSize,
-                        DWORD inBufferSize, DWORD defaultTimeout, LPSECURITY_ATTRIBUTES attributes) {
+                        DWORD inBufferSize, DWORD, LPSECURITY_ATTRIBUTES attributes) {
     WINHOST_GATE("CreateNamedPipeA", INVALID_HANDLE_VALUE);
     std::shared_ptr<PipeServer> server;
-    DWORD error = name ? Check(openMode, pipeMode, maxInstances, attributes) : DWORD{ERROR_PATH_NOT_FOUND};
+    DWORD error = name ? Check(openMode, pipeMode, maxInstances, outBufferSize, inBufferSize, attributes)
+                       : DWORD{ERROR_PATH_NOT_FOUND};
     if (error == ERROR_SUCCESS) {
-        PipeTerms terms{openMode,
-                        pipeMode & PIPE_TYPE_MESSAGE,
-                        maxInstances,
-                        outBufferSize,
-                        inBufferSize,
-                        defaultTimeout ? defaultTimeout : kWindowsDefaultTimeout,
-                        OpensToAll(attributes),
-                        {}};
+        PipeTerms terms{maxInstances, outBufferSize, inBufferSize, OpensToAll(attributes), {}};
         const std::string user = winhost::Pc::Instance().Description().userName;
         user.copy(terms.user, sizeof terms.user - 1);
-        error = PipeServer::Create(name, terms, pipeMode & PIPE_READMODE_MESSAGE, server);
+        error = PipeServer::Create(name, terms, server);
     }
     HANDLE handle = nullptr;
     if (error == ERROR_SUCCESS && !(handle = HandleTable::Instance().Add(server)))
@@ -96,15 +85,4 @@ BOOL SetNamedPipeHandleState(HANDLE pipe, LPDWORD mode, LPDWORD maxCollectionCou
         if (maxCollectionCount || collectDataTimeout) return ERROR_NOT_SUPPORTED;
         return mode ? end.SetReadMode(*mode) : DWORD{ERROR_SUCCESS};
     });
-}
-
-BOOL WaitNamedPipeA(LPCSTR name, DWORD timeout) {
-    WINHOST_GATE("WaitNamedPipeA", FALSE);
-    PipeFolder folder;
-    if (const DWORD error = PipeFolder::Open(name ? name : "", false, folder)) return Answer(error);
-    const auto terms = folder.Terms();
-    if (!terms) return Answer(ERROR_FILE_NOT_FOUND);
-    if (timeout == NMPWAIT_USE_DEFAULT_WAIT) timeout = terms->defaultTimeout;
-    return Answer(folder.AwaitListening(Clock::Instance().DeadlineIn(timeout)) ? DWORD{ERROR_SUCCESS}
-                                                                               : DWORD{ERROR_SEM_TIMEOUT});
 }

@@ -10,14 +10,16 @@ DWORD OpenPipe(const std::string& name, DWORD access, std::shared_ptr<FileObject
 
 class PipeClient : public PipeEnd {
   public:
-    PipeClient(const PipeTerms& terms, DWORD access, std::unique_ptr<PipeConnection> connection)
-        : PipeEnd(terms, access, false) {
-        m_connection = std::move(connection);
-    }
+    explicit PipeClient(std::unique_ptr<PipeConnection> connection) { m_connection = std::move(connection); }
     using PipeEnd::IsUsable;
+
+    DWORD SetReadMode(DWORD mode) override;
 
   private:
     DWORD NeedConnection() override { return ERROR_SUCCESS; }
+    bool ReadsMessages() const override { return m_readsMessages; }
+
+    bool m_readsMessages = false;
 };
 
 }  // namespace winhost

@@ -1,36 +1,19 @@
 #include "winhost/pipe/PipeEnd.h"
 
-#include <namedpipeapi.h>
-
 namespace winhost {
 
 DWORD PipeEnd::Read(void* buffer, DWORD size, DWORD& bytes) {
     return Perform([&]() -> DWORD {
-        if (!(m_access & GENERIC_READ)) return ERROR_ACCESS_DENIED;
+        if (!ReadsMessages()) return ERROR_NOT_SUPPORTED;
         if (const DWORD error = NeedConnection()) return error;
-        const DWORD error = m_connection->Read(buffer, size, m_readsMessages, bytes, m_interrupt);
-        if (error != ERROR_SUCCESS && error != ERROR_MORE_DATA) bytes = 0;
-        return error;
+        return m_connection->Read(buffer, size, bytes, m_interrupt);
     });
 }
 
 DWORD PipeEnd::Write(const void* data, DWORD size, DWORD& bytes) {
     return Perform([&]() -> DWORD {
-        if (!(m_access & GENERIC_WRITE)) return ERROR_ACCESS_DENIED;
         if (const DWORD error = NeedConnection()) return error;
         return m_connection->Write(data, size, bytes, m_interrupt);
-    });
-}
-
-DWORD PipeEnd::SetReadMode(DWORD mode) {
-    return Perform([&]() -> DWORD {
-        if (!(m_access & GENERIC_WRITE)) return ERROR_ACCESS_DENIED;
-        if (mode & PIPE_NOWAIT) return ERROR_NOT_SUPPORTED;
-        const bool readsMessages = mode == PIPE_READMODE_MESSAGE;
-        if ((mode & ~PIPE_READMODE_MESSAGE) || (readsMessages && !m_terms.holdsMessages))
-            return ERROR_INVALID_PARAMETER;
-        m_readsMessages = readsMessages;
-        return ERROR_SUCCESS;
     });
 }
 

@@ -15,33 +15,28 @@ class PipeEnd : public SynchronousFile {
     DWORD Read(void* buffer, DWORD size, DWORD& bytes) override;
     DWORD Write(const void* data, DWORD size, DWORD& bytes) override;
     // PIPE_READMODE_*.
-    DWORD SetReadMode(DWORD mode);
+    virtual DWORD SetReadMode(DWORD mode) = 0;
     bool Cancel(const OVERLAPPED* overlapped) override;
     // Ends the request that is under way as Cancel does. When it returns, the pipe is free of this end.
     void OnClose() override;
 
   protected:
-    PipeEnd(const PipeTerms& terms, DWORD access, bool readsMessages)
-        : m_terms(terms), m_access(access), m_readsMessages(readsMessages) {}
     bool IsUsable() const { return m_interrupt.IsMade(); }
 
-    // Runs `request()` as the one request of this handle, and answers its error.
+    // Runs `request()` as the one request of this handle, and returns its error.
     template <class Request>
     DWORD Perform(Request request);
 
     // Called within a request: sees to it that there is a connection.
     virtual DWORD NeedConnection() = 0;
+    virtual bool ReadsMessages() const = 0;
     virtual void Release() { m_connection.reset(); }
 
-    const PipeTerms m_terms;
     // Of the request under way, below.
     std::unique_ptr<PipeConnection> m_connection;
     Interrupt m_interrupt;
 
   private:
-    const DWORD m_access;  // GENERIC_READ, GENERIC_WRITE
-    bool m_readsMessages;
-
     std::mutex m_requests;  // held by the request under way
     std::mutex m_mutex;     // guards the two below
     bool m_underWay = false;

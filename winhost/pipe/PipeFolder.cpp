@@ -6,7 +6,6 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <algorithm>
 #include <cctype>
@@ -19,6 +18,7 @@
 #include <namedpipeapi.h>
 #include <winerror.h>
 
+#include "testbed/Sockets.h"
 #include "winhost/files/FileErrors.h"
 #include "winhost/pc/Pc.h"
 
@@ -54,27 +54,11 @@ std::string SocketFile(uint32_t number) {
     return std::to_string(number) + ".listens";
 }
 
-bool MayOpen(const PipeTerms& terms, uint32_t access, const std::string& user) {
-    if ((terms.access & access) != access) return false;
-    const bool isFull = terms.opensToAll || user == terms.user || strcasecmp(user.c_str(), "SYSTEM") == 0;
-    return isFull || access == PIPE_ACCESS_OUTBOUND;
+bool MayOpen(const PipeTerms& terms, const std::string& user) {
+    return terms.opensToAll || user == terms.user || strcasecmp(user.c_str(), "SYSTEM") == 0;
 }
 
-bool Agree(const PipeTerms& first, const PipeTerms& later) {
-    return first.access == later.access && first.holdsMessages == later.holdsMessages &&
-           first.maxInstances == later.maxInstances;
-}
-
-sockaddr_un AddressOf(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
-}
-
-testbed::Descriptor NewSocket() {
-    return testbed::Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-}
+constexpr int kSocketType = SOCK_SEQPACKET | SOCK_NONBLOCK;
 
 }  // namespace
 
@@ -115,7 +99,8 @@ DWORD PipeFolder::Add(const PipeTerms& terms, uint32_t& number, testbed::Descrip
                       testbed::Descriptor& listener) {
     const Lock lock(*this);
     const auto instances = Instances();
-    if (!instances.empty() && !Agree(instances.front().terms, terms)) return ERROR_ACCESS_DENIED;
+    if (!instances.empty() && instances.front().terms.maxInstances != terms.maxInstances)
+        return ERROR_ACCESS_DENIED;
     if (terms.maxInstances != PIPE_UNLIMITED_INSTANCES && instances.size() >= terms.maxInstances)
         return ERROR_PIPE_BUSY;
     number = 0;
@@ -143,14 +128,9 @@ DWORD PipeFolder::Listen(uint32_t number, testbed::Descriptor& listener) {
 }
 
 DWORD PipeFolder::Bind(uint32_t number, testbed::Descriptor& listener) {
-    testbed::Descriptor made = NewSocket();
-    const sockaddr_un address = AddressOf(SocketPath(number));
-    if (made && bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        listen(made.Get(), 1) == 0) {
-        listener = std::move(made);
-        return ERROR_SUCCESS;
-    }
-    return FileErrorOf(errno, address.sun_path);
+    const std::string path = SocketPath(number);
+    listener = testbed::ListenUnix(path, 1, kSocketType);
+    return listener ? DWORD{ERROR_SUCCESS} : FileErrorOf(errno, path);
 }
 
 void PipeFolder::StopListening(uint32_t number) {
@@ -158,35 +138,20 @@ void PipeFolder::StopListening(uint32_t number) {
     unlinkat(m_folder.Get(), SocketFile(number).c_str(), 0);
 }
 
-DWORD PipeFolder::Claim(uint32_t access, const std::string& user, PipeTerms& terms,
-                        testbed::Descriptor& connection) {
+DWORD PipeFolder::Claim(const std::string& user, PipeTerms& terms, testbed::Descriptor& connection) {
     const Lock lock(*this);
     const auto instances = Instances();
     if (instances.empty()) return ERROR_FILE_NOT_FOUND;
-    if (!MayOpen(instances.front().terms, access, user)) return ERROR_ACCESS_DENIED;
+    if (!MayOpen(instances.front().terms, user)) return ERROR_ACCESS_DENIED;
     for (const Instance& instance : instances) {
         if (!Listens(instance.number)) continue;
-        connection = ConnectTo(instance.number);
+        connection = testbed::ConnectUnix(SocketPath(instance.number), kSocketType);
         if (!connection) continue;
         unlinkat(m_folder.Get(), SocketFile(instance.number).c_str(), 0);
         terms = instance.terms;
         return ERROR_SUCCESS;
     }
     return ERROR_PIPE_BUSY;
-}
-
-std::optional<PipeTerms> PipeFolder::Terms() {
-    const Lock lock(*this);
-    const auto instances = Instances();
-    if (instances.empty()) return {};
-    return instances.front().terms;
-}
-
-bool PipeFolder::HasListener() {
-    const Lock lock(*this);
-    const auto instances = Instances();
-    return std::any_of(instances.begin(), instances.end(),
-                       [&](const Instance& instance) { return Listens(instance.number); });
 }
 
 std::vector<PipeFolder::Instance> PipeFolder::Instances() {
@@ -226,14 +191,6 @@ bool PipeFolder::Listens(uint32_t number) const {
 void PipeFolder::Sweep(uint32_t number) {
     unlinkat(m_folder.Get(), SocketFile(number).c_str(), 0);
     unlinkat(m_folder.Get(), InstanceFile(number).c_str(), 0);
-}
-
-testbed::Descriptor PipeFolder::ConnectTo(uint32_t number) {
-    testbed::Descriptor made = NewSocket();
-    const sockaddr_un address = AddressOf(SocketPath(number));
-    if (!made || connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        return {};
-    return made;
 }
 
 std::string PipeFolder::SocketPath(uint32_t number) const {

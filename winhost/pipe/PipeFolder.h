@@ -6,24 +6,19 @@
 // look.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <minwindef.h>
 
-#include "winhost/core/Clock.h"
 #include "testbed/Descriptor.h"
 
 namespace winhost {
 
 // What a server says of its instance to those who come.
 struct PipeTerms {
-    uint32_t access;  // PIPE_ACCESS_*
-    uint32_t holdsMessages;
     uint32_t maxInstances;
     uint32_t outBuffer, inBuffer;  // bytes
-    uint32_t defaultTimeout;       // milliseconds
     uint32_t opensToAll;
     char user[260];  // the server's
 };
@@ -45,14 +40,8 @@ class PipeFolder {
     void StopListening(uint32_t number);
 
     // A connection to an instance that listened until now: ERROR_FILE_NOT_FOUND without instances,
-    // ERROR_ACCESS_DENIED for an `access` (PIPE_ACCESS_* as the server names it) that `user` hasn't,
-    // ERROR_PIPE_BUSY when none listens.
-    DWORD Claim(uint32_t access, const std::string& user, PipeTerms& terms, testbed::Descriptor& connection);
-
-    // The terms of an instance, if there is one.
-    std::optional<PipeTerms> Terms();
-    // Blocks until an instance listens; false at the deadline.
-    bool AwaitListening(Clock::Deadline deadline);
+    // ERROR_ACCESS_DENIED when the pipe is not open to `user`, ERROR_PIPE_BUSY when none listens.
+    DWORD Claim(const std::string& user, PipeTerms& terms, testbed::Descriptor& connection);
 
   private:
     class Lock;
@@ -67,9 +56,6 @@ class PipeFolder {
     bool Listens(uint32_t number) const;
     void Sweep(uint32_t number);
     DWORD Bind(uint32_t number, testbed::Descriptor& listener);
-    testbed::Descriptor ConnectTo(uint32_t number);
-
-    bool HasListener();
     // Short enough for a socket's name, however deep the folder lies.
     std::string SocketPath(uint32_t number) const;
 

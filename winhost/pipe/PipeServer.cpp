@@ -5,30 +5,18 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <utility>
 
 #include <namedpipeapi.h>
 
 namespace winhost {
-namespace {
-
-DWORD AccessOf(DWORD pipeAccess) {
-    return (pipeAccess & PIPE_ACCESS_INBOUND ? GENERIC_READ : 0) |
-           (pipeAccess & PIPE_ACCESS_OUTBOUND ? GENERIC_WRITE : 0);
-}
-
-}  // namespace
-
-PipeServer::PipeServer(const PipeTerms& terms, bool readsMessages)
-    : PipeEnd(terms, AccessOf(terms.access), readsMessages) {}
 
 PipeServer::~PipeServer() {
     Release();
 }
 
-DWORD PipeServer::Create(const std::string& name, const PipeTerms& terms, bool readsMessages,
+DWORD PipeServer::Create(const std::string& name, const PipeTerms& terms,
                          std::shared_ptr<PipeServer>& server) {
-    std::shared_ptr<PipeServer> made(new PipeServer(terms, readsMessages));
+    std::shared_ptr<PipeServer> made(new PipeServer(terms));
     if (!made->IsUsable()) return ERROR_NO_SYSTEM_RESOURCES;
     if (const DWORD error = PipeFolder::Open(name, true, made->m_folder)) return error;
     if (const DWORD error = made->m_folder.Add(terms, made->m_number, made->m_file, made->m_listener))
@@ -40,8 +28,8 @@ DWORD PipeServer::Create(const std::string& name, const PipeTerms& terms, bool r
 DWORD PipeServer::Connect() {
     return Perform([&]() -> DWORD {
         if (!m_connection) {
-            if (!Listens())
-                if (const DWORD error = Listen()) return error;
+            if (!m_listener)
+                if (const DWORD error = m_folder.Listen(m_number, m_listener)) return error;
             const bool wasThere = ClientIsWaiting();
             if (const DWORD error = AcceptClient()) return error;
             if (!wasThere) return ERROR_SUCCESS;
@@ -52,8 +40,8 @@ DWORD PipeServer::Connect() {
 
 DWORD PipeServer::Disconnect() {
     return Perform([&]() -> DWORD {
-        if (Listens() && ClientIsWaiting()) AcceptClient();
-        if (!m_connection && !Listens()) return ERROR_PIPE_NOT_CONNECTED;
+        if (m_listener && ClientIsWaiting()) AcceptClient();
+        if (!m_connection && !m_listener) return ERROR_PIPE_NOT_CONNECTED;
         if (m_connection) m_connection->Disconnect();
         m_connection.reset();
         StopListening();
@@ -61,9 +49,13 @@ DWORD PipeServer::Disconnect() {
     });
 }
 
+DWORD PipeServer::SetReadMode(DWORD mode) {
+    return mode == PIPE_READMODE_MESSAGE ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
+}
+
 DWORD PipeServer::NeedConnection() {
     if (m_connection) return ERROR_SUCCESS;
-    if (!Listens()) return ERROR_PIPE_NOT_CONNECTED;
+    if (!m_listener) return ERROR_PIPE_NOT_CONNECTED;
     return ClientIsWaiting() ? AcceptClient() : static_cast<DWORD>(ERROR_PIPE_LISTENING);
 }
 
@@ -74,44 +66,33 @@ void PipeServer::Release() {
     m_folder.Remove(m_number);
     // A process that is just being started may still hold a copy of the file, and with it the lock.
     flock(m_file.Get(), LOCK_UN);
-    m_file = {};
+    m_file.Close();
 }
 
-DWORD PipeServer::Listen() {
-    return m_folder.Listen(m_number, m_listener);
-}
-
-// Clients that are on their way find nobody.
+// Clients that are on their way are refused.
 void PipeServer::StopListening() {
-    m_arriving = {};
     if (!m_listener) return;
     m_folder.StopListening(m_number);
     shutdown(m_listener.Get(), SHUT_RDWR);
-    m_listener = {};
+    m_listener.Close();
 }
 
 bool PipeServer::ClientIsWaiting() const {
     pollfd wait{m_listener.Get(), POLLIN, 0};
-    return m_arriving || poll(&wait, 1, 0) > 0;
+    return poll(&wait, 1, 0) > 0;
 }
 
 DWORD PipeServer::AcceptClient() {
-    for (;;) {
-        if (!m_arriving) {
-            if (const DWORD error = AwaitDescriptor(m_listener.Get(), POLLIN, m_interrupt)) return error;
-            m_arriving = testbed::Descriptor(
-                accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-            if (!m_arriving && (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED)) continue;
-            if (!m_arriving) return ERROR_NO_SYSTEM_RESOURCES;
-            m_listener = {};
-        }
-        if (const DWORD error = AwaitDescriptor(m_arriving.Get(), POLLIN, m_interrupt)) return error;
-        m_connection =
-            PipeConnection::Take(std::exchange(m_arriving, {}), m_terms.holdsMessages, m_terms.outBuffer);
-        if (m_connection) return ERROR_SUCCESS;
-        // It was killed on its way in: nobody has connected yet.
-        if (const DWORD error = Listen()) return error;
+    testbed::Descriptor client;
+    while (!client) {
+        if (const DWORD error = AwaitInput(m_listener.Get(), m_interrupt)) return error;
+        client = testbed::Descriptor(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const bool again = errno == EINTR || errno == EAGAIN || errno == ECONNABORTED;
+        if (!client && !again) return ERROR_NO_SYSTEM_RESOURCES;
     }
+    m_connection = std::make_unique<PipeConnection>(std::move(client), m_terms.outBuffer);
+    m_listener.Close();
+    return ERROR_SUCCESS;
 }
 
 }  // namespace winhost

@@ -58,9 +58,9 @@ TEST_F(NamedPipeTest, EachInstanceServesAClientOfItsOwn) {
 }
 
 TEST_F(NamedPipeTest, NoMoreInstancesThanTheFirstAllows) {
-    Create(kMessages, kRoom, 2);
-    Create(kMessages, kRoom, 2);
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, CreateError(kMessages, 2));
+    Create({.maxInstances = 2});
+    Create({.maxInstances = 2});
+    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, CreateError({.maxInstances = 2}));
 }
 
 TEST_F(NamedPipeTest, ManyInstancesMayBeHad) {
@@ -80,42 +80,42 @@ TEST_F(NamedPipeTest, AClosedInstanceMakesRoomForAnother) {
 }
 
 TEST_F(NamedPipeTest, LaterInstancesAgreeWithTheFirst) {
-    Create(kMessages, kRoom, 5);
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, CreateError(kBytes, 5));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, CreateError(kMessages, 5, kName, PIPE_ACCESS_INBOUND));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, CreateError(kMessages, 6));
+    Create({.maxInstances = 5});
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, CreateError({.maxInstances = 6}));
 }
 
 TEST_F(NamedPipeTest, NamesAreComparedWithoutRegardToCase) {
-    Create(kMessages, kRoom, 1, R"(\\.\pipe\UserConsent Feature.1)");
+    Create({.name = R"(\\.\pipe\UserConsent Feature.1)"});
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError(R"(\\.\PIPE\userconsent feature.1)"));
 }
 
 TEST_F(NamedPipeTest, NamesMayHoldSeparators) {
-    ASSERT_NE(INVALID_HANDLE_VALUE, Create(kMessages, kRoom, 1, R"(\\.\pipe\a\..b)"));
+    ASSERT_NE(INVALID_HANDLE_VALUE, Create({.name = R"(\\.\pipe\a\..b)"}));
     EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError(R"(\\.\pipe\a)"));
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError(R"(\\.\pipe\a/..b)"));
 }
 
 TEST_F(NamedPipeTest, WhatCannotBeCreatedIsRefused) {
-    EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, CreateError(kMessages, 1, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError(kMessages, 1, "testpipe"));
-    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError(kMessages, 1, R"(\\.\pipe\)"));
-    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError(kMessages, 1, R"(\\.\pipe\..)"));
-    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError(kMessages, 1, (kName + std::string(300, 'x')).c_str()));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(kMessages, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(kMessages, 256));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(kMessages, 1, kName, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(PIPE_TYPE_BYTE | PIPE_READMODE_MESSAGE));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError(0x10000));
+    EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, CreateError({.name = nullptr}));
+    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError({.name = "testpipe"}));
+    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError({.name = R"(\\.\pipe\)"}));
+    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError({.name = R"(\\.\pipe\..)"}));
+    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, CreateError({.name = (kName + std::string(300, 'x')).c_str()}));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError({.maxInstances = 0}));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, CreateError({.maxInstances = 256}));
 }
 
 TEST_F(NamedPipeTest, WhatThisHostHasNotIsRefused) {
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, CreateError(kMessages | PIPE_NOWAIT));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED},
-              CreateError(kMessages, 1, kName, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED));
+    constexpr DWORD kInbound = 1, kNoWait = 1;
+    for (const Shape& shape :
+         {Shape{.pipeMode = kMessages | kNoWait}, Shape{.pipeMode = PIPE_TYPE_MESSAGE}, Shape{.pipeMode = 0},
+          Shape{.openMode = kInbound}, Shape{.openMode = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED},
+          Shape{.room = 65537}})
+        EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, CreateError(shape));
     const HANDLE server = Create();
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, OpenError(kName, GENERIC_READ, FILE_FLAG_OVERLAPPED));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, OpenError(kName, GENERIC_READ));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED},
+              OpenError(kName, GENERIC_READ | GENERIC_WRITE, FILE_FLAG_OVERLAPPED));
     OVERLAPPED overlapped{};
     EXPECT_FALSE(ConnectNamedPipe(server, &overlapped));
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
@@ -205,7 +205,8 @@ TEST_F(NamedPipeTest, ClosedPipesLeaveNoHandleAndNoDescriptor) {
     const auto before = descriptors();
     for (int round = 0; round < 20; ++round) {
         const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
-        const HANDLE client = CreateFileA(kName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        const HANDLE client =
+            CreateFileA(kName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
         Connect(server);
         CloseHandle(round % 2 ? server : client);
         CloseHandle(round % 2 ? client : server);
@@ -217,7 +218,7 @@ TEST_F(NamedPipeTest, ClosedPipesLeaveNoHandleAndNoDescriptor) {
 TEST_F(NamedPipeTest, CallsCanBeMadeToFail) {
     auto& gate = winhost::Gate::Instance();
     gate.FailNth("CreateNamedPipeA", 1, ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, CreateError(kMessages));
+    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, CreateError({}));
     const HANDLE server = Create();
     gate.FailNth("ConnectNamedPipe", 1, ERROR_BROKEN_PIPE);
     EXPECT_EQ(DWORD{ERROR_BROKEN_PIPE}, Connect(server));

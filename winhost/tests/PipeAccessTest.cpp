@@ -1,4 +1,4 @@
-// Who may connect to a named pipe, how it is waited for, and its two ends in two processes.
+// Who may connect to a named pipe, and its two ends in two processes.
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "winhost/tests/ManualTime.h"
 #include "winhost/tests/PipeFixture.h"
 
 namespace {
@@ -16,35 +15,32 @@ class PipeAccessTest : public PipeFixture {
     static void SetUser(const char* name) {
         winhost::Pc::Instance().Change([&](auto& pc) { pc.userName = name; });
     }
+    // Of another user that opens a pipe made with a security descriptor, with a null DACL or without any.
+    DWORD ErrorOfAnother(bool withDacl) {
+        SECURITY_DESCRIPTOR descriptor;
+        EXPECT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+        EXPECT_TRUE(!withDacl || SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
+        SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
+        SetUser("SYSTEM");
+        Create({.attributes = &attributes});
+        SetUser("alice");
+        return OpenError();
+    }
 };
 
-TEST_F(PipeAccessTest, AUserMayNotWriteToThePipeOfAnother) {
+TEST_F(PipeAccessTest, AUserMayNotConnectToThePipeOfAnother) {
     SetUser("SYSTEM");
     Create();
     SetUser("alice");
     EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError(kName, GENERIC_READ));
 }
 
 TEST_F(PipeAccessTest, ANullDaclLetsEveryUserConnect) {
-    SECURITY_DESCRIPTOR descriptor;
-    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
-    ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
-    SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
-    SetUser("SYSTEM");
-    Create(kMessages, kRoom, 1, kName, PIPE_ACCESS_DUPLEX, &attributes);
-    SetUser("alice");
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOfAnother(true));
 }
 
 TEST_F(PipeAccessTest, ADescriptorWithoutADaclLeavesTheDefault) {
-    SECURITY_DESCRIPTOR descriptor;
-    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
-    SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
-    SetUser("SYSTEM");
-    Create(kMessages, kRoom, 1, kName, PIPE_ACCESS_DUPLEX, &attributes);
-    SetUser("alice");
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError());
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfAnother(false));
 }
 
 TEST_F(PipeAccessTest, TheSystemMayConnectToEveryPipe) {
@@ -60,53 +56,6 @@ TEST_F(PipeAccessTest, DescriptorsHaveTheRevisionOfToday) {
     EXPECT_EQ(DWORD{ERROR_UNKNOWN_REVISION}, GetLastError());
     EXPECT_FALSE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
     EXPECT_EQ(DWORD{ERROR_UNKNOWN_REVISION}, GetLastError());
-}
-
-using PipeWaitTest = PipeFixture;
-
-TEST_F(PipeWaitTest, WithoutAnInstanceNothingIsWaitedFor) {
-    EXPECT_FALSE(WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER));
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
-    CloseHandle(Create());
-    EXPECT_FALSE(WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER));
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
-}
-
-TEST_F(PipeWaitTest, AnInstanceThatListensIsNotWaitedFor) {
-    Create();
-    EXPECT_TRUE(WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER));
-}
-
-TEST_F(PipeWaitTest, TheWaitEndsWhenAnInstanceListens) {
-    Create();
-    Open();
-    auto waited = std::async(std::launch::async, [&] { return WaitNamedPipeA(kName, NMPWAIT_WAIT_FOREVER); });
-    Create();
-    EXPECT_TRUE(waited.get());
-}
-
-TEST_F(PipeWaitTest, TheWaitEndsAtItsTimeOnThePcsClock) {
-    Create();
-    Open();
-    const ManualTime time;
-    auto waited = std::async(std::launch::async, [&] { return Error(WaitNamedPipeA(kName, 30'000)); });
-    auto& clock = winhost::Clock::Instance();
-    ASSERT_TRUE(clock.AwaitSleeper(std::chrono::seconds(30)));
-    clock.Advance(std::chrono::seconds(30));
-    EXPECT_EQ(DWORD{ERROR_SEM_TIMEOUT}, waited.get());
-}
-
-TEST_F(PipeWaitTest, ThePipeHasADefaultForThatTime) {
-    const HANDLE server = Keep(CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kBytes, 1, 0, 0, 7000, nullptr));
-    ASSERT_NE(INVALID_HANDLE_VALUE, server);
-    Open();
-    const ManualTime time;
-    auto waited = std::async(std::launch::async,
-                             [&] { return Error(WaitNamedPipeA(kName, NMPWAIT_USE_DEFAULT_WAIT)); });
-    auto& clock = winhost::Clock::Instance();
-    ASSERT_TRUE(clock.AwaitSleeper(std::chrono::seconds(7)));
-    clock.Advance(std::chrono::seconds(7));
-    EXPECT_EQ(DWORD{ERROR_SEM_TIMEOUT}, waited.get());
 }
 
 // The other process is this program again, with the same test in the other part.
@@ -158,7 +107,7 @@ TEST_F(TwoProcessTest, AClientInAnotherProcessIsTalkedWith) {
         EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "answer"));
         return;
     }
-    const HANDLE server = Create(kMessages, 0);
+    const HANDLE server = Create({.room = 0});
     StartPeer();
     const DWORD connected = Connect(server);
     EXPECT_TRUE(connected == ERROR_SUCCESS || connected == ERROR_PIPE_CONNECTED) << connected;
@@ -185,7 +134,7 @@ TEST_F(TwoProcessTest, AClientThatIsKilledHasClosedItsEnd) {
 
 TEST_F(TwoProcessTest, AServerThatIsKilledLeavesNoPipe) {
     if (IsPeer()) {
-        const HANDLE server = Create(kMessages, kRoom, 1);
+        const HANDLE server = Create({.maxInstances = 1});
         Connect(server);
         Write(server, "here");
         Stay();
@@ -200,7 +149,7 @@ TEST_F(TwoProcessTest, AServerThatIsKilledLeavesNoPipe) {
     ExitOfPeer();
     EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(client));
     EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, CreateError(kBytes, 1));
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, CreateError({.maxInstances = 2}));
 }
 
 }  // namespace

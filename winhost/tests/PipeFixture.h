@@ -23,7 +23,6 @@ class PipeFixture : public PcFixture {
   protected:
     static constexpr const char* kName = R"(\\.\pipe\testpipe)";
     static constexpr DWORD kMessages = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE;
-    static constexpr DWORD kBytes = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE;
     // Room for what a test writes before it reads.
     static constexpr DWORD kRoom = 4096;
 
@@ -39,27 +38,36 @@ class PipeFixture : public PcFixture {
     }
     static DWORD Error(BOOL result) { return result ? ERROR_SUCCESS : GetLastError(); }
 
-    HANDLE Create(DWORD pipeMode = kMessages, DWORD room = kRoom,
-                  DWORD maxInstances = PIPE_UNLIMITED_INSTANCES, const char* name = kName,
-                  DWORD openMode = PIPE_ACCESS_DUPLEX, SECURITY_ATTRIBUTES* attributes = nullptr) {
-        return Keep(CreateNamedPipeA(name, openMode, pipeMode, maxInstances, room, room, 0, attributes));
+    // What a test varies of a pipe.
+    struct Shape {
+        DWORD room = kRoom;
+        DWORD maxInstances = PIPE_UNLIMITED_INSTANCES;
+        const char* name = kName;
+        DWORD openMode = PIPE_ACCESS_DUPLEX;
+        DWORD pipeMode = kMessages;
+        SECURITY_ATTRIBUTES* attributes = nullptr;
+    };
+    HANDLE Create(const Shape& shape) {
+        return Keep(CreateNamedPipeA(shape.name, shape.openMode, shape.pipeMode, shape.maxInstances,
+                                     shape.room, shape.room, 0, shape.attributes));
     }
+    HANDLE Create() { return Create(Shape()); }
     // The error of a creation that fails.
-    DWORD CreateError(DWORD pipeMode, DWORD maxInstances = PIPE_UNLIMITED_INSTANCES, const char* name = kName,
-                      DWORD openMode = PIPE_ACCESS_DUPLEX) {
-        const HANDLE pipe = Create(pipeMode, kRoom, maxInstances, name, openMode);
-        return pipe == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+    DWORD CreateError(const Shape& shape) {
+        return Create(shape) == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
     }
-    HANDLE Open(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE) {
-        return Keep(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    // A client as it opens the pipe.
+    HANDLE OpenOnly(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
+        return Keep(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, flags, nullptr));
     }
     DWORD OpenError(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
-        const HANDLE client = Keep(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, flags, nullptr));
-        return client == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+        return OpenOnly(name, access, flags) == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
     }
-    HANDLE OpenForMessages() {
-        const HANDLE client = Open();
+    // A client that is ready to read.
+    HANDLE Open() {
+        const HANDLE client = OpenOnly();
         DWORD mode = PIPE_READMODE_MESSAGE;
+        if (client == INVALID_HANDLE_VALUE) return client;
         EXPECT_TRUE(SetNamedPipeHandleState(client, &mode, nullptr, nullptr));
         return client;
     }

@@ -91,8 +91,10 @@ TEST_F(ConsentFault, AClientIsWaitedFor200Times) {
     EXPECT_EQ(LogCount(kAsked), 200u);
     EXPECT_TRUE(HasLine("ERROR", kNotConnected));
     EXPECT_TRUE(Eventually([] {
-        return WaitNamedPipeA("\\\\.\\pipe\\userconsentfeature", NMPWAIT_NOWAIT) == FALSE &&
-               GetLastError() == ERROR_FILE_NOT_FOUND;
+        const UniqueFileHandle pipe(CreateFileA("\\\\.\\pipe\\userconsentfeature",
+                                                GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
+                                                nullptr));
+        return !pipe && GetLastError() == ERROR_FILE_NOT_FOUND;
     }));
     ExpectNoAnswer();
 }
