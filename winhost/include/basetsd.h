@@ -5,8 +5,6 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#define __int64 long long
-
 typedef int8_t INT8, *PINT8;
 typedef int16_t INT16, *PINT16;
 typedef int32_t INT32, *PINT32;

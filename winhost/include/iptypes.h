@@ -11,9 +11,6 @@
 #define MAX_DOMAIN_NAME_LEN 128
 #define MAX_SCOPE_ID_LEN 256
 
-#define BROADCAST_NODETYPE 1
-#define PEER_TO_PEER_NODETYPE 2
-#define MIXED_NODETYPE 4
 #define HYBRID_NODETYPE 8
 
 typedef struct {

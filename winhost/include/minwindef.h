@@ -14,16 +14,8 @@
 #ifndef CONST
 #define CONST const
 #endif
-#define FAR
-#define NEAR
 #define WINAPI
-#define WINAPIV
 #define CALLBACK
-#define APIENTRY WINAPI
-#define PASCAL
-#define CDECL
-#define __cdecl
-#define __stdcall
 
 typedef int BOOL, *PBOOL, *LPBOOL;
 typedef unsigned char BYTE, *PBYTE, *LPBYTE;
@@ -49,10 +41,6 @@ typedef HANDLE* LPHANDLE;
 typedef INT_PTR(WINAPI* FARPROC)();
 
 #define MAKEWORD(a, b) ((WORD)(((BYTE)((DWORD_PTR)(a)&0xff)) | ((WORD)((BYTE)((DWORD_PTR)(b)&0xff))) << 8))
-#define MAKELONG(a, b) \
-    ((LONG)(((WORD)((DWORD_PTR)(a)&0xffff)) | ((DWORD)((WORD)((DWORD_PTR)(b)&0xffff))) << 16))
-#define LOWORD(l) ((WORD)((DWORD_PTR)(l)&0xffff))
-#define HIWORD(l) ((WORD)(((DWORD_PTR)(l) >> 16) & 0xffff))
 #define LOBYTE(w) ((BYTE)((DWORD_PTR)(w)&0xff))
 #define HIBYTE(w) ((BYTE)(((DWORD_PTR)(w) >> 8) & 0xff))
 

@@ -38,11 +38,7 @@ void Sleep(DWORD milliseconds);
 
 // ---- requests to devices ----
 
-#define CREATE_NEW 1
-#define CREATE_ALWAYS 2
 #define OPEN_EXISTING 3
-#define OPEN_ALWAYS 4
-#define TRUNCATE_EXISTING 5
 #define FILE_FLAG_OVERLAPPED 0x40000000
 
 // A macro in the SDK. Here the request may complete within the call.
@@ -92,10 +88,7 @@ void OutputDebugStringA(LPCSTR text);
 #define CREATE_SUSPENDED 0x4
 #define DETACHED_PROCESS 0x8
 #define CREATE_NEW_CONSOLE 0x10
-#define CREATE_NEW_PROCESS_GROUP 0x200
 #define CREATE_UNICODE_ENVIRONMENT 0x400
-#define CREATE_NO_WINDOW 0x8000000
-#define STARTF_USESHOWWINDOW 0x00000001
 #define STARTF_USESTDHANDLES 0x00000100
 
 // 0xFFFFFFFF while no session is at the console.
@@ -127,8 +120,6 @@ BOOL CreateProcessAsUserA(HANDLE token, LPCSTR applicationName, LPSTR commandLin
 // ---- the time ----
 
 #define TIME_ZONE_ID_UNKNOWN 0
-#define TIME_ZONE_ID_STANDARD 1
-#define TIME_ZONE_ID_DAYLIGHT 2
 #define TIME_ZONE_ID_INVALID ((DWORD)0xffffffff)
 
 typedef struct _TIME_ZONE_INFORMATION {

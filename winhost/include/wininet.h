@@ -5,11 +5,7 @@
 
 #define INTERNET_CONNECTION_MODEM 0x01
 #define INTERNET_CONNECTION_LAN 0x02
-#define INTERNET_CONNECTION_PROXY 0x04
-#define INTERNET_CONNECTION_MODEM_BUSY 0x08
 #define INTERNET_RAS_INSTALLED 0x10
-#define INTERNET_CONNECTION_OFFLINE 0x20
-#define INTERNET_CONNECTION_CONFIGURED 0x40
 
 // FALSE with ERROR_NOT_CONNECTED when there is no connection. Without a word of the PC's description it is
 // the LAN, with INTERNET_RAS_INSTALLED, while an adapter that is up has a gateway.

@@ -4,26 +4,15 @@
 #include <l2cmn.h>
 #include <windows.h>
 
-#define WLAN_API_VERSION_1_0 0x00000001
 #define WLAN_API_VERSION_2_0 0x00000002
 
 #define WLAN_NOTIFICATION_SOURCE_NONE L2_NOTIFICATION_SOURCE_NONE
 #define WLAN_NOTIFICATION_SOURCE_ALL L2_NOTIFICATION_SOURCE_ALL
 #define WLAN_NOTIFICATION_SOURCE_ACM L2_NOTIFICATION_SOURCE_WLAN_ACM
 #define WLAN_NOTIFICATION_SOURCE_MSM L2_NOTIFICATION_SOURCE_WLAN_MSM
-#define WLAN_NOTIFICATION_SOURCE_SECURITY L2_NOTIFICATION_SOURCE_WLAN_SECURITY
-#define WLAN_NOTIFICATION_SOURCE_IHV L2_NOTIFICATION_SOURCE_WLAN_IHV
-#define WLAN_NOTIFICATION_SOURCE_HNWK L2_NOTIFICATION_SOURCE_WLAN_HNWK
-#define WLAN_NOTIFICATION_SOURCE_ONEX L2_NOTIFICATION_SOURCE_ONEX
 
 typedef enum _WLAN_NOTIFICATION_ACM {
-    wlan_notification_acm_start = 0,
-    wlan_notification_acm_connection_start = 9,
     wlan_notification_acm_connection_complete = 10,
-    wlan_notification_acm_connection_attempt_fail = 11,
-    wlan_notification_acm_interface_arrival = 13,
-    wlan_notification_acm_interface_removal = 14,
-    wlan_notification_acm_disconnecting = 20,
     wlan_notification_acm_disconnected = 21
 } WLAN_NOTIFICATION_ACM,
     *PWLAN_NOTIFICATION_ACM;

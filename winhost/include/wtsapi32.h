@@ -6,7 +6,6 @@
 
 #include <windef.h>
 
-#define WTS_CURRENT_SERVER ((HANDLE)NULL)
 #define WTS_CURRENT_SERVER_HANDLE ((HANDLE)NULL)
 #define WTS_CURRENT_SESSION ((DWORD)-1)
 
@@ -24,36 +23,8 @@ typedef enum _WTS_CONNECTSTATE_CLASS {
 } WTS_CONNECTSTATE_CLASS;
 
 typedef enum _WTS_INFO_CLASS {
-    WTSInitialProgram = 0,
-    WTSApplicationName = 1,
-    WTSWorkingDirectory = 2,
-    WTSOEMId = 3,
-    WTSSessionId = 4,
     WTSUserName = 5,
-    WTSWinStationName = 6,
-    WTSDomainName = 7,
-    WTSConnectState = 8,
-    WTSClientBuildNumber = 9,
-    WTSClientName = 10,
-    WTSClientDirectory = 11,
-    WTSClientProductId = 12,
-    WTSClientHardwareId = 13,
-    WTSClientAddress = 14,
-    WTSClientDisplay = 15,
-    WTSClientProtocolType = 16,
-    WTSIdleTime = 17,
-    WTSLogonTime = 18,
-    WTSIncomingBytes = 19,
-    WTSOutgoingBytes = 20,
-    WTSIncomingFrames = 21,
-    WTSOutgoingFrames = 22,
-    WTSClientInfo = 23,
-    WTSSessionInfo = 24,
     WTSSessionInfoEx = 25,
-    WTSConfigInfo = 26,
-    WTSValidationInfo = 27,
-    WTSSessionAddressV4 = 28,
-    WTSIsRemoteSession = 29
 } WTS_INFO_CLASS;
 
 #define WTS_SESSIONSTATE_UNKNOWN 0xFFFFFFFF
