@@ -11,19 +11,16 @@
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/files/FileErrors.h"
 #include "winhost/pc/Pc.h"
+
+using winhost::Finish;
 
 namespace {
 
 std::string HostPath(const std::string& path) {
     return winhost::Pc::Instance().HostPath(path);
-}
-
-BOOL Answer(DWORD error) {
-    if (error == ERROR_SUCCESS) return TRUE;
-    SetLastError(error);
-    return FALSE;
 }
 
 DWORD Delete(const std::string& path) {
@@ -67,12 +64,12 @@ DWORD MakeFolders(const std::string& path) {
 
 BOOL DeleteFileA(LPCSTR path) {
     WINHOST_GATE("DeleteFileA", FALSE);
-    return Answer(Delete(HostPath(path)));
+    return Finish(Delete(HostPath(path)));
 }
 
 BOOL MoveFileA(LPCSTR from, LPCSTR to) {
     WINHOST_GATE("MoveFileA", FALSE);
-    return Answer(Move(HostPath(from), HostPath(to)));
+    return Finish(Move(HostPath(from), HostPath(to)));
 }
 
 int SHCreateDirectoryExA(HWND, LPCSTR path, const SECURITY_ATTRIBUTES*) {

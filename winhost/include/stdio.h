@@ -8,6 +8,6 @@
 FILE* _fsopen(const char* path, const char* mode, int shareFlag);
 int _fseeki64(FILE* stream, long long offset, int origin);
 long long _ftelli64(FILE* stream);
-// "ver" is answered by the PC, any other command goes to the system's shell.
+// Reads alone, else EINVAL. The PC answers "ver"; the system's shell runs any other command.
 FILE* _popen(const char* command, const char* mode);
 int _pclose(FILE* stream);

@@ -98,19 +98,19 @@ DWORD WTSGetActiveConsoleSessionId();
 // or a script as well, with the arguments as the C runtime of Windows splits them. It has a Linux session of
 // its own, no descriptor of the caller's and none of its signal settings, and outlives it; it is reaped when
 // it ends. Its environment is the block, or the PC's own, and what makes it a process of this PC
-// (docs/pc-description.md); its folder is the caller's unless one is given.
+// (docs/pc-description.md); its folder is the caller's.
 //
-// Without an application the program is the first item of the command line: in quotes, or up to one of its
-// blanks, the shortest that there is; ".exe" is added to a name without an ending. A name without a folder is
-// looked for in the folder of the executable, the current one, C:\Windows\System32, C:\Windows and those of
-// PATH. The handles have all access; that of the thread can be waited for and closed.
+// The command line begins with the program's whole path, with its ending, in quotes. The handles have all
+// access; that of the thread can be waited for and closed.
 //
-// The flags are DETACHED_PROCESS with or without CREATE_UNICODE_ENVIRONMENT; other ones, inherited handles
-// and STARTF_USESTDHANDLES fail with ERROR_NOT_SUPPORTED. The other errors: ERROR_ACCESS_DENIED (the token
-// lacks TOKEN_QUERY, TOKEN_DUPLICATE or TOKEN_ASSIGN_PRIMARY; a folder), ERROR_BAD_TOKEN_TYPE,
-// ERROR_PRIVILEGE_NOT_HELD (SeIncreaseQuotaPrivilege or SeAssignPrimaryTokenPrivilege is not held; they need
-// not be enabled), ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_BAD_EXE_FORMAT (a file that Linux can't
-// execute), ERROR_DIRECTORY (no such current folder).
+// The flags are DETACHED_PROCESS with or without CREATE_UNICODE_ENVIRONMENT. Another command line, other
+// flags, an application, a current folder, a narrow environment, inherited handles and STARTF_USESTDHANDLES
+// fail with ERROR_NOT_SUPPORTED.
+//
+// The other errors: ERROR_ACCESS_DENIED (the token lacks TOKEN_QUERY, TOKEN_DUPLICATE or
+// TOKEN_ASSIGN_PRIMARY, or the path is that of a folder), ERROR_BAD_TOKEN_TYPE, ERROR_PRIVILEGE_NOT_HELD
+// (SeIncreaseQuotaPrivilege or SeAssignPrimaryTokenPrivilege is not held; they need not be enabled),
+// ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_BAD_EXE_FORMAT (a file that Linux can't execute).
 BOOL CreateProcessAsUserA(HANDLE token, LPCSTR applicationName, LPSTR commandLine,
                           LPSECURITY_ATTRIBUTES processAttributes, LPSECURITY_ATTRIBUTES threadAttributes,
                           BOOL inheritHandles, DWORD creationFlags, LPVOID environment,

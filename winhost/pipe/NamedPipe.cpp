@@ -4,9 +4,11 @@
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/pipe/PipeServer.h"
 
+using winhost::Finish;
 using winhost::HandleTable;
 using winhost::PipeEnd;
 using winhost::PipeServer;
@@ -14,19 +16,13 @@ using winhost::PipeTerms;
 
 namespace {
 
-BOOL Answer(DWORD error) {
-    if (error == ERROR_SUCCESS) return TRUE;
-    SetLastError(error);
-    return FALSE;
-}
-
 // Finds the end of a pipe and answers what `request(end)` does. Other files know nothing of the request.
 template <class End, class Request>
 BOOL Ask(HANDLE handle, Request request) {
     const auto end = HandleTable::Instance().Find<End>(handle);
-    if (end) return Answer(request(*end));
+    if (end) return Finish(request(*end));
     const bool isFile = HandleTable::Instance().Find<winhost::FileObject>(handle) != nullptr;
-    return Answer(isFile ? ERROR_INVALID_FUNCTION : ERROR_INVALID_HANDLE);
+    return Finish(isFile ? ERROR_INVALID_FUNCTION : ERROR_INVALID_HANDLE);
 }
 
 // Everybody may do everything by a null DACL; without any, the default is the server's own user.

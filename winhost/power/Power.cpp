@@ -6,18 +6,15 @@
 #include <string>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/power/Privileges.h"
 
+using winhost::Fail;
 using winhost::Pc;
 using winhost::PowerAction;
 
 namespace {
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
 
 bool MayShutDown() {
     return winhost::IsPrivilegeEnabled(SE_SHUTDOWN_NAME);

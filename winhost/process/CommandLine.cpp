@@ -76,17 +76,4 @@ std::vector<std::string> SplitArguments(std::string_view commandLine) {
     return Splitter(commandLine).Split();
 }
 
-std::vector<std::string> ProgramCandidates(std::string_view commandLine) {
-    if (commandLine.starts_with('"')) {
-        const std::string_view inside = commandLine.substr(1);
-        return {std::string(inside.substr(0, inside.find('"')))};
-    }
-    std::vector<std::string> candidates;
-    for (size_t end = 0; end < commandLine.size(); ++end)
-        if (end != 0 && IsBlank(commandLine[end]) && !IsBlank(commandLine[end - 1]))
-            candidates.emplace_back(commandLine.substr(0, end));
-    if (!commandLine.empty() && !IsBlank(commandLine.back())) candidates.emplace_back(commandLine);
-    return candidates;
-}
-
 }  // namespace winhost

@@ -12,8 +12,4 @@ namespace winhost {
 // quotes within quotes are one.
 std::vector<std::string> SplitArguments(std::string_view commandLine);
 
-// The programs that a command line may mean, in the order in which they are tried: the text in quotes, or all
-// that ends at a blank, the shortest first.
-std::vector<std::string> ProgramCandidates(std::string_view commandLine);
-
 }  // namespace winhost

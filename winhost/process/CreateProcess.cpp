@@ -1,18 +1,16 @@
 // Starting programs in the PC's sessions.
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <strings.h>
-
 #include <winbase.h>
 
-#include "winhost/core/Gate.h"
 #include "testbed/Utf8.h"
+#include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Marks.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/power/Privileges.h"
@@ -22,6 +20,7 @@
 #include "winhost/process/Spawn.h"
 #include "winhost/process/Token.h"
 
+using winhost::Fail;
 using winhost::HandleTable;
 using winhost::Pc;
 
@@ -29,68 +28,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
+// ---- what is started ----
+
+// The Windows path of the program: the text in quotes that the command line begins with, when it is a whole
+// path with the file's ending.
+std::optional<std::string> ProgramOf(const std::string& commandLine) {
+    const size_t end = commandLine.find('"', 1);
+    if (!commandLine.starts_with('"') || end == std::string::npos) return std::nullopt;
+    std::string program = commandLine.substr(1, end - 1);
+    const size_t name = program.find_last_of('\\') + 1;
+    if (name == 0 || program.find('.', name) == std::string::npos) return std::nullopt;
+    return program;
 }
 
-// ---- which program ----
-
-bool HasFolder(const std::string& path) {
-    return path.find_first_of("\\/:") != std::string::npos;
-}
-
-bool HasEnding(const std::string& path) {
-    const size_t separator = path.find_last_of("\\/");
-    return path.find('.', separator == std::string::npos ? 0 : separator) != std::string::npos;
-}
-
-bool IsFile(const std::string& windowsPath) {
-    std::error_code ignored;
-    return fs::is_regular_file(Pc::Instance().HostPath(windowsPath), ignored);
-}
-
-std::vector<std::string> SearchedFolders() {
-    const std::string own = winhost::OwnPath();
-    std::vector<std::string> folders{own.substr(0, own.find_last_of("\\/")), ".", R"(C:\Windows\System32)",
-                                     R"(C:\Windows)"};
-    for (const auto& [name, value] : Pc::Instance().Description().environment) {
-        if (strcasecmp(name.c_str(), "PATH") != 0) continue;
-        for (size_t begin = 0; begin <= value.size();) {
-            const size_t end = std::min(value.find(';', begin), value.size());
-            if (end != begin) folders.push_back(value.substr(begin, end - begin));
-            begin = end + 1;
-        }
-    }
-    return folders;
-}
-
-// Its Windows path, when it is there.
-std::optional<std::string> Locate(std::string program) {
-    if (!HasEnding(program)) program += ".exe";
-    if (HasFolder(program)) return IsFile(program) ? std::optional(program) : std::nullopt;
-    for (const std::string& folder : SearchedFolders())
-        if (const std::string path = folder + "\\" + program; IsFile(path)) return path;
-    return std::nullopt;
-}
-
-// The Windows path of the program that is meant; of one that isn't there the path that was looked for last.
-std::string ProgramOf(LPCSTR applicationName, const std::string& commandLine) {
-    if (applicationName) return applicationName;
-    const std::vector<std::string> candidates = winhost::ProgramCandidates(commandLine);
-    for (const std::string& candidate : candidates)
-        if (const auto path = Locate(candidate)) return *path;
-    if (candidates.empty()) return "";
-    return HasEnding(candidates.back()) ? candidates.back() : candidates.back() + ".exe";
-}
-
-// ---- what it gets ----
-
-std::vector<std::string> VariablesOf(LPVOID block, DWORD flags) {
+std::vector<std::string> VariablesOf(const WCHAR* block) {
     if (!block) return winhost::PcEnvironment();
-    if (!(flags & CREATE_UNICODE_ENVIRONMENT)) return winhost::TextsOfBlock(static_cast<const char*>(block));
     std::vector<std::string> variables;
-    for (const std::wstring& text : winhost::TextsOfBlock(static_cast<const WCHAR*>(block)))
+    for (std::wstring text; !(text = block).empty(); block += text.size() + 1)
         variables.push_back(testbed::ToUtf8(text));
     return variables;
 }
@@ -114,9 +68,10 @@ DWORD CheckToken(const winhost::Token* token) {
     return ERROR_SUCCESS;
 }
 
-bool IsSupported(BOOL inheritHandles, DWORD flags, const STARTUPINFOA& startup) {
+bool IsSupported(BOOL inheritHandles, DWORD flags, const void* environment, const STARTUPINFOA& startup) {
     const bool detached = (flags & ~DWORD{CREATE_UNICODE_ENVIRONMENT}) == DETACHED_PROCESS;
-    return detached && !inheritHandles && !(startup.dwFlags & STARTF_USESTDHANDLES);
+    const bool narrow = environment && !(flags & CREATE_UNICODE_ENVIRONMENT);
+    return detached && !narrow && !inheritHandles && !(startup.dwFlags & STARTF_USESTDHANDLES);
 }
 
 BOOL GiveHandles(const winhost::ProcessEntry& entry, PROCESS_INFORMATION& information) {
@@ -139,25 +94,23 @@ BOOL CreateProcessAsUserA(HANDLE handle, LPCSTR applicationName, LPSTR commandLi
                           LPPROCESS_INFORMATION information) {
     WINHOST_GATE("CreateProcessAsUserA", FALSE);
     if ((!applicationName && !commandLine) || !startup || !information) return Fail(ERROR_INVALID_PARAMETER);
-    if (!IsSupported(inheritHandles, flags, *startup)) return Fail(ERROR_NOT_SUPPORTED);
+    const auto program = applicationName ? std::nullopt : ProgramOf(commandLine);
+    if (!program || currentDirectory || !IsSupported(inheritHandles, flags, environment, *startup))
+        return Fail(ERROR_NOT_SUPPORTED);
     const auto token = HandleTable::Instance().Find<winhost::Token>(handle);
     if (const DWORD error = CheckToken(token.get())) return Fail(error);
 
-    const std::string line = commandLine ? commandLine : "\"" + std::string(applicationName) + "\"";
-    const std::string program = ProgramOf(applicationName, line);
-    if (program.empty()) return Fail(ERROR_FILE_NOT_FOUND);
     winhost::SpawnRequest request;
-    request.program = fs::absolute(Pc::Instance().HostPath(program)).string();
-    request.arguments = winhost::SplitArguments(line);
-    request.environment = Marked(VariablesOf(environment, flags),
-                                 {winhost::RootMark(Pc::Instance().Description()), token->Session(), program,
+    request.program = fs::absolute(Pc::Instance().HostPath(*program)).string();
+    request.arguments = winhost::SplitArguments(commandLine);
+    request.environment = Marked(VariablesOf(static_cast<const WCHAR*>(environment)),
+                                 {winhost::RootMark(Pc::Instance().Description()), token->Session(), *program,
                                   Pc::Instance().DescriptionFile()});
-    if (currentDirectory) request.folder = fs::absolute(Pc::Instance().HostPath(currentDirectory)).string();
     winhost::ProcessEntry entry;
-    entry.name = program.substr(program.find_last_of("\\/") + 1);
+    entry.name = program->substr(program->find_last_of('\\') + 1);
     entry.session = token->Session();
     if (const DWORD error = winhost::Spawn(request, entry)) return Fail(error);
-    Pc::Instance().Record(winhost::ProcessLaunch{line, startup->lpDesktop ? startup->lpDesktop : "",
+    Pc::Instance().Record(winhost::ProcessLaunch{commandLine, startup->lpDesktop ? startup->lpDesktop : "",
                                                  token->Session(), flags, environment != nullptr, entry.id});
     return GiveHandles(entry, *information);
 }

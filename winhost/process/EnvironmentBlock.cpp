@@ -9,10 +9,13 @@
 #include <cwctype>
 #include <utility>
 
-#include "winhost/core/Gate.h"
 #include "testbed/Utf8.h"
+#include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/Token.h"
+
+using winhost::Fail;
 
 namespace winhost {
 namespace {
@@ -40,11 +43,6 @@ std::vector<std::string> PcEnvironment() {
 }  // namespace winhost
 
 namespace {
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
 
 std::wstring MakeBlock() {
     std::wstring block;

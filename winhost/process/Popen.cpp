@@ -1,7 +1,6 @@
 // Commands with a pipe to them.
 #include <stdio.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -30,16 +29,12 @@ std::string PrintVersion() {
 
 FILE* _popen(const char* command, const char* mode) {
     WINHOST_GATE("_popen", nullptr);
-    if (!command || !mode) {
+    if (!command || !mode || mode[0] != 'r') {
         errno = EINVAL;
         return nullptr;
     }
-    // Text and binary are the same here.
-    std::string direction = mode;
-    std::erase_if(direction, [](char c) { return c == 't' || c == 'b'; });
-    direction += 'e';
     const bool isVersion = strcasecmp(command, "ver") == 0;
-    return popen(isVersion ? PrintVersion().c_str() : command, direction.c_str());
+    return popen(isVersion ? PrintVersion().c_str() : command, "re");
 }
 
 int _pclose(FILE* stream) {

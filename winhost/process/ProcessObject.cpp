@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/ProcFs.h"
 #include "winhost/process/ProcessWatcher.h"
@@ -142,18 +143,13 @@ std::shared_ptr<Process> FindProcessObject(HANDLE handle) {
 
 }  // namespace winhost
 
+using winhost::Fail;
 using winhost::FindProcessObject;
 using winhost::HandleTable;
 
 namespace {
 
 constexpr DWORD kGenericRights = GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL;
-
-template <class Failure>
-Failure Fail(DWORD error, Failure failure) {
-    SetLastError(error);
-    return failure;
-}
 
 }  // namespace
 

@@ -27,12 +27,11 @@ constexpr int kFirstInherited = 3;
 
 class SpawnActions {
   public:
-    explicit SpawnActions(const std::string& folder) {
+    SpawnActions() {
         posix_spawn_file_actions_init(&m_actions);
         for (int standard = 0; standard < kFirstInherited; ++standard)
             posix_spawn_file_actions_addopen(&m_actions, standard, "/dev/null", O_RDWR, 0);
         posix_spawn_file_actions_addclosefrom_np(&m_actions, kFirstInherited);
-        if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&m_actions, folder.c_str());
     }
     SpawnActions(const SpawnActions&) = delete;
     SpawnActions& operator=(const SpawnActions&) = delete;
@@ -126,14 +125,13 @@ bool ReapAtItsEnd(ProcessWatcher& watcher, pid_t id) {
 }  // namespace
 
 DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry) {
-    if (!request.folder.empty() && !std::filesystem::is_directory(request.folder)) return ERROR_DIRECTORY;
     ProcessWatcher* watcher = nullptr;
     try {
         watcher = &ProcessWatcher::Instance();
     } catch (const std::system_error&) {
         return ERROR_NO_SYSTEM_RESOURCES;
     }
-    const SpawnActions actions(request.folder);
+    const SpawnActions actions;
     const SpawnAttributes attributes;
     pid_t id = 0;
     const int error = posix_spawn(&id, request.program.c_str(), actions.Get(), attributes.Get(),

@@ -11,7 +11,6 @@ namespace winhost {
 struct SpawnRequest {
     std::string program;  // a Linux path
     std::vector<std::string> arguments, environment;
-    std::string folder;  // empty: the caller's
 };
 
 // Starts it in a session of its own, without any descriptor but three to nowhere, with all signals as they

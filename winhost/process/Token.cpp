@@ -4,18 +4,15 @@
 #include <memory>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/power/Privileges.h"
 #include "winhost/process/ProcessObject.h"
 
+using winhost::Fail;
 using winhost::HandleTable;
 using winhost::Token;
 
 namespace {
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
 
 BOOL Give(std::shared_ptr<Token> token, PHANDLE handle) {
     *handle = HandleTable::Instance().Add(std::move(token));

@@ -10,8 +10,10 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/HandleTable.h"
+#include "winhost/core/Results.h"
 #include "winhost/process/ProcessList.h"
 
+using winhost::Fail;
 using winhost::HandleTable;
 
 namespace {
@@ -35,11 +37,6 @@ class Snapshot : public winhost::Object {
     const std::vector<winhost::ProcessEntry> m_entries;
     std::atomic<size_t> m_next{0};
 };
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
 
 BOOL Fill(Snapshot& snapshot, PROCESSENTRY32& result) {
     const winhost::ProcessEntry* const entry = snapshot.Next();

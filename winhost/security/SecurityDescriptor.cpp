@@ -2,15 +2,9 @@
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 
-namespace {
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
-}  // namespace
+using winhost::Fail;
 
 BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revision) {
     WINHOST_GATE("InitializeSecurityDescriptor", FALSE);

@@ -6,18 +6,11 @@
 #include <system_error>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/service/Scm.h"
 
+using winhost::Fail;
 using winhost::Scm;
-
-namespace {
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
-}  // namespace
 
 BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA* lpServiceStartTable) {
     WINHOST_GATE("StartServiceCtrlDispatcherA", FALSE);

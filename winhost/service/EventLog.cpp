@@ -6,7 +6,10 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/HandleTable.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
+
+using winhost::Fail;
 
 namespace {
 
@@ -19,12 +22,6 @@ class EventSource final : public winhost::Object {
   private:
     const std::string m_name;
 };
-
-template <class Failure>
-Failure Fail(DWORD error, Failure failure) {
-    SetLastError(error);
-    return failure;
-}
 
 bool IsEventType(WORD type) {
     constexpr WORD kTypes[] = {EVENTLOG_SUCCESS,          EVENTLOG_ERROR_TYPE,    EVENTLOG_WARNING_TYPE,

@@ -8,19 +8,16 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/ProcessList.h"
 
+using winhost::Fail;
 using winhost::PcDescription;
 
 namespace {
 
 constexpr DWORD kServices = 0;
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
 
 PcDescription Describe() {
     return winhost::Pc::Instance().Description();

@@ -31,15 +31,4 @@ TEST(CommandLine, BackslashesInTheFirstItemAreLetters) {
     EXPECT_EQ((Texts{R"(C:\folder\)", "x"}), winhost::SplitArguments(R"("C:\folder\" x)"));
 }
 
-TEST(CommandLine, AQuotedProgramIsOneCandidate) {
-    EXPECT_EQ((Texts{R"(C:\a b\app.exe)"}), winhost::ProgramCandidates(R"("C:\a b\app.exe" -X 1)"));
-    EXPECT_EQ((Texts{"never closed"}), winhost::ProgramCandidates("\"never closed"));
-}
-
-TEST(CommandLine, AnUnquotedOneMayEndAtEachBlank) {
-    EXPECT_EQ((Texts{R"(C:\a)", R"(C:\a b\app.exe)", R"(C:\a b\app.exe -X)"}),
-              winhost::ProgramCandidates(R"(C:\a b\app.exe -X)"));
-    EXPECT_EQ(Texts{}, winhost::ProgramCandidates(""));
-}
-
 }  // namespace

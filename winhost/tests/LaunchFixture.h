@@ -88,8 +88,7 @@ class LaunchFixture : public PcFixture {
         DWORD Id() const { return information.dwProcessId; }
     };
     static Started StartWith(HANDLE token, const std::string& command, DWORD flags = kFlags,
-                             void* environment = nullptr, const char* folder = nullptr,
-                             const char* application = nullptr) {
+                             void* environment = nullptr) {
         std::string line = command;
         char desktop[] = "Winsta0\\Default";
         STARTUPINFOA startup{};
@@ -97,16 +96,14 @@ class LaunchFixture : public PcFixture {
         startup.lpDesktop = desktop;
         Started started;
         SetLastError(0);
-        started.result =
-            CreateProcessAsUserA(token, application, command.empty() ? nullptr : line.data(), nullptr,
-                                 nullptr, FALSE, flags, environment, folder, &startup, &started.information);
+        started.result = CreateProcessAsUserA(token, nullptr, line.data(), nullptr, nullptr, FALSE, flags,
+                                              environment, nullptr, &startup, &started.information);
         started.error = GetLastError();
         return started;
     }
-    static Started Start(const std::string& command, DWORD flags = kFlags, void* environment = nullptr,
-                         const char* folder = nullptr) {
+    static Started Start(const std::string& command, DWORD flags = kFlags, void* environment = nullptr) {
         const HANDLE token = LogonToken();
-        const Started started = StartWith(token, command, flags, environment, folder);
+        const Started started = StartWith(token, command, flags, environment);
         CloseHandle(token);
         return started;
     }
@@ -116,9 +113,8 @@ class LaunchFixture : public PcFixture {
         return started.error;
     }
     // Starts it and waits for its end.
-    static void Run(const std::string& command, DWORD flags = kFlags, void* environment = nullptr,
-                    const char* folder = nullptr) {
-        const Started started = Start(command, flags, environment, folder);
+    static void Run(const std::string& command, DWORD flags = kFlags, void* environment = nullptr) {
+        const Started started = Start(command, flags, environment);
         ASSERT_TRUE(started.result) << command << ": error " << started.error;
         EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hProcess, INFINITE));
         Close(started);
