@@ -63,6 +63,8 @@ TEST_F(KvmSession, BringsAFirmwareUpToDateThatTakesTheHostForDown) {
     Enable();
     firmware.Clear();
     const ConsoleClient client = Connect();
+    // The session waits at most three seconds for the update, so no time passes before the update has begun.
+    ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
     ASSERT_TRUE(Eventually([&] {
         if (Clock().AwaitSleeper(100ms, 1ms)) Advance(100ms);
         return LogCount(kAnnounced) == 1;
