@@ -106,20 +106,20 @@ def device():
 
 # --- pipes ---
 
-MESSAGES, BY_MESSAGE, OTHER_GREETING = 1, 2, 4
+# The kinds of a pipe's packets.
+DATA, PROGRESS, DISCONNECT = b"\0", b"\x01", b"\x02"
 
 
-def piped(shape, room, data, counts=(0, 0, 0)):
-    return bytes([shape]) + struct.pack("<H", room) + bytes(counts) + data
+def piped(room, *packets):
+    return struct.pack("<HB", room, len(packets)) + b"".join(long_block(packet) for packet in packets)
 
 
 def pipes():
-    two = number(5) + b"first" + number(6) + b"second"
-    seed("pipe", "bytes", piped(0, 64, b"any bytes"))
-    seed("pipe", "messages", piped(MESSAGES | BY_MESSAGE, 64, two))
-    seed("pipe", "messages-as-bytes", piped(MESSAGES, 64, two))
-    seed("pipe", "small-room", piped(MESSAGES | BY_MESSAGE, 3, two))
-    seed("pipe", "endless-message", piped(MESSAGES | BY_MESSAGE, 64, number(0xFFFFFFFF) + b"that is all"))
-    seed("pipe", "length-cut", piped(MESSAGES | BY_MESSAGE, 64, b"\x05\0"))
-    seed("pipe", "greeting-cut", piped(OTHER_GREETING | 0x10, 64, b""))
-    seed("pipe", "no-greeting", piped(OTHER_GREETING, 64, b""))
+    seed("pipe", "messages", piped(64, DATA + b"first", DATA + b"second"))
+    seed("pipe", "small-room", piped(4, DATA + b"0123456789", DATA))
+    seed("pipe", "no-room", piped(0, DATA + b"text"))
+    seed("pipe", "empty-message", piped(8, DATA, DATA + b"text"))
+    seed("pipe", "progress", piped(8, PROGRESS + number(5, 1), DATA + b"text", PROGRESS + b"\xff" * 8))
+    seed("pipe", "progress-cut", piped(8, PROGRESS + b"\x01", DATA + b"text"))
+    seed("pipe", "disconnect", piped(8, DATA + b"never read", DISCONNECT, DATA + b"late"))
+    seed("pipe", "unknown-kind", piped(8, b"\x7fnothing", DATA + b"text"))
