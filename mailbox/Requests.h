@@ -42,7 +42,7 @@ MAILBOX_REQUESTS(CODE)
 #undef CODE
 }  // namespace MailboxCode
 
-// The part of a control code by which the driver tells requests apart; 12 bits.
+// Returns the function number of a control code, 12 bits, which identifies the request to the driver.
 constexpr uint32_t FunctionOf(uint32_t code) {
     return (code >> 2) & 0xFFF;
 }

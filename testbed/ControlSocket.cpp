@@ -32,7 +32,7 @@ bool SendLine(const Descriptor& socket, const Json::Value& json) {
     return SendAll(socket, line.data(), line.size());
 }
 
-// Under another name until it listens, so that whoever sees the file can connect.
+// The socket has another name until it listens, so that a client that finds the file can connect.
 Descriptor Listen(const std::string& path) {
     const std::string unfinished = path + ".new";
     struct stat there;

@@ -1,5 +1,5 @@
-// All other constants, but those that not every SDK declares: the second version of the WLAN API, all its
-// sources of notifications, and what a session tells of its lock.
+// All other constants, except those that not every SDK declares: the second version of the WLAN API, all its
+// sources of notifications, and the lock state of a session.
 #include "tests/sdk/Sdk.h"
 
 // combaseapi.h

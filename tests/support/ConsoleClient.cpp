@@ -53,7 +53,7 @@ ConsoleClient::ConsoleClient(uint16_t port, const char* ownAddress) {
     const auto deadline = Clock::now() + kPatience;
     while ((m_socket = Connect(port, own)) < 0) {
         if (Clock::now() > deadline)
-            throw std::runtime_error("nobody listens on port " + std::to_string(port));
+            throw std::runtime_error("no process listens on port " + std::to_string(port));
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     m_port = LocalPort(m_socket);

@@ -24,7 +24,7 @@ bool Eventually(const std::function<bool()>& holds) {
     return holds();
 }
 
-// What a thread waits for with a time limit by the PC's clock, which tells when it is blocked.
+// A thread that waits for an event with a time limit. The PC's clock knows when the thread is blocked.
 class Waiting {
   public:
     Waiting(HANDLE event, DWORD milliseconds)

@@ -25,7 +25,7 @@ LinkHost::LinkHost(const std::string& address) {
     m_socket = address.starts_with("unix:")
                    ? testbed::ConnectUnix(address.substr(5))
                    : testbed::ConnectTcp(uint16_t(std::stoi(address.substr(address.rfind(':') + 1))));
-    if (!m_socket) throw std::runtime_error("nobody listens on " + address);
+    if (!m_socket) throw std::runtime_error("no process listens on " + address);
 }
 
 LinkHost::Response LinkHost::Ask(uint32_t code, Bytes input, uint32_t room) {
