@@ -2,9 +2,6 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <cstring>
-
-#include "firmware/Answers.h"
 #include "firmware/Catalogue.h"
 #include "firmware/Report.h"
 #include "mailbox/ConsentRecords.h"
@@ -29,16 +26,6 @@ class RequestsTest : public testing::Test {
         EXPECT_EQ(line["fields"], m_firmware.Host()[name]);
         EXPECT_EQ(line["bytes"].asUInt64(), sizeof record);
         return line["fields"];
-    }
-
-    template <class Record>
-    Record Asked(uint32_t code) {
-        const LinkHost::Response response = m_host.Ask(code, {}, sizeof(Record));
-        EXPECT_EQ(response.error, 0u);
-        Record record{};
-        EXPECT_EQ(response.output.size(), sizeof record);
-        std::memcpy(&record, response.output.data(), std::min(response.output.size(), sizeof record));
-        return record;
     }
 
     ListeningFirmware m_firmware;
@@ -251,82 +238,6 @@ TEST_F(RequestsTest, ShowsLongBinaryDataAsLengthAndFirstBytes) {
               "1000 bytes: 16 16 16 16 16 16 16 16 16 16 16 16 16 16 16 16 ...");
 }
 
-TEST_F(RequestsTest, AnswersItsVersionFromTheSettings) {
-    m_firmware.Change([](Settings& settings) {
-        settings.MPMVersion = "4.5.0.7";
-        settings.ProvisionStatus = 1;
-        settings.uECAbsent = 1;
-        settings.uVORKVersion = 45;
-        settings.KVMStatus = 9;
-    });
-    const auto status = Asked<ManageabilityStatus>(MailboxCode::GetZELVersion);
-    EXPECT_STREQ(status.MPMVersion, "4.5.0.7");
-    EXPECT_EQ(status.ProvisionStatus, 1u);
-    EXPECT_EQ(status.uECAbsent, 1u);
-    EXPECT_EQ(status.uVORKVersion, 45u);
-    EXPECT_EQ(status.KVMStatus, 9u);
-}
-
-TEST_F(RequestsTest, SpeaksForVersion50ByDefault) {
-    EXPECT_EQ(Asked<ManageabilityStatus>(MailboxCode::GetZELVersion).uVORKVersion, 50u);
-}
-
-TEST_F(RequestsTest, AnswersItsDomains) {
-    m_firmware.Change([](Settings& settings) { settings.Domains = "corp.example.com\\lab.example.com"; });
-    const auto domains = Asked<DomainInfo>(MailboxCode::GetDomainInfo);
-    EXPECT_EQ(domains.Size, 32u);
-    EXPECT_STREQ(domains.Domains, "corp.example.com\\lab.example.com");
-}
-
-TEST_F(RequestsTest, AnswersADomainSizeThatIsALie) {
-    m_firmware.Change([](Settings& settings) { settings.DomainSize = 1281; });
-    EXPECT_EQ(Asked<DomainInfo>(MailboxCode::GetDomainInfo).Size, 1281u);
-}
-
-TEST_F(RequestsTest, AnswersTheCloudData) {
-    m_firmware.Change([](Settings& settings) {
-        settings.Cloud.Hostname = "cloud.example.com";
-        settings.Cloud.Port = 443;
-        settings.Cloud.BypassCloud = 1;
-        settings.Cloud.vCloudCert = "certificate";
-        settings.Cloud.vCloudKey = "key";
-        settings.Cloud.vCloudCACert = "authority";
-        settings.Cloud.vCloudCACertSize = 5000;
-    });
-    const auto cloud = Asked<CloudCertInfo>(MailboxCode::GetCloudCertInfo);
-    EXPECT_STREQ(cloud.Hostname, "cloud.example.com");
-    EXPECT_EQ(cloud.Port, 443u);
-    EXPECT_EQ(cloud.BypassCloud, 1u);
-    EXPECT_STREQ(cloud.vCloudCert, "certificate");
-    EXPECT_EQ(cloud.vCloudCertSize, 11u);
-    EXPECT_STREQ(cloud.vCloudKey, "key");
-    EXPECT_EQ(cloud.vCloudKeySize, 3u);
-    EXPECT_STREQ(cloud.vCloudCACert, "authority");
-    EXPECT_EQ(cloud.vCloudCACertSize, 5000u);
-}
-
-TEST_F(RequestsTest, OffersNoLogBuffer) {
-    EXPECT_EQ(Asked<uint64_t>(MailboxCode::AllocateLogBuffer), 0u);
-    EXPECT_EQ(Asked<uint64_t>(MailboxCode::ReleaseLogBuffer), 0u);
-}
-
-TEST_F(RequestsTest, IsInItsDownStateUntilTheHostIsUp) {
-    EXPECT_EQ(Asked<uint8_t>(MailboxCode::GetMPMStatus), 2);
-    m_host.Ask(MailboxCode::WriteZELStatus, Bytes::Of(ZELStatusRecord{1}));
-    EXPECT_EQ(Asked<uint8_t>(MailboxCode::GetMPMStatus), 1);
-    m_host.Ask(MailboxCode::WriteZELStatus, Bytes::Of(ZELStatusRecord{2}));
-    EXPECT_EQ(Asked<uint8_t>(MailboxCode::GetMPMStatus), 2);
-}
-
-TEST_F(RequestsTest, KeepsAForcedStatusWhateverTheHostReports) {
-    m_firmware.Change([](Settings& settings) {
-        settings.MPMStatus = 7;
-        settings.StatusFollowsHost = false;
-    });
-    m_host.Ask(MailboxCode::WriteZELStatus, Bytes::Of(ZELStatusRecord{1}));
-    EXPECT_EQ(Asked<uint8_t>(MailboxCode::GetMPMStatus), 7);
-}
-
 TEST_F(RequestsTest, RefusesAndRecordsAnUnknownCode) {
     EXPECT_EQ(m_host.Ask(0x9C41ABCD, "xyz").error, 87u);
     const Request request = m_firmware.Requests().at(0);
@@ -388,15 +299,6 @@ TEST(CommandsTest, CanAllBeSentByNameAndNumber) {
         EXPECT_EQ(ParseCommand(command.name), command.number) << command.name;
         EXPECT_EQ(ParseCommand(std::to_string(command.number)), command.number) << command.name;
         EXPECT_EQ(CommandName(command.number), command.name);
-    }
-}
-
-TEST_F(RequestsTest, HasAnAnswerToEveryQuery) {
-    for (const MailboxRequest& request : kMailboxRequests) {
-        const size_t size = request.output.minSize;
-        if (size == 0) continue;
-        EXPECT_EQ(AnswerTo(request.code, Settings(), true).size(), size)
-            << "firmware/Answers.cpp has no answer to " << request.name;
     }
 }
 
