@@ -61,19 +61,19 @@ int SocketServer::BindAndListen(SOCKET socket, uint16_t port) {
     return 0;
 }
 
-SOCKET SocketServer::AcceptSocket(bool blocking, sockaddr_in& peer) {
+UniqueSocket SocketServer::AcceptSocket(bool blocking, sockaddr_in& peer) {
     int length = sizeof(sockaddr_in);
-    const SOCKET accepted = accept(baseSocket, reinterpret_cast<sockaddr*>(&peer), &length);
-    if (accepted == INVALID_SOCKET) {
+    UniqueSocket accepted(accept(baseSocket, reinterpret_cast<sockaddr*>(&peer), &length));
+    if (!accepted) {
         const int error = WSAGetLastError();
         if (ReportsFailedAccept()) LogError("accept() API failed with error: %d", error);
-        return INVALID_SOCKET;
+        return {};
     }
     u_long mode = blocking ? 0 : 1;
-    if (ioctlsocket(accepted, FIONBIO, &mode) != 0) {
+    if (ioctlsocket(accepted.Get(), FIONBIO, &mode) != 0) {
         LogError("ioctlsocket() API failed with error: %d", WSAGetLastError());
-        if (closesocket(accepted) != 0) LogError("Error in closing Data socket");
-        return INVALID_SOCKET;
+        if (closesocket(accepted.Release()) != 0) LogError("Error in closing Data socket");
+        return {};
     }
     return accepted;
 }

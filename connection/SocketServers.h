@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/Handles.h"
+
 // The common part. CreateSocket and AcceptSocket belong to one owner thread. Any other thread may call
 // CloseBaseSocket, which makes AcceptSocket return.
 class SocketServer {
@@ -20,8 +22,8 @@ class SocketServer {
     // Winsock error.
     int CreateSocket(uint16_t port);
     // Blocks until a peer connects. Returns the accepted socket, in blocking mode or not, with its address in
-    // `peer`, or INVALID_SOCKET.
-    SOCKET AcceptSocket(bool blocking, sockaddr_in& peer);
+    // `peer`, or none.
+    UniqueSocket AcceptSocket(bool blocking, sockaddr_in& peer);
     // Does nothing when there is no listener.
     void CloseBaseSocket();
 

@@ -38,17 +38,18 @@ void DASHClientInterface::AcceptConnections() {
 bool DASHClientInterface::AcceptConnection() {
     LogInfo("Calling HTTPS Socket Accept");
     sockaddr_in peer{};
-    const SOCKET socket = m_httpsSocket.AcceptSocket(false, peer);
-    if (socket == INVALID_SOCKET) {
+    UniqueSocket socket = m_httpsSocket.AcceptSocket(false, peer);
+    if (!socket) {
         if (!g_pServiceState->m_bServiceStopping) LogError("Accept socket is invalid");
         m_httpsSocket.CloseBaseSocket();
         return false;
     }
     {
         std::lock_guard lock(m_socketAddressMutex);
-        m_socketAddressMap[socket] = peer;
+        m_socketAddressMap[socket.Get()] = peer;
     }
-    m_socketQueue.push(socket);
+    m_socketQueue.push(socket.Get());
+    socket.Release();
     LogInfo("Process the accepted connection");
     // The queue holds at most one task for each waiting connection. The first task serves all of them, and
     // another task runs only when the first has given up. Without this limit, tasks would accumulate for as

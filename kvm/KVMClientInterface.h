@@ -97,9 +97,9 @@ class KVMClientInterface {
     void RunServerKVMThread();
     void AwaitEarlierSession();
     bool ServeClients();
-    bool BeginSession(SOCKET socket);
+    bool BeginSession(UniqueSocket socket);
     bool IsTrusted(const sockaddr_in& peer) const;
-    bool DoInitKVM(SOCKET socket);
+    bool DoInitKVM(UniqueSocket socket);
 
     // The receive thread and the transfer of data (KVMDataBridge.cpp).
     void KVMDataRecvThread();

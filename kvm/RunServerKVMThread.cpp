@@ -63,8 +63,8 @@ bool KVMClientInterface::ServeClients() {
     while (m_kvmState == kKvmEnabled) {
         LogInfo("Calling KVM Socket Accept");
         sockaddr_in peer{};
-        const SOCKET socket = m_kvmSocket.AcceptSocket(true, peer);
-        if (socket == INVALID_SOCKET) {
+        UniqueSocket socket = m_kvmSocket.AcceptSocket(true, peer);
+        if (!socket) {
             LogError("%s: KVM socket Accept failed, closing the base socket and retry...", kName);
             m_kvmSocket.CloseBaseSocket();
             return true;
@@ -72,11 +72,11 @@ bool KVMClientInterface::ServeClients() {
         if (!IsTrusted(peer)) {
             LogError("%s: KVM IP validation failed, closing the base socket and retry...", kName);
             // It is required that this socket is neither closed nor used.
-            m_untrustedSockets.emplace_back(socket);
+            m_untrustedSockets.push_back(std::move(socket));
             m_kvmSocket.CloseBaseSocket();
             return true;
         }
-        if (!BeginSession(socket)) return false;
+        if (!BeginSession(std::move(socket))) return false;
         m_kvmSocketState = kKvmClientConnected;
         m_announcer.Announce(kKvmPort, peer);
         LogInfo("Response returned for KVM request from Mailbox driver");
@@ -85,12 +85,12 @@ bool KVMClientInterface::ServeClients() {
     return true;
 }
 
-bool KVMClientInterface::BeginSession(SOCKET socket) {
+bool KVMClientInterface::BeginSession(UniqueSocket socket) {
     // The state kKvmCleanedUp belongs to the previous session. This session needs its own clean-up even when
     // it fails at once.
     uint16_t before = kKvmCleanedUp;
     m_kvmSocketState.compare_exchange_strong(before, kKvmNoClient);
-    const bool begun = DoInitKVM(socket);
+    const bool begun = DoInitKVM(std::move(socket));
     SetKVMStatus(begun);
     return begun;
 }
@@ -100,9 +100,9 @@ bool KVMClientInterface::IsTrusted(const sockaddr_in& peer) const {
     return trusted.m_kvmTrustedIP == 0 || trusted.m_kvmTrustedIP == peer.sin_addr.s_addr;
 }
 
-bool KVMClientInterface::DoInitKVM(SOCKET socket) {
+bool KVMClientInterface::DoInitKVM(UniqueSocket socket) {
     LogInfo("%s: Entered", "DoInitKVM");
-    const SOCKET before = m_clientSocket.exchange(socket);
+    const SOCKET before = m_clientSocket.exchange(socket.Release());
     if (before != INVALID_SOCKET) {
         std::lock_guard lock(m_replacedMutex);
         m_replacedSockets.emplace_back(before);

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <stdexcept>
 #include <thread>
 
+#include "tests/support/ThrowAt.h"
 #include "tests/unit/dash/DashFixture.h"
 
 namespace {
@@ -16,7 +18,7 @@ class SocketServers : public DashFixture {};
 using Servers = ::testing::Types<HttpsSocket, KvmSocket>;
 TYPED_TEST_SUITE(SocketServers, Servers);
 
-SOCKET Accept(SocketServer& server, bool blocking) {
+UniqueSocket Accept(SocketServer& server, bool blocking) {
     sockaddr_in peer{};
     return server.AcceptSocket(blocking, peer);
 }
@@ -28,47 +30,43 @@ TYPED_TEST(SocketServers, ListenOnTheGivenPortAndTellThePeer) {
     ASSERT_EQ(server.CreateSocket(664), 0);
     ConsoleClient client = this->Connect();
     sockaddr_in peer{};
-    const SOCKET accepted = server.AcceptSocket(false, peer);
-    ASSERT_NE(accepted, INVALID_SOCKET);
+    const UniqueSocket accepted = server.AcceptSocket(false, peer);
+    ASSERT_TRUE(accepted);
     EXPECT_EQ(peer.sin_family, AF_INET);
     EXPECT_EQ(peer.sin_addr.s_addr, inet_addr("127.0.0.1"));
     EXPECT_EQ(ntohs(peer.sin_port), client.Port());
-    closesocket(accepted);
 }
 
 TYPED_TEST(SocketServers, ANonBlockingSocketAnswersAtOnceWhenNothingHasCome) {
     TypeParam server;
     ASSERT_EQ(server.CreateSocket(664), 0);
     ConsoleClient client = this->Connect();
-    const SOCKET accepted = Accept(server, false);
+    const UniqueSocket accepted = Accept(server, false);
     char byte;
-    EXPECT_EQ(recv(accepted, &byte, 1, 0), -1);
+    EXPECT_EQ(recv(accepted.Get(), &byte, 1, 0), -1);
     EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
-    closesocket(accepted);
 }
 
 TYPED_TEST(SocketServers, ABlockingSocketWaitsForTheBytes) {
     TypeParam server;
     ASSERT_EQ(server.CreateSocket(664), 0);
     ConsoleClient client = this->Connect();
-    const SOCKET accepted = Accept(server, true);
+    const UniqueSocket accepted = Accept(server, true);
     std::thread sender([&] { client.Send("x"); });
     char byte = 0;
-    EXPECT_EQ(recv(accepted, &byte, 1, 0), 1);
+    EXPECT_EQ(recv(accepted.Get(), &byte, 1, 0), 1);
     EXPECT_EQ(byte, 'x');
     sender.join();
-    closesocket(accepted);
 }
 
 TYPED_TEST(SocketServers, AnAcceptedSocketHasNothingToDoWithTheServerAnyMore) {
     auto server = std::make_unique<TypeParam>();
     ASSERT_EQ(server->CreateSocket(664), 0);
     ConsoleClient client = this->Connect();
-    const SOCKET accepted = Accept(*server, true);
+    const UniqueSocket accepted = Accept(*server, true);
     server->CloseBaseSocket();
-    EXPECT_EQ(send(accepted, "still here", 10, 0), 10);
+    EXPECT_EQ(send(accepted.Get(), "still here", 10, 0), 10);
     EXPECT_EQ(client.Receive(10), "still here");
-    closesocket(accepted);
 }
 
 TYPED_TEST(SocketServers, CreateSocketReplacesAListenerOfItsOwn) {
@@ -76,9 +74,8 @@ TYPED_TEST(SocketServers, CreateSocketReplacesAListenerOfItsOwn) {
     ASSERT_EQ(server.CreateSocket(664), 0);
     ASSERT_EQ(server.CreateSocket(664), 0);
     ConsoleClient client = this->Connect();
-    const SOCKET accepted = Accept(server, false);
-    EXPECT_NE(accepted, INVALID_SOCKET);
-    closesocket(accepted);
+    const UniqueSocket accepted = Accept(server, false);
+    EXPECT_TRUE(accepted);
 }
 
 TYPED_TEST(SocketServers, ATakenPortIsReported) {
@@ -104,7 +101,7 @@ TYPED_TEST(SocketServers, ClosingTheListenerBreaksTheOwnerOutOfAccept) {
     TypeParam server;
     this->ExpectErrors({"accept() API failed with error: 10004"});
     ASSERT_EQ(server.CreateSocket(664), 0);
-    std::thread owner([&] { EXPECT_EQ(Accept(server, false), INVALID_SOCKET); });
+    std::thread owner([&] { EXPECT_FALSE(Accept(server, false)); });
     EXPECT_TRUE(this->Eventually([this] { return this->Gate().Count("accept") == 1; }));
     server.CloseBaseSocket();
     owner.join();
@@ -139,7 +136,7 @@ TYPED_TEST(SocketServers, ReportEveryFailedCallAndGoOn) {
     this->AwaitLog("Error in closing baseSocket");
 
     gate.FailNth("accept", 1, WSAENOBUFS);
-    EXPECT_EQ(Accept(server, false), INVALID_SOCKET);
+    EXPECT_FALSE(Accept(server, false));
     this->AwaitLog("accept() API failed with error: 10055");
 }
 
@@ -151,7 +148,7 @@ TYPED_TEST(SocketServers, AnAcceptedSocketWhoseModeCannotBeSetIsClosed) {
     for (const bool blocking : {false, true}) {
         ConsoleClient client = this->Connect();
         gate.FailNth("ioctlsocket", 1, WSAEINVAL);
-        EXPECT_EQ(Accept(server, blocking), INVALID_SOCKET);
+        EXPECT_FALSE(Accept(server, blocking));
         EXPECT_TRUE(client.AwaitClose());
     }
     this->AwaitLog("ioctlsocket() API failed with error: 10022", 2);
@@ -159,8 +156,18 @@ TYPED_TEST(SocketServers, AnAcceptedSocketWhoseModeCannotBeSetIsClosed) {
     ConsoleClient client = this->Connect();
     gate.FailNth("ioctlsocket", 1, WSAEINVAL);
     gate.FailNth("closesocket", 1, WSAENOTSOCK);
-    EXPECT_EQ(Accept(server, false), INVALID_SOCKET);
+    EXPECT_FALSE(Accept(server, false));
     this->AwaitLog("Error in closing Data socket");
+}
+
+TYPED_TEST(SocketServers, AnExceptionLeavesNoAcceptedSocketOpen) {
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    ConsoleClient client = this->Connect();
+    ThrowAt("ioctlsocket", std::runtime_error("boom"));
+    EXPECT_THROW(Accept(server, true), std::runtime_error);
+    this->Gate().Reset();
+    EXPECT_TRUE(client.AwaitClose());
 }
 
 TYPED_TEST(SocketServers, AFailedStartOfWinsockStopsNothing) {
@@ -179,7 +186,7 @@ class FailedAccept : public DashFixture {
   protected:
     void FailAccept(SocketServer& server) {
         Gate().FailNth("accept", 1, WSAEINTR);
-        EXPECT_EQ(Accept(server, false), INVALID_SOCKET);
+        EXPECT_FALSE(Accept(server, false));
     }
 };
 
