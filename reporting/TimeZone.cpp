@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 
 #include "base/Log.h"
@@ -24,13 +25,22 @@ std::string OffsetText(struct tm local, struct tm utc) {
     return text;
 }
 
+// The C runtime reads the time zone once and converts with it for as long as the process lives. Two reports
+// may run at once, so one conversion must not see the zone while the other one sets it.
+bool ToLocalTime(struct tm& local, const time_t& time) {
+    static std::mutex mutex;
+    std::lock_guard lock(mutex);
+    _tzset();
+    return localtime_s(&local, &time) == 0;
+}
+
 }  // namespace
 
 int32_t GetTimezoneDiff() {
     const time_t now = _time64(nullptr);
     struct tm local {
     }, utc{};
-    if (localtime_s(&local, &now) != 0 || gmtime_s(&utc, &now) != 0) {
+    if (!ToLocalTime(local, now) || gmtime_s(&utc, &now) != 0) {
         LogInfo("Failed to retrieve local time");
         return 0;
     }

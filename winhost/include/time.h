@@ -9,7 +9,11 @@ typedef int errno_t;
 // Seconds since 1970 by the PC's clock. time() and localtime() are the machine's: they know neither the PC's
 // clock nor its time zone.
 __time64_t _time64(__time64_t* time);
-// In the PC's time zone, in which %z of strftime then prints it too. 0, or EINVAL with every field at -1.
+// Takes over the PC's time zone for later calls of localtime_s. The first of them does so by itself; a zone
+// that changes afterwards has no effect until the next _tzset.
+void _tzset();
+// In the time zone that was taken over, in which %z of strftime then prints it too. 0, or EINVAL with every
+// field at -1.
 errno_t localtime_s(struct tm* local, const time_t* time);
 // The same in UTC.
 errno_t gmtime_s(struct tm* utc, const time_t* time);

@@ -13,7 +13,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
-#include "winhost/pc/Cached.h"
+#include "winhost/pc/Pc.h"
 
 namespace {
 
@@ -35,10 +35,36 @@ const char* Kept(const std::string& name) {
     return names.insert(name).first->c_str();
 }
 
-const Zone& LocalZone() {
-    return winhost::CachedFromPc<Zone>([](const winhost::PcDescription& pc) {
-        return Zone{-60L * pc.timeZoneBiasMinutes, Kept(pc.timeZoneName)};
-    });
+// The C runtime's copy of the PC's zone. The first conversion of a process makes it, and only _tzset makes it
+// anew: a process does not notice a change of the zone by itself.
+class RuntimeZone {
+  public:
+    Zone Get() {
+        std::lock_guard lock(m_mutex);
+        if (m_start != winhost::Pc::Instance().Starts()) Read();
+        return m_zone;
+    }
+    void Set() {
+        std::lock_guard lock(m_mutex);
+        Read();
+    }
+
+  private:
+    void Read() {
+        winhost::Pc& pc = winhost::Pc::Instance();
+        m_start = pc.Starts();
+        const winhost::PcDescription description = pc.Description();
+        m_zone = {-60L * description.timeZoneBiasMinutes, Kept(description.timeZoneName)};
+    }
+
+    std::mutex m_mutex;
+    uint64_t m_start = 0;  // the PC's start that the copy belongs to
+    Zone m_zone{};
+};
+
+RuntimeZone& LocalZone() {
+    static RuntimeZone& zone = *new RuntimeZone;
+    return zone;
 }
 
 bool IsWithin(int value, int lowest, int highest) {
@@ -80,9 +106,14 @@ __time64_t _time64(__time64_t* time) {
     return now;
 }
 
+void _tzset() {
+    WINHOST_GATE_PASS("_tzset");
+    LocalZone().Set();
+}
+
 errno_t localtime_s(struct tm* local, const time_t* time) {
     WINHOST_GATE_CODE("localtime_s");
-    return ToCalendar(local, time, LocalZone());
+    return ToCalendar(local, time, LocalZone().Get());
 }
 
 errno_t gmtime_s(struct tm* utc, const time_t* time) {

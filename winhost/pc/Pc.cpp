@@ -90,6 +90,7 @@ void Pc::Reset(PcDescription description) {
         std::lock_guard lock(m_mutex);
         m_description = std::move(description);
         ++m_revision;
+        ++m_starts;
     }
     m_journal.Clear();
     DisableAllPrivileges();

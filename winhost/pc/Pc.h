@@ -125,6 +125,8 @@ class Pc {
     // Grows with every Reset and Change, so that a call that is made often can keep what it took from the
     // description.
     uint64_t Revision() const { return m_revision.load(std::memory_order_acquire); }
+    // Grows with every Reset alone. State that a process keeps for as long as it lives belongs to one start.
+    uint64_t Starts() const { return m_starts.load(std::memory_order_acquire); }
 
     // The file that the description was read from; empty when there is none.
     const std::string& DescriptionFile() const { return m_descriptionFile; }
@@ -148,6 +150,7 @@ class Pc {
     std::string m_descriptionFile;
     PcDescription m_description;
     std::atomic<uint64_t> m_revision{1};
+    std::atomic<uint64_t> m_starts{1};
     Journal m_journal;
 };
 

@@ -43,14 +43,22 @@ TEST_F(LocalTimeTest, FollowsTheZoneOfThePc) {
     EXPECT_EQ("+0000", Formatted("%z"));
 }
 
-TEST_F(LocalTimeTest, SeesAChangedZoneAtOnce) {
+TEST_F(LocalTimeTest, KeepsTheFirstZoneUntilTheProcessSetsItAnew) {
     LiveAt(0);
     EXPECT_EQ(16, Local().tm_hour);
     winhost::Pc::Instance().Change([](auto& pc) {
         pc.timeZoneBiasMinutes = -540;
         pc.timeZoneName = "Tokyo Standard Time";
     });
+    EXPECT_EQ("2026-11-13 16 +0000 W. Europe Standard Time", Formatted("%Y-%m-%d %H %z %Z"));
+    _tzset();
     EXPECT_EQ("2026-11-14 01 +0900 Tokyo Standard Time", Formatted("%Y-%m-%d %H %z %Z"));
+}
+
+TEST_F(LocalTimeTest, TakesTheZoneAtTheFirstConversionAndNotBefore) {
+    LiveAt(0);
+    winhost::Pc::Instance().Change([](auto& pc) { pc.timeZoneBiasMinutes = -540; });
+    EXPECT_EQ(1, Local().tm_hour);
 }
 
 TEST_F(LocalTimeTest, HasUtcBesideIt) {

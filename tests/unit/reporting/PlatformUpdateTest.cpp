@@ -172,3 +172,16 @@ TEST_F(PlatformUpdate, ALaterUpdateEnablesTheReportsAgain) {
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
     EXPECT_TRUE(service->m_bNetworkUpdatesEnabled);
 }
+
+TEST_F(PlatformUpdate, ATimeZoneThatChangesWhileTheServiceRunsIsInTheNextReport) {
+    const auto reported = [this] {
+        firmware.Clear();
+        service->UpdatePlatformInfoToMPM();
+        return firmware.Requests("WriteADInfo").at(0).As<ADInfo>().TimezoneDiff;
+    };
+    Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = -60; });
+    EXPECT_EQ(reported(), 3600);
+    service->StopPlatformUpdates();
+    Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = 300; });
+    EXPECT_EQ(reported(), -18000);
+}
