@@ -2,6 +2,8 @@
 #include "dash/DASHClientInterface.h"
 
 #include <exception>
+#include <memory>
+#include <utility>
 
 #include "base/Log.h"
 #include "connection/ConnectionAnnouncer.h"
@@ -83,18 +85,20 @@ void DASHClientInterface::HandleQueuedSockets() {
         LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", socket);
         m_bStopSession = 0;
         m_bReceiveEnded = 0;
+        // The firmware may answer the session's first bytes before the send task is enqueued.
+        auto counted = std::make_shared<CountedSendTask>();
         AssociateSocket(socket);
-        EnqueueUnlessWaiting(m_recvPool, &DASHClientInterface::DataRecvThread);
-        EnqueueUnlessWaiting(m_sendPool, &DASHClientInterface::SendDataToDASHClient);
-        EnqueueUnlessWaiting(m_monitorPool, &DASHClientInterface::MonitorClientActivity);
+        EnqueueUnlessWaiting(m_recvPool, [this] { DataRecvThread(); });
+        EnqueueUnlessWaiting(m_sendPool, [this, counted = std::move(counted)] { SendDataToDASHClient(); });
+        EnqueueUnlessWaiting(m_monitorPool, [this] { MonitorClientActivity(); });
         LogInfo("Processing DASH traffic for socket with address: %I64x", socket);
     }
 }
 
 // A running task may continue with the next session and leave the task behind it waiting. That waiting task
 // can then serve the session as well as a new one.
-void DASHClientInterface::EnqueueUnlessWaiting(ThreadPool& pool, void (DASHClientInterface::*task)()) {
-    if (pool.Waiting() == 0) pool.enqueue(task, this);
+void DASHClientInterface::EnqueueUnlessWaiting(ThreadPool& pool, std::function<void()> task) {
+    if (pool.Waiting() == 0) pool.enqueue(std::move(task));
 }
 
 // Blocks until there is no session. Returns false when the service stops.

@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -38,9 +39,9 @@ class DASHClientInterface {
     // Unblocks the accept thread. The stop path calls it once the service is stopping.
     void CloseHttpsSocket();
 
-    // Copies `size` bytes from the firmware for the client. Replaces a payload that the send task has not yet
-    // taken. Blocks while a send is in progress, which takes seconds when the client does not read. Called on
-    // the mailbox read thread.
+    // Copies `size` bytes from the firmware for the client. Blocks until the send task has sent the payload
+    // before them, which takes seconds when the client does not read. Replaces that payload when there is no
+    // send task. Called on the mailbox read thread.
     void updateDataToClient(const void* payload, size_t size);
 
     // Reports the end of the connection to the firmware, and closes the socket when that is the host's task.
@@ -60,7 +61,7 @@ class DASHClientInterface {
     bool AcceptConnection();
     void HandleQueuedSockets();
     bool AwaitNoSession();
-    void EnqueueUnlessWaiting(ThreadPool& pool, void (DASHClientInterface::*task)());
+    void EnqueueUnlessWaiting(ThreadPool& pool, std::function<void()> task);
     sockaddr_in TakePeerOf(SOCKET socket);
     void KeepUnattended(SOCKET socket);
     bool NotifyMPMOfDASHClient(const sockaddr_in& peer);
@@ -74,6 +75,14 @@ class DASHClientInterface {
         int failures = 0;  // number since the last success
         int error = 0;     // code of the last failure
         bool sessionGone = false;
+    };
+    // Owned by each send task, from the time when the task is queued until it has ended or been dropped.
+    class CountedSendTask {
+      public:
+        CountedSendTask();
+        ~CountedSendTask();
+        CountedSendTask(const CountedSendTask&) = delete;
+        CountedSendTask& operator=(const CountedSendTask&) = delete;
     };
     void SendDataToDASHClient();
     SendOutcome SendPendingData();
@@ -112,6 +121,7 @@ class DASHClientInterface {
     static inline std::condition_variable sendCondition;
     static inline std::unique_ptr<char[]> Sendbuffer;
     static inline int32_t SendSize = 0;
+    static inline int sendTasks = 0;  // that are queued or run; guarded by sendMutex
     // 100 ns units since the Unix epoch.
     static inline std::atomic<int64_t> last_activity_time{0};
 };

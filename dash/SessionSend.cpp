@@ -1,4 +1,5 @@
-// Sends bytes from the firmware to the client. At most one payload is pending; the next one replaces it.
+// Sends bytes from the firmware to the client. At most one payload is pending. The next one waits until it is
+// sent, and replaces it when there is no send task.
 #include <cstring>
 #include <new>
 
@@ -19,7 +20,12 @@ bool IsTemporary(int error) {
 void DASHClientInterface::updateDataToClient(const void* payload, size_t size) {
     LogInfo("%s: Updating data to be sent from MPM to client", "updateDataToClient");
     LogInfo("Buffer size %llu", size);
-    std::lock_guard lock(sendMutex);
+    std::unique_lock lock(sendMutex);
+    // A send task takes a pending payload at once, and then sends or drops it, or ends. All limits of a
+    // session thus apply to this wait too.
+    sendCondition.wait(lock, [] { return SendSize == 0 || sendTasks == 0; });
+    if (Sendbuffer)
+        LogWarn("%s: Replacing a payload of %d bytes that was not sent", "updateDataToClient", SendSize);
     Sendbuffer.reset(new (std::nothrow) char[size + 1]);
     if (Sendbuffer) {
         std::memcpy(Sendbuffer.get(), payload, size);
@@ -29,6 +35,19 @@ void DASHClientInterface::updateDataToClient(const void* payload, size_t size) {
         LogError("%s: Failed to allocate memory for Sendbuffer", "updateDataToClient");
     }
     LogInfo("%s: exit", "updateDataToClient");
+}
+
+DASHClientInterface::CountedSendTask::CountedSendTask() {
+    std::lock_guard lock(sendMutex);
+    ++sendTasks;
+}
+
+DASHClientInterface::CountedSendTask::~CountedSendTask() {
+    {
+        std::lock_guard lock(sendMutex);
+        --sendTasks;
+    }
+    sendCondition.notify_all();
 }
 
 void DASHClientInterface::SendDataToDASHClient() {

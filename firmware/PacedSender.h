@@ -1,8 +1,8 @@
 // Sends a stream of bytes to the host in as few messages as it can, with a pause between them.
 //
-// The host forwards one payload at a time and drops one that it has not begun to send when the next arrives,
-// and it tells nobody. A byte from the client is the one sign that the host has gone on: the first message
-// after it leaves at once, and further ones wait out the pause.
+// The host forwards one payload at a time. Between two sessions it drops one that it has not begun to send
+// when the next arrives, and the firmware does not learn of it. A byte from the client is the one sign that
+// the host has gone on: the first message after it leaves at once, and further ones wait out the pause.
 #pragma once
 
 #include <chrono>

@@ -54,7 +54,7 @@ struct Settings {
     Peer Kvm = Peer::None;
     std::string KvmServer;
     // Milliseconds between two DASH messages that no byte from the client separates: the host forwards one
-    // payload at a time and forgets it when the next one comes before it has begun to send.
+    // payload at a time, and between two sessions drops it when the next one comes.
     uint32_t DashPause = 50;
 
     std::string ProductVendor = "Tarvix";  // of the Identify answer; ProductVersion is MPMVersion

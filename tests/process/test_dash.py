@@ -1,9 +1,11 @@
 """Consoles talk through the service to the firmware."""
 
 import json
+import random
 import socket
 import struct
 import threading
+import time
 
 import pytest
 
@@ -76,6 +78,35 @@ def test_the_firmware_ends_a_session_with_its_close_command(stage):
         stage.firmware.send("WEBUI_CLOSE_SOCKET")
         assert closed_by_peer(console)
     stage.host.await_log("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit")
+
+
+def test_megabytes_from_a_server_reach_a_slow_console_whole_and_in_order(stage):
+    content = random.Random(8).randbytes(5_000_000)
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        def serve():
+            connection, _ = server.accept()
+            with connection:
+                connection.recv(1)
+                connection.sendall(content)
+                connection.recv(1)
+
+        server_thread = threading.Thread(target=serve)
+        server_thread.start()
+        settings = {"DashPause": 0}
+        stage.firmware = type(stage.firmware)(stage.workdir, dash=f"bridge:127.0.0.1:{server.getsockname()[1]}", settings=settings)
+        stage.boot()
+        received = bytearray()
+        with stage.console.connect() as console:
+            console.sendall(b"x")
+            while len(received) < len(content):
+                block = console.recv(40_000)
+                assert block, f"the connection ended after {len(received)} bytes"
+                received += block
+                time.sleep(len(block) / 1_000_000)
+            console.sendall(b"y")
+            server_thread.join()
+    assert received == content
+    assert log_message_count(stage, "Replacing a payload") == 0
 
 
 def test_a_reset_by_the_console_ends_its_session_alone(stage):

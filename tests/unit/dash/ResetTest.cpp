@@ -74,6 +74,35 @@ TEST_F(Reset, AConsoleThatTakesNothingEndsTheSessionAndTheChannelAfterFiveAttemp
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
 }
 
+TEST_F(Reset, LeavesNoPayloadWaitingAndTheFirmwaresCommandsGoOn) {
+    Start(50);
+    ExpectError("send() failed 5 times. Closing send thread. Error: 10035");
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    FailSends();
+    for (const char* payload : {"tried", "waits", "waits behind it"})
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, payload);
+    PassFailures(client, 1, 5);
+    AwaitLog("Resetting DASH communication");
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    AwaitLog("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+    EXPECT_EQ(LogCount("updateDataToClient: exit"), 3u);
+}
+
+TEST_F(Reset, LeavesASessionWithoutTasksWhosePayloadsDoNotWait) {
+    Start(50);
+    ExpectErrors({"send() failed 5 times.", kStoppedPool});
+    AllowErrorsOfAStop();
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    ResetDuringAnnouncement(client);
+    ASSERT_TRUE(waiting.back().AwaitClose());
+    for (const char* payload : {"kept", "kept instead"})
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, payload);
+    AwaitLog("updateDataToClient: exit", 3);
+    EXPECT_TRUE(HasLine("WARN", "updateDataToClient: Replacing a payload of 4 bytes that was not sent"));
+}
+
 TEST_F(Reset, ASuccessfulSendStartsTheCountAnew) {
     Start(50);
     ConsoleClient client = Connect();

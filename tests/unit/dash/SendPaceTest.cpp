@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <random>
+#include <span>
 #include <string>
 #include <thread>
 
@@ -13,6 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr char kWouldBlock[] = "send() failed. Error: 10035";
+constexpr char kReplaced[] = "updateDataToClient: Replacing a payload of ";
 
 class SendPace : public DashFixture {
   protected:
@@ -38,20 +41,15 @@ class SendPace : public DashFixture {
 
 }  // namespace
 
-TEST_F(SendPace, WhatTheConnectionCannotTakeYetFollowsInItsOrder) {
-    constexpr uint32_t kPayloads = 80;
+TEST_F(SendPace, MegabytesBackToBackReachASlowConsoleWholeAndInOrder) {
+    constexpr uint32_t kPayloads = 60;
     std::atomic<uint32_t> received{0};
     std::atomic<bool> over{false};
     Start(50);
     ConsoleClient client = Connect();
     AwaitSessions(1);
-    std::thread firmwareSends([&] {
-        for (uint32_t number = 0; number < kPayloads && !over; ++number) {
-            firmware.Send(MPM_ZEL_CMD_DASH_DATA, Payload(number));
-            // The next one meets it on its way out; before that it would take its place.
-            AwaitLog("after Waiting for Send Size to get Updated", number + 1);
-        }
-    });
+    for (uint32_t number = 0; number < kPayloads; ++number)
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, Payload(number));
     AwaitLog(kWouldBlock);
     std::thread consoleReads([&] {
         while (received < kPayloads && client.Receive(kSize) == Payload(received))
@@ -62,9 +60,38 @@ TEST_F(SendPace, WhatTheConnectionCannotTakeYetFollowsInItsOrder) {
     while (!over)
         if (BothSleep() && client.IsQuiet()) Advance(1s);
     consoleReads.join();
-    firmwareSends.join();
     EXPECT_EQ(received, kPayloads);
     EXPECT_EQ(LogCount("Resetting DASH communication"), 0u);
+    EXPECT_EQ(LogCount(kReplaced), 0u);
+}
+
+TEST_F(SendPace, SmallPayloadsBackToBackFromTheFirstMomentOfASessionAllArrive) {
+    Start(44);
+    firmware.OnDash([this](std::span<const uint8_t>) {
+        for (char payload = 'a'; payload <= 'z'; ++payload)
+            firmware.Send(MPM_ZEL_CMD_DASH_DATA, std::string(1, payload));
+    });
+    for (size_t session = 1; session <= 10; ++session) {
+        ConsoleClient client = Connect();
+        client.Send("x");
+        ASSERT_EQ(client.Receive(26), "abcdefghijklmnopqrstuvwxyz");
+        client.Close();
+        AwaitLog("After sock close", session);
+    }
+    EXPECT_EQ(LogCount(kReplaced), 0u);
+}
+
+TEST_F(SendPace, PayloadsBackToBackAfterASessionDoNotWaitForTheNextOne) {
+    Start(44);
+    // A console that closes without reading the payload kept from before resets its connection.
+    AllowError("recv() failed. Error: 10054");
+    for (size_t session = 1; session <= 10; ++session) {
+        Connect().Close();
+        AwaitLog("After sock close", session);
+        for (const char* payload : {"too late", "as well", "and more"})
+            firmware.Send(MPM_ZEL_CMD_DASH_DATA, payload);
+        AwaitLog("updateDataToClient: exit", 3 * session);
+    }
 }
 
 TEST_F(SendPace, TheNextPayloadWaitsUntilTheOneBeforeIsSent) {
@@ -82,4 +109,19 @@ TEST_F(SendPace, TheNextPayloadWaitsUntilTheOneBeforeIsSent) {
     Advance(1s);
     EXPECT_EQ(client.Receive(11), "firstsecond");
     AwaitLog("updateDataToClient: exit", 2);
+}
+
+TEST_F(SendPace, AStopEndsTheWaitOfAPayload) {
+    Start(50);
+    AllowErrorsOfAStop();
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    Gate().FailNth("send", 1, WSAEWOULDBLOCK, true);
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, "first");
+    AwaitLog(kWouldBlock);
+    for (const char* payload : {"second", "third"})
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, payload);
+    AwaitLog("updateDataToClient: Updating data", 2);
+    Stop();
+    EXPECT_TRUE(client.AwaitClose());
 }

@@ -228,11 +228,13 @@ TEST_F(Session, APayloadWithoutASessionWaitsForTheNextConsole) {
     EXPECT_EQ(client.Receive(5), "early");
 }
 
-TEST_F(Session, APayloadThatHasNotBeenTakenIsReplacedByTheNext) {
+TEST_F(Session, APayloadThatNoSendTaskTakesIsReplacedByTheNextWithAWarning) {
     Start(50);
     firmware.Send(MPM_ZEL_CMD_DASH_DATA, "lost for good");
     firmware.Send(MPM_ZEL_CMD_DASH_DATA, "kept");
     AwaitLog("updateDataToClient: exit", 2);
+    EXPECT_TRUE(HasLine("WARN", "updateDataToClient: Replacing a payload of 13 bytes that was not sent"));
+    EXPECT_EQ(LogCount("updateDataToClient: Replacing a payload"), 1u);
     ConsoleClient client = Connect();
     EXPECT_EQ(client.Receive(4), "kept");
     EXPECT_TRUE(client.IsQuiet());
