@@ -106,6 +106,9 @@ if(ZEL_TESTS)
     add_dependencies(firmware_tests mpmsim)
     add_subdirectory(tests/process/programs)
     add_subdirectory(tests/faults)
+    find_package(Python3 REQUIRED COMPONENTS Interpreter)
+    add_test(NAME mutants.operators COMMAND ${Python3_EXECUTABLE} -B -m unittest mutants.test_operators
+        WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/tests)
     list(JOIN PRODUCT_FOLDERS "\",\"" folders)
     set_source_files_properties(tests/unit/mailbox/LevelUsersTest.cpp PROPERTIES COMPILE_DEFINITIONS
         "SOURCE_FOLDER=\"${CMAKE_SOURCE_DIR}\";PRODUCT_FOLDERS=\"${folders}\"")
