@@ -63,6 +63,7 @@ void Processor::Vanish() {
     m_link.Close();
     Retire(m_dash);
     Retire(m_kvm);
+    m_dashEnded = false;
     m_hostUp = false;
     Note("vanished");
 }
@@ -201,18 +202,23 @@ DashEndpoint& Processor::Endpoint() {
 
 std::unique_ptr<StreamPeer> Processor::MakePeer(uint8_t command) {
     const bool isDash = command == MPM_ZEL_CMD_DASH_DATA;
+    if (isDash) m_dashEnded = false;
     const auto send = [this, command](std::span<const uint8_t> bytes) { SendStream(command, bytes); };
     // KVM data is not dropped by the host, and needs no pause.
     const std::chrono::milliseconds pause(isDash ? m_settings.DashPause : 0);
     if (isDash && m_settings.Dash == Peer::Identify)
-        return Endpoint().Accept(m_loop, pause, send,
-                                 [this](const std::string& text) { Note("dash", text); });
+        return Endpoint().Accept(
+            m_loop, pause, send, [this](const std::string& text) { Note("dash", text); },
+            [this] { EndDash(); });
     return std::make_unique<Bridge>(
         m_loop, isDash ? m_settings.DashServer : m_settings.KvmServer, pause, send,
         [this] { return HostIsBehind(); },
         [this, isDash](const std::string& reason) {
             Note(isDash ? "dash" : "kvm", "bridge: " + reason);
-            Send(isDash ? MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET : MPM_ZEL_CMD_VNC_SOC_CLOSE, {}, 0);
+            if (isDash)
+                EndDash();
+            else
+                Send(MPM_ZEL_CMD_VNC_SOC_CLOSE, {}, 0);
         });
 }
 
@@ -259,7 +265,10 @@ void Processor::Learn(const MailboxRequest& operation, std::span<const uint8_t> 
 
 void Processor::HearOfConnection(const IPCompleteInfo& info) {
     if (info.PeerMarker != 0xFFFF || info.PeerPort == 0) return;
-    if (info.Port == kDashPort) Retire(m_dash);
+    if (info.Port == kDashPort) {
+        Retire(m_dash);
+        m_dashEnded = false;
+    }
     if (info.Port != kKvmPort) return;
     Retire(m_kvm);
     // A server of screens speaks first.
@@ -271,7 +280,11 @@ void Processor::HearOfClose(uint16_t port) {
     if (port != kDashPort) return;
     Retire(m_dash);
     if (m_settings.uVORKVersion >= FirmwareLevel::DashCloseByFirmware && m_settings.EndsClosedSessions)
-        Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, {}, 0);
+        EndDash();
+}
+
+void Processor::EndDash() {
+    if (!m_dashEnded) Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, {}, 0);
 }
 
 Json::Value Processor::Host() const {
@@ -284,6 +297,7 @@ Json::Value Processor::Host() const {
 }
 
 void Processor::Send(uint8_t command, std::span<const uint8_t> payload, uint8_t trailer) {
+    if (command == MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET) m_dashEnded = true;
     const uint8_t tail[kMailboxTrailerSize] = {command, trailer};
     if (m_observer) Tell(Event::Kind::Message, CommandName(command), command, payload, {});
     m_link.Send(payload, tail);
@@ -313,6 +327,7 @@ void Processor::Listening(bool listening) {
         AnswerPaced();
         Retire(m_dash);
         Retire(m_kvm);
+        m_dashEnded = false;
     }
     Note(listening ? "listening" : "gone");
 }

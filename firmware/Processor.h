@@ -75,6 +75,9 @@ class Processor {
     void Learn(const MailboxRequest& operation, std::span<const uint8_t> input);
     void HearOfConnection(const IPCompleteInfo& info);
     void HearOfClose(uint16_t port);
+    // Ends the host's DASH connection, unless that has been done already: a second command would end the next
+    // connection.
+    void EndDash();
     void TakeStream(const LinkRequest& request, uint8_t command);
     bool HostIsBehind() const;
     void HostHasRead();
@@ -95,6 +98,7 @@ class Processor {
     std::map<std::string, std::vector<uint8_t>> m_host;  // the last accepted record by name
     std::optional<DashEndpoint> m_endpoint;              // made when it is first needed
     std::unique_ptr<StreamPeer> m_dash, m_kvm;           // of the connection that is open
+    bool m_dashEnded = false;                            // by command 41, since the connection began
     // Peers whose connection has ended, until the loop's next round: they may be what is running.
     std::vector<std::unique_ptr<StreamPeer>> m_retired;
     // Shared with a call that runs, which may replace them.

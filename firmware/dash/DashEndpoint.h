@@ -23,10 +23,12 @@ class DashEndpoint {
     std::string CertificatePem() const { return PemOf(m_certificate); }
     Wsman& Service() { return m_wsman; }
 
-    // A new connection whose bytes leave through `send`; `note` hears what people may want to know. The
-    // endpoint must outlive it.
+    // A new connection whose bytes leave through `send`; `note` receives what people may want to know. `end`
+    // is called at most once, when the connection has to be closed and everything before has been sent. The
+    // endpoint must outlive the connection.
     std::unique_ptr<StreamPeer> Accept(EventLoop& loop, std::chrono::milliseconds pause,
-                                       PacedSender::Send send, std::function<void(const std::string&)> note);
+                                       PacedSender::Send send, std::function<void(const std::string&)> note,
+                                       std::function<void()> end);
 
   private:
     Certificate m_certificate;

@@ -127,7 +127,7 @@ int HttpConnection::EndHeaders() {
     m_parser.upgrade = 0;
     const bool hasLength = m_parser.content_length != ULLONG_MAX;
     if (hasLength && m_parser.content_length > kMaxBody) return Refuse(413), -1;
-    if (m_expectsContinue && http_should_keep_alive(&m_parser)) m_output += "HTTP/1.1 100 Continue\r\n\r\n";
+    if (m_expectsContinue && IsHttp11()) m_output += "HTTP/1.1 100 Continue\r\n\r\n";
     return 0;
 }
 
@@ -147,8 +147,11 @@ void HttpConnection::Answer(const HttpResponse& response, bool keepAlive) {
     m_output += DateHeader() + "Server: mpmsim\r\n" + response.extraHeaders;
     if (!response.contentType.empty()) m_output += "Content-Type: " + response.contentType + "\r\n";
     m_output += "Content-Length: " + std::to_string(response.body.size()) + "\r\n";
-    m_output += keepAlive ? "\r\n" : "Connection: close\r\n\r\n";
-    m_output += response.body;
+    if (!keepAlive)
+        m_output += "Connection: close\r\n";
+    else if (!IsHttp11())
+        m_output += "Connection: keep-alive\r\n";  // without it a client of 1.0 waits for the end
+    m_output += "\r\n" + response.body;
     m_ended = m_ended || !keepAlive;
 }
 

@@ -1,4 +1,5 @@
-// One HTTP/1.1 connection, fed with bytes: keep-alive, pipelined requests, bodies by length and in chunks.
+// One connection of HTTP/1.1 or 1.0, fed with bytes: keep-alive, pipelined requests, bodies by length and in
+// chunks.
 #pragma once
 
 #include <http_parser.h>
@@ -52,6 +53,7 @@ class HttpConnection {
     int End();
     int Refuse(int status);
     void FinishHeader();
+    bool IsHttp11() const { return m_parser.http_major == 1 && m_parser.http_minor >= 1; }
     void Answer(const HttpResponse& response, bool keepAlive);
 
     Handler m_handler;

@@ -47,7 +47,7 @@ void TlsStream::Write(std::string_view plain) {
 }
 
 void TlsStream::Close() {
-    if (m_state != State::Open) return;
+    if (m_state == State::Failed) return;
     m_state = State::Closed;
     ERR_clear_error();
     SSL_shutdown(m_ssl.get());

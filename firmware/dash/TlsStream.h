@@ -18,7 +18,7 @@ class TlsStream {
   public:
     enum class State {
         Open,    // in the handshake, or after it
-        Closed,  // ended in order by either side
+        Closed,  // ended in order by either side, or by both
         Failed,  // broken; an alert may stand in the wire bytes
     };
 
@@ -29,8 +29,8 @@ class TlsStream {
     std::string Feed(std::span<const uint8_t> wire);
     // Encrypts; only after the handshake, which is over once Feed has returned a byte.
     void Write(std::string_view plain);
-    // Ends the connection in order. The client's own end is not answered: it has gone, and the bytes would
-    // reach the next one.
+    // Ends this side of the connection in order, also after the client has ended its own side. Does nothing
+    // on a broken stream.
     void Close();
     State CurrentState() const { return m_state; }
     // Why it failed, for people.

@@ -61,6 +61,24 @@ TEST_F(HttpConnectionTest, ClosesWhenTheClientAsks) {
     EXPECT_EQ(m_http.Feed(kPost), "");
 }
 
+TEST_F(HttpConnectionTest, KeepsAnOldClientOnlyWhenItAsks) {
+    const std::string kept = m_http.Feed("GET / HTTP/1.0\r\nConnection: Keep-Alive\r\n\r\n");
+    EXPECT_TRUE(Has(kept, "\r\nConnection: keep-alive\r\n")) << kept;
+    EXPECT_FALSE(m_http.Ended());
+    EXPECT_TRUE(Has(m_http.Feed("GET / HTTP/1.0\r\n\r\n"), "\r\nConnection: close\r\n"));
+    EXPECT_TRUE(m_http.Ended());
+}
+
+TEST_F(HttpConnectionTest, DoesNotInviteTheBodyOfAnOldClient) {
+    EXPECT_EQ(m_http.Feed("POST / HTTP/1.0\r\nConnection: keep-alive\r\nExpect: 100-continue\r\n"
+                          "Content-Length: 3\r\n\r\n"),
+              "");
+    HttpConnection closing(Reflect);
+    EXPECT_EQ(closing.Feed("POST / HTTP/1.1\r\nHost: x\r\nConnection: close\r\nExpect: 100-continue\r\n"
+                           "Content-Length: 3\r\n\r\n"),
+              "HTTP/1.1 100 Continue\r\n\r\n");
+}
+
 TEST_F(HttpConnectionTest, TellsAClientThatAsksToSendItsBody) {
     EXPECT_EQ(m_http.Feed("POST / HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\nContent-Length: 3\r\n\r\n"),
               "HTTP/1.1 100 Continue\r\n\r\n");

@@ -1,0 +1,110 @@
+#include "firmware/dash/DashConnection.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace mpm {
+
+namespace {
+
+constexpr uint8_t kTlsHandshake = 0x16;
+
+}  // namespace
+
+DashConnection::DashConnection(SSL_CTX* context, EventLoop& loop, std::chrono::milliseconds pause,
+                               PacedSender::Send send, Calls calls)
+    : m_context(context),
+      m_loop(loop),
+      m_pause(pause),
+      m_calls(std::move(calls)),
+      m_sender(loop, pause, std::move(send)) {
+    Begin();
+}
+
+DashConnection::~DashConnection() {
+    if (m_endTimer) m_loop.Cancel(m_endTimer);
+}
+
+void DashConnection::Begin() {
+    m_tls.emplace(m_context);
+    m_http.emplace(m_calls.handle);
+}
+
+void DashConnection::Take(std::span<const uint8_t> bytes) {
+    if (bytes.empty()) return;
+    m_sender.HeardFromClient();
+    m_heard = EventLoop::Clock::now();
+    if (!IsTls(bytes)) return EndSoon(End::ByServer);
+    // After its orderly end a client may begin again on the same connection.
+    if (m_end == End::ByClient && bytes.front() == kTlsHandshake) {
+        m_loop.Cancel(std::exchange(m_endTimer, 0));
+        m_end = End::None;
+        Begin();
+    }
+    if (m_end != End::None) return;
+    Answer(m_tls->Feed(bytes));
+}
+
+// What does not even begin as TLS gets no answer, not so much as an alert: its sender does not wait for one.
+bool DashConnection::IsTls(std::span<const uint8_t> bytes) {
+    if (std::exchange(m_begun, true) || bytes.front() == kTlsHandshake) return true;
+    m_calls.note("not TLS: ignored");
+    return false;
+}
+
+void DashConnection::Answer(const std::string& plain) {
+    const TlsStream::State state = m_tls->CurrentState();
+    if (state == TlsStream::State::Failed) m_calls.note("TLS: " + m_tls->Reason());
+    m_tls->Write(m_http->Feed(plain));
+    std::vector<uint8_t> wire = m_tls->TakeWire();
+    if (m_http->Ended()) {
+        const bool oneSend = wire.size() <= kOneSend;
+        m_tls->Close();
+        m_lastBytes = m_tls->TakeWire();
+        if (oneSend) {
+            wire.insert(wire.end(), m_lastBytes.begin(), m_lastBytes.end());
+            m_lastBytes.clear();
+        }
+    }
+    m_sender.Append(wire);
+    if (m_http->Ended() || state == TlsStream::State::Failed)
+        EndSoon(End::ByServer);
+    else if (state == TlsStream::State::Closed)
+        EndSoon(End::ByClient);
+}
+
+void DashConnection::EndSoon(End by) {
+    if (m_end != End::None) return;
+    m_end = by;
+    m_endBegan = EventLoop::Clock::now();
+    ArmEndTimer();
+}
+
+void DashConnection::ArmEndTimer() {
+    m_endTimer = m_loop.After(Quiet(), [this] { OnEndTimer(); });
+}
+
+std::chrono::milliseconds DashConnection::Quiet() const {
+    return m_end == End::ByClient ? std::max(m_pause, kClientsOwnEnd) : m_pause;
+}
+
+void DashConnection::OnEndTimer() {
+    m_endTimer = 0;
+    const auto now = EventLoop::Clock::now();
+    const bool quiet = now - m_heard >= Quiet() || now - m_endBegan >= kMaxLinger;
+    if (!quiet || !m_sender.Idle()) return ArmEndTimer();
+    if (m_end == End::ByClient) {
+        m_end = End::ByServer;
+        m_tls->Close();
+        m_lastBytes = m_tls->TakeWire();
+    }
+    if (!m_lastBytes.empty()) {
+        // The host takes no further message, and so not the end, before it has sent all of the answer.
+        m_sender.Append(std::exchange(m_lastBytes, {}));
+        return ArmEndTimer();
+    }
+    m_end = End::Done;
+    m_calls.end();
+}
+
+}  // namespace mpm
