@@ -70,10 +70,10 @@ TlsContextPointer MakeServerContext(const Certificate& certificate) {
     TlsContextPointer context(SSL_CTX_new(TLS_server_method()));
     Check(context && SSL_CTX_use_certificate(context.get(), certificate.certificate.get()) == 1 &&
               SSL_CTX_use_PrivateKey(context.get(), certificate.key.get()) == 1 &&
-              SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) == 1 &&
-              SSL_CTX_set_num_tickets(context.get(), 0) == 1,
+              SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) == 1,
           "TLS context");
-    SSL_CTX_set_options(context.get(), SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
+    SSL_CTX_set_options(context.get(), SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
+    // The tickets hold the whole session.
     SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
     return context;
 }

@@ -22,7 +22,8 @@ DashConnection::DashConnection(SSL_CTX* context, EventLoop& loop, std::chrono::m
 }
 
 DashConnection::~DashConnection() {
-    if (m_endTimer) m_loop.Cancel(m_endTimer);
+    for (const EventLoop::TimerId timer : {m_endTimer, m_ticketTimer})
+        if (timer) m_loop.Cancel(timer);
 }
 
 void DashConnection::Begin() {
@@ -42,7 +43,7 @@ void DashConnection::Take(std::span<const uint8_t> bytes) {
         Begin();
     }
     if (m_end != End::None) return;
-    Answer(m_tls->Feed(bytes));
+    Answer(bytes);
 }
 
 // What does not even begin as TLS gets no answer, not so much as an alert: its sender does not wait for one.
@@ -52,10 +53,16 @@ bool DashConnection::IsTls(std::span<const uint8_t> bytes) {
     return false;
 }
 
-void DashConnection::Answer(const std::string& plain) {
+void DashConnection::Answer(std::span<const uint8_t> bytes) {
+    const bool inHandshake = !m_tls->OnlyTicketsFollow();
+    const std::string answer = m_http->Feed(m_tls->Feed(bytes));
+    m_tls->Write(answer);
     const TlsStream::State state = m_tls->CurrentState();
+    if (answer.empty() && state == TlsStream::State::Open && MayWait(inHandshake)) return;
+    if (m_ticketTimer) m_loop.Cancel(std::exchange(m_ticketTimer, 0));
+    // What has not been sent to a client that is about to go waits for the end.
+    if (state == TlsStream::State::Closed) return EndSoon(End::ByClient);
     if (state == TlsStream::State::Failed) m_calls.note("TLS: " + m_tls->Reason());
-    m_tls->Write(m_http->Feed(plain));
     std::vector<uint8_t> wire = m_tls->TakeWire();
     if (m_http->Ended()) {
         const bool oneSend = wire.size() <= kOneSend;
@@ -67,10 +74,17 @@ void DashConnection::Answer(const std::string& plain) {
         }
     }
     m_sender.Append(wire);
-    if (m_http->Ended() || state == TlsStream::State::Failed)
-        EndSoon(End::ByServer);
-    else if (state == TlsStream::State::Closed)
-        EndSoon(End::ByClient);
+    if (m_http->Ended() || state == TlsStream::State::Failed) EndSoon(End::ByServer);
+}
+
+// Whether what TLS has to send are tickets, which wait for the first answer.
+bool DashConnection::MayWait(bool inHandshake) {
+    if (inHandshake && m_tls->OnlyTicketsFollow())
+        m_ticketTimer = m_loop.After(kTicketsWait, [this] {
+            m_ticketTimer = 0;
+            m_sender.Append(m_tls->TakeWire());
+        });
+    return m_ticketTimer != 0;
 }
 
 void DashConnection::EndSoon(End by) {

@@ -25,6 +25,10 @@ class DashConnection : public StreamPeer {
     // An answer up to this size leaves the host with its first send. A longer one may still be on its way to
     // a slow console when the next message arrives.
     static constexpr size_t kOneSend = 16384;
+    // The tickets of TLS 1.3 wait this long for the first answer, to share its message. A client that delays
+    // its request until its last bytes are acknowledged (Nagle's algorithm) receives the acknowledgement with
+    // the tickets; without them it comes after 40 ms.
+    static constexpr std::chrono::milliseconds kTicketsWait{5};
     // A client that ends TLS normally closes the connection itself. The others wait for the firmware's end.
     static constexpr std::chrono::milliseconds kClientsOwnEnd{200};
     // A connection is not closed while its client still sends, because the client would lose the answer; but
@@ -43,7 +47,8 @@ class DashConnection : public StreamPeer {
 
     void Begin();
     bool IsTls(std::span<const uint8_t> bytes);
-    void Answer(const std::string& plain);
+    void Answer(std::span<const uint8_t> bytes);
+    bool MayWait(bool inHandshake);
     void EndSoon(End by);
     void OnEndTimer();
     void ArmEndTimer();
@@ -55,6 +60,7 @@ class DashConnection : public StreamPeer {
     const Calls m_calls;
     PacedSender m_sender;
     bool m_begun = false;
+    EventLoop::TimerId m_ticketTimer = 0;  // runs while tickets wait
     std::optional<TlsStream> m_tls;
     std::optional<HttpConnection> m_http;
 

@@ -54,6 +54,10 @@ void TlsStream::Close() {
     ERR_clear_error();
 }
 
+bool TlsStream::OnlyTicketsFollow() const {
+    return SSL_is_init_finished(m_ssl.get()) && SSL_version(m_ssl.get()) >= TLS1_3_VERSION;
+}
+
 void TlsStream::Fail() {
     m_state = State::Failed;
     const unsigned long code = ERR_get_error();

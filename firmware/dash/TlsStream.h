@@ -32,6 +32,9 @@ class TlsStream {
     // Ends this side of the connection in order, also after the client has ended its own side. Does nothing
     // on a broken stream.
     void Close();
+    // Whether the handshake is over and all that the client has still to receive of it are tickets, which
+    // TLS 1.2 sends within the handshake.
+    bool OnlyTicketsFollow() const;
     State CurrentState() const { return m_state; }
     // Why it failed, for people.
     const std::string& Reason() const { return m_reason; }

@@ -92,6 +92,35 @@ def test_a_client_that_ends_tls_and_waits_receives_the_firmwares_end(stage):
     assert_ended_by_the_firmware(stage)
 
 
+def test_a_client_receives_tickets_before_its_first_request_and_resumes_with_them(stage):
+    stage.boot()
+    context = tls_context()
+    with stage.console.connect() as connection, context.wrap_socket(connection) as client:
+        client.settimeout(2)
+        with pytest.raises(TimeoutError):
+            client.recv(1)
+        assert client.session.has_ticket
+        session = client.session
+    with stage.console.connect() as connection, context.wrap_socket(connection, session=session) as client:
+        assert client.session_reused
+        client.sendall(identify_request("1.1", "Connection: close"))
+        assert b"IdentifyResponse" in read_to_end(client)
+
+
+def test_a_client_that_collects_its_bytes_does_not_wait_for_an_acknowledgement(stage):
+    stage.boot()
+    times = []
+    for _ in range(10):  # on a busy machine some take longer
+        with stage.console.connect() as connection, tls_context().wrap_socket(connection) as client:
+            assert client.version() == "TLSv1.3"
+            assert not client.getsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY)
+            begun = time.monotonic()
+            client.sendall(identify_request("1.1", "Connection: close"))
+            assert b"IdentifyResponse" in read_to_end(client)
+            times.append(time.monotonic() - begun)
+    assert min(times) < 0.03, times  # an acknowledgement without data comes after 40 ms
+
+
 def test_a_slow_client_receives_all_of_a_long_answer_before_the_end(stage):
     stage.boot()
     console = socket.socket()

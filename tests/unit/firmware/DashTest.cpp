@@ -39,9 +39,43 @@ TEST_F(DashTest, AnswersEachFlightInOneMessage) {
     client.Connect();
     Exchange(client);
     EXPECT_TRUE(client.Connect());
-    Packet(client.TakeWire());
-    ExpectSilence();  // nothing that could be overtaken by the first answer
+    Exchange(client);
+    EXPECT_EQ(client.Read(), "");
+    EXPECT_TRUE(client.HasTicket());  // sent although the client has not asked for anything yet
     EXPECT_NE(Ask(client, Post()).find("IdentifyResponse"), std::string::npos);
+    ExpectSilence();
+}
+
+TEST_F(DashTest, SendsTheTicketsInTheMessageOfAnAnswerThatIsDue) {
+    TlsClient client(m_certificate);
+    Handshake(client);
+    EXPECT_NE(Ask(client, Post()).find("IdentifyResponse"), std::string::npos);
+    EXPECT_TRUE(client.HasTicket());
+    ExpectSilence();
+}
+
+TEST_F(DashTest, SendsNoTicketsToAClientThatHasGone) {
+    TlsClient client(m_certificate);
+    Handshake(client);
+    client.Close();
+    Packet(client.TakeWire());
+    CloseConnection();
+    ExpectEnd();
+    ExpectSilence();
+}
+
+TEST_F(DashTest, ResumesASession) {
+    for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        AnnounceConnection();
+        TlsClient first(m_certificate, version);
+        ExpectIdentified(first);
+        EXPECT_FALSE(first.HasResumed());
+        AnnounceConnection();
+        TlsClient second(m_certificate, version);
+        second.Resume(first);
+        ExpectIdentified(second);
+        EXPECT_TRUE(second.HasResumed()) << version;
+    }
 }
 
 TEST_F(DashTest, KeepsTheConnectionForFurtherRequests) {

@@ -24,6 +24,16 @@ TlsClient::TlsClient(const std::string& certificate, int maxVersion)
     SSL_set_connect_state(m_ssl.get());
 }
 
+void TlsClient::Resume(const TlsClient& other) {
+    SSL_set_session(m_ssl.get(), SSL_get_session(other.m_ssl.get()));
+}
+bool TlsClient::HasResumed() const {
+    return SSL_session_reused(m_ssl.get()) == 1;
+}
+bool TlsClient::HasTicket() const {
+    return SSL_SESSION_has_ticket(SSL_get_session(m_ssl.get())) == 1;
+}
+
 bool TlsClient::Connect() {
     return SSL_do_handshake(m_ssl.get()) == 1;
 }

@@ -18,6 +18,10 @@ class TlsClient {
     // Trusts this one certificate (PEM) and expects it to be for localhost.
     explicit TlsClient(const std::string& certificate, int maxVersion = TLS1_3_VERSION);
 
+    // Resumes the session of another client, which has received a ticket. Call it before Connect.
+    void Resume(const TlsClient& other);
+    bool HasResumed() const;
+    bool HasTicket() const;
     // Goes on with the handshake. True once it is over.
     bool Connect();
     void Write(const std::string& plain);
