@@ -84,10 +84,9 @@ void DASHClientInterface::HandleQueuedSockets() {
         }
         LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", socket);
         m_bStopSession = 0;
-        m_bReceiveEnded = 0;
         // The firmware may answer the session's first bytes before the send task is enqueued.
         auto counted = std::make_shared<CountedSendTask>();
-        AssociateSocket(socket);
+        AssociateSocket(UniqueSocket(socket));
         EnqueueUnlessWaiting(m_recvPool, [this] { DataRecvThread(); });
         EnqueueUnlessWaiting(m_sendPool, [this, counted = std::move(counted)] { SendDataToDASHClient(); });
         EnqueueUnlessWaiting(m_monitorPool, [this] { MonitorClientActivity(); });
@@ -104,8 +103,8 @@ void DASHClientInterface::EnqueueUnlessWaiting(ThreadPool& pool, std::function<v
 // Blocks until there is no session. Returns false when the service stops.
 bool DASHClientInterface::AwaitNoSession() {
     std::unique_lock lock(socketMutex);
-    socketCondition.wait(
-        lock, [] { return acceptSocket == INVALID_SOCKET || g_pServiceState->m_bServiceStopping; });
+    socketCondition.wait(lock,
+                         [] { return openSession == kNoSession || g_pServiceState->m_bServiceStopping; });
     return !g_pServiceState->m_bServiceStopping;
 }
 
@@ -130,14 +129,20 @@ bool DASHClientInterface::NotifyMPMOfDASHClient(const sockaddr_in& peer) {
     return error == ERROR_SUCCESS;
 }
 
-void DASHClientInterface::AssociateSocket(SOCKET socket) {
+void DASHClientInterface::AssociateSocket(UniqueSocket socket) {
     std::lock_guard lock(socketMutex);
-    if (acceptSocket != INVALID_SOCKET) {
+    if (openSession != kNoSession) {
         LogInfo("%s: Forcibly Closing existing socket", "AssociateSocket");
         // When CloseSocketWithMPM closes the socket itself, it locks socketMutex a second time. That throws
         // and ends the calling task.
         CloseSocketWithMPM();
     }
-    acceptSocket = socket;
+    {
+        std::lock_guard receiving(receiveMutex);
+        acceptSocket = std::move(socket);
+    }
+    // The check for an idle console may begin up to a second late, behind the check of an earlier session.
+    NoteActivity();
+    openSession = ++lastSession;
     socketCondition.notify_all();
 }

@@ -44,19 +44,23 @@ class DASHClientInterface {
     // send task. Called on the mailbox read thread.
     void updateDataToClient(const void* payload, size_t size);
 
-    // Reports the end of the connection to the firmware, and closes the socket when that is the host's task.
-    // Any thread.
-    void CloseSocketWithMPM();
-    // Closes the session's socket without notifying the firmware. With `only`, closes nothing unless the
-    // session's socket is that one: during a request to the firmware, the session may have ended and the next
-    // one may have begun. Any thread.
-    void CloseSocketInZEL(SOCKET only = INVALID_SOCKET);
+    // Reports the end of the open session to the firmware, and closes the socket when that is the host's
+    // task. Any thread.
+    void CloseSocketWithMPM() { CloseSocketWithMPM(openSession); }
+    // Closes the open session's socket without notifying the firmware. Any thread.
+    void CloseSocketInZEL() { CloseSocketInZEL(openSession); }
 
     // Ends all sessions: closes every socket that is still open and waits for the workers. The accept thread
     // must have ended. The destructor calls this too; a second call does nothing.
     void EndSessions();
 
   private:
+    // Numbers the sessions from 1. A task or a close that belongs to one session thus never affects the next,
+    // whatever the number of its socket.
+    using Session = uint64_t;
+    static constexpr Session kNoSession = 0;
+    static bool IsOpen(Session session) { return session != kNoSession && session == openSession; }
+
     void AcceptConnections();
     bool AcceptConnection();
     void HandleQueuedSockets();
@@ -65,11 +69,11 @@ class DASHClientInterface {
     sockaddr_in TakePeerOf(SOCKET socket);
     void KeepUnattended(SOCKET socket);
     bool NotifyMPMOfDASHClient(const sockaddr_in& peer);
-    void AssociateSocket(SOCKET socket);
+    void AssociateSocket(UniqueSocket socket);
 
     void DataRecvThread();
-    bool ReceiveOnce(SOCKET& socket);
-    void updateDataToMPM(int size);
+    bool ReceiveOnce(Session session);
+    void updateDataToMPM(SOCKET socket, int size);
 
     struct SendOutcome {
         int failures = 0;  // number since the last success
@@ -85,16 +89,20 @@ class DASHClientInterface {
         CountedSendTask& operator=(const CountedSendTask&) = delete;
     };
     void SendDataToDASHClient();
-    SendOutcome SendPendingData();
+    SendOutcome SendPendingData(Session session);
 
     static void NoteActivity();
     void MonitorClientActivity();
+    void CloseSocketWithMPM(Session session);
+    // Returns false, and closes nothing, when this session is not open. The session may have ended, and the
+    // next one may have begun, during a request to the firmware.
+    bool CloseSocketInZEL(Session session);
     void StartResetThread();
     void ResetDASHCommunication();
 
     ConnectionAnnouncer& m_announcer;
     std::atomic<uint8_t> m_bStopSession{0};
-    std::atomic<uint8_t> m_bReceiveEnded{0};  // the session's console sends no more data
+    std::atomic<Session> m_receiveEnded{kNoSession};  // whose console sends no more data
     HttpsSocket m_httpsSocket;
     // The buffer holds the bytes of one recv() and a terminating NUL.
     static constexpr int kReceiveSize = 0x20000;
@@ -115,7 +123,10 @@ class DASHClientInterface {
     // State of the connection. The process has only one. Lock order: sendMutex, socketMutex, receiveMutex.
     static inline ErrorCheckingMutex socketMutex;
     static inline std::condition_variable_any socketCondition;
-    static inline std::atomic<SOCKET> acceptSocket{INVALID_SOCKET};
+    static inline std::atomic<Session> openSession{kNoSession};  // changes under socketMutex
+    static inline Session lastSession = kNoSession;
+    // The open session's socket; changes under socketMutex and receiveMutex.
+    static inline UniqueSocket acceptSocket;
     static inline std::mutex receiveMutex;  // held during one recv(), which does not block
     static inline std::mutex sendMutex;
     static inline std::condition_variable sendCondition;

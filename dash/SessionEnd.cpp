@@ -42,6 +42,8 @@ void DASHClientInterface::EndSessions() {
     CloseSocketInZEL();
     ResetDASHCommunication();
     m_resetThreads.AwaitEnd(INFINITE);
+    // One may have begun while the pools were being stopped.
+    if (openSession != kNoSession) CloseSocketInZEL();
     std::lock_guard lock(sendMutex);
     SendSize = 0;
     Sendbuffer.reset();
@@ -52,57 +54,58 @@ void DASHClientInterface::NoteActivity() {
 }
 
 void DASHClientInterface::MonitorClientActivity() {
-    NoteActivity();
-    while (!m_bStopSession && g_pServiceState->SleepUnlessStopping(kIdleCheckMilliseconds)) {
+    const Session session = openSession;
+    while (!m_bStopSession && IsOpen(session) &&
+           g_pServiceState->SleepUnlessStopping(kIdleCheckMilliseconds)) {
         const int64_t idle = CurrentTime() - last_activity_time;
-        if (idle < kIdleLimitSeconds * kTicksPerSecond) continue;
+        if (idle < kIdleLimitSeconds * kTicksPerSecond || !IsOpen(session)) continue;
         LogWarn("Server has not received requests for %lld seconds max %d. Initiating socket shutdown.",
                 idle / kTicksPerSecond, kIdleLimitSeconds);
-        return CloseSocketInZEL();
+        CloseSocketInZEL(session);
+        return;
     }
 }
 
-void DASHClientInterface::CloseSocketWithMPM() {
-    const SOCKET socket = acceptSocket;
-    if (socket == INVALID_SOCKET) return;
+void DASHClientInterface::CloseSocketWithMPM(Session session) {
+    if (!IsOpen(session)) return;
     const uint32_t error =
         g_pServiceState->m_mailBoxDriverInterface.WriteCloseSocketcmd(g_pServiceState->dashPort);
     if (error != ERROR_SUCCESS) {
         LogWarn("MPM returned code %d for WriteCloseSocketcmd", error);
-        CloseSocketInZEL(socket);
-        StartResetThread();
+        // When the session has ended meanwhile, a reset would only end the next one.
+        if (CloseSocketInZEL(session)) StartResetThread();
     } else if (g_pServiceState->m_vorkVersion < FirmwareLevel::DashCloseByFirmware) {
-        CloseSocketInZEL(socket);
+        CloseSocketInZEL(session);
     }
     // Newer firmware ends the connection itself. The idle limit handles the case where it does not.
 }
 
-void DASHClientInterface::CloseSocketInZEL(SOCKET only) {
+bool DASHClientInterface::CloseSocketInZEL(Session session) {
     std::lock_guard lock(socketMutex);
-    const SOCKET socket = acceptSocket;
-    if (socket == INVALID_SOCKET || (only != INVALID_SOCKET && only != socket)) {
+    const bool isOpen = IsOpen(session);
+    if (!isOpen) {
         LogInfo("Accept socket is Invalid");
     } else {
-        // acceptSocket is cleared before the receive task can detect the end of the connection. Otherwise
-        // that task would report a close to the firmware that is not its own, and that close might affect the
-        // next session.
-        acceptSocket = INVALID_SOCKET;
+        // The session ends before the receive task can detect the end of the connection. Otherwise that task
+        // would report a close to the firmware that is not its own.
+        openSession = kNoSession;
         m_bStopSession = 1;
-        LogInfo("Closing accept socket with address: %I64x", socket);
-        shutdown(socket, SD_SEND);
+        LogInfo("Closing accept socket with address: %I64x", acceptSocket.Get());
+        shutdown(acceptSocket.Get(), SD_SEND);
         int error = 0;
         {
             // A concurrent recv() must not run on a recycled handle.
             std::lock_guard receiving(receiveMutex);
-            if (closesocket(socket) != 0) error = WSAGetLastError();
+            if (closesocket(acceptSocket.Release()) != 0) error = WSAGetLastError();
         }
         socketCondition.notify_all();
         if (error) {
             LogError("closesocket() API failed with error: %d", error);
-            return;
+            return true;
         }
     }
     LogInfo("%s: CloseSocket, After sock close", "CloseSocketInZEL");
+    return isOpen;
 }
 
 // The workers that the reset joins are the ones that detect the fault, so the reset needs its own thread.

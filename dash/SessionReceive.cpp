@@ -5,30 +5,28 @@
 
 void DASHClientInterface::DataRecvThread() {
     LogInfo("%s: entry", "DataRecvThread");
-    SOCKET socket = INVALID_SOCKET;
+    const Session session = openSession;
     bool receiving = true;
     while (receiving && !g_pServiceState->m_bServiceStopping && !m_bStopSession) {
-        receiving = ReceiveOnce(socket);
+        receiving = ReceiveOnce(session);
         Sleep(0);
     }
-    // When another thread has ended this session, the next one may already have begun.
-    if (acceptSocket == socket) {
-        m_bReceiveEnded = !receiving;
-        CloseSocketWithMPM();
-    }
+    if (!receiving) m_receiveEnded = session;
+    CloseSocketWithMPM(session);
     LogInfo("%s: exit", "DataRecvThread");
 }
 
-// Returns false when the connection has ended. Sets `socket` to the session's current socket.
-bool DASHClientInterface::ReceiveOnce(SOCKET& socket) {
+// Returns false when the session or its connection has ended.
+bool DASHClientInterface::ReceiveOnce(Session session) {
+    SOCKET socket = INVALID_SOCKET;
     int received = 0, error = 0;
     {
         std::lock_guard lock(receiveMutex);
-        socket = acceptSocket;
-        if (socket == INVALID_SOCKET) {
+        if (!IsOpen(session)) {
             LogInfo("preventing recv() to avoid multi-threading issues.");
             return false;
         }
+        socket = acceptSocket.Get();
         // The error below must be that of this recv(), not of an earlier empty one.
         WSASetLastError(0);
         received = recv(socket, m_recvBuffer.data(), kReceiveSize, 0);
@@ -38,7 +36,7 @@ bool DASHClientInterface::ReceiveOnce(SOCKET& socket) {
         NoteActivity();
         LogInfo("recv() success. DASH packet received by socket server of size: %d, Socket address: %I64x",
                 received, socket);
-        updateDataToMPM(received);
+        updateDataToMPM(socket, received);
         return true;
     }
     if (received == 0) {
@@ -55,10 +53,10 @@ bool DASHClientInterface::ReceiveOnce(SOCKET& socket) {
     return false;
 }
 
-void DASHClientInterface::updateDataToMPM(int size) {
+void DASHClientInterface::updateDataToMPM(SOCKET socket, int size) {
     LogInfo("%s: Updating data to be sent from client to MPM", "updateDataToMPM");
     m_recvBuffer[size] = 0;
-    DashPacket packet{acceptSocket, m_recvBuffer.data(), static_cast<uint32_t>(size), nullptr, 0};
+    DashPacket packet{socket, m_recvBuffer.data(), static_cast<uint32_t>(size), nullptr, 0};
     if (!g_pServiceState->m_bServiceStopping)
         g_pServiceState->m_mailBoxDriverInterface.WriteDASHPacket(&packet);
     LogInfo("%s: exit", "updateDataToMPM");

@@ -87,6 +87,8 @@ TEST_F(Reset, LeavesNoPayloadWaitingAndTheFirmwaresCommandsGoOn) {
     firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
     AwaitLog("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
     EXPECT_EQ(LogCount("updateDataToClient: exit"), 3u);
+    EXPECT_TRUE(
+        HasLine("WARN", "updateDataToClient: Dropping a payload of 5 bytes for a session that has ended"));
 }
 
 TEST_F(Reset, LeavesASessionWithoutTasksWhosePayloadsDoNotWait) {

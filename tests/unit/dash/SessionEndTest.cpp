@@ -255,6 +255,71 @@ TEST_F(SessionEnd, ALateAnswerToTheCloseDoesNotEndTheNextSession) {
     EXPECT_TRUE(firmware.AwaitCount("WriteDASHPacket", 1));
 }
 
+TEST_F(SessionEnd, ALateRefusalOfTheCloseDoesNotEndTheNextSession) {
+    Start(44);
+    ExpectErrors(
+        {"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()"});
+    firmware.Hold("WriteCloseSocketcmd");
+    firmware.Refuse("WriteCloseSocketcmd", ERROR_GEN_FAILURE, 1);
+    ConsoleClient first = Connect();
+    AwaitSessions(1);
+    first.Close();
+    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
+    ConsoleClient second = Connect();
+    AwaitSessions(2);
+
+    firmware.Release("WriteCloseSocketcmd");
+    AwaitLog("DataRecvThread: exit");
+    ExpectLogInOrder({"MPM returned code 31 for WriteCloseSocketcmd", "Accept socket is Invalid",
+                      "CloseSocketInZEL: CloseSocket, After sock close", "DataRecvThread: exit"});
+    second.Send("x");
+    EXPECT_TRUE(firmware.AwaitCount("WriteDASHPacket", 1));
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, "served");
+    EXPECT_EQ(second.Receive(6), "served");
+    EXPECT_EQ(LogCount("Resetting DASH communication"), 0u);
+}
+
+TEST_F(SessionEnd, AReceiveTaskThatIsHeldUpDoesNotEndTheNextSession) {
+    Start(44);
+    firmware.Hold("WriteDASHPacket");
+    ConsoleClient first = Connect();
+    first.Send("held up");
+    ASSERT_TRUE(firmware.AwaitCount("WriteDASHPacket", 1));
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    EXPECT_TRUE(first.AwaitClose());
+    ConsoleClient second = Connect();
+    AwaitSessions(2);
+    second.Send("next");
+    firmware.ClearFaults();
+    AwaitLog("DataRecvThread: exit");
+    EXPECT_TRUE(
+        firmware.AwaitRequest("WriteDASHPacket", [](auto& request) { return request.Text() == "next"; }));
+    EXPECT_TRUE(second.IsQuiet());
+    EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
+}
+
+TEST_F(SessionEnd, TheIdleLimitOfAConsoleBeginsWithItsOwnSession) {
+    Start(50);
+    ConsoleClient first = Connect();
+    AwaitSessions(1);
+    PassSeconds(4);
+    Await1SecondSleeper();
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    EXPECT_TRUE(first.AwaitClose());
+    ConsoleClient second = Connect();
+    AwaitSessions(2);
+    // The check for the first console still sleeps, and the one for the second waits behind it.
+    PassSeconds(4);
+    Await1SecondSleeper();
+    EXPECT_TRUE(second.IsQuiet());
+    EXPECT_EQ(LogCount(kIdleLine), 0u);
+    PassSeconds(1);
+    EXPECT_TRUE(second.AwaitClose());
+    AwaitLog("Server has not received requests for 5 seconds max 5. Initiating socket shutdown.");
+}
+
 TEST_F(SessionEnd, AFailedCloseIsLoggedAndTheSessionIsOver) {
     Start(44);
     ExpectErrors({"closesocket() API failed with error: 10038"});
