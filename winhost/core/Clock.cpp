@@ -156,8 +156,7 @@ bool Clock::AwaitSleepers(size_t count, std::chrono::milliseconds patience) {
 
 bool Clock::AwaitSleepersOf(Duration ahead, size_t count, std::chrono::milliseconds patience) {
     return AwaitSleepersThat(count, patience, [&](const Sleeper& sleeper) {
-        const Duration apart = sleeper.deadline - (Steady() + ahead);
-        return apart >= -std::chrono::milliseconds(1) && apart <= std::chrono::milliseconds(1);
+        return sleeper.deadline == Steady() + ahead;
     });
 }
 

@@ -52,7 +52,7 @@ class Clock {
     // For tests with a manual clock: waits in real time until at least `count` threads are blocked with a
     // deadline. False after `patience`.
     bool AwaitSleepers(size_t count, std::chrono::milliseconds patience = std::chrono::seconds(10));
-    // The same, for threads blocked with their deadline `ahead` from now (within a millisecond).
+    // The same, for threads blocked with their deadline exactly `ahead` from now.
     bool AwaitSleepersOf(Duration ahead, size_t count,
                          std::chrono::milliseconds patience = std::chrono::seconds(10));
     bool AwaitSleeper(Duration ahead, std::chrono::milliseconds patience = std::chrono::seconds(10)) {

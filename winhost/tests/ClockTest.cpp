@@ -67,6 +67,14 @@ TEST_F(ManualClock, DoesNotCountASleeperWhoseTimeHasCome) {
     sleeper.join();
 }
 
+TEST_F(ManualClock, DoesNotCountASleeperWhoseTimeDiffersByAMillisecond) {
+    std::thread sleeper([&, deadline = m_clock.Steady() + 999ms] { m_clock.SleepUntil(deadline); });
+    ASSERT_TRUE(m_clock.AwaitSleeper(999ms));
+    EXPECT_FALSE(m_clock.AwaitSleeper(1s, 0ms));
+    m_clock.Advance(1s);
+    sleeper.join();
+}
+
 TEST_F(ManualClock, LetsSleepersGoOnWithTheMachineWhenItRunsAgain) {
     std::thread sleeper([&, deadline = m_clock.Steady() + 5ms] { m_clock.SleepUntil(deadline); });
     ASSERT_TRUE(m_clock.AwaitSleepers(1));
