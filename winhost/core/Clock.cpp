@@ -155,9 +155,8 @@ bool Clock::AwaitSleepers(size_t count, std::chrono::milliseconds patience) {
 }
 
 bool Clock::AwaitSleepersOf(Duration ahead, size_t count, std::chrono::milliseconds patience) {
-    return AwaitSleepersThat(count, patience, [&](const Sleeper& sleeper) {
-        return sleeper.deadline == Steady() + ahead;
-    });
+    return AwaitSleepersThat(count, patience,
+                             [&](const Sleeper& sleeper) { return sleeper.deadline == Steady() + ahead; });
 }
 
 Clock::Deadline Clock::NextDeadline() {
