@@ -3,6 +3,7 @@
 
 #include "base/Log.h"
 #include "kvm/KVMClientInterface.h"
+#include "kvm/SocketWait.h"
 #include "mailbox/FirmwareLevels.h"
 #include "state/ServiceState.h"
 
@@ -13,6 +14,8 @@ constexpr const char* kSender = "SendDataToKVMClient";
 constexpr uint32_t kRetryStatus = 1450;
 constexpr int kMaxRetries = 600;
 constexpr size_t kMaxAttempts = 100;
+// How long the receive thread stays with a socket that a new client has replaced.
+constexpr DWORD kReplacementPoll = 50;  // milliseconds
 
 bool IsTransient(int error) {
     return error == WSAEWOULDBLOCK || error == WSAEINTR;
@@ -28,22 +31,27 @@ void KVMClientInterface::KVMDataRecvThread() {
     LogInfo("%s: Exiting Thread Handler", kReceiver);
 }
 
-// Returns false when the connection has ended.
+// Receives once from the client's socket. A new client may replace the socket at any time; bytes and the end
+// of a replaced connection count for nothing. Returns false when the connection has ended.
 bool KVMClientInterface::ReceiveOnce() {
     const SOCKET socket = m_clientSocket;
+    if (AwaitReadable(socket, kReplacementPoll) == SocketState::Quiet || m_clientSocket != socket)
+        return true;
     const int received = recv(socket, m_recvBuffer.data(), kReceiveSize, 0);
+    const int error = received < 0 ? WSAGetLastError() : 0;
+    const bool isReplaced = m_clientSocket != socket;
     if (received > 0) {
         m_recvBuffer[received] = 0;
         if (!m_bSessionActive) return false;
-        PassToFirmware(static_cast<uint32_t>(received));
+        if (!isReplaced) PassToFirmware(static_cast<uint32_t>(received));
         std::memset(m_recvBuffer.data(), 0, received);
         return true;
     }
+    if (isReplaced) return true;
     if (received == 0) {
         LogInfo("%s, Client closed the connection. Socket address: %I64x", kReceiver, socket);
         return false;
     }
-    const int error = WSAGetLastError();
     if (IsTransient(error)) {
         LogWarn("%s: recv() failed with error WSAEWOULDBLOCK, retrying to read data on the socket",
                 kReceiver);

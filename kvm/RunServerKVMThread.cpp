@@ -5,6 +5,7 @@
 #include "base/Log.h"
 #include "connection/ConnectionAnnouncer.h"
 #include "kvm/KVMClientInterface.h"
+#include "kvm/SocketWait.h"
 #include "state/ServiceState.h"
 
 namespace {
@@ -12,6 +13,9 @@ namespace {
 constexpr const char* kName = "RunServerKVMThread";
 constexpr DWORD kClosingPoll = 500;  // milliseconds
 constexpr DWORD kListenRetry = 5000;
+// A port scan closes its connection within this time. A viewer sends nothing in it, because the server speaks
+// first.
+constexpr DWORD kScanPatience = 100;
 
 }  // namespace
 
@@ -75,6 +79,11 @@ bool KVMClientInterface::ServeClients() {
             m_untrustedSockets.push_back(std::move(socket));
             m_kvmSocket.CloseBaseSocket();
             return true;
+        }
+        // Only a running session has something to lose by a client that leaves at once.
+        if (m_bSessionActive && ClosesWithin(socket.Get(), kScanPatience)) {
+            LogInfo("%s: Client closed the connection at once, the session continues", kName);
+            continue;
         }
         if (!BeginSession(std::move(socket))) return false;
         m_kvmSocketState = kKvmClientConnected;

@@ -175,6 +175,7 @@ std::vector<FailureEntry> MakeTable() {
         {"connect", {kWsaTimedOut, kWsaNetUnreachable}},
         {"ioctlsocket", {kWsaNetDown, kWsaFault}},
         {"recv", {kWsaConnectionReset, kWsaConnectionAborted, kWsaIntr, kWsaWouldBlock}},
+        {"select", {kWsaNetDown, kWsaNoBuffers}, "recv is called without the wait, and reports an error itself"},
         {"send", {kWsaConnectionReset, kWsaNoBuffers, kWsaWouldBlock}},
         {"shutdown", {kWsaConnectionReset, kWsaNotConnected}, "the connection is closed right after"},
         {"getsockname", {kWsaNetDown}},

@@ -204,10 +204,13 @@ def test_a_second_console_takes_the_session_over(kvm):
         kvm.firmware.send("KVM_DATA", "--text", "picture")
         assert receive(second, 7) == b"picture"
         assert len(set(kvm.host.agents())) == 2
-        first.sendall(b"wakes the receiver")
-        kvm.firmware.await_request("WriteKVMPacket")
+        # At once, whatever the first one does.
         second.sendall(b"keys")
-        eventually(lambda: kvm.firmware.requests("WriteKVMPacket")[1:], "the second console's bytes")
+        eventually(lambda: kvm.firmware.requests("WriteKVMPacket"), "the second console's bytes")
+        first.sendall(b"never read")
+        second.sendall(b"more")
+        eventually(lambda: kvm.firmware.requests("WriteKVMPacket")[1:], "the second console's next bytes")
+        assert [request["bytes"] for request in kvm.firmware.requests("WriteKVMPacket")] == [len(b"keys"), len(b"more")]
         first.setblocking(False)
         with pytest.raises(BlockingIOError):
             first.recv(1)
@@ -215,6 +218,18 @@ def test_a_second_console_takes_the_session_over(kvm):
         first.setblocking(True)
         assert closed_by_peer(first) and closed_by_peer(second)
     eventually(lambda: kvm.host.agents() == [], "both agents to leave")
+
+
+def test_a_port_scan_costs_a_running_session_nothing(kvm):
+    kvm.boot()
+    kvm.enable()
+    with kvm.begin_session() as viewer:
+        for scans in range(1, 6):
+            kvm.connect().close()
+            kvm.host.await_log("RunServerKVMThread: Client closed the connection at once, the session continues", scans)
+            assert echoes(viewer)
+        assert len(kvm.connections_told()) == 1
+        assert len(kvm.host.agents()) == 1
 
 
 def test_a_hundred_sessions_leave_nothing_behind(kvm, monkeypatch):

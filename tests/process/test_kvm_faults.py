@@ -182,10 +182,10 @@ def test_an_agent_that_crashes_at_once_costs_the_session_nothing_else(kvm):
 
 def test_agents_that_do_not_leave_are_killed_two_seconds_after_the_session(kvm):
     kvm.boot()
-    kvm.host.ctl("clock", "manual")
     kvm.host.set_agent_behaviour("ignore-terminate")
     kvm.enable()
     with kvm.begin_session(), kvm.begin_session():
+        kvm.host.ctl("clock", "manual")
         agents = kvm.host.agents()
         assert len(agents) == 2
         kvm.close_session()

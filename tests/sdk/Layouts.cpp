@@ -269,6 +269,9 @@ FIELD(sockaddr_in, sin_family, 0);
 FIELD(sockaddr_in, sin_port, 2);
 FIELD(sockaddr_in, sin_addr, 4);
 FIELD(sockaddr_in, sin_zero, 8);
+SIZE(fd_set, 520);
+FIELD(fd_set, fd_count, 0);
+FIELD(fd_set, fd_array, 8);
 
 // winsvc.h
 SIZE(SERVICE_STATUS, 28);

@@ -66,6 +66,7 @@ typedef struct sockaddr_in SOCKADDR_IN, *PSOCKADDR_IN, *LPSOCKADDR_IN;
 #define SD_SEND 1
 #define SD_BOTH 2
 #define FIONBIO 0x8004667EU
+#define MSG_PEEK 0x2
 
 #ifndef WSABASEERR
 #define WSABASEERR 10000
@@ -135,3 +136,17 @@ char* WSAAPI inet_ntoa(struct in_addr in);
 #define gethostname WinsockGetHostName
 // The PC's name. WSAEFAULT when it has no room, WSANOTINITIALISED ahead of WSAStartup.
 int WSAAPI gethostname(char* name, int namelen);
+
+// By other names too, as <sys/types.h> brings POSIX' set of descriptors, and struct timeval with it.
+#undef FD_SETSIZE
+#define FD_SETSIZE 64
+struct WinsockFdSet {
+    u_int fd_count;
+    SOCKET fd_array[FD_SETSIZE];
+};
+#define fd_set WinsockFdSet
+#define select WinsockSelect
+// Waits for sockets to read from alone: WSAEOPNOTSUPP with one of the other two sets. The time-out passes on
+// the PC's clock. WSAENOTSOCK when a socket of the set is none, or is closed during the wait.
+int WSAAPI select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
+                  const struct timeval* timeout);

@@ -126,9 +126,10 @@ int Socket::SetNonBlocking(bool nonBlocking) {
     return 0;
 }
 
-int Socket::Receive(void* buffer, size_t size) {
+int Socket::Receive(void* buffer, size_t size, bool peek) {
     if (m_receiveShutDown) return -ESHUTDOWN;
-    const ssize_t received = UntilDone([&] { return recv(m_descriptor, buffer, size, 0); });
+    const int flags = peek ? MSG_PEEK : 0;
+    const ssize_t received = UntilDone([&] { return recv(m_descriptor, buffer, size, flags); });
     if (received > 0) return static_cast<int>(received);
     if (received < 0) {
         if (errno == ECONNRESET) m_reset = true;

@@ -10,7 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
+#include "winhost/core/Clock.h"
 #include "winhost/core/HandleTable.h"
 
 namespace winhost {
@@ -40,12 +42,18 @@ class Socket final : public Object {
     int Accept(std::shared_ptr<Socket>& accepted, Endpoint& peer);
     int Connect(Endpoint peer);
     int SetNonBlocking(bool nonBlocking);
-    // Bytes moved. Each costs one system call.
-    int Receive(void* buffer, size_t size);
+    // Bytes moved. Each costs one system call. A peek leaves the bytes where they are.
+    int Receive(void* buffer, size_t size, bool peek = false);
     int Send(const void* data, size_t size);
     // As SD_RECEIVE, SD_SEND and SD_BOTH.
     int Shutdown(int how);
     int LocalName(Endpoint& endpoint) const;
+
+    // Waits until a call on one of the sockets that takes bytes, or a connection, would not block. Answers
+    // how many there are, which isReadable tells for each; 0 once the deadline is reached, and -ENOTSOCK as
+    // soon as one of them is closed.
+    static int AwaitReadable(const std::vector<std::shared_ptr<Socket>>& sockets, Clock::Deadline deadline,
+                             std::vector<bool>& isReadable);
 
   private:
     enum class State : uint8_t { Fresh, Bound, Listening, Connected };

@@ -4,7 +4,9 @@
 #include <cstring>
 #include <mutex>
 #include <set>
+#include <vector>
 
+#include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/net/Socket.h"
 #include "winhost/net/SocketErrors.h"
@@ -111,6 +113,16 @@ void WriteName(Endpoint endpoint, sockaddr* name, int* length) {
     *length = sizeof(address);
 }
 
+// False for a time that is none.
+bool ReadTimeout(const timeval* timeout, winhost::Clock::Deadline& deadline) {
+    deadline = winhost::Clock::kNever;
+    if (!timeout) return true;
+    if (timeout->tv_sec < 0 || timeout->tv_usec < 0) return false;
+    deadline = winhost::Clock::Instance().Steady() + std::chrono::seconds(timeout->tv_sec) +
+               std::chrono::microseconds(timeout->tv_usec);
+    return true;
+}
+
 bool HasRoomForName(const sockaddr* name, const int* length) {
     return name && length && *length >= static_cast<int>(sizeof(sockaddr_in));
 }
@@ -205,9 +217,32 @@ int recv(SOCKET s, char* buf, int len, int flags) {
     WINHOST_GATE("recv", SOCKET_ERROR);
     const auto object = Find(s);
     if (!object) return SOCKET_ERROR;
-    if (flags != 0) return Fail(WSAEOPNOTSUPP, SOCKET_ERROR);
+    if (flags != 0 && flags != MSG_PEEK) return Fail(WSAEOPNOTSUPP, SOCKET_ERROR);
     if (len < 0) return Fail(WSAEFAULT, SOCKET_ERROR);
-    return Answer(object->Receive(buf, static_cast<size_t>(len)));
+    return Answer(object->Receive(buf, static_cast<size_t>(len), flags == MSG_PEEK));
+}
+
+int select(int, fd_set* readfds, fd_set* writefds, fd_set* exceptfds, const timeval* timeout) {
+    WINHOST_GATE("select", SOCKET_ERROR);
+    if (writefds || exceptfds) return Fail(WSAEOPNOTSUPP, SOCKET_ERROR);
+    winhost::Clock::Deadline deadline;
+    if (!readfds || readfds->fd_count == 0 || readfds->fd_count > FD_SETSIZE ||
+        !ReadTimeout(timeout, deadline))
+        return Fail(WSAEINVAL, SOCKET_ERROR);
+    const std::vector<SOCKET> asked(readfds->fd_array, readfds->fd_array + readfds->fd_count);
+    std::vector<std::shared_ptr<Socket>> objects;
+    for (const SOCKET s : asked) {
+        objects.push_back(Find(s));
+        if (!objects.back()) return SOCKET_ERROR;
+    }
+    std::vector<bool> isReadable;
+    const int count = Answer(Socket::AwaitReadable(objects, deadline, isReadable));
+    if (count == SOCKET_ERROR) return SOCKET_ERROR;
+    readfds->fd_count = 0;
+    for (size_t i = 0; i < asked.size(); ++i) {
+        if (isReadable[i]) readfds->fd_array[readfds->fd_count++] = asked[i];
+    }
+    return count;
 }
 
 int send(SOCKET s, const char* buf, int len, int flags) {

@@ -55,10 +55,16 @@ class KvmFixture : public LinkedFixture {
     // The port that stands for 22.
     static uint16_t Port() { return Pc().Description().ports.at(22); }
     static ConsoleClient Connect() { return ConsoleClient(Port()); }
+    // Lets the time pass in which a client that connects during a session may leave again.
+    static void PassScanPatience() { PassSleepOf(std::chrono::milliseconds(100)); }
+    // Lets the time pass in which the receive thread still waits for a client that was replaced.
+    static void PassReplacementPoll() { PassSleepOf(std::chrono::milliseconds(50)); }
     // A client whose connection has been announced to the firmware, and which the service attends to.
     ConsoleClient ConnectSession() {
         const size_t before = LogCount(kAnnounced), accepting = LogCount(kAccepting);
+        const bool isSecond = service->m_kvmClientInterface.m_kvmSocketState == kKvmClientConnected;
         ConsoleClient client = Connect();
+        if (isSecond) PassScanPatience();
         AwaitLog(kAnnounced, before + 1);
         AwaitAccepting(accepting + 1);
         return client;

@@ -317,6 +317,7 @@ TEST_F(KvmSessionEnd, AHundredSessionsLeaveNothingBehind) {
         ConsoleClient first = Connect();
         ASSERT_TRUE(firmware.AwaitCount("WriteIPCompleteInformation", 2 * count - 1));
         ConsoleClient second = Connect();
+        PassScanPatience();
         ASSERT_TRUE(firmware.AwaitCount("WriteIPCompleteInformation", 2 * count));
         ASSERT_TRUE(Eventually([&] { return Gate().Count("accept") == 3 * count; }));
         SendClose();

@@ -2,6 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
+#include <string_view>
+
 #include "mailbox/MailboxRecords.h"
 #include "tests/unit/kvm/KvmFixture.h"
 
@@ -11,9 +15,10 @@ using namespace std::chrono_literals;
 
 class KvmSession : public KvmFixture {
   protected:
-    // Until the service waits for a client's bytes for the so-manieth time.
-    static bool AwaitReceives(uint64_t count) {
-        return Eventually([=] { return Gate().Count("recv") == count; });
+    // Until the service waits for the bytes of so many clients, one after another.
+    static bool AwaitReceives(uint64_t clients) {
+        // Each but the first has waited for a client that leaves at once.
+        return Eventually([=] { return Gate().Count("select") >= 2 * clients - 1; });
     }
 };
 
@@ -157,26 +162,37 @@ TEST_F(KvmSession, IsCleanedUpAlsoWhenALaterOneCannotStartItsAgent) {
     EXPECT_TRUE(firmware.AwaitCount("WriteCloseSocketcmd", 2));
 }
 
-TEST_F(KvmSession, GoesOverToItsSecondClient) {
+TEST_F(KvmSession, GoesOverToItsSecondClientAtOnce) {
     ConsoleClient first = StartSession();
     ASSERT_TRUE(first.Send("1"));
     ASSERT_TRUE(AwaitFirmwareBytes("1"));
-    ASSERT_TRUE(AwaitReceives(2));
     ConsoleClient second = ConnectSession();
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 2u);
     EXPECT_EQ(Pc().Records<winhost::ProcessLaunch>().size(), 2u);
 
-    // The firmware's bytes go to the second at once.
     firmware.Send(MPM_ZEL_CMD_KVM_DATA, "to the second");
     EXPECT_EQ(second.Receive(13), "to the second");
-    // The receive thread still waits for the first's, and turns to the second after them.
-    ASSERT_TRUE(first.Send("2"));
+    // The first client sends nothing more.
+    ASSERT_TRUE(second.Send("2"));
+    PassReplacementPoll();
     ASSERT_TRUE(AwaitFirmwareBytes("12"));
     ASSERT_TRUE(second.Send("3"));
     ASSERT_TRUE(AwaitFirmwareBytes("123"));
+    EXPECT_TRUE(first.IsQuiet());
+}
+
+TEST_F(KvmSession, TakesNothingFromAClientThatWasReplaced) {
+    ConsoleClient first = StartSession();
+    ASSERT_TRUE(AwaitReceives(1));
+    ConsoleClient second = ConnectSession();
+    // The receive thread still waits for the first client, and finds that it was replaced.
     ASSERT_TRUE(first.Send("never read"));
-    ASSERT_TRUE(second.Send("4"));
-    ASSERT_TRUE(AwaitFirmwareBytes("1234"));
+    ASSERT_TRUE(AwaitReceives(2));
+    ASSERT_TRUE(second.Send("1"));
+    ASSERT_TRUE(AwaitFirmwareBytes("1"));
+    ASSERT_TRUE(first.Send("nor this"));
+    ASSERT_TRUE(second.Send("2"));
+    ASSERT_TRUE(AwaitFirmwareBytes("12"));
     EXPECT_TRUE(first.IsQuiet());
 }
 
@@ -191,18 +207,103 @@ TEST_F(KvmSession, KeepsTheFirstClientsSocketOpenUntilItsEnd) {
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
 }
 
-TEST_F(KvmSession, SurvivesTheEndOfAFirstClientThatItNoLongerListensTo) {
+TEST_F(KvmSession, SurvivesTheEndOfAClientThatWasReplaced) {
     ConsoleClient first = StartSession();
     ASSERT_TRUE(AwaitReceives(1));
     ConsoleClient second = ConnectSession();
-    ASSERT_TRUE(first.Send("1"));
-    ASSERT_TRUE(AwaitFirmwareBytes("1"));
-    ASSERT_TRUE(second.Send("2"));
-    ASSERT_TRUE(AwaitFirmwareBytes("12"));
     first.Close();
-    ASSERT_TRUE(second.Send("3"));
-    ASSERT_TRUE(AwaitFirmwareBytes("123"));
+    ASSERT_TRUE(AwaitReceives(2));
+    ConsoleClient third = ConnectSession();
+    second.Reset();
+    ASSERT_TRUE(AwaitReceives(3));
+    ASSERT_TRUE(third.Send("3"));
+    ASSERT_TRUE(AwaitFirmwareBytes("3"));
     EXPECT_EQ(LogCount("Trigger KVM shutdown"), 0u);
+    EXPECT_EQ(LogCount("Client closed the connection. Socket address"), 0u);
+    EXPECT_EQ(LogCount(kReceiverExit), 0u);
+}
+
+TEST_F(KvmSession, DropsWhatItReadsFromAClientWhileAnotherReplacesIt) {
+    ConsoleClient first = StartSession();
+    // Each recv() waits until it is let go.
+    const auto held = std::make_shared<std::atomic<bool>>(true);
+    Gate().Ask([held](const char* call, const void*) -> uint32_t {
+        if (std::string_view(call) == "recv") held->wait(true);
+        return 0;
+    });
+    const auto letGo = [&] {
+        *held = false;
+        held->notify_all();
+    };
+    // Also when an assertion ends the test.
+    const std::shared_ptr<void> atTheEnd(nullptr, [&](void*) { letGo(); });
+    ASSERT_TRUE(first.Send("never passed on"));
+    ASSERT_TRUE(Eventually([] { return Gate().Count("recv") == 1; }));
+    ConsoleClient second = ConnectSession();
+    letGo();
+    ASSERT_TRUE(second.Send("2"));
+    ASSERT_TRUE(AwaitFirmwareBytes("2"));
+
+    *held = true;
+    const uint64_t before = Gate().Count("recv");
+    second.Close();
+    ASSERT_TRUE(Eventually([&] { return Gate().Count("recv") == before + 1; }));
+    ConsoleClient third = ConnectSession();
+    letGo();
+    ASSERT_TRUE(third.Send("3"));
+    EXPECT_TRUE(AwaitFirmwareBytes("23"));
+    EXPECT_EQ(LogCount("Trigger KVM shutdown"), 0u);
+}
+
+TEST_F(KvmSession, LosesNothingToAClientThatLeavesAtOnce) {
+    constexpr char kLeft[] =
+        "RunServerKVMThread: Client closed the connection at once, the session continues";
+    ConsoleClient viewer = StartSession();
+    const auto leave = [](ConsoleClient& scan, bool byReset) { byReset ? scan.Reset() : scan.Close(); };
+    size_t scans = 0;
+    for (const bool byReset : {false, true}) {
+        ConsoleClient scan = Connect();
+        leave(scan, byReset);
+        AwaitLog(kLeft, ++scans);
+        AwaitAccepting(2 + scans);
+    }
+    EXPECT_TRUE(HasLine("INFO", kLeft));
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(Pc().Records<winhost::ProcessLaunch>().size(), 1u);
+    firmware.Send(MPM_ZEL_CMD_KVM_DATA, "picture");
+    EXPECT_EQ(viewer.Receive(7), "picture");
+    ASSERT_TRUE(viewer.Send("key"));
+    EXPECT_TRUE(AwaitFirmwareBytes("key"));
+}
+
+TEST_F(KvmSession, GivesAClientThatSpeaksItsSessionWithoutWaiting) {
+    const ConsoleClient first = StartSession();
+    ConsoleClient second = Connect();
+    ASSERT_TRUE(second.Send("early"));
+    AwaitLog(kAnnounced, 2);
+    // The byte that was looked at is still there.
+    PassReplacementPoll();
+    EXPECT_TRUE(AwaitFirmwareBytes("early"));
+}
+
+// The first client of all has nobody to replace.
+TEST_F(KvmSession, BeginsForAClientThatLeavesAtOnceWhenNoneRuns) {
+    Start();
+    Enable();
+    Connect().Close();
+    AwaitLog(kCleanedUp);
+    EXPECT_EQ(LogCount("DoInitKVM: Entered"), 1u);
+    EXPECT_EQ(LogCount("at once, the session continues"), 0u);
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
+}
+
+TEST_F(KvmSession, ReceivesAlsoWhenTheWaitForBytesFails) {
+    Start();
+    Enable();
+    Gate().FailNth("select", 1, WSAENOBUFS, true);
+    ConsoleClient client = ConnectSession();
+    ASSERT_TRUE(client.Send("x"));
+    EXPECT_TRUE(AwaitFirmwareBytes("x"));
 }
 
 TEST_F(KvmSession, EndsForBothClientsWhenTheSecondCannotHaveItsAgent) {
@@ -210,6 +311,7 @@ TEST_F(KvmSession, EndsForBothClientsWhenTheSecondCannotHaveItsAgent) {
     ExpectErrors({"CreateProcessAsUser failed with error: 5", kLaunchFailed, kInitFailed});
     Gate().FailNth("CreateProcessAsUserA", 1, ERROR_ACCESS_DENIED);
     ConsoleClient second = Connect();
+    PassScanPatience();
     EXPECT_TRUE(second.AwaitClose());
     EXPECT_TRUE(first.AwaitClose());
     AwaitLog(kCleanedUp);

@@ -1,0 +1,106 @@
+// The wait for sockets that can be read.
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+
+#include "winhost/net/Socket.h"
+
+namespace winhost {
+namespace {
+
+using RealTime = std::chrono::steady_clock::time_point;
+
+// Ends a thread's poll when the clock is moved. Each thread has one, for all its waits.
+class Wake {
+  public:
+    Wake() : m_descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+    ~Wake() { close(m_descriptor); }
+    Wake(const Wake&) = delete;
+    Wake& operator=(const Wake&) = delete;
+
+    int Descriptor() const { return m_descriptor; }
+    void Signal() {
+        const uint64_t one = 1;
+        [[maybe_unused]] const ssize_t written = write(m_descriptor, &one, sizeof(one));
+    }
+    void Clear() {
+        uint64_t count;
+        [[maybe_unused]] const ssize_t size = read(m_descriptor, &count, sizeof(count));
+    }
+
+  private:
+    const int m_descriptor;
+};
+
+// One thread's wait. Some of its calls are those of a condition variable, for the clock.
+class PollWait {
+  public:
+    // The last descriptor is that of the wake.
+    PollWait(std::vector<pollfd>& polled, Wake& wake) : m_polled(polled), m_wake(wake) {}
+
+    bool IsReady() const { return m_isReady; }
+    void Look() {
+        const timespec none{};
+        Poll(&none);
+    }
+
+    void wait(std::unique_lock<std::mutex>& lock) { Block(lock, nullptr); }
+    void wait_until(std::unique_lock<std::mutex>& lock, RealTime until) {
+        const auto left = std::max(until - std::chrono::steady_clock::now(), RealTime::duration::zero());
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        const timespec time{seconds.count(), std::chrono::nanoseconds(left - seconds).count()};
+        Block(lock, &time);
+    }
+    void notify_all() { m_wake.Signal(); }
+
+  private:
+    void Block(std::unique_lock<std::mutex>& lock, const timespec* time) {
+        lock.unlock();
+        Poll(time);
+        lock.lock();
+    }
+    void Poll(const timespec* time) {
+        if (ppoll(m_polled.data(), m_polled.size(), time, nullptr) <= 0) return;
+        m_isReady = std::any_of(m_polled.begin(), m_polled.end() - 1,
+                                [](const pollfd& polled) { return polled.revents != 0; });
+        if (m_polled.back().revents != 0) m_wake.Clear();
+    }
+
+    std::vector<pollfd>& m_polled;
+    Wake& m_wake;
+    bool m_isReady = false;
+};
+
+}  // namespace
+
+int Socket::AwaitReadable(const std::vector<std::shared_ptr<Socket>>& sockets, Clock::Deadline deadline,
+                          std::vector<bool>& isReadable) {
+    static thread_local Wake wake;
+    std::vector<pollfd> polled;
+    for (const auto& socket : sockets) {
+        // A negative descriptor is left out: nothing can come to a socket that is not connected, which the
+        // host calls hung up.
+        const bool canReceive = socket->m_state == State::Listening || socket->m_state == State::Connected;
+        polled.push_back({canReceive ? socket->m_descriptor : -1, POLLIN, 0});
+    }
+    polled.push_back({wake.Descriptor(), POLLIN, 0});
+    PollWait wait(polled, wake);
+    wait.Look();
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    Clock::Instance().WaitUntil(lock, wait, deadline, [&] { return wait.IsReady(); });
+    if (std::any_of(sockets.begin(), sockets.end(),
+                    [](const auto& socket) { return socket->m_closed.load(); }))
+        return -ENOTSOCK;
+    isReadable.clear();
+    if (!wait.IsReady()) polled.assign(polled.size(), {-1, 0, 0});
+    for (size_t i = 0; i < sockets.size(); ++i)
+        isReadable.push_back(polled[i].revents != 0);
+    return static_cast<int>(std::count(isReadable.begin(), isReadable.end(), true));
+}
+
+}  // namespace winhost
