@@ -6,13 +6,14 @@ event and ends with 0 when every step succeeded.
 
 import argparse
 import pathlib
+import secrets
 import signal
 import sys
 import tempfile
 import threading
 
 from dash import identify, power_off, second_client_waits, show_host
-from harness.console import IDENTIFY, Console
+from harness.console import GET_COMPUTER_SYSTEM, IDENTIFY, Console
 from harness.firmware import Firmware
 from harness.host import RUNNING
 from harness.native import NativeHost
@@ -20,19 +21,23 @@ from kvm import remote_kvm, serve_by_hand
 from story import FirmwareLines, Follower, Story, service_line
 
 
-def make_host(windows, workdir):
+USER = "administrator"
+
+
+def make_host(windows, workdir, password):
+    settings = {"Users": {USER: password}}
     if windows:
         from harness.wine import WineHost, enter_namespace
         enter_namespace()
-        firmware = Firmware(workdir, listen="tcp:127.0.0.1:6640").start()
+        firmware = Firmware(workdir, listen="tcp:127.0.0.1:6640", settings=settings).start()
         return firmware, WineHost(workdir, "127.0.0.1:6640")
-    firmware = Firmware(workdir).start()
+    firmware = Firmware(workdir, settings=settings).start()
     return firmware, NativeHost(workdir, firmware.address)
 
 
-def play(story, firmware, host, workdir):
+def play(story, firmware, host, workdir, password):
     """Returns lines that name the files to look at afterwards."""
-    console = Console(host.dash_address)
+    console = Console(host.dash_address, USER, password)
     identify(story, console, "a console")
     second_client_waits(story, console)
     show_host(story, firmware)
@@ -41,12 +46,16 @@ def play(story, firmware, host, workdir):
     return [f"the viewer's picture: {picture}"] if picture else []
 
 
-def stay_up(story, firmware, host, workdir):
+def stay_up(story, firmware, host, workdir, password):
     url = Console(host.dash_address).url
-    body = workdir / "identify.xml"
-    body.write_text(IDENTIFY)
     story.add("demo", f"everything is running; the DASH port is {url}")
-    story.add("demo", f"try:  {host.entry}curl --insecure -H 'Content-Type: application/soap+xml' -d @{body} {url}")
+    story.add("demo", f"the firmware's administrator: user {USER}, password {password}; "
+                      f"its certificate: {firmware.certificate_path}")
+    for name, text in (("identify", IDENTIFY), ("get-computer-system", GET_COMPUTER_SYSTEM)):
+        body = workdir / f"{name}.xml"
+        body.write_text(text)
+        story.add("demo", f"try:  {host.entry}curl --cacert {firmware.certificate_path} --anyauth --user {USER}:{password} "
+                          f"-H 'Content-Type: application/soap+xml' --data-binary @{body} {url}")
     ended = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: ended.set())
@@ -80,7 +89,8 @@ def main():
     options = parser.parse_args()
     story = Story()
     workdir = pathlib.Path(tempfile.mkdtemp(prefix="zel-demo-"))
-    firmware, host = make_host(options.windows, workdir)
+    password = secrets.token_urlsafe(9)
+    firmware, host = make_host(options.windows, workdir, password)
     followers = [
         Follower(host.log_path(), service_line(story)),
         Follower(firmware.log_path, FirmwareLines(story)),
@@ -88,7 +98,7 @@ def main():
     left = []
     try:
         start(story, firmware, host)
-        left = (stay_up if options.stay else play)(story, firmware, host, workdir)
+        left = (stay_up if options.stay else play)(story, firmware, host, workdir, password)
         stop(story, firmware, host)
         result = 0
     except (AssertionError, OSError) as problem:

@@ -191,9 +191,7 @@ void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
 
 DashEndpoint& Processor::Endpoint() {
     if (m_endpoint) return *m_endpoint;
-    m_endpoint.emplace([this] {
-        return Identity{m_settings.ProductVendor, m_settings.MPMVersion, m_settings.DASHVersion};
-    });
+    m_endpoint.emplace([this]() -> const Settings& { return m_settings; });
     OfferPower(
         m_endpoint->Service(), [this] { return Host()["WriteOsInfo"]["HostName"].asString(); },
         [this](MpmCommand command) { Send(command, {}, 0); });

@@ -3,10 +3,13 @@
 #include <json/json.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <charconv>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <sstream>
 #include <stdexcept>
 
 #include "mailbox/MailboxRecords.h"
@@ -113,6 +116,57 @@ Entry For(Peer& peer, std::string& server, bool identify) {
             [&peer, &server] { return Json::Value(PeerText(peer, server)); }};
 }
 
+constexpr std::pair<const char*, Challenge> kChallengeNames[] = {
+    {"MD5", Challenge::Md5}, {"SHA-256", Challenge::Sha256}, {"Basic", Challenge::Basic}};
+
+Entry For(std::vector<Challenge>& member) {
+    return {[&member](const std::string& key, const std::string& text) {
+                std::vector<Challenge> parsed;
+                std::istringstream words(text);
+                for (std::string word; std::getline(words, word, ',');) {
+                    const auto known = std::find_if(
+                        std::begin(kChallengeNames), std::end(kChallengeNames),
+                        [&](const auto& each) { return strcasecmp(each.first, word.c_str()) == 0; });
+                    if (known == std::end(kChallengeNames) ||
+                        std::count(parsed.begin(), parsed.end(), known->second))
+                        Refuse(key, "a list of MD5, SHA-256 and Basic, not \"" + text + "\"");
+                    parsed.push_back(known->second);
+                }
+                if (parsed.empty()) Refuse(key, "at least one of MD5, SHA-256 and Basic");
+                member = parsed;
+            },
+            [&member] {
+                std::string text;
+                for (const Challenge each : member)
+                    text += (text.empty() ? "" : ",") + std::string(kChallengeNames[size_t(each)].first);
+                return Json::Value(text);
+            }};
+}
+
+constexpr char kUserPrefix[] = "Users.";
+
+bool IsUserKey(const std::string& key) {
+    return strncasecmp(key.c_str(), kUserPrefix, sizeof kUserPrefix - 1) == 0;
+}
+
+bool IsCredential(const std::string& text) {
+    constexpr size_t kLongest = 128;
+    return text.size() <= kLongest &&
+           std::none_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; });
+}
+
+// Messages show no password.
+void SetUser(std::map<std::string, std::string>& users, const std::string& key, const std::string& password) {
+    const std::string name = key.substr(sizeof kUserPrefix - 1);
+    if (name.empty() || name.find(':') != std::string::npos || !IsCredential(name))
+        Refuse(key, "a name without a colon and control characters, of at most 128 bytes");
+    if (!IsCredential(password)) Refuse(key, "a password without control characters, of at most 128 bytes");
+    if (password.empty())
+        users.erase(name);
+    else
+        users[name] = password;
+}
+
 Entry Secret(Entry entry, const std::string& member) {
     entry.get = [&member] { return Json::Value("(" + std::to_string(member.size()) + " bytes, not shown)"); };
     return entry;
@@ -144,6 +198,7 @@ void ForEach(Settings& s, const Visit& visit) {
     visit("Dash", For(s.Dash, s.DashServer, true));
     visit("Kvm", For(s.Kvm, s.KvmServer, false));
     visit("DashPause", For(s.DashPause));
+    visit("Challenges", For(s.Challenges));
     visit("ProductVendor", For(s.ProductVendor, 256));
     visit("DASHVersion", For(s.DASHVersion, 256));
     visit("KeepRequests", For(s.KeepRequests));
@@ -162,6 +217,7 @@ void SetAll(Settings& settings, const std::string& prefix, const Json::Value& ob
 }  // namespace
 
 void Settings::Set(const std::string& key, const std::string& value) {
+    if (IsUserKey(key)) return SetUser(Users, key, value);
     bool found = false;
     ForEach(*this, [&](const char* name, const Entry& entry) {
         if (strcasecmp(name, key.c_str()) != 0) return;
@@ -209,6 +265,9 @@ Json::Value Settings::ToJson() const {
         (dot == std::string::npos ? object[name] : object[name.substr(0, dot)][name.substr(dot + 1)]) =
             entry.get();
     });
+    object["Users"] = Json::Value(Json::objectValue);
+    for (const auto& [name, password] : Users)
+        object["Users"][name] = "(not shown)";
     return object;
 }
 

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Json {
 class Value;
@@ -19,6 +21,9 @@ enum class Peer {
     Identify,  // DASH only: WS-Management over TLS
     Bridge,    // a real server, reached over TCP
 };
+
+// What the firmware offers to a console that has not authenticated itself.
+enum class Challenge { Md5, Sha256, Basic };
 
 struct CloudSettings {
     std::string Hostname;
@@ -57,6 +62,13 @@ struct Settings {
     // payload at a time, and between two sessions drops it when the next one comes.
     uint32_t DashPause = 50;
 
+    // The passwords of the consoles' users by name, as "Users.NAME". Without users everyone may do
+    // everything; with users only Identify is free.
+    std::map<std::string, std::string> Users;
+    // In the order in which a 401 offers them. MD5 is the first because many clients look at the first
+    // challenge only, and know no other algorithm.
+    std::vector<Challenge> Challenges = {Challenge::Md5, Challenge::Sha256, Challenge::Basic};
+
     std::string ProductVendor = "Tarvix";  // of the Identify answer; ProductVersion is MPMVersion
     std::string DASHVersion = "1.2.0";
 
@@ -73,7 +85,7 @@ struct Settings {
     // One value by its key (in any case) and text: Set("uVORKVersion", "45"), Set("Cloud.Port", "443").
     void Set(const std::string& key, const std::string& value);
 
-    // Everything but the cloud key, of which only the length is told.
+    // Everything but the passwords and the cloud key, of which nothing or only the length is told.
     Json::Value ToJson() const;
 };
 

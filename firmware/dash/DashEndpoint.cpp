@@ -6,9 +6,15 @@
 
 namespace mpm {
 
-DashEndpoint::DashEndpoint(std::function<Identity()> identity)
+DashEndpoint::DashEndpoint(std::function<const Settings&()> settings)
     : m_certificate(MakeCertificate()), m_context(MakeServerContext(m_certificate)) {
-    OfferIdentify(m_wsman, std::move(identity));
+    OfferIdentify(m_wsman, [settings] {
+        const Settings& now = settings();
+        return Identity{now.ProductVendor, now.MPMVersion, now.DASHVersion};
+    });
+    m_wsman.GuardBy([this, settings](const HttpRequest& request) {
+        return m_authentication.Refuse(request, settings());
+    });
 }
 
 std::unique_ptr<StreamPeer> DashEndpoint::Accept(EventLoop& loop, std::chrono::milliseconds pause,

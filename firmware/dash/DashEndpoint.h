@@ -4,13 +4,13 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "firmware/PacedSender.h"
 #include "firmware/StreamPeer.h"
+#include "firmware/Settings.h"
+#include "firmware/dash/Authentication.h"
 #include "firmware/dash/Certificate.h"
-#include "firmware/dash/TlsStream.h"
 #include "firmware/dash/Wsman.h"
 
 namespace mpm {
@@ -18,7 +18,8 @@ namespace mpm {
 // One for the firmware. Its certificate is made when it is.
 class DashEndpoint {
   public:
-    explicit DashEndpoint(std::function<Identity()> identity);
+    // `settings` is asked for each request.
+    explicit DashEndpoint(std::function<const Settings&()> settings);
 
     std::string CertificatePem() const { return PemOf(m_certificate); }
     Wsman& Service() { return m_wsman; }
@@ -33,6 +34,7 @@ class DashEndpoint {
   private:
     Certificate m_certificate;
     TlsContextPointer m_context;
+    Authentication m_authentication;
     Wsman m_wsman;
 };
 

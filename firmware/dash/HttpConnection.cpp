@@ -113,6 +113,9 @@ int HttpConnection::TakeHeaderValue(std::string_view part) {
 
 void HttpConnection::FinishHeader() {
     if (strcasecmp(m_headerName.c_str(), "Content-Type") == 0) m_request.contentType = m_headerValue;
+    // A second one makes both invalid.
+    if (strcasecmp(m_headerName.c_str(), "Authorization") == 0)
+        m_request.authorization += (m_request.authorization.empty() ? "" : ", ") + m_headerValue;
     if (strcasecmp(m_headerName.c_str(), "Expect") == 0)
         m_expectsContinue = strcasecmp(m_headerValue.c_str(), "100-continue") == 0;
     m_headerName.clear();

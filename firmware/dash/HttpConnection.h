@@ -12,6 +12,7 @@ namespace mpm {
 
 struct HttpRequest {
     std::string method, target, contentType, body;
+    std::string authorization = {};  // the header's value
 };
 
 struct HttpResponse {

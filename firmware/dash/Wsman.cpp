@@ -38,15 +38,35 @@ void CheckMustUnderstand(const SoapMessage& message) {
 
 }  // namespace
 
-void Wsman::Offer(const std::string& key, Operation operation) {
-    m_operations[key] = std::move(operation);
+void Wsman::Offer(const std::string& key, Operation operation, Access access) {
+    m_operations[key] = {std::move(operation), access};
 }
 
 HttpResponse Wsman::Handle(const HttpRequest& request) const {
     if (request.target.substr(0, request.target.find('?')) != kPath) return {404, {}, {}, {}};
     if (request.method != "POST") return {405, {}, {}, "Allow: POST\r\n"};
     if (!IsSoap(request.contentType)) return {415, {}, {}, {}};
+    if (m_guard && !IsFree(request.body))
+        if (std::optional<HttpResponse> refusal = m_guard(request)) return *std::move(refusal);
     return HandleEnvelope(request.body);
+}
+
+const Wsman::Offered* Wsman::Find(const SoapMessage& message) const {
+    const std::string action = message.Addressing("Action");
+    pugi::xml_node first = message.Body().first_child();
+    while (first && first.type() != pugi::node_element)
+        first = first.next_sibling();
+    const auto found = m_operations.find(action.empty() ? QualifiedName(first) : action);
+    return found == m_operations.end() ? nullptr : &found->second;
+}
+
+bool Wsman::IsFree(const std::string& text) const {
+    try {
+        const Offered* asked = Find(SoapMessage(text));
+        return asked && asked->access == Access::Free;
+    } catch (const SoapFault&) {
+        return false;  // a client that is not known does not learn what is wrong with its message
+    }
 }
 
 HttpResponse Wsman::HandleEnvelope(const std::string& text) const {
@@ -55,19 +75,16 @@ HttpResponse Wsman::HandleEnvelope(const std::string& text) const {
         const SoapMessage message(text);
         messageId = message.Addressing("MessageID");
         CheckMustUnderstand(message);
-        const std::string action = message.Addressing("Action");
-        pugi::xml_node first = message.Body().first_child();
-        while (first && first.type() != pugi::node_element)
-            first = first.next_sibling();
-        const auto found = m_operations.find(action.empty() ? QualifiedName(first) : action);
-        if (found == m_operations.end()) {
+        const Offered* asked = Find(message);
+        if (!asked) {
+            const std::string action = message.Addressing("Action");
             if (action.empty())
                 throw SoapFault("s:Sender", "wsa:MessageInformationHeaderRequired",
                                 "The header wsa:Action is missing.");
             throw SoapFault("s:Sender", "wsa:ActionNotSupported", "The action is not supported: " + action);
         }
         SoapAnswer answer;
-        found->second(message, answer);
+        asked->run(message, answer);
         return Soap(200, answer.Text());
     } catch (const SoapFault& fault) {
         return Soap(StatusOf(fault), FaultText(fault, messageId));
@@ -75,8 +92,7 @@ HttpResponse Wsman::HandleEnvelope(const std::string& text) const {
 }
 
 void OfferIdentify(Wsman& wsman, std::function<Identity()> identity) {
-    wsman.Offer("{" + std::string(ns::kIdentity) + "}Identify", [identity = std::move(identity)](
-                                                                    const SoapMessage&, SoapAnswer& answer) {
+    const auto answerIdentify = [identity = std::move(identity)](const SoapMessage&, SoapAnswer& answer) {
         const Identity told = identity();
         answer.Envelope().append_attribute("xmlns:wsmid") = ns::kIdentity;
         pugi::xml_node body = answer.Body().append_child("wsmid:IdentifyResponse");
@@ -84,7 +100,8 @@ void OfferIdentify(Wsman& wsman, std::function<Identity()> identity) {
         AppendText(body, "wsmid:ProductVendor", told.productVendor);
         AppendText(body, "wsmid:ProductVersion", told.productVersion);
         AppendText(body, "dash:DASHVersion", told.dashVersion).append_attribute("xmlns:dash") = ns::kDash;
-    });
+    };
+    wsman.Offer("{" + std::string(ns::kIdentity) + "}Identify", answerIdentify, Wsman::Access::Free);
 }
 
 }  // namespace mpm

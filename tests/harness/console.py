@@ -36,6 +36,18 @@ REQUEST_POWER_STATE_CHANGE = f"""<?xml version="1.0" encoding="UTF-8"?>
   </s:Body>
 </s:Envelope>"""
 
+GET_COMPUTER_SYSTEM = f"""<?xml version="1.0" encoding="UTF-8"?>
+<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" xmlns:wsa="http://schemas.xmlsoap.org/ws/2004/08/addressing"
+            xmlns:wsman="http://schemas.dmtf.org/wbem/wsman/1/wsman.xsd">
+  <s:Header>
+    <wsa:Action s:mustUnderstand="true">http://schemas.xmlsoap.org/ws/2004/09/transfer/Get</wsa:Action>
+    <wsa:MessageID>uuid:7b3c6c0e-55b6-4a53-8c0c-6d2f1d8f4b02</wsa:MessageID>
+    <wsa:ReplyTo><wsa:Address>http://schemas.xmlsoap.org/ws/2004/08/addressing/role/anonymous</wsa:Address></wsa:ReplyTo>
+    <wsman:ResourceURI s:mustUnderstand="true">{CIM}CIM_ComputerSystem</wsman:ResourceURI>
+  </s:Header>
+  <s:Body/>
+</s:Envelope>"""
+
 # Power states as CIM numbers them.
 SLEEP, POWER_CYCLE, OFF_HARD, HIBERNATE, OFF_SOFT_GRACEFUL = 3, 5, 6, 7, 12
 
@@ -43,8 +55,9 @@ SLEEP, POWER_CYCLE, OFF_HARD, HIBERNATE, OFF_SOFT_GRACEFUL = 3, 5, 6, 7, 12
 class Console:
     """Posts WS-Management requests over HTTPS to the DASH port of a host."""
 
-    def __init__(self, address):
+    def __init__(self, address, user=None, password=None):
         self.address = address
+        self._credentials = ["--anyauth", "--user", f"{user}:{password}"] if user else []
 
     @property
     def url(self):
@@ -54,7 +67,7 @@ class Console:
         """The answer's HTTP status and body. The simulated firmware signs its own certificate, so it isn't checked."""
         done = subprocess.run(
             ["curl", "--silent", "--show-error", "--insecure", "--max-time", str(patience), "--write-out", "\n%{http_code}",
-             "--header", "Content-Type: application/soap+xml;charset=UTF-8", "--data-binary", "@-", self.url],
+             "--header", "Content-Type: application/soap+xml;charset=UTF-8", "--data-binary", "@-", *self._credentials, self.url],
             input=envelope, capture_output=True, text=True, timeout=patience + 10,
         )
         assert done.returncode == 0, f"curl ended with {done.returncode}: {done.stderr}"

@@ -17,6 +17,7 @@ class Firmware:
         self.record_path = self.workdir / "firmware.jsonl"
         self.log_path = self.workdir / "mpmsim.log"
         self.control_path = self.workdir / "mpmsim.sock"
+        self.certificate_path = self.workdir / "firmware.pem"
         self._dash = dash
         self._kvm = kvm
         self._record = record
@@ -30,6 +31,7 @@ class Firmware:
         ready.unlink(missing_ok=True)
         command = [build_folder() / "mpmsim", "run", "--listen", self.address, "--control", self.control_path]
         command += ["--settings", self._settings, "--dash", self._dash, "--kvm", self._kvm, "--ready-file", ready]
+        command += ["--certificate", self.certificate_path]
         if self._record:
             command += ["--record", self.record_path]
         if self._quiet:

@@ -85,6 +85,17 @@ TEST_F(HttpConnectionTest, TellsAClientThatAsksToSendItsBody) {
     EXPECT_TRUE(m_http.Feed("abc").ends_with("POST / [abc]"));
 }
 
+TEST_F(HttpConnectionTest, HandsOverTheCredentials) {
+    HttpConnection http([](const HttpRequest& request) {
+        return HttpResponse{200, "", request.authorization, ""};
+    });
+    EXPECT_TRUE(
+        http.Feed("GET / HTTP/1.1\r\nauthorization: Basic YQ==\r\n\r\n").ends_with("\r\n\r\nBasic YQ=="));
+    EXPECT_TRUE(http.Feed("GET / HTTP/1.1\r\n\r\n").ends_with("\r\n\r\n"));
+    EXPECT_TRUE(http.Feed("GET / HTTP/1.1\r\nAuthorization: a\r\nAuthorization: b\r\n\r\n")
+                    .ends_with("\r\n\r\na, b"));
+}
+
 TEST_F(HttpConnectionTest, SpeaksNoOtherProtocol) {
     const std::string answer = m_http.Feed(
         "POST / HTTP/1.1\r\nHost: x\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nContent-Length: "

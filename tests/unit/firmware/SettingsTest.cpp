@@ -52,6 +52,41 @@ TEST(SettingsTest, NeverShowTheCloudKey) {
     EXPECT_EQ(Compact(settings.ToJson()).find("PRIVATE"), std::string::npos);
 }
 
+TEST(SettingsTest, HoldUsersWithoutShowingTheirPasswords) {
+    Settings settings = Settings::FromJson(Parse(R"({"Users": {"administrator": "pass.word", "é": 12345}})"));
+    EXPECT_EQ(settings.Users["administrator"], "pass.word");
+    EXPECT_EQ(settings.Users["é"], "12345");
+    settings.Set("users.second.user", "p=:");
+    EXPECT_EQ(settings.Users["second.user"], "p=:");
+    EXPECT_EQ(settings.ToJson()["Users"].getMemberNames(),
+              (std::vector<std::string>{"administrator", "second.user", "é"}));
+    const std::string shown = Compact(settings.ToJson());
+    for (const char* password : {"pass.word", "12345", "p=:"})
+        EXPECT_EQ(shown.find(password), std::string::npos) << shown;
+    settings.Set("Users.administrator", "");
+    EXPECT_EQ(settings.Users.size(), 2u);
+    for (const auto& [key, password] : {std::pair{"Users.", "secret"},
+                                        {"Users.a:b", "secret"},
+                                        {"Users.a", "secret\n"},
+                                        {"Users.a\n", "secret"}}) {
+        try {
+            settings.Set(key, password);
+            ADD_FAILURE() << key;
+        } catch (const std::invalid_argument& refusal) {
+            EXPECT_EQ(std::string(refusal.what()).find("secret"), std::string::npos) << refusal.what();
+        }
+    }
+}
+
+TEST(SettingsTest, ListTheChallengesInOrder) {
+    Settings settings;
+    EXPECT_EQ(settings.ToJson()["Challenges"], "MD5,SHA-256,Basic");
+    settings.Set("Challenges", "sha-256,basic");
+    EXPECT_EQ(settings.ToJson()["Challenges"], "SHA-256,Basic");
+    for (const char* wrong : {"", "MD5,MD5", "NTLM", "MD5, Basic"})
+        EXPECT_THROW(settings.Set("Challenges", wrong), std::invalid_argument) << wrong;
+}
+
 TEST(SettingsTest, RefuseWhatTheyCannotBe) {
     for (const char* text :
          {R"([])", R"("x")", R"({"Unknown": 1})", R"({"Cloud": 1})", R"({"uVORKVersion": "abc"})",

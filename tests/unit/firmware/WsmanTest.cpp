@@ -146,6 +146,18 @@ TEST_F(WsmanTest, CarriesOutAnOperationThatWasOffered) {
     EXPECT_EQ(TextAt(fault, "Envelope/Header/Action"), "http://schemas.dmtf.org/wbem/wsman/1/wsman/fault");
 }
 
+TEST_F(WsmanTest, AnswersOnlyAnIdentifyToAClientThatIsNotKnown) {
+    m_wsman.Offer("urn:do", [](const SoapMessage&, SoapAnswer&) { FAIL() << "carried out"; });
+    m_wsman.GuardBy([](const HttpRequest&) { return HttpResponse{401, "", "", "X: y\r\n"}; });
+    EXPECT_EQ(Post(kIdentify).status, 200);
+    for (const std::string& text :
+         {Envelope("<wsa:Action>urn:do</wsa:Action>", "<x/>"),
+          Envelope("<wsa:Action>urn:other</wsa:Action>", "<x/>"), std::string(""), std::string("no XML")}) {
+        EXPECT_EQ(Post(text).status, 401) << text;
+        EXPECT_EQ(Post(text).extraHeaders, "X: y\r\n");
+    }
+}
+
 TEST_F(WsmanTest, SurvivesMutatedEnvelopes) {
     std::mt19937 random(7);
     for (int round = 0; round < 3000; ++round) {
