@@ -116,7 +116,7 @@ sockaddr_in DASHClientInterface::TakePeerOf(SOCKET socket) {
     return entry ? entry.mapped() : sockaddr_in{};
 }
 
-// Keeps the socket open without serving it. The socket is closed with this object.
+// Keeps the socket open without serving it. A reset does not close it; the end of this object does.
 void DASHClientInterface::KeepUnattended(SOCKET socket) {
     std::lock_guard lock(m_unattendedMutex);
     m_unattendedSockets.emplace_back(socket);

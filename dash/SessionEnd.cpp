@@ -130,9 +130,5 @@ void DASHClientInterface::ResetDASHCommunication() {
         shutdown(socket, SD_SEND);
         closesocket(socket);
     }
-    {
-        std::lock_guard lock(m_unattendedMutex);
-        m_unattendedSockets.clear();
-    }
     m_bStopSession = 0;
 }

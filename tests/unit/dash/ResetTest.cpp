@@ -190,6 +190,25 @@ TEST_F(Reset, ClosesTheConsolesThatWait) {
     EXPECT_FALSE(announced->AwaitClose(50ms));
 }
 
+TEST_F(Reset, DoesNotCloseAConsoleThatTheFirmwareCannotBeToldOf) {
+    Start(50);
+    ExpectErrors({"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()",
+                  "Failed to create socket for DASH client with address: ", "send() failed 5 times.",
+                  kStoppedPool});
+    AllowErrorsOfAStop();
+    firmware.Refuse("WriteIPCompleteInformation", ERROR_GEN_FAILURE, 1);
+    ConsoleClient unattended = Connect();
+    AwaitLog("Failed to create socket for DASH client with address: ");
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    ResetDuringAnnouncement(client);
+    for (ConsoleClient& console : waiting)
+        ASSERT_TRUE(console.AwaitClose());
+    EXPECT_FALSE(unattended.AwaitClose(50ms));
+    Stop();
+    EXPECT_TRUE(unattended.AwaitClose());
+}
+
 TEST_F(Reset, AConsoleThatTheFirmwareCannotBeToldOfHangsAndTheNextIsServed) {
     Start(44);
     ExpectErrors({"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()",
