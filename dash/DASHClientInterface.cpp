@@ -50,8 +50,7 @@ bool DASHClientInterface::AcceptConnection() {
         std::lock_guard lock(m_socketAddressMutex);
         m_socketAddressMap[socket.Get()] = peer;
     }
-    m_socketQueue.push(socket.Get());
-    socket.Release();
+    m_socketQueue.push(std::move(socket));
     LogInfo("Process the accepted connection");
     // The queue holds at most one task for each waiting connection. The first task serves all of them, and
     // another task runs only when the first has given up. Without this limit, tasks would accumulate for as
@@ -69,28 +68,24 @@ void DASHClientInterface::CloseHttpsSocket() {
 void DASHClientInterface::HandleQueuedSockets() {
     while (AwaitNoSession()) {
         LogInfo("Handling queued socket");
-        const SOCKET socket = m_socketQueue.pop();
-        if (socket == INVALID_SOCKET) return;
-        LogInfo("Popping queued socket with address: %I64x", socket);
-        if (g_pServiceState->m_bServiceStopping) return KeepUnattended(socket);
-        try {
-            if (!NotifyMPMOfDASHClient(TakePeerOf(socket))) {
-                LogError("Failed to create socket for DASH client with address: %I64x", socket);
-                return KeepUnattended(socket);
-            }
-        } catch (...) {
-            KeepUnattended(socket);
-            throw;
+        UniqueSocket socket = m_socketQueue.pop();
+        if (!socket) return;
+        const SOCKET address = socket.Get();
+        LogInfo("Popping queued socket with address: %I64x", address);
+        if (g_pServiceState->m_bServiceStopping) return KeepUnattended(std::move(socket));
+        if (!NotifyMPMOfDASHClient(TakePeerOf(address))) {
+            LogError("Failed to create socket for DASH client with address: %I64x", address);
+            return KeepUnattended(std::move(socket));
         }
-        LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", socket);
+        LogInfo("Spawning threads to send and receive DASH traffic for socket with address: %I64x", address);
         m_bStopSession = 0;
         // The firmware may answer the session's first bytes before the send task is enqueued.
         auto counted = std::make_shared<CountedSendTask>();
-        AssociateSocket(UniqueSocket(socket));
+        AssociateSocket(std::move(socket));
         EnqueueUnlessWaiting(m_recvPool, [this] { DataRecvThread(); });
         EnqueueUnlessWaiting(m_sendPool, [this, counted = std::move(counted)] { SendDataToDASHClient(); });
         EnqueueUnlessWaiting(m_monitorPool, [this] { MonitorClientActivity(); });
-        LogInfo("Processing DASH traffic for socket with address: %I64x", socket);
+        LogInfo("Processing DASH traffic for socket with address: %I64x", address);
     }
 }
 
@@ -117,9 +112,9 @@ sockaddr_in DASHClientInterface::TakePeerOf(SOCKET socket) {
 }
 
 // Keeps the socket open without serving it. A reset does not close it; the end of this object does.
-void DASHClientInterface::KeepUnattended(SOCKET socket) {
+void DASHClientInterface::KeepUnattended(UniqueSocket socket) {
     std::lock_guard lock(m_unattendedMutex);
-    m_unattendedSockets.emplace_back(socket);
+    m_unattendedSockets.push_back(std::move(socket));
 }
 
 bool DASHClientInterface::NotifyMPMOfDASHClient(const sockaddr_in& peer) {

@@ -67,7 +67,7 @@ class DASHClientInterface {
     bool AwaitNoSession();
     void EnqueueUnlessWaiting(ThreadPool& pool, std::function<void()> task);
     sockaddr_in TakePeerOf(SOCKET socket);
-    void KeepUnattended(SOCKET socket);
+    void KeepUnattended(UniqueSocket socket);
     bool NotifyMPMOfDASHClient(const sockaddr_in& peer);
     void AssociateSocket(UniqueSocket socket);
 

@@ -125,10 +125,11 @@ void DASHClientInterface::ResetDASHCommunication() {
     m_bStopSession = 1;
     for (ThreadPool* pool : {&m_sendPool, &m_recvPool, &m_monitorPool, &m_queuePool})
         pool->Stop();
-    for (SOCKET socket = INVALID_SOCKET; (socket = m_socketQueue.tryPop()) != INVALID_SOCKET;) {
+    // A console that connects from now on stays open.
+    for (auto sockets = m_socketQueue.takeAll(); !sockets.empty(); sockets.pop()) {
+        const SOCKET socket = sockets.front().Get();
         LogInfo("Closing accept socket with address: %I64x", socket);
         shutdown(socket, SD_SEND);
-        closesocket(socket);
     }
     m_bStopSession = 0;
 }

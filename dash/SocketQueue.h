@@ -6,30 +6,36 @@
 #include <condition_variable>
 #include <mutex>
 #include <queue>
+#include <utility>
+
+#include "base/Handles.h"
 
 class SocketQueue {
   public:
-    void push(SOCKET socket) {
+    void push(UniqueSocket socket) {
         {
             std::lock_guard lock(m_mutex);
-            m_sockets.push(socket);
+            m_sockets.push(std::move(socket));
         }
         m_condition.notify_one();
     }
 
-    // Blocks until a socket is available. Returns INVALID_SOCKET once the queue is closed, even when it still
+    // Blocks until a socket is available. Returns an empty owner once the queue is closed, even when it still
     // holds sockets.
-    SOCKET pop() {
+    UniqueSocket pop() {
         std::unique_lock lock(m_mutex);
         m_condition.wait(lock, [this] { return m_closed || !m_sockets.empty(); });
-        return m_closed ? INVALID_SOCKET : TakeFront();
+        if (m_closed) return {};
+        UniqueSocket socket = std::move(m_sockets.front());
+        m_sockets.pop();
+        return socket;
     }
 
-    // Returns the next socket without blocking, even from a closed queue. Returns INVALID_SOCKET when there
-    // is none.
-    SOCKET tryPop() {
+    // Returns all sockets at once without blocking, even from a closed queue. Those that come later stay in
+    // the queue.
+    std::queue<UniqueSocket> takeAll() {
         std::lock_guard lock(m_mutex);
-        return m_sockets.empty() ? INVALID_SOCKET : TakeFront();
+        return std::exchange(m_sockets, {});
     }
 
     size_t size() {
@@ -47,14 +53,8 @@ class SocketQueue {
     }
 
   private:
-    SOCKET TakeFront() {
-        const SOCKET socket = m_sockets.front();
-        m_sockets.pop();
-        return socket;
-    }
-
     std::mutex m_mutex;
     std::condition_variable m_condition;
-    std::queue<SOCKET> m_sockets;
+    std::queue<UniqueSocket> m_sockets;
     bool m_closed = false;
 };

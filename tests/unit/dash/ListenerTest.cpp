@@ -1,7 +1,10 @@
 // The accept thread: its listener, and the end that a service stop brings to it and to the sessions.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
+#include <stdexcept>
+#include <string>
 
 #include "tests/unit/dash/DashFixture.h"
 
@@ -63,6 +66,21 @@ TEST_F(Listener, AnAcceptedSocketThatCannotBeMadeNonBlockingIsClosed) {
     EXPECT_TRUE(client.AwaitClose());
     AwaitLog("ioctlsocket() API failed with error: 10022");
     AwaitLog("Accept socket is invalid");
+}
+
+TEST_F(Listener, AConsoleWhoseAnnouncementThrowsIsClosedAndTheNextIsServed) {
+    Start(50);
+    AwaitLog("Calling HTTPS Socket Accept");
+    std::atomic<int> requests{0};
+    Gate().Ask([&](const std::string& call, const void*) -> uint32_t {
+        // The first request asks for the firmware's state.
+        if (call == "DeviceIoControl" && ++requests == 2) throw std::runtime_error("of the platform");
+        return 0;
+    });
+    ConsoleClient lost = Connect();
+    EXPECT_TRUE(lost.AwaitClose());
+    ConsoleClient next = Connect();
+    AwaitSessions(1);
 }
 
 TEST_F(Listener, AStopClosesItWithoutAnError) {

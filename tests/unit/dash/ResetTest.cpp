@@ -39,8 +39,8 @@ class Reset : public DashFixture {
     }
 
     // Ends the session by a reset while the firmware is being told of the next console, until all pools are
-    // stopped. Consoles that have come meanwhile wait in the queue.
-    void ResetDuringAnnouncement(ConsoleClient& client) {
+    // stopped. Consoles that have come meanwhile wait in the queue. So many `consoles` have connected before.
+    void ResetDuringAnnouncement(ConsoleClient& client, size_t consoles = 1) {
         firmware.Hold("GetMPMStatus");
         announced.emplace(Connect());
         ResetBySends(client);
@@ -50,6 +50,7 @@ class Reset : public DashFixture {
             waiting.push_back(Connect());
             return LogCount(kStoppedPool) > 0;
         }));
+        AwaitLog("Process the accepted connection", consoles + 1 + waiting.size());
         firmware.Release("GetMPMStatus");
         AwaitLog("Spawning threads to send and receive DASH traffic for socket with address: ", 2);
     }
@@ -201,7 +202,7 @@ TEST_F(Reset, DoesNotCloseAConsoleThatTheFirmwareCannotBeToldOf) {
     AwaitLog("Failed to create socket for DASH client with address: ");
     ConsoleClient client = Connect();
     AwaitSessions(1);
-    ResetDuringAnnouncement(client);
+    ResetDuringAnnouncement(client, 2);
     for (ConsoleClient& console : waiting)
         ASSERT_TRUE(console.AwaitClose());
     EXPECT_FALSE(unattended.AwaitClose(50ms));
