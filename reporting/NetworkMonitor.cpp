@@ -49,6 +49,8 @@ void NetworkMonitor::NetworkScanThread() {
     while (WaitForSingleObject(m_hNetworkScanStopEvent.Get(), kScanPeriodMilliseconds) == WAIT_TIMEOUT) {
         // A scan after a WLAN event postpones this one by at most one period.
         if (SteadyTime() - m_lastNetworkScanTime < kLeastScanDistance) continue;
+        // Without its notifications nothing else would notice that the registration is gone.
+        RenewWlanRegistration();
         // The periodic scan does not send the list; only WLAN events and the platform update do.
         ReportNetwork({.logsCount = true});
     }

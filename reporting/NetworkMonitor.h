@@ -67,7 +67,12 @@ class NetworkMonitor {
     void NetworkScanThread();
     void HandleWlanEvent(DWORD source, DWORD code);
     bool IsOldFirmwaresEvent(DWORD source, DWORD code) const;
-    HANDLE WlanClient(DWORD& error);
+    DWORD RegisterWlanClient();
+    // Registers again when the WLAN service has restarted since the registration.
+    void RenewWlanRegistration();
+    std::shared_ptr<const UniqueWlanHandle> WlanClient(DWORD& error);
+    void DropWlanClient(const std::shared_ptr<const UniqueWlanHandle>& client);
+    DWORD ListWlanInterfaces(UniqueWlanMemory& list);
 
     IPv4InfoStore& m_addresses;
     NetworkStateStore& m_reported;
@@ -81,12 +86,14 @@ class NetworkMonitor {
     std::atomic<uint64_t> m_lastNetworkScanTime{0};
 
     std::mutex m_wlanMutex;  // guards the two handles
-    // The client that receives notifications, and whether it has been registered.
+    // The client that receives notifications, and whether it has been registered. A registered client is
+    // missing only while it cannot be renewed.
     struct {
         HANDLE client = nullptr;
         bool registered = false;
     } m_wlanRegistration;
-    UniqueWlanHandle m_hWlanClient;  // for queries; the first one opens it
+    // For queries; the first one opens it. A query that is under way keeps the handle open.
+    std::shared_ptr<const UniqueWlanHandle> m_hWlanClient;
     std::atomic<uint8_t> m_bWlanEventPending{0};
 };
 

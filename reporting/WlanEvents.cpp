@@ -7,11 +7,19 @@ namespace {
 
 constexpr DWORD kClientVersion = 2;
 constexpr DWORD kDebounceMilliseconds = 2000;
+constexpr const char* kRegister = "RegisterWlanNotification";
 
 // Runs on a thread of the WLAN service, which cannot handle exceptions. A thread that cannot be started
 // therefore ends the process.
 VOID WINAPI WlanCallback(PWLAN_NOTIFICATION_DATA data, PVOID context) noexcept {
     if (data) static_cast<NetworkMonitor*>(context)->OnWlanNotification(*data);
+}
+
+DWORD EnumInterfaces(HANDLE client, UniqueWlanMemory& list) {
+    PWLAN_INTERFACE_INFO_LIST found = nullptr;
+    const DWORD error = WlanEnumInterfaces(client, nullptr, &found);
+    list.Reset(found);
+    return error;
 }
 
 void PrintWLANState(WLAN_INTERFACE_STATE state) {
@@ -41,15 +49,19 @@ void PrintWLANState(WLAN_INTERFACE_STATE state) {
 }  // namespace
 
 DWORD NetworkMonitor::RegisterWlanNotification() {
-    constexpr const char* kName = "RegisterWlanNotification";
     std::lock_guard lock(m_wlanMutex);
     if (m_wlanRegistration.client) {
-        LogInfo("%s: WLAN registration already done", kName);
+        LogInfo("%s: WLAN registration already done", kRegister);
         return ERROR_SUCCESS;
     }
+    return RegisterWlanClient();
+}
+
+// The caller holds m_wlanMutex.
+DWORD NetworkMonitor::RegisterWlanClient() {
     DWORD version = 0;
     if (const DWORD error = WlanOpenHandle(kClientVersion, nullptr, &version, &m_wlanRegistration.client)) {
-        LogInfo("%s: WlanOpenHandle() failed with error: %d", kName, error);
+        LogInfo("%s: WlanOpenHandle() failed with error: %d", kRegister, error);
         m_wlanRegistration.client = nullptr;
         return error;
     }
@@ -60,9 +72,22 @@ DWORD NetworkMonitor::RegisterWlanNotification() {
     if (error) {
         LogInfo("WlanRegisterNotification failed with error: %d", error);
     } else {
-        LogInfo("%s: has registered ZEL to receive network change notifications successfully", kName);
+        LogInfo("%s: has registered ZEL to receive network change notifications successfully", kRegister);
     }
     return error;
+}
+
+void NetworkMonitor::RenewWlanRegistration() {
+    std::lock_guard lock(m_wlanMutex);
+    if (!m_wlanRegistration.registered) return;
+    if (m_wlanRegistration.client) {
+        UniqueWlanMemory list;
+        if (EnumInterfaces(m_wlanRegistration.client, list) != ERROR_INVALID_HANDLE) return;
+        LogWarn("%s: WLAN client handle is no longer valid, registering again", kRegister);
+        UniqueWlanHandle(m_wlanRegistration.client).Reset();
+        m_wlanRegistration.client = nullptr;
+    }
+    RegisterWlanClient();
 }
 
 void NetworkMonitor::UnRegisterWlanNotification() {
@@ -70,6 +95,7 @@ void NetworkMonitor::UnRegisterWlanNotification() {
     std::lock_guard lock(m_wlanMutex);
     if (!m_wlanRegistration.registered || !m_wlanRegistration.client) {
         LogInfo("%s: Skipping WLAN unregistration", kName);
+        m_wlanRegistration = {};
         return;
     }
     const HANDLE client = m_wlanRegistration.client;
@@ -97,28 +123,48 @@ void NetworkMonitor::OnWlanNotification(const WLAN_NOTIFICATION_DATA& data) {
 }
 
 // Returns the client for queries. Returns null and sets the error when it cannot be opened.
-HANDLE NetworkMonitor::WlanClient(DWORD& error) {
+std::shared_ptr<const UniqueWlanHandle> NetworkMonitor::WlanClient(DWORD& error) {
     std::lock_guard lock(m_wlanMutex);
+    error = ERROR_SUCCESS;
+    if (m_hWlanClient) return m_hWlanClient;
+    const auto client = std::make_shared<UniqueWlanHandle>();
     DWORD version = 0;
-    error = m_hWlanClient ? ERROR_SUCCESS
-                          : WlanOpenHandle(kClientVersion, nullptr, &version, m_hWlanClient.Receive());
-    return m_hWlanClient.Get();
+    error = WlanOpenHandle(kClientVersion, nullptr, &version, client->Receive());
+    if (error == ERROR_SUCCESS) m_hWlanClient = client;
+    return m_hWlanClient;
+}
+
+// Makes the next query open a new client, unless another thread has dropped this one already.
+void NetworkMonitor::DropWlanClient(const std::shared_ptr<const UniqueWlanHandle>& client) {
+    std::lock_guard lock(m_wlanMutex);
+    if (m_hWlanClient == client) m_hWlanClient.reset();
+}
+
+// A restart of the WLAN service invalidates all its clients. The second attempt uses a new one.
+DWORD NetworkMonitor::ListWlanInterfaces(UniqueWlanMemory& list) {
+    constexpr int kAttempts = 2;
+    DWORD error = ERROR_SUCCESS;
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        const auto client = WlanClient(error);
+        if (!client) {
+            LogInfo("WlanOpenHandle failed with error: %d", error);
+            return error;
+        }
+        error = EnumInterfaces(client->Get(), list);
+        if (error == ERROR_SUCCESS) return error;
+        LogInfo("WlanEnumInterfaces failed with error: %d", error);
+        if (error != ERROR_INVALID_HANDLE) return error;
+        DropWlanClient(client);
+        if (attempt == 1) RenewWlanRegistration();
+    }
+    return error;
 }
 
 DWORD NetworkMonitor::CheckIfWLANConnected(bool verbose, GUID& interfaceGuid) {
-    DWORD error = ERROR_SUCCESS;
-    const HANDLE client = WlanClient(error);
-    if (error) {
-        LogInfo("WlanOpenHandle failed with error: %d", error);
-        return error;
-    }
-    PWLAN_INTERFACE_INFO_LIST list = nullptr;
-    if ((error = WlanEnumInterfaces(client, nullptr, &list))) {
-        LogInfo("WlanEnumInterfaces failed with error: %d", error);
-        return error;
-    }
+    UniqueWlanMemory owner;
+    if (const DWORD error = ListWlanInterfaces(owner)) return error;
+    const auto* const list = static_cast<const WLAN_INTERFACE_INFO_LIST*>(owner.Get());
     if (!list) return ERROR_INTERNAL_ERROR;
-    const UniqueWlanMemory owner(list);
     if (verbose)
         LogInfo("%s: Number of Entries: %lu, Current Index: %lu", "CheckIfWLANConnected",
                 list->dwNumberOfItems, list->dwIndex);

@@ -62,6 +62,11 @@ Json::Value NotifyWlan(const Json::Value& request) {
     return ReadWlan(request);
 }
 
+Json::Value RestartWlan(const Json::Value& request) {
+    WlanService::Instance().Restart();
+    return ReadWlan(request);
+}
+
 Json::Value SetWlanState(const Json::Value& request) {
     const uint32_t state = StateOf(request), number = InterfaceOf(request);
     Pc::Instance().Change([&](PcDescription& pc) {
@@ -86,6 +91,8 @@ std::vector<Command> HostCommands() {
          {{"code", Kind::Number, "10 is connected, 21 disconnected"},
           {"source", Kind::Number, "8, the auto configuration, when left out", false},
           interface}},
+        {"wlan restart", "restarts the WLAN service: all handles of its clients are invalid then",
+         RestartWlan},
         {"wlan state",
          "sets an interface's state without a notification",
          SetWlanState,

@@ -111,8 +111,10 @@ PcDescription Pc::Description() const {
 void Pc::Change(const std::function<void(PcDescription&)>& change) {
     {
         std::lock_guard lock(m_mutex);
+        const bool wlanServiceRan = m_description.wlanService;
         change(m_description);
         ++m_revision;
+        if (wlanServiceRan && !m_description.wlanService) ++m_wlanServiceStops;
     }
     ProcessWatcher::OnDescriptionChanged();
 }

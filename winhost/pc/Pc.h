@@ -139,6 +139,8 @@ class Pc {
     void Record(Type record) {
         m_journal.Add(std::move(record));
     }
+    // How often a Change has stopped the WLAN service. A client of the service belongs to one run of it.
+    uint64_t WlanServiceStops() const { return m_wlanServiceStops.load(std::memory_order_acquire); }
     template <class Type>
     std::vector<Type> Records() const {
         return m_journal.All<Type>();
@@ -155,3 +157,4 @@ class Pc {
 };
 
 }  // namespace winhost
+    std::atomic<uint64_t> m_wlanServiceStops{0};

@@ -50,6 +50,18 @@ TEST_F(HostCommands, ANotificationHasBeenHeardWhenTheAnswerComes) {
     WlanCloseHandle(client, nullptr);
 }
 
+TEST_F(HostCommands, TheWlanServiceRestartsWithoutItsListeners) {
+    HANDLE client = nullptr;
+    DWORD negotiated = 0;
+    std::vector<DWORD> heard;
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &client));
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_ALL, TRUE,
+                                                             Listen, &heard, nullptr, nullptr));
+    EXPECT_EQ(0, Result(R"({"command": "wlan", "action": "restart"})")["listeners"].asInt());
+    EXPECT_TRUE(winhost::Pc::Instance().Description().wlanService);
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(client, nullptr));
+}
+
 TEST_F(HostCommands, AnInterfaceChangesItsState) {
     EXPECT_EQ(
         "connected",

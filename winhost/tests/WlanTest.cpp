@@ -186,6 +186,39 @@ TEST_F(Wlan, WithoutItsServiceNothingIsOpened) {
     EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, Unregister());
 }
 
+TEST_F(Wlan, ARestartOfItsServiceInvalidatesHandlesAndRegistrations) {
+    Register();
+    WlanService::Instance().Restart();
+    EXPECT_EQ(0u, WlanService::Instance().Listeners());
+    Notify(kConnected);
+    EXPECT_TRUE(m_heard.notifications.empty());
+    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanEnumInterfaces(m_client, nullptr, &list));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Unregister());
+    const size_t open = winhost::HandleTable::Instance().Size();
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(m_client, nullptr));
+    EXPECT_EQ(open - 1, winhost::HandleTable::Instance().Size());
+
+    DWORD negotiated = 0;
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &m_client));
+    Register();
+    Notify(kConnected);
+    EXPECT_EQ(1u, m_heard.notifications.size());
+}
+
+TEST_F(Wlan, AStoppedServiceIsNamedBeforeAHandleOfItsLastRun) {
+    const auto run = [](bool runs) {
+        winhost::Pc::Instance().Change([&](auto& pc) { pc.wlanService = runs; });
+    };
+    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    run(false);
+    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, WlanEnumInterfaces(m_client, nullptr, &list));
+    run(true);
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanEnumInterfaces(m_client, nullptr, &list));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(m_client, nullptr));
+    m_client = nullptr;
+}
+
 TEST_F(Wlan, RefusesWhatIsNoClient) {
     DWORD negotiated = 0;
     WLAN_INTERFACE_INFO_LIST* list = nullptr;

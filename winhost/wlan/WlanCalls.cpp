@@ -20,6 +20,17 @@ bool IsServiceRunning() {
     return winhost::Pc::Instance().Description().wlanService;
 }
 
+// The client of a handle. Returns null, and the error that Windows gives, when the service is stopped or when
+// the handle is none of the clients of its present run.
+std::shared_ptr<WlanClient> FindClient(HANDLE handle, DWORD& error) {
+    const auto client = HandleTable::Instance().Find<WlanClient>(handle);
+    error = !client               ? ERROR_INVALID_HANDLE
+            : !IsServiceRunning() ? ERROR_SERVICE_NOT_ACTIVE
+            : !client->IsValid()  ? ERROR_INVALID_HANDLE
+                                  : ERROR_SUCCESS;
+    return error == ERROR_SUCCESS ? client : nullptr;
+}
+
 void Fill(WLAN_INTERFACE_INFO& info, const winhost::WlanInterface& wlan) {
     info = {};
     info.InterfaceGuid = winhost::ParseGuid(wlan.guid).value_or(GUID{});
@@ -49,15 +60,17 @@ DWORD WlanCloseHandle(HANDLE hClientHandle, PVOID pReserved) {
     const auto client = HandleTable::Instance().Find<WlanClient>(hClientHandle);
     if (!client) return ERROR_INVALID_HANDLE;
     WlanService::Instance().Register(*client, WLAN_NOTIFICATION_SOURCE_NONE, false, nullptr, nullptr);
-    return HandleTable::Instance().Close<WlanClient>(hClientHandle) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    // A client of an earlier run of the service is freed all the same.
+    const bool closed = HandleTable::Instance().Close<WlanClient>(hClientHandle);
+    return closed && client->IsValid() ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
 DWORD WlanEnumInterfaces(HANDLE hClientHandle, PVOID pReserved, PWLAN_INTERFACE_INFO_LIST* ppInterfaceList) {
     WINHOST_GATE_CODE("WlanEnumInterfaces");
     if (pReserved || !ppInterfaceList) return ERROR_INVALID_PARAMETER;
-    if (!HandleTable::Instance().Find<WlanClient>(hClientHandle)) return ERROR_INVALID_HANDLE;
+    DWORD error = ERROR_SUCCESS;
+    if (!FindClient(hClientHandle, error)) return error;
     const auto pc = winhost::Pc::Instance().Description();
-    if (!pc.wlanService) return ERROR_SERVICE_NOT_ACTIVE;
     const size_t size = std::max(sizeof(WLAN_INTERFACE_INFO_LIST),
                                  offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) +
                                      pc.wlanInterfaces.size() * sizeof(WLAN_INTERFACE_INFO));
@@ -76,9 +89,9 @@ DWORD WlanRegisterNotification(HANDLE hClientHandle, DWORD dwNotifSource, BOOL b
                                PVOID pReserved, PDWORD pdwPrevNotifSource) {
     WINHOST_GATE_CODE("WlanRegisterNotification");
     if (pReserved) return ERROR_INVALID_PARAMETER;
-    const auto client = HandleTable::Instance().Find<WlanClient>(hClientHandle);
-    if (!client) return ERROR_INVALID_HANDLE;
-    if (!IsServiceRunning()) return ERROR_SERVICE_NOT_ACTIVE;
+    DWORD error = ERROR_SUCCESS;
+    const auto client = FindClient(hClientHandle, error);
+    if (!client) return error;
     const DWORD before = WlanService::Instance().Register(*client, dwNotifSource, bIgnoreDuplicate != FALSE,
                                                           funcCallback, pCallbackContext);
     if (pdwPrevNotifSource) *pdwPrevNotifSource = before;

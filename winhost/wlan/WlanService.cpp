@@ -46,7 +46,7 @@ DWORD WlanService::Register(WlanClient& client, DWORD source, bool ignoresDuplic
 std::vector<std::shared_ptr<WlanClient>> WlanService::LivingClients() {
     std::vector<std::shared_ptr<WlanClient>> living;
     for (const auto& entry : m_clients)
-        if (auto client = entry.lock()) living.push_back(std::move(client));
+        if (auto client = entry.lock(); client && client->IsValid()) living.push_back(std::move(client));
     return living;
 }
 
@@ -57,6 +57,11 @@ size_t WlanService::Listeners() {
         return client->m_registration.source != WLAN_NOTIFICATION_SOURCE_NONE &&
                client->m_registration.callback;
     }));
+}
+
+void WlanService::Restart() {
+    Pc::Instance().Change([](PcDescription& pc) { pc.wlanService = false; });
+    Pc::Instance().Change([](PcDescription& pc) { pc.wlanService = true; });
 }
 
 void WlanService::Notify(const WlanNotification& notification) {

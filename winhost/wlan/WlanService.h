@@ -13,6 +13,7 @@
 #include <wlanapi.h>
 
 #include "winhost/core/HandleTable.h"
+#include "winhost/pc/Pc.h"
 
 namespace winhost {
 
@@ -29,6 +30,9 @@ class WlanClient : public Object {
   public:
     bool IsClosedByCloseHandle() const override { return false; }
 
+    // False once the service that the client was opened at has stopped. A restart does not bring it back.
+    bool IsValid() const { return m_serviceStops == Pc::Instance().WlanServiceStops(); }
+
   private:
     friend class WlanService;
     struct Registration {
@@ -38,6 +42,7 @@ class WlanClient : public Object {
         void* context = nullptr;
         std::optional<WlanNotification> last;
     };
+    const uint64_t m_serviceStops = Pc::Instance().WlanServiceStops();
     // Guarded by the service's mutex.
     Registration m_registration;
     bool m_inCallback = false;
@@ -58,6 +63,8 @@ class WlanService {
                    WLAN_NOTIFICATION_CALLBACK callback, void* context);
     // So many clients listen: what a test waits for and looks at.
     size_t Listeners();
+    // Stops the service and starts it again. Every client and registration of before is invalid afterwards.
+    void Restart();
 
   private:
     struct Delivery {
@@ -69,6 +76,7 @@ class WlanService {
     [[noreturn]] void Deliver();
     void DeliverTo(WlanClient& client, const WlanNotification& notification,
                    std::unique_lock<std::mutex>& lock);
+    // Those whose handle is open and valid.
     std::vector<std::shared_ptr<WlanClient>> LivingClients();
 
     std::mutex m_mutex;

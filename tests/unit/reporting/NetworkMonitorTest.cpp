@@ -4,68 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "reporting/NetworkInventory.h"
-#include "tests/unit/reporting/ReportingFixture.h"
-#include "winhost/wlan/WlanService.h"
+#include "tests/unit/reporting/MonitoringFixture.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-
-constexpr auto kPeriod = 61002ms;
-
-class NetworkMonitoring : public ReportingFixture {
-  protected:
-    void SetUp() override {
-        ReportingFixture::SetUp();
-        Clock().SetManual(true);
-        SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
-        OpenMailbox();
-    }
-
-    void TearDown() override {
-        service->m_networkMonitor.StopNetworkScanThread();
-        ReportingFixture::TearDown();
-    }
-
-    // The host is reported to firmware of this version; what it heard is forgotten.
-    void ReportTo(uint32_t version) {
-        firmware.Change([&](mpm::Settings& settings) { settings.uVORKVersion = version; });
-        service->UpdatePlatformInfoToMPM();
-        firmware.Clear();
-    }
-
-    void MoveAddress() { SetAdapters({Wired(1, "192.168.7.44", "192.168.7.1")}); }
-
-    void Poll() {
-        ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
-        Advance(kPeriod);
-        ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
-    }
-
-    void Notify(DWORD code, DWORD source = WLAN_NOTIFICATION_SOURCE_ACM) {
-        WLAN_NOTIFICATION_DATA data{};
-        data.NotificationCode = code;
-        data.NotificationSource = source;
-        service->m_networkMonitor.OnWlanNotification(data);
-    }
-
-    // The debounce's two seconds pass, and what follows is over.
-    void PassDebounce() {
-        ASSERT_TRUE(Clock().AwaitSleeper(2000ms));
-        Advance(2000ms);
-        Notify(99);
-        // The next notification is taken only when the one before has been dealt with.
-        while (!Clock().AwaitSleeper(2000ms, 20ms))
-            Notify(99);
-    }
-
-    // It is gone, and only a scan writes it again.
-    void RemoveStatusFile() { std::filesystem::remove(HostPath(service->GetStatusFilePath())); }
-    bool HasStatusFile() { return std::filesystem::exists(HostPath(service->GetStatusFilePath())); }
-
-    size_t Heard(const char* name) { return firmware.Count(name); }
-};
 
 class Versions : public NetworkMonitoring, public ::testing::WithParamInterface<uint32_t> {};
 
