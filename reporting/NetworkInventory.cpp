@@ -31,6 +31,12 @@ void FillEntry(NwInfoEntry& entry, const NicInfo& nic) {
     entry.Gateway = nic.Gateway;
 }
 
+bool HasAddress(const MultiNwInfo& record, uint32_t address) {
+    const auto* const end = record.Entries + FilledSlots(record);
+    return std::any_of(record.Entries, end,
+                       [&](const NwInfoEntry& entry) { return entry.IPv4Address == address; });
+}
+
 }  // namespace
 
 void NetworkInventory::FillMultiNwInfo(MultiNwInfo& record) {
@@ -51,8 +57,12 @@ bool NetworkInventory::CommitNwInfo(const MultiNwInfo& record) {
         LogEntry(i, record.Entries[i]);
         wireless |= record.Entries[i].LinkTechnology != kLinkEthernet;
     }
+    const bool unchanged = m_reported.Holds(record);
     m_reported.Store(record);
-    if (record.Entries[0].IPv4Address != m_addresses.GetCurrentIPv4()) {
+    const uint32_t current = m_addresses.GetCurrentIPv4();
+    // The first interface need not be the primary one: a virtual switch without a gateway may precede it. The
+    // primary address has not moved then as long as it and all interfaces are those of the last report.
+    if (record.Entries[0].IPv4Address != current && !(unchanged && HasAddress(record, current))) {
         m_addresses.UpdateIfEnabled(wireless);
         m_addresses.SendIPCompleteInfo();
     }

@@ -24,8 +24,9 @@ class NetworkInventory {
     void FillMultiNwInfo(MultiNwInfo& record);
 
     // Stores the record as the state that later scans are compared with, and reports the primary address when
-    // it has changed. Returns true when at least one interface is not Ethernet. May block for 3 seconds, and
-    // until the firmware answers. Any thread.
+    // it may have changed: when it is not that of the first interface, unless the host is as it was reported.
+    // Returns true when at least one interface is not Ethernet. May block for 3 seconds, and until the
+    // firmware answers. Any thread.
     bool CommitNwInfo(const MultiNwInfo& record);
 
   private:

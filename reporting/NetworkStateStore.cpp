@@ -5,19 +5,33 @@
 #include "reporting/IPv4InfoStore.h"
 #include "reporting/NetworkInventory.h"
 
+namespace {
+
+NetworkStateStore::Interface ComparedFields(const NwInfoEntry& entry) {
+    return {std::string(TextInField(entry.Name)),
+            std::string(TextInField(entry.MACAddress)),
+            entry.StatusInfo,
+            entry.LinkTechnology,
+            entry.AddressOrigin,
+            entry.IPv4Address};
+}
+
+}  // namespace
+
 void NetworkStateStore::Store(const MultiNwInfo& record) {
     std::lock_guard lock(m_mutex);
     Clear();
     Count = record.Count;
-    for (size_t i = 0; i < FilledSlots(record); ++i) {
-        const NwInfoEntry& entry = record.Entries[i];
-        m_interfaces[i] = {std::string(TextInField(entry.Name)),
-                           std::string(TextInField(entry.MACAddress)),
-                           entry.StatusInfo,
-                           entry.LinkTechnology,
-                           entry.AddressOrigin,
-                           entry.IPv4Address};
-    }
+    for (size_t i = 0; i < FilledSlots(record); ++i)
+        m_interfaces[i] = ComparedFields(record.Entries[i]);
+}
+
+bool NetworkStateStore::Holds(const MultiNwInfo& record) const {
+    std::lock_guard lock(m_mutex);
+    if (Count != record.Count) return false;
+    for (size_t i = 0; i < FilledSlots(record); ++i)
+        if (m_interfaces[i] != ComparedFields(record.Entries[i])) return false;
+    return true;
 }
 
 void NetworkStateStore::Clear() {

@@ -26,11 +26,15 @@ class NetworkStateStore {
         uint16_t LinkTechnology = 0;
         uint32_t AddressOrigin = 0;
         uint32_t IPv4Address = 0;
+
+        bool operator==(const Interface&) const = default;
     };
 
     // Stores the record's count unchanged, and the interfaces of its five slots.
     void Store(const MultiNwInfo& record);
     void Clear();
+    // Returns true when the record has the stored count and interfaces. Logs nothing and clears nothing.
+    bool Holds(const MultiNwInfo& record) const;
     // Returns true when a new record differs from the stored state, and logs the first difference. A record
     // without interfaces always differs; it clears the stored state and the primary address.
     bool HasChanged(const MultiNwInfo& record);
