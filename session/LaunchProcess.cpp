@@ -169,3 +169,11 @@ bool LaunchProcess(std::string_view name, std::string_view command, uint32_t& pi
         return LaunchWithEnvironment(token.Get(), program, command, environment.Get(), pid);
     return LaunchWithoutEnvironment(token.Get(), program, command);
 }
+
+bool GetSessionUserTokenWindows(UniqueHandle* token, DWORD session) {
+    if (!token) {
+        LogError("%s: KEYBOARD_MOUSE - User token is null", "GetSessionUserTokenWindows");
+        return false;
+    }
+    return getWindowsLogonHandle(*token, session);
+}

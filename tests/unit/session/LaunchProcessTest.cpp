@@ -8,7 +8,9 @@
 #include <sstream>
 
 #include "tests/support/LinkedFixture.h"
+#include "winhost/core/HandleTable.h"
 #include "winhost/power/Privileges.h"
+#include "winhost/process/Token.h"
 
 namespace {
 
@@ -211,6 +213,33 @@ TEST_F(Launch, KeepsNoHandles) {
         ASSERT_TRUE(Run());
     EXPECT_EQ(OpenHandles(), before);
     EXPECT_EQ(IdsOf(kProgram).size(), 21u);
+}
+
+TEST_F(Launch, ATokenNeedsAPlaceToGoTo) {
+    constexpr char kLine[] = "GetSessionUserTokenWindows: KEYBOARD_MOUSE - User token is null";
+    ExpectError(kLine);
+    EXPECT_FALSE(GetSessionUserTokenWindows(nullptr, 1));
+    EXPECT_TRUE(HasLine("ERROR", kLine));
+    EXPECT_EQ(Gate().Count("CreateToolhelp32Snapshot"), 0u);
+}
+
+TEST_F(Launch, ATokenIsThatOfTheLogonProgramInTheSessionAskedFor) {
+    SetProcesses({{"winlogon.exe", kFirst, 2}}, 2);
+    UniqueHandle token;
+    ASSERT_TRUE(GetSessionUserTokenWindows(&token, 2));
+    const auto found = winhost::HandleTable::Instance().Find<winhost::Token>(token.Get());
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->Session(), 2u);
+    EXPECT_TRUE(found->IsDuplicate());
+}
+
+TEST_F(Launch, ATokenOfASessionWithoutALogonProgramCannotBeHad) {
+    ExpectError(kNoLogonProgram);
+    SetProcesses({{"winlogon.exe", kFirst, 1}}, 2);
+    UniqueHandle token;
+    EXPECT_FALSE(GetSessionUserTokenWindows(&token, 2));
+    EXPECT_FALSE(token);
+    EXPECT_TRUE(HasLine("ERROR", kNoLogonProgram));
 }
 
 // One call of the platform that fails, and what becomes of the launch.
