@@ -120,6 +120,8 @@ BOOL CreateProcessAsUserA(HANDLE token, LPCSTR applicationName, LPSTR commandLin
 // ---- the time ----
 
 #define TIME_ZONE_ID_UNKNOWN 0
+#define TIME_ZONE_ID_STANDARD 1
+#define TIME_ZONE_ID_DAYLIGHT 2
 #define TIME_ZONE_ID_INVALID ((DWORD)0xffffffff)
 
 typedef struct _TIME_ZONE_INFORMATION {
@@ -137,7 +139,8 @@ void GetLocalTime(LPSYSTEMTIME time);
 BOOL QueryPerformanceCounter(LARGE_INTEGER* count);
 BOOL QueryPerformanceFrequency(LARGE_INTEGER* perSecond);
 void GetSystemTimeAsFileTime(LPFILETIME time);
-// The PC has one bias the year round: the answer is TIME_ZONE_ID_UNKNOWN.
+// TIME_ZONE_ID_UNKNOWN on a PC without summer time, else which of the two times is in force. Both names are the
+// same.
 DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);
 
 // ---- texts and memory ----

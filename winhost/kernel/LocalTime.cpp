@@ -13,6 +13,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
+#include "winhost/kernel/ZoneRules.h"
 #include "winhost/pc/Pc.h"
 
 namespace {
@@ -23,8 +24,8 @@ constexpr time_t kEndOfYear3000 = 32'535'215'999;
 constexpr size_t kTextSize = 26;
 
 struct Zone {
-    long secondsEast;
-    const char* name;
+    winhost::ZoneRules rules;
+    const char* name = "UTC";
 };
 
 // A struct tm points to the name of its zone, and may outlive every setting of the PC.
@@ -54,7 +55,7 @@ class RuntimeZone {
         winhost::Pc& pc = winhost::Pc::Instance();
         m_start = pc.Starts();
         const winhost::PcDescription description = pc.Description();
-        m_zone = {-60L * description.timeZoneBiasMinutes, Kept(description.timeZoneName)};
+        m_zone = {winhost::RulesOf(description), Kept(description.timeZoneName)};
     }
 
     std::mutex m_mutex;
@@ -89,9 +90,11 @@ errno_t ToCalendar(struct tm* calendar, const time_t* time, const Zone& zone) {
         }
         return EINVAL;
     }
-    const time_t shifted = *time + zone.secondsEast;
+    const int64_t east = zone.rules.SecondsEast(*time);
+    const time_t shifted = *time + east;
     gmtime_r(&shifted, calendar);
-    calendar->tm_gmtoff = zone.secondsEast;
+    calendar->tm_isdst = zone.rules.IsSummer(*time) ? 1 : 0;
+    calendar->tm_gmtoff = east;
     calendar->tm_zone = zone.name;
     return 0;
 }
@@ -118,7 +121,7 @@ errno_t localtime_s(struct tm* local, const time_t* time) {
 
 errno_t gmtime_s(struct tm* utc, const time_t* time) {
     WINHOST_GATE_CODE("gmtime_s");
-    return ToCalendar(utc, time, Zone{0, "UTC"});
+    return ToCalendar(utc, time, Zone{});
 }
 
 errno_t asctime_s(char* buffer, size_t size, const struct tm* time) {

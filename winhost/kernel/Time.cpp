@@ -7,6 +7,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
+#include "winhost/kernel/ZoneRules.h"
 #include "testbed/Utf8.h"
 #include "winhost/pc/Cached.h"
 #include "winhost/pc/Pc.h"
@@ -15,17 +16,46 @@ using winhost::Clock;
 
 namespace {
 
+// A transition in the form of TIME_ZONE_INFORMATION: wDay is the week of the month.
+SYSTEMTIME TransitionDate(const winhost::ZoneTransition& transition) {
+    SYSTEMTIME date{};
+    date.wMonth = static_cast<WORD>(transition.month);
+    date.wDay = static_cast<WORD>(transition.week);
+    date.wDayOfWeek = static_cast<WORD>(transition.weekday);
+    date.wHour = static_cast<WORD>(transition.hour);
+    return date;
+}
+
+struct Zone {
+    winhost::ZoneRules rules;
+    TIME_ZONE_INFORMATION information;
+};
+
 // Asked for by every line of a log, and so kept in the form of the answer.
-const TIME_ZONE_INFORMATION& TimeZone() {
-    return winhost::CachedFromPc<TIME_ZONE_INFORMATION>([](const winhost::PcDescription& pc) {
-        TIME_ZONE_INFORMATION zone{};
-        zone.Bias = pc.timeZoneBiasMinutes;
+const Zone& LocalZone() {
+    return winhost::CachedFromPc<Zone>([](const winhost::PcDescription& pc) {
+        Zone zone{winhost::RulesOf(pc), {}};
+        TIME_ZONE_INFORMATION& information = zone.information;
+        information.Bias = pc.timeZoneBiasMinutes;
+        if (zone.rules.HasSummerTime()) {
+            information.DaylightBias = zone.rules.daylightBiasMinutes;
+            information.DaylightDate = TransitionDate(zone.rules.daylightStart);
+            information.StandardDate = TransitionDate(zone.rules.standardStart);
+        }
         const std::wstring name = testbed::FromUtf8(pc.timeZoneName);
-        const size_t length = std::min(name.size(), std::size(zone.StandardName) - 1);
-        std::copy_n(name.begin(), length, zone.StandardName);
-        std::copy_n(name.begin(), length, zone.DaylightName);
+        const size_t length = std::min(name.size(), std::size(information.StandardName) - 1);
+        std::copy_n(name.begin(), length, information.StandardName);
+        std::copy_n(name.begin(), length, information.DaylightName);
         return zone;
     });
+}
+
+constexpr int64_t kTicksPerSecond = 10'000'000;
+
+// Seconds since 1970.
+int64_t Now() {
+    constexpr int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+    return static_cast<int64_t>(Clock::Instance().FileTime()) / kTicksPerSecond - kSecondsFrom1601To1970;
 }
 
 SYSTEMTIME FromFileTime(uint64_t fileTime) {
@@ -52,9 +82,8 @@ SYSTEMTIME FromFileTime(uint64_t fileTime) {
 
 void GetLocalTime(LPSYSTEMTIME time) {
     WINHOST_GATE_PASS("GetLocalTime");
-    constexpr int64_t kTicksPerMinute = 600'000'000;
-    *time =
-        FromFileTime(Clock::Instance().FileTime() - static_cast<uint64_t>(TimeZone().Bias * kTicksPerMinute));
+    const int64_t east = LocalZone().rules.SecondsEast(Now());
+    *time = FromFileTime(Clock::Instance().FileTime() + static_cast<uint64_t>(east * kTicksPerSecond));
 }
 
 void GetSystemTimeAsFileTime(LPFILETIME time) {
@@ -77,6 +106,8 @@ BOOL QueryPerformanceFrequency(LARGE_INTEGER* perSecond) {
 
 DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone) {
     WINHOST_GATE("GetTimeZoneInformation", TIME_ZONE_ID_INVALID);
-    *zone = TimeZone();
-    return TIME_ZONE_ID_UNKNOWN;
+    const Zone& local = LocalZone();
+    *zone = local.information;
+    if (!local.rules.HasSummerTime()) return TIME_ZONE_ID_UNKNOWN;
+    return local.rules.IsSummer(Now()) ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
 }

@@ -22,6 +22,7 @@ constexpr uint32_t kLargestScreen = 32767;
 constexpr size_t kLongestProcessName = 259;
 constexpr uint32_t kAllBits = 0xFFFF;
 constexpr int32_t kLargestBias = 14 * 60;
+constexpr int32_t kLargestDaylightBias = 2 * 60;
 constexpr uint32_t kHighestClockRate = 1000;
 
 void Require(bool holds, const std::string& place, const std::string& what) {
@@ -92,6 +93,23 @@ void CheckWlan(const WlanInterface& wlan, const std::string& place) {
     Require(wlan.state <= kHighestWlanState, place + ".state", "expected 0 to 7");
 }
 
+void CheckTransition(const ZoneTransition& transition, const std::string& place) {
+    Require(transition.month <= 12, place + ".month", "expected 0 to 12");
+    Require(transition.week >= 1 && transition.week <= 5, place + ".week", "expected 1 to 5");
+    Require(transition.weekday <= 6, place + ".weekday", "expected 0 to 6");
+    Require(transition.hour <= 23, place + ".hour", "expected 0 to 23");
+}
+
+void CheckZone(const PcDescription& pc) {
+    Require(pc.timeZoneBiasMinutes >= -kLargestBias && pc.timeZoneBiasMinutes <= kLargestBias,
+            "timeZoneBiasMinutes", "expected at most 840 minutes either way");
+    Require(pc.timeZoneDaylightBiasMinutes >= -kLargestDaylightBias &&
+                pc.timeZoneDaylightBiasMinutes <= kLargestDaylightBias,
+            "timeZoneDaylightBiasMinutes", "expected at most 120 minutes either way");
+    CheckTransition(pc.timeZoneDaylightStart, "timeZoneDaylightStart");
+    CheckTransition(pc.timeZoneStandardStart, "timeZoneStandardStart");
+}
+
 // 0, or an HRESULT that says failure.
 void RequireFailure(uint32_t result, const std::string& place) {
     Require(result == 0 || result >> 31, place, "expected 0 or an HRESULT of a failure");
@@ -147,8 +165,7 @@ void CheckDescription(const PcDescription& pc) {
                 "not a variable's name");
     }
     Require(pc.computerName.size() <= kLongestComputerName, "computerName", "too long");
-    Require(pc.timeZoneBiasMinutes >= -kLargestBias && pc.timeZoneBiasMinutes <= kLargestBias,
-            "timeZoneBiasMinutes", "expected at most 840 minutes either way");
+    CheckZone(pc);
     CheckKeys(pc.registry, "registry.");
     CheckKeys(pc.registryNumbers, "registryNumbers.");
     CheckSystem(pc);

@@ -49,6 +49,14 @@ void VisitFields(Visitor& visit, A& adapter) {
     visit("moreAddresses", adapter.moreAddresses);
 }
 
+template <class Visitor, Either<ZoneTransition> Z>
+void VisitFields(Visitor& visit, Z& transition) {
+    visit("month", transition.month);
+    visit("week", transition.week);
+    visit("weekday", transition.weekday);
+    visit("hour", transition.hour);
+}
+
 template <class Visitor, Either<WlanInterface> W>
 void VisitFields(Visitor& visit, W& wlan) {
     visit("guid", wlan.guid);
@@ -85,6 +93,9 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("dnsDomain", pc.dnsDomain);
     visit("timeZoneName", pc.timeZoneName);
     visit("timeZoneBiasMinutes", pc.timeZoneBiasMinutes);
+    visit("timeZoneDaylightBiasMinutes", pc.timeZoneDaylightBiasMinutes);
+    visit("timeZoneDaylightStart", pc.timeZoneDaylightStart);
+    visit("timeZoneStandardStart", pc.timeZoneStandardStart);
     visit("registry", pc.registry);
     visit("registryNumbers", pc.registryNumbers);
     visit("adapters", pc.adapters);

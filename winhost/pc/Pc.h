@@ -39,6 +39,15 @@ struct Adapter {
     std::vector<AdapterAddress> moreAddresses;
 };
 
+// The moment in each year at which the local time changes: 02:00 on the last Sunday of March, by the time
+// that is in force until then.
+struct ZoneTransition {
+    uint32_t month = 0;    // 1 to 12; 0: never
+    uint32_t week = 5;     // 1 to 4, or 5 for the last
+    uint32_t weekday = 0;  // 0 is Sunday
+    uint32_t hour = 2;
+};
+
 // An interface of the WLAN service.
 struct WlanInterface {
     std::string guid;  // "{70A9067B-708F-443C-84BA-BC391FDBF72B}"
@@ -78,6 +87,9 @@ struct PcDescription {
     std::string dnsDomain;               // GetComputerNameExA(ComputerNameDnsDomain)
     std::string timeZoneName = "W. Europe Standard Time";
     int32_t timeZoneBiasMinutes = 0;  // UTC = local + bias, and the local time follows it
+    // Added to the bias between the two transitions, usually -60. Without both there is no summer time.
+    int32_t timeZoneDaylightBiasMinutes = 0;
+    ZoneTransition timeZoneDaylightStart, timeZoneStandardStart;
     // "HKEY_LOCAL_MACHINE\\SOFTWARE\\..." to value name to text.
     std::map<std::string, std::map<std::string, std::string>> registry;
     // The same with values of type REG_DWORD.
@@ -127,6 +139,8 @@ class Pc {
     uint64_t Revision() const { return m_revision.load(std::memory_order_acquire); }
     // Grows with every Reset alone. State that a process keeps for as long as it lives belongs to one start.
     uint64_t Starts() const { return m_starts.load(std::memory_order_acquire); }
+    // How often a Change has stopped the WLAN service. A client of the service belongs to one run of it.
+    uint64_t WlanServiceStops() const { return m_wlanServiceStops.load(std::memory_order_acquire); }
 
     // The file that the description was read from; empty when there is none.
     const std::string& DescriptionFile() const { return m_descriptionFile; }
@@ -139,8 +153,6 @@ class Pc {
     void Record(Type record) {
         m_journal.Add(std::move(record));
     }
-    // How often a Change has stopped the WLAN service. A client of the service belongs to one run of it.
-    uint64_t WlanServiceStops() const { return m_wlanServiceStops.load(std::memory_order_acquire); }
     template <class Type>
     std::vector<Type> Records() const {
         return m_journal.All<Type>();
@@ -153,8 +165,8 @@ class Pc {
     PcDescription m_description;
     std::atomic<uint64_t> m_revision{1};
     std::atomic<uint64_t> m_starts{1};
+    std::atomic<uint64_t> m_wlanServiceStops{0};
     Journal m_journal;
 };
 
 }  // namespace winhost
-    std::atomic<uint64_t> m_wlanServiceStops{0};

@@ -61,6 +61,21 @@ TEST_F(LocalTimeTest, TakesTheZoneAtTheFirstConversionAndNotBefore) {
     EXPECT_EQ(1, Local().tm_hour);
 }
 
+TEST_F(LocalTimeTest, HasSummerTime) {
+    StartPc([](auto& pc) {
+        pc.timeZoneBiasMinutes = -60;
+        pc.timeZoneDaylightBiasMinutes = -60;
+        pc.timeZoneDaylightStart = {3, 5, 0, 2};
+        pc.timeZoneStandardStart = {10, 5, 0, 3};
+    });
+    const struct tm summer = Local(1782864000);  // Wed 1 Jul 2026 00:00 UTC
+    EXPECT_EQ(2, summer.tm_hour);
+    EXPECT_EQ(1, summer.tm_isdst);
+    const struct tm winter = Local();
+    EXPECT_EQ(17, winter.tm_hour);
+    EXPECT_EQ(0, winter.tm_isdst);
+}
+
 TEST_F(LocalTimeTest, HasUtcBesideIt) {
     LiveAt(-345);
     const time_t time = kMoment;

@@ -68,6 +68,52 @@ TEST_F(TimeTest, AChangedZoneIsSeenAtOnce) {
     EXPECT_EQ(std::wstring(zone.StandardName), L"Tokyo Standard Time");
 }
 
+TEST_F(TimeTest, SummerTimeBeginsAndEndsAtItsTransitions) {
+    StartPc([](auto& pc) {
+        pc.timeZoneBiasMinutes = -60;
+        pc.timeZoneDaylightBiasMinutes = -60;
+        pc.timeZoneDaylightStart = {3, 5, 0, 2};
+        pc.timeZoneStandardStart = {10, 5, 0, 3};
+    });
+    const auto at = [](std::chrono::seconds utc) {
+        SetTime(utc + 500ms);
+        TIME_ZONE_INFORMATION zone{};
+        const DWORD which = GetTimeZoneInformation(&zone);
+        EXPECT_EQ(zone.Bias, -60);
+        EXPECT_EQ(zone.DaylightBias, -60);
+        EXPECT_EQ(zone.DaylightDate.wMonth, 3);
+        EXPECT_EQ(zone.DaylightDate.wDay, 5);
+        EXPECT_EQ(zone.StandardDate.wHour, 3);
+        SYSTEMTIME time{};
+        GetLocalTime(&time);
+        return std::pair(which, time.wHour);
+    };
+    using Answer = std::pair<DWORD, WORD>;
+    EXPECT_EQ(at(1774745999s), (Answer{TIME_ZONE_ID_STANDARD, 1}));  // Sun 29 Mar 2026 00:59:59 UTC
+    EXPECT_EQ(at(1774746000s), (Answer{TIME_ZONE_ID_DAYLIGHT, 3}));
+    EXPECT_EQ(at(1792889999s), (Answer{TIME_ZONE_ID_DAYLIGHT, 2}));  // Sun 25 Oct 2026 00:59:59 UTC
+    EXPECT_EQ(at(1792890000s), (Answer{TIME_ZONE_ID_STANDARD, 2}));
+}
+
+TEST_F(TimeTest, InTheSouthTheSummerSpansTheTurnOfTheYear) {
+    StartPc([](auto& pc) {
+        pc.timeZoneBiasMinutes = -600;
+        pc.timeZoneDaylightBiasMinutes = -60;
+        pc.timeZoneDaylightStart = {10, 1, 0, 2};
+        pc.timeZoneStandardStart = {4, 1, 0, 3};
+    });
+    const auto hour = [](std::chrono::seconds utc) {
+        SetTime(utc + 500ms);
+        SYSTEMTIME time{};
+        GetLocalTime(&time);
+        return time.wHour;
+    };
+    EXPECT_EQ(hour(1798761600s), 11);  // Fri 1 Jan 2027 00:00 UTC
+    EXPECT_EQ(hour(1782864000s), 10);  // Wed 1 Jul 2026 00:00 UTC
+    EXPECT_EQ(hour(1775318399s), 2);   // Sat 4 Apr 2026 15:59:59 UTC, the last second of summer time
+    EXPECT_EQ(hour(1775318400s), 2);
+}
+
 TEST_F(TimeTest, AZoneNameIsCutToItsField) {
     StartPc([](auto& pc) { pc.timeZoneName = std::string(50, 'x'); });
     TIME_ZONE_INFORMATION zone{};
