@@ -1,6 +1,7 @@
 #include "testbed/ControlSocket.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -32,16 +33,25 @@ bool SendLine(const Descriptor& socket, const Json::Value& json) {
     return SendAll(socket, line.data(), line.size());
 }
 
+// Gives the socket its name, which a process that has ended may have left behind, but not one that runs.
+bool Rename(const std::string& unfinished, const std::string& path) {
+    if (IsAbandonedSocket(path)) unlink(path.c_str());
+    return link(unfinished.c_str(), path.c_str()) == 0;
+}
+
 // The socket has another name until it listens, so that a client that finds the file can connect.
 Descriptor Listen(const std::string& path) {
     const std::string unfinished = path + ".new";
-    struct stat there;
-    if (lstat(path.c_str(), &there) == 0 && !S_ISSOCK(there.st_mode)) Fail(path, std::strerror(EEXIST));
     Descriptor listener = ListenUnix(unfinished, kMaxClients);
-    if (!listener || chmod(unfinished.c_str(), S_IRUSR | S_IWUSR) != 0 ||
-        std::rename(unfinished.c_str(), path.c_str()) != 0)
-        Fail(path, std::strerror(errno));
-    return listener;
+    const bool named =
+        listener && chmod(unfinished.c_str(), S_IRUSR | S_IWUSR) == 0 && Rename(unfinished, path);
+    const int error = errno;
+    if (listener) unlink(unfinished.c_str());
+    struct stat there;
+    const bool isSocket = lstat(path.c_str(), &there) == 0 && S_ISSOCK(there.st_mode);
+    if (named) return listener;
+    Fail(path, isSocket && (error == EEXIST || error == EADDRINUSE) ? "another process listens there"
+                                                                    : std::strerror(error));
 }
 
 // The lines that come from a connection.

@@ -20,7 +20,8 @@ class ControlSocket {
     using Handler = std::function<Json::Value(const Json::Value& request)>;
 
     // Listens at the path; its file appears when clients can connect. A line that is longer than
-    // `longestLine` bytes ends its connection. Throws std::runtime_error.
+    // `longestLine` bytes ends its connection. Throws std::runtime_error, also when another process listens
+    // at the path.
     ControlSocket(const std::string& path, size_t longestLine, Handler handler);
     // Accepts no more clients, sends the answers that are still owed, for which it waits a few seconds at
     // most, and ends the connections.

@@ -56,11 +56,23 @@ Descriptor ConnectUnix(const std::string& path, int type) {
 Descriptor ListenUnix(const std::string& path, int backlog, int type) {
     sockaddr_un address;
     if (!ToAddress(path, address)) return {};
-    struct stat left;
-    if (lstat(path.c_str(), &left) == 0 && S_ISSOCK(left.st_mode)) unlink(path.c_str());
     Descriptor made(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
-    const bool listens = made && Bind(made, address) && listen(made.Get(), backlog) == 0;
-    return listens ? std::move(made) : Failed(made);
+    bool bound = made && Bind(made, address);
+    if (made && !bound && errno == EADDRINUSE && IsAbandonedSocket(path, type)) {
+        unlink(path.c_str());
+        bound = Bind(made, address);
+    }
+    return bound && listen(made.Get(), backlog) == 0 ? std::move(made) : Failed(made);
+}
+
+bool IsAbandonedSocket(const std::string& path, int type) {
+    const int error = errno;
+    struct stat left;
+    // Without SOCK_NONBLOCK a listener whose queue is full would block the attempt.
+    const bool abandoned = lstat(path.c_str(), &left) == 0 && S_ISSOCK(left.st_mode) &&
+                           !ConnectUnix(path, type | SOCK_NONBLOCK) && errno == ECONNREFUSED;
+    errno = error;
+    return abandoned;
 }
 
 Descriptor ConnectTcp(uint16_t port) {

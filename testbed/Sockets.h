@@ -13,8 +13,12 @@ namespace testbed {
 // `type` is SOCK_STREAM or SOCK_SEQPACKET, with SOCK_NONBLOCK where it is wanted. ENAMETOOLONG for a path
 // that is empty or too long.
 Descriptor ConnectUnix(const std::string& path, int type = SOCK_STREAM);
-// Takes the place of a socket that an earlier process left at the path.
+// Takes the place of a socket that an earlier process left at the path. EADDRINUSE when a process listens
+// there, or when the path is something else.
 Descriptor ListenUnix(const std::string& path, int backlog, int type = SOCK_STREAM);
+
+// Whether the path is a socket on which no process listens any more. The type has to be that of the socket.
+bool IsAbandonedSocket(const std::string& path, int type = SOCK_STREAM);
 
 // On the loopback address; port 0 listens at any free one.
 Descriptor ConnectTcp(uint16_t port);

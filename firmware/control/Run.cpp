@@ -103,7 +103,6 @@ int Run(const RunOptions& options) {
             if (record) WriteLine(record.Get(), Compact(json));
             if (print) WriteLine(STDOUT_FILENO, LineOf(json));
         });
-    if (!options.certificateFile.empty()) WriteFile(options.certificateFile, firmware.Certificate());
     std::mutex oneAtATime;
     std::optional<testbed::ControlSocket> control;
     if (!options.controlSocket.empty())
@@ -112,6 +111,8 @@ int Run(const RunOptions& options) {
             return Handle(firmware, request);
         });
     firmware.Listen(options.listen);
+    // Not before, because the file may belong to a firmware that runs already.
+    if (!options.certificateFile.empty()) WriteFile(options.certificateFile, firmware.Certificate());
     if (print) WriteLine(STDOUT_FILENO, "mpmsim listens on " + firmware.Address());
     if (!options.readyFile.empty()) WriteFile(options.readyFile, firmware.Address() + "\n");
     AwaitSignal(signals);

@@ -24,14 +24,15 @@ namespace {
     throw std::invalid_argument("\"" + address + "\" is no address to listen on: " + why);
 }
 
-[[noreturn]] void Fail(const std::string& address, const std::string& why) {
-    throw std::runtime_error("cannot listen on \"" + address + "\": " + why);
+[[noreturn]] void Fail(const std::string& address, int error) {
+    throw std::runtime_error("cannot listen on \"" + address +
+                             "\": " + (error == EADDRINUSE ? "it is in use" : std::strerror(error)));
 }
 
 testbed::Descriptor ListenUnix(const std::string& address, const std::string& path) {
     testbed::Descriptor socket = testbed::ListenUnix(path, 64, SOCK_STREAM | SOCK_NONBLOCK);
     if (!socket && errno == ENAMETOOLONG) Malformed(address, "the path is empty or too long");
-    if (!socket) Fail(address, std::strerror(errno));
+    if (!socket) Fail(address, errno);
     return socket;
 }
 
@@ -50,7 +51,7 @@ testbed::Descriptor ListenTcp(const std::string& address, const std::string& hos
     setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (!socket || bind(socket.Get(), reinterpret_cast<sockaddr*>(&name), sizeof name) ||
         listen(socket.Get(), 64))
-        Fail(address, std::strerror(errno));
+        Fail(address, errno);
     return socket;
 }
 

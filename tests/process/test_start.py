@@ -3,6 +3,7 @@
 import json
 
 from harness.host import INSTALLATION, RUNNING
+from harness.processes import Process, build_folder
 from harness.waiting import eventually
 
 
@@ -47,6 +48,15 @@ def test_console_mode_brings_the_firmware_up_to_date_without_an_scm(stage):
     stage.firmware.await_request("WriteZELStatus", lambda fields: fields["state"] == 1)
     stage.host.await_log("Launch as console is successful")
     assert reports(stage.host) == []
+
+
+def test_a_pc_whose_control_socket_is_in_use_does_not_start(stage):
+    stage.boot()
+    second = Process([build_folder() / "ZELService", "-service"], stage.workdir / "second.out",
+                     env={"WINHOST_PC": str(stage.workdir / "pc.json")})
+    assert second.wait() not in (0, -9)
+    assert second.output() == f"winhost: control socket {stage.host.control_socket}: another process listens there\n"
+    assert stage.host.query_state() == RUNNING
 
 
 def test_wrong_arguments_end_with_code_0_and_leave_the_device_alone(stage):

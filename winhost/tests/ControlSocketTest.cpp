@@ -9,6 +9,8 @@
 #include <semaphore>
 #include <thread>
 
+#include "testbed/ControlSocket.h"
+#include "testbed/Sockets.h"
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/io/MailboxDevice.h"
@@ -258,6 +260,26 @@ TEST_F(ControlSocket, TheMailboxTellsWhatIsPending) {
     EXPECT_EQ(0, mailbox["openHandles"].asInt());
     EXPECT_EQ(0, mailbox["pendingReads"].asInt());
     EXPECT_EQ(0, mailbox["pendingRequests"].asInt());
+}
+
+TEST_F(ControlSocket, IsLeftToTheProcessThatListensThere) {
+    const auto answer = [](const Json::Value&) { return Json::Value("second"); };
+    try {
+        testbed::ControlSocket second(Path(), 1000, answer);
+        ADD_FAILURE() << "the second one listens";
+    } catch (const std::runtime_error& refusal) {
+        EXPECT_EQ(refusal.what(), "control socket " + Path() + ": another process listens there");
+    }
+    EXPECT_FALSE(std::filesystem::exists(Path() + ".new"));
+    EXPECT_EQ(0, Result(R"({"command": "mailbox"})")["openHandles"].asInt());
+}
+
+TEST_F(ControlSocket, TakesThePlaceOfOneThatWasLeftBehind) {
+    StartPc([](winhost::PcDescription&) {});
+    testbed::ListenUnix(Path(), 1).Close();
+    testbed::ListenUnix(Path() + ".new", 1).Close();
+    StartPc([this](winhost::PcDescription& pc) { pc.controlSocket = Path(); });
+    EXPECT_EQ(0, Result(R"({"command": "mailbox"})")["openHandles"].asInt());
 }
 
 TEST_F(ControlSocket, APcWithoutOneClosesTheOldOne) {

@@ -1,8 +1,12 @@
 // How the firmware's messages reach the host.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "firmware/link/LinkServer.h"
 #include "mailbox/MailboxRecords.h"
+#include "testbed/Sockets.h"
 #include "tests/unit/firmware/LinkHost.h"
 
 namespace mpm::test {
@@ -188,11 +192,44 @@ TEST(ListenTest, RefusesAnAddressThatIsNone) {
 }
 
 TEST(ListenTest, FailsWhereItMayNotListen) {
-    Firmware first;
-    first.Listen("tcp:127.0.0.1:0");
-    Firmware second;
-    EXPECT_THROW(second.Listen(first.Address()), std::runtime_error);
-    EXPECT_THROW(second.Listen("unix:/nonexistent/folder/x"), std::runtime_error);
+    Firmware firmware;
+    EXPECT_THROW(firmware.Listen("unix:/nonexistent/folder/x"), std::runtime_error);
+}
+
+TEST(ListenTest, LeavesAnAddressInUseToItsOwner) {
+    for (const std::string& address : {std::string("tcp:127.0.0.1:0"), FreshAddress()}) {
+        Firmware first;
+        first.Listen(address);
+        Firmware second;
+        try {
+            second.Listen(first.Address());
+            ADD_FAILURE() << address;
+        } catch (const std::runtime_error& refusal) {
+            EXPECT_EQ(refusal.what(), "cannot listen on \"" + first.Address() + "\": it is in use");
+        }
+        LinkHost host(first.Address());
+        host.Listen();
+        EXPECT_TRUE(first.AwaitHostListening());
+    }
+}
+
+TEST(ListenTest, TakesThePlaceOfASocketThatWasLeftBehind) {
+    const std::string address = FreshAddress();
+    testbed::ListenUnix(address.substr(5), 1).Close();
+    Firmware firmware;
+    firmware.Listen(address);
+    LinkHost host(firmware.Address());
+    host.Listen();
+    EXPECT_TRUE(firmware.AwaitHostListening());
+}
+
+TEST(ListenTest, LeavesAFileThatIsNoSocket) {
+    const std::string address = FreshAddress();
+    std::ofstream(address.substr(5)) << "text";
+    Firmware firmware;
+    EXPECT_THROW(firmware.Listen(address), std::runtime_error);
+    EXPECT_TRUE(std::filesystem::is_regular_file(address.substr(5)));
+    std::filesystem::remove(address.substr(5));
 }
 
 }  // namespace

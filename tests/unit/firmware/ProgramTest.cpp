@@ -112,6 +112,32 @@ TEST_F(ProgramTest, EndsWithZeroOnBothSignals) {
     }
 }
 
+TEST_F(ProgramTest, RefusesWhatAnotherFirmwareUses) {
+    Run({"--certificate", Path("certificate")});
+    const std::string certificate = Content(Path("certificate"));
+    const std::string more = " --certificate " + Path("certificate");
+    const Result control = Shell("run --listen tcp:127.0.0.1:0 --control " + Path("control") + more);
+    EXPECT_EQ(control.code, 1);
+    EXPECT_EQ(control.output,
+              "mpmsim: control socket " + Path("control") + ": another process listens there\n");
+    const Result listen = Shell("run --listen " + m_address + more);
+    EXPECT_EQ(listen.code, 1);
+    EXPECT_EQ(listen.output, "mpmsim: cannot listen on \"" + m_address + "\": it is in use\n");
+    EXPECT_EQ(Content(Path("certificate")), certificate);
+    EXPECT_EQ(Tell("show").code, 0);
+    EXPECT_EQ(End(SIGTERM), 0);
+}
+
+TEST_F(ProgramTest, TakesThePlaceOfAFirmwareThatWasKilled) {
+    Run();
+    EXPECT_EQ(End(SIGKILL), -1);
+    EXPECT_TRUE(std::filesystem::exists(Path("control")));
+    std::filesystem::remove(Path("ready"));
+    Run();
+    EXPECT_EQ(Tell("show").code, 0);
+    EXPECT_EQ(End(SIGTERM), 0);
+}
+
 TEST_F(ProgramTest, RecordsAndPrintsWhatTheHostReports) {
     Run();
     LinkHost host(m_address);
