@@ -111,6 +111,7 @@ void KVMClientInterface::JoinRecvThread() {
     }
     if (!thread) return;
     LogInfo("%s: Waiting for the DataRecvThread to exit", kCleanUp);
+    const auto waiting = g_pServiceState->m_mailBoxDriverInterface.WaitingFor(thread->get_id());
     thread->join();
     LogInfo("%s: DataRecvThread exit complete", kCleanUp);
 }

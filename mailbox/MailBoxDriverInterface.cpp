@@ -169,7 +169,3 @@ void MailBoxDriverInterface::CloseMPMDevice() {
         if (error != ERROR_NOT_FOUND) LogInfo("CancelIoEx failed. Error status %d", error);
     }
 }
-
-void MailBoxDriverInterface::CancelRequests() {
-    if (const SharedDevice device = Device()) CancelIoEx(device->Get(), nullptr);
-}

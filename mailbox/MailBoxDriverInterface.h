@@ -2,7 +2,7 @@
 //
 // Every request returns a Win32 error code: 0; 6 while the device is not open; 1062 while the service has not
 // reported itself as up; 487 for a null argument; otherwise the driver's error. Requests have no time-out: a
-// request that the firmware does not answer blocks its thread until CloseMPMDevice or CancelRequests. Any
+// request that the firmware does not answer blocks its thread until CloseMPMDevice or CancelRequestsFor. Any
 // thread may call them.
 #pragma once
 
@@ -17,10 +17,12 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "base/Handles.h"
 #include "mailbox/MailboxCodes.h"
 #include "mailbox/MailboxRecords.h"
+#include "mailbox/PendingRequests.h"
 
 struct CapabilityConfigRecord;
 struct CsrResponse;
@@ -68,8 +70,12 @@ class MailBoxDriverInterface {
     // Ends pending requests with 995. The last of them closes the device. Later requests return 6.
     void CloseMPMDevice();
     bool IsOpen() const { return Device() != nullptr; }
-    // Ends pending requests with 995. The device stays open.
-    void CancelRequests();
+    // Ends with 995 the request in which this thread blocks, or the request in which the thread blocks that
+    // it waits for. All other requests go on.
+    void CancelRequestsFor(std::thread::id thread) { m_pendingRequests.CancelFor(thread); }
+    // Registers, while the result exists, that the calling thread waits for `awaited`, which may be blocked
+    // in a request.
+    PendingRequests::Wait WaitingFor(std::thread::id awaited) { return {m_pendingRequests, awaited}; }
 
     // Sends one request; every other request is built on it. lpBytesReturned must not be null and receives
     // the size of the answer.
@@ -142,4 +148,5 @@ class MailBoxDriverInterface {
     // Null while the device is not open. Each request keeps the device open until the request has ended,
     // because the number of a closed handle may be reused at once.
     SharedDevice m_hDevice;
+    PendingRequests m_pendingRequests;
 };

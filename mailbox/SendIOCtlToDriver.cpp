@@ -69,6 +69,7 @@ uint32_t MailBoxDriverInterface::SendIOCtlToDriver(uint32_t dwIoControlCode, con
     }
     OVERLAPPED overlapped{};
     overlapped.hEvent = event.Get();
+    const PendingRequests::Request registered(m_pendingRequests, device->Get(), overlapped);
     const BOOL completed = DeviceIoControl(device->Get(), dwIoControlCode, const_cast<void*>(lpInBuffer),
                                            nInBufferSize, lpOutBuffer, nOutBufferSize, nullptr, &overlapped);
     DWORD error = GetLastError();

@@ -41,6 +41,8 @@ void NetworkMonitor::StopNetworkScanThread() {
     std::lock_guard lock(m_threadMutex);
     if (!m_pNetworkScanThreadObj) return;
     SetEvent(m_hNetworkScanStopEvent.Get());
+    const auto waiting =
+        g_pServiceState->m_mailBoxDriverInterface.WaitingFor(m_pNetworkScanThreadObj->get_id());
     m_pNetworkScanThreadObj->join();
     m_pNetworkScanThreadObj.reset();
 }

@@ -11,9 +11,9 @@ RequestWatchdog::RequestWatchdog(MailBoxDriverInterface& mailbox)
         return;
     }
     try {
-        m_thread = std::thread([&mailbox, done = m_done.Get()] {
+        m_thread = std::thread([&mailbox, done = m_done.Get(), handler = std::this_thread::get_id()] {
             while (WaitForSingleObject(done, kPatience) == WAIT_TIMEOUT)
-                mailbox.CancelRequests();
+                mailbox.CancelRequestsFor(handler);
         });
     } catch (const std::system_error&) {
         LogWarn("%s: no thread, unanswered requests will hold the control", "RequestWatchdog");

@@ -1,5 +1,7 @@
-// Prevents a service control from blocking in a request that the firmware does not answer: cancels all
-// pending requests each time kPatience has passed.
+// Prevents a service control from blocking in a request that the firmware does not answer. Each time
+// kPatience has passed, it cancels the request in which the control's thread blocks, or that of the thread
+// which the control waits for. The requests of all other threads go on: firmware that is merely slow still
+// answers them.
 #pragma once
 
 #include <winsock2.h>
@@ -14,6 +16,7 @@ class RequestWatchdog {
   public:
     static constexpr DWORD kPatience = 2000;  // milliseconds
 
+    // The calling thread is the one that handles the control.
     explicit RequestWatchdog(MailBoxDriverInterface& mailbox);
     ~RequestWatchdog();
     RequestWatchdog(const RequestWatchdog&) = delete;

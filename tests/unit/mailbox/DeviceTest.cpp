@@ -1,4 +1,5 @@
 // Finding, opening and closing the mailbox device.
+#include <future>
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
@@ -16,6 +17,13 @@ class Device : public ServiceFixture {
   protected:
     MailBoxDriverInterface& Mailbox() { return service->m_mailBoxDriverInterface; }
     static size_t OpenHandles() { return winhost::MailboxDevice::Instance().OpenHandles(); }
+    // A cancel may come just before the thread has registered its request or its wait.
+    void CancelUntilEnded(std::thread::id thread, size_t requests) {
+        EXPECT_TRUE(Eventually([&] {
+            Mailbox().CancelRequestsFor(thread);
+            return LogCount("dwLastError = 995") >= requests;
+        }));
+    }
 };
 
 }  // namespace
@@ -169,13 +177,47 @@ TEST_F(Device, TheCloseEndsEveryRequestOfManyThreads) {
     EXPECT_EQ(winhost::HandleTable::Instance().StaleUses(), 0u);
 }
 
-TEST_F(Device, CancelledRequestsLeaveItOpen) {
+TEST_F(Device, ACancelledRequestLeavesTheDeviceAndTheRequestsOfOtherThreads) {
     ExpectErrors({"with error: 995", "dwLastError = 995"});
     OpenMailbox();
     firmware.Hold("WriteCloseSocketcmd");
-    std::thread caller([this] { EXPECT_EQ(Mailbox().WriteCloseSocketcmd(664), 995u); });
-    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
-    Mailbox().CancelRequests();
-    caller.join();
+    std::thread cancelled([this] { EXPECT_EQ(Mailbox().WriteCloseSocketcmd(664), 995u); });
+    std::thread other([this] { EXPECT_EQ(Mailbox().WriteCloseSocketcmd(22), 0u); });
+    ASSERT_TRUE(firmware.AwaitCount("WriteCloseSocketcmd", 2));
+    CancelUntilEnded(cancelled.get_id(), 1);
+    cancelled.join();
     EXPECT_EQ(Mailbox().WriteZELStatus(1), 0u);
+    firmware.Release("WriteCloseSocketcmd");
+    other.join();
+}
+
+TEST_F(Device, ACancelReachesTheThreadThatAnotherWaitsFor) {
+    ExpectErrors({"with error: 995", "dwLastError = 995"});
+    OpenMailbox();
+    firmware.Hold("WriteCloseSocketcmd");
+    std::thread requester([this] { EXPECT_EQ(Mailbox().WriteCloseSocketcmd(664), 995u); });
+    std::thread between([&] {
+        const auto waiting = Mailbox().WaitingFor(requester.get_id());
+        requester.join();
+    });
+    std::thread waiter([&] {
+        const auto waiting = Mailbox().WaitingFor(between.get_id());
+        between.join();
+    });
+    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+    CancelUntilEnded(waiter.get_id(), 1);
+    waiter.join();
+}
+
+TEST_F(Device, ThreadsThatWaitForEachOtherDoNotHoldACancel) {
+    std::promise<void> entered, left;
+    std::thread other([&] {
+        const auto waiting = Mailbox().WaitingFor(std::this_thread::get_id());
+        entered.set_value();
+        left.get_future().wait();
+    });
+    entered.get_future().wait();
+    Mailbox().CancelRequestsFor(other.get_id());
+    left.set_value();
+    other.join();
 }
