@@ -27,11 +27,13 @@ void SendEmptyInventory() {
     }
 }
 
-// Waits without a time limit. Returns false when the service stops.
-bool AwaitConnection() {
+// Waits without a time limit. Returns false when the service stops, or has reported itself as down meanwhile:
+// the next wake starts an update of its own.
+bool AwaitConnection(const Presence& presence, Presence::Epoch epoch) {
     DWORD flags = 0;
     for (int polls = 1; !InternetGetConnectedState(&flags, 0); ++polls) {
         if (!g_pZELService->SleepUnlessStopping(kConnectionPollMilliseconds)) return false;
+        if (!presence.IsCurrent(epoch)) return false;
         if (polls == kPollsBeforeEmptyInventory) SendEmptyInventory();
     }
     return true;
@@ -51,18 +53,20 @@ void SendVersionDependentInfo(uint32_t version) {
 
 }  // namespace
 
-void ZELService::UpdatePlatformInfoToMPM() {
+void ZELService::UpdatePlatformInfoToMPM(Presence::Epoch epoch) {
     // "Down" is the last state that a stopping service reports.
     if (m_bServiceStopping) return;
-    m_bPlatformUpdateDone = 0;
-    m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
-    SetZELServiceState(kServiceUp);
-    m_bNetworkUpdatesEnabled = 1;
+    const bool isUp = m_presence.ReportUp(epoch, [this] {
+        m_bPlatformUpdateDone = 0;
+        SetZELServiceState(kServiceUp);
+        m_bNetworkUpdatesEnabled = 1;
+    });
+    if (!isUp) return;
     m_networkMonitor.RegisterWlanNotification();
     m_networkMonitor.StartNetworkScanThread();
     WriteOSInfoToMPM(m_WMIInterfaceObj);
     UpdateManageabilityStatus();
-    if (!AwaitConnection()) return;
+    if (!AwaitConnection(m_presence, epoch)) return;
     const bool wlan = m_networkMonitor.CheckWlanAndSyncProfile(true);
     m_ipv4InfoStore.UpdateIfEnabled(wlan);
     m_ipv4InfoStore.SendIPCompleteInfo();
@@ -74,8 +78,7 @@ void ZELService::UpdatePlatformInfoToMPM() {
 }
 
 void ZELService::StopPlatformUpdates() {
-    m_mailBoxDriverInterface.m_bServiceUp.exchange(0);
-    SetZELServiceState(kServiceDown);
+    m_presence.Farewell(m_bServiceStopping, [this] { SetZELServiceState(kServiceDown); });
     if (m_bootMode != 0) return;
     m_bNetworkUpdatesEnabled = 0;
     m_networkMonitor.UnRegisterWlanNotification();

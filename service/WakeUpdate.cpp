@@ -30,8 +30,8 @@ bool IsUpdateDue(uint8_t status) {
 }  // namespace
 
 void ZELService::WakeAndUpdateMPM(bool force) {
-    uint8_t idle = 0;
-    if (!m_bWakeUpdateInProgress.compare_exchange_strong(idle, 1)) return;
+    Presence::Epoch epoch = 0;
+    if (!m_presence.BeginUpdate(epoch)) return;
     uint8_t status = kMpmNoAnswer;
     m_mailBoxDriverInterface.GetMPMStatus(&status);
     // A resume always updates.
@@ -40,28 +40,33 @@ void ZELService::WakeAndUpdateMPM(bool force) {
     // In safe boot the service always reports its state, and nothing else.
     const uint32_t bootMode = m_bootMode;
     if (bootMode == kSafeBoot || bootMode == kSafeBootWithNetworking) {
-        m_mailBoxDriverInterface.m_bServiceUp.exchange(1);
-        UpdateManageabilityStatus();
-        SetZELServiceState(bootMode == kSafeBoot ? kServiceUpInSafeBoot : kServiceUpInSafeBootWithNetworking);
-        m_statusFile.UpdateStatusFile();
+        ReportSafeBoot(epoch);
         due = false;
     }
-    if (!due) {
-        m_bWakeUpdateInProgress = 0;
-        return;
-    }
-    const auto update = [this] {
-        UpdatePlatformInfoToMPM();
-        m_bWakeUpdateInProgress.exchange(0);
+    if (!due) return m_presence.EndUpdate(epoch);
+    const auto update = [this, epoch] {
+        UpdatePlatformInfoToMPM(epoch);
+        m_presence.EndUpdate(epoch);
     };
     try {
         // "Down" stays the last state that a stopping service reports.
-        if (m_bServiceStopping || !m_detachedThreads.Start(update)) m_bWakeUpdateInProgress = 0;
+        if (m_bServiceStopping || !m_detachedThreads.Start(update)) m_presence.EndUpdate(epoch);
     } catch (const std::system_error&) {
         // Otherwise every later wake would be dropped because of an update that never runs.
-        m_bWakeUpdateInProgress = 0;
+        m_presence.EndUpdate(epoch);
         throw;
     }
+}
+
+void ZELService::ReportSafeBoot(Presence::Epoch epoch) {
+    const bool isUp = m_presence.ReportUp(epoch, [this, epoch] {
+        UpdateManageabilityStatus();
+        // A farewell may have ended the query.
+        if (!m_presence.IsCurrent(epoch)) return;
+        SetZELServiceState(m_bootMode == kSafeBoot ? kServiceUpInSafeBoot
+                                                   : kServiceUpInSafeBootWithNetworking);
+    });
+    if (isUp) m_statusFile.UpdateStatusFile();
 }
 
 void ZELService::WakeAndUpdateMPMAndWait(bool force) {

@@ -23,6 +23,7 @@
 #include "reporting/NetworkStateStore.h"
 #include "reporting/StatusFile.h"
 #include "reporting/WMIInterface.h"
+#include "service/Presence.h"
 #include "session/UserConsent.h"
 #include "state/ServiceState.h"
 
@@ -77,8 +78,10 @@ class ZELService : public ServiceState {
 
     // --- platform reports (PlatformUpdate.cpp) ---
 
-    // Sends the whole report to the firmware. A detached thread of WakeAndUpdateMPM.
-    void UpdatePlatformInfoToMPM();
+    // Sends the whole report to the firmware, unless the service has left since `epoch`. A detached thread of
+    // WakeAndUpdateMPM.
+    void UpdatePlatformInfoToMPM(Presence::Epoch epoch);
+    void UpdatePlatformInfoToMPM() { UpdatePlatformInfoToMPM(m_presence.Current()); }
     // Reports to the firmware that the host stops or suspends, and closes the gate.
     void StopPlatformUpdates();
 
@@ -98,6 +101,7 @@ class ZELService : public ServiceState {
     std::unique_ptr<std::thread> m_pMBDriverReadThreadObj;
     UserConsent m_userConsent;
     std::atomic<uint8_t> m_bWakeUpdateInProgress{0};
+    Presence m_presence{m_mailBoxDriverInterface, m_bWakeUpdateInProgress};
     UniqueHandle m_ConsoleStopEvent;
     std::atomic<uint8_t> m_bRunAsConsole{0};
     IPv4InfoStore m_ipv4InfoStore;
@@ -117,6 +121,7 @@ class ZELService : public ServiceState {
     void RunServiceMain();
     DWORD CurrentServiceState();
     void HandlePowerEvent(DWORD eventType);
+    void ReportSafeBoot(Presence::Epoch epoch);
     void StopService(bool shutdown);
     void StopDASHAndReadThread();
     void JoinThreads();

@@ -1,6 +1,7 @@
 #include "tests/support/ServiceFixture.h"
 
 #include <algorithm>
+#include <atomic>
 #include <thread>
 
 #include "base/ZELLogger.h"
@@ -62,6 +63,22 @@ void ServiceFixture::AwaitListener() {
 
 void ServiceFixture::StopService() {
     service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0);
+}
+
+void ServiceFixture::HandleInTime(DWORD control, DWORD eventType) {
+    using namespace std::chrono_literals;
+    std::atomic<bool> over{false};
+    std::thread handler([&] {
+        service->ServiceCtrlHandler(control, eventType);
+        over = true;
+    });
+    const bool ended = Eventually([&] {
+        if (!over && Clock().AwaitSleeper(2s, 1ms)) Advance(2s);
+        return over.load();
+    });
+    if (!ended) Clock().SetManual(false);
+    handler.join();
+    EXPECT_TRUE(ended) << "the control does not end";
 }
 
 void ServiceFixture::ExpectErrors(const std::vector<std::string>& texts) {

@@ -29,6 +29,8 @@ class ServiceFixture : public PcFixture {
     void AwaitListener();
     // Runs the stop as the SCM's control does, to its end. The log is closed then.
     void StopService();
+    // Handles a control, for which time passes as long as it waits for a firmware that doesn't answer.
+    void HandleInTime(DWORD control, DWORD eventType = 0);
 
     // An ERROR line with this text has to come, any number of times.
     void ExpectError(const std::string& text) { m_expectedErrors.push_back(text); }

@@ -123,16 +123,17 @@ TEST_F(PlatformUpdate, AStopEndsTheWaitForAConnection) {
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
 }
 
-TEST_F(PlatformUpdate, ASuspendDuringTheWaitClosesTheGateForTheRest) {
-    ExpectErrors({"SendIOCtlToDriver: Error Service is not signalled as Up, returning: 1062 to the caller"});
+TEST_F(PlatformUpdate, ASuspendEndsTheWaitForAConnection) {
     SetConnected(false);
     std::thread update = Update();
     FailPolls(3);
+    ASSERT_TRUE(Clock().AwaitSleeper(100ms));
     service->StopPlatformUpdates();
-    ComeOnline();
+    SetConnected(true);
+    Advance(100ms);
     update.join();
-    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
-    AwaitLog("Skipping network updates");
+    EXPECT_EQ(firmware.Requests().back().As<ZELStatusRecord>().state, 2u);
+    EXPECT_FALSE(service->m_bPlatformUpdateDone);
 }
 
 TEST_F(PlatformUpdate, TheFarewellClosesTheGateAndForgetsTheAddress) {

@@ -53,22 +53,6 @@ class SlowFirmware : public KvmFixture {
         ASSERT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
     }
 
-    // Time passes for as long as the control waits for its requests.
-    void HandleInTime(DWORD control, DWORD eventType = 0) {
-        std::atomic<bool> over{false};
-        std::thread handler([&] {
-            service->ServiceCtrlHandler(control, eventType);
-            over = true;
-        });
-        const bool ended = Eventually([&] {
-            if (!over && Clock().AwaitSleeper(2s, 1ms)) Advance(2s);
-            return over.load();
-        });
-        if (!ended) Clock().SetManual(false);
-        handler.join();
-        EXPECT_TRUE(ended) << "the control does not end";
-    }
-
     // The scanning thread finds a changed address, which the firmware does not take.
     void HangTheScan() {
         firmware.Hold("WriteIPCompleteInformation");

@@ -25,6 +25,10 @@ class WakeUpdate : public ServiceFixture {
     void Disconnect() {
         Pc().Change([](auto& description) { description.connectedFlags = 0; });
     }
+    void Connect() {
+        Pc().Change([](auto& description) { description.connectedFlags = 0x12; });
+    }
+    void Suspend() { service->ServiceCtrlHandler(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND); }
     std::vector<std::string> RequestNames() {
         std::vector<std::string> names;
         for (const mpm::Request& request : firmware.Requests())
@@ -182,6 +186,97 @@ TEST_F(WakeUpdate, ASuspendDuringTheUpdateClosesTheGateForTheRestOfIt) {
     ASSERT_TRUE(UpdateEnds());
     EXPECT_EQ(ReportedStates(), (std::vector<uint32_t>{1, 2}));
     EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
+}
+
+TEST_F(WakeUpdate, AResumeAfterASuspendWithoutNetworkBringsTheFirmwareUpToDate) {
+    Disconnect();
+    service->WakeAndUpdateMPM(true);
+    ASSERT_TRUE(Clock().AwaitSleeper(100ms));
+    Suspend();
+    EXPECT_FALSE(service->m_bWakeUpdateInProgress);
+    service->ServiceCtrlHandler(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC);
+    ASSERT_TRUE(firmware.AwaitCount("WriteZELStatus", 3));
+    EXPECT_EQ(ReportedStates(), (std::vector<uint32_t>{1, 2, 1}));
+    // The update of before the suspend ends with its next look for a network, the one of the resume waits.
+    ASSERT_TRUE(Clock().AwaitSleepersOf(100ms, 2));
+    Advance(100ms);
+    ASSERT_TRUE(Clock().AwaitSleeper(100ms));
+    EXPECT_TRUE(service->m_bWakeUpdateInProgress);
+    Connect();
+    Advance(100ms);
+    ASSERT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
+    ASSERT_TRUE(UpdateEnds());
+    EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 1u);
+    EXPECT_EQ(firmware.Count("WriteOsInfo"), 2u);
+}
+
+TEST_F(WakeUpdate, ASuspendEndsTheWaitForANetwork) {
+    Disconnect();
+    service->WakeAndUpdateMPM(true);
+    ASSERT_TRUE(Clock().AwaitSleeper(100ms));
+    Suspend();
+    Connect();
+    Advance(100ms);
+    EXPECT_TRUE(service->m_detachedThreads.AwaitEnd(INFINITE));
+    EXPECT_EQ(firmware.Count("WriteMultiNwInfo"), 0u);
+}
+
+TEST_F(WakeUpdate, AWakeThatASuspendOvertakesReportsNothing) {
+    for (const uint32_t bootMode : {0, 1, 2}) {
+        SCOPED_TRACE(bootMode);
+        service->m_bootMode = bootMode;
+        firmware.Clear();
+        firmware.Hold("GetMPMStatus");
+        std::thread wake([this] { service->WakeAndUpdateMPM(true); });
+        ASSERT_TRUE(firmware.AwaitRequest("GetMPMStatus"));
+        Suspend();
+        firmware.Release("GetMPMStatus");
+        wake.join();
+        ASSERT_TRUE(UpdateEnds());
+        EXPECT_FALSE(Eventually([this] { return ReportedStates().size() > 1; }, 50ms));
+        EXPECT_EQ(ReportedStates(), std::vector<uint32_t>{2});
+        EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
+    }
+}
+
+TEST_F(WakeUpdate, AWakeInSafeBootThatAStopOvertakesLeavesTheGateClosed) {
+    ExpectErrors({"with error: 995", "dwLastError = 995", "GetMPMStatus: cloudCerts is NULL"});
+    service->m_bootMode = 1;
+    firmware.Hold("GetMPMStatus");
+    std::thread wake([this] { service->WakeAndUpdateMPM(true); });
+    ASSERT_TRUE(firmware.AwaitRequest("GetMPMStatus"));
+    service->ServiceCleanup();
+    wake.join();
+    EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
+    EXPECT_EQ(ReportedStates(), std::vector<uint32_t>{2});
+    EXPECT_EQ(LogCount("ZEL Service Safeboot UP"), 0u);
+}
+
+TEST_F(WakeUpdate, AFarewellEndsAReportOfUpThatTheFirmwareDoesNotAnswer) {
+    ExpectErrors({"with error: 995", "dwLastError = 995"});
+    firmware.Hold("WriteZELStatus");
+    service->WakeAndUpdateMPM(true);
+    ASSERT_TRUE(firmware.AwaitCount("WriteZELStatus", 1));
+    // First the report of the update is cancelled, then the farewell's own.
+    HandleInTime(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    EXPECT_EQ(ReportedStates(), (std::vector<uint32_t>{1, 2}));
+    EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
+    ExpectLogInOrder({"ZEL Service UP", "ZEL Service DOWN"});
+    AllowError("Error Service is not signalled as Up, returning: 1062");
+    AllowError("Driver IOCTL failed in function GetZELVersion, with error 1062");
+}
+
+TEST_F(WakeUpdate, AFarewellInSafeBootEndsTheQueryBeforeTheReport) {
+    ExpectErrors({"with error: 995", "dwLastError = 995",
+                  "Driver IOCTL failed in function GetZELVersion, with error 995"});
+    service->m_bootMode = 2;
+    firmware.Hold("GetZELVersion");
+    std::thread wake([this] { service->WakeAndUpdateMPM(true); });
+    ASSERT_TRUE(firmware.AwaitRequest("GetZELVersion"));
+    HandleInTime(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    wake.join();
+    EXPECT_EQ(ReportedStates(), std::vector<uint32_t>{2});
+    EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
 }
 
 TEST_F(WakeUpdate, AServiceThatStopsStartsNone) {
