@@ -13,7 +13,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -63,7 +62,7 @@ class MailBoxDriverInterface {
     // --- the device ---
 
     // Finds the device interface and opens it, or keeps a handle that is already open. Returns 487 while the
-    // driver is absent.
+    // driver is absent, and 995 when CloseMPMDevice is called in the meantime. The driver may block the open.
     uint32_t OpenMPMDevice();
     // Returns a second handle for the read loop, or INVALID_HANDLE_VALUE on failure. The caller closes it.
     HANDLE GetNewHandleToMPMDevice();
@@ -122,28 +121,25 @@ class MailBoxDriverInterface {
     std::atomic<uint8_t> m_bServiceUp{0};
 
   private:
-    struct FreeBlock {
-        void operator()(void* block) const { std::free(block); }
-    };
-
     using SharedDevice = std::shared_ptr<const UniqueFileHandle>;
+    using InterfaceDetail = std::shared_ptr<const SP_DEVICE_INTERFACE_DETAIL_DATA_A>;
 
     SharedDevice Device() const;
     // Returns the previous device.
     SharedDevice SetDevice(SharedDevice device);
-    uint32_t FindDeviceInterface();
-    uint32_t ReadInterfaceDetail(HDEVINFO list, SP_DEVICE_INTERFACE_DATA& device);
-    HANDLE OpenHandle() const;
+    uint32_t InstallDevice(UniqueFileHandle device, uint64_t closes);
     uint32_t Write(const MailboxRequest& request, const void* bytes, uint32_t size);
     template <class Record>
     uint32_t Write(const TypedRequest<Record, NoRecord>& request, const Record* record);
     template <class Record>
     uint32_t Query(const TypedRequest<NoRecord, Record>& request, Record* record);
 
-    // Guards the detail data: a thread may still search for the device while the service stops.
+    // Guards the detail data and the count: a thread may still search for the device while the service stops.
+    // Not held during an open, which blocks for as long as the driver loads.
     std::mutex m_deviceMutex;
     // Kept after the open and after the close, because the second handle needs the path again.
-    std::unique_ptr<SP_DEVICE_INTERFACE_DETAIL_DATA_A, FreeBlock> m_pDeviceInterfaceDetailData;
+    InterfaceDetail m_pDeviceInterfaceDetailData;
+    uint64_t m_closes = 0;  // an open that returns after a close must not install its handle
     mutable std::mutex m_handleMutex;
     // Null while the device is not open. Each request keeps the device open until the request has ended,
     // because the number of a closed handle may be reused at once.

@@ -1,4 +1,6 @@
 // Finding, opening and closing the mailbox device.
+#include <atomic>
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -17,6 +19,33 @@ class Device : public ServiceFixture {
   protected:
     MailBoxDriverInterface& Mailbox() { return service->m_mailBoxDriverInterface; }
     static size_t OpenHandles() { return winhost::MailboxDevice::Instance().OpenHandles(); }
+    // From now on the driver holds the next open until the promise is kept. Returns once it has come.
+    struct HeldOpen {
+        std::promise<void> entered, leave;
+        std::atomic<bool> held{false};
+        void Arm() {
+            Gate().Ask([this](const std::string& call, const void*) {
+                if (call == "CreateFileA" && !held.exchange(true)) {
+                    entered.set_value();
+                    leave.get_future().wait();
+                }
+                return 0u;
+            });
+        }
+    };
+    // Calls while the driver holds an open; all of them have to return meanwhile.
+    void ExpectDuring(HeldOpen& open, const std::function<void()>& calls) {
+        open.entered.get_future().wait();
+        std::atomic<bool> over{false};
+        std::thread caller([&] {
+            calls();
+            over = true;
+        });
+        EXPECT_TRUE(Eventually([&] { return over.load(); }, std::chrono::seconds(5)));
+        open.leave.set_value();
+        caller.join();
+    }
+
     // A cancel may come just before the thread has registered its request or its wait.
     void CancelUntilEnded(std::thread::id thread, size_t requests) {
         EXPECT_TRUE(Eventually([&] {
@@ -122,6 +151,34 @@ TEST_F(Device, ASecondHandleThatFailsIsAnError) {
     Mailbox().OpenMPMDevice();
     Gate().FailNth("CreateFileA", 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Mailbox().GetNewHandleToMPMDevice(), INVALID_HANDLE_VALUE);
+}
+
+TEST_F(Device, IsClosedWhileTheDriverHoldsTheOpen) {
+    HeldOpen held;
+    held.Arm();
+    std::thread open([this] { EXPECT_EQ(Mailbox().OpenMPMDevice(), 995u); });
+    ExpectDuring(held, [this] {
+        Mailbox().CloseMPMDevice();
+        CloseHandle(Mailbox().GetNewHandleToMPMDevice());
+    });
+    open.join();
+    EXPECT_FALSE(Mailbox().IsOpen());
+    EXPECT_EQ(OpenHandles(), 0u);
+    EXPECT_TRUE(HasLine("INFO", "OpenMPMDevice: the device was closed during the open"));
+    EXPECT_EQ(LogCount("Open MPM Device Success"), 0u);
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 0u);
+}
+
+TEST_F(Device, IsClosedWhileTheDriverHoldsTheSecondOpen) {
+    OpenMailbox();
+    HeldOpen held;
+    held.Arm();
+    HANDLE second = INVALID_HANDLE_VALUE;
+    std::thread open([&] { second = Mailbox().GetNewHandleToMPMDevice(); });
+    ExpectDuring(held, [this] { Mailbox().CloseMPMDevice(); });
+    open.join();
+    EXPECT_FALSE(Mailbox().IsOpen());
+    CloseHandle(second);
 }
 
 TEST_F(Device, ClosedItIsOutOfReach) {

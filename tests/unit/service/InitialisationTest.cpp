@@ -1,4 +1,6 @@
 // Which installation may start, and how the device is waited for.
+#include <atomic>
+#include <future>
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
@@ -216,6 +218,36 @@ TEST_F(DeviceRetry, ADriverThatComesLaterIsFoundAndTheFirmwareHearsOfTheHost) {
     EXPECT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
     AwaitLog("Open MPM Device Success");
     AwaitListener();
+}
+
+TEST_F(DeviceRetry, AStopDoesNotWaitForADriverThatHoldsTheOpen) {
+    ExpectError("ZELService::DoDriverInitialization: OpenMPMDevice() call failed with error: 995");
+    PassQuickRetries();
+    ASSERT_TRUE(Clock().AwaitSleeper(10s));
+    std::promise<void> entered, leave;
+    std::atomic<bool> held{false};
+    Gate().Ask([&](const std::string& call, const void*) {
+        if (call == "CreateFileA" && !held.exchange(true)) {
+            entered.set_value();
+            leave.get_future().wait();
+        }
+        return 0u;
+    });
+    firmware.ComeBack();
+    Advance(10s);
+    entered.get_future().wait();
+    std::atomic<bool> over{false};
+    std::thread stop([&] {
+        service->ServiceCleanup();
+        over = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return over.load(); }, 5s));
+    leave.set_value();
+    stop.join();
+    m_thread.join();
+    EXPECT_FALSE(service->m_mailBoxDriverInterface.IsOpen());
+    EXPECT_TRUE(firmware.Requests().empty());
+    EXPECT_EQ(LogCount("Call GetNewHandleToMPMDevice"), 0u);
 }
 
 TEST_F(DeviceRetry, AStopEndsIt) {
