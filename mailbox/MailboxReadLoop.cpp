@@ -68,7 +68,7 @@ bool MailboxReadLoop::StartReads() {
             return false;
         }
         if (!StartRead(slot)) {
-            LogError("ReadFile call-1 - Asynchronous Read command failed with error: %d", GetLastError());
+            LogError("ReadFile call-1 - Asynchronous Read command failed with error: %d", m_lastError);
             return false;
         }
     }
@@ -80,10 +80,10 @@ bool MailboxReadLoop::StartReads() {
 bool MailboxReadLoop::StartRead(size_t slot) {
     const BOOL completed = ReadFile(m_handle.Get(), m_slots->buffers[slot].get(), kMailboxBufferSize, nullptr,
                                     &m_slots->overlapped[slot]);
-    const bool pends = !completed && GetLastError() == ERROR_IO_PENDING;
+    m_lastError = GetLastError();
+    const bool pends = !completed && m_lastError == ERROR_IO_PENDING;
     if (completed || pends) ++m_pendingReads;
     if (pends && m_bCancelled) CancelIoEx(m_handle.Get(), &m_slots->overlapped[slot]);
-    if (pends) SetLastError(ERROR_IO_PENDING);
     return pends;
 }
 
@@ -95,8 +95,7 @@ void MailboxReadLoop::Serve(const std::atomic<uint8_t>& stopping, const Dispatch
         } catch (const std::exception& exception) {
             // The message is lost, and its slot is not read into again.
             const char* const what = exception.what();
-            LogError("Last error: %d, exception error: %s", GetLastError(),
-                     what ? what : "Unknown exception");
+            LogError("Last error: %d, exception error: %s", m_lastError, what ? what : "Unknown exception");
         }
     }
 }
@@ -109,7 +108,8 @@ bool MailboxReadLoop::ServeOne(const Dispatch& dispatch) {
     const BOOL completed = GetQueuedCompletionStatus(m_port.Get(), &bytes, &key, &overlapped, INFINITE);
     if (overlapped) --m_pendingReads;
     if (!completed) {
-        LogError("GetQueuedCompletionStatus failed with error: %d", GetLastError());
+        m_lastError = GetLastError();
+        LogError("GetQueuedCompletionStatus failed with error: %d", m_lastError);
         return false;
     }
     const size_t slot = overlapped - m_slots->overlapped.data();
@@ -117,8 +117,7 @@ bool MailboxReadLoop::ServeOne(const Dispatch& dispatch) {
 
     LogInfo("Call ReadFile from %s after ProcessRead", kName);
     if (!StartRead(slot)) {
-        LogError("%s: ReadFile call-2 - Asynchronous Read command failed with error: %d", kName,
-                 GetLastError());
+        LogError("%s: ReadFile call-2 - Asynchronous Read command failed with error: %d", kName, m_lastError);
         return false;
     }
     LogInfo("ReadFile returned successfully to %s after ProcessRead", kName);

@@ -43,4 +43,5 @@ class MailboxReadLoop {
     UniqueHandle m_port;
     std::shared_ptr<Slots> m_slots;
     size_t m_pendingReads = 0;
+    DWORD m_lastError = 0;  // of the loop's own calls; a handler that throws may have left another one
 };

@@ -99,6 +99,7 @@ TEST_F(ReadLoop, AnEmptyReadDispatchesNothingAndIsRenewed) {
     firmware.SendRaw({});
     AwaitLog("ReadFile returned successfully");
     EXPECT_EQ(LogCount("received command from driver"), 0u);
+    EXPECT_EQ(LogCount("is too short for a command"), 0u);
     EXPECT_EQ(Device().PendingReads(), 10u);
 }
 
@@ -237,6 +238,33 @@ TEST_F(ReadLoop, AnExceptionInAHandlerCostsTheMessageAndItsReadAndNoMore) {
         EXPECT_EQ(Device().PendingReads(), 10 - lost);
     }
     EXPECT_EQ(LogCount("Unknown Command received from driver: 0xc8"), 2u);
+}
+
+TEST_F(ReadLoop, AnExceptionIsLoggedWithTheErrorOfTheLoopAndNotOfTheHandler) {
+    ExpectError("Last error: 997, exception error: boom");
+    StartLoopAndAwaitReads();
+    Gate().Ask([](const std::string& call, const void*) -> uint32_t {
+        if (call != "InitiateSystemShutdownExA") return 0;
+        SetLastError(ERROR_ACCESS_DENIED);
+        throw std::runtime_error("boom");
+    });
+    firmware.Send(MPM_ZEL_CMD_REBOOT_NONDASH);
+    AwaitLog("exception error: boom");
+    EXPECT_EQ(LogCount("Last error: 997, exception error: boom"), 1u);
+}
+
+TEST_F(ReadLoop, TenLostReadsEndItWithItsHandleClosed) {
+    ExpectError("exception error: boom");
+    StartLoopAndAwaitReads();
+    ThrowAt("InitiateSystemShutdownExA", std::runtime_error("boom"));
+    for (size_t lost = 1; lost <= 10; ++lost) {
+        firmware.Send(MPM_ZEL_CMD_REBOOT_NONDASH);
+        AwaitLog("exception error: boom", lost);
+        EXPECT_EQ(Device().PendingReads(), 10 - lost);
+    }
+    JoinLoop();
+    ExpectClosedInOrder("exception error: boom");
+    EXPECT_EQ(LogCount("GetQueuedCompletionStatus failed"), 0u);
 }
 
 TEST_F(ReadLoop, ReadsThatNeverComeBackKeepTheirBuffers) {
