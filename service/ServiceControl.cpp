@@ -18,6 +18,18 @@ std::atomic<DWORD> g_CheckPoint{1};
 void ZELService::ReportServiceStatus(DWORD state, DWORD exitCode, DWORD waitHint) {
     if (m_bRunAsConsole) return;
     std::lock_guard lock(m_serviceStatusMutex);
+    SendServiceStatus(state, exitCode, waitHint);
+}
+
+// The state is read and reported under one lock, because another thread may report the next state meanwhile.
+void ZELService::AnswerInterrogation() {
+    if (m_bRunAsConsole) return;
+    std::lock_guard lock(m_serviceStatusMutex);
+    SendServiceStatus(m_ServiceStatus.dwCurrentState, NO_ERROR, 0);
+}
+
+// The caller holds m_serviceStatusMutex.
+void ZELService::SendServiceStatus(DWORD state, DWORD exitCode, DWORD waitHint) {
     m_ServiceStatus.dwCurrentState = state;
     m_ServiceStatus.dwWin32ExitCode = exitCode;
     m_ServiceStatus.dwWaitHint = waitHint;
@@ -35,7 +47,7 @@ DWORD ZELService::ServiceCtrlHandler(DWORD control, DWORD eventType) {
             break;
         case SERVICE_CONTROL_INTERROGATE:
             LogInfo("ServiceCtrlHandler: SERVICE_CONTROL_INTERROGATE received");
-            ReportServiceStatus(CurrentServiceState(), NO_ERROR, 0);
+            AnswerInterrogation();
             break;
         case SERVICE_CONTROL_POWEREVENT:
             LogInfo("ServiceCtrlHandler: SERVICE_CONTROL_POWEREVENT received");
@@ -52,11 +64,6 @@ DWORD ZELService::ServiceCtrlHandler(DWORD control, DWORD eventType) {
             LogInfo("ServiceCtrlHandler: Received ControlCode: %d", control);
     }
     return NO_ERROR;
-}
-
-DWORD ZELService::CurrentServiceState() {
-    std::lock_guard lock(m_serviceStatusMutex);
-    return m_ServiceStatus.dwCurrentState;
 }
 
 // A wake from S0i3 is handled elsewhere: the firmware reports it with a command.

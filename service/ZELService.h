@@ -119,7 +119,8 @@ class ZELService : public ServiceState {
   private:
     void RunWithArguments(int argc, char** argv);
     void RunServiceMain();
-    DWORD CurrentServiceState();
+    void AnswerInterrogation();
+    void SendServiceStatus(DWORD state, DWORD exitCode, DWORD waitHint);
     void HandlePowerEvent(DWORD eventType);
     void ReportSafeBoot(Presence::Epoch epoch);
     void StopService(bool shutdown);

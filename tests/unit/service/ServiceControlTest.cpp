@@ -1,4 +1,5 @@
 // What the service does on each control.
+#include <atomic>
 #include <thread>
 
 #include "tests/support/ServiceFixture.h"
@@ -43,6 +44,37 @@ TEST_F(ServiceControl, SessionChangesAndUnknownControlsAreOnlyLogged) {
     EXPECT_TRUE(HasLine("INFO", "ServiceCtrlHandler: SERVICE_CONTROL_SESSIONCHANGE received"));
     EXPECT_TRUE(HasLine("INFO", "ServiceCtrlHandler: Received ControlCode: 200"));
     EXPECT_TRUE(firmware.Requests().empty());
+}
+
+TEST_F(ServiceControl, AnInterrogationNeverReportsAStateThatHasPassed) {
+    service->m_bRunAsConsole = 0;
+    DWORD current = 0;
+    size_t answers = 0, stale = 0;
+    // Called by both threads, under the lock of the report. An interrogation has no wait hint.
+    Gate().Ask([&](const std::string& call, const void*) {
+        if (call != "SetServiceStatus") return 0u;
+        const SERVICE_STATUS& status = service->m_ServiceStatus;
+        if (status.dwWaitHint != 0) {
+            current = status.dwCurrentState;
+        } else {
+            ++answers;
+            stale += status.dwCurrentState != current;
+        }
+        return 0u;
+    });
+    service->ReportServiceStatus(SERVICE_RUNNING, NO_ERROR, 1);
+    std::atomic<bool> over{false};
+    std::thread changes([&] {
+        while (!over)
+            for (const DWORD state : {SERVICE_START_PENDING, SERVICE_RUNNING})
+                service->ReportServiceStatus(state, NO_ERROR, 1);
+    });
+    for (int i = 0; i < 500; ++i)
+        service->ServiceCtrlHandler(SERVICE_CONTROL_INTERROGATE, 0);
+    over = true;
+    changes.join();
+    EXPECT_EQ(answers, 500u);
+    EXPECT_EQ(stale, 0u);
 }
 
 TEST_F(ServiceControl, StandbyAndItsEndAreOnlyLogged) {
