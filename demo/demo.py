@@ -24,7 +24,7 @@ from story import FirmwareLines, Follower, Story, service_line
 USER = "administrator"
 
 
-def make_host(windows, workdir, password):
+def make_host(windows, workdir, password, open_ports):
     settings = {"Users": {USER: password}}
     if windows:
         from harness.wine import WineHost, enter_namespace
@@ -32,7 +32,7 @@ def make_host(windows, workdir, password):
         firmware = Firmware(workdir, listen="tcp:127.0.0.1:6640", settings=settings).start()
         return firmware, WineHost(workdir, "127.0.0.1:6640")
     firmware = Firmware(workdir, settings=settings).start()
-    return firmware, NativeHost(workdir, firmware.address)
+    return firmware, NativeHost(workdir, firmware.address, openPorts=open_ports)
 
 
 def play(story, firmware, host, workdir, password):
@@ -86,11 +86,12 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--windows", action="store_true", help="run the shipped ZELService.exe under Wine")
     parser.add_argument("--stay", action="store_true", help="stay up for hand tests until Ctrl-C")
+    parser.add_argument("--open", action="store_true", help="accept consoles and viewers from other machines too (not under Wine)")
     options = parser.parse_args()
     story = Story()
     workdir = pathlib.Path(tempfile.mkdtemp(prefix="zel-demo-"))
     password = secrets.token_urlsafe(9)
-    firmware, host = make_host(options.windows, workdir, password)
+    firmware, host = make_host(options.windows, workdir, password, options.open)
     followers = [
         Follower(host.log_path(), service_line(story)),
         Follower(firmware.log_path, FirmwareLines(story)),

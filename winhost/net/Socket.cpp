@@ -69,13 +69,16 @@ void Socket::OnClose() {
 
 int Socket::Bind(Endpoint endpoint) {
     if (m_state != State::Fresh) return -EINVAL;
-    const auto ports = Pc::Instance().Description().ports;
+    const PcDescription pc = Pc::Instance().Description();
     Endpoint real = endpoint;
-    if (const auto found = ports.find(ntohs(endpoint.port)); found != ports.end())
+    if (const auto found = pc.ports.find(ntohs(endpoint.port)); found != pc.ports.end()) {
         real.port = htons(found->second);
+        if (real.address == htonl(INADDR_ANY) && !pc.openPorts) real.address = htonl(INADDR_LOOPBACK);
+    }
     const int result = BindAsWindows(m_descriptor, ToSockaddr(real));
     if (result != 0) return Failure(-result);
     if (real.port != endpoint.port) m_askedPort = endpoint.port;
+    m_askedAny = real.address != endpoint.address;
     m_state = State::Bound;
     return 0;
 }
@@ -165,6 +168,7 @@ int Socket::LocalName(Endpoint& endpoint) const {
     if (getsockname(m_descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0) return -errno;
     endpoint = FromSockaddr(address);
     if (const uint16_t asked = m_askedPort) endpoint.port = asked;
+    if (m_askedAny) endpoint.address = htonl(INADDR_ANY);
     return 0;
 }
 

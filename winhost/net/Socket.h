@@ -70,6 +70,7 @@ class Socket final : public Object {
     std::atomic<bool> m_receiveShutDown{false};
     std::atomic<bool> m_sendShutDown{false};
     std::atomic<uint16_t> m_askedPort{0};  // what Bind was asked for, when the description gave another one
+    std::atomic<bool> m_askedAny{false};   // for any address, and bound to the loopback instead
 };
 
 }  // namespace winhost

@@ -115,6 +115,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("cleanBoot", pc.cleanBoot);
     visit("startedByScm", pc.startedByScm);
     visit("ports", pc.ports);
+    visit("openPorts", pc.openPorts);
     visit("mailbox", pc.mailbox);
     visit("controlSocket", pc.controlSocket);
 }

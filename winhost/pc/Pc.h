@@ -116,6 +116,7 @@ struct PcDescription {
     uint32_t cleanBoot = 0;              // GetSystemMetrics(SM_CLEANBOOT)
     bool startedByScm = true;            // else StartServiceCtrlDispatcherA fails with 1063
     std::map<uint16_t, uint16_t> ports;  // bind(664) takes ports[664] when it is there
+    bool openPorts = false;              // `ports` accept connections from other machines
     std::string mailbox;                 // "unix:/path" or "tcp:127.0.0.1:4711"; empty: no such device
     std::string controlSocket;           // path of the Unix socket for winhostctl; empty: none
 };

@@ -98,6 +98,33 @@ TEST_F(WinsockListen, ANameHasToBeAWholeIPv4One) {
     closesocket(s);
 }
 
+TEST_F(WinsockListen, ADescribedPortIsClosedToOtherMachinesUnlessDescribedAsOpen) {
+    PosixPeer probe = PosixPeer::ListenOn(0);
+    const uint16_t real = probe.Port();
+    probe.Close();
+    for (const bool open : {false, true}) {
+        StartPc([=](winhost::PcDescription& pc) {
+            pc.ports[664] = real;
+            pc.openPorts = open;
+        });
+        const SOCKET listener = NewSocket();
+        sockaddr_in name = Address(664, INADDR_ANY);
+        EXPECT_EQ(0, bind(listener, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+        EXPECT_EQ(0, listen(listener, 2));
+        int size = sizeof(name);
+        EXPECT_EQ(0, getsockname(listener, reinterpret_cast<sockaddr*>(&name), &size));
+        EXPECT_EQ(ULONG{INADDR_ANY}, name.sin_addr.s_addr) << "what the process asked for";
+        // 127.0.0.2 is an address of this machine, and not the loopback address that the port is bound to.
+        name = Address(real, inet_addr("127.0.0.2"));
+        const SOCKET far = NewSocket();
+        EXPECT_EQ(open ? 0 : SOCKET_ERROR,
+                  connect(far, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+        const PosixPeer near = PosixPeer::ConnectTo(real);
+        closesocket(far);
+        closesocket(listener);
+    }
+}
+
 TEST_F(WinsockListen, ADescribedPortStandsForTheOneAskedFor) {
     PosixPeer probe = PosixPeer::ListenOn(0);
     const uint16_t real = probe.Port();
