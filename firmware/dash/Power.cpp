@@ -67,7 +67,7 @@ CimInstance Association(const std::string& hostName) {
 }
 
 uint16_t StateIn(pugi::xml_node input) {
-    const std::string text = ChildNamed(input, CimUri(kService), "PowerState").text().get();
+    const std::string text = TextIn(ClassChild(input, kService, "PowerState"));
     uint16_t state = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), state);
     if (error != std::errc() || stop != text.data() + text.size())
@@ -76,11 +76,11 @@ uint16_t StateIn(pugi::xml_node input) {
 }
 
 ReturnValue Change(pugi::xml_node input, const std::function<void(MpmCommand)>& command) {
-    const auto parameter = [&](const char* name) { return ChildNamed(input, CimUri(kService), name); };
+    const auto parameter = [&](const char* name) { return ClassChild(input, kService, name); };
     const uint16_t state = StateIn(input);
     if (!RefersTo(parameter("ManagedElement"), System(""))) return kInvalidParameter;
     // Nothing but at once and without limit.
-    if (*parameter("TimeoutPeriod").text().get()) return kNoTimeout;
+    if (!TextIn(parameter("TimeoutPeriod")).empty()) return kNoTimeout;
     if (parameter("Time").first_child()) return kNotSupported;
     if (state == kOn) return kCompleted;  // it is
     for (const PowerState& each : kStates) {
@@ -98,19 +98,18 @@ void OfferPower(Wsman& wsman, std::function<std::string()> hostName,
     OfferCim(wsman, [hostName] {
         return std::vector<CimInstance>{System(hostName()), Service(), Association(hostName())};
     });
-    wsman.Offer(CimUri(kService) + "/RequestPowerStateChange",
-                [command](const SoapMessage& request, SoapAnswer& answer) {
-                    Addressed(request, {Service()});
-                    const pugi::xml_node input =
-                        ChildNamed(request.Body(), CimUri(kService), "RequestPowerStateChange_INPUT");
-                    if (!input)
-                        throw SoapFault("s:Sender", "wsman:SchemaValidationError",
-                                        "The body is no RequestPowerStateChange_INPUT.");
-                    answer.Address(request);
-                    pugi::xml_node output = answer.Body().append_child("p:RequestPowerStateChange_OUTPUT");
-                    output.append_attribute("xmlns:p") = CimUri(kService).c_str();
-                    AppendText(output, "p:ReturnValue", std::to_string(Change(input, command)));
-                });
+    wsman.Offer(CimUri(kService) + "/RequestPowerStateChange", [command](const SoapMessage& request,
+                                                                         SoapAnswer& answer) {
+        Addressed(request, {Service()});
+        const pugi::xml_node input = ClassChild(request.Body(), kService, "RequestPowerStateChange_INPUT");
+        if (!input)
+            throw SoapFault("s:Sender", "wsman:SchemaValidationError",
+                            "The body is no RequestPowerStateChange_INPUT.");
+        answer.Address(request);
+        pugi::xml_node output = answer.Body().append_child("p:RequestPowerStateChange_OUTPUT");
+        output.append_attribute("xmlns:p") = CimUri(kService).c_str();
+        AppendText(output, "p:ReturnValue", std::to_string(Change(input, command)));
+    });
 }
 
 }  // namespace mpm

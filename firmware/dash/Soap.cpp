@@ -36,16 +36,11 @@ int DepthOf(pugi::xml_node root) {
     return deepest;
 }
 
-std::string NewMessageId() {
-    unsigned char b[16];
-    if (RAND_bytes(b, sizeof b) != 1) throw std::runtime_error("no random bytes");
-    b[6] = (b[6] & 0x0F) | 0x40;
-    b[8] = (b[8] & 0x3F) | 0x80;
-    char text[64];
-    std::snprintf(text, sizeof text,
-                  "uuid:%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x", b[0], b[1],
-                  b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
-    return text;
+// White space as XML has it.
+std::string Trimmed(const std::string& text) {
+    constexpr const char* kSpace = " \t\r\n";
+    const size_t begin = std::min(text.find_first_not_of(kSpace), text.size());
+    return text.substr(begin, text.find_last_not_of(kSpace) + 1 - begin);
 }
 
 std::string FaultAction(const SoapFault& fault) {
@@ -72,6 +67,35 @@ pugi::xml_node ChildNamed(pugi::xml_node parent, std::string_view nameSpace, std
     return {};
 }
 
+std::string TextIn(pugi::xml_node element) {
+    return Trimmed(element.text().get());
+}
+
+std::optional<std::string> AttributeIn(pugi::xml_node element, std::string_view nameSpace,
+                                       std::string_view name) {
+    for (const pugi::xml_attribute attribute : element.attributes()) {
+        const std::string_view whole = attribute.name();
+        const size_t colon = whole.find(':');
+        const bool prefixed = colon != whole.npos;
+        if (whole.substr(prefixed ? colon + 1 : 0) != name) continue;
+        if ((prefixed ? NamespaceOf(element, std::string(whole.substr(0, colon))) : "") == nameSpace)
+            return Trimmed(attribute.value());
+    }
+    return std::nullopt;
+}
+
+std::string NewUuid() {
+    unsigned char b[16];
+    if (RAND_bytes(b, sizeof b) != 1) throw std::runtime_error("no random bytes");
+    b[6] = (b[6] & 0x0F) | 0x40;
+    b[8] = (b[8] & 0x3F) | 0x80;
+    char text[64];
+    std::snprintf(text, sizeof text,
+                  "uuid:%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x", b[0], b[1],
+                  b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
+    return text;
+}
+
 SoapMessage::SoapMessage(const std::string& text) {
     const pugi::xml_parse_result result =
         m_document.load_buffer(text.data(), text.size(), pugi::parse_default | pugi::parse_doctype);
@@ -93,7 +117,7 @@ SoapMessage::SoapMessage(const std::string& text) {
 }
 
 std::string SoapMessage::Addressing(const char* name) const {
-    return ChildNamed(m_header, ns::kAddressing, name).text().get();
+    return TextIn(ChildNamed(m_header, ns::kAddressing, name));
 }
 
 SoapAnswer::SoapAnswer() {
@@ -111,8 +135,8 @@ void SoapAnswer::Address(const std::string& action, const std::string& relatesTo
     m_envelope.append_attribute("xmlns:wsman") = ns::kManagement;
     m_envelope.append_attribute("xmlns:wsen") = ns::kEnumeration;
     AppendText(m_header, "wsa:Action", action);
-    AppendText(m_header, "wsa:MessageID", NewMessageId());
-    AppendText(m_header, "wsa:To", std::string(ns::kAddressing) + "/role/anonymous");
+    AppendText(m_header, "wsa:MessageID", NewUuid());
+    AppendText(m_header, "wsa:To", kAnonymous);
     if (!relatesTo.empty()) AppendText(m_header, "wsa:RelatesTo", relatesTo);
 }
 
@@ -135,11 +159,22 @@ pugi::xml_node AppendText(pugi::xml_node parent, const char* name, const std::st
 std::string FaultText(const SoapFault& fault, const std::string& relatesTo) {
     SoapAnswer answer;
     answer.Address(FaultAction(fault), relatesTo);
+    if (!fault.notUnderstood.empty()) {
+        const size_t end = fault.notUnderstood.find('}');
+        pugi::xml_node header = answer.Header().append_child("s:NotUnderstood");
+        const std::string nameSpace = fault.notUnderstood.substr(1, end - 1);
+        if (!nameSpace.empty()) header.append_attribute("xmlns:h") = nameSpace.c_str();
+        header.append_attribute("qname") =
+            ((nameSpace.empty() ? "" : "h:") + fault.notUnderstood.substr(end + 1)).c_str();
+    }
     pugi::xml_node body = answer.Body().append_child("s:Fault");
     pugi::xml_node code = body.append_child("s:Code");
     AppendText(code, "s:Value", fault.code);
     if (!fault.subcode.empty()) AppendText(code.append_child("s:Subcode"), "s:Value", fault.subcode);
     AppendText(body.append_child("s:Reason"), "s:Text", fault.what()).append_attribute("xml:lang") = "en";
+    if (!fault.detail.empty())
+        AppendText(body.append_child("s:Detail"), "wsman:FaultDetail",
+                   "http://schemas.dmtf.org/wbem/wsman/1/wsman/faultDetail/" + fault.detail);
     return answer.Text();
 }
 

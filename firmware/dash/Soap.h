@@ -4,6 +4,7 @@
 
 #include <pugixml.hpp>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -23,18 +24,34 @@ inline constexpr const char* kIdentity = "http://schemas.dmtf.org/wbem/wsman/ide
 inline constexpr const char* kDash = "http://schemas.dmtf.org/wbem/dash/1/dash.xsd";
 }  // namespace ns
 
+// The address of a client that receives its answers over the connection of the request.
+inline constexpr const char* kAnonymous = "http://schemas.xmlsoap.org/ws/2004/08/addressing/role/anonymous";
+
 // What an operation throws to answer with a fault instead.
 struct SoapFault : std::runtime_error {
-    SoapFault(std::string code, std::string subcode, const std::string& reason)
-        : runtime_error(reason), code(std::move(code)), subcode(std::move(subcode)) {}
-    std::string code;     // "s:Sender", "s:Receiver", "s:MustUnderstand" or "s:VersionMismatch"
-    std::string subcode;  // such as "wsa:ActionNotSupported"; may be empty
+    SoapFault(std::string code, std::string subcode, const std::string& reason, std::string detail = {})
+        : runtime_error(reason),
+          code(std::move(code)),
+          subcode(std::move(subcode)),
+          detail(std::move(detail)) {}
+    std::string code;           // "s:Sender", "s:Receiver", "s:MustUnderstand" or "s:VersionMismatch"
+    std::string subcode;        // such as "wsa:ActionNotSupported"; may be empty
+    std::string detail;         // the last part of a fault detail's URI, such as "Locale"; may be empty
+    std::string notUnderstood;  // the qualified name of a header, for "s:MustUnderstand"
 };
 
 // The name of an element as "{namespace}name". Prefixes are looked up at most kMaxDepth levels up.
 std::string QualifiedName(pugi::xml_node element);
 // The first child element of this qualified name; a null node when there is none.
 pugi::xml_node ChildNamed(pugi::xml_node parent, std::string_view nameSpace, std::string_view name);
+
+// The text of an element without white space around it; most values of the schemas allow it there.
+std::string TextIn(pugi::xml_node element);
+// An attribute of this namespace ("" for an attribute without prefix), without white space around it.
+std::optional<std::string> AttributeIn(pugi::xml_node element, std::string_view nameSpace,
+                                       std::string_view name);
+// "uuid:..."
+std::string NewUuid();
 
 // A request. The nodes belong to the document inside.
 class SoapMessage {

@@ -2,11 +2,16 @@
 
 #include <strings.h>
 
+#include <cstring>
+
+#include "firmware/dash/RequestHeaders.h"
+
 namespace mpm {
 
 namespace {
 
 constexpr const char* kPath = "/wsman";
+constexpr const char* kAnonymousPath = "/wsman-anon/identify";  // for Identify alone
 constexpr const char* kSoapType = "application/soap+xml";
 
 bool IsSoap(const std::string& contentType) {
@@ -23,17 +28,11 @@ int StatusOf(const SoapFault& fault) {
     return fault.code == "s:Sender" ? 400 : 500;
 }
 
-// Headers of WS-Addressing and WS-Management are understood as far as an operation looks at them.
-void CheckMustUnderstand(const SoapMessage& message) {
-    for (const pugi::xml_node header : message.Header().children()) {
-        const std::string name = QualifiedName(header);
-        if (name.starts_with("{" + std::string(ns::kAddressing) + "}") ||
-            name.starts_with("{" + std::string(ns::kManagement) + "}"))
-            continue;
-        for (const pugi::xml_attribute attribute : header.attributes())
-            if (std::string(attribute.name()).ends_with(":mustUnderstand") && attribute.as_bool())
-                throw SoapFault("s:MustUnderstand", "", "The header " + name + " is not understood.");
-    }
+pugi::xml_node FirstElement(pugi::xml_node parent) {
+    pugi::xml_node first = parent.first_child();
+    while (first && first.type() != pugi::node_element)
+        first = first.next_sibling();
+    return first;
 }
 
 }  // namespace
@@ -43,21 +42,26 @@ void Wsman::Offer(const std::string& key, Operation operation, Access access) {
 }
 
 HttpResponse Wsman::Handle(const HttpRequest& request) const {
-    if (request.target.substr(0, request.target.find('?')) != kPath) return {404, {}, {}, {}};
+    const std::string path = request.target.substr(0, request.target.find('?'));
+    if (path != kPath && path != kAnonymousPath) return {404, {}, {}, {}};
     if (request.method != "POST") return {405, {}, {}, "Allow: POST\r\n"};
     if (!IsSoap(request.contentType)) return {415, {}, {}, {}};
+    if (path == kAnonymousPath) return HandleEnvelope(request.body, Access::Free);
     if (m_guard && !IsFree(request.body))
         if (std::optional<HttpResponse> refusal = m_guard(request)) return *std::move(refusal);
-    return HandleEnvelope(request.body);
+    return HandleEnvelope(request.body, Access::Guarded);
 }
 
 const Wsman::Offered* Wsman::Find(const SoapMessage& message) const {
     const std::string action = message.Addressing("Action");
-    pugi::xml_node first = message.Body().first_child();
-    while (first && first.type() != pugi::node_element)
-        first = first.next_sibling();
-    const auto found = m_operations.find(action.empty() ? QualifiedName(first) : action);
-    return found == m_operations.end() ? nullptr : &found->second;
+    const std::string key = action.empty() ? QualifiedName(FirstElement(message.Body())) : action;
+    const auto found = m_operations.find(key);
+    if (found != m_operations.end()) return &found->second;
+    // An action of a class has the class's name in it.
+    if (strncasecmp(key.c_str(), ns::kCim, std::strlen(ns::kCim)) != 0) return nullptr;
+    for (const auto& [name, offered] : m_operations)
+        if (strcasecmp(name.c_str(), key.c_str()) == 0) return &offered;
+    return nullptr;
 }
 
 bool Wsman::IsFree(const std::string& text) const {
@@ -69,26 +73,37 @@ bool Wsman::IsFree(const std::string& text) const {
     }
 }
 
-HttpResponse Wsman::HandleEnvelope(const std::string& text) const {
+HttpResponse Wsman::HandleEnvelope(const std::string& text, Access least) const {
     std::string messageId;
     try {
         const SoapMessage message(text);
         messageId = message.Addressing("MessageID");
-        CheckMustUnderstand(message);
-        const Offered* asked = Find(message);
-        if (!asked) {
-            const std::string action = message.Addressing("Action");
-            if (action.empty())
-                throw SoapFault("s:Sender", "wsa:MessageInformationHeaderRequired",
-                                "The header wsa:Action is missing.");
-            throw SoapFault("s:Sender", "wsa:ActionNotSupported", "The action is not supported: " + action);
-        }
-        SoapAnswer answer;
-        asked->run(message, answer);
-        return Soap(200, answer.Text());
+        return Soap(200, Answer(message, least));
     } catch (const SoapFault& fault) {
         return Soap(StatusOf(fault), FaultText(fault, messageId));
     }
+}
+
+std::string Wsman::Answer(const SoapMessage& message, Access least) const {
+    CheckUnderstood(message);
+    const std::string action = message.Addressing("Action");
+    const Offered* asked = Find(message);
+    if (asked && least == Access::Free && asked->access != Access::Free) asked = nullptr;
+    if (!asked && action.empty())
+        throw SoapFault("s:Sender", "wsa:MessageInformationHeaderRequired",
+                        "The header wsa:Action is missing.");
+    if (!asked)
+        throw SoapFault("s:Sender", "wsa:ActionNotSupported", "The action is not supported: " + action);
+    // Identify alone has no action, and so none of the headers that belong to one.
+    if (!action.empty()) CheckFeatures(message);
+    const std::optional<size_t> limit = MaxEnvelopeOf(message);
+    SoapAnswer answer;
+    asked->run(message, answer);
+    std::string text = answer.Text();
+    if (limit && text.size() > *limit)
+        throw SoapFault("s:Sender", "wsman:EncodingLimit", "The answer exceeds MaxEnvelopeSize.",
+                        "MaxEnvelopeSizeExceeded");
+    return text;
 }
 
 void OfferIdentify(Wsman& wsman, std::function<Identity()> identity) {

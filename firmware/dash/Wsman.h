@@ -35,7 +35,9 @@ class Wsman {
         Access access;
     };
 
-    HttpResponse HandleEnvelope(const std::string& text) const;
+    // Carries out only operations of at least this access.
+    HttpResponse HandleEnvelope(const std::string& text, Access least) const;
+    std::string Answer(const SoapMessage& message, Access least) const;
     const Offered* Find(const SoapMessage& message) const;
     bool IsFree(const std::string& text) const;
 

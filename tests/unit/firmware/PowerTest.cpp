@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "firmware/dash/Cim.h"
+#include "firmware/dash/Enumerations.h"
 
 namespace mpm::test {
 namespace {
@@ -16,6 +17,7 @@ const std::string kSystem = "CIM_ComputerSystem";
 const std::string kAssociation = "CIM_AssociatedPowerManagementService";
 const std::string kGet = "http://schemas.xmlsoap.org/ws/2004/09/transfer/Get";
 const std::string kEnumeration = "http://schemas.xmlsoap.org/ws/2004/09/enumeration";
+const std::string kDetail = "<wsman:FaultDetail>http://schemas.dmtf.org/wbem/wsman/1/wsman/faultDetail/";
 
 std::string Selectors(const std::string& selectors) {
     return "<wsman:SelectorSet>" + selectors + "</wsman:SelectorSet>";
@@ -143,10 +145,65 @@ TEST_F(PowerTest, TakesNeitherATimeNorATimeOut) {
 }
 
 TEST_F(PowerTest, RefusesAPowerStateThatIsNoNumber) {
-    for (const char* state : {"", "off", "6x", "-6", " 6", "65536", "99999999999999999999"})
+    for (const char* state : {"", "off", "6x", "-6", "6 6", "65536", "99999999999999999999"})
         ExpectFault(Request(State(state) + kHost), "wsman:InvalidParameter");
     ExpectFault(Request(kHost), "wsman:InvalidParameter");
     EXPECT_TRUE(m_commands.empty());
+}
+
+TEST_F(PowerTest, PassesOverWhiteSpaceAroundValues) {
+    EXPECT_EQ(Returned(Request(State("\n  6\t") + kHost)), "0");
+    const std::string keys =
+        Selector("CreationClassName", "\n" + kSystem + "\n") + Selector("Name", " ManagedSystem ");
+    EXPECT_EQ(Post("\n " + kGet + " \n", kSystem + "\n", "", Selectors(keys)).status, 200);
+}
+
+TEST_F(PowerTest, TakesNamesOfClassesAndKeysInAnyCase) {
+    const std::string keys =
+        Selector("creationclassname", "cim_COMPUTERsystem") + Selector("NAME", "ManagedSystem");
+    EXPECT_EQ(Post(kGet, "cim_computersystem", "", Selectors(keys)).status, 200);
+    ExpectFault(Post(kGet, kSystem, "",
+                     Selectors(Selector("CreationClassName", kSystem) + Selector("Name", "MANAGEDSYSTEM"))),
+                "wsman:InvalidSelectors");
+    const std::string service = "cim_powermanagementservice";
+    const HttpResponse response =
+        Post(CimUri(service) + "/requestpowerstatechange", service,
+             "<p:RequestPowerStateChange_INPUT xmlns:p=\"" + CimUri(service) + "\">" + State("6") +
+                 "<p:ManagedElement>" + Reference("CIM_COMPUTERSYSTEM", keys) + "</p:ManagedElement>" +
+                 "</p:RequestPowerStateChange_INPUT>");
+    EXPECT_EQ(Returned(response), "0");
+    EXPECT_EQ(m_commands, std::vector{MPM_ZEL_CMD_HOST_OFF_HARD});
+    ExpectFault(Post("HTTP://schemas.xmlsoap.org/ws/2004/09/transfer/get", kSystem),
+                "wsa:ActionNotSupported");
+}
+
+TEST_F(PowerTest, KnowsOneNamespace) {
+    const std::string own = Selector("__cimnamespace", "root/cimv2");
+    EXPECT_EQ(Post(kGet, kSystem, "", Selectors(own)).status, 200);
+    EXPECT_EQ(
+        Post(kGet, kSystem, "", Selectors(Selector("__CIMNAMESPACE", "ROOT/CIMV2") + kSystemKeys)).status,
+        200);
+    EXPECT_EQ(Post(kEnumeration + "/Enumerate", kSystem, "<wsen:Enumerate/>", Selectors(own)).status, 200);
+    const std::string other = Selectors(Selector("__cimnamespace", "root/other"));
+    for (const HttpResponse& response :
+         {Post(kGet, kSystem, "", other),
+          Post(kEnumeration + "/Enumerate", kSystem, "<wsen:Enumerate/>", other)}) {
+        ExpectFault(response, "wsman:InvalidSelectors");
+        EXPECT_TRUE(Has(response, kDetail + "InvalidValue<")) << response.body;
+    }
+}
+
+TEST_F(PowerTest, SaysWhatIsWrongWithTheSelectors) {
+    for (const auto& [keys, detail] :
+         {std::pair{Selector("Name", "ManagedSystem"), "InsufficientSelectors"},
+          {kSystemKeys + Selector("Colour", "red"), "UnexpectedSelectors"},
+          {kSystemKeys + Selector("name", "ManagedSystem"), "DuplicateSelectors"},
+          {Selector("CreationClassName", kSystem) + Selector("Name", "Other"), "InvalidValue"}}) {
+        const HttpResponse response = Post(kGet, kSystem, "", Selectors(keys));
+        ExpectFault(response, "wsman:InvalidSelectors");
+        EXPECT_TRUE(Has(response, kDetail + detail + "<")) << response.body;
+    }
+    EXPECT_TRUE(Has(Post(kGet, "CIM_Fan"), kDetail + "InvalidResourceURI<"));
 }
 
 TEST_F(PowerTest, RefusesABodyThatIsNoInput) {
@@ -225,22 +282,45 @@ TEST_F(PowerTest, RefusesFiltersModesAndContextsThatItDoesNotKnow) {
     ExpectFault(Enumerate(kSystem, "<wsman:Filter>select</wsman:Filter>"), "wsen:FilteringNotSupported");
     ExpectFault(Enumerate(kSystem, "<wsman:EnumerationMode>All</wsman:EnumerationMode>"),
                 "wsman:UnsupportedFeature");
-    for (const char* context : {"", "objects-1", "objects-00", "x", "objects-18446744073709551616"})
-        ExpectFault(Pull(kSystem, context), "wsen:InvalidEnumerationContext");
+    ExpectFault(Enumerate(kSystem, "<wsen:EndTo/>"), "wsman:UnsupportedFeature");
+    const std::string context = Text(Enumerate(kSystem), "EnumerationContext");
+    for (const std::string& other : {std::string(), std::string("x"), context + "0"})
+        ExpectFault(Pull(kSystem, other), "wsen:InvalidEnumerationContext");
+    ExpectFault(Pull(kService, context), "wsen:InvalidEnumerationContext");
     for (const char* count : {"0", "-1", "many", ""})
-        ExpectFault(
-            Pull(kSystem, "objects-0", std::string("<wsen:MaxElements>") + count + "</wsen:MaxElements>"),
-            "wsman:SchemaValidationError");
+        ExpectFault(Pull(kSystem, context, std::string("<wsen:MaxElements>") + count + "</wsen:MaxElements>"),
+                    "wsman:SchemaValidationError");
     ExpectFault(Post(kEnumeration + "/Pull", kSystem), "wsman:SchemaValidationError");
 }
 
 TEST_F(PowerTest, ReleasesAnEnumeration) {
     const std::string context = Text(Enumerate(kSystem), "EnumerationContext");
-    EXPECT_EQ(Post(kEnumeration + "/Release", kSystem,
-                   "<wsen:Release><wsen:EnumerationContext>" + context +
-                       "</wsen:EnumerationContext></wsen:Release>")
-                  .status,
-              200);
+    const auto release = [&] {
+        return Post(kEnumeration + "/Release", kSystem,
+                    "<wsen:Release><wsen:EnumerationContext>" + context +
+                        "</wsen:EnumerationContext></wsen:Release>");
+    };
+    EXPECT_EQ(release().status, 200);
+    ExpectFault(Pull(kSystem, context), "wsen:InvalidEnumerationContext");
+    ExpectFault(release(), "wsen:InvalidEnumerationContext");
+}
+
+TEST_F(PowerTest, PullsEachEnumerationOnce) {
+    const std::string first = Text(Enumerate(kSystem), "EnumerationContext");
+    const std::string second = Text(Enumerate(kSystem), "EnumerationContext");
+    EXPECT_NE(first, second);
+    EXPECT_EQ(Pull(kSystem, first).status, 200);
+    ExpectFault(Pull(kSystem, first), "wsen:InvalidEnumerationContext");
+    EXPECT_EQ(Pull(kSystem, second).status, 200);
+}
+
+TEST_F(PowerTest, ForgetsTheOldestOfManyEnumerations) {
+    const std::string first = Text(Enumerate(kSystem), "EnumerationContext");
+    const std::string second = Text(Enumerate(kSystem), "EnumerationContext");
+    for (size_t i = 1; i < Enumerations::kMax; ++i)
+        Enumerate(kSystem);
+    ExpectFault(Pull(kSystem, first), "wsen:InvalidEnumerationContext");
+    EXPECT_EQ(Pull(kSystem, second).status, 200);
 }
 
 }  // namespace

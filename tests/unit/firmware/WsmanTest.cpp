@@ -69,6 +69,21 @@ TEST_F(WsmanTest, GoesByTheNamespaceAndNotByThePrefix) {
     EXPECT_EQ(Post(Envelope("", R"(<wsmid:Identify xmlns:wsmid="urn:other"/>)")).status, 400);
 }
 
+TEST_F(WsmanTest, IdentifiesItselfUnderThePathThatNeedsNoUser) {
+    m_wsman.Offer("urn:do", [](const SoapMessage&, SoapAnswer&) { FAIL() << "carried out"; });
+    m_wsman.GuardBy([](const HttpRequest&) { return HttpResponse{401, "", "", ""}; });
+    const auto post = [this](const std::string& body) {
+        return m_wsman.Handle({"POST", "/wsman-anon/identify", "application/soap+xml", body});
+    };
+    EXPECT_EQ(TextAt(post(kIdentify), "Envelope/Body/IdentifyResponse/ProductVendor"), "Vendor & Sons");
+    const HttpResponse other =
+        post(Envelope("<wsa:Action>urn:do</wsa:Action><wsa:MessageID>uuid:1</wsa:MessageID>", "<x/>"));
+    EXPECT_EQ(other.status, 400);
+    EXPECT_EQ(Subcode(other), "wsa:ActionNotSupported");
+    EXPECT_EQ(m_wsman.Handle({"GET", "/wsman-anon/identify", "", ""}).status, 405);
+    EXPECT_EQ(m_wsman.Handle({"POST", "/wsman-anon", "application/soap+xml", kIdentify}).status, 404);
+}
+
 TEST_F(WsmanTest, AnswersOtherPathsMethodsAndTypesWithTheirStatus) {
     EXPECT_EQ(m_wsman.Handle({"POST", "/", "application/soap+xml", kIdentify}).status, 404);
     const HttpResponse get = m_wsman.Handle({"GET", "/wsman", "", ""});
@@ -139,8 +154,9 @@ TEST_F(WsmanTest, CarriesOutAnOperationThatWasOffered) {
             throw SoapFault("s:Receiver", "wsman:InternalError", "nothing to do");
         AppendText(answer.Body(), "Done", "yes");
     });
-    EXPECT_EQ(TextAt(Post(Envelope("<wsa:Action>urn:do</wsa:Action>", "<x/>")), "Envelope/Body/Done"), "yes");
-    const HttpResponse fault = Post(Envelope("<wsa:Action>urn:do</wsa:Action>", ""));
+    const std::string header = "<wsa:Action>urn:do</wsa:Action><wsa:MessageID>uuid:1</wsa:MessageID>";
+    EXPECT_EQ(TextAt(Post(Envelope(header, "<x/>")), "Envelope/Body/Done"), "yes");
+    const HttpResponse fault = Post(Envelope(header, ""));
     EXPECT_EQ(fault.status, 500);
     EXPECT_EQ(Subcode(fault), "wsman:InternalError");
     EXPECT_EQ(TextAt(fault, "Envelope/Header/Action"), "http://schemas.dmtf.org/wbem/wsman/1/wsman/fault");
