@@ -58,7 +58,7 @@ void DASHClientInterface::MonitorClientActivity() {
     while (!m_bStopSession && IsOpen(session) &&
            g_pServiceState->SleepUnlessStopping(kIdleCheckMilliseconds)) {
         const int64_t idle = CurrentTime() - last_activity_time;
-        if (idle < kIdleLimitSeconds * kTicksPerSecond || !IsOpen(session)) continue;
+        if (idle < kIdleLimitSeconds * kTicksPerSecond) continue;
         LogWarn("Server has not received requests for %lld seconds max %d. Initiating socket shutdown.",
                 idle / kTicksPerSecond, kIdleLimitSeconds);
         CloseSocketInZEL(session);

@@ -1,7 +1,9 @@
 // Faults that end the service's DASH traffic until it is restarted.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "tests/unit/dash/DashFixture.h"
@@ -51,12 +53,19 @@ class Reset : public DashFixture {
             return LogCount(kStoppedPool) > 0;
         }));
         AwaitLog("Process the accepted connection", consoles + 1 + waiting.size());
+        Gate().Ask([this](const std::string& call, const void*) -> uint32_t {
+            if (call == "closesocket" && closed < waiting.size() && waiting[closed++].AwaitClose())
+                ++endedBefore;
+            return 0;
+        });
         firmware.Release("GetMPMStatus");
         AwaitLog("Spawning threads to send and receive DASH traffic for socket with address: ", 2);
     }
 
     std::optional<ConsoleClient> announced;
     std::vector<ConsoleClient> waiting;
+    // Sockets of those that wait: which the service closes, and whose connections it had shut down before.
+    std::atomic<size_t> closed{0}, endedBefore{0};
 };
 
 }  // namespace
@@ -188,6 +197,8 @@ TEST_F(Reset, ClosesTheConsolesThatWait) {
     for (ConsoleClient& console : waiting)
         EXPECT_TRUE(console.AwaitClose());
     AwaitLog("Closing accept socket with address: ", 1 + waiting.size());
+    ASSERT_TRUE(Eventually([&] { return closed == waiting.size(); }));
+    EXPECT_EQ(endedBefore, waiting.size());
     EXPECT_FALSE(announced->AwaitClose(50ms));
 }
 

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "tests/unit/dash/DashFixture.h"
+#include "winhost/core/HandleTable.h"
 
 namespace {
 
@@ -109,6 +110,59 @@ TEST_F(SendPace, TheNextPayloadWaitsUntilTheOneBeforeIsSent) {
     Advance(1s);
     EXPECT_EQ(client.Receive(11), "firstsecond");
     AwaitLog("updateDataToClient: exit", 2);
+}
+
+TEST_F(SendPace, ASuccessWithinAPayloadStartsTheCountOfFailuresAnew) {
+    constexpr size_t kFailures = 4;  // one more ends the session
+    Start(50);
+    AllowErrorsOfAStop();
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    // More than the connection can hold, even when the console has read it empty three times.
+    const std::string payload(size_t{64} << 20, 'x');
+    service->m_dashClientInterface.updateDataToClient(payload.data(), payload.size());
+    for (size_t failure = 1; failure <= 3 * kFailures; ++failure) {
+        AwaitLog(kWouldBlock, failure);
+        if (failure % kFailures == 0) client.AwaitClose(100ms);
+        ASSERT_TRUE(Clock().AwaitSleepersOf(1s, 2));
+        Advance(1s);
+    }
+    AwaitLog(kWouldBlock, 3 * kFailures + 1);
+    EXPECT_EQ(LogCount("send() failed 5 times"), 0u);
+    EXPECT_EQ(LogCount("after Waiting for Send Size to get Updated"), 1u);
+    Stop();
+}
+
+TEST_F(SendPace, AHalfClosedConsoleGetsWhatItCouldNotTakeAtOnce) {
+    firmware.Change([](mpm::Settings& settings) { settings.EndsClosedSessions = false; });
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    client.FinishSending();
+    AwaitLog("DataRecvThread: exit");
+    for (const uint32_t error : {WSAEWOULDBLOCK, WSAEINTR}) {
+        Gate().FailNth("send", 1, error);
+        firmware.Send(MPM_ZEL_CMD_DASH_DATA, "answer");
+        AwaitLog("send() failed. Error: " + std::to_string(error));
+        ASSERT_TRUE(Clock().AwaitSleepersOf(1s, 2));
+        Advance(1s);
+        EXPECT_EQ(client.Receive(6), "answer");
+    }
+}
+
+TEST_F(SendPace, ACloseWaitsForTheSendThatIsUnderWay) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    Gate().Delay("send", 50ms);
+    firmware.Send(MPM_ZEL_CMD_DASH_DATA, "goodbye");
+    ASSERT_TRUE(Eventually([] { return Gate().Count("send") == 1; }));
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    EXPECT_EQ(client.Receive(7), "goodbye");
+    EXPECT_TRUE(client.AwaitClose());
+    AwaitLog("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+    EXPECT_EQ(LogCount("send() failed"), 0u);
+    EXPECT_EQ(winhost::HandleTable::Instance().StaleUses(), 0u);
 }
 
 TEST_F(SendPace, AStopEndsTheWaitOfAPayload) {
