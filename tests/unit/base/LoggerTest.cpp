@@ -1,6 +1,7 @@
 // The file that the logger writes: the form of its lines, and who may disturb it.
 #include <winsock2.h>
 #include <windows.h>
+#include <psapi.h>
 
 #include <gtest/gtest.h>
 
@@ -52,7 +53,11 @@ TEST_F(Logger, ALineCarriesProcessMemoryTagTimeAndThread) {
                                     "\\$\\$<ZELService> <(.*)> <thread = (\\d+) \\(0x([0-9a-f]+)\\)>\n")))
         << line;
     EXPECT_EQ(match[1], std::to_string(GetCurrentProcessId()));
+    PROCESS_MEMORY_COUNTERS_EX counters{};
+    K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
+                            sizeof counters);
     EXPECT_GE(std::stoul(match[2]), memory.size() >> 20);
+    EXPECT_NEAR(std::stod(match[2]), static_cast<double>(counters.PrivateUsage >> 20), 8);
     EXPECT_EQ(match[4], std::to_string(GetCurrentThreadId()));
     EXPECT_EQ(std::stoul(match[5], nullptr, 16), GetCurrentThreadId());
 }
@@ -74,6 +79,17 @@ TEST_F(Logger, TheTimeStampIsEnglishWithUnpaddedMillisecondsAndTheZonesStandardN
                   kDays[now.wDayOfWeek], kMonths[now.wMonth - 1], now.wDay, now.wHour, now.wMinute,
                   now.wSecond, now.wYear);
     EXPECT_NE(Content().find(stamp), std::string::npos) << Content() << stamp;
+}
+
+TEST_F(Logger, TheTimeStampPadsDayAndHour) {
+    // 5 January 2026, a Monday, 03:02:01.009 in UTC and on this PC.
+    constexpr uint64_t kMoment = 134120557210090000;  // as a FILETIME
+    Clock().SetWallOffset({});
+    const auto now = static_cast<int64_t>(Clock().FileTime());
+    Clock().SetWallOffset(std::chrono::nanoseconds((static_cast<int64_t>(kMoment) - now) * 100));
+    logger.LogInfo("ZELService", "x");
+    EXPECT_NE(Content().find("<Mon  Jan 05 03:02:01.9 2026 W. Europe Standard Time>"), std::string::npos)
+        << Content();
 }
 
 TEST_F(Logger, EachLevelHasItsText) {

@@ -253,6 +253,19 @@ TEST_F(ReadLoop, AnExceptionIsLoggedWithTheErrorOfTheLoopAndNotOfTheHandler) {
     EXPECT_EQ(LogCount("Last error: 997, exception error: boom"), 1u);
 }
 
+TEST_F(ReadLoop, AnExceptionOfAnyOtherKindEndsTheProcess) {
+    // The child process of the other style has no firmware thread.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            StartLoopAndAwaitReads();
+            ThrowAt("InitiateSystemShutdownExA", 1);
+            firmware.Send(MPM_ZEL_CMD_REBOOT_NONDASH);
+            JoinLoop();
+        },
+        "instance of 'int'");
+}
+
 TEST_F(ReadLoop, TenLostReadsEndItWithItsHandleClosed) {
     ExpectError("exception error: boom");
     StartLoopAndAwaitReads();

@@ -149,6 +149,14 @@ TEST_F(Requests, StreamsTravelWithoutTheirDescriptor) {
     ExpectSent("WriteKVMPacket", 0x9C41A43D, {kvm.begin(), kvm.end()});
 }
 
+TEST_F(Requests, APacketSaysHowMuchItsReplyHolds) {
+    const std::string dash = "dash bytes";
+    char reply[16] = "";
+    DashPacket packet{1, dash.data(), static_cast<uint32_t>(dash.size()), reply, sizeof reply};
+    EXPECT_EQ(Mailbox().WriteDASHPacket(&packet), 0u);
+    EXPECT_EQ(packet.replySize, 0u);
+}
+
 TEST_F(Requests, APacketIsNeeded) {
     ExpectErrors({"WriteDASHPacket: pDashPacket is NULL, returning ERROR_INVALID_ADDRESS to the caller",
                   "WriteKVMPacket: pKvmPacket is NULL, returning ERROR_INVALID_ADDRESS to the caller"});
@@ -189,9 +197,14 @@ TEST_F(Requests, TheVersionIsReadAndToldFieldByField) {
 }
 
 TEST_F(Requests, AVersionTextWithoutAnEndIsBounded) {
-    firmware.Change([](mpm::Settings& settings) { settings.MPMVersion = std::string(64, 'v'); });
+    // The field behind the text begins with a letter, too.
+    firmware.Change([](mpm::Settings& settings) {
+        settings.MPMVersion = std::string(64, 'v');
+        settings.ProvisionStatus = 'w';
+    });
     ManageabilityStatus status{};
     EXPECT_EQ(Mailbox().GetZELVersion(&status), 0u);
+    EXPECT_TRUE(HasLine("INFO", "GetZELVersion: MPMVersion: " + std::string(64, 'v')));
     EXPECT_EQ(LogCount("MPMVersion: " + std::string(63, 'v')), 1u);
     EXPECT_EQ(LogCount("MPMVersion: " + std::string(65, 'v')), 0u);
 }

@@ -1,4 +1,5 @@
 // The order in which the service stops.
+#include <atomic>
 #include <stdexcept>
 #include <thread>
 
@@ -34,8 +35,8 @@ TEST_F(Cleanup, FollowsItsOrderInARegularBoot) {
     ExpectLogInOrder({"Write ZEL Service status to MPM", "ZEL Service DOWN", "Clean up DASH object",
                       "Close HTTPS socket", "Waiting for DASH Client thread join",
                       "DASH Client thread joined", "Waiting for MB Driver Read thread termination",
-                      "MB Driver Read thread terminated", "Cleanup Driver Interfaces",
-                      "zel_json_data file deleted successfully"});
+                      "MB Driver Read thread terminated", "Cleanup WMI Interfaces",
+                      "Cleanup Driver Interfaces", "zel_json_data file deleted successfully"});
     // The thread itself may say so before anybody waits for it.
     ExpectLogInOrder({"Close HTTPS socket", "HandleDASHClientThread: Exiting DASH Handler Thread",
                       "DASH Client thread joined"});
@@ -119,9 +120,38 @@ TEST_F(Cleanup, MayComeWhileTheFirstReportStillWaitsForTheFirmware) {
     ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
     // The stop ends the first report before it sends its own.
     HandleInTime(SERVICE_CONTROL_STOP);
-    EXPECT_EQ(firmware.Count("WriteZELStatus"), 2u);
+    EXPECT_TRUE(firmware.AwaitCount("WriteZELStatus", 2));
     EXPECT_TRUE(service->EndThreads(INFINITE));
     EXPECT_EQ(winhost::MailboxDevice::Instance().OpenHandles(), 0u);
+}
+
+TEST_F(Cleanup, TheServiceStopsBeforeTheFirmwareHearsOfIt) {
+    OpenMailbox();
+    std::atomic<bool> stopping{false};
+    firmware.Observe([&](const mpm::Event& event) {
+        if (event.name == "WriteZELStatus") stopping = service->m_bServiceStopping != 0;
+    });
+    service->ServiceCleanup();
+    EXPECT_TRUE(stopping);
+    firmware.Observe(nullptr);
+}
+
+TEST_F(Cleanup, TheEndOfTheProcessWaitsForTheStop) {
+    OpenMailbox();
+    firmware.Hold("WriteZELStatus");
+    std::thread stop([this] { service->ServiceCtrlHandler(SERVICE_CONTROL_STOP, 0); });
+    ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
+    std::atomic<bool> over{false};
+    std::thread end([&] {
+        EXPECT_TRUE(service->EndThreads(INFINITE));
+        over = true;
+    });
+    EXPECT_FALSE(Eventually([&] { return over.load(); }, 50ms));
+    firmware.Release("WriteZELStatus");
+    stop.join();
+    end.join();
+    EXPECT_EQ(LogCount("with dwLastError = 995"), 0u);
+    EXPECT_EQ(Messages().back(), "Gracefully exitting ZEL Service. Close Log File.");
 }
 
 TEST_F(Cleanup, AServiceThatNeverStartedEndsAtOnce) {

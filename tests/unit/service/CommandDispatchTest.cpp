@@ -102,6 +102,14 @@ TEST_F(Dispatch, DashDataGoToTheClient) {
     EXPECT_EQ(lines[1], "Buffer size 6");
 }
 
+TEST_F(Dispatch, ThePowerActionFollowsTheAnswerThatReportsIt) {
+    Process(22);
+    const auto lines = Process(8, "answer");
+    const auto passedOn = std::find(lines.begin(), lines.end(), "updateDataToClient: exit");
+    ASSERT_NE(passedOn, lines.end());
+    EXPECT_NE(std::find(passedOn, lines.end(), "DoSytemShutdown: Shutdown initiated"), lines.end());
+}
+
 TEST_F(Dispatch, EmptyDashDataAreIgnored) {
     EXPECT_TRUE(Process(8).empty());
 }

@@ -28,6 +28,16 @@ TEST_F(DriverInitialisation, ListensAfterThreeSecondsWhenTheReportIsStillUnderWa
     EXPECT_FALSE(service->m_bPlatformUpdateDone);
 }
 
+TEST_F(DriverInitialisation, ReportsAlsoToAFirmwareThatKnowsTheHost) {
+    firmware.Change([](mpm::Settings& settings) {
+        settings.MPMStatus = 1;
+        settings.StatusFollowsHost = false;
+    });
+    StartService();
+    EXPECT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
+    EXPECT_EQ(LogCount("Skipping platform updates to MPM"), 0u);
+}
+
 TEST_F(DriverInitialisation, ListensAsSoonAsTheReportIsOver) {
     firmware.Hold("WriteOsInfo");
     StartService();

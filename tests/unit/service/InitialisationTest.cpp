@@ -250,6 +250,21 @@ TEST_F(DeviceRetry, AStopDoesNotWaitForADriverThatHoldsTheOpen) {
     EXPECT_EQ(LogCount("Call GetNewHandleToMPMDevice"), 0u);
 }
 
+TEST_F(DeviceRetry, AStopDuringTheOpenStartsNothing) {
+    PassQuickRetries();
+    ASSERT_TRUE(Clock().AwaitSleeper(10s));
+    Gate().Ask([this](const std::string& call, const void*) {
+        if (call == "CreateFileA") service->SignalStop();
+        return 0u;
+    });
+    firmware.ComeBack();
+    Advance(10s);
+    m_thread.join();
+    EXPECT_EQ(LogCount("Open MPM Device Success"), 1u);
+    EXPECT_EQ(LogCount("Call GetNewHandleToMPMDevice"), 0u);
+    EXPECT_TRUE(firmware.Requests().empty());
+}
+
 TEST_F(DeviceRetry, AStopEndsIt) {
     PassQuickRetries();
     ASSERT_TRUE(Clock().AwaitSleeper(10s));

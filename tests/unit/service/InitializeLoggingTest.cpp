@@ -65,6 +65,13 @@ TEST_F(LogStart, ALogOfMoreThanTenMebibytesBecomesTheBackup) {
     EXPECT_EQ(Log().size(), 2u);
 }
 
+TEST_F(LogStart, ALogOfExactlyTenMebibytesTakesOneMoreLine) {
+    LeaveLogOf(kTenMebibytes);
+    EXPECT_TRUE(service->InitializeLogging());
+    EXPECT_TRUE(HasBackup());
+    EXPECT_EQ(Log().size(), 1u);
+}
+
 TEST_F(LogStart, ALogThatHasRoomGoesOn) {
     LeaveLogOf(kTenMebibytes - 4096);
     EXPECT_TRUE(service->InitializeLogging());
@@ -135,6 +142,10 @@ TEST_F(LogStart, AnEntryOfTheEventLogHasTheFormOfItsType) {
     EXPECT_EQ(entries[1].strings[1], "Something - successful");
     EXPECT_EQ(entries[2].strings[1], "Something failed with error: 5");
     EXPECT_EQ(entries[3].strings[1], std::string(127, 'x'));
+    const uint16_t types[] = {EVENTLOG_INFORMATION_TYPE, EVENTLOG_SUCCESS, EVENTLOG_ERROR_TYPE,
+                              EVENTLOG_INFORMATION_TYPE};
+    for (size_t i = 0; i < entries.size(); ++i)
+        EXPECT_EQ(entries[i].type, types[i]) << i;
 }
 
 TEST_F(LogStart, PathsHangOnProgramData) {

@@ -115,8 +115,8 @@ TEST_F(SlowFirmware, ASuspendThatWaitsForAScanEndsOnlyTheRequestOfTheScan) {
     std::thread other = HangingRequest(result);
     HangTheScan();
     HandleInTime(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
-    EXPECT_EQ(LogCount("dwLastError = 995"), 1u);
     EXPECT_EQ(LogCount("dwIoControlCode = 0x90c, with dwLastError = 995"), 1u);
+    EXPECT_EQ(LogCount("dwIoControlCode = 0x90d, with dwLastError = 995"), 0u);
     firmware.ClearFaults();
     other.join();
     EXPECT_EQ(result, 0u);

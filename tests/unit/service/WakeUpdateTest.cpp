@@ -259,6 +259,7 @@ TEST_F(WakeUpdate, AFarewellEndsAReportOfUpThatTheFirmwareDoesNotAnswer) {
     ASSERT_TRUE(firmware.AwaitCount("WriteZELStatus", 1));
     // First the report of the update is cancelled, then the farewell's own.
     HandleInTime(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    ASSERT_TRUE(firmware.AwaitCount("WriteZELStatus", 2));
     EXPECT_EQ(ReportedStates(), (std::vector<uint32_t>{1, 2}));
     EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
     ExpectLogInOrder({"ZEL Service UP", "ZEL Service DOWN"});
@@ -275,6 +276,7 @@ TEST_F(WakeUpdate, AFarewellInSafeBootEndsTheQueryBeforeTheReport) {
     ASSERT_TRUE(firmware.AwaitRequest("GetZELVersion"));
     HandleInTime(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
     wake.join();
+    ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));
     EXPECT_EQ(ReportedStates(), std::vector<uint32_t>{2});
     EXPECT_FALSE(service->m_mailBoxDriverInterface.m_bServiceUp);
 }
