@@ -96,10 +96,18 @@ class KVMClientInterface {
     void ServeKVM();
     void RunServerKVMThread();
     void AwaitEarlierSession();
+    bool IsEarlierSessionClosing();
     bool ServeClients();
-    bool BeginSession(UniqueSocket socket);
+    enum class Beginning {
+        Begun,
+        Failed,     // the agent could not be started
+        Overtaken,  // another thread has cleaned up the session
+    };
+    Beginning BeginSession(UniqueSocket socket, const sockaddr_in& peer);
     bool IsTrusted(const sockaddr_in& peer) const;
-    bool DoInitKVM(UniqueSocket socket);
+    Beginning DoInitKVM(UniqueSocket socket);
+    bool TakeClient(UniqueSocket socket);
+    bool MarkConnected();
 
     // The receive thread and the transfer of data (KVMDataBridge.cpp).
     void KVMDataRecvThread();
@@ -111,6 +119,9 @@ class KVMClientInterface {
 
     // The end of a session (SessionEnd.cpp).
     void KVMCleanupCommon();
+    uint16_t EnterCleanUp();
+    void RequireCleanUp();
+    void CleanUpSession();
     void DoCleanUp();
     void CloseSockets();
     void JoinRecvThread();
@@ -134,12 +145,20 @@ class KVMClientInterface {
     // thread accesses this vector.
     std::vector<UniqueSocket> m_untrustedSockets;
 
-    std::atomic<uint8_t> m_bSessionActive{0};
-    std::atomic<SOCKET> m_clientSocket{INVALID_SOCKET};
-    std::mutex m_recvThreadMutex;  // guards the owning pointer
+    // Guards the beginning of a session against a clean-up on another thread, and all fields up to the mark.
+    std::mutex m_sessionMutex;
+    // Set by the listener thread, reset by the first clean-up: after that no client gets a session, and no
+    // receive thread starts, until the next listener thread.
+    bool m_sessionMayBegin = false;
+    bool m_cleanUpRuns = false;
     std::unique_ptr<std::thread> m_pRecvThreadObj;
-    std::mutex m_replacedMutex;
-    std::vector<UniqueSocket> m_replacedSockets;
+    // The client's socket, and before it those of earlier clients, which stay open until the session ends.
+    std::vector<UniqueSocket> m_sessionSockets;
+    // --- the mark ---
+
+    std::atomic<uint8_t> m_bSessionActive{0};
+    // Borrowed from m_sessionSockets.
+    std::atomic<SOCKET> m_clientSocket{INVALID_SOCKET};
     // Holds the bytes of one recv() and a terminating NUL. Only the receive thread accesses it.
     std::array<char, kReceiveSize + 1> m_recvBuffer{};
 };

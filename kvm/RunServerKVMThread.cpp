@@ -52,13 +52,22 @@ void KVMClientInterface::RunServerKVMThread() {
 
 // Waits until the earlier session has finished closing. The clean-up of its agent is the last step of that.
 void KVMClientInterface::AwaitEarlierSession() {
-    while (m_kvmState == kKvmClosing && m_agentCleanUps > 0 && !m_bShutdownTriggered &&
+    while (IsEarlierSessionClosing() && !m_bShutdownTriggered &&
            g_pServiceState->SleepUnlessStopping(kClosingPoll)) {
+    }
+    {
+        std::lock_guard lock(m_sessionMutex);
+        m_sessionMayBegin = !m_cleanUpRuns;
     }
     m_kvmState = kKvmEnabled;
     // A shutdown that arrived before this session began must not be lost, because another thread is waiting
     // for this thread to end.
     if (m_bShutdownTriggered || g_pServiceState->m_bServiceStopping) m_kvmState = kKvmClosing;
+}
+
+bool KVMClientInterface::IsEarlierSessionClosing() {
+    std::lock_guard lock(m_sessionMutex);
+    return m_cleanUpRuns || (m_kvmState == kKvmClosing && m_agentCleanUps > 0);
 }
 
 // Accepts connections on one listening socket. Returns false when a session could not begin, and true when
@@ -85,23 +94,32 @@ bool KVMClientInterface::ServeClients() {
             LogInfo("%s: Client closed the connection at once, the session continues", kName);
             continue;
         }
-        if (!BeginSession(std::move(socket))) return false;
-        m_kvmSocketState = kKvmClientConnected;
-        m_announcer.Announce(kKvmPort, peer);
-        LogInfo("Response returned for KVM request from Mailbox driver");
-        StartDataRecvThread();
+        switch (BeginSession(std::move(socket), peer)) {
+            case Beginning::Begun:
+                break;
+            case Beginning::Failed:
+                return false;
+            case Beginning::Overtaken:
+                LogInfo("%s: The session has been cleaned up, no client can connect", kName);
+                TriggerKVMShutdown();
+        }
     }
     return true;
 }
 
-bool KVMClientInterface::BeginSession(UniqueSocket socket) {
-    // The state kKvmCleanedUp belongs to the previous session. This session needs its own clean-up even when
-    // it fails at once.
-    uint16_t before = kKvmCleanedUp;
-    m_kvmSocketState.compare_exchange_strong(before, kKvmNoClient);
-    const bool begun = DoInitKVM(std::move(socket));
-    SetKVMStatus(begun);
-    return begun;
+KVMClientInterface::Beginning KVMClientInterface::BeginSession(UniqueSocket socket, const sockaddr_in& peer) {
+    const Beginning beginning = DoInitKVM(std::move(socket));
+    if (beginning == Beginning::Failed) SetKVMStatus(false);
+    if (beginning != Beginning::Begun) return beginning;
+    if (!MarkConnected()) {
+        // The agent was started after the clean-up had removed the others.
+        StartAgentCleanUp();
+        return Beginning::Overtaken;
+    }
+    m_announcer.Announce(kKvmPort, peer);
+    LogInfo("Response returned for KVM request from Mailbox driver");
+    StartDataRecvThread();
+    return Beginning::Begun;
 }
 
 bool KVMClientInterface::IsTrusted(const sockaddr_in& peer) const {
@@ -109,23 +127,41 @@ bool KVMClientInterface::IsTrusted(const sockaddr_in& peer) const {
     return trusted.m_kvmTrustedIP == 0 || trusted.m_kvmTrustedIP == peer.sin_addr.s_addr;
 }
 
-bool KVMClientInterface::DoInitKVM(UniqueSocket socket) {
+KVMClientInterface::Beginning KVMClientInterface::DoInitKVM(UniqueSocket socket) {
     LogInfo("%s: Entered", "DoInitKVM");
-    const SOCKET before = m_clientSocket.exchange(socket.Release());
-    if (before != INVALID_SOCKET) {
-        std::lock_guard lock(m_replacedMutex);
-        m_replacedSockets.emplace_back(before);
-    }
-    m_bSessionActive.exchange(1);
+    if (!TakeClient(std::move(socket))) return Beginning::Overtaken;
     if (!m_agent.LaunchKVMAgent(m_bLuxKvmEnabled)) {
         LogError("%s: Launch KVM_Agent failed", "DoInitKVM");
-        return false;
+        return Beginning::Failed;
     }
+    return Beginning::Begun;
+}
+
+// Returns false, and closes the socket, when no session may begin.
+bool KVMClientInterface::TakeClient(UniqueSocket socket) {
+    std::lock_guard lock(m_sessionMutex);
+    if (!m_sessionMayBegin) return false;
+    RequireCleanUp();
+    const SOCKET client = socket.Get();
+    m_sessionSockets.push_back(std::move(socket));
+    m_clientSocket = client;
+    m_bSessionActive.exchange(1);
     return true;
 }
 
+// Returns false when the session has been cleaned up since it took its client.
+bool KVMClientInterface::MarkConnected() {
+    std::lock_guard lock(m_sessionMutex);
+    if (!m_sessionMayBegin) return false;
+    SetKVMStatus(true);
+    m_kvmSocketState = kKvmClientConnected;
+    return true;
+}
+
+// Does nothing for a session that has been cleaned up: its receive thread was joined then, if there was one.
 void KVMClientInterface::StartDataRecvThread() {
-    std::lock_guard lock(m_recvThreadMutex);
+    std::lock_guard lock(m_sessionMutex);
+    if (!m_sessionMayBegin) return;
     try {
         if (!m_pRecvThreadObj)
             m_pRecvThreadObj = g_pServiceState->m_detachedThreads.StartOwned([this] { KVMDataRecvThread(); });

@@ -1,5 +1,6 @@
 // Ends a session, for either side.
 #include <exception>
+#include <memory>
 #include <system_error>
 
 #include "base/Log.h"
@@ -59,9 +60,34 @@ void KVMClientInterface::KVMCleanupCommon() {
 }
 
 void KVMClientInterface::DoKVMCleanUp() {
-    const uint16_t state = m_kvmSocketState.exchange(kKvmCleanedUp);
+    const uint16_t state = EnterCleanUp();
     LogInfo("%s called with socket state: %d", "DoKVMCleanUp", state);
     if (state == kKvmCleanedUp) return;
+    // Runs also when an exception leaves the clean-up.
+    const std::shared_ptr<void> over(nullptr, [this](void*) {
+        std::lock_guard lock(m_sessionMutex);
+        m_cleanUpRuns = false;
+    });
+    CleanUpSession();
+}
+
+// Returns the socket state from before. From here on no session begins.
+uint16_t KVMClientInterface::EnterCleanUp() {
+    std::lock_guard lock(m_sessionMutex);
+    m_sessionMayBegin = false;
+    const uint16_t state = m_kvmSocketState.exchange(kKvmCleanedUp);
+    if (state != kKvmCleanedUp) m_cleanUpRuns = true;
+    return state;
+}
+
+// The state kKvmCleanedUp belongs to the previous session. A new session needs its own clean-up even when it
+// fails at once.
+void KVMClientInterface::RequireCleanUp() {
+    uint16_t before = kKvmCleanedUp;
+    m_kvmSocketState.compare_exchange_strong(before, kKvmNoClient);
+}
+
+void KVMClientInterface::CleanUpSession() {
     SetKVMStatus(false);
     DoCleanUp();
     m_bLuxKvmEnabled = 0;
@@ -90,30 +116,33 @@ void KVMClientInterface::DoCleanUp() {
 
 // closesocket() runs without shutdown() first. It alone unblocks the receive thread and any sender.
 void KVMClientInterface::CloseSockets() {
-    const SOCKET socket = m_clientSocket.exchange(INVALID_SOCKET);
-    if (socket != INVALID_SOCKET) {
-        if (closesocket(socket) == 0) {
-            LogInfo("%s: closesocket() API successful on KVM socket", kCleanUp);
-        } else {
-            LogError("closesocket() API failed with error: %d", WSAGetLastError());
-        }
+    std::lock_guard lock(m_sessionMutex);
+    m_clientSocket = INVALID_SOCKET;
+    if (m_sessionSockets.empty()) return;
+    // The last one is the client's.
+    const SOCKET socket = m_sessionSockets.back().Release();
+    if (closesocket(socket) == 0) {
+        LogInfo("%s: closesocket() API successful on KVM socket", kCleanUp);
+    } else {
+        LogError("closesocket() API failed with error: %d", WSAGetLastError());
     }
-    // The receive thread may still be blocked on the socket of an earlier client.
-    std::lock_guard lock(m_replacedMutex);
-    m_replacedSockets.clear();
+    m_sessionSockets.clear();
 }
 
+// The owning pointer stays until the thread has ended, so that no second receive thread starts meanwhile.
 void KVMClientInterface::JoinRecvThread() {
-    std::unique_ptr<std::thread> thread;
+    std::thread* thread = nullptr;
     {
-        std::lock_guard lock(m_recvThreadMutex);
-        thread = std::move(m_pRecvThreadObj);
+        std::lock_guard lock(m_sessionMutex);
+        thread = m_pRecvThreadObj.get();
     }
     if (!thread) return;
     LogInfo("%s: Waiting for the DataRecvThread to exit", kCleanUp);
     const auto waiting = g_pServiceState->m_mailBoxDriverInterface.WaitingFor(thread->get_id());
     thread->join();
     LogInfo("%s: DataRecvThread exit complete", kCleanUp);
+    std::lock_guard lock(m_sessionMutex);
+    m_pRecvThreadObj.reset();
 }
 
 void KVMClientInterface::StartAgentCleanUp() {

@@ -1,5 +1,6 @@
 #include "tests/faults/World.h"
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +24,7 @@ constexpr char kStarted[] = "Register: ZEL Win32 Service started and initialized
 // The service has nothing to do when it has been seen to make no call, and no thread at work, so many times.
 constexpr int kQuietLooks = 3;
 constexpr auto kLook = 1ms;
+constexpr auto kPoll = 50ms;  // at most, of a thread that polls
 // And nothing will ever happen when nobody waits for time to pass either.
 constexpr int kDeadLooks = 150;
 // One that does not come to rest in so much of the processors' time works on and on.
@@ -125,6 +127,7 @@ bool World::Until(const std::function<bool()>& holds, Seconds patience) {
     const auto deadline = clock.Steady() + patience;
     auto rest = ProcessorTime();
     Watch watch;
+    winhost::Clock::Duration step{};
     while (!holds()) {
         std::this_thread::sleep_for(kLook);
         const int quiet = watch.Look();
@@ -138,7 +141,10 @@ bool World::Until(const std::function<bool()>& holds, Seconds patience) {
             continue;
         }
         if (next > deadline) return holds();
-        Advance(next - clock.Steady());
+        // Where the next to wake is one that polls, time passes faster and faster.
+        const auto ahead = next - clock.Steady();
+        step = ahead > kPoll ? ahead : std::max(ahead, 2 * step);
+        Advance(step);
         watch = {};
     }
     return true;

@@ -85,6 +85,8 @@ class KvmFixture : public LinkedFixture {
         PassSleepOf(std::chrono::seconds(2));
         AwaitLog(kAgentRemoved, before + 1);
         AwaitLog("DisplayMgr file ", before + 1);
+        // The next listener does not wait any more.
+        EXPECT_TRUE(Eventually([&] { return service->m_kvmClientInterface.m_kvmState != kKvmClosing; }));
     }
     bool AwaitState(uint8_t state) {
         return Eventually([&] { return service->m_kvmClientInterface.m_kvmState == state; });

@@ -322,8 +322,10 @@ TEST_F(KvmSession, EndsForBothClientsWhenTheSecondCannotHaveItsAgent) {
 TEST_F(KvmSession, TellsThatAReceiverCannotBeStartedAnyMore) {
     constexpr char kFailed[] = "StartDataRecvThread: Failed to start the KVM data receiver thread";
     ExpectError(kFailed);
-    // The process is ending.
-    ASSERT_TRUE(service->m_detachedThreads.AwaitEnd(0));
+    Start();
+    Enable();
+    // The process is ending; the listener still runs.
+    EXPECT_FALSE(service->m_detachedThreads.AwaitEnd(0));
     service->m_kvmClientInterface.StartDataRecvThread();
     EXPECT_TRUE(HasLine("ERROR", kFailed));
 }

@@ -34,6 +34,14 @@ class KvmStop : public KvmFixture {
         stop.join();
         EXPECT_TRUE(over) << "the stop does not end";
     }
+    // Another process of the service, with a log of its own.
+    void RestartService() {
+        service.reset();
+        std::filesystem::remove(HostPath(std::string(kData) + "zel.log"));
+        service = std::make_unique<ZELService>("");
+        ASSERT_TRUE(service->InitializeLogging());
+        firmware.Clear();
+    }
     // The end of the process, in which time passes by itself. A hang shows by the test's own time limit.
     void End() {
         KillPrograms();
@@ -254,11 +262,7 @@ TEST_F(KvmStop, WhileCommand35IsUnderWay) {
     for (int round = 0; round < 5; ++round) {
         SCOPED_TRACE(round);
         if (round > 0) {
-            service.reset();
-            std::filesystem::remove(HostPath(std::string(kData) + "zel.log"));
-            service = std::make_unique<ZELService>("");
-            ASSERT_TRUE(service->InitializeLogging());
-            firmware.Clear();
+            RestartService();
         } else {
             StartNoAgents();
         }
@@ -270,6 +274,78 @@ TEST_F(KvmStop, WhileCommand35IsUnderWay) {
         EXPECT_LE(LogCount("DoCleanUp, function exit"), 1u);
         service.reset();
     }
+}
+
+// The clean-up waits for the receive thread, and the listener is still open.
+TEST_F(KvmStop, GivesNoSessionToAClientThatConnectsDuringTheCleanUp) {
+    constexpr char kNoSession[] =
+        "RunServerKVMThread: The session has been cleaned up, no client can connect";
+    ConsoleClient first = StartSession();
+    firmware.Hold("WriteKVMPacket");
+    ASSERT_TRUE(first.Send("x"));
+    ASSERT_TRUE(firmware.AwaitCount("WriteKVMPacket", 1));
+    std::thread stop([&] { StopService(); });
+    AwaitLog("DoCleanUp: Waiting for the DataRecvThread to exit");
+    EXPECT_TRUE(Connect().AwaitClose());
+    AwaitLog(kCleanedUp);
+    EXPECT_TRUE(HasLine("INFO", kNoSession));
+    firmware.Release("WriteKVMPacket");
+    stop.join();
+    EXPECT_EQ(Pc().Records<winhost::ProcessLaunch>().size(), 1u);
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(LogCount(kReceiverExit), 1u);
+    EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
+    EXPECT_STREQ(service->KVMStatus, "NO");
+    End();
+}
+
+// The agent is started after the clean-up has removed the others.
+TEST_F(KvmStop, RemovesAnAgentThatStartsDuringTheCleanUp) {
+    Start();
+    Enable();
+    Gate().Delay("CreateProcessAsUserA", 300ms);
+    ConsoleClient client = Connect();
+    AwaitLog("DoInitKVM: Entered");
+    ASSERT_TRUE(Eventually([] { return Gate().Count("CreateProcessAsUserA") == 1; }));
+    StopService();
+    EXPECT_TRUE(client.AwaitClose());
+    ASSERT_TRUE(Eventually([] {
+        if (Clock().AwaitSleeper(100ms, 1ms)) Advance(100ms);
+        return Agents() == 0 && Pc().Records<winhost::ProcessLaunch>().size() == 1;
+    }));
+    EXPECT_EQ(firmware.Count("WriteIPCompleteInformation"), 0u);
+    EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
+    EXPECT_STREQ(service->KVMStatus, "NO");
+    EXPECT_EQ(StatusFileKvm(), "none");
+}
+
+TEST_F(KvmStop, WhileAViewerReconnectsAgainAndAgain) {
+    StartNoAgents();
+    std::atomic<bool> over{false};
+    const uint16_t port = Port();
+    std::thread viewer([&] {
+        while (!over) {
+            ConsoleClient client(port);
+            client.Send("a key");
+            client.AwaitClose();
+        }
+    });
+    constexpr int kStops = 20;
+    for (int round = 1; round <= kStops; ++round) {
+        SCOPED_TRACE(round);
+        if (round > 1) RestartService();
+        Start();
+        SendEnable();
+        AwaitLog(kAnnounced);
+        // The last stop ends the connection that the viewer waits on.
+        over = round == kStops;
+        StopInTime();
+        // Requests that the stop has cancelled may still reach the firmware in the next round.
+        EXPECT_LE(LogCount("WriteCloseSocketcmd: connecting to Driver"), 1u);
+        EXPECT_LE(LogCount("DoCleanUp, function exit"), 1u);
+        service.reset();
+    }
+    viewer.join();
 }
 
 TEST_F(KvmStop, WhileTheClientCloses) {
