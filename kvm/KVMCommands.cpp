@@ -59,13 +59,19 @@ void KVMClientInterface::HandleSafebootState(const void* payload, size_t size) {
         case kSafebootConnected:
             LogInfo("Safeboot connected state received from driver");
             m_kvmState = kKvmEnabled;
+            RequireCleanUp();
             SetKVMStatus(true);
             m_agent.LaunchKVMAgent(m_bLuxKvmEnabled);
             break;
         case kSafebootDisconnected:
             LogInfo("Safeboot disconnected state received from driver");
             SetKVMStatus(false);
+            // As at the end of every session: a listener ends, and the next one waits until the agent has
+            // been removed, which resets this state.
+            m_bShutdownTriggered = 1;
+            m_kvmState = kKvmClosing;
             KVMCleanupCommon();
+            m_kvmSocket.CloseBaseSocket();
             m_hostControl.DoSytemShutdown(kPowerReboot);
             break;
         default:

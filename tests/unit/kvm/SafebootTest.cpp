@@ -65,6 +65,60 @@ TEST_F(Safeboot, TheEndOfASessionRebootsTheHostAndIsNotToldToTheFirmware) {
     EXPECT_TRUE(AwaitAgents(0));
 }
 
+TEST_F(Safeboot, TheEndOfASessionLeavesKvmAsEveryOtherEnd) {
+    StartInSafeBoot(2);
+    SendSafeboot(1);
+    AwaitHandled();
+    SendSafeboot(2);
+    AwaitHandled();
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmClosing);
+    // No peer is named without a session.
+    SendTrust("127.0.0.9");
+    AwaitLog("KVM is disabled");
+    // The next listener waits until the agent has been removed.
+    SendEnable();
+    ASSERT_TRUE(Clock().AwaitSleeper(500ms));
+    EXPECT_EQ(LogCount("Create SSH socket"), 0u);
+    PassAgentCleanUp();
+    EXPECT_TRUE(AwaitAgents(0));
+    ASSERT_TRUE(Eventually([&] {
+        if (Clock().AwaitSleeper(500ms, 1ms)) Advance(500ms);
+        return LogCount(kAccepting) == 1;
+    }));
+    ConsoleClient client = ConnectSession();
+    EXPECT_TRUE(AwaitAgents(1));
+    ASSERT_TRUE(client.Send("x"));
+    EXPECT_TRUE(AwaitFirmwareBytes("x"));
+}
+
+TEST_F(Safeboot, ASecondSessionIsCleanedUpAsTheFirst) {
+    StartInSafeBoot(2);
+    for (const size_t session : {1u, 2u}) {
+        SendSafeboot(1);
+        AwaitHandled();
+        EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmEnabled);
+        SendSafeboot(2);
+        AwaitHandled();
+        EXPECT_EQ(LogCount("called TerminateKVMAgent"), session);
+        PassAgentCleanUp();
+        EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmNeverEnabled);
+        EXPECT_TRUE(AwaitAgents(0));
+    }
+    EXPECT_EQ(Reboots(), 2u);
+}
+
+TEST_F(Safeboot, TheEndOfASessionClosesTheListener) {
+    StartInSafeBoot(2);
+    Enable();
+    ConsoleClient client = ConnectSession();
+    SendSafeboot(2);
+    EXPECT_TRUE(client.AwaitClose());
+    // Here, and on the listener's thread, which thereby ends.
+    AwaitLog(kCleanedUp, 2);
+    EXPECT_EQ(LogCount("DoCleanUp, function exit"), 1u);
+    EXPECT_EQ(Reboots(), 1u);
+}
+
 TEST_F(Safeboot, ASessionGoesOnWithoutAnAgent) {
     StartInSafeBoot(1);
     ExpectError("getWindowsLogonHandle: OpenProcess failed returning false");
