@@ -126,6 +126,7 @@ class KVMClientInterface {
     void CloseSockets();
     void JoinRecvThread();
     void StartAgentCleanUp();
+    void CleanUpAgent();
     void RemoveAgentLater();
     void SetKVMStatus(bool running);
 

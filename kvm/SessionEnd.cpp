@@ -147,20 +147,28 @@ void KVMClientInterface::JoinRecvThread() {
 
 void KVMClientInterface::StartAgentCleanUp() {
     ++m_agentCleanUps;
-    const auto cleanUp = [this] {
-        RemoveAgentLater();
-        // The state changes only if no safe-boot session has begun in the meantime.
-        uint8_t closing = kKvmClosing;
-        m_kvmState.compare_exchange_strong(closing, kKvmNeverEnabled);
-        --m_agentCleanUps;
-    };
     bool started = false;
     try {
-        started = g_pServiceState->m_detachedThreads.Start(cleanUp);
-    } catch (const std::system_error&) {
+        started = g_pServiceState->m_detachedThreads.Start([this] { CleanUpAgent(); });
+    } catch (const std::exception&) {
         LogWarn("%s: no thread to remove the agent, the next session waits for it", "StartAgentCleanUp");
     }
-    if (!started) cleanUp();
+    if (!started) CleanUpAgent();
+}
+
+// Ends the closing of the session whether or not the agent could be removed: the next session waits for it.
+void KVMClientInterface::CleanUpAgent() {
+    try {
+        RemoveAgentLater();
+    } catch (const std::exception& exception) {
+        LogError("%s: ended by an exception: %s", "RemoveAgentLater", exception.what());
+    } catch (...) {
+        LogError("%s: ended by an exception: %s", "RemoveAgentLater", "Unknown exception");
+    }
+    // The state changes only if no safe-boot session has begun in the meantime.
+    uint8_t closing = kKvmClosing;
+    m_kvmState.compare_exchange_strong(closing, kKvmNeverEnabled);
+    --m_agentCleanUps;
 }
 
 // Removes every agent, including one that a new session starts within these 2 seconds. When the service

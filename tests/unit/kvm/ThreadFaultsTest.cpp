@@ -1,7 +1,9 @@
 // The threads of a session: one that ends by an exception, and those that can't be started.
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
+#include <string>
 
 #include "tests/support/ThrowAt.h"
 #include "tests/unit/kvm/KvmFixture.h"
@@ -75,4 +77,50 @@ TEST_F(KvmThreadFaults, TheAgentIsRemovedAllTheSameWithoutAThreadForIt) {
     EXPECT_TRUE(AwaitAgents(0));
     EXPECT_TRUE(AwaitState(kKvmNeverEnabled));
     AwaitHandled();
+}
+
+// On the thread of the clean-up, and on that of the session when there is no other.
+TEST_F(KvmThreadFaults, AnExceptionWhileTheAgentIsRemovedDoesNotHoldTheNextSession) {
+    constexpr char kEnded[] = "RemoveAgentLater: ended by an exception: ";
+    ExpectError(kEnded);
+    Start();
+    size_t ends = 0;
+    const auto sessionEndsWith = [&](const std::string& text) {
+        CloseSession();
+        PassSleepOf(2s);
+        AwaitLog(kEnded + text, ++ends);
+        ASSERT_TRUE(AwaitState(kKvmNeverEnabled));
+        Gate().Reset();
+        StartNoAgents();
+    };
+    StartNoAgents();
+    for (const bool standard : {true, false}) {
+        ends = 0;
+        Enable();
+        ConsoleClient client = ConnectSession();
+        if (standard) {
+            ThrowAt("CreateToolhelp32Snapshot", std::bad_alloc());
+        } else {
+            ThrowAt("CreateToolhelp32Snapshot", 1);
+        }
+        sessionEndsWith(standard ? "std::bad_alloc" : "Unknown exception");
+    }
+    Enable();
+    ConsoleClient client = ConnectSession();
+    ExpectServed(client);
+}
+
+TEST_F(KvmThreadFaults, TheAgentIsRemovedAlsoWithoutMemoryForItsThread) {
+    ConsoleClient client = StartSession();
+    ASSERT_TRUE(AwaitAgents(1));
+    ThrowAt("std::thread", std::bad_alloc());
+    SendClose();
+    AwaitLog("StartAgentCleanUp: no thread to remove the agent, the next session waits for it");
+    Gate().Reset();
+    PassAgentCleanUp();
+    EXPECT_TRUE(AwaitAgents(0));
+    AwaitHandled();
+    Enable();
+    ConsoleClient next = ConnectSession();
+    ExpectServed(next);
 }
