@@ -7,6 +7,7 @@ event and ends with 0 when every step succeeded.
 import argparse
 import pathlib
 import secrets
+import shutil
 import signal
 import sys
 import tempfile
@@ -17,11 +18,13 @@ from harness.console import GET_COMPUTER_SYSTEM, IDENTIFY, Console
 from harness.firmware import Firmware
 from harness.host import RUNNING
 from harness.native import NativeHost
+from harness.processes import REPOSITORY
 from kvm import remote_kvm, serve_by_hand
 from story import FirmwareLines, Follower, Story, service_line
 
 
 USER = "administrator"
+KEPT = REPOSITORY / "build" / "demo"
 
 
 def make_host(windows, workdir, password, open_ports):
@@ -36,14 +39,14 @@ def make_host(windows, workdir, password, open_ports):
 
 
 def play(story, firmware, host, workdir, password):
-    """Returns lines that name the files to look at afterwards."""
+    """Returns the files to look at afterwards, besides the logs, by what they are."""
     console = Console(host.dash_address, USER, password)
     identify(story, console, "a console")
     second_client_waits(story, console)
     show_host(story, firmware)
     picture = remote_kvm(story, host, firmware, workdir)
     power_off(story, console, host)
-    return [f"the viewer's picture: {picture}"] if picture else []
+    return {"the viewer's picture": picture} if picture else {}
 
 
 def stay_up(story, firmware, host, workdir, password):
@@ -61,7 +64,7 @@ def stay_up(story, firmware, host, workdir, password):
         signal.signal(number, lambda *_: ended.set())
     story.add("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends the demo")
     serve_by_hand(story, host, firmware, workdir, ended)
-    return []
+    return {}
 
 
 def start(story, firmware, host):
@@ -82,6 +85,15 @@ def stop(story, firmware, host):
         raise AssertionError(f"exit code {code}")
 
 
+def keep(story, files, workdir):
+    """Moves the files to the build folder, where the next run replaces them, and removes the run's folder."""
+    KEPT.mkdir(parents=True, exist_ok=True)
+    for what, path in files.items():
+        if path.exists():
+            story.add("demo", f"{what}: {shutil.copy(path, KEPT)}")
+    shutil.rmtree(workdir, ignore_errors=True)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--windows", action="store_true", help="run the shipped ZELService.exe under Wine")
@@ -96,25 +108,26 @@ def main():
         Follower(host.log_path(), service_line(story)),
         Follower(firmware.log_path, FirmwareLines(story)),
     ]
-    left = []
+    files = {"the service's log": host.log_path(), "the firmware's record": firmware.record_path}
     try:
         start(story, firmware, host)
-        left = (stay_up if options.stay else play)(story, firmware, host, workdir, password)
+        files.update((stay_up if options.stay else play)(story, firmware, host, workdir, password))
         stop(story, firmware, host)
         result = 0
     except (AssertionError, OSError) as problem:
-        story.add("demo", f"failed: {problem}")
+        story.add("demo", f"failed: {problem}; the run's folder is {workdir}")
         result = 1
+    except KeyboardInterrupt:
+        result = 128 + signal.SIGINT
     finally:
         host.close()
         firmware.close()
         for follower in followers:
             follower.close()
-    left += [f"the service's log: {host.log_path()}", f"the firmware's record: {firmware.record_path}"]
-    if not options.stay:
-        left.append("./dev run starts the same and stays up, so that you can connect your own console or VNC viewer")
-    for line in left:
-        story.add("demo", line)
+    if result != 1:
+        keep(story, files, workdir)
+    if result == 0 and not options.stay:
+        story.add("demo", "./dev run starts the same and stays up, so that you can connect your own console or VNC viewer")
     story.close()
     return result
 
