@@ -139,8 +139,8 @@ void GetLocalTime(LPSYSTEMTIME time);
 BOOL QueryPerformanceCounter(LARGE_INTEGER* count);
 BOOL QueryPerformanceFrequency(LARGE_INTEGER* perSecond);
 void GetSystemTimeAsFileTime(LPFILETIME time);
-// TIME_ZONE_ID_UNKNOWN on a PC without summer time, else which of the two times is in force. Both names are the
-// same.
+// TIME_ZONE_ID_UNKNOWN on a PC without summer time, else which of the two times is in force. Both names are
+// the same.
 DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone);
 
 // ---- texts and memory ----

@@ -42,8 +42,10 @@ void Fill(IP_ADAPTER_INFO& info, const Adapter& adapter) {
     info.DhcpEnabled = adapter.dhcp;
     PutAddress(info.IpAddressList, OrNone(adapter.address), OrNone(adapter.mask));
     PutAddress(info.GatewayList, OrNone(adapter.gateway), adapter.gateway.empty() ? kNoAddress : kHostMask);
-    if (adapter.dhcp && !adapter.dhcpServer.empty())
-        PutAddress(info.DhcpServer, adapter.dhcpServer, kHostMask);
+    if (adapter.dhcp) {
+        PutAddress(info.DhcpServer,
+                   adapter.dhcpServer.empty() ? winhost::kUnknownDhcpServer : adapter.dhcpServer, kHostMask);
+    }
     PutAddress(info.PrimaryWinsServer, kNoAddress, kNoAddress);
     PutAddress(info.SecondaryWinsServer, kNoAddress, kNoAddress);
 }

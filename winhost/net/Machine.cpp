@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "winhost/net/Netlink.h"
+#include "winhost/net/NetworkSource.h"
 
 namespace winhost {
 namespace {
@@ -25,8 +26,6 @@ constexpr uint32_t kOther = 1, kEthernet = 6, kTokenRing = 9, kPpp = 23, kLoopba
                    kWireless = 71;
 constexpr uint32_t kTunnel = 131, kFirewire = 144;
 constexpr uint32_t kNonOperational = 0, kDisconnected = 2, kConnecting = 3, kOperational = 5;
-// While a DHCP server isn't known Windows gives this for it.
-constexpr const char* kUnknownDhcpServer = "255.255.255.255";
 
 uint32_t TypeOf(uint16_t hardware) {
     switch (hardware) {

@@ -11,6 +11,9 @@
 
 namespace winhost {
 
+// Windows gives this for the server of an address that comes from DHCP while it does not know it.
+inline constexpr const char* kUnknownDhcpServer = "255.255.255.255";
+
 // The PC's IPv4 adapters as they stand now, loopback included. Each throws std::system_error when this
 // machine can't be asked.
 std::shared_ptr<const std::vector<Adapter>> Adapters();

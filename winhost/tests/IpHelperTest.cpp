@@ -84,6 +84,16 @@ TEST_F(IpHelperTest, AnAdapterIsToldWithItsAddresses) {
     EXPECT_STREQ("192.168.1.2", info.DhcpServer.IpAddress.String);
 }
 
+TEST_F(IpHelperTest, AnUnknownDhcpServerIsTheBroadcastAddress) {
+    winhost::Adapter adapter = Wired();
+    adapter.dhcpServer.clear();
+    Describe({adapter});
+    IP_ADAPTER_INFO info;
+    ULONG size = sizeof(info);
+    ASSERT_EQ(ULONG{ERROR_SUCCESS}, GetAdaptersInfo(&info, &size));
+    EXPECT_STREQ("255.255.255.255", info.DhcpServer.IpAddress.String);
+}
+
 TEST_F(IpHelperTest, WhatAnAdapterLacksIsToldAsZeros) {
     Describe({Unplugged()});
     IP_ADAPTER_INFO info;

@@ -186,3 +186,20 @@ TEST_F(PlatformUpdate, ATimeZoneThatChangesWhileTheServiceRunsIsInTheNextReport)
     Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = 300; });
     EXPECT_EQ(reported(), -18000);
 }
+
+// Windows counts a host on a local network as connected even when no gateway leads further.
+TEST_F(PlatformUpdate, AConnectionWithoutAGatewayIsReportedWithTheLoopbackAddress) {
+    ExpectError("No valid IPv4 address found after 2 attempts.");
+    SetAdapters({Wired(1, "192.168.7.3", "")});
+    SetConnected(true);
+    std::thread update = Update();
+    // The report and the commit of its inventory each look twice.
+    PassSleepOf(3s);
+    PassSleepOf(3s);
+    update.join();
+    const auto sent = firmware.Requests("WriteIPCompleteInformation");
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].As<IPCompleteInfo>().IPv4Address, 0x0100007Fu);
+    EXPECT_EQ(firmware.Requests("WriteMultiNwInfo").at(0).As<MultiNwInfo>().Entries[0].IPv4Address,
+              inet_addr("192.168.7.3"));
+}
