@@ -167,6 +167,7 @@ void CheckDescription(const PcDescription& pc) {
     Require(pc.computerName.size() <= kLongestComputerName, "computerName", "too long");
     CheckZone(pc);
     CheckKeys(pc.registry, "registry.");
+    CheckKeys(pc.registryExpandTexts, "registryExpandTexts.");
     CheckKeys(pc.registryNumbers, "registryNumbers.");
     CheckSystem(pc);
     CheckSessions(pc);

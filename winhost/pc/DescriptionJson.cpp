@@ -97,6 +97,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("timeZoneDaylightStart", pc.timeZoneDaylightStart);
     visit("timeZoneStandardStart", pc.timeZoneStandardStart);
     visit("registry", pc.registry);
+    visit("registryExpandTexts", pc.registryExpandTexts);
     visit("registryNumbers", pc.registryNumbers);
     visit("adapters", pc.adapters);
     visit("dnsServers", pc.dnsServers);
@@ -109,6 +110,8 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("privileges", pc.privileges);
     visit("consoleSession", pc.consoleSession);
     visit("desktopLocked", pc.desktopLocked);
+    visit("sessionInfoLevel", pc.sessionInfoLevel);
+    visit("sessionInfoBytes", pc.sessionInfoBytes);
     visit("screen", pc.screen);
     visit("processes", pc.processes);
     visit("clockRate", pc.clockRate);

@@ -92,6 +92,8 @@ struct PcDescription {
     ZoneTransition timeZoneDaylightStart, timeZoneStandardStart;
     // "HKEY_LOCAL_MACHINE\\SOFTWARE\\..." to value name to text.
     std::map<std::string, std::map<std::string, std::string>> registry;
+    // The same with values of type REG_EXPAND_SZ, which are not expanded when they are read.
+    std::map<std::string, std::map<std::string, std::string>> registryExpandTexts;
     // The same with values of type REG_DWORD.
     std::map<std::string, std::map<std::string, uint32_t>> registryNumbers;
     // None: this machine's own interfaces, and with them its name servers unless dnsServers names some.
@@ -108,7 +110,10 @@ struct PcDescription {
                                            "SeTcbPrivilege", "SeShutdownPrivilege"};
     uint32_t consoleSession = 1;  // kNoSession: nobody's session is at the console
     bool desktopLocked = false;   // the desktop of the console's session
-    Screen screen;                // as the service sees it
+    // WTSQuerySessionInformationA: the level of its answer, and its size in bytes, 0 for the whole one.
+    // Another system may give another level, and a caller has to test both.
+    uint32_t sessionInfoLevel = 1, sessionInfoBytes = 0;
+    Screen screen;  // as the service sees it
     std::vector<DescribedProcess> processes = {{"System", 4, 0},
                                                {"services.exe", kFirstDescribedPid, 0},
                                                {"winlogon.exe", kFirstDescribedPid + 4, 1}};

@@ -1,5 +1,5 @@
 // The registry, as the PC's description has it: keys and values are found whatever their case, and a key
-// exists when it or one below it is described. Values are REG_SZ or REG_DWORD.
+// exists when it or one below it is described. Values are REG_SZ, REG_EXPAND_SZ or REG_DWORD.
 #include <winreg.h>
 #include <windows.h>
 
@@ -67,11 +67,11 @@ struct Value {
     std::string data;
 };
 
-Value AsValue(const std::string& text) {
-    return {REG_SZ, text + '\0'};
+Value AsValue(const std::string& text, DWORD type) {
+    return {type, text + '\0'};
 }
-Value AsValue(uint32_t number) {
-    return {REG_DWORD, std::string(reinterpret_cast<const char*>(&number), sizeof number)};
+Value AsValue(uint32_t number, DWORD type) {
+    return {type, std::string(reinterpret_cast<const char*>(&number), sizeof number)};
 }
 
 template <class Keys>
@@ -84,23 +84,25 @@ bool Describes(const Keys& keys, const std::string& path) {
 bool Exists(const std::string& path) {
     if (path.find('\\') == std::string::npos) return true;  // a root
     const winhost::PcDescription pc = winhost::Pc::Instance().Description();
-    return Describes(pc.registry, path) || Describes(pc.registryNumbers, path);
+    return Describes(pc.registry, path) || Describes(pc.registryExpandTexts, path) ||
+           Describes(pc.registryNumbers, path);
 }
 
 template <class Keys>
-std::optional<Value> FindIn(const Keys& keys, const std::string& path, const std::string& name) {
+std::optional<Value> FindIn(const Keys& keys, DWORD type, const std::string& path, const std::string& name) {
     for (const auto& [described, values] : keys) {
         if (!SameName(described, path)) continue;
         for (const auto& [valueName, value] : values)
-            if (SameName(valueName, name)) return AsValue(value);
+            if (SameName(valueName, name)) return AsValue(value, type);
     }
     return std::nullopt;
 }
 
 std::optional<Value> FindValue(const std::string& path, const std::string& name) {
     const winhost::PcDescription pc = winhost::Pc::Instance().Description();
-    const std::optional<Value> text = FindIn(pc.registry, path, name);
-    return text ? text : FindIn(pc.registryNumbers, path, name);
+    if (const auto text = FindIn(pc.registry, REG_SZ, path, name)) return text;
+    if (const auto text = FindIn(pc.registryExpandTexts, REG_EXPAND_SZ, path, name)) return text;
+    return FindIn(pc.registryNumbers, REG_DWORD, path, name);
 }
 
 }  // namespace

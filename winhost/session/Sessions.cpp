@@ -31,7 +31,7 @@ bool Exists(const PcDescription& pc, DWORD session) {
 
 WTSINFOEXA InfoOf(const PcDescription& pc, DWORD session) {
     WTSINFOEXA info{};
-    info.Level = 1;
+    info.Level = pc.sessionInfoLevel;
     WTSINFOEX_LEVEL1_A& level1 = info.Data.WTSInfoExLevel1;
     level1.SessionId = session;
     level1.SessionState = WTSDisconnected;
@@ -68,7 +68,7 @@ BOOL WTSQuerySessionInformationA(HANDLE server, DWORD session, WTS_INFO_CLASS in
     if (!memory) return Fail(ERROR_NOT_ENOUGH_MEMORY);
     std::memcpy(memory, &info, sizeof info);
     *buffer = static_cast<LPSTR>(memory);
-    *bytes = sizeof info;
+    *bytes = pc.sessionInfoBytes != 0 ? std::min<DWORD>(pc.sessionInfoBytes, sizeof info) : sizeof info;
     return TRUE;
 }
 

@@ -49,6 +49,20 @@ TEST_F(RegistryTest, ANumberIsADword) {
     RegCloseKey(key);
 }
 
+TEST_F(RegistryTest, AnExpandableTextIsReadUnexpanded) {
+    winhost::Pc::Instance().Change([](winhost::PcDescription& pc) {
+        pc.registryExpandTexts["HKEY_LOCAL_MACHINE\\SOFTWARE\\Paths"]["Root"] = "%SystemRoot%\\x";
+    });
+    const HKEY key = Open("SOFTWARE\\Paths");
+    char text[64];
+    DWORD type = 0, size = sizeof text;
+    ASSERT_EQ(ERROR_SUCCESS,
+              RegQueryValueExA(key, "Root", nullptr, &type, reinterpret_cast<LPBYTE>(text), &size));
+    EXPECT_EQ(DWORD{REG_EXPAND_SZ}, type);
+    EXPECT_STREQ("%SystemRoot%\\x", text);
+    RegCloseKey(key);
+}
+
 TEST_F(RegistryTest, NamesHaveNoCase) {
     const HKEY key = Open("software\\wow6432node\\VENDOR\\product name");
     DWORD size = 0;

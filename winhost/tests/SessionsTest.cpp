@@ -89,6 +89,15 @@ TEST_F(Sessions, ASessionThatThereIsNotIsNotFound) {
     EXPECT_EQ(DWORD{ERROR_CTX_WINSTATION_NOT_FOUND}, Query(7).error);
 }
 
+TEST_F(Sessions, AnAnswerMayBeShortOrOfAnotherLevel) {
+    Describe([](auto& pc) { pc.sessionInfoLevel = 2; });
+    EXPECT_EQ(2u, Query(1).info.Level);
+    Describe([](auto& pc) { pc.sessionInfoBytes = 4; });
+    EXPECT_EQ(4u, Query(1).bytes);
+    Describe([](auto& pc) { pc.sessionInfoBytes = 4000; });
+    EXPECT_EQ(sizeof(WTSINFOEXA), Query(1).bytes);
+}
+
 TEST_F(Sessions, WhatCannotBeAnsweredFails) {
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, Query(1, WTSUserName).error);
     int other = 0;

@@ -29,6 +29,35 @@ size_t LiveComObjects() {
     return ComObjectCount::Value();
 }
 
+namespace {
+
+struct History {
+    std::mutex mutex;
+    std::vector<std::string> calls;
+};
+
+// Never destroyed either.
+History& TheHistory() {
+    static History& history = *new History;
+    return history;
+}
+
+}  // namespace
+
+std::vector<std::string> ComHistory() {
+    History& history = TheHistory();
+    std::lock_guard lock(history.mutex);
+    return history.calls;
+}
+
+void AddToComHistory(std::string call) {
+    constexpr size_t kMost = 10'000;
+    History& history = TheHistory();
+    std::lock_guard lock(history.mutex);
+    // A run of days does not fill the memory.
+    if (history.calls.size() < kMost) history.calls.push_back(std::move(call));
+}
+
 // Never destroyed: objects are released until the process is gone.
 Com& Com::Instance() {
     static Com& com = *new Com;
@@ -86,6 +115,7 @@ HRESULT CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit) {
 
 void CoUninitialize() {
     WINHOST_GATE_PASS("CoUninitialize");
+    winhost::AddToComHistory("CoUninitialize");
     Com::Instance().Leave();
 }
 

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstddef>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include <combaseapi.h>
 
@@ -15,6 +17,11 @@ namespace winhost {
 // Objects that somebody still holds, and texts that nobody has freed: what a test looks at for a leak.
 size_t LiveComObjects();
 size_t LiveStrings();
+
+// The calls of this process whose arguments or order nothing else shows, oldest first: "CoUninitialize",
+// "release IWbemServices" when the last reference goes, and the like.
+std::vector<std::string> ComHistory();
+void AddToComHistory(std::string call);
 
 // The HRESULT for an error of the gate, which may be one itself.
 inline HRESULT AsFailure(uint32_t error) {

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 
+#include "testbed/Utf8.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/wmi/ComObject.h"
 #include "winhost/wmi/Query.h"
@@ -40,19 +41,36 @@ class Context : public ComObject<IWbemContext, IID_IWbemContext> {
         return WBEM_S_NO_ERROR;
     }
 
+    // Empty when there is none. The name is in small letters.
+    std::wstring Value(const std::wstring& name) const {
+        std::lock_guard lock(m_mutex);
+        const auto found = m_values.find(name);
+        return found == m_values.end() ? std::wstring() : found->second;
+    }
+
   private:
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::map<std::wstring, std::wstring> m_values;
 };
+
+// The language that a connection asks for.
+std::string LocaleOf(IWbemContext* context) {
+    const auto* const own = dynamic_cast<Context*>(context);
+    return own ? testbed::ToUtf8(own->Value(L"__locale")) : "of the host";
+}
 
 class Services : public ComObject<IWbemServices, IID_IWbemServices>, public Proxy {
   public:
     using Proxy::Proxy;
+    ~Services() override { AddToComHistory("release IWbemServices"); }
 
     HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, LONG lFlags,
                                         IWbemContext*, IEnumWbemClassObject** ppEnum) override {
         WINHOST_GATE_HRESULT("IWbemServices::ExecQuery");
         constexpr LONG kFlags = WBEM_FLAG_RETURN_IMMEDIATELY | WBEM_FLAG_FORWARD_ONLY;
+        if (strQueryLanguage && strQuery)
+            AddToComHistory("ExecQuery " + testbed::ToUtf8(strQueryLanguage) + ", " +
+                            testbed::ToUtf8(strQuery) + ", " + std::to_string(lFlags));
         if (!ppEnum || !strQueryLanguage || !strQuery || lFlags & ~kFlags) return WBEM_E_INVALID_PARAMETER;
         *ppEnum = nullptr;
         if (!Com::Instance().IsReady()) return RPC_E_DISCONNECTED;
@@ -80,11 +98,15 @@ bool IsCimV2(const BSTR resource) {
 
 class Locator : public ComObject<IWbemLocator, IID_IWbemLocator> {
   public:
+    ~Locator() override { AddToComHistory("release IWbemLocator"); }
     HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR strNetworkResource, const BSTR strUser,
                                             const BSTR strPassword, const BSTR strLocale, LONG lSecurityFlags,
-                                            const BSTR strAuthority, IWbemContext*,
+                                            const BSTR strAuthority, IWbemContext* pCtx,
                                             IWbemServices** ppNamespace) override {
         WINHOST_GATE_HRESULT("IWbemLocator::ConnectServer");
+        AddToComHistory("ConnectServer " +
+                        (strNetworkResource ? testbed::ToUtf8(strNetworkResource) : "null") + ", __Locale " +
+                        LocaleOf(pCtx));
         if (!ppNamespace || strLocale || strAuthority || lSecurityFlags != 0) return WBEM_E_INVALID_PARAMETER;
         *ppNamespace = nullptr;
         if (strUser || strPassword) return WBEM_E_LOCAL_CREDENTIALS;

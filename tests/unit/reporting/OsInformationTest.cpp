@@ -38,6 +38,10 @@ class Wmi : public OsInformation {
         info = {};
         return service->m_WMIInterfaceObj.GetOSinformation(&info);
     }
+    static std::vector<std::string> HistorySince(size_t before) {
+        const std::vector<std::string> history = winhost::ComHistory();
+        return {history.begin() + static_cast<std::ptrdiff_t>(before), history.end()};
+    }
     OsInfo info{};
 };
 
@@ -109,6 +113,12 @@ TEST_F(OsInformation, ADomainThatIsTooLongForItsFieldCountsAsUnknown) {
     EXPECT_EQ(TextInField(Report().DomainName), std::string(127, 'd'));
 }
 
+TEST_F(OsInformation, ALongHostNameGoesOutWhole) {
+    const std::string name(131, 'h');
+    Pc().Change([&](auto& pc) { pc.computerName = name; });
+    EXPECT_EQ(TextInField(Report().HostName), name);
+}
+
 TEST_F(OsInformation, OnlyThirtyTwoBitsAreThirtyTwoBits) {
     for (const auto& [architecture, text] : {std::pair(0u, u"32-bit"), std::pair(9u, u"64-bit"),
                                              std::pair(12u, u"64-bit"), std::pair(0xFFFFu, u"64-bit")}) {
@@ -173,6 +183,12 @@ TEST_F(OsInformation, AProductNameMayBeANumberOrMissing) {
     EXPECT_TRUE(HasLine("INFO", "OS Product type from Windows Registry: 4711"));
 }
 
+TEST_F(OsInformation, AProductNameMayBeAnExpandableText) {
+    Pc().Change([](auto& pc) { pc.registryExpandTexts[kCurrentVersion]["ProductName"] = "Windows 10 Home"; });
+    EXPECT_EQ(GetOsName(), "Microsoft Windows 10 Home");
+    EXPECT_TRUE(HasLine("INFO", "OS Product type from Windows Registry: Windows 10 Home"));
+}
+
 TEST_F(OsInformation, AProductNameThatGoesBetweenTwoReadsIsUnknown) {
     SetProductName("Windows 10 Pro");
     Gate().FailNth("RegQueryValueExA", 2, ERROR_FILE_NOT_FOUND);
@@ -191,11 +207,29 @@ TEST_F(OsInformation, LeavesNoHandleNorReferenceBehind) {
 }
 
 TEST_F(Wmi, ConnectsWithEnglishTexts) {
+    const size_t before = winhost::ComHistory().size();
     EXPECT_EQ(service->m_WMIInterfaceObj.DoInit(), S_OK);
     EXPECT_TRUE(HasLine("INFO", "DoInit -- COM initialization is successful."));
-    EXPECT_EQ(Gate().Count("IWbemContext::SetValue"), 1u);
+    EXPECT_EQ(HistorySince(before), (std::vector<std::string>{"ConnectServer ROOT\\CIMV2, __Locale MS_409"}));
+}
+
+TEST_F(Wmi, AsksInEnglish) {
+    ASSERT_EQ(service->m_WMIInterfaceObj.DoInit(), S_OK);
+    constexpr LANGID kGerman = 1031, kEnglish = 1033;
+    SetThreadUILanguage(kGerman);
+    const size_t before = winhost::ComHistory().size();
     EXPECT_EQ(Ask(), S_OK);
-    EXPECT_EQ(Gate().Count("SetThreadUILanguage"), 1u);
+    EXPECT_EQ(SetThreadUILanguage(0), kEnglish);
+    EXPECT_EQ(HistorySince(before),
+              (std::vector<std::string>{"ExecQuery WQL, SELECT * FROM Win32_OperatingSystem, 48"}));
+}
+
+TEST_F(Wmi, ReleasesTheConnectionAheadOfTheLocator) {
+    ASSERT_EQ(service->m_WMIInterfaceObj.DoInit(), S_OK);
+    const size_t before = winhost::ComHistory().size();
+    service->m_WMIInterfaceObj.Release();
+    EXPECT_EQ(HistorySince(before),
+              (std::vector<std::string>{"release IWbemServices", "release IWbemLocator"}));
 }
 
 TEST_F(Wmi, EachStepThatFailsEndsTheConnectionWithItsCode) {
@@ -278,13 +312,16 @@ TEST_F(Wmi, AFailedApartmentLeavesAnObjectThatCanBeUsed) {
 }
 
 TEST_F(Wmi, LeavesTheApartmentAheadOfItsReferences) {
+    size_t before = 0;
     {
         WMIInterface wmi;
         ASSERT_EQ(wmi.DoInit(), S_OK);
         EXPECT_EQ(winhost::LiveComObjects(), 2u);
+        before = winhost::ComHistory().size();
     }
     EXPECT_EQ(winhost::LiveComObjects(), 0u);
-    EXPECT_EQ(Gate().Count("CoUninitialize"), 1u);
+    EXPECT_EQ(HistorySince(before),
+              (std::vector<std::string>{"CoUninitialize", "release IWbemServices", "release IWbemLocator"}));
 }
 
 TEST_F(Wmi, AServiceThatStopsReleasesIt) {

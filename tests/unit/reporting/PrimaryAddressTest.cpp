@@ -78,6 +78,14 @@ TEST_F(PrimaryAddress, StaysEmptyWhenTheAdaptersDoNotFitTheBuffer) {
     EXPECT_EQ(Gate().Count("GetAdaptersInfo"), 1u);
 }
 
+TEST_F(PrimaryAddress, IsFoundAmongSixteenAdaptersWhichJustFitTheBuffer) {
+    std::vector<winhost::Adapter> adapters;
+    for (int i = 1; i <= 16; ++i)
+        adapters.push_back(Wired(i, "192.168.7." + std::to_string(i), i == 16 ? "192.168.7.254" : ""));
+    SetAdapters(adapters);
+    EXPECT_EQ(GetPrimaryAddress(623).IPv4Address, inet_addr("192.168.7.16"));
+}
+
 TEST_F(PrimaryAddress, StaysEmptyWhenTheAdaptersCannotBeRead) {
     SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
     ExpectErrors({"GetAdaptersInfo failed with error: 50"});

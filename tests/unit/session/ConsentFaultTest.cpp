@@ -1,8 +1,10 @@
 // Questions that nobody answers: the pipe's failures, later questions, and the service's stop.
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
+#include "session/ConsentPipe.h"
 #include "tests/unit/session/ConsentFixture.h"
 
 namespace {
@@ -176,6 +178,28 @@ TEST_F(ConsentFault, AnAnswerThatJustPrecedesALaterQuestionStillGoes) {
     AskAndAnswer(3, "Consent_no");
     AskAnew(2);
     EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{3, 2, 0}));
+}
+
+TEST_F(ConsentFault, AClientThatConnectsToACancelledPipeIsNotAsked) {
+    ConsentPipe pipe;
+    ASSERT_TRUE(pipe.Create());
+    Gate().Delay("ConnectNamedPipe", 300ms);
+    auto served = std::async(std::launch::async, [&] { return pipe.AwaitClient(); });
+    AwaitLog(kAsked);
+    ConsentClient client;
+    pipe.Cancel();
+    EXPECT_FALSE(served.get());
+    EXPECT_TRUE(pipe.IsOpen());
+    pipe.Close();
+    EXPECT_FALSE(pipe.IsOpen());
+    EXPECT_FALSE(pipe.Create()) << "a cancelled pipe is made again";
+}
+
+TEST_F(ConsentFault, APipeIsDisconnectedBeforeItIsClosed) {
+    Start();
+    AskAndAnswer(1, "Consent_yes");
+    AwaitAnswer();
+    EXPECT_EQ(Gate().Count("DisconnectNamedPipe"), 1u);
 }
 
 TEST_F(ConsentFault, AStopEndsAQuestionThatNobodyCameFor) {

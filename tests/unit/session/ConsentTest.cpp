@@ -1,6 +1,7 @@
 // Who is asked, and what the firmware hears.
 #include <gtest/gtest.h>
 
+#include "session/DesktopLock.h"
 #include "tests/unit/session/ConsentFixture.h"
 
 namespace {
@@ -159,6 +160,46 @@ TEST_F(Consent, IsAskedForWhenNoSessionIsAtTheConsole) {
     Ask(1);
     AwaitLog(kAsked);
     EXPECT_TRUE(HasLine("INFO", "Desktop state: Un-locked, 0"));
+}
+
+TEST_F(Consent, IsAskedForWhenTheAnswerAboutTheDesktopIsShortOrUnknown) {
+    // The whole answer says that the desktop is locked.
+    Pc().Change([](auto& description) {
+        description.desktopLocked = true;
+        description.sessionInfoLevel = 2;
+    });
+    EXPECT_FALSE(IsDesktopLocked());
+    Pc().Change([](auto& description) {
+        description.sessionInfoLevel = 1;
+        description.sessionInfoBytes = 16;
+    });
+    EXPECT_FALSE(IsDesktopLocked());
+    Pc().Change([](auto& description) { description.sessionInfoBytes = 0; });
+    EXPECT_TRUE(IsDesktopLocked());
+}
+
+TEST_F(Consent, CanBeGivenByEveryUser) {
+    Start();
+    Ask(1);
+    AwaitLog(kAsked);
+    // The service runs as the system, which made the pipe.
+    Pc().Change([](auto& description) { description.userName = "alice"; });
+    ConsentClient client;
+    EXPECT_EQ(client.Read(), std::string("yes\n1\n30\0", 9));
+    client.Say("Consent_yes");
+    AwaitLog(kTaken);
+    EXPECT_EQ(AwaitAnswer(), (UserConsentAnswer{1, 1, 0}));
+}
+
+// All instances of a pipe have to name the same limit.
+TEST_F(Consent, IsAskedForByAPipeOfAnyNumberOfInstances) {
+    Start();
+    Ask(1);
+    AwaitLog(kAsked);
+    const UniqueFileHandle another(CreateNamedPipeA("\\\\.\\pipe\\userconsentfeature", PIPE_ACCESS_DUPLEX,
+                                                    PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
+                                                    PIPE_UNLIMITED_INSTANCES, 0, 0, 0, nullptr));
+    EXPECT_TRUE(another) << GetLastError();
 }
 
 TEST_F(Consent, CountsAsGivenWhileTheUsersAnswerWaitsToGo) {
