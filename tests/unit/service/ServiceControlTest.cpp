@@ -1,6 +1,8 @@
 // What the service does on each control.
 #include <atomic>
+#include <future>
 #include <thread>
+#include <vector>
 
 #include "tests/support/ServiceFixture.h"
 
@@ -46,35 +48,29 @@ TEST_F(ServiceControl, SessionChangesAndUnknownControlsAreOnlyLogged) {
     EXPECT_TRUE(firmware.Requests().empty());
 }
 
-TEST_F(ServiceControl, AnInterrogationNeverReportsAStateThatHasPassed) {
+TEST_F(ServiceControl, AnInterrogationWaitsForTheReportThatIsUnderWay) {
     service->m_bRunAsConsole = 0;
-    DWORD current = 0;
-    size_t answers = 0, stale = 0;
-    // Called by both threads, under the lock of the report. An interrogation has no wait hint.
+    std::promise<void> entered, leave;
+    std::atomic<int> reports{0};
+    std::vector<DWORD> states;
     Gate().Ask([&](const std::string& call, const void*) {
         if (call != "SetServiceStatus") return 0u;
-        const SERVICE_STATUS& status = service->m_ServiceStatus;
-        if (status.dwWaitHint != 0) {
-            current = status.dwCurrentState;
-        } else {
-            ++answers;
-            stale += status.dwCurrentState != current;
+        if (reports++ == 0) {
+            entered.set_value();
+            leave.get_future().wait();
         }
+        states.push_back(service->m_ServiceStatus.dwCurrentState);
         return 0u;
     });
-    service->ReportServiceStatus(SERVICE_RUNNING, NO_ERROR, 1);
-    std::atomic<bool> over{false};
-    std::thread changes([&] {
-        while (!over)
-            for (const DWORD state : {SERVICE_START_PENDING, SERVICE_RUNNING})
-                service->ReportServiceStatus(state, NO_ERROR, 1);
-    });
-    for (int i = 0; i < 500; ++i)
-        service->ServiceCtrlHandler(SERVICE_CONTROL_INTERROGATE, 0);
-    over = true;
-    changes.join();
-    EXPECT_EQ(answers, 500u);
-    EXPECT_EQ(stale, 0u);
+    std::thread report([this] { service->ReportServiceStatus(SERVICE_RUNNING, NO_ERROR, 0); });
+    entered.get_future().wait();
+    std::thread interrogation([this] { service->ServiceCtrlHandler(SERVICE_CONTROL_INTERROGATE, 0); });
+    AwaitLog("SERVICE_CONTROL_INTERROGATE received");
+    EXPECT_FALSE(Eventually([&] { return reports > 1; }, 50ms));
+    leave.set_value();
+    report.join();
+    interrogation.join();
+    EXPECT_EQ(states, (std::vector<DWORD>{SERVICE_RUNNING, SERVICE_RUNNING}));
 }
 
 TEST_F(ServiceControl, StandbyAndItsEndAreOnlyLogged) {
