@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -11,7 +12,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -161,4 +164,17 @@ uint16_t FreePort() {
         const auto port = static_cast<uint16_t>(10000 + next++ % 20000);
         if (Reserve(port) && TakenPort(port).Port() == port) return port;
     }
+}
+
+int BacklogOf(uint16_t port) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int descriptor = std::stoi(entry.path().filename().string());
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        if (getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+            info.tcpi_state == TCP_LISTEN && LocalPort(descriptor) == port)
+            // Of a listener this field is the length of its queue.
+            return static_cast<int>(info.tcpi_sacked);
+    }
+    return -1;
 }

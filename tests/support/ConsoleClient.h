@@ -61,3 +61,6 @@ class TakenPort {
 
 // A port that nobody uses at this moment.
 uint16_t FreePort();
+
+// How many connections may wait for the listener of this process on the port; -1 when there is none.
+int BacklogOf(uint16_t port);

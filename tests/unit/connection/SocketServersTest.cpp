@@ -37,6 +37,12 @@ TYPED_TEST(SocketServers, ListenOnTheGivenPortAndTellThePeer) {
     EXPECT_EQ(ntohs(peer.sin_port), client.Port());
 }
 
+TYPED_TEST(SocketServers, LetOneConnectionWait) {
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    EXPECT_EQ(BacklogOf(this->Port()), 1);
+}
+
 TYPED_TEST(SocketServers, ANonBlockingSocketAnswersAtOnceWhenNothingHasCome) {
     TypeParam server;
     ASSERT_EQ(server.CreateSocket(664), 0);

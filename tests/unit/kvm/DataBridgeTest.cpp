@@ -1,6 +1,8 @@
 // The bytes of a session: unchanged, unframed, in both directions.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <csignal>
 #include <thread>
 
 #include "mailbox/MailBoxDriverInterface.h"
@@ -179,6 +181,28 @@ TEST_F(KvmDataBridge, SendsAgainAfterAnErrorThatPasses) {
     EXPECT_EQ(LogCount(kSendRetry), 2u);
     EXPECT_TRUE(HasLine("WARN", kSendRetry));
     EXPECT_EQ(LogCount("Retry Count value"), 0u);
+}
+
+// A signal ends a send() that waits for room: what went out by then is its answer.
+TEST_F(KvmDataBridge, SendsTheRestOfABlockThatWentOutInPart) {
+    ConsoleClient client = StartSession();
+    struct sigaction interrupt {};
+    struct sigaction before {};
+    interrupt.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &interrupt, &before), 0);
+    const std::string bytes = AllBytes(16u << 20);
+    std::thread sender(
+        [&] { service->m_kvmClientInterface.SendDataToKVMClient(bytes.data(), bytes.size()); });
+    EXPECT_TRUE(Eventually([&] {
+        pthread_kill(sender.native_handle(), SIGUSR1);
+        return Gate().Count("send") >= 3;
+    }));
+    EXPECT_TRUE(client.Receive(bytes.size()) == bytes);
+    sender.join();
+    sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_TRUE(HasLine("INFO", "SendDataToKVMClient: KVM data sent: 16777216 (0x1000000)"));
+    EXPECT_EQ(LogCount("SendDataToKVMClient: KVM data sent: "), 1u);
+    EXPECT_TRUE(client.IsQuiet());
 }
 
 // Errors that pass are not counted: nothing but the session's end ends them.

@@ -80,6 +80,23 @@ TEST_F(KvmSession, BringsAFirmwareUpToDateThatTakesTheHostForDown) {
     EXPECT_EQ(requests[1].name, "WriteZELStatus");
 }
 
+// The firmware may send as soon as it has received the announcement.
+TEST_F(KvmSession, IsConnectedBeforeItIsAnnounced) {
+    Start();
+    Enable();
+    firmware.Hold("WriteIPCompleteInformation");
+    ConsoleClient client = Connect();
+    ASSERT_TRUE(firmware.AwaitCount("WriteIPCompleteInformation", 1));
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmSocketState, kKvmClientConnected);
+    EXPECT_EQ(StatusFileKvm(), "YES");
+    firmware.Send(MPM_ZEL_CMD_KVM_DATA, "hello");
+    EXPECT_EQ(client.Receive(5), "hello");
+    EXPECT_EQ(LogCount(kAnnounced), 0u);
+    firmware.Release("WriteIPCompleteInformation");
+    AwaitLog(kAnnounced);
+    AwaitAccepting(2);
+}
+
 TEST_F(KvmSession, GoesOnWhenTheFirmwareRefusesTheAnnouncement) {
     Start();
     ExpectErrors({kRefused, kRefusedReturn});

@@ -31,6 +31,7 @@ TEST_F(KvmThreadFaults, AnExceptionEndsTheListenerAndTheNextOneServes) {
     SendEnable();
     AwaitLog(kCleanedUp);
     EXPECT_TRUE(HasLine("ERROR", "RunServerKVMThread: ended by an exception: boom"));
+    EXPECT_EQ(service->m_kvmClientInterface.m_kvmState, kKvmClosing);
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 1u);
     Gate().Reset();
 
