@@ -1,6 +1,4 @@
 // Restores the link to the firmware: after the start, after a resume, and before each new connection.
-#include <system_error>
-
 #include "base/Log.h"
 #include "service/ZELService.h"
 
@@ -32,30 +30,36 @@ bool IsUpdateDue(uint8_t status) {
 void ZELService::WakeAndUpdateMPM(bool force) {
     Presence::Epoch epoch = 0;
     if (!m_presence.BeginUpdate(epoch)) return;
+    bool started = false;
+    try {
+        started = StartUpdateIfDue(force, epoch);
+    } catch (...) {
+        // Otherwise every later wake would be dropped because of an update that never runs.
+        m_presence.EndUpdate(epoch);
+        throw;
+    }
+    if (!started) m_presence.EndUpdate(epoch);
+}
+
+// Returns true when an update has been started, which then ends the claim of the flag.
+bool ZELService::StartUpdateIfDue(bool force, Presence::Epoch epoch) {
     uint8_t status = kMpmNoAnswer;
     m_mailBoxDriverInterface.GetMPMStatus(&status);
     // A resume always updates.
-    bool due = force || IsUpdateDue(status);
+    const bool due = force || IsUpdateDue(status);
 
     // In safe boot the service always reports its state, and nothing else.
     const uint32_t bootMode = m_bootMode;
     if (bootMode == kSafeBoot || bootMode == kSafeBootWithNetworking) {
         ReportSafeBoot(epoch);
-        due = false;
+        return false;
     }
-    if (!due) return m_presence.EndUpdate(epoch);
-    const auto update = [this, epoch] {
+    // "Down" stays the last state that a stopping service reports.
+    if (!due || m_bServiceStopping) return false;
+    return m_detachedThreads.Start([this, epoch] {
         UpdatePlatformInfoToMPM(epoch);
         m_presence.EndUpdate(epoch);
-    };
-    try {
-        // "Down" stays the last state that a stopping service reports.
-        if (m_bServiceStopping || !m_detachedThreads.Start(update)) m_presence.EndUpdate(epoch);
-    } catch (const std::system_error&) {
-        // Otherwise every later wake would be dropped because of an update that never runs.
-        m_presence.EndUpdate(epoch);
-        throw;
-    }
+    });
 }
 
 void ZELService::ReportSafeBoot(Presence::Epoch epoch) {

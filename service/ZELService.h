@@ -122,6 +122,7 @@ class ZELService : public ServiceState {
     void AnswerInterrogation();
     void SendServiceStatus(DWORD state, DWORD exitCode, DWORD waitHint);
     void HandlePowerEvent(DWORD eventType);
+    bool StartUpdateIfDue(bool force, Presence::Epoch epoch);
     void ReportSafeBoot(Presence::Epoch epoch);
     void StopService(bool shutdown);
     void StopDASHAndReadThread();

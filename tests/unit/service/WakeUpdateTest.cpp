@@ -1,5 +1,6 @@
 // When the firmware is brought up to date, and who waits for it.
 #include <atomic>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 
@@ -54,6 +55,15 @@ TEST_F(WakeUpdate, AFirmwareThatKnowsTheHostNeedsNoUpdate) {
     EXPECT_FALSE(service->m_bWakeUpdateInProgress);
     EXPECT_TRUE(HasLine("INFO", "Skipping platform updates to MPM"));
     EXPECT_EQ(RequestNames(), std::vector<std::string>{"GetMPMStatus"});
+}
+
+TEST_F(WakeUpdate, AnExceptionInItsFirstRequestLeavesTheNextWakeFree) {
+    Gate().Ask([](const std::string& call, const void*) -> uint32_t {
+        if (call == "DeviceIoControl") throw std::runtime_error("of the platform");
+        return 0;
+    });
+    EXPECT_THROW(service->WakeAndUpdateMPM(false), std::runtime_error);
+    EXPECT_FALSE(service->m_bWakeUpdateInProgress);
 }
 
 TEST_F(WakeUpdate, AFirmwareThatIsDownGetsTheWholeUpdate) {
