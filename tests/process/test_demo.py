@@ -25,7 +25,7 @@ def test_the_lines_of_dev_run_can_be_pasted_and_its_folder_goes(tmp_path, short_
     environment = {**os.environ, "PYTHONPATH": str(REPOSITORY / "tests"), "TMPDIR": short_folder}
     run = Process([sys.executable, REPOSITORY / "demo" / "demo.py", "--stay"], tmp_path / "run.out", env=environment)
     try:
-        eventually(lambda: len(re.findall(r"try:  (curl .*)", run.output())) == 2, "the lines to paste")
+        eventually(lambda: len(re.findall(r"try:  (curl .*)", run.output())) == 2, "the lines to paste", 60)
         lines = re.findall(r"try:  (curl .*)", run.output())
         answers = [subprocess.run(["sh", "-c", f"{line} --silent --show-error"], capture_output=True, text=True, timeout=30)
                    for line in lines]

@@ -150,15 +150,18 @@ class Consoles:
         begun = self._log.here()
         try:
             yield
-            self._end_server(told=self._log.count("WriteCloseSocketcmd: connecting to Driver", begun))
+            self._end_server(ended=self._log.count("WriteCloseSocketcmd: connecting to Driver", begun)
+                             or self._log.count(CLOSE_BY_FIRMWARE, begun))
         finally:
             if self._server:
                 self._server.close()
                 self._server = None
 
-    def _end_server(self, told):
-        """Firmware that was not told of the session's end closes it when its server goes; the next session is not to hear that."""
-        if self._server and not told:
+    def _end_server(self, ended):
+        """Firmware closes a session when its server goes, unless it was told of the session's end or has closed it itself.
+
+        The next session is not to hear that."""
+        if self._server and not ended:
             place = self._log.here()
             self._server.close()
             self._log.await_line(CLOSE_BY_FIRMWARE, place)
