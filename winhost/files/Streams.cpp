@@ -17,6 +17,7 @@
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/files/FileSecurity.h"
 #include "winhost/pc/Pc.h"
 
 namespace {
@@ -84,6 +85,15 @@ int OpenFlags(const std::string& mode) {
     }
 }
 
+// Whether the PC's user may open it so, or create it.
+bool MayOpen(const std::string& path, int flags, bool exists) {
+    if (!exists) return winhost::MayCreate(path, false) == ERROR_SUCCESS;
+    const int access = flags & O_ACCMODE;
+    DWORD needed = access == O_WRONLY ? 0 : GENERIC_READ;
+    if (access != O_RDONLY) needed |= GENERIC_WRITE;
+    return winhost::IsGranted(winhost::SecurityOf(path), needed);
+}
+
 FILE* Refuse(int error) {
     errno = error;
     return nullptr;
@@ -95,8 +105,12 @@ FILE* _fsopen(const char* path, const char* mode, int shareFlag) {
     WINHOST_GATE("_fsopen", Refuse(EIO));
     const int flags = path && mode ? OpenFlags(mode) : -1;
     if (flags < 0 || shareFlag != _SH_DENYNO) return Refuse(EINVAL);
-    const int file = open(winhost::Pc::Instance().HostPath(path).c_str(), flags | O_CLOEXEC, 0666);
+    const std::string hostPath = winhost::Pc::Instance().HostPath(path);
+    const bool exists = access(hostPath.c_str(), F_OK) == 0;
+    if ((exists || flags & O_CREAT) && !MayOpen(hostPath, flags, exists)) return Refuse(EACCES);
+    const int file = open(hostPath.c_str(), flags | O_CLOEXEC, 0666);
     if (file < 0) return nullptr;
+    if (!exists) winhost::StoreInitialSecurity(hostPath, nullptr);
     auto stream = std::make_unique<Stream>(Stream{file, {}});
     std::string kind(1, mode[0]);
     if (flags & O_RDWR) kind += '+';

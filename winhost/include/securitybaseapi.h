@@ -23,3 +23,12 @@ BOOL DuplicateTokenEx(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES attribut
 // calling process (ERROR_PRIVILEGE_NOT_HELD).
 BOOL SetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS informationClass, LPVOID information,
                          DWORD length);
+// TokenUser of the calling process's token alone, else ERROR_NOT_SUPPORTED. Needs TOKEN_QUERY.
+BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS informationClass, LPVOID information,
+                         DWORD length, PDWORD returnLength);
+
+// Owner and DACL of a file or folder; other parts and other objects give ERROR_NOT_SUPPORTED. What is set
+// reaches this object alone, and nothing that lies in it.
+BOOL GetKernelObjectSecurity(HANDLE object, SECURITY_INFORMATION parts, PSECURITY_DESCRIPTOR descriptor,
+                             DWORD length, LPDWORD needed);
+BOOL SetKernelObjectSecurity(HANDLE object, SECURITY_INFORMATION parts, PSECURITY_DESCRIPTOR descriptor);

@@ -39,14 +39,20 @@ void Sleep(DWORD milliseconds);
 // ---- requests to devices ----
 
 #define OPEN_EXISTING 3
+#define OPEN_ALWAYS 4
 #define FILE_FLAG_OVERLAPPED 0x40000000
+#define FILE_FLAG_BACKUP_SEMANTICS 0x02000000
+#define FILE_FLAG_OPEN_REPARSE_POINT 0x00200000
 
 // A macro in the SDK. Here the request may complete within the call.
 BOOL HasOverlappedIoCompleted(const OVERLAPPED* overlapped);
 
 // Opens devices: OPEN_EXISTING with FILE_FLAG_OVERLAPPED, else ERROR_NOT_SUPPORTED. A path that no device
 // answers to gives ERROR_FILE_NOT_FOUND. And the client's end of named pipes: OPEN_EXISTING without flags,
-// for GENERIC_READ, GENERIC_WRITE or both; ERROR_PIPE_BUSY when no instance listens.
+// for GENERIC_READ, GENERIC_WRITE or both; ERROR_PIPE_BUSY when no instance listens. And files and folders by
+// a path with a drive, to be asked about: OPEN_EXISTING or OPEN_ALWAYS with both FILE_FLAG_OPEN_REPARSE_POINT
+// and FILE_FLAG_BACKUP_SEMANTICS, else ERROR_NOT_SUPPORTED. A symbolic link of Linux is a reparse point. The
+// share mode means nothing here, and such a handle is neither read nor written.
 HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD shareMode, LPSECURITY_ATTRIBUTES attributes,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
 // Devices need an OVERLAPPED (else ERROR_INVALID_PARAMETER), and pipes take none (else ERROR_NOT_SUPPORTED).
@@ -65,7 +71,23 @@ BOOL GetQueuedCompletionStatus(HANDLE port, LPDWORD bytesMoved, ULONG_PTR* key, 
 
 // ---- files ----
 
+typedef struct _BY_HANDLE_FILE_INFORMATION {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD dwVolumeSerialNumber;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD nNumberOfLinks;
+    DWORD nFileIndexHigh;
+    DWORD nFileIndexLow;
+} BY_HANDLE_FILE_INFORMATION, *PBY_HANDLE_FILE_INFORMATION, *LPBY_HANDLE_FILE_INFORMATION;
+
+BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information);
 BOOL DeleteFileA(LPCSTR path);
+// An empty folder, or a link to a folder, which stays.
+BOOL RemoveDirectoryA(LPCSTR path);
 // Never replaces: an existing target gives ERROR_ALREADY_EXISTS.
 BOOL MoveFileA(LPCSTR from, LPCSTR to);
 

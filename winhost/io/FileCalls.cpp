@@ -2,6 +2,7 @@
 #include <atomic>
 
 #include "winhost/core/Gate.h"
+#include "winhost/files/DiskFile.h"
 #include "winhost/io/FileObject.h"
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/io/MailboxHandle.h"
@@ -74,18 +75,24 @@ BOOL MakeRequestNow(const void* buffer, DWORD size, LPDWORD bytes, LPOVERLAPPED 
 
 }  // namespace
 
-HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD disposition, DWORD flags,
-                   HANDLE) {
+HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES attributes, DWORD disposition,
+                   DWORD flags, HANDLE) {
     WINHOST_GATE("CreateFileA", INVALID_HANDLE_VALUE);
     std::shared_ptr<FileObject> file;
     DWORD error = ERROR_NOT_SUPPORTED;
-    if (disposition == OPEN_EXISTING) error = Open(name, access, flags, file);
+    bool existed = false;
+    if (winhost::IsOnDrive(name)) {
+        error = winhost::OpenDiskFile(name, access, attributes, disposition, flags, file, existed);
+    } else if (disposition == OPEN_EXISTING) {
+        error = Open(name, access, flags, file);
+    }
     HANDLE handle = nullptr;
     if (error == ERROR_SUCCESS && !(handle = HandleTable::Instance().Add(file))) {
         file->OnClose();
         error = ERROR_NO_SYSTEM_RESOURCES;
     }
-    SetLastError(error);
+    const bool tells = error == ERROR_SUCCESS && existed && disposition == OPEN_ALWAYS;
+    SetLastError(tells ? static_cast<DWORD>(ERROR_ALREADY_EXISTS) : error);
     return error == ERROR_SUCCESS ? handle : INVALID_HANDLE_VALUE;
 }
 

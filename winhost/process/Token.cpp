@@ -5,6 +5,8 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
+#include "winhost/files/FileSecurity.h"
+#include "winhost/pc/Pc.h"
 #include "winhost/power/Privileges.h"
 #include "winhost/process/ProcessObject.h"
 
@@ -76,6 +78,23 @@ BOOL SetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS informationClass
     if (!winhost::IsPrivilegeEnabled(SE_TCB_NAME)) return Fail(ERROR_PRIVILEGE_NOT_HELD);
     std::memcpy(&session, information, sizeof session);
     token->SetSession(session);
+    return TRUE;
+}
+
+BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS informationClass, LPVOID information,
+                         DWORD length, PDWORD returnLength) {
+    WINHOST_GATE("GetTokenInformation", FALSE);
+    const auto token = HandleTable::Instance().Find<Token>(handle);
+    if (!token) return Fail(ERROR_INVALID_HANDLE);
+    if (!token->Allows(TOKEN_QUERY)) return Fail(ERROR_ACCESS_DENIED);
+    if (!token->IsOwn() || informationClass != TokenUser) return Fail(ERROR_NOT_SUPPORTED);
+    const std::string sid = winhost::SidOfUser(winhost::Pc::Instance().Description().userName);
+    *returnLength = static_cast<DWORD>(sizeof(TOKEN_USER) + sid.size());
+    if (!information || length < *returnLength) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    // The SID lies behind the structure that points to it.
+    auto* const user = static_cast<TOKEN_USER*>(information);
+    user->User = {user + 1, 0};
+    std::memcpy(user + 1, sid.data(), sid.size());
     return TRUE;
 }
 
