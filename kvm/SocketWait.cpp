@@ -2,8 +2,7 @@
 
 SocketState AwaitReadable(SOCKET socket, DWORD milliseconds) {
     fd_set readable{1, {socket}};
-    const timeval timeout{static_cast<long>(milliseconds / 1000),
-                          static_cast<long>(milliseconds % 1000 * 1000)};
+    timeval timeout{static_cast<long>(milliseconds / 1000), static_cast<long>(milliseconds % 1000 * 1000)};
     const int ready = select(0, &readable, nullptr, nullptr, &timeout);
     if (ready < 0) return SocketState::Unknown;
     return ready == 0 ? SocketState::Quiet : SocketState::Readable;
