@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "base/FileGuard.h"
 #include "base/FilesystemPath.h"
 #include "base/LogLine.h"
 
@@ -94,9 +95,17 @@ void ZELLogger::CloseLog() {
 
 // The share mode lets a reader follow the log while it grows. A new run appends.
 bool ZELLogger::Open() {
-    m_pFile = _fsopen(m_LogFilePath.c_str(), "a+", _SH_DENYNO);
+    const FileGuard guard(m_LogFilePath);
+    m_pFile = guard ? _fsopen(m_LogFilePath.c_str(), "a+", _SH_DENYNO) : nullptr;
     OutputDebugStringA(
         ((m_pFile ? "Log file is: " : "ERROR: Unable to open log file: ") + m_LogFilePath + "\n").c_str());
+    if (m_pFile && guard.HasReplaced()) {
+        // The caller holds the lock, so the line is written here.
+        FixedText<kMaxLine + 1> line;
+        AssembleLogLine(line, "ZELService", (m_LogFilePath + kReplacedFile).c_str(), "WARN:  ");
+        std::fprintf(m_pFile, "%s", line.Text());
+        std::fflush(m_pFile);
+    }
     return m_pFile != nullptr;
 }
 

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "base/ExecutableFolder.h"
+#include "base/FileGuard.h"
 #include "base/FilesystemPath.h"
 #include "base/Handles.h"
 #include "base/Log.h"
@@ -56,7 +57,7 @@ constexpr DeletionTexts kDisplayMgrLogTexts{"DisplayMgr file deleted successfull
 void DeleteIfThere(const std::string& path, const DeletionTexts& texts) {
     std::error_code error;
     const std::filesystem::path file = FilesystemPath(path);
-    if (!std::filesystem::exists(file, error)) {
+    if (!g_pServiceState->m_bWorkingFolderSecure || !std::filesystem::exists(file, error)) {
         LogInfo("%s", texts.absent);
     } else if (std::filesystem::remove(file, error)) {
         LogInfo("%s", texts.deleted);
@@ -82,11 +83,15 @@ int KVMAgent::LaunchKVMAgent(uint8_t displayMode) {
 }
 
 void KVMAgent::TerminateKVMAgent() {
-    std::ofstream file(FilesystemPath(g_pServiceState->GetTerminateFilePath()));
-    if (!file) {
+    const std::string path = g_pServiceState->GetTerminateFilePath();
+    const FileGuard guard(path, g_pServiceState->m_bWorkingFolderSecure);
+    std::ofstream file;
+    if (guard) file.open(FilesystemPath(path));
+    if (!file.is_open()) {
         LogInfo("Failed to create terminate.txt file.");
         return;
     }
+    if (guard.HasReplaced()) LogWarn("%s%s", path, kReplacedFile);
     file << "terminate\n" << std::flush;
     LogInfo("Termiante 'is written to terminate file.");
     // Exceptions are enabled only here, so that only close() can throw.

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/FieldText.h"
+#include "base/FileGuard.h"
 #include "base/FilesystemPath.h"
 #include "base/Log.h"
 #include "base/Version.h"
@@ -62,11 +63,14 @@ void StatusFile::UpdateStatusFile() {
     std::lock_guard lock(m_mutex);
     if (m_bDeleted) return;
     const std::string path = g_pServiceState->GetStatusFilePath();
-    std::ofstream file(FilesystemPath(path), std::ios::trunc);
-    if (!file) {
+    const FileGuard guard(path, g_pServiceState->m_bWorkingFolderSecure);
+    std::ofstream file;
+    if (guard) file.open(FilesystemPath(path), std::ios::trunc);
+    if (!file.is_open()) {
         LogError("Failed to create %s file.", path);
         return;
     }
+    if (guard.HasReplaced()) LogWarn("%s%s", path, kReplacedFile);
     Json::Value values(Json::objectValue);
     AddFirmware(values);
     AddNetwork(values, m_addresses, m_interfaces);
@@ -83,7 +87,7 @@ void StatusFile::DeleteStatusFile() {
     std::lock_guard lock(m_mutex);
     m_bDeleted = true;
     const std::string path = g_pServiceState->GetStatusFilePath();
-    if (!std::filesystem::exists(FilesystemPath(path))) {
+    if (!g_pServiceState->m_bWorkingFolderSecure || !std::filesystem::exists(FilesystemPath(path))) {
         LogInfo("zel_json_data file does not exist");
     } else if (DeleteFileA(path.c_str())) {
         LogInfo("zel_json_data file deleted successfully");

@@ -1,11 +1,11 @@
 // Opens the log in the working folder and writes its first lines.
-#include <shlobj.h>
-
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "base/Log.h"
+#include "base/SecureFolder.h"
 #include "base/Version.h"
 #include "base/ZELLogger.h"
 #include "service/ZELService.h"
@@ -14,10 +14,22 @@ namespace {
 
 constexpr uint64_t kMaxLogSize = 0xA00000;
 
-bool CreateFolder(const std::string& path) {
-    const int result = SHCreateDirectoryExA(nullptr, path.c_str(), nullptr);
-    return result == ERROR_SUCCESS || result == ERROR_ALREADY_EXISTS;
-}
+// Keeps the remarks until the log is open.
+class FolderPreparation {
+  public:
+    bool Secure(const std::string& path, Contents contents) {
+        const SecuredFolder folder = SecureFolder(path, contents);
+        if (!folder.remark.empty()) m_remarks.push_back(path + " " + folder.remark);
+        return folder.isSecure;
+    }
+    void LogRemarks() const {
+        for (const std::string& remark : m_remarks)
+            LogWarn("InitializeLogging: %s", remark);
+    }
+
+  private:
+    std::vector<std::string> m_remarks;
+};
 
 struct ClosePipe {
     void operator()(FILE* pipe) const { _pclose(pipe); }
@@ -40,10 +52,16 @@ void LogOsVersion() {
 }  // namespace
 
 bool ZELService::InitializeLogging() {
-    if (!CreateFolder(GetMakerFolder()))
+    FolderPreparation folders;
+    bool isMakerSecure = folders.Secure(GetMakerFolder(), Contents::Keep);
+    if (!isMakerSecure) {
         LogEventMessage("ZELService failed to create Tarvix folder in ProgramData path", EVENTLOG_ERROR_TYPE);
+        // The working folder is only as secure as the folder above.
+        isMakerSecure = folders.Secure(GetMakerFolder(), Contents::Keep);
+    }
     const std::string folder = GetWorkingFolder();
-    if (!CreateFolder(folder)) {
+    m_bWorkingFolderSecure = isMakerSecure && folders.Secure(folder, Contents::RemoveUsers);
+    if (!m_bWorkingFolderSecure) {
         LogEventMessage("ZELService failed to create Manageability folder in ProgramData path",
                         EVENTLOG_ERROR_TYPE);
         return false;
@@ -55,6 +73,7 @@ bool ZELService::InitializeLogging() {
         return false;
     }
     LogInfo("***   ZEL %s Logging started   ***", kServiceVersion);
+    folders.LogRemarks();
     LogOsVersion();
     return true;
 }

@@ -64,6 +64,7 @@ class ServiceState {
     MailBoxDriverInterface m_mailBoxDriverInterface;
     std::atomic<const char*> KVMStatus{"NO"};  // "YES" while a KVM session runs
     std::atomic<uint8_t> m_bServiceStopping{0};
+    std::atomic<bool> m_bWorkingFolderSecure{false};  // else no file is written or deleted there
     std::atomic<uint8_t> m_bMPMVersionValid{0};
     std::atomic<uint32_t> m_provisionStatus{
         0};                                  // ProvisionStatus of the last answer; 2: provisioning completed

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 #include "tests/support/ConsoleClient.h"
@@ -32,6 +33,17 @@ void PcFixture::TearDown() {
 }
 
 void PcFixture::Describe(winhost::PcDescription&) {}
+
+void PcFixture::FillDiskFor(const std::string& windowsPath) {
+    Gate().Ask([path = HostPath(windowsPath)](const char* call, const void*) -> uint32_t {
+        // The last call of the check.
+        if (std::string_view(call) == "GetKernelObjectSecurity" && fs::is_regular_file(path)) {
+            fs::remove(path);
+            fs::create_symlink("/dev/full", path);
+        }
+        return 0;
+    });
+}
 
 void PcFixture::PassSleepOf(std::chrono::milliseconds time) {
     ASSERT_TRUE(Clock().AwaitSleeper(time, kPatience)) << "nobody sleeps for " << time.count() << " ms";

@@ -36,6 +36,10 @@ class PcFixture : public ::testing::Test {
     static bool Eventually(const std::function<bool()>& holds,
                            std::chrono::milliseconds patience = kPatience);
 
+    // From the moment at which the service has checked the file, writing to it fails as on a full disk. Until
+    // the gate is reset.
+    static void FillDiskFor(const std::string& windowsPath);
+
     // Outside of the PC's drives: for sockets and the like.
     const std::filesystem::path& Folder() const { return m_folder; }
     // Where a Windows path of the PC lies.

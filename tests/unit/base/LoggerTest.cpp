@@ -225,8 +225,7 @@ TEST_F(Logger, ALineThatMeetsTheCloseGoesToTheDebugger) {
 
 TEST_F(Logger, AFullDiskIsNoAffairOfTheCallers) {
     logger.CloseLog();
-    std::filesystem::remove(HostPath(kLoggerPath));
-    std::filesystem::create_symlink("/dev/full", HostPath(kLoggerPath));
+    FillDiskFor(kLoggerPath);
     ASSERT_TRUE(logger.OpenLog("zel", kLoggerPath, kLoggerFolder, kLoggerLimit, ZELLogger::kOneBackup));
     for (int line = 0; line < 3; ++line)
         logger.LogInfo("ZELService", "lost");

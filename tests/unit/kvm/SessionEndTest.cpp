@@ -125,7 +125,7 @@ TEST_F(KvmSessionEnd, ATerminateFileThatCannotBeCreatedDoesNotHoldTheCleanUp) {
 TEST_F(KvmSessionEnd, ATerminateFileThatCannotBeWrittenDoesNotHoldTheCleanUp) {
     ConsoleClient client = StartSession();
     ExpectError(kTerminateFailed);
-    std::filesystem::create_symlink("/dev/full", HostPath(TerminateFile()));
+    FillDiskFor(TerminateFile());
     CloseSession();
     EXPECT_TRUE(client.AwaitClose());
     ExpectLogInOrder({"Termiante 'is written to terminate file.", kTerminateFailed,

@@ -23,7 +23,8 @@ class LogStart : public PcFixture {
 
     // As an earlier run has left it.
     void LeaveLogOf(uint64_t size) {
-        std::filesystem::create_directories(HostPath(kFolder));
+        ASSERT_TRUE(service->InitializeLogging());
+        ZELLogger::Instance()->CloseLog();
         std::ofstream(HostPath(kFolder) / "zel.log") << std::string(size - 1, '.') << '\n';
     }
     bool HasBackup() { return std::filesystem::exists(HostPath(kFolder) / "zel.lo_"); }

@@ -1,0 +1,53 @@
+#include "base/FileGuard.h"
+
+namespace {
+
+constexpr int kMostAttempts = 4;
+
+bool IsTrusted(const FileFacts& facts) {
+    return facts.IsTrusted() && !facts.hasOtherNames;
+}
+
+bool Remove(const std::string& path, const FileFacts& facts) {
+    return facts.isFolder ? RemoveDirectoryA(path.c_str()) : DeleteFileA(path.c_str());
+}
+
+}  // namespace
+
+FileGuard::FileGuard(const std::string& path, bool isFolderSecure) {
+    if (!isFolderSecure) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return;
+    }
+    for (int i = 0; i < kMostAttempts; ++i) {
+        UniqueFileHandle file = OpenInPlace(path, GENERIC_READ, OPEN_ALWAYS);
+        FileFacts facts;
+        if (!file || !Examine(file.Get(), facts)) return;
+        if (facts.isFolder && !facts.isLink) {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return;
+        }
+        if (IsTrusted(facts)) {
+            m_file = std::move(file);
+            return;
+        }
+        file.Reset();
+        if (!Remove(path, facts)) return;
+        m_hasReplaced = true;
+    }
+}
+
+bool RemoveUnlessTrusted(const std::string& path) {
+    UniqueFileHandle file = OpenInPlace(path, READ_CONTROL | FILE_READ_ATTRIBUTES);
+    FileFacts facts;
+    // What keeps the system out is not trusted; without facts it is taken for a file.
+    if (file && !Examine(file.Get(), facts)) return false;
+    if (file && IsTrusted(facts)) return true;
+    if (!file && GetLastError() != ERROR_ACCESS_DENIED) return false;
+    file.Reset();
+    return Remove(path, facts);
+}
+
+bool RemoveLink(const std::string& path, const FileFacts& link) {
+    return Remove(path, link);
+}
