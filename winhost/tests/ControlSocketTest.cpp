@@ -10,7 +10,6 @@
 #include <thread>
 
 #include "testbed/ControlSocket.h"
-#include "testbed/Sockets.h"
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/io/MailboxDevice.h"
@@ -276,8 +275,8 @@ TEST_F(ControlSocket, IsLeftToTheProcessThatListensThere) {
 
 TEST_F(ControlSocket, TakesThePlaceOfOneThatWasLeftBehind) {
     StartPc([](winhost::PcDescription&) {});
-    testbed::ListenUnix(Path(), 1).Close();
-    testbed::ListenUnix(Path() + ".new", 1).Close();
+    PosixPeer::LeaveUnixSocketBehind(Path());
+    PosixPeer::LeaveUnixSocketBehind(Path() + ".new");
     StartPc([this](winhost::PcDescription& pc) { pc.controlSocket = Path(); });
     EXPECT_EQ(0, Result(R"({"command": "mailbox"})")["openHandles"].asInt());
 }

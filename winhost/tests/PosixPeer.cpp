@@ -24,6 +24,10 @@ PosixPeer PosixPeer::ConnectToUnix(const std::string& path) {
     return PosixPeer(Checked(testbed::ConnectUnix(path), "connect"));
 }
 
+void PosixPeer::LeaveUnixSocketBehind(const std::string& path) {
+    Checked(testbed::ListenUnix(path, 1), "listen").Close();
+}
+
 PosixPeer PosixPeer::ListenOn(uint16_t port) {
     return PosixPeer(Checked(testbed::ListenTcp(port, 8), "listen"));
 }

@@ -14,6 +14,8 @@ class PosixPeer {
     static PosixPeer ConnectTo(uint16_t port);
     static PosixPeer ConnectToUnix(const std::string& path);
     static PosixPeer ListenOn(uint16_t port);  // 0: any free port
+    // As a process does that ends without removing its socket.
+    static void LeaveUnixSocketBehind(const std::string& path);
 
     uint16_t Port() const;
     PosixPeer Accept();
