@@ -5,8 +5,9 @@ usage: winhostctl [--json] SOCKET COMMAND [ARGUMENT...]
 
 The running PC lists its commands and their arguments: winhostctl SOCKET help [COMMAND]
 --json prints the answer as one line of JSON instead of one fact a line.
-Exit codes: 0 done, 1 the PC refuses, 2 wrong usage or no PC.
+Exit codes: 0 done, 1 the PC refuses, 2 wrong usage, or no PC answers.
 """
+import difflib
 import json
 import re
 import socket
@@ -30,7 +31,8 @@ class Pc:
         try:
             self._socket.connect(path)
         except OSError as error:
-            raise Usage(f"{path}: {error.strerror or error}") from None
+            raise Usage(f"no PC listens at {path} ({error.strerror or error}); "
+                        "a PC listens while its service runs, at the controlSocket of its description") from None
         self._lines = self._socket.makefile("r", encoding="utf-8")
 
     def ask(self, request):
@@ -41,9 +43,11 @@ class Pc:
         except OSError as error:
             raise Usage(f"{self._path}: {error.strerror or error}") from None
         except ValueError:
-            raise Usage(f"{self._path}: the answer is not understood: {line}") from None
+            raise Usage(f"{self._path}: the answer is not understood") from None
         if answer is None:
-            raise Usage("the process ended before it answered")
+            raise Usage(f"{self._path}: the process ended before it answered")
+        if not isinstance(answer, dict):
+            raise Usage(f"{self._path}: the answer is not understood")
         if not answer.get("ok"):
             raise Refused(answer["error"])
         return answer["result"]
@@ -74,8 +78,20 @@ def print_help(forms, command):
             print(f"    {argument['name']}: {argument['help']}")
 
 
+def nearest(word, names):
+    """The part of a message that names what the word is likely to mean, or an empty text."""
+    found = difflib.get_close_matches(word.lower(), names, 1)
+    return f'; did you mean "{found[0]}"?' if found else ""
+
+
 def unknown(command, forms):
-    return f'unknown command "{command}"; there are ' + ", ".join(forms)
+    # The command may be missing in front of an action.
+    owners = [name for name in forms if name.split()[1:] == [command]]
+    if len(owners) == 1:
+        hint = f'; did you mean "{owners[0]}"?'
+    else:
+        hint = nearest(command, {*forms, *(name.split()[0] for name in forms)})
+    return f'unknown command "{command}"{hint or ";"} there are ' + ", ".join(forms)
 
 
 def find_form(words, forms):
@@ -87,8 +103,11 @@ def find_form(words, forms):
     alternatives = [name for name in forms if name.split()[0] == words[0]]
     if not alternatives:
         raise Usage(unknown(words[0], forms))
-    problem = f'{words[0]}: unknown action "{words[1]}"' if len(words) > 1 else f"{words[0]}: an action is missing"
-    raise Usage(f"{problem}; there are " + ", ".join(name.split()[1] for name in alternatives))
+    actions = [name.split()[1] for name in alternatives]
+    problem = f"{words[0]}: an action is missing;"
+    if len(words) > 1:
+        problem = f'{words[0]}: unknown action "{words[1]}"' + (nearest(words[1], actions) or ";")
+    raise Usage(f"{problem} there are " + ", ".join(actions))
 
 
 def value_of(argument, word):
@@ -152,6 +171,8 @@ def main(words):
     if words in (["--help"], ["-h"]):
         print(__doc__.strip())
         return
+    if words and words[0].startswith("-"):
+        raise Usage(f'unknown option "{words[0]}"\n' + __doc__.split("\n\n")[1])
     if len(words) < 2:
         raise Usage("a socket and a command are needed\n" + __doc__.split("\n\n")[1])
     pc = Pc(words[0])
@@ -170,3 +191,5 @@ try:
     main(sys.argv[1:])
 except (Refused, Usage) as problem:
     sys.exit(print(f"winhostctl: {problem}", file=sys.stderr) or (1 if isinstance(problem, Refused) else 2))
+except KeyboardInterrupt:
+    sys.exit(130)

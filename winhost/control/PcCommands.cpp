@@ -92,8 +92,10 @@ Json::Value Describe(const Json::Value&) {
 
 std::string CallOf(const Json::Value& request) {
     const std::string call = request.isMember("call") ? TextOf(request, "call") : "";
-    if (!call.empty() && !Gate::Knows(call)) throw CommandError("unknown call \"" + call + "\"");
-    return call;
+    if (call.empty() || Gate::Knows(call)) return call;
+    const std::string nearest = Gate::Nearest(call);
+    throw CommandError("unknown call \"" + call + "\"" +
+                       (nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?"));
 }
 
 Json::Value CountCalls(const Json::Value& request) {
@@ -111,7 +113,9 @@ Json::Value FailCall(const Json::Value& request) {
 }
 
 Json::Value DelayCall(const Json::Value& request) {
-    Gate::Instance().Delay(CallOf(request), MillisecondsOf(request));
+    const std::string call = CallOf(request);
+    if (call.empty()) throw CommandError("\"call\" has to name a call");
+    Gate::Instance().Delay(call, MillisecondsOf(request));
     return CountCalls(request);
 }
 

@@ -1,7 +1,10 @@
 #include "winhost/core/Gate.h"
 
 #include <algorithm>
+#include <cctype>
+#include <numeric>
 #include <optional>
+#include <string_view>
 #include <thread>
 
 // The linker's names for the ends of the section that WINHOST_CALL_NAME fills.
@@ -9,6 +12,27 @@ extern "C" const char* const __start_winhost_calls[];
 extern "C" const char* const __stop_winhost_calls[];
 
 namespace winhost {
+namespace {
+
+// How many letters have to be inserted, removed or replaced to turn one name into the other; upper and lower
+// case are the same.
+size_t Distance(std::string_view left, std::string_view right) {
+    const auto fold = [](char letter) { return std::tolower(static_cast<unsigned char>(letter)); };
+    std::vector<size_t> row(right.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < left.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (size_t j = 0; j < right.size(); ++j) {
+            const size_t replaced = diagonal + (fold(left[i]) == fold(right[j]) ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+}  // namespace
 
 // Never destroyed: calls are made until the process is gone.
 Gate& Gate::Instance() {
@@ -80,6 +104,18 @@ void Gate::Hold(const char* call) const {
 
 bool Gate::Knows(const std::string& call) {
     return std::find(__start_winhost_calls, __stop_winhost_calls, call) != __stop_winhost_calls;
+}
+
+std::string Gate::Nearest(const std::string& call) {
+    std::string nearest;
+    size_t least = call.size() / 3 + 1;
+    for (const char* const* known = __start_winhost_calls; known != __stop_winhost_calls; ++known) {
+        const size_t distance = Distance(call, *known);
+        if (distance >= least) continue;
+        least = distance;
+        nearest = *known;
+    }
+    return nearest;
 }
 
 bool Gate::FailsForNobody(const std::string& call) {

@@ -40,6 +40,8 @@ class Gate {
     static bool FailsForNobody(const std::string& call);
     // Whether this program holds an implementation of the call.
     static bool Knows(const std::string& call);
+    // The known call whose name is most like this one, for a message; empty when none is like it.
+    static std::string Nearest(const std::string& call);
     // Every call of this name is held for so long, in real time, before it does anything.
     void Delay(const std::string& call, std::chrono::milliseconds by);
     // Calls since the last Reset; an empty name counts all.

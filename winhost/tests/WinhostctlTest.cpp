@@ -1,4 +1,6 @@
 // winhostctl as a person types it. The program lies beside this one.
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,6 +29,17 @@ class Winhostctl : public PcFixture {
         StartPc([](winhost::PcDescription&) {});
     }
     std::string Path() const { return (m_root / "control.sock").string(); }
+
+    // The path of a socket whose process has ended.
+    std::string StalePath() const {
+        sockaddr_un address{AF_UNIX, {}};
+        const std::string path = (m_root / "stale.sock").string();
+        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        const int left = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(0, bind(left, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
+        close(left);
+        return path;
+    }
 
     static Outcome RunOn(const std::string& socket, const std::string& words) {
         const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "winhostctl";
@@ -71,7 +84,14 @@ TEST_F(Winhostctl, AnErrorAnswerIsPrintedAndEndsWithOne) {
 TEST_F(Winhostctl, NobodyAtTheSocketEndsWithTwo) {
     const Outcome status = RunOn("/nowhere/control.sock", "status");
     EXPECT_EQ(2, status.exitCode);
-    EXPECT_EQ("winhostctl: /nowhere/control.sock: No such file or directory\n", status.output);
+    EXPECT_EQ(
+        "winhostctl: no PC listens at /nowhere/control.sock (No such file or directory); a PC listens while "
+        "its "
+        "service runs, at the controlSocket of its description\n",
+        status.output);
+    const Outcome stale = RunOn(StalePath(), "status");
+    EXPECT_EQ(2, stale.exitCode);
+    EXPECT_NE(std::string::npos, stale.output.find(" (Connection refused); ")) << stale.output;
 }
 
 TEST_F(Winhostctl, WrongWordsEndWithTwoAndSayWhatIsWrong) {
@@ -81,6 +101,11 @@ TEST_F(Winhostctl, WrongWordsEndWithTwoAndSayWhatIsWrong) {
     } kCases[] = {
         {"", "a socket and a command are needed"},
         {"fly", "unknown command \"fly\"; there are change, clock advance,"},
+        {"stats", "unknown command \"stats\"; did you mean \"status\"? there are change, clock advance,"},
+        {"Clock read", "unknown command \"Clock\"; did you mean \"clock\"? there are"},
+        {"fail SetEvent 1 5", "unknown command \"fail\"; did you mean \"gate fail\"? there are"},
+        {"clock advanced 5",
+         "clock: unknown action \"advanced\"; did you mean \"advance\"? there are advance,"},
         {"clock", "clock: an action is missing; there are advance, manual,"},
         {"clock stop", "clock: unknown action \"stop\"; there are advance,"},
         {"clock advance", "milliseconds is missing; the usage is clock advance <milliseconds>"},
@@ -94,6 +119,13 @@ TEST_F(Winhostctl, WrongWordsEndWithTwoAndSayWhatIsWrong) {
         EXPECT_EQ(2, outcome.exitCode) << words;
         EXPECT_TRUE(outcome.output.starts_with(std::string("winhostctl: ") + problem)) << outcome.output;
     }
+}
+
+TEST_F(Winhostctl, AnOptionAheadOfTheSocketThatIsNoneEndsWithTwo) {
+    const Outcome outcome = RunOn("--jsn", Path() + " status");
+    EXPECT_EQ(2, outcome.exitCode);
+    EXPECT_TRUE(outcome.output.starts_with("winhostctl: unknown option \"--jsn\"\nusage: winhostctl "))
+        << outcome.output;
 }
 
 TEST_F(Winhostctl, HelpIsThatOfThePc) {
@@ -162,9 +194,25 @@ TEST_F(Winhostctl, ArmsTheGate) {
     EXPECT_EQ(0, Run("gate delay RegCloseKey 0").exitCode);
     EXPECT_EQ("calls: 0\nfailures: 0\n", Run("gate count RegCloseKey").output);
     EXPECT_EQ(0, Run("gate reset").exitCode);
-    const Outcome unknown = Run("gate count NoSuchCall");
-    EXPECT_EQ(1, unknown.exitCode);
-    EXPECT_EQ("winhostctl: unknown call \"NoSuchCall\"\n", unknown.output);
+}
+
+TEST_F(Winhostctl, RefusesAnUnknownCallAndNamesTheNearest) {
+    const struct {
+        const char* words;
+        const char* problem;
+    } kCases[] = {
+        {"gate count NoSuchCall", "unknown call \"NoSuchCall\""},
+        {"gate fail NoSuchCall 1 5", "unknown call \"NoSuchCall\""},
+        {"gate fail RegCloseKy 1 5", "unknown call \"RegCloseKy\"; did you mean \"RegCloseKey\"?"},
+        {"gate fail regclosekey 1 5", "unknown call \"regclosekey\"; did you mean \"RegCloseKey\"?"},
+        {"gate delay CreateEvent 5", "unknown call \"CreateEvent\"; did you mean \"CreateEventA\"?"},
+        {"gate delay '' 5", "\"call\" has to name a call"},
+    };
+    for (const auto& [words, problem] : kCases) {
+        const Outcome refused = Run(words);
+        EXPECT_EQ(1, refused.exitCode) << words;
+        EXPECT_EQ("winhostctl: " + std::string(problem) + "\n", refused.output);
+    }
 }
 
 }  // namespace
