@@ -86,6 +86,7 @@ void Host::Build() {
 void Host::OpenLog() {
     const std::string folder = m_service->GetWorkingFolder(), path = folder + "\\zel.log";
     fs::create_directories(winhost::Pc::Instance().HostPath(folder));
+    m_service->m_bWorkingFolderSecure = true;
     Require(ZELLogger::Instance()->OpenLog("zel", path, folder, kMostLog, ZELLogger::kOneBackup),
             "the log can be opened");
     m_log.Follow(winhost::Pc::Instance().HostPath(path));

@@ -246,6 +246,7 @@ struct SilentPlace {
 };
 constexpr SilentPlace kSilentPlaces[] = {
     {"CreateEventA", "ZELService::ZELService", "before the log is open"},
+    {"CreateEventA", "ServiceState::ServiceState", "before the log is open"},
     {"CreateEventA", "DetachedThreads::", "before the log is open"},
     {"CreateEventA", "NetworkMonitor::NetworkMonitor", "before the log is open"},
     {"RegOpenKeyExA", "OsName", "the line with the name of the system shows an unknown edition"},

@@ -18,6 +18,8 @@ class NetworkMonitoring : public ReportingFixture {
     void SetUp() override {
         ReportingFixture::SetUp();
         Clock().SetManual(true);
+        // The PC has been running for longer than the least distance of two scans.
+        Advance(kPeriod);
         SetAdapters({Wired(1, "192.168.7.3", "192.168.7.1")});
         OpenMailbox();
     }
