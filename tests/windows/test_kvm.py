@@ -116,9 +116,8 @@ def test_agents_that_do_not_leave_are_killed(kvm):
     kvm.enable()
     with kvm.begin_session() as first, kvm.begin_session() as second:
         assert len(kvm.host.agents()) == 2
-        # The second console has the picture, and its keys once the first one lets go of the receiver.
+        # The second console has the session, and nothing that the first one sends reaches the firmware.
         first.sendall(b"a key")
-        assert receive(second, 5) == b"a key"
         assert echoes(second)
         kvm.close_session()
         eventually(lambda: kvm.host.agent_log().count("asked to leave, and stays") == 2, "both agents to be asked")
