@@ -250,6 +250,7 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"CreateEventA", "DetachedThreads::", "before the log is open"},
     {"CreateEventA", "NetworkMonitor::NetworkMonitor", "before the log is open"},
     {"RegOpenKeyExA", "OsName", "the line with the name of the system shows an unknown edition"},
+    {"RegQueryValueExA", "QueryValue", "asked again with more room", kMoreData},
     {"RegQueryValueExA", "OsName", "the line with the name of the system shows an unknown edition"},
     {"GetQueuedCompletionStatus", "MailboxReadLoop::DrainReads", "reads that are left keep their buffers"},
     {"OpenProcessToken", "IsOwnUser", "an owner that is not the system counts as a user"},
