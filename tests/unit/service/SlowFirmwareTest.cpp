@@ -51,6 +51,8 @@ class SlowFirmware : public KvmFixture {
         firmware.Clear();
         PassPowerEvent(PBT_APMRESUMEAUTOMATIC, "GetMPMStatus");
         ASSERT_TRUE(firmware.AwaitRequest("WriteMultiNwInfo"));
+        // A console that connects during the report would wait for its end by the clock, which stands still.
+        ASSERT_TRUE(Eventually([this] { return !service->m_bWakeUpdateInProgress; }));
     }
 
     // The scanning thread finds a changed address, which the firmware does not take.
