@@ -1,8 +1,5 @@
 // winhostctl as a person types it. The program lies beside this one.
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -12,6 +9,7 @@
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
+#include "winhost/tests/PosixPeer.h"
 
 namespace {
 
@@ -32,12 +30,8 @@ class Winhostctl : public PcFixture {
 
     // The path of a socket whose process has ended.
     std::string StalePath() const {
-        sockaddr_un address{AF_UNIX, {}};
         const std::string path = (m_root / "stale.sock").string();
-        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        const int left = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(0, bind(left, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
-        close(left);
+        PosixPeer::LeaveUnixSocketBehind(path);
         return path;
     }
 
