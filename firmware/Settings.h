@@ -85,7 +85,7 @@ struct Settings {
     // One value by its key (in any case) and text: Set("uVORKVersion", "45"), Set("Cloud.Port", "443").
     void Set(const std::string& key, const std::string& value);
 
-    // Everything but the passwords and the cloud key, of which nothing or only the length is told.
+    // All values, but no passwords, and of the cloud key at most its length.
     Json::Value ToJson() const;
 };
 

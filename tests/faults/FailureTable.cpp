@@ -220,7 +220,7 @@ std::vector<FailureEntry> MakeTable() {
         {"OpenProcessToken", {kAccessDenied}},
         {"GetTokenInformation",
          {kAccessDenied, kInvalidHandle},
-         "an owner that is not the system counts as a user, which the log tells when it matters"},
+         "an owner that is not the system counts as a user; a repair is logged"},
         {"DuplicateTokenEx", {kAccessDenied, kNotEnoughMemory}},
         {"SetTokenInformation", {kPrivilegeNotHeld}, "shows when the process is started"},
         {"LookupPrivilegeValueA", {kNoSuchPrivilege}},

@@ -1,4 +1,4 @@
-"""Splits C++ source into tokens, and tells code from declarations as far as the mutation operators need it.
+"""Splits C++ source into tokens, and marks those in the body of a function, as far as the mutation operators need it.
 
 It relies on the layout that clang-format enforces: a binary operator has a space on both sides, a template's bracket has none.
 """

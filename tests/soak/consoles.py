@@ -158,9 +158,10 @@ class Consoles:
                 self._server = None
 
     def _end_server(self, ended):
-        """Firmware closes a session when its server goes, unless it was told of the session's end or has closed it itself.
+        """Closes the server, unless the session has ended, and waits until the firmware has closed the session.
 
-        The next session is not to hear that."""
+        The firmware closes a session when its server closes, unless it has received the session's end or has closed the
+        session itself. That close must not reach the next session."""
         if self._server and not ended:
             place = self._log.here()
             self._server.close()
@@ -269,7 +270,7 @@ class Consoles:
             console.reset()
 
     def _await_echoes(self, begun, lost):
-        """The firmware, which never heard of the reset, answers each block; the next console is not to hear that."""
+        """The firmware receives no notice of the reset and answers each block; the next console must not receive these answers."""
         eventually(lambda: sum(self._log.payloads(begun)) == sum(self._log.packets(begun)) - lost,
                    "the echoes of a console that has gone")
 

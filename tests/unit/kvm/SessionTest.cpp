@@ -303,7 +303,7 @@ TEST_F(KvmSession, GivesAClientThatSpeaksItsSessionWithoutWaiting) {
     EXPECT_TRUE(AwaitFirmwareBytes("early"));
 }
 
-// The first client of all has nobody to replace.
+// The first client replaces no other one.
 TEST_F(KvmSession, BeginsForAClientThatLeavesAtOnceWhenNoneRuns) {
     Start();
     Enable();

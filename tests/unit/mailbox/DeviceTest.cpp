@@ -108,7 +108,7 @@ TEST_F(Device, ADetailThatCannotBeSizedIsTheAnswer) {
 }
 
 TEST_F(Device, ADetailWithoutALengthIsABadLength) {
-    // The error says that the buffer is too small, yet no length is told.
+    // The error says that the buffer is too small, but the call returns no length.
     Gate().FailNth("SetupDiGetDeviceInterfaceDetailA", 1, ERROR_INSUFFICIENT_BUFFER);
     EXPECT_EQ(Mailbox().OpenMPMDevice(), 24u);
     EXPECT_TRUE(HasLine("INFO",

@@ -36,7 +36,7 @@ class InventoryRecord : public ReportingFixture {
         service->m_networkMonitor.StopNetworkScanThread();
         return firmware.Requests("WriteMultiNwInfo").at(0).As<MultiNwInfo>();
     }
-    // One change of a stored picture, and the line that tells it.
+    // One change of a stored record, and the log line for it.
     struct Change {
         const char* name;
         std::function<void(MultiNwInfo&)> make;
