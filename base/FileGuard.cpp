@@ -1,5 +1,8 @@
 #include "base/FileGuard.h"
 
+#include "base/FilesystemPath.h"
+#include "base/Log.h"
+
 namespace {
 
 constexpr int kMostAttempts = 4;
@@ -8,17 +11,9 @@ bool IsTrusted(const FileFacts& facts) {
     return facts.IsTrusted() && !facts.hasOtherNames;
 }
 
-bool Remove(const std::string& path, const FileFacts& facts) {
-    return facts.isFolder ? RemoveDirectoryA(path.c_str()) : DeleteFileA(path.c_str());
-}
-
 }  // namespace
 
-FileGuard::FileGuard(const std::string& path, bool isFolderSecure) {
-    if (!isFolderSecure) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return;
-    }
+FileGuard::FileGuard(const std::string& path) {
     for (int i = 0; i < kMostAttempts; ++i) {
         UniqueFileHandle file = OpenInPlace(path, GENERIC_READ, OPEN_ALWAYS);
         FileFacts facts;
@@ -32,9 +27,22 @@ FileGuard::FileGuard(const std::string& path, bool isFolderSecure) {
             return;
         }
         file.Reset();
-        if (!Remove(path, facts)) return;
+        if (!RemoveInPlace(path, facts)) return;
         m_hasReplaced = true;
     }
+}
+
+std::ofstream OpenForWriting(const std::string& path, bool isFolderSecure) {
+    std::ofstream file;
+    if (!isFolderSecure) return file;
+    const FileGuard guard(path);
+    if (guard) file.open(FilesystemPath(path));
+    if (file.is_open() && guard.HasReplaced()) LogWarn("%s%s", path, kReplacedFile);
+    return file;
+}
+
+bool RemoveInPlace(const std::string& path, const FileFacts& facts) {
+    return facts.isFolder ? RemoveDirectoryA(path.c_str()) : DeleteFileA(path.c_str());
 }
 
 bool RemoveUnlessTrusted(const std::string& path) {
@@ -45,9 +53,5 @@ bool RemoveUnlessTrusted(const std::string& path) {
     if (file && IsTrusted(facts)) return true;
     if (!file && GetLastError() != ERROR_ACCESS_DENIED) return false;
     file.Reset();
-    return Remove(path, facts);
-}
-
-bool RemoveLink(const std::string& path, const FileFacts& link) {
-    return Remove(path, link);
+    return RemoveInPlace(path, facts);
 }

@@ -70,7 +70,7 @@ State CheckOrChange(const std::string& path, Contents contents, std::string& rem
     if (facts.IsTrusted()) return State::Secure;
     if (facts.isLink) {
         folder.Reset();
-        if (!RemoveLink(path, facts)) return State::Stuck;
+        if (!RemoveInPlace(path, facts)) return State::Stuck;
         remark = "was a link and is removed";
         return State::Changed;
     }

@@ -83,15 +83,12 @@ int KVMAgent::LaunchKVMAgent(uint8_t displayMode) {
 }
 
 void KVMAgent::TerminateKVMAgent() {
-    const std::string path = g_pServiceState->GetTerminateFilePath();
-    const FileGuard guard(path, g_pServiceState->m_bWorkingFolderSecure);
-    std::ofstream file;
-    if (guard) file.open(FilesystemPath(path));
+    std::ofstream file =
+        OpenForWriting(g_pServiceState->GetTerminateFilePath(), g_pServiceState->m_bWorkingFolderSecure);
     if (!file.is_open()) {
         LogInfo("Failed to create terminate.txt file.");
         return;
     }
-    if (guard.HasReplaced()) LogWarn("%s%s", path, kReplacedFile);
     file << "terminate\n" << std::flush;
     LogInfo("Termiante 'is written to terminate file.");
     // Exceptions are enabled only here, so that only close() can throw.

@@ -63,14 +63,11 @@ void StatusFile::UpdateStatusFile() {
     std::lock_guard lock(m_mutex);
     if (m_bDeleted) return;
     const std::string path = g_pServiceState->GetStatusFilePath();
-    const FileGuard guard(path, g_pServiceState->m_bWorkingFolderSecure);
-    std::ofstream file;
-    if (guard) file.open(FilesystemPath(path), std::ios::trunc);
+    std::ofstream file = OpenForWriting(path, g_pServiceState->m_bWorkingFolderSecure);
     if (!file.is_open()) {
         LogError("Failed to create %s file.", path);
         return;
     }
-    if (guard.HasReplaced()) LogWarn("%s%s", path, kReplacedFile);
     Json::Value values(Json::objectValue);
     AddFirmware(values);
     AddNetwork(values, m_addresses, m_interfaces);
