@@ -32,6 +32,11 @@ class LogLock {
     HANDLE m_mutex;
 };
 
+void WriteAndFlush(FILE* file, const char* line) {
+    std::fprintf(file, "%s", line);
+    std::fflush(file);
+}
+
 bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
@@ -103,8 +108,7 @@ bool ZELLogger::Open() {
         // The caller holds the lock, so the line is written here.
         FixedText<kMaxLine + 1> line;
         AssembleLogLine(line, "ZELService", (m_LogFilePath + kReplacedFile).c_str(), "WARN:  ");
-        std::fprintf(m_pFile, "%s", line.Text());
-        std::fflush(m_pFile);
+        WriteAndFlush(m_pFile, line.Text());
     }
     return m_pFile != nullptr;
 }
@@ -141,8 +145,7 @@ void ZELLogger::WriteToFile(const char* line) {
         OutputDebugStringA(line);
         return;
     }
-    std::fprintf(m_pFile, "%s", line);
-    std::fflush(m_pFile);
+    WriteAndFlush(m_pFile, line);
 }
 
 void ZELLogger::Rotate() {
