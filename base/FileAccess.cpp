@@ -25,6 +25,10 @@ std::string_view BytesOf(const Sid<N>& sid) {
     return {reinterpret_cast<const char*>(&sid), sizeof sid};
 }
 
+constexpr size_t SizeOfSid(BYTE count) {
+    return offsetof(Sid<1>, parts) + count * sizeof(DWORD);
+}
+
 constexpr auto kSystem = MakeSid(5, {18});
 constexpr auto kAdministrators = MakeSid(5, {32, 544});
 constexpr auto kUsers = MakeSid(5, {32, 545});
@@ -68,7 +72,8 @@ bool IsOwnUser(std::string_view sid) {
     alignas(TOKEN_USER) char user[256];
     DWORD size = 0;
     if (!GetTokenInformation(token.Get(), TokenUser, user, sizeof user, &size)) return false;
-    return std::memcmp(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, sid.data(), sid.size()) == 0;
+    const auto* own = static_cast<const char*>(reinterpret_cast<TOKEN_USER*>(user)->User.Sid);
+    return sid == std::string_view(own, SizeOfSid(static_cast<BYTE>(own[offsetof(Sid<1>, count)])));
 }
 
 bool IsTrusted(std::string_view sid) {
@@ -112,7 +117,7 @@ class DescriptorReader {
     std::string_view SidAt(size_t at) const {
         Sid<1> head;
         if (!Read(at, head)) return {};
-        const size_t size = offsetof(Sid<1>, parts) + head.count * sizeof(DWORD);
+        const size_t size = SizeOfSid(head.count);
         return m_bytes.size() - at < size ? std::string_view() : m_bytes.substr(at, size);
     }
     Control JudgeEntry(size_t at, const ACE_HEADER& header) const {

@@ -59,9 +59,12 @@ class WorkingFolder : public PcFixture {
     }
     // Only in the folder itself; nothing in it inherits the change.
     static void Give(const std::string& path, const std::string& user, DWORD rights) {
+        GiveSid(path, winhost::SidOfUser(user), rights);
+    }
+    static void GiveSid(const std::string& path, const std::string& sid, DWORD rights) {
         const std::string host = HostPath(path);
         winhost::FileSecurity security = winhost::SecurityOf(host);
-        security.entries.push_back({ACCESS_ALLOWED_ACE_TYPE, 0, rights, winhost::SidOfUser(user)});
+        security.entries.push_back({ACCESS_ALLOWED_ACE_TYPE, 0, rights, sid});
         ASSERT_EQ(DWORD{ERROR_SUCCESS}, winhost::StoreSecurity(host, security));
     }
     // With the rights that folders below %PROGRAMDATA% inherit: every user may create files in them.

@@ -102,6 +102,15 @@ TEST_F(WorkingFolder, AFolderWhoseRightsAUserMayChangeIsRenamed) {
     EXPECT_EQ(3u, Entries(kMaker, "Manageability.replaced-").size());
 }
 
+// It is longer than anything that the process's own user can be.
+TEST_F(WorkingFolder, TheRightsOfAnSidOfTheLargestSizeAreTheUsers) {
+    ASSERT_TRUE(service->InitializeLogging());
+    ZELLogger::Instance()->CloseLog();
+    const std::string sid = std::string("\x01\xff\0\0\0\0\0\5", 8) + std::string(255 * sizeof(DWORD), '\1');
+    GiveSid(kWorking, sid, WRITE_DAC);
+    ExpectRepair(std::string(kWorking) + " could be changed by users and is renamed to ");
+}
+
 TEST_F(WorkingFolder, AUsersFolderThatIsNotEmptyTakesTheWholeFolderAside) {
     AnEarlierVersionCreatesTheFolders();
     AliceCreatesFolder(In(kWorking, R"(ZELKVMApp.exe.local\sub)"));
