@@ -113,6 +113,7 @@ if(ZEL_TESTS)
     set_source_files_properties(tests/unit/mailbox/LevelUsersTest.cpp PROPERTIES COMPILE_DEFINITIONS
         "SOURCE_FOLDER=\"${CMAKE_SOURCE_DIR}\";PRODUCT_FOLDERS=\"${folders}\"")
     foreach(folder ${PRODUCT_FOLDERS})
+        string(REGEX REPLACE "/.*" "" folder ${folder})
         add_unit_tests(${folder}_tests tests/unit/${folder} testsupport)
     endforeach()
 endif()

@@ -43,7 +43,8 @@ def describe(mutation):
 
 class Run:
     def __init__(self, jobs, candidates, wanted):
-        tested = [folder for folder in product_folders() if any((REPOSITORY / "tests" / "unit" / folder).glob("*.cpp"))]
+        folders = [folder.split("/")[0] for folder in product_folders()]
+        tested = [folder for folder in folders if any((REPOSITORY / "tests" / "unit" / folder).glob("*.cpp"))]
         self._candidates = iter(candidates)
         self._wanted = wanted
         self._workshops = [Workshop(REPOSITORY / "build" / "mutants" / str(number), tested) for number in range(jobs)]
