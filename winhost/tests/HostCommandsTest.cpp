@@ -30,19 +30,24 @@ class HostCommands : public PcFixture {
         EXPECT_FALSE(answer["ok"].asBool()) << answer.toStyledString();
         return answer["error"].asString();
     }
+
+    // As a client of the WLAN service for all its notifications.
+    void Listen() {
+        const auto note = [](PWLAN_NOTIFICATION_DATA data, PVOID test) {
+            static_cast<HostCommands*>(test)->heard = {data->NotificationSource, data->NotificationCode};
+        };
+        DWORD negotiated = 0;
+        ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &client));
+        ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_ALL, TRUE,
+                                                                 note, this, nullptr, nullptr));
+    }
+
+    HANDLE client = nullptr;
+    std::vector<DWORD> heard;  // source and code of the last notification
 };
 
-void WINAPI Listen(PWLAN_NOTIFICATION_DATA data, PVOID context) {
-    static_cast<std::vector<DWORD>*>(context)->assign({data->NotificationSource, data->NotificationCode});
-}
-
 TEST_F(HostCommands, ANotificationHasBeenHeardWhenTheAnswerComes) {
-    HANDLE client = nullptr;
-    DWORD negotiated = 0;
-    std::vector<DWORD> heard;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &client));
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_ALL, TRUE,
-                                                             Listen, &heard, nullptr, nullptr));
+    Listen();
     EXPECT_EQ(1, Result(R"({"command": "wlan", "action": "notify", "code": 21})")["listeners"].asInt());
     EXPECT_EQ((std::vector<DWORD>{WLAN_NOTIFICATION_SOURCE_ACM, 21}), heard);
     Result(R"({"command": "wlan", "action": "notify", "code": 4, "source": 16})");
@@ -51,12 +56,7 @@ TEST_F(HostCommands, ANotificationHasBeenHeardWhenTheAnswerComes) {
 }
 
 TEST_F(HostCommands, TheWlanServiceRestartsWithoutItsListeners) {
-    HANDLE client = nullptr;
-    DWORD negotiated = 0;
-    std::vector<DWORD> heard;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &client));
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_ALL, TRUE,
-                                                             Listen, &heard, nullptr, nullptr));
+    Listen();
     EXPECT_EQ(0, Result(R"({"command": "wlan", "action": "restart"})")["listeners"].asInt());
     EXPECT_TRUE(winhost::Pc::Instance().Description().wlanService);
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(client, nullptr));

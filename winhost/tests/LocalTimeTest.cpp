@@ -9,6 +9,7 @@
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
+#include "winhost/tests/PcTime.h"
 
 namespace {
 
@@ -62,12 +63,7 @@ TEST_F(LocalTimeTest, TakesTheZoneAtTheFirstConversionAndNotBefore) {
 }
 
 TEST_F(LocalTimeTest, HasSummerTime) {
-    StartPc([](auto& pc) {
-        pc.timeZoneBiasMinutes = -60;
-        pc.timeZoneDaylightBiasMinutes = -60;
-        pc.timeZoneDaylightStart = {3, 5, 0, 2};
-        pc.timeZoneStandardStart = {10, 5, 0, 3};
-    });
+    StartPc(LiveInWesternEurope);
     const struct tm summer = Local(1782864000);  // Wed 1 Jul 2026 00:00 UTC
     EXPECT_EQ(2, summer.tm_hour);
     EXPECT_EQ(1, summer.tm_isdst);

@@ -4,6 +4,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/tests/PcFixture.h"
+#include "winhost/tests/PcTime.h"
 
 using namespace std::chrono_literals;
 using winhost::Clock;
@@ -12,21 +13,17 @@ namespace {
 
 class TimeTest : public PcFixture {
   protected:
-    // Sets the PC's clock: UTC in seconds since 1970.
-    static void SetTime(std::chrono::milliseconds utc) {
-        Clock& clock = Clock::Instance();
-        clock.SetManual(true);
-        clock.SetWallOffset({});
-        const auto now = std::chrono::nanoseconds((clock.FileTime() - 116444736000000000) * 100);
-        clock.SetWallOffset(utc - now);
+    static SYSTEMTIME LocalTimeAt(std::chrono::milliseconds utc) {
+        StopClockAt(utc);
+        SYSTEMTIME time{};
+        GetLocalTime(&time);
+        return time;
     }
 };
 
 TEST_F(TimeTest, TheLocalTimeIsUtcLessTheBias) {
     StartPc([](auto& pc) { pc.timeZoneBiasMinutes = -60; });
-    SetTime(1794587006512ms);  // Fri 13 Nov 2026 16:23:26.512 UTC
-    SYSTEMTIME time{};
-    GetLocalTime(&time);
+    const SYSTEMTIME time = LocalTimeAt(1794587006512ms);  // Fri 13 Nov 2026 16:23:26.512 UTC
     EXPECT_EQ(time.wYear, 2026);
     EXPECT_EQ(time.wMonth, 11);
     EXPECT_EQ(time.wDay, 13);
@@ -39,9 +36,7 @@ TEST_F(TimeTest, TheLocalTimeIsUtcLessTheBias) {
 
 TEST_F(TimeTest, TheLocalDateTurnsAtLocalMidnight) {
     StartPc([](auto& pc) { pc.timeZoneBiasMinutes = 330; });
-    SetTime(1709251200000ms);  // Fri 1 Mar 2024 00:00 UTC
-    SYSTEMTIME time{};
-    GetLocalTime(&time);
+    const SYSTEMTIME time = LocalTimeAt(1709251200000ms);  // Fri 1 Mar 2024 00:00 UTC
     EXPECT_EQ(time.wMonth, 2);
     EXPECT_EQ(time.wDay, 29);
     EXPECT_EQ(time.wDayOfWeek, 4);
@@ -69,14 +64,9 @@ TEST_F(TimeTest, AChangedZoneIsSeenAtOnce) {
 }
 
 TEST_F(TimeTest, SummerTimeBeginsAndEndsAtItsTransitions) {
-    StartPc([](auto& pc) {
-        pc.timeZoneBiasMinutes = -60;
-        pc.timeZoneDaylightBiasMinutes = -60;
-        pc.timeZoneDaylightStart = {3, 5, 0, 2};
-        pc.timeZoneStandardStart = {10, 5, 0, 3};
-    });
+    StartPc(LiveInWesternEurope);
     const auto at = [](std::chrono::seconds utc) {
-        SetTime(utc + 500ms);
+        const WORD hour = LocalTimeAt(utc + 500ms).wHour;
         TIME_ZONE_INFORMATION zone{};
         const DWORD which = GetTimeZoneInformation(&zone);
         EXPECT_EQ(zone.Bias, -60);
@@ -84,9 +74,7 @@ TEST_F(TimeTest, SummerTimeBeginsAndEndsAtItsTransitions) {
         EXPECT_EQ(zone.DaylightDate.wMonth, 3);
         EXPECT_EQ(zone.DaylightDate.wDay, 5);
         EXPECT_EQ(zone.StandardDate.wHour, 3);
-        SYSTEMTIME time{};
-        GetLocalTime(&time);
-        return std::pair(which, time.wHour);
+        return std::pair(which, hour);
     };
     using Answer = std::pair<DWORD, WORD>;
     EXPECT_EQ(at(1774745999s), (Answer{TIME_ZONE_ID_STANDARD, 1}));  // Sun 29 Mar 2026 00:59:59 UTC
@@ -102,12 +90,7 @@ TEST_F(TimeTest, InTheSouthTheSummerSpansTheTurnOfTheYear) {
         pc.timeZoneDaylightStart = {10, 1, 0, 2};
         pc.timeZoneStandardStart = {4, 1, 0, 3};
     });
-    const auto hour = [](std::chrono::seconds utc) {
-        SetTime(utc + 500ms);
-        SYSTEMTIME time{};
-        GetLocalTime(&time);
-        return time.wHour;
-    };
+    const auto hour = [](std::chrono::seconds utc) { return LocalTimeAt(utc + 500ms).wHour; };
     EXPECT_EQ(hour(1798761600s), 11);  // Fri 1 Jan 2027 00:00 UTC
     EXPECT_EQ(hour(1782864000s), 10);  // Wed 1 Jul 2026 00:00 UTC
     EXPECT_EQ(hour(1775318399s), 2);   // Sat 4 Apr 2026 15:59:59 UTC, the last second of summer time
@@ -122,7 +105,7 @@ TEST_F(TimeTest, AZoneNameIsCutToItsField) {
 }
 
 TEST_F(TimeTest, TheFileTimeIsTheClocks) {
-    SetTime(1s);
+    StopClockAt(1s);
     FILETIME time{};
     GetSystemTimeAsFileTime(&time);
     const uint64_t ticks = static_cast<uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;

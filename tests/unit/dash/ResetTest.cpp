@@ -62,7 +62,29 @@ class Reset : public DashFixture {
         AwaitLog("Spawning threads to send and receive DASH traffic for socket with address: ", 2);
     }
 
-    std::optional<ConsoleClient> announced;
+    // The same from the start on, with `first` as the console whose session ends.
+    void StartAndResetDuringAnnouncement() {
+        Start(50);
+        ExpectErrors({"send() failed 5 times.", kStoppedPool});
+        AllowErrorsOfAStop();
+        first.emplace(Connect());
+        AwaitSessions(1);
+        ResetDuringAnnouncement(*first);
+    }
+
+    // A console that the service could not report to the firmware.
+    ConsoleClient ConnectUnattended() {
+        constexpr char kUnattended[] = "Failed to create socket for DASH client with address: ";
+        ExpectErrors({"GetOverlappedResult failed for",
+                      "Return from MailBoxDriverInterface::SendIOCtlToDriver()", kUnattended});
+        AllowErrorsOfAStop();
+        firmware.Refuse("WriteIPCompleteInformation", ERROR_GEN_FAILURE, 1);
+        ConsoleClient unattended = Connect();
+        AwaitLog(kUnattended);
+        return unattended;
+    }
+
+    std::optional<ConsoleClient> first, announced;
     std::vector<ConsoleClient> waiting;
     // Sockets of those that wait: which the service closes, and whose connections it had shut down before.
     std::atomic<size_t> closed{0}, endedBefore{0};
@@ -102,12 +124,7 @@ TEST_F(Reset, LeavesNoPayloadWaitingAndTheFirmwaresCommandsGoOn) {
 }
 
 TEST_F(Reset, LeavesASessionWithoutTasksWhosePayloadsDoNotWait) {
-    Start(50);
-    ExpectErrors({"send() failed 5 times.", kStoppedPool});
-    AllowErrorsOfAStop();
-    ConsoleClient client = Connect();
-    AwaitSessions(1);
-    ResetDuringAnnouncement(client);
+    StartAndResetDuringAnnouncement();
     ASSERT_TRUE(waiting.back().AwaitClose());
     for (const char* payload : {"kept", "kept instead"})
         firmware.Send(MPM_ZEL_CMD_DASH_DATA, payload);
@@ -154,12 +171,7 @@ TEST_F(Reset, IsNotForAConsoleThatIsGoneBeforeItsAnswers) {
 }
 
 TEST_F(Reset, IsFinalAndNewConsolesHangUnserved) {
-    Start(50);
-    ExpectErrors({"send() failed 5 times.", kStoppedPool});
-    AllowErrorsOfAStop();
-    ConsoleClient client = Connect();
-    AwaitSessions(1);
-    ResetDuringAnnouncement(client);
+    StartAndResetDuringAnnouncement();
     ASSERT_TRUE(waiting.back().AwaitClose());
 
     const size_t refused = LogCount(kStoppedPool);
@@ -188,12 +200,7 @@ TEST_F(Reset, ARefusedCloseRecordEndsTheSessionAndTheChannel) {
 }
 
 TEST_F(Reset, ClosesTheConsolesThatWait) {
-    Start(50);
-    ExpectErrors({"send() failed 5 times.", kStoppedPool});
-    AllowErrorsOfAStop();
-    ConsoleClient client = Connect();
-    AwaitSessions(1);
-    ResetDuringAnnouncement(client);
+    StartAndResetDuringAnnouncement();
     for (ConsoleClient& console : waiting)
         EXPECT_TRUE(console.AwaitClose());
     AwaitLog("Closing accept socket with address: ", 1 + waiting.size());
@@ -204,13 +211,8 @@ TEST_F(Reset, ClosesTheConsolesThatWait) {
 
 TEST_F(Reset, DoesNotCloseAConsoleThatTheFirmwareCannotBeToldOf) {
     Start(50);
-    ExpectErrors({"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()",
-                  "Failed to create socket for DASH client with address: ", "send() failed 5 times.",
-                  kStoppedPool});
-    AllowErrorsOfAStop();
-    firmware.Refuse("WriteIPCompleteInformation", ERROR_GEN_FAILURE, 1);
-    ConsoleClient unattended = Connect();
-    AwaitLog("Failed to create socket for DASH client with address: ");
+    ExpectErrors({"send() failed 5 times.", kStoppedPool});
+    ConsoleClient unattended = ConnectUnattended();
     ConsoleClient client = Connect();
     AwaitSessions(1);
     ResetDuringAnnouncement(client, 2);
@@ -223,12 +225,7 @@ TEST_F(Reset, DoesNotCloseAConsoleThatTheFirmwareCannotBeToldOf) {
 
 TEST_F(Reset, AConsoleThatTheFirmwareCannotBeToldOfHangsAndTheNextIsServed) {
     Start(44);
-    ExpectErrors({"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()",
-                  "Failed to create socket for DASH client with address: "});
-    AllowErrorsOfAStop();
-    firmware.Refuse("WriteIPCompleteInformation", ERROR_GEN_FAILURE, 1);
-    ConsoleClient unattended = Connect();
-    AwaitLog("Failed to create socket for DASH client with address: ");
+    ConsoleClient unattended = ConnectUnattended();
     ConsoleClient next = Connect();
     AwaitSessions(1);
     next.Send("hello");

@@ -10,9 +10,28 @@
 namespace {
 
 using namespace std::chrono_literals;
-using SessionEnd = DashFixture;
 
 constexpr char kIdleLine[] = "Initiating socket shutdown.";
+
+class SessionEnd : public DashFixture {
+  protected:
+    // The firmware answers the request to close the first console's session only when that of the next
+    // console, which it returns, has begun.
+    ConsoleClient BeginTheNextSessionBeforeTheAnswer() {
+        firmware.Hold("WriteCloseSocketcmd");
+        ConsoleClient first = Connect();
+        AwaitSessions(1);
+        first.Close();
+        EXPECT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
+        firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+        AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
+        ConsoleClient second = Connect();
+        AwaitSessions(2);
+        firmware.Release("WriteCloseSocketcmd");
+        AwaitLog("DataRecvThread: exit");
+        return second;
+    }
+};
 
 }  // namespace
 
@@ -258,18 +277,7 @@ TEST_F(SessionEnd, TheNextConsoleIsServedAfterEachKindOfEnd) {
 
 TEST_F(SessionEnd, ALateAnswerToTheCloseDoesNotEndTheNextSession) {
     Start(44);
-    firmware.Hold("WriteCloseSocketcmd");
-    ConsoleClient first = Connect();
-    AwaitSessions(1);
-    first.Close();
-    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
-    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
-    AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
-    ConsoleClient second = Connect();
-    AwaitSessions(2);
-
-    firmware.Release("WriteCloseSocketcmd");
-    AwaitLog("DataRecvThread: exit");
+    ConsoleClient second = BeginTheNextSessionBeforeTheAnswer();
     second.Send("x");
     EXPECT_TRUE(firmware.AwaitCount("WriteDASHPacket", 1));
 }
@@ -278,19 +286,8 @@ TEST_F(SessionEnd, ALateRefusalOfTheCloseDoesNotEndTheNextSession) {
     Start(44);
     ExpectErrors(
         {"GetOverlappedResult failed for", "Return from MailBoxDriverInterface::SendIOCtlToDriver()"});
-    firmware.Hold("WriteCloseSocketcmd");
     firmware.Refuse("WriteCloseSocketcmd", ERROR_GEN_FAILURE, 1);
-    ConsoleClient first = Connect();
-    AwaitSessions(1);
-    first.Close();
-    ASSERT_TRUE(firmware.AwaitRequest("WriteCloseSocketcmd"));
-    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
-    AwaitLog("CloseSocketInZEL: CloseSocket, After sock close");
-    ConsoleClient second = Connect();
-    AwaitSessions(2);
-
-    firmware.Release("WriteCloseSocketcmd");
-    AwaitLog("DataRecvThread: exit");
+    ConsoleClient second = BeginTheNextSessionBeforeTheAnswer();
     ExpectLogInOrder({"MPM returned code 31 for WriteCloseSocketcmd", "Accept socket is Invalid",
                       "CloseSocketInZEL: CloseSocket, After sock close", "DataRecvThread: exit"});
     second.Send("x");

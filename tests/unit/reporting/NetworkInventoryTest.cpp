@@ -12,6 +12,7 @@
 #include "reporting/NetworkInventory.h"
 #include "reporting/NicInfo.h"
 #include "tests/unit/reporting/ReportingFixture.h"
+#include "winhost/tests/PcTime.h"
 
 namespace {
 
@@ -36,13 +37,8 @@ class Inventory : public ReportingFixture {
         return record;
     }
 
-    // Sets the PC's wall clock, to the middle of a second after 1970 in UTC.
-    static void SetTime(std::chrono::seconds utc) {
-        Clock().SetManual(true);
-        Clock().SetWallOffset({});
-        const auto now = std::chrono::nanoseconds((Clock().FileTime() - 116444736000000000) * 100);
-        Clock().SetWallOffset(utc + 500ms - now);
-    }
+    // In the middle of that second.
+    static void StopClockIn(std::chrono::seconds utc) { StopClockAt(utc + 500ms); }
 
     // The connection status that the firmware hears.
     uint32_t StatusFor(uint32_t flags, bool wireless) {
@@ -266,16 +262,11 @@ INSTANTIATE_TEST_SUITE_P(All, TimeZones,
                                            std::pair(720, -43200), std::pair(-840, 50400)));
 
 TEST_F(Inventory, TheOffsetIncludesSummerTime) {
-    Pc().Change([](auto& pc) {
-        pc.timeZoneBiasMinutes = -60;
-        pc.timeZoneDaylightBiasMinutes = -60;
-        pc.timeZoneDaylightStart = {3, 5, 0, 2};
-        pc.timeZoneStandardStart = {10, 5, 0, 3};
-    });
-    SetTime(1782864000s);  // Wed 1 Jul 2026 00:00 UTC
+    Pc().Change(LiveInWesternEurope);
+    StopClockIn(1782864000s);  // Wed 1 Jul 2026 00:00 UTC
     EXPECT_EQ(GetTimezoneDiff(), 7200);
     EXPECT_EQ(LogCount("Current date and time: Wed Jul 01 02:00:00 2026"), 1u);
-    SetTime(1794587006s);  // Fri 13 Nov 2026 16:23:26 UTC
+    StopClockIn(1794587006s);  // Fri 13 Nov 2026 16:23:26 UTC
     EXPECT_EQ(GetTimezoneDiff(), 3600);
 }
 
@@ -284,7 +275,7 @@ TEST_F(Inventory, TheOffsetIsTheSameAtTheTurnOfTheYear) {
         Pc().Change([&](auto& pc) { pc.timeZoneBiasMinutes = bias; });
         // Thu 31 Dec 2026 23:30 and Fri 1 Jan 2027 00:30 UTC: the year differs in one of the two zones.
         for (const std::chrono::seconds utc : {1798759800s, 1798763400s}) {
-            SetTime(utc);
+            StopClockIn(utc);
             EXPECT_EQ(GetTimezoneDiff(), -60 * bias);
         }
     }
