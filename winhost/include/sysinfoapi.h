@@ -26,6 +26,10 @@ typedef struct _SYSTEM_INFO {
 // granularity.
 void GetNativeSystemInfo(LPSYSTEM_INFO info);
 
+// The version that a program without a manifest sees: the PC's, and 6.2.9200 for a newer one. The plain
+// structure alone: ERROR_INSUFFICIENT_BUFFER for another size.
+BOOL GetVersionExW(LPOSVERSIONINFOW information);
+
 typedef enum _COMPUTER_NAME_FORMAT {
     ComputerNameNetBIOS,
     ComputerNameDnsHostname,

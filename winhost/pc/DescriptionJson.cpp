@@ -82,6 +82,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("root", pc.root);
     visit("environment", pc.environment);
     visit("modulePath", pc.modulePath);
+    visit("libraryFolders", pc.libraryFolders);
     visit("userName", pc.userName);
     visit("computerName", pc.computerName);
     visit("osVersionLine", pc.osVersionLine);

@@ -76,6 +76,7 @@ struct PcDescription {
     std::string root;
     std::map<std::string, std::string> environment;  // {"PROGRAMDATA", "C:\\ProgramData"}
     std::string modulePath;                          // GetModuleFileNameA
+    std::vector<std::string> libraryFolders;         // searched by LoadLibraryW behind the executable's own
     std::string userName = "SYSTEM";
     std::string computerName = "WINHOST-PC";
     std::string osVersionLine = "Microsoft Windows [Version 10.0.19045.3803]";  // what "ver" prints

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
@@ -40,6 +41,30 @@ TEST_F(SystemTest, TheVersionCallCanFail) {
     winhost::Gate::Instance().FailNth("RtlGetVersion", 1, 0xC0000001);
     OSVERSIONINFOW version{};
     EXPECT_EQ(static_cast<LONG>(0xC0000001), FindVersionCall()(&version));
+}
+
+TEST_F(SystemTest, AProgramWithoutAManifestSeesWindows8AtMost) {
+    for (const auto& [system, minor, build] : {std::tuple("10.0.22631", 2u, 9200u),
+                                               {"6.3.9600", 2u, 9200u},
+                                               {"6.2.9200", 2u, 9200u},
+                                               {"6.1.7601", 1u, 7601u}}) {
+        StartPc([&, name = system](auto& pc) { pc.osVersion = name; });
+        OSVERSIONINFOW version{};
+        version.dwOSVersionInfoSize = sizeof version;
+        ASSERT_TRUE(GetVersionExW(&version));
+        EXPECT_EQ(6u, version.dwMajorVersion);
+        EXPECT_EQ(minor, version.dwMinorVersion);
+        EXPECT_EQ(build, version.dwBuildNumber);
+    }
+}
+
+TEST_F(SystemTest, TheVersionNeedsItsSize) {
+    OSVERSIONINFOW version{};
+    EXPECT_FALSE(GetVersionExW(&version));
+    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetLastError());
+    version.dwOSVersionInfoSize = sizeof version;
+    winhost::Gate::Instance().FailNth("GetVersionExW", 1, ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_FALSE(GetVersionExW(&version));
 }
 
 TEST_F(SystemTest, ModulesAndTheirFunctionsGoByTheirNames) {
