@@ -13,11 +13,19 @@ namespace mpm {
 Bridge::Bridge(EventLoop& loop, const std::string& server, std::chrono::milliseconds pause,
                PacedSender::Send send, std::function<bool()> hostIsBehind,
                std::function<void(const std::string&)> ended)
+    : Bridge(loop, testbed::Descriptor(), pause, std::move(send), std::move(hostIsBehind), std::move(ended)) {
+    Connect(server);
+}
+
+Bridge::Bridge(EventLoop& loop, testbed::Descriptor server, std::chrono::milliseconds pause,
+               PacedSender::Send send, std::function<bool()> hostIsBehind,
+               std::function<void(const std::string&)> ended)
     : m_loop(loop),
       m_sender(loop, pause, std::move(send), [this] { Drained(); }),
       m_hostIsBehind(std::move(hostIsBehind)),
-      m_ended(std::move(ended)) {
-    Connect(server);
+      m_ended(std::move(ended)),
+      m_socket(std::move(server)) {
+    if (m_socket) Watch();
 }
 
 Bridge::~Bridge() {
@@ -38,6 +46,10 @@ void Bridge::Connect(const std::string& server) {
     m_socket = testbed::Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (connect(m_socket.Get(), found->ai_addr, found->ai_addrlen) != 0 && errno != EINPROGRESS)
         return End(server + ": " + std::strerror(errno));
+    Watch();
+}
+
+void Bridge::Watch() {
     m_watch = m_loop.Watch(m_socket.Get(), EPOLLIN | EPOLLOUT, [this](uint32_t events) { OnReady(events); });
 }
 

@@ -19,6 +19,10 @@ class Bridge : public StreamPeer {
     Bridge(EventLoop& loop, const std::string& server, std::chrono::milliseconds pause,
            PacedSender::Send send, std::function<bool()> hostIsBehind,
            std::function<void(const std::string&)> ended);
+    // The same for a server whose socket is connected already.
+    Bridge(EventLoop& loop, testbed::Descriptor server, std::chrono::milliseconds pause,
+           PacedSender::Send send, std::function<bool()> hostIsBehind,
+           std::function<void(const std::string&)> ended);
     ~Bridge() override;
 
     void Take(std::span<const uint8_t> bytes) override;
@@ -29,6 +33,7 @@ class Bridge : public StreamPeer {
     static constexpr size_t kMaxWaiting = 4u << 20;
 
     void Connect(const std::string& server);
+    void Watch();
     void OnReady(uint32_t events);
     void Read();
     void Write();

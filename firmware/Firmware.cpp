@@ -145,6 +145,25 @@ void Firmware::ComeBack() {
     m_implementation->On([](Processor& processor) { processor.ComeBack(); });
 }
 
+Json::Value Firmware::Screen() const {
+    return m_implementation->On([](Processor& processor) {
+        return processor.Screen() ? processor.Screen()->ToJson() : Json::Value();
+    });
+}
+
+void Firmware::ResetScreenMeter() {
+    m_implementation->On([](Processor& processor) {
+        if (processor.Screen()) processor.Screen()->ResetMeter();
+    });
+}
+
+void Firmware::SavePicture(const std::string& path) const {
+    const auto picture = m_implementation->On(
+        [](Processor& processor) { return processor.Screen() ? processor.Screen()->Newest() : nullptr; });
+    if (!picture) throw std::runtime_error("there is no picture yet");
+    picture->SaveAs(path);
+}
+
 void Firmware::OnDash(std::function<void(std::span<const uint8_t>)> take) {
     m_implementation->On([&](Processor& processor) { processor.OnDash(std::move(take)); });
 }

@@ -161,6 +161,15 @@ class Firmware {
     void Vanish();
     void ComeBack();
 
+    // --- the screen, while Settings::Kvm is Peer::Screen ---
+    // What the display client does and has measured; null while there is none. Rates and times are those of
+    // the last session, or since ResetScreenMeter.
+    Json::Value Screen() const;
+    void ResetScreenMeter();
+    // Writes the last decoded picture of the session as a PPM file. Throws std::runtime_error when there is
+    // none, or the file cannot be written.
+    void SavePicture(const std::string& path) const;
+
     // --- functions called on the firmware's thread ---
     // Takes the bytes of WriteDASHPacket while Settings::Dash is None.
     void OnDash(std::function<void(std::span<const uint8_t>)> take);

@@ -4,11 +4,8 @@
 #include <cstring>
 
 #include "firmware/Answers.h"
-#include "firmware/Bridge.h"
 #include "firmware/Catalogue.h"
 #include "firmware/Fields.h"
-#include "firmware/dash/Power.h"
-#include "mailbox/FirmwareLevels.h"
 
 namespace mpm {
 
@@ -16,8 +13,6 @@ namespace {
 
 constexpr uint32_t kInvalidParameter = 87;
 constexpr uint32_t kInsufficientBuffer = 122;
-constexpr uint16_t kDashPort = 664;
-constexpr uint16_t kKvmPort = 22;
 
 template <class Record>
 Record As(std::span<const uint8_t> bytes) {
@@ -47,7 +42,10 @@ Processor::Processor(EventLoop& loop, RequestLog& log, Settings settings)
                         },
                     .listening = [this](bool listening) { Listening(listening); },
                     .complaint = [this](const std::string& why) { Note("fault", why); },
-                    .drained = [this] { HostHasRead(); }}) {}
+                    .drained = [this] { HostHasRead(); }}) {
+    m_settings.Check();
+    loop.Run([this] { AdoptScreen(); });
+}
 
 Processor::~Processor() {
     m_observer = nullptr;
@@ -62,7 +60,7 @@ void Processor::Listen(const std::string& address) {
 void Processor::Vanish() {
     m_link.Close();
     Retire(m_dash);
-    Retire(m_kvm);
+    EndKvm();
     m_dashEnded = false;
     m_hostUp = false;
     Note("vanished");
@@ -74,10 +72,13 @@ void Processor::ComeBack() {
 }
 
 void Processor::Adopt(Settings settings) {
+    settings.Check();
+    const bool keepsKvm = m_screen && settings.Kvm == Peer::Screen;
     m_settings = std::move(settings);
-    // A connection that is open meets its new peer with its next packet.
+    // A connection that is open meets its new peer with its next packet; a viewer of the screen stays.
     Retire(m_dash);
-    Retire(m_kvm);
+    if (!keepsKvm) Retire(m_kvm);
+    AdoptScreen();
 }
 
 void Processor::OnRequest(const LinkRequest& request) {
@@ -103,10 +104,12 @@ void Processor::OnRequest(const LinkRequest& request) {
 }
 
 void Processor::Record(const LinkRequest& request, const char* name, const std::string& fault) {
-    if (m_observer) Tell(Event::Kind::Request, name, request.code, request.input, fault);
+    const bool quiet = fault.empty() && IsQuiet(request.code);
+    const bool keep = m_settings.KeepRequests && !quiet;
+    if (m_observer && !quiet) Tell(Event::Kind::Request, name, request.code, request.input, fault);
     mpm::Request kept{name, request.code, {}, std::chrono::system_clock::now(), fault};
-    if (m_settings.KeepRequests) kept.data.assign(request.input.begin(), request.input.end());
-    m_log.Add(std::move(kept), m_settings.KeepRequests);
+    if (keep) kept.data.assign(request.input.begin(), request.input.end());
+    m_log.Add(std::move(kept), keep);
 }
 
 void Processor::Postpone(const LinkRequest& request, const MailboxRequest& operation, const Fault& fault) {
@@ -164,81 +167,7 @@ void Processor::Complete(const LinkRequest& request, const MailboxRequest& opera
     // What follows from a record is seen by the host only after its request has been answered.
     m_link.Answer(request, 0, output);
     Learn(operation, request.input);
-}
-
-void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
-    const bool isDash = command == MPM_ZEL_CMD_DASH_DATA;
-    const Peer kind = isDash ? m_settings.Dash : m_settings.Kvm;
-    if (kind == Peer::Echo) {
-        SendStream(command, request.input);
-        // A host that sends but does not read is held back, as its own client would be.
-        if (HostIsBehind())
-            m_paced.push_back(request);
-        else
-            m_link.Answer(request, 0, {});
-        return;
-    }
-    m_link.Answer(request, 0, {});
-    if (kind == Peer::None) {
-        const auto take = m_takeDash;
-        if (isDash && take) (*take)(request.input);
-        return;
-    }
-    auto& peer = isDash ? m_dash : m_kvm;
-    if (!peer) peer = MakePeer(command);
-    peer->Take(request.input);
-}
-
-DashEndpoint& Processor::Endpoint() {
-    if (m_endpoint) return *m_endpoint;
-    m_endpoint.emplace([this]() -> const Settings& { return m_settings; });
-    OfferPower(
-        m_endpoint->Service(), [this] { return Host()["WriteOsInfo"]["HostName"].asString(); },
-        [this](MpmCommand command) { Send(command, {}, 0); });
-    return *m_endpoint;
-}
-
-std::unique_ptr<StreamPeer> Processor::MakePeer(uint8_t command) {
-    const bool isDash = command == MPM_ZEL_CMD_DASH_DATA;
-    if (isDash) m_dashEnded = false;
-    const auto send = [this, command](std::span<const uint8_t> bytes) { SendStream(command, bytes); };
-    // KVM data is not dropped by the host, and needs no pause.
-    const std::chrono::milliseconds pause(isDash ? m_settings.DashPause : 0);
-    if (isDash && m_settings.Dash == Peer::Identify)
-        return Endpoint().Accept(
-            m_loop, pause, send, [this](const std::string& text) { Note("dash", text); },
-            [this] { EndDash(); });
-    return std::make_unique<Bridge>(
-        m_loop, isDash ? m_settings.DashServer : m_settings.KvmServer, pause, send,
-        [this] { return HostIsBehind(); },
-        [this, isDash](const std::string& reason) {
-            Note(isDash ? "dash" : "kvm", "bridge: " + reason);
-            if (isDash)
-                EndDash();
-            else
-                Send(MPM_ZEL_CMD_VNC_SOC_CLOSE, {}, 0);
-        });
-}
-
-void Processor::Retire(std::unique_ptr<StreamPeer>& peer) {
-    if (!peer) return;
-    m_retired.push_back(std::move(peer));
-    m_loop.After({}, [this] { m_retired.clear(); });
-}
-
-bool Processor::HostIsBehind() const {
-    return m_link.UnreadBytes() > LinkServer::kComfortable;
-}
-
-void Processor::HostHasRead() {
-    AnswerPaced();
-    for (auto* peer : {m_dash.get(), m_kvm.get()})
-        if (peer) peer->HostHasRead();
-}
-
-void Processor::AnswerPaced() {
-    for (const LinkRequest& request : std::exchange(m_paced, {}))
-        m_link.Answer(request, 0, {});
+    if (m_screen && request.code == MailboxCode::WriteEncodedBuffer) m_screen->TakeChunk(request.input);
 }
 
 void Processor::Learn(const MailboxRequest& operation, std::span<const uint8_t> input) {
@@ -253,36 +182,16 @@ void Processor::Learn(const MailboxRequest& operation, std::span<const uint8_t> 
         case MailboxCode::WriteIPCompleteInformation:
             HearOfConnection(As<IPCompleteInfo>(input));
             break;
+        case MailboxCode::WriteDisplayConfig:
+            if (const auto config = As<DisplayConfigRecord>(input); m_screen)
+                m_screen->Configure(config.width, config.height);
+            break;
         case MailboxCode::WriteCloseSocketcmd:
             HearOfClose(As<CloseSocketRecord>(input).port);
             break;
         default:
             break;
     }
-}
-
-void Processor::HearOfConnection(const IPCompleteInfo& info) {
-    if (info.PeerMarker != 0xFFFF || info.PeerPort == 0) return;
-    if (info.Port == kDashPort) {
-        Retire(m_dash);
-        m_dashEnded = false;
-    }
-    if (info.Port != kKvmPort) return;
-    Retire(m_kvm);
-    // A server of screens speaks first.
-    if (m_settings.Kvm == Peer::Bridge) m_kvm = MakePeer(MPM_ZEL_CMD_KVM_DATA);
-}
-
-void Processor::HearOfClose(uint16_t port) {
-    if (port == kKvmPort) Retire(m_kvm);
-    if (port != kDashPort) return;
-    Retire(m_dash);
-    if (m_settings.uVORKVersion >= FirmwareLevel::DashCloseByFirmware && m_settings.EndsClosedSessions)
-        EndDash();
-}
-
-void Processor::EndDash() {
-    if (!m_dashEnded) Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET, {}, 0);
 }
 
 Json::Value Processor::Host() const {
@@ -296,22 +205,17 @@ Json::Value Processor::Host() const {
 
 void Processor::Send(uint8_t command, std::span<const uint8_t> payload, uint8_t trailer) {
     if (command == MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET) m_dashEnded = true;
+    // The host has to have the configuration before it opens its port.
+    if (command == MPM_ZEL_CMD_KVM_ENABLE_STATUS && m_screen) m_screen->Ask();
     const uint8_t tail[kMailboxTrailerSize] = {command, trailer};
-    if (m_observer) Tell(Event::Kind::Message, CommandName(command), command, payload, {});
+    if (m_observer && !IsQuiet(command))
+        Tell(Event::Kind::Message, CommandName(command), command, payload, {});
     m_link.Send(payload, tail);
 }
 
 void Processor::SendRaw(std::span<const uint8_t> message) {
     if (m_observer) Tell(Event::Kind::Message, "raw", 0, message, {});
     m_link.Send(message, {});
-}
-
-void Processor::SendStream(uint8_t command, std::span<const uint8_t> payload) {
-    do {
-        const size_t size = std::min(payload.size(), kMaxMessagePayload);
-        Send(command, payload.first(size), 0);
-        payload = payload.subspan(size);
-    } while (!payload.empty());
 }
 
 void Processor::Listening(bool listening) {
@@ -324,7 +228,7 @@ void Processor::Listening(bool listening) {
         // No connection outlives the host that forwards it.
         AnswerPaced();
         Retire(m_dash);
-        Retire(m_kvm);
+        EndKvm();
         m_dashEnded = false;
     }
     Note(listening ? "listening" : "gone");

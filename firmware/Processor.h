@@ -16,6 +16,7 @@
 #include "firmware/StreamPeer.h"
 #include "firmware/dash/DashEndpoint.h"
 #include "firmware/link/LinkServer.h"
+#include "firmware/screen/DisplayClient.h"
 #include "mailbox/MailboxRecords.h"
 
 namespace mpm {
@@ -44,6 +45,9 @@ class Processor {
 
     void OnDash(std::function<void(std::span<const uint8_t>)> take);
     void Observe(std::function<void(const Event&)> observer);
+
+    // Null unless Settings::Kvm is Peer::Screen.
+    DisplayClient* Screen() { return m_screen.get(); }
 
     std::string Certificate() { return Endpoint().CertificatePem(); }
 
@@ -78,6 +82,7 @@ class Processor {
     // Ends the host's DASH connection, unless that has been done already: a second command would end the next
     // connection.
     void EndDash();
+    void EndKvm();
     void TakeStream(const LinkRequest& request, uint8_t command);
     bool HostIsBehind() const;
     void HostHasRead();
@@ -85,6 +90,10 @@ class Processor {
     std::unique_ptr<StreamPeer> MakePeer(uint8_t command);
     void Retire(std::unique_ptr<StreamPeer>& peer);
     DashEndpoint& Endpoint();
+    void AdoptScreen();
+    // Of the display client's traffic only sums are recorded.
+    bool IsQuiet(uint32_t requestCode) const;
+    bool IsQuiet(uint8_t command) const;
 
     EventLoop& m_loop;
     RequestLog& m_log;
@@ -97,8 +106,9 @@ class Processor {
     bool m_hostUp = false;
     std::map<std::string, std::vector<uint8_t>> m_host;  // the last accepted record by name
     std::optional<DashEndpoint> m_endpoint;              // made when it is first needed
-    std::unique_ptr<StreamPeer> m_dash, m_kvm;           // of the connection that is open
-    bool m_dashEnded = false;                            // by command 41, since the connection began
+    std::unique_ptr<DisplayClient> m_screen;
+    std::unique_ptr<StreamPeer> m_dash, m_kvm;  // of the connection that is open
+    bool m_dashEnded = false;                   // by command 41, since the connection began
     // Peers whose connection has ended, until the loop's next round: they may be what is running.
     std::vector<std::unique_ptr<StreamPeer>> m_retired;
     // Shared with a call that runs, which may replace them.

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "mailbox/FirmwareLevels.h"
 #include "mailbox/MailboxRecords.h"
 
 namespace mpm {
@@ -50,24 +51,22 @@ bool ParseBool(const std::string& key, const std::string& text) {
     Refuse(key, "true or false, not \"" + text + "\"");
 }
 
-constexpr const char* kPeerNames[] = {"none", "echo", "identify", "bridge"};
+constexpr const char* kPeerNames[] = {"none", "echo", "identify", "bridge", "screen"};
 
 std::string PeerText(Peer peer, const std::string& server) {
     const std::string name = kPeerNames[size_t(peer)];
     return peer == Peer::Bridge ? name + ":" + server : name;
 }
 
-void ParsePeer(const std::string& key, const std::string& text, bool identify, Peer& peer,
-               std::string& server) {
-    const std::string wanted =
-        identify ? "none, echo, identify or bridge:host:port" : "none, echo or bridge:host:port";
-    if (text == "none") return void(peer = Peer::None);
-    if (text == "echo") return void(peer = Peer::Echo);
-    if (text == "identify" && identify) return void(peer = Peer::Identify);
-    if (!text.starts_with("bridge:")) Refuse(key, wanted + ", not \"" + text + "\"");
-    const std::string address = text.substr(7);
+// `own` is what only this stream can have.
+void ParsePeer(const std::string& key, const std::string& text, Peer own, Peer& peer, std::string& server) {
+    for (const Peer each : {Peer::None, Peer::Echo, own})
+        if (text == kPeerNames[size_t(each)]) return void(peer = each);
+    const std::string address = text.starts_with("bridge:") ? text.substr(7) : "";
     const size_t colon = address.rfind(':');
-    if (colon == std::string::npos || colon == 0) Refuse(key, wanted + ", not \"" + text + "\"");
+    if (colon == std::string::npos || colon == 0)
+        Refuse(key, std::string("none, echo, ") + kPeerNames[size_t(own)] + " or bridge:host:port, not \"" +
+                        text + "\"");
     ParseNumber<uint16_t>(key, address.substr(colon + 1));
     peer = Peer::Bridge;
     server = address;
@@ -100,6 +99,17 @@ Entry For(Number& member) {
             [&member] { return Json::Value(Json::UInt(member)); }};
 }
 
+Entry Between(uint32_t& member, uint32_t least, uint32_t most) {
+    return {[&member, least, most](const std::string& key, const std::string& text) {
+                const auto number = ParseNumber<uint32_t>(key, text);
+                if (number < least || number > most)
+                    Refuse(key, "a number from " + std::to_string(least) + " to " + std::to_string(most) +
+                                    ", not \"" + text + "\"");
+                member = number;
+            },
+            [&member] { return Json::Value(Json::UInt(member)); }};
+}
+
 // Empty or "auto": follows the text that it is the length of.
 Entry For(std::optional<uint32_t>& member) {
     return {[&member](const std::string& key, const std::string& text) {
@@ -109,9 +119,9 @@ Entry For(std::optional<uint32_t>& member) {
             [&member] { return member ? Json::Value(*member) : Json::Value("auto"); }};
 }
 
-Entry For(Peer& peer, std::string& server, bool identify) {
-    return {[&peer, &server, identify](const std::string& key, const std::string& text) {
-                ParsePeer(key, text, identify, peer, server);
+Entry For(Peer& peer, std::string& server, Peer own) {
+    return {[&peer, &server, own](const std::string& key, const std::string& text) {
+                ParsePeer(key, text, own, peer, server);
             },
             [&peer, &server] { return Json::Value(PeerText(peer, server)); }};
 }
@@ -195,8 +205,15 @@ void ForEach(Settings& s, const Visit& visit) {
     visit("Cloud.vCloudCACert", For(s.Cloud.vCloudCACert, sizeof(CloudCertInfo::vCloudCACert)));
     visit("Cloud.vCloudCACertSize", For(s.Cloud.vCloudCACertSize));
     visit("EndsClosedSessions", For(s.EndsClosedSessions));
-    visit("Dash", For(s.Dash, s.DashServer, true));
-    visit("Kvm", For(s.Kvm, s.KvmServer, false));
+    visit("Dash", For(s.Dash, s.DashServer, Peer::Identify));
+    visit("Kvm", For(s.Kvm, s.KvmServer, Peer::Screen));
+    visit("Screen.FrameRate", Between(s.Screen.FrameRate, 1, 240));
+    visit("Screen.MaxFrame", Between(s.Screen.MaxFrame, 1, 1u << 30));
+    visit("Screen.Display", For(s.Screen.Display, 256));
+    visit("Screen.Ivf", For(s.Screen.Ivf, 4096));
+    visit("Screen.Settle", Between(s.Screen.Settle, 0, 60000));
+    visit("Screen.Patience", Between(s.Screen.Patience, 0, 600000));
+    visit("Screen.Trace", For(s.Screen.Trace));
     visit("DashPause", For(s.DashPause));
     visit("Challenges", For(s.Challenges));
     visit("ProductVendor", For(s.ProductVendor, 256));
@@ -255,6 +272,13 @@ Settings Settings::FromFile(const std::string& path) {
     Settings settings;
     settings.MergeFile(path);
     return settings;
+}
+
+void Settings::Check() const {
+    if (Kvm == Peer::Screen && uVORKVersion < FirmwareLevel::DisplayKvm)
+        throw std::invalid_argument("Kvm=screen needs a uVORKVersion of at least " +
+                                    std::to_string(FirmwareLevel::DisplayKvm) + ", not " +
+                                    std::to_string(uVORKVersion));
 }
 
 Json::Value Settings::ToJson() const {

@@ -20,6 +20,7 @@ enum class Peer {
     Echo,      // every packet comes back as one message with the same bytes
     Identify,  // DASH only: WS-Management over TLS
     Bridge,    // a real server, reached over TCP
+    Screen,    // KVM only: the host's screen, pulled frame by frame and served as RFB
 };
 
 // What the firmware offers to a console that has not authenticated itself.
@@ -32,6 +33,19 @@ struct CloudSettings {
     std::string vCloudCert, vCloudKey, vCloudCACert;  // PEM text
     // What the record says of the lengths; the texts' own lengths when empty.
     std::optional<uint32_t> vCloudCertSize, vCloudKeySize, vCloudCACertSize;
+};
+
+// Of the display client, which Peer::Screen turns on.
+struct ScreenSettings {
+    uint32_t FrameRate = 30;        // frames a second that are asked for, 1 to 240
+    uint32_t MaxFrame = 32u << 20;  // bytes; a larger frame is passed over
+    std::string Display;            // the X display that the viewer's keyboard and mouse act on, as ":1"
+    std::string Ivf;                // a file for the frames of each session
+    // Milliseconds between the host's display configuration and the first request for a frame: the host holds
+    // one event at a time, and a request that comes too early can take the place of its start.
+    uint32_t Settle = 250;
+    uint32_t Patience = 5000;  // milliseconds after which a request without an answer is repeated; 0: never
+    bool Trace = false;        // records each chunk and each packet of the viewer, not only sums
 };
 
 struct Settings {
@@ -58,6 +72,7 @@ struct Settings {
     std::string DashServer;  // "host:port" of the bridge
     Peer Kvm = Peer::None;
     std::string KvmServer;
+    ScreenSettings Screen;
     // Milliseconds between two DASH messages that no byte from the client separates: the host forwards one
     // payload at a time, and between two sessions drops it when the next one comes.
     uint32_t DashPause = 50;
@@ -84,6 +99,9 @@ struct Settings {
     void MergeFile(const std::string& path);
     // One value by its key (in any case) and text: Set("uVORKVersion", "45"), Set("Cloud.Port", "443").
     void Set(const std::string& key, const std::string& value);
+
+    // Throws std::invalid_argument when values contradict each other.
+    void Check() const;
 
     // All values, but no passwords, and of the cloud key at most its length.
     Json::Value ToJson() const;

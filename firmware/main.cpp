@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -29,6 +30,9 @@ struct Options {
     // set, fault, show, requests
     std::vector<std::string> words;
     bool json = false;
+    // screen
+    std::string picture;
+    bool reset = false;
 };
 
 std::vector<uint8_t> PayloadOf(const Options& options) {
@@ -78,6 +82,15 @@ Json::Value WordsRequest(const char* verb, const Options& options) {
     return request;
 }
 
+Json::Value ScreenRequest(const Options& options) {
+    Json::Value request;
+    request["verb"] = "screen";
+    request["reset"] = options.reset;
+    // The simulator may run in another folder.
+    if (!options.picture.empty()) request["picture"] = std::filesystem::absolute(options.picture).string();
+    return request;
+}
+
 Json::Value Ask(const Options& options, const Json::Value& request) {
     Json::Value answer = testbed::AskControlSocket(options.control, request);
     if (answer.isMember("error")) throw std::invalid_argument(answer["error"].asString());
@@ -98,7 +111,7 @@ void AddRun(CLI::App& app, Options& options) {
     run->add_option("--control", options.run.controlSocket, "Path of the control socket");
     run->add_option("--dash", options.run.dash,
                     "none, identify, echo or bridge:host:port (default identify)");
-    run->add_option("--kvm", options.run.kvm, "none, echo or bridge:host:port (default none)");
+    run->add_option("--kvm", options.run.kvm, "none, echo, screen or bridge:host:port (default none)");
     run->add_option("--ready-file", options.run.readyFile, "Written with the address once it listens");
     run->add_option("--certificate", options.run.certificateFile,
                     "File for the DASH endpoint's certificate (PEM)");
@@ -128,6 +141,10 @@ void AddClients(CLI::App& app, Options& options) {
         ->add_option("words", options.words)
         ->required();
     add("show", "What the firmware knows of the host")->add_flag("--json", options.json);
+    CLI::App* screen = add("screen", "What the display client has pulled and measured");
+    screen->add_flag("--json", options.json);
+    screen->add_option("--picture", options.picture, "Saves the last picture as a PPM file");
+    screen->add_flag("--reset", options.reset, "Begins the measurement anew, once it has been read");
     add("requests", "What the host has asked")->add_flag("--json", options.json);
     app.add_subcommand("catalogue", "Every command, request and firmware level; needs no running simulator")
         ->add_flag("--json", options.json);
@@ -148,6 +165,10 @@ int Execute(const CLI::App& app, const Options& options) {
     if (app.got_subcommand("show")) {
         const Json::Value shown = Ask(options, WordsRequest("show", options));
         std::cout << (options.json ? mpm::Compact(shown) + "\n" : mpm::control::TableOf(shown));
+    }
+    if (app.got_subcommand("screen")) {
+        const Json::Value screen = Ask(options, ScreenRequest(options))["screen"];
+        std::cout << (options.json ? mpm::Compact(screen) + "\n" : mpm::control::ScreenText(screen));
     }
     if (app.got_subcommand("catalogue")) PrintCatalogue(options.json);
     if (app.got_subcommand("requests"))

@@ -59,6 +59,13 @@ std::string TableOf(const Json::Value& shown) {
     return table;
 }
 
+std::string ScreenText(const Json::Value& screen) {
+    std::string text = Pad("state") + screen["state"].asString() + "\n";
+    for (const std::string& name : screen.getMemberNames())
+        if (name != "state") Append(text, "", name, screen[name]);
+    return text;
+}
+
 std::string CatalogueText(const Json::Value& tables) {
     std::string text = "commands of the firmware\n";
     for (const Json::Value& command : tables["commands"])

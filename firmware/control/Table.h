@@ -9,6 +9,8 @@
 namespace mpm::control {
 
 std::string TableOf(const Json::Value& shown);
+// `screen` as Firmware::Screen returns it.
+std::string ScreenText(const Json::Value& screen);
 // `tables` as TablesAsJson returns them.
 std::string CatalogueText(const Json::Value& tables);
 

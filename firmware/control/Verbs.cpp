@@ -120,6 +120,16 @@ Json::Value Show(Firmware& firmware, const Json::Value&) {
     return answer;
 }
 
+Json::Value Screen(Firmware& firmware, const Json::Value& request) {
+    Json::Value answer;
+    answer["screen"] = firmware.Screen();
+    if (answer["screen"].isNull())
+        throw std::invalid_argument("the screen is not served: Kvm is not \"screen\"");
+    if (request.isMember("picture")) firmware.SavePicture(request["picture"].asString());
+    if (request["reset"].asBool()) firmware.ResetScreenMeter();
+    return answer;
+}
+
 Json::Value Requests(Firmware& firmware, const Json::Value&) {
     Json::Value answer;
     answer["requests"] = Json::Value(Json::arrayValue);
@@ -132,7 +142,8 @@ Json::Value Requests(Firmware& firmware, const Json::Value&) {
 
 Json::Value Handle(Firmware& firmware, const Json::Value& request) {
     static const std::map<std::string, Json::Value (*)(Firmware&, const Json::Value&)> verbs = {
-        {"send", Send}, {"set", Set}, {"fault", MakeFault}, {"show", Show}, {"requests", Requests}};
+        {"send", Send}, {"set", Set},       {"fault", MakeFault},
+        {"show", Show}, {"screen", Screen}, {"requests", Requests}};
     const auto found = verbs.find(request["verb"].asString());
     if (found == verbs.end()) throw std::invalid_argument("the verb is not known");
     return found->second(firmware, request);

@@ -12,8 +12,8 @@
 
 namespace mpm::control {
 
-// Carries out {"verb": "send" | "set" | "fault" | "show" | "requests", ...} and returns the answer; throws
-// std::exception with a sentence for people when it cannot.
+// Carries out {"verb": "send" | "set" | "fault" | "show" | "screen" | "requests", ...} and returns the
+// answer; throws std::exception with a sentence for people when it cannot.
 Json::Value Handle(Firmware& firmware, const Json::Value& request);
 
 std::string ToHex(std::span<const uint8_t> bytes);
