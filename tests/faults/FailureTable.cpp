@@ -163,7 +163,6 @@ std::vector<FailureEntry> MakeTable() {
          "the connection is made without asking for English"},
         {"CoSetProxyBlanket", {kComOutOfMemory}},
         {"IWbemContext::SetValue", {kComOutOfMemory}, "the connection is made without asking for English"},
-        {"IWbemContext::GetValue", {kWbemNotFound}},
         {"IWbemLocator::ConnectServer", {kWbemAccessDenied, kWbemTransport, kComOutOfMemory}},
         {"IWbemServices::ExecQuery", {kWbemFailed, kWbemAccessDenied, kWbemShuttingDown}},
         {"IEnumWbemClassObject::Next",

@@ -8,8 +8,7 @@
 namespace winhost {
 namespace {
 
-constexpr uint32_t kSuspend = 4, kStandby = 5, kResumeCritical = 6, kResumeSuspend = 7, kResumeStandby = 8;
-constexpr uint32_t kPowerStatusChange = 10, kResumeAutomatic = 18;
+constexpr uint32_t kPowerStatusChange = 10;
 
 struct NamedControl {
     const char* name;
@@ -24,13 +23,13 @@ constexpr NamedControl kNamedControls[] = {
     {"shutdown", SERVICE_CONTROL_SHUTDOWN, 0},
     {"preshutdown", SERVICE_CONTROL_PRESHUTDOWN, 0},
     {"session-change", SERVICE_CONTROL_SESSIONCHANGE, 0},
-    {"suspend", SERVICE_CONTROL_POWEREVENT, kSuspend},
-    {"standby", SERVICE_CONTROL_POWEREVENT, kStandby},
-    {"resume-critical", SERVICE_CONTROL_POWEREVENT, kResumeCritical},
-    {"resume-suspend", SERVICE_CONTROL_POWEREVENT, kResumeSuspend},
-    {"resume-standby", SERVICE_CONTROL_POWEREVENT, kResumeStandby},
+    {"suspend", SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND},
+    {"standby", SERVICE_CONTROL_POWEREVENT, PBT_APMSTANDBY},
+    {"resume-critical", SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMECRITICAL},
+    {"resume-suspend", SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMESUSPEND},
+    {"resume-standby", SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMESTANDBY},
     {"power-status-change", SERVICE_CONTROL_POWEREVENT, kPowerStatusChange},
-    {"resume-automatic", SERVICE_CONTROL_POWEREVENT, kResumeAutomatic},
+    {"resume-automatic", SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC},
 };
 
 std::string NamesOfControls() {

@@ -1,19 +1,16 @@
 // The table behind every handle of the process, whatever its kind.
 //
 // A new kind is a class derived from Object (from WaitableObject when threads wait for it, from FileObject
-// when it is read and written) in a file of its own; nothing else has to know it. A handle carries the number
-// of its slot and a count of the slot's uses, so that a stale one meets nothing.
+// when it is read and written) in a file of its own; nothing else has to know it. No number is given twice,
+// so that a stale handle meets nothing.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <type_traits>
-#include <typeinfo>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -41,14 +38,7 @@ class HandleTable {
     // The same, and null for an object of another kind.
     template <class Kind>
     std::shared_ptr<Kind> Find(HANDLE handle) {
-        std::shared_ptr<Object> object = Find(handle);
-        if constexpr (std::is_final_v<Kind>) {
-            // Nothing derives from it, so that the class itself is all there is to compare.
-            if (!object || typeid(*object) != typeid(Kind)) return nullptr;
-            return std::static_pointer_cast<Kind>(std::move(object));
-        } else {
-            return std::dynamic_pointer_cast<Kind>(std::move(object));
-        }
+        return std::dynamic_pointer_cast<Kind>(Find(handle));
     }
 
     // Takes the handle out of the table if it names a Kind, and tells the object. False when it doesn't.
@@ -63,7 +53,7 @@ class HandleTable {
     }
 
     // Handles that are open, so that a test can see a leak.
-    size_t Size() const { return m_size; }
+    size_t Size() const;
     // The kind of each of them, by the name of its class, so that a test can tell what leaks.
     std::vector<std::string> Kinds();
     // How often a handle was used, or closed, that had been closed before. On Windows its number may be
@@ -72,33 +62,20 @@ class HandleTable {
     size_t StaleCloses() const { return m_staleCloses; }
 
   private:
-    struct Slot {
-        std::shared_ptr<Object> object;
-        uint32_t uses = 1;
-    };
-    // Each shard serves the slots whose number is its own, modulo the number of shards.
-    struct alignas(64) Shard {
-        std::mutex mutex;
-        std::deque<Slot> slots;
-        std::deque<uint32_t> free;  // the one that was freed longest ago comes first
-    };
-    static constexpr uint32_t kShards = 16;
-    static constexpr uint32_t kSlotBits = 18;
-    static constexpr uint32_t kUseBits = 11;
-    struct Place {
-        uint32_t slot;  // over all shards
-        uint32_t use;
-    };
+    static constexpr size_t kMostHandles = 1 << 18;
+    // The two lowest bits are 0 as in every Windows handle.
+    static constexpr uintptr_t kStep = 4, kFirst = 0x10000;
 
     HandleTable() = default;
-    static HANDLE Encode(Place place);
-    static bool Decode(HANDLE handle, Place& place);
-    Slot* Locate(Shard& shard, Place place);
+    // A caller may mark a handle in its two lowest bits.
+    static uintptr_t NumberOf(HANDLE handle) { return reinterpret_cast<uintptr_t>(handle) & ~(kStep - 1); }
+    // True for a handle of an object that is, or was once, in the table.
+    bool WasMade(HANDLE handle) const { return NumberOf(handle) >= kFirst && NumberOf(handle) < m_next; }
     bool CloseIf(HANDLE handle, bool (*matches)(const Object&));
 
-    std::array<Shard, kShards> m_shards;
-    std::atomic<uint32_t> m_nextShard{0};
-    std::atomic<size_t> m_size{0};
+    mutable std::mutex m_mutex;
+    std::unordered_map<uintptr_t, std::shared_ptr<Object>> m_objects;
+    uintptr_t m_next = kFirst;
     std::atomic<size_t> m_staleUses{0};
     std::atomic<size_t> m_staleCloses{0};
 };

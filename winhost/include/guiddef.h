@@ -10,8 +10,6 @@ typedef struct _GUID {
     unsigned short Data3;
     unsigned char Data4[8];
 } GUID;
-typedef GUID* LPGUID;
-typedef const GUID* LPCGUID;
 typedef const GUID& REFGUID;
 typedef GUID IID;
 typedef const IID& REFIID;

@@ -57,7 +57,7 @@ typedef struct _MIB_IPADDRROW {
     DWORD dwReasmSize;
     unsigned short unused1;
     unsigned short wType;
-} MIB_IPADDRROW, *PMIB_IPADDRROW;
+} MIB_IPADDRROW;
 
 typedef struct _MIB_IPADDRTABLE {
     DWORD dwNumEntries;

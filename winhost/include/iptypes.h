@@ -15,7 +15,7 @@
 
 typedef struct {
     char String[4 * 4];
-} IP_ADDRESS_STRING, *PIP_ADDRESS_STRING, IP_MASK_STRING, *PIP_MASK_STRING;
+} IP_ADDRESS_STRING, IP_MASK_STRING;
 
 typedef struct _IP_ADDR_STRING {
     struct _IP_ADDR_STRING* Next;
@@ -55,5 +55,5 @@ typedef struct {
     UINT EnableRouting;
     UINT EnableProxy;
     UINT EnableDns;
-} FIXED_INFO_W2KSP1, *PFIXED_INFO_W2KSP1;
+} FIXED_INFO_W2KSP1;
 typedef FIXED_INFO_W2KSP1 FIXED_INFO, *PFIXED_INFO;

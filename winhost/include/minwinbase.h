@@ -6,7 +6,7 @@ typedef struct _SECURITY_ATTRIBUTES {
     DWORD nLength;
     LPVOID lpSecurityDescriptor;
     BOOL bInheritHandle;
-} SECURITY_ATTRIBUTES, *PSECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
+} SECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
 
 // Internal is STATUS_PENDING, then the request's NTSTATUS; InternalHigh the bytes moved.
 typedef struct _OVERLAPPED {
@@ -31,4 +31,4 @@ typedef struct _SYSTEMTIME {
     WORD wMinute;
     WORD wSecond;
     WORD wMilliseconds;
-} SYSTEMTIME, *PSYSTEMTIME, *LPSYSTEMTIME;
+} SYSTEMTIME, *LPSYSTEMTIME;

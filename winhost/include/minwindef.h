@@ -17,27 +17,19 @@
 #define WINAPI
 #define CALLBACK
 
-typedef int BOOL, *PBOOL, *LPBOOL;
-typedef unsigned char BYTE, *PBYTE, *LPBYTE;
-typedef unsigned char UCHAR, *PUCHAR;
-typedef unsigned short WORD, *PWORD, *LPWORD;
-typedef unsigned short USHORT, *PUSHORT;
+typedef int BOOL, *LPBOOL;
+typedef unsigned char BYTE, *LPBYTE;
+typedef unsigned short WORD;
+typedef unsigned short USHORT;
 typedef uint32_t DWORD, *PDWORD, *LPDWORD;
 typedef uint32_t ULONG, *PULONG;
-typedef int INT, *PINT, *LPINT;
-typedef unsigned int UINT, *PUINT;
-typedef float FLOAT, *PFLOAT;
-typedef int32_t* LPLONG;
-typedef char* PSZ;
+typedef int INT;
+typedef unsigned int UINT;
 typedef void* LPVOID;
 typedef const void* LPCVOID;
 
 #include <winnt.h>
 
-typedef UINT_PTR WPARAM;
-typedef LONG_PTR LPARAM;
-typedef LONG_PTR LRESULT;
-typedef HANDLE* LPHANDLE;
 typedef INT_PTR(WINAPI* FARPROC)();
 
 #define MAKEWORD(a, b) ((WORD)(((BYTE)((DWORD_PTR)(a)&0xff)) | ((WORD)((BYTE)((DWORD_PTR)(b)&0xff))) << 8))
@@ -52,4 +44,4 @@ typedef HKEY* PHKEY;
 typedef struct _FILETIME {
     DWORD dwLowDateTime;
     DWORD dwHighDateTime;
-} FILETIME, *PFILETIME, *LPFILETIME;
+} FILETIME, *LPFILETIME;

@@ -25,4 +25,4 @@ typedef struct tagVARIANT {
             PVOID pRecInfo;
         };
     };
-} VARIANT, VARIANTARG, *LPVARIANT;
+} VARIANT, VARIANTARG;

@@ -38,7 +38,7 @@ typedef struct _PROCESS_INFORMATION {
     HANDLE hThread;
     DWORD dwProcessId;
     DWORD dwThreadId;
-} PROCESS_INFORMATION, *PPROCESS_INFORMATION, *LPPROCESS_INFORMATION;
+} PROCESS_INFORMATION, *LPPROCESS_INFORMATION;
 
 // A process of this PC, as CreateToolhelp32Snapshot lists them. Id 0 and those of no process fail with
 // ERROR_INVALID_PARAMETER. Any access is granted, and each later call looks whether what it needs is in it;

@@ -27,10 +27,9 @@ typedef struct _PROCESS_MEMORY_COUNTERS_EX {
     SIZE_T PagefileUsage;
     SIZE_T PeakPagefileUsage;
     SIZE_T PrivateUsage;
-} PROCESS_MEMORY_COUNTERS_EX, *PPROCESS_MEMORY_COUNTERS_EX;
+} PROCESS_MEMORY_COUNTERS_EX;
 
 // Of the calling process alone. WorkingSetSize is what is resident, PrivateUsage and PagefileUsage the part
-// of it that belongs to no file; the figures are at most 10 ms old, so that a log may ask for each of its
-// lines. The peaks are those of the figures seen. There is no paged pool here, and page faults are not
-// counted: these stay 0.
+// of it that belongs to no file; the figures are at most 10 ms old. There is no paged pool here, and page
+// faults and peaks are not kept: these stay 0.
 BOOL K32GetProcessMemoryInfo(HANDLE process, PPROCESS_MEMORY_COUNTERS counters, DWORD size);

@@ -31,10 +31,8 @@ void GetNativeSystemInfo(LPSYSTEM_INFO info);
 BOOL GetVersionExW(LPOSVERSIONINFOW information);
 
 typedef enum _COMPUTER_NAME_FORMAT {
-    ComputerNameNetBIOS,
-    ComputerNameDnsHostname,
-    ComputerNameDnsDomain,
-    ComputerNameDnsFullyQualified
+    ComputerNameNetBIOS = 0,
+    ComputerNameDnsDomain = 2
 } COMPUTER_NAME_FORMAT;
 
 // *size is the buffer's, and becomes the text's length, or with ERROR_MORE_DATA the size needed. A PC without

@@ -23,7 +23,6 @@ typedef struct tagPROCESSENTRY32 {
     DWORD dwFlags;
     CHAR szExeFile[MAX_PATH];
 } PROCESSENTRY32;
-typedef PROCESSENTRY32* PPROCESSENTRY32;
 typedef PROCESSENTRY32* LPPROCESSENTRY32;
 
 // INVALID_HANDLE_VALUE when it fails. Of what a snapshot can hold only the processes can be listed, and

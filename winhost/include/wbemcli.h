@@ -10,8 +10,7 @@ enum WBEM_GENERIC_FLAG_TYPE {
     WBEM_FLAG_RETURN_IMMEDIATELY = 0x10,
     WBEM_FLAG_FORWARD_ONLY = 0x20,
 };
-enum WBEM_TIMEOUT_TYPE { WBEM_NO_WAIT = 0, WBEM_INFINITE = -1 };
-enum CIMTYPE_ENUMERATION { CIM_UINT16 = 18, CIM_STRING = 8 };
+enum WBEM_TIMEOUT_TYPE { WBEM_INFINITE = -1 };
 
 enum WBEMSTATUS : HRESULT {
     WBEM_S_NO_ERROR = 0,
@@ -43,26 +42,26 @@ struct IWbemCallResult;
 struct IWbemServices;
 
 struct IWbemContext : public IUnknown {
-    // A text alone: WBEM_E_INVALID_PARAMETER for another type.
+    // "__Locale" as a text; all else gives WBEM_E_INVALID_PARAMETER.
     virtual HRESULT STDMETHODCALLTYPE SetValue(LPCWSTR wszName, LONG lFlags, VARIANT* pValue) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetValue(LPCWSTR wszName, LONG lFlags, VARIANT* pValue) = 0;
 };
 
 struct IWbemClassObject : public IUnknown {
-    // WBEM_E_NOT_FOUND for a property that the object hasn't. A number of 16 bits comes as VT_I4.
+    // WBEM_E_NOT_FOUND for a property that the object hasn't. A number of 16 bits comes as VT_I4. The type
+    // and the flavor are not told: both have to be null.
     virtual HRESULT STDMETHODCALLTYPE Get(LPCWSTR wszName, LONG lFlags, VARIANT* pVal, CIMTYPE* pType,
                                           LONG* plFlavor) = 0;
 };
 
 struct IEnumWbemClassObject : public IUnknown {
     // WBEM_S_FALSE when fewer than uCount were left. A class that the PC hasn't is told here, as
-    // WBEM_E_INVALID_CLASS, when the query was made with WBEM_FLAG_RETURN_IMMEDIATELY.
+    // WBEM_E_INVALID_CLASS.
     virtual HRESULT STDMETHODCALLTYPE Next(LONG lTimeout, ULONG uCount, IWbemClassObject** apObjects,
                                            ULONG* puReturned) = 0;
 };
 
 struct IWbemServices : public IUnknown {
-    // WQL, "SELECT * FROM" a class that the PC has (Win32_OperatingSystem: OSType, Version).
+    // WQL, "SELECT * FROM" a class that the PC has (Win32_OperatingSystem: OSType, Version), with both flags.
     // WBEM_E_ACCESS_DENIED unless the proxy lets WMI impersonate the caller.
     virtual HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, LONG lFlags,
                                                 IWbemContext* pCtx, IEnumWbemClassObject** ppEnum) = 0;

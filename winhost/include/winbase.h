@@ -154,7 +154,7 @@ typedef struct _TIME_ZONE_INFORMATION {
     WCHAR DaylightName[32];
     SYSTEMTIME DaylightDate;
     LONG DaylightBias;
-} TIME_ZONE_INFORMATION, *PTIME_ZONE_INFORMATION, *LPTIME_ZONE_INFORMATION;
+} TIME_ZONE_INFORMATION, *LPTIME_ZONE_INFORMATION;
 
 void GetLocalTime(LPSYSTEMTIME time);
 // The PC's steady clock: units of 100 ns since it was started.

@@ -19,26 +19,18 @@ typedef int32_t LONG;
 typedef wchar_t WCHAR;
 typedef long long LONGLONG;
 typedef unsigned long long ULONGLONG;
-typedef ULONGLONG DWORDLONG;
 typedef BYTE BOOLEAN;
 
 typedef void* PVOID;
-typedef CHAR *PCHAR, *LPCH, *PCH, *NPSTR, *LPSTR, *PSTR;
-typedef const CHAR *LPCCH, *PCCH, *LPCSTR, *PCSTR;
-typedef WCHAR *PWCHAR, *LPWCH, *PWCH, *NWPSTR, *LPWSTR, *PWSTR;
-typedef const WCHAR *LPCWCH, *PCWCH, *LPCWSTR, *PCWSTR;
-typedef SHORT* PSHORT;
-typedef LONG* PLONG;
-typedef LONGLONG* PLONGLONG;
-typedef ULONGLONG* PULONGLONG;
-typedef BOOLEAN* PBOOLEAN;
+typedef CHAR* LPSTR;
+typedef const CHAR *LPCSTR, *PCSTR;
+typedef const WCHAR* LPCWSTR;
 
 typedef void* HANDLE;
 typedef HANDLE* PHANDLE;
 typedef LONG HRESULT;
 typedef DWORD ACCESS_MASK;
 typedef ACCESS_MASK REGSAM;
-typedef DWORD LCID;
 typedef WORD LANGID;
 
 typedef union _LARGE_INTEGER {
@@ -47,7 +39,7 @@ typedef union _LARGE_INTEGER {
         LONG HighPart;
     } u;
     LONGLONG QuadPart;
-} LARGE_INTEGER, *PLARGE_INTEGER;
+} LARGE_INTEGER;
 
 typedef union _ULARGE_INTEGER {
     struct {
@@ -59,7 +51,7 @@ typedef union _ULARGE_INTEGER {
         DWORD HighPart;
     } u;
     ULONGLONG QuadPart;
-} ULARGE_INTEGER, *PULARGE_INTEGER;
+} ULARGE_INTEGER;
 
 #define DELETE (0x00010000L)
 #define READ_CONTROL (0x00020000L)
@@ -135,7 +127,7 @@ typedef PVOID PSID;
 // ---- security descriptors ----
 
 typedef PVOID PSECURITY_DESCRIPTOR;
-typedef WORD SECURITY_DESCRIPTOR_CONTROL, *PSECURITY_DESCRIPTOR_CONTROL;
+typedef WORD SECURITY_DESCRIPTOR_CONTROL;
 typedef struct _ACL {
     BYTE AclRevision;
     BYTE Sbz1;
@@ -161,7 +153,7 @@ typedef struct _SECURITY_DESCRIPTOR {
     PSID Group;
     PACL Sacl;
     PACL Dacl;
-} SECURITY_DESCRIPTOR, *PISECURITY_DESCRIPTOR;
+} SECURITY_DESCRIPTOR;
 // In one block of memory, with offsets from its start.
 typedef struct _SECURITY_DESCRIPTOR_RELATIVE {
     BYTE Revision;
@@ -201,7 +193,7 @@ typedef struct _OSVERSIONINFOW {
     DWORD dwBuildNumber;
     DWORD dwPlatformId;
     WCHAR szCSDVersion[128];
-} OSVERSIONINFOW, *POSVERSIONINFOW, *LPOSVERSIONINFOW, RTL_OSVERSIONINFOW, *PRTL_OSVERSIONINFOW;
+} OSVERSIONINFOW, *LPOSVERSIONINFOW, RTL_OSVERSIONINFOW, *PRTL_OSVERSIONINFOW;
 #define VER_PLATFORM_WIN32_NT 2
 
 #define PROCESSOR_ARCHITECTURE_INTEL 0
@@ -216,7 +208,7 @@ typedef struct _LUID {
 typedef struct _LUID_AND_ATTRIBUTES {
     LUID Luid;
     DWORD Attributes;
-} LUID_AND_ATTRIBUTES, *PLUID_AND_ATTRIBUTES;
+} LUID_AND_ATTRIBUTES;
 #ifndef ANYSIZE_ARRAY
 #define ANYSIZE_ARRAY 1
 #endif
@@ -250,28 +242,15 @@ typedef enum _SECURITY_IMPERSONATION_LEVEL {
     SecurityIdentification,
     SecurityImpersonation,
     SecurityDelegation
-} SECURITY_IMPERSONATION_LEVEL,
-    *PSECURITY_IMPERSONATION_LEVEL;
+} SECURITY_IMPERSONATION_LEVEL;
 
 typedef enum _TOKEN_TYPE { TokenPrimary = 1, TokenImpersonation } TOKEN_TYPE;
-typedef TOKEN_TYPE* PTOKEN_TYPE;
 
-// Up to the last that a call here takes.
 typedef enum _TOKEN_INFORMATION_CLASS {
     TokenUser = 1,
-    TokenGroups,
-    TokenPrivileges,
-    TokenOwner,
-    TokenPrimaryGroup,
-    TokenDefaultDacl,
-    TokenSource,
-    TokenType,
-    TokenImpersonationLevel,
-    TokenStatistics,
-    TokenRestrictedSids,
-    TokenSessionId
-} TOKEN_INFORMATION_CLASS,
-    *PTOKEN_INFORMATION_CLASS;
+    TokenOwner = 4,
+    TokenSessionId = 12
+} TOKEN_INFORMATION_CLASS;
 
 typedef struct _SID_AND_ATTRIBUTES {
     PSID Sid;
@@ -290,22 +269,12 @@ typedef struct _TOKEN_USER {
 
 // ---- power ----
 
-typedef enum _SYSTEM_POWER_STATE {
-    PowerSystemUnspecified = 0,
-    PowerSystemWorking = 1,
-    PowerSystemSleeping1 = 2,
-    PowerSystemSleeping2 = 3,
-    PowerSystemSleeping3 = 4,
-    PowerSystemHibernate = 5,
-    PowerSystemShutdown = 6,
-    PowerSystemMaximum = 7
-} SYSTEM_POWER_STATE,
-    *PSYSTEM_POWER_STATE;
+typedef enum _SYSTEM_POWER_STATE { PowerSystemUnspecified = 0 } SYSTEM_POWER_STATE;
 
 typedef struct {
     DWORD Granularity;
     DWORD Capacity;
-} BATTERY_REPORTING_SCALE, *PBATTERY_REPORTING_SCALE;
+} BATTERY_REPORTING_SCALE;
 
 // Older headers have three spare bytes where newer ones name Hiberboot and the two behind it.
 typedef struct {

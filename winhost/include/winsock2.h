@@ -39,7 +39,7 @@ typedef struct in_addr {
         } S_un_w;
         u_long S_addr;
     } S_un;
-} IN_ADDR, *PIN_ADDR, *LPIN_ADDR;
+} IN_ADDR;
 #define s_addr S_un.S_addr
 
 struct sockaddr {
@@ -52,8 +52,6 @@ struct sockaddr_in {
     struct in_addr sin_addr;
     char sin_zero[8];
 };
-typedef struct sockaddr SOCKADDR, *PSOCKADDR, *LPSOCKADDR;
-typedef struct sockaddr_in SOCKADDR_IN, *PSOCKADDR_IN, *LPSOCKADDR_IN;
 
 #define AF_UNSPEC 0
 #define AF_INET 2
@@ -76,11 +74,7 @@ typedef struct sockaddr_in SOCKADDR_IN, *PSOCKADDR_IN, *LPSOCKADDR_IN;
 #define WSAEINVAL 10022L
 #define WSAEMFILE 10024L
 #define WSAEWOULDBLOCK 10035L
-#define WSAEALREADY 10037L
 #define WSAENOTSOCK 10038L
-#define WSAEDESTADDRREQ 10039L
-#define WSAEMSGSIZE 10040L
-#define WSAEPROTOTYPE 10041L
 #define WSAEPROTONOSUPPORT 10043L
 #define WSAESOCKTNOSUPPORT 10044L
 #define WSAEOPNOTSUPP 10045L
@@ -97,7 +91,6 @@ typedef struct sockaddr_in SOCKADDR_IN, *PSOCKADDR_IN, *LPSOCKADDR_IN;
 #define WSAESHUTDOWN 10058L
 #define WSAETIMEDOUT 10060L
 #define WSAECONNREFUSED 10061L
-#define WSAEHOSTDOWN 10064L
 #define WSAEHOSTUNREACH 10065L
 #define WSASYSNOTREADY 10091L
 #define WSAVERNOTSUPPORTED 10092L

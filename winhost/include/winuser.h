@@ -18,12 +18,9 @@
 // 0 for a metric that the PC does not have; the call has no error to tell.
 int GetSystemMetrics(int index);
 
-#define EWX_LOGOFF 0x00000000
 #define EWX_SHUTDOWN 0x00000001
-#define EWX_REBOOT 0x00000002
 #define EWX_FORCE 0x00000004
-#define EWX_POWEROFF 0x00000008
 
-// Recorded by the PC, as InitiateSystemShutdownExA is, with the same privilege. A logoff has no session to
-// end: ERROR_NOT_SUPPORTED.
+// Recorded by the PC, as InitiateSystemShutdownExA is, with the same privilege.
+// EWX_SHUTDOWN with EWX_FORCE alone: other flags fail with ERROR_NOT_SUPPORTED.
 BOOL ExitWindowsEx(UINT flags, DWORD reason);

@@ -14,8 +14,7 @@
 typedef enum _WLAN_NOTIFICATION_ACM {
     wlan_notification_acm_connection_complete = 10,
     wlan_notification_acm_disconnected = 21
-} WLAN_NOTIFICATION_ACM,
-    *PWLAN_NOTIFICATION_ACM;
+} WLAN_NOTIFICATION_ACM;
 
 typedef enum _WLAN_INTERFACE_STATE {
     wlan_interface_state_not_ready = 0,
@@ -26,8 +25,7 @@ typedef enum _WLAN_INTERFACE_STATE {
     wlan_interface_state_associating = 5,
     wlan_interface_state_discovering = 6,
     wlan_interface_state_authenticating = 7
-} WLAN_INTERFACE_STATE,
-    *PWLAN_INTERFACE_STATE;
+} WLAN_INTERFACE_STATE;
 
 typedef struct _WLAN_NOTIFICATION_DATA {
     DWORD NotificationSource;
@@ -44,7 +42,7 @@ typedef struct _WLAN_INTERFACE_INFO {
     GUID InterfaceGuid;
     WCHAR strInterfaceDescription[256];
     WLAN_INTERFACE_STATE isState;
-} WLAN_INTERFACE_INFO, *PWLAN_INTERFACE_INFO;
+} WLAN_INTERFACE_INFO;
 typedef struct _WLAN_INTERFACE_INFO_LIST {
     DWORD dwNumberOfItems;
     DWORD dwIndex;

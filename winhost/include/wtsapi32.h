@@ -9,18 +9,7 @@
 #define WTS_CURRENT_SERVER_HANDLE ((HANDLE)NULL)
 #define WTS_CURRENT_SESSION ((DWORD)-1)
 
-typedef enum _WTS_CONNECTSTATE_CLASS {
-    WTSActive,
-    WTSConnected,
-    WTSConnectQuery,
-    WTSShadow,
-    WTSDisconnected,
-    WTSIdle,
-    WTSListen,
-    WTSReset,
-    WTSDown,
-    WTSInit
-} WTS_CONNECTSTATE_CLASS;
+typedef enum _WTS_CONNECTSTATE_CLASS { WTSActive = 0, WTSDisconnected = 4 } WTS_CONNECTSTATE_CLASS;
 
 typedef enum _WTS_INFO_CLASS {
     WTSUserName = 5,
@@ -53,16 +42,16 @@ typedef struct _WTSINFOEX_LEVEL1_A {
     DWORD OutgoingFrames;
     DWORD IncomingCompressedBytes;
     DWORD OutgoingCompressedBytes;
-} WTSINFOEX_LEVEL1_A, *PWTSINFOEX_LEVEL1_A;
+} WTSINFOEX_LEVEL1_A;
 
 typedef union _WTSINFOEX_LEVEL_A {
     WTSINFOEX_LEVEL1_A WTSInfoExLevel1;
-} WTSINFOEX_LEVEL_A, *PWTSINFOEX_LEVEL_A;
+} WTSINFOEX_LEVEL_A;
 
 typedef struct _WTSINFOEXA {
     DWORD Level;
     WTSINFOEX_LEVEL_A Data;
-} WTSINFOEXA, *PWTSINFOEXA;
+} WTSINFOEXA;
 
 // WTSSessionInfoEx alone (ERROR_NOT_SUPPORTED): a WTSINFOEXA of level 1 with the session's id, its state, its
 // station's name, the time now and, for the console's session, whether its desktop is locked; all else is 0.

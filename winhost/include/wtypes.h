@@ -4,13 +4,11 @@
 #include <minwindef.h>
 
 typedef WCHAR OLECHAR;
-typedef OLECHAR* LPOLESTR;
-typedef const OLECHAR* LPCOLESTR;
 typedef OLECHAR* BSTR;  // its length stands ahead of the text
 typedef SHORT VARIANT_BOOL;
 typedef unsigned short VARTYPE;
 
-enum VARENUM { VT_EMPTY = 0, VT_NULL = 1, VT_I2 = 2, VT_I4 = 3, VT_BSTR = 8, VT_BOOL = 11 };
+enum VARENUM { VT_EMPTY = 0, VT_I4 = 3, VT_BSTR = 8 };
 
 typedef enum tagCLSCTX {
     CLSCTX_INPROC_SERVER = 0x1,

@@ -1,6 +1,7 @@
 #include "winhost/io/CompletionPort.h"
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/io/FileObject.h"
 
 namespace winhost {
@@ -51,6 +52,7 @@ void CompletionPort::OnClose() {
 }  // namespace winhost
 
 using winhost::CompletionPort;
+using winhost::Fail;
 using winhost::HandleTable;
 using winhost::OverlappedFile;
 
@@ -58,15 +60,10 @@ HANDLE CreateIoCompletionPort(HANDLE file, HANDLE existingPort, ULONG_PTR key, D
     WINHOST_GATE("CreateIoCompletionPort", nullptr);
     HandleTable& table = HandleTable::Instance();
     const auto object = table.Find<OverlappedFile>(file);
-    if (!object || existingPort) {
-        SetLastError(existingPort ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
+    if (!object || existingPort)
+        return Fail(existingPort ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE, nullptr);
     const auto port = std::make_shared<CompletionPort>();
-    if (!object->Associate(port, key)) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (!object->Associate(port, key)) return Fail(ERROR_INVALID_PARAMETER, nullptr);
     const HANDLE handle = table.Add(port);
     if (!handle) SetLastError(ERROR_NO_SYSTEM_RESOURCES);
     return handle;
@@ -80,14 +77,10 @@ BOOL GetQueuedCompletionStatus(HANDLE port, LPDWORD bytesMoved, ULONG_PTR* key, 
     CompletionPort::Packet packet;
     const DWORD failure = object ? object->Take(winhost::Clock::Instance().DeadlineIn(milliseconds), packet)
                                  : static_cast<DWORD>(ERROR_INVALID_HANDLE);
-    if (failure != ERROR_SUCCESS) {
-        SetLastError(failure);
-        return FALSE;
-    }
+    if (failure != ERROR_SUCCESS) return Fail(failure);
     *bytesMoved = packet.bytes;
     *key = packet.key;
     *overlapped = packet.overlapped;
     if (packet.error == ERROR_SUCCESS) return TRUE;
-    SetLastError(packet.error);
-    return FALSE;
+    return Fail(packet.error);
 }

@@ -2,6 +2,7 @@
 #include <atomic>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/files/DiskFile.h"
 #include "winhost/io/FileObject.h"
 #include "winhost/io/MailboxDevice.h"
@@ -11,6 +12,7 @@
 
 using winhost::Clock;
 using winhost::Event;
+using winhost::Fail;
 using winhost::FileObject;
 using winhost::HandleTable;
 using winhost::OverlappedFile;
@@ -40,8 +42,7 @@ DWORD Open(const std::string& name, DWORD access, DWORD flags, std::shared_ptr<F
 BOOL Answer(DWORD result, LPDWORD bytes) {
     if (bytes) *bytes = 0;
     if (result == ERROR_SUCCESS) return TRUE;
-    SetLastError(result);
-    return FALSE;
+    return Fail(result);
 }
 
 // For a handle of a kind that doesn't know the request.
@@ -145,8 +146,7 @@ BOOL GetOverlappedResult(HANDLE, LPOVERLAPPED overlapped, LPDWORD bytesMoved, BO
     *bytesMoved = static_cast<DWORD>(overlapped->InternalHigh);
     const DWORD error = winhost::ErrorOf(status.load(std::memory_order_relaxed));
     if (error == ERROR_SUCCESS) return TRUE;
-    SetLastError(error);
-    return FALSE;
+    return Fail(error);
 }
 
 BOOL CancelIoEx(HANDLE handle, LPOVERLAPPED overlapped) {

@@ -1,8 +1,13 @@
 #include "winhost/io/MailboxDevice.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <strings.h>
 
-#include "winhost/io/LinkSocket.h"
+#include <charconv>
+#include <string_view>
+
+#include "testbed/Sockets.h"
 #include "winhost/io/MailboxHandle.h"
 #include "winhost/pc/Pc.h"
 
@@ -10,8 +15,27 @@ namespace winhost {
 
 namespace {
 
+// The largest message and its header fit, so that a request seldom finds the socket full.
+constexpr int kSendBuffer = 1 << 20;
+
+testbed::Descriptor ConnectTcp(std::string_view port) {
+    uint16_t number = 0;
+    const auto parsed = std::from_chars(port.data(), port.data() + port.size(), number);
+    if (parsed.ec != std::errc() || parsed.ptr != port.data() + port.size()) return {};
+    testbed::Descriptor socket = testbed::ConnectTcp(number);
+    const int on = 1;
+    if (socket) setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    return socket;
+}
+
 testbed::Descriptor ConnectToFirmware() {
-    return testbed::Descriptor(ConnectLink(Pc::Instance().Description().mailbox));
+    constexpr std::string_view kUnix = "unix:", kTcp = "tcp:127.0.0.1:";
+    const std::string address = Pc::Instance().Get(&PcDescription::mailbox);
+    testbed::Descriptor socket;
+    if (address.starts_with(kUnix)) socket = testbed::ConnectUnix(address.substr(kUnix.size()));
+    if (address.starts_with(kTcp)) socket = ConnectTcp(std::string_view(address).substr(kTcp.size()));
+    if (socket) setsockopt(socket.Get(), SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
+    return socket;
 }
 
 }  // namespace

@@ -9,8 +9,10 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/HandleTable.h"
+#include "winhost/core/Results.h"
 #include "winhost/io/MailboxDevice.h"
 
+using winhost::Fail;
 using winhost::HandleTable;
 
 namespace {
@@ -24,27 +26,19 @@ struct DeviceInfoSet : winhost::Object {
     std::vector<std::string> paths;
 };
 
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
 }  // namespace
 
 HDEVINFO SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND, DWORD flags) {
     WINHOST_GATE("SetupDiGetClassDevsA", INVALID_HANDLE_VALUE);
-    if (!classGuid || enumerator || flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE)) {
-        SetLastError(classGuid ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
-        return INVALID_HANDLE_VALUE;
-    }
+    if (!classGuid || enumerator || flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
+        return Fail(classGuid ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     const auto set = std::make_shared<DeviceInfoSet>();
     set->interfaceClass = *classGuid;
     if (*classGuid == kMailboxClass && winhost::MailboxDevice::Instance().IsPresent())
         set->paths.emplace_back(winhost::MailboxDevice::kPath);
     const HANDLE handle = HandleTable::Instance().Add(set);
     if (handle) return handle;
-    SetLastError(ERROR_NO_SYSTEM_RESOURCES);
-    return INVALID_HANDLE_VALUE;
+    return Fail(ERROR_NO_SYSTEM_RESOURCES, INVALID_HANDLE_VALUE);
 }
 
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device, const GUID* interfaceClass,

@@ -1,6 +1,7 @@
 #include "winhost/kernel/Event.h"
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 
 namespace winhost {
 
@@ -53,14 +54,12 @@ Event::Taken Event::TryTake() {
 }  // namespace winhost
 
 using winhost::Event;
+using winhost::Fail;
 using winhost::HandleTable;
 
 HANDLE CreateEventA(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, LPCSTR name) {
     WINHOST_GATE("CreateEventA", nullptr);
-    if (name) {
-        SetLastError(ERROR_NOT_SUPPORTED);
-        return nullptr;
-    }
+    if (name) return Fail(ERROR_NOT_SUPPORTED, nullptr);
     const HANDLE handle = HandleTable::Instance().Add(std::make_shared<Event>(manualReset, initialState));
     SetLastError(handle ? ERROR_SUCCESS : ERROR_NO_SYSTEM_RESOURCES);
     return handle;
@@ -69,10 +68,7 @@ HANDLE CreateEventA(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, 
 BOOL SetEvent(HANDLE handle) {
     WINHOST_GATE("SetEvent", FALSE);
     const auto event = HandleTable::Instance().Find<Event>(handle);
-    if (!event) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
+    if (!event) return Fail(ERROR_INVALID_HANDLE);
     event->Set();
     return TRUE;
 }
@@ -80,10 +76,7 @@ BOOL SetEvent(HANDLE handle) {
 BOOL ResetEvent(HANDLE handle) {
     WINHOST_GATE("ResetEvent", FALSE);
     const auto event = HandleTable::Instance().Find<Event>(handle);
-    if (!event) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
+    if (!event) return Fail(ERROR_INVALID_HANDLE);
     event->Reset();
     return TRUE;
 }

@@ -6,6 +6,9 @@
 #include <winnls.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
+
+using winhost::Fail;
 
 namespace {
 
@@ -49,22 +52,17 @@ bool IsOwnLanguage(DWORD language) {
     return language == 0 || language == MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT) || language == kEnglish;
 }
 
-DWORD Refuse(DWORD error) {
-    SetLastError(error);
-    return 0;
-}
-
 }  // namespace
 
 DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD number, DWORD language, LPSTR buffer, DWORD size, va_list*) {
     WINHOST_GATE("FormatMessageA", 0);
-    if (!buffer) return Refuse(ERROR_INVALID_PARAMETER);
-    if (flags != kAnswered) return Refuse(ERROR_NOT_SUPPORTED);
-    if (!IsOwnLanguage(language)) return Refuse(ERROR_RESOURCE_LANG_NOT_FOUND);
+    if (!buffer) return Fail(ERROR_INVALID_PARAMETER, DWORD{0});
+    if (flags != kAnswered) return Fail(ERROR_NOT_SUPPORTED, DWORD{0});
+    if (!IsOwnLanguage(language)) return Fail(ERROR_RESOURCE_LANG_NOT_FOUND, DWORD{0});
     const char* line = TextOf(number);
-    if (!line) return Refuse(ERROR_MR_MID_NOT_FOUND);
+    if (!line) return Fail(ERROR_MR_MID_NOT_FOUND, DWORD{0});
     const std::string text = std::string(line) + "\r\n";
-    if (size <= text.size()) return Refuse(ERROR_INSUFFICIENT_BUFFER);
+    if (size <= text.size()) return Fail(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
     std::memcpy(buffer, text.c_str(), text.size() + 1);
     return static_cast<DWORD>(text.size());
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/core/WaitableObject.h"
 
 namespace winhost {
@@ -98,15 +99,13 @@ void Mutex::AbandonAll(void* first) {
 
 }  // namespace winhost
 
+using winhost::Fail;
 using winhost::HandleTable;
 using winhost::Mutex;
 
 HANDLE CreateMutexA(LPSECURITY_ATTRIBUTES, BOOL initialOwner, LPCSTR name) {
     WINHOST_GATE("CreateMutexA", nullptr);
-    if (name) {
-        SetLastError(ERROR_NOT_SUPPORTED);
-        return nullptr;
-    }
+    if (name) return Fail(ERROR_NOT_SUPPORTED, nullptr);
     const auto mutex = std::make_shared<Mutex>();
     if (initialOwner) mutex->Wait({});
     const HANDLE handle = HandleTable::Instance().Add(mutex);
@@ -118,9 +117,6 @@ HANDLE CreateMutexA(LPSECURITY_ATTRIBUTES, BOOL initialOwner, LPCSTR name) {
 BOOL ReleaseMutex(HANDLE handle) {
     WINHOST_GATE("ReleaseMutex", FALSE);
     const auto mutex = HandleTable::Instance().Find<Mutex>(handle);
-    if (!mutex || !mutex->Release()) {
-        SetLastError(mutex ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
+    if (!mutex || !mutex->Release()) return Fail(mutex ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE);
     return TRUE;
 }

@@ -8,8 +8,10 @@
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
 
+using winhost::Fail;
 using winhost::Pc;
 
 namespace {
@@ -29,15 +31,12 @@ void GetNativeSystemInfo(LPSYSTEM_INFO info) {
 
 BOOL GetComputerNameExA(COMPUTER_NAME_FORMAT nameType, LPSTR buffer, LPDWORD size) {
     WINHOST_GATE("GetComputerNameExA", FALSE);
-    if (!size || nameType != ComputerNameDnsDomain) {
-        SetLastError(size ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
+    if (!size || nameType != ComputerNameDnsDomain)
+        return Fail(size ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
     const std::string name = Pc::Instance().Description().dnsDomain;
     if (!buffer || *size <= name.size()) {
         *size = static_cast<DWORD>(name.size() + 1);
-        SetLastError(ERROR_MORE_DATA);
-        return FALSE;
+        return Fail(ERROR_MORE_DATA);
     }
     std::memcpy(buffer, name.c_str(), name.size() + 1);
     *size = static_cast<DWORD>(name.size());

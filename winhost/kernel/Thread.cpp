@@ -9,6 +9,7 @@
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/core/WaitableObject.h"
 
 namespace winhost {
@@ -39,22 +40,17 @@ bool IsThread(HANDLE handle) {
 
 }  // namespace winhost
 
+using winhost::Fail;
 using winhost::HandleTable;
 using winhost::Thread;
 
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID parameter,
                     DWORD flags, LPDWORD threadId) {
     WINHOST_GATE("CreateThread", nullptr);
-    if (!routine || flags != 0) {
-        SetLastError(routine ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (!routine || flags != 0) return Fail(routine ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER, nullptr);
     const auto thread = std::make_shared<Thread>();
     const HANDLE handle = HandleTable::Instance().Add(thread);
-    if (!handle) {
-        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
-        return nullptr;
-    }
+    if (!handle) return Fail(ERROR_NO_SYSTEM_RESOURCES, nullptr);
     std::promise<DWORD> id;
     std::future<DWORD> started = id.get_future();
     try {
@@ -65,8 +61,7 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routin
         }).detach();
     } catch (const std::system_error&) {
         HandleTable::Instance().Close<Thread>(handle);
-        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
-        return nullptr;
+        return Fail(ERROR_NO_SYSTEM_RESOURCES, nullptr);
     }
     if (threadId) *threadId = started.get();
     return handle;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <type_traits>
 
 #include <winbase.h>
 
@@ -9,10 +10,10 @@
 #include "winhost/core/Gate.h"
 #include "winhost/kernel/ZoneRules.h"
 #include "testbed/Utf8.h"
-#include "winhost/pc/Cached.h"
 #include "winhost/pc/Pc.h"
 
 using winhost::Clock;
+using winhost::Pc;
 
 namespace {
 
@@ -31,23 +32,35 @@ struct Zone {
     TIME_ZONE_INFORMATION information;
 };
 
-// Asked for by every line of a log, and so kept in the form of the answer.
+Zone ZoneOf(const winhost::PcDescription& pc) {
+    Zone zone{winhost::RulesOf(pc), {}};
+    TIME_ZONE_INFORMATION& information = zone.information;
+    information.Bias = pc.timeZoneBiasMinutes;
+    if (zone.rules.HasSummerTime()) {
+        information.DaylightBias = zone.rules.daylightBiasMinutes;
+        information.DaylightDate = TransitionDate(zone.rules.daylightStart);
+        information.StandardDate = TransitionDate(zone.rules.standardStart);
+    }
+    const std::wstring name = testbed::FromUtf8(pc.timeZoneName);
+    const size_t length = std::min(name.size(), std::size(information.StandardName) - 1);
+    std::copy_n(name.begin(), length, information.StandardName);
+    std::copy_n(name.begin(), length, information.DaylightName);
+    return zone;
+}
+
+// Each line of a log asks for it: a thread keeps the answer until the description changes. The main thread
+// asks also while the process ends, when only those of its thread_locals are left that need no destructor.
 const Zone& LocalZone() {
-    return winhost::CachedFromPc<Zone>([](const winhost::PcDescription& pc) {
-        Zone zone{winhost::RulesOf(pc), {}};
-        TIME_ZONE_INFORMATION& information = zone.information;
-        information.Bias = pc.timeZoneBiasMinutes;
-        if (zone.rules.HasSummerTime()) {
-            information.DaylightBias = zone.rules.daylightBiasMinutes;
-            information.DaylightDate = TransitionDate(zone.rules.daylightStart);
-            information.StandardDate = TransitionDate(zone.rules.standardStart);
-        }
-        const std::wstring name = testbed::FromUtf8(pc.timeZoneName);
-        const size_t length = std::min(name.size(), std::size(information.StandardName) - 1);
-        std::copy_n(name.begin(), length, information.StandardName);
-        std::copy_n(name.begin(), length, information.DaylightName);
-        return zone;
-    });
+    static_assert(std::is_trivially_destructible_v<Zone>);
+    thread_local uint64_t revision = 0;
+    thread_local Zone zone{};
+    const Pc& pc = Pc::Instance();
+    // Read first: a change that comes between is noticed by the next call.
+    if (const uint64_t now = pc.Revision(); now != revision) {
+        zone = pc.Get(ZoneOf);
+        revision = now;
+    }
+    return zone;
 }
 
 constexpr int64_t kTicksPerSecond = 10'000'000;

@@ -3,9 +3,11 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/core/WaitableObject.h"
 
 using winhost::Clock;
+using winhost::Fail;
 using winhost::HandleTable;
 using winhost::WaitableObject;
 
@@ -32,17 +34,13 @@ void SetLastError(DWORD error) {
 BOOL CloseHandle(HANDLE handle) {
     WINHOST_GATE("CloseHandle", FALSE);
     if (IsPseudoHandle(handle) || HandleTable::Instance().CloseKernelObject(handle)) return TRUE;
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+    return Fail(ERROR_INVALID_HANDLE);
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     WINHOST_GATE("WaitForSingleObject", WAIT_FAILED);
     const auto object = HandleTable::Instance().Find<WaitableObject>(handle);
-    if (!object) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return WAIT_FAILED;
-    }
+    if (!object) return Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
     return object->Wait(Clock::Instance().DeadlineIn(milliseconds));
 }
 

@@ -7,7 +7,6 @@
 
 namespace winhost {
 
-// Trivially destructible, so that a thread can keep a copy of it.
 struct ZoneRules {
     int32_t biasMinutes = 0;  // UTC = local + bias, in winter
     int32_t daylightBiasMinutes = 0;

@@ -2,11 +2,10 @@
 #include <winsock2.h>
 
 #include <bit>
-#include <cctype>
 #include <cstdio>
-#include <cstdlib>
 
 #include "winhost/core/Gate.h"
+#include "winhost/net/NetworkSource.h"
 
 static_assert(std::endian::native == std::endian::little);
 
@@ -30,29 +29,11 @@ u_long ntohl(u_long netlong) {
     return __builtin_bswap32(netlong);
 }
 
-// "a", "a.b", "a.b.c" or "a.b.c.d": the last number fills all bytes that remain.
 u_long inet_addr(const char* cp) {
     WINHOST_GATE_PASS("inet_addr");
     if (!cp) return INADDR_NONE;
     if (cp[0] == ' ' && cp[1] == '\0') return INADDR_ANY;
-    u_long bytes = 0;
-    for (int parts = 0;; ++parts) {
-        if (parts == 4 || !std::isdigit(static_cast<unsigned char>(*cp))) return INADDR_NONE;
-        char* end;
-        const unsigned long long value = std::strtoull(cp, &end, 0);
-        const bool last = *end != '.';
-        if (last) {
-            const int remainingBits = 8 * (4 - parts);
-            const bool ended = *end == '\0' || std::isspace(static_cast<unsigned char>(*end));
-            if (!ended || value >> remainingBits) return INADDR_NONE;
-            const unsigned long long shifted =
-                parts == 0 ? 0 : static_cast<unsigned long long>(bytes) << remainingBits;
-            return __builtin_bswap32(static_cast<u_long>(shifted | value));
-        }
-        if (value > 0xFF) return INADDR_NONE;
-        bytes = bytes << 8 | static_cast<u_long>(value);
-        cp = end + 1;
-    }
+    return winhost::ParseAddress(cp).value_or(INADDR_NONE);
 }
 
 char* inet_ntoa(in_addr in) {

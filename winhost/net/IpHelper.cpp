@@ -8,11 +8,13 @@
 #include <vector>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/net/IpFields.h"
 #include "winhost/net/NetworkSource.h"
 
 using winhost::Adapter;
 using winhost::AdapterAddress;
+using winhost::Fail;
 using winhost::Put;
 
 namespace {
@@ -76,7 +78,7 @@ ULONG GetAdaptersInfo(PIP_ADAPTER_INFO AdapterInfo, PULONG SizePointer) {
     if (!SizePointer) return ERROR_INVALID_PARAMETER;
     return winhost::Guarded([&]() -> DWORD {
         const auto adapters = winhost::Adapters();
-        const auto listed = Listed(*adapters);
+        const auto listed = Listed(adapters);
         if (listed.empty()) return ERROR_NO_DATA;
         size_t needed = listed.size() * sizeof(IP_ADAPTER_INFO);
         for (const Adapter* adapter : listed)
@@ -119,10 +121,7 @@ DWORD GetNetworkParams(PFIXED_INFO pFixedInfo, PULONG pOutBufLen) {
 
 BOOL InternetGetConnectedState(LPDWORD lpdwFlags, DWORD dwReserved) {
     WINHOST_GATE("InternetGetConnectedState", FALSE);
-    if (dwReserved != 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
+    if (dwReserved != 0) return Fail(ERROR_INVALID_PARAMETER);
     const auto described = winhost::Pc::Instance().Description().connectedFlags;
     bool connected = described && *described != 0;
     if (!described) {
@@ -130,10 +129,7 @@ BOOL InternetGetConnectedState(LPDWORD lpdwFlags, DWORD dwReserved) {
             connected = winhost::HasWayOut();
             return ERROR_SUCCESS;
         });
-        if (error != ERROR_SUCCESS) {
-            SetLastError(error);
-            return FALSE;
-        }
+        if (error != ERROR_SUCCESS) return Fail(error);
     }
     if (lpdwFlags) *lpdwFlags = described ? *described : connected ? kLanByDefault : INTERNET_RAS_INSTALLED;
     if (!connected) SetLastError(ERROR_NOT_CONNECTED);

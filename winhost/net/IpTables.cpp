@@ -85,7 +85,7 @@ DWORD GetIpAddrTable(PMIB_IPADDRTABLE pIpAddrTable, PULONG pdwSize, BOOL bOrder)
     WINHOST_GATE_CODE("GetIpAddrTable");
     if (!pdwSize) return ERROR_INVALID_PARAMETER;
     return winhost::Guarded([&] {
-        auto rows = AddressRows(*winhost::Adapters());
+        auto rows = AddressRows(winhost::Adapters());
         if (bOrder) {
             std::stable_sort(rows.begin(), rows.end(), [](const MIB_IPADDRROW& a, const MIB_IPADDRROW& b) {
                 return std::lexicographical_compare(
@@ -101,7 +101,7 @@ DWORD GetIfTable(PMIB_IFTABLE pIfTable, PULONG pdwSize, BOOL bOrder) {
     WINHOST_GATE_CODE("GetIfTable");
     if (!pdwSize) return ERROR_INVALID_PARAMETER;
     return winhost::Guarded([&] {
-        auto rows = InterfaceRows(*winhost::Adapters());
+        auto rows = InterfaceRows(winhost::Adapters());
         if (bOrder) {
             std::stable_sort(rows.begin(), rows.end(),
                              [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <mutex>
 
 #include "winhost/net/Machine.h"
 
@@ -35,33 +34,18 @@ void AddLoopback(std::vector<Adapter>& adapters) {
     adapters.insert(adapters.begin(), loopback);
 }
 
-// Null when the description leaves the adapters to this machine. Kept until the description changes: a scan
-// asks once for each interface.
-std::shared_ptr<const std::vector<Adapter>> DescribedAdapters() {
-    struct Kept {
-        std::mutex mutex;
-        uint64_t revision = 0;
-        std::shared_ptr<const std::vector<Adapter>> adapters;
-    };
-    static Kept& kept = *new Kept;
-    const uint64_t now = Pc::Instance().Revision();
-    std::lock_guard lock(kept.mutex);
-    if (kept.revision != now) {
-        kept.adapters.reset();
-        if (auto described = Pc::Instance().Description().adapters) {
-            AddLoopback(*described);
-            kept.adapters = std::make_shared<const std::vector<Adapter>>(std::move(*described));
-        }
-        kept.revision = now;
-    }
-    return kept.adapters;
+// None when the description leaves the adapters to this machine.
+std::optional<std::vector<Adapter>> DescribedAdapters() {
+    auto described = Pc::Instance().Get(&PcDescription::adapters);
+    if (described) AddLoopback(*described);
+    return described;
 }
 
 }  // namespace
 
-std::shared_ptr<const std::vector<Adapter>> Adapters() {
-    if (auto described = DescribedAdapters()) return described;
-    return std::make_shared<const std::vector<Adapter>>(MachineAdapters());
+std::vector<Adapter> Adapters() {
+    const auto described = DescribedAdapters();
+    return described ? *described : MachineAdapters();
 }
 
 std::optional<Adapter> AdapterByIndex(uint32_t index) {
@@ -69,8 +53,7 @@ std::optional<Adapter> AdapterByIndex(uint32_t index) {
     if (!described) return MachineAdapter(index);
     const auto found = std::find_if(described->begin(), described->end(),
                                     [&](const Adapter& adapter) { return adapter.index == index; });
-    if (found == described->end()) return std::nullopt;
-    return *found;
+    return found == described->end() ? std::nullopt : std::optional(*found);
 }
 
 std::vector<std::string> DnsServers() {
@@ -89,10 +72,13 @@ bool HasWayOut() {
     });
 }
 
-uint32_t AddressWord(const std::string& dotted) {
+std::optional<uint32_t> ParseAddress(const char* text) {
     in_addr address{};
-    inet_pton(AF_INET, dotted.c_str(), &address);
-    return address.s_addr;
+    return inet_aton(text, &address) != 0 ? std::optional(address.s_addr) : std::nullopt;
+}
+
+uint32_t AddressWord(const std::string& dotted) {
+    return ParseAddress(dotted.c_str()).value_or(0);
 }
 
 std::vector<uint8_t> MacBytes(const std::string& mac) {

@@ -1,46 +1,23 @@
 // The wait for sockets that can be read.
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <mutex>
 
 #include "winhost/net/Socket.h"
+#include "winhost/pipe/Interrupt.h"
 
 namespace winhost {
 namespace {
 
 using RealTime = std::chrono::steady_clock::time_point;
 
-// Ends a thread's poll when the clock is moved. Each thread has one, for all its waits.
-class Wake {
-  public:
-    Wake() : m_descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-    ~Wake() { close(m_descriptor); }
-    Wake(const Wake&) = delete;
-    Wake& operator=(const Wake&) = delete;
-
-    int Descriptor() const { return m_descriptor; }
-    void Signal() {
-        const uint64_t one = 1;
-        [[maybe_unused]] const ssize_t written = write(m_descriptor, &one, sizeof(one));
-    }
-    void Clear() {
-        uint64_t count;
-        [[maybe_unused]] const ssize_t size = read(m_descriptor, &count, sizeof(count));
-    }
-
-  private:
-    const int m_descriptor;
-};
-
 // One thread's wait. Some of its calls are those of a condition variable, for the clock.
 class PollWait {
   public:
     // The last descriptor is that of the wake.
-    PollWait(std::vector<pollfd>& polled, Wake& wake) : m_polled(polled), m_wake(wake) {}
+    PollWait(std::vector<pollfd>& polled, Interrupt& wake) : m_polled(polled), m_wake(wake) {}
 
     bool IsReady() const { return m_isReady; }
     void Look() {
@@ -55,7 +32,7 @@ class PollWait {
         const timespec time{seconds.count(), std::chrono::nanoseconds(left - seconds).count()};
         Block(lock, &time);
     }
-    void notify_all() { m_wake.Signal(); }
+    void notify_all() { m_wake.Raise(); }
 
   private:
     void Block(std::unique_lock<std::mutex>& lock, const timespec* time) {
@@ -71,7 +48,7 @@ class PollWait {
     }
 
     std::vector<pollfd>& m_polled;
-    Wake& m_wake;
+    Interrupt& m_wake;
     bool m_isReady = false;
 };
 
@@ -79,7 +56,8 @@ class PollWait {
 
 int Socket::AwaitReadable(const std::vector<std::shared_ptr<Socket>>& sockets, Clock::Deadline deadline,
                           std::vector<bool>& isReadable) {
-    static thread_local Wake wake;
+    // Ends the polls of this thread when the clock is moved.
+    static thread_local Interrupt wake;
     std::vector<pollfd> polled;
     for (const auto& socket : sockets) {
         // A negative descriptor is left out: nothing can come to a socket that is not connected, which the
@@ -87,7 +65,7 @@ int Socket::AwaitReadable(const std::vector<std::shared_ptr<Socket>>& sockets, C
         const bool canReceive = socket->m_state == State::Listening || socket->m_state == State::Connected;
         polled.push_back({canReceive ? socket->m_descriptor : -1, POLLIN, 0});
     }
-    polled.push_back({wake.Descriptor(), POLLIN, 0});
+    polled.push_back({wake.Get(), POLLIN, 0});
     PollWait wait(polled, wake);
     wait.Look();
     std::mutex mutex;

@@ -1,6 +1,7 @@
 // The Winsock calls over the objects of Socket.h.
 #include <winsock2.h>
 
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 #include <set>
@@ -9,7 +10,6 @@
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/net/Socket.h"
-#include "winhost/net/SocketErrors.h"
 #include "winhost/pc/Pc.h"
 
 using winhost::Endpoint;
@@ -76,6 +76,43 @@ Failure Fail(int error, Failure failure) {
     return failure;
 }
 
+// The Winsock error for an errno that a call on a TCP socket over IPv4 can give.
+int WinsockError(int posixError) {
+    constexpr struct {
+        int posix, winsock;
+    } kErrors[] = {
+        {EINTR, WSAEINTR},
+        {EBADF, WSAENOTSOCK},
+        {ENOTSOCK, WSAENOTSOCK},
+        {EACCES, WSAEACCES},
+        {EPERM, WSAEACCES},
+        {EFAULT, WSAEFAULT},
+        {EINVAL, WSAEINVAL},
+        {EMFILE, WSAEMFILE},
+        {ENFILE, WSAEMFILE},
+        {EAGAIN, WSAEWOULDBLOCK},
+        {EINPROGRESS, WSAEWOULDBLOCK},
+        {EADDRINUSE, WSAEADDRINUSE},
+        {EADDRNOTAVAIL, WSAEADDRNOTAVAIL},
+        {ENETUNREACH, WSAENETUNREACH},
+        {EPIPE, WSAECONNABORTED},
+        {ECONNABORTED, WSAECONNABORTED},
+        {ECONNRESET, WSAECONNRESET},
+        {ENOBUFS, WSAENOBUFS},
+        {ENOMEM, WSAENOBUFS},
+        {EISCONN, WSAEISCONN},
+        {ENOTCONN, WSAENOTCONN},
+        {ESHUTDOWN, WSAESHUTDOWN},
+        {ETIMEDOUT, WSAETIMEDOUT},
+        {ECONNREFUSED, WSAECONNREFUSED},
+        {EHOSTUNREACH, WSAEHOSTUNREACH},
+    };
+    for (const auto& error : kErrors)
+        if (error.posix == posixError) return error.winsock;
+    // What a protocol failure without a number of its own is called.
+    return WSAENETDOWN;
+}
+
 // Null, with the error set, for a value that is no socket's.
 std::shared_ptr<Socket> Find(SOCKET s) {
     if (!Library::Instance().IsStarted()) return Fail(WSANOTINITIALISED, nullptr);
@@ -86,7 +123,7 @@ std::shared_ptr<Socket> Find(SOCKET s) {
 
 // What a call answers for 0, a count or a negative errno.
 int Answer(int result) {
-    return result >= 0 ? result : Fail(winhost::WinsockError(-result), SOCKET_ERROR);
+    return result >= 0 ? result : Fail(WinsockError(-result), SOCKET_ERROR);
 }
 
 SOCKET AddOrFail(std::shared_ptr<Socket> object) {
@@ -163,7 +200,7 @@ SOCKET socket(int af, int type, int protocol) {
     if (type != SOCK_STREAM) return Fail(WSAESOCKTNOSUPPORT, INVALID_SOCKET);
     if (protocol != 0 && protocol != IPPROTO_TCP) return Fail(WSAEPROTONOSUPPORT, INVALID_SOCKET);
     auto object = Socket::Open();
-    if (!object) return Fail(winhost::WinsockError(errno), INVALID_SOCKET);
+    if (!object) return Fail(WinsockError(errno), INVALID_SOCKET);
     return AddOrFail(std::move(object));
 }
 

@@ -1,6 +1,6 @@
-#include <array>
-#include <cctype>
-#include <cstdio>
+#include <arpa/inet.h>
+
+#include <regex>
 #include <set>
 
 #include "winhost/core/Guid.h"
@@ -29,40 +29,22 @@ void Require(bool holds, const std::string& place, const std::string& what) {
     if (!holds) throw DescriptionError(place, what);
 }
 
-bool IsDotted(const std::string& text) {
-    std::array<unsigned, 4> octets{};
-    int end = 0;
-    const int found =
-        std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%n", &octets[0], &octets[1], &octets[2], &octets[3], &end);
-    if (found != 4 || static_cast<size_t>(end) != text.size()) return false;
-    if (text.find_first_not_of("0123456789.") != std::string::npos) return false;
-    for (const unsigned octet : octets)
-        if (octet > 255) return false;
-    return true;
-}
-
 void RequireAddress(const std::string& text, const std::string& place) {
-    Require(IsDotted(text), place, "\"" + text + "\" is not an IPv4 address");
+    in_addr address;
+    Require(inet_pton(AF_INET, text.c_str(), &address) == 1, place,
+            "\"" + text + "\" is not an IPv4 address");
 }
 
 void RequireAddressOrNone(const std::string& text, const std::string& place) {
     if (!text.empty()) RequireAddress(text, place);
 }
 
-bool IsMac(const std::string& text) {
-    if (text.size() != 17) return false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const bool separator = i % 3 == 2;
-        if (separator ? text[i] != ':' : !std::isxdigit(static_cast<unsigned char>(text[i]))) return false;
-    }
-    return true;
-}
-
 void CheckAdapter(const Adapter& adapter, const std::string& place) {
+    static const std::regex kMac("([0-9A-Fa-f]{2}:){5}[0-9A-Fa-f]{2}");
     Require(!adapter.name.empty(), place + ".name", "an adapter has a name");
     Require(adapter.name.size() <= kLongestAdapterName, place + ".name", "too long");
     Require(adapter.description.size() <= kLongestAdapterText, place + ".description", "too long");
-    Require(adapter.mac.empty() || IsMac(adapter.mac), place + ".mac",
+    Require(adapter.mac.empty() || std::regex_match(adapter.mac, kMac), place + ".mac",
             "\"" + adapter.mac + "\" is not six pairs of hexadecimal digits with colons between");
     RequireAddressOrNone(adapter.address, place + ".address");
     RequireAddressOrNone(adapter.mask, place + ".mask");
@@ -183,8 +165,8 @@ void CheckDescription(const PcDescription& pc) {
     for (const auto& [from, to] : pc.ports) {
         Require(from != 0 && to != 0, "ports." + std::to_string(from), "port 0 is none");
     }
-    Require(pc.mailbox.empty() || pc.mailbox.starts_with("unix:") || pc.mailbox.starts_with("tcp:"),
-            "mailbox", "expected unix:<path> or tcp:<address>:<port>");
+    Require(pc.mailbox.empty() || pc.mailbox.starts_with("unix:") || pc.mailbox.starts_with("tcp:127.0.0.1:"),
+            "mailbox", "expected unix:<path> or tcp:127.0.0.1:<port>");
     Require(pc.controlSocket.size() <= kLongestSocketPath, "controlSocket",
             "too long for a Unix socket's path");
 }

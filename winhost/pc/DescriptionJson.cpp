@@ -228,23 +228,9 @@ void Read(const Json::Value& json, const std::string& place, T& object) {
 template <class T>
 Json::Value Write(const T& object);
 
-Json::Value Write(const std::string& text) {
-    return text;
-}
-Json::Value Write(bool flag) {
-    return flag;
-}
-Json::Value Write(int32_t number) {
-    return number;
-}
-Json::Value Write(uint32_t number) {
-    return number;
-}
-Json::Value Write(uint64_t number) {
-    return Json::UInt64{number};
-}
-Json::Value Write(uint16_t number) {
-    return number;
+template <class T>
+requires std::is_arithmetic_v<T> || std::same_as<T, std::string> Json::Value Write(const T& value) {
+    return value;
 }
 
 const std::string& WriteKey(const std::string& key) {

@@ -89,8 +89,8 @@ void Pc::Reset(PcDescription description) {
     {
         std::lock_guard lock(m_mutex);
         m_description = std::move(description);
-        ++m_revision;
         ++m_starts;
+        ++m_revision;
     }
     m_journal.Clear();
     DisableAllPrivileges();

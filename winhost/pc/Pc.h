@@ -139,12 +139,17 @@ class Pc {
 
     // A copy of the description as it stands now.
     PcDescription Description() const;
+    // A copy of one member of it, or what a function makes of it under the PC's lock.
+    template <class Part>
+    auto Get(Part part) const {
+        std::lock_guard lock(m_mutex);
+        return std::invoke(part, m_description);
+    }
     // Changes it under the PC's lock, from a test or the control socket.
     void Change(const std::function<void(PcDescription&)>& change);
-    // Grows with every Reset and Change, so that a call that is made often can keep what it took from the
-    // description.
+    // Grows with every change of the description.
     uint64_t Revision() const { return m_revision.load(std::memory_order_acquire); }
-    // Grows with every Reset alone. State that a process keeps for as long as it lives belongs to one start.
+    // Grows with every Reset. State that a process keeps for as long as it lives belongs to one start.
     uint64_t Starts() const { return m_starts.load(std::memory_order_acquire); }
     // How often a Change has stopped the WLAN service. A client of the service belongs to one run of it.
     uint64_t WlanServiceStops() const { return m_wlanServiceStops.load(std::memory_order_acquire); }

@@ -1,6 +1,5 @@
 #include "winhost/pipe/PipeFolder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/file.h>
@@ -12,7 +11,6 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
-#include <cstring>
 #include <filesystem>
 
 #include <namedpipeapi.h>
@@ -156,21 +154,18 @@ DWORD PipeFolder::Claim(const std::string& user, PipeTerms& terms, testbed::Desc
 
 std::vector<PipeFolder::Instance> PipeFolder::Instances() {
     std::vector<Instance> instances;
-    const int copy = openat(m_folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR* const entries = copy < 0 ? nullptr : fdopendir(copy);
-    if (!entries) return instances;
-    while (const dirent* entry = readdir(entries)) {
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(Path(), ignored)) {
+        const std::string name = entry.path().filename().string();
         Instance instance{};
-        const char* const end = entry->d_name + std::strlen(entry->d_name);
-        const auto parsed = std::from_chars(entry->d_name, end, instance.number);
-        if (parsed.ec != std::errc() || parsed.ptr != end) continue;
+        const auto parsed = std::from_chars(name.data(), name.data() + name.size(), instance.number);
+        if (parsed.ec != std::errc() || parsed.ptr != name.data() + name.size()) continue;
         if (ReadTerms(instance.number, instance.terms)) {
             instances.push_back(instance);
         } else {
             Sweep(instance.number);
         }
     }
-    closedir(entries);
     std::sort(instances.begin(), instances.end(),
               [](const Instance& a, const Instance& b) { return a.number < b.number; });
     return instances;
@@ -194,7 +189,11 @@ void PipeFolder::Sweep(uint32_t number) {
 }
 
 std::string PipeFolder::SocketPath(uint32_t number) const {
-    return "/proc/self/fd/" + std::to_string(m_folder.Get()) + "/" + SocketFile(number);
+    return Path() + SocketFile(number);
+}
+
+std::string PipeFolder::Path() const {
+    return "/proc/self/fd/" + std::to_string(m_folder.Get()) + "/";
 }
 
 }  // namespace winhost

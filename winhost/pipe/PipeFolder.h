@@ -58,6 +58,7 @@ class PipeFolder {
     DWORD Bind(uint32_t number, testbed::Descriptor& listener);
     // Short enough for a socket's name, however deep the folder lies.
     std::string SocketPath(uint32_t number) const;
+    std::string Path() const;
 
     testbed::Descriptor m_folder;
 };

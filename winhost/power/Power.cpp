@@ -57,13 +57,10 @@ BOOL InitiateSystemShutdownExA(LPSTR lpMachineName, LPSTR lpMessage, DWORD dwTim
 
 BOOL ExitWindowsEx(UINT flags, DWORD reason) {
     WINHOST_GATE("ExitWindowsEx", FALSE);
-    const UINT action = flags & ~UINT{EWX_FORCE};
-    if (action == EWX_LOGOFF) return Fail(ERROR_NOT_SUPPORTED);
-    if (action != EWX_SHUTDOWN && action != EWX_REBOOT && action != EWX_POWEROFF)
-        return Fail(ERROR_INVALID_PARAMETER);
+    if (flags != (EWX_SHUTDOWN | EWX_FORCE)) return Fail(ERROR_NOT_SUPPORTED);
     if (!MayShutDown()) return Fail(ERROR_PRIVILEGE_NOT_HELD);
-    Pc::Instance().Record(PowerAction{action == EWX_REBOOT ? "reboot" : "shutdown",
-                                      Call("ExitWindowsEx", {std::to_string(flags), Hex(reason)})});
+    Pc::Instance().Record(
+        PowerAction{"shutdown", Call("ExitWindowsEx", {std::to_string(flags), Hex(reason)})});
     return TRUE;
 }
 

@@ -1,34 +1,24 @@
 #include "winhost/process/ProcFs.h"
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
-#include <memory>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 namespace winhost {
 namespace {
 
-constexpr size_t kLargestFile = 4 << 20;
-
 std::string ReadFile(const std::string& path) {
-    std::string text;
-    const testbed::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    char block[4096];
-    while (file && text.size() < kLargestFile) {
-        const ssize_t size = read(file.Get(), block, sizeof block);
-        if (size < 0 && errno == EINTR) continue;
-        if (size <= 0) break;
-        text.append(block, static_cast<size_t>(size));
-    }
-    return text;
+    // An iterator would throw where the process ends during the read.
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
 }
 
 std::string PathOf(pid_t id, const char* file) {
@@ -66,18 +56,15 @@ testbed::Descriptor OpenPidfd(pid_t id) {
 
 std::vector<pid_t> ReadProcessIds() {
     std::vector<pid_t> ids;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc"), closedir);
-    if (!folder) return ids;
+    std::error_code ignored;
     const uid_t user = geteuid();
-    while (const dirent* entry = readdir(folder.get())) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
+        const std::string name = entry.path().filename().string();
         pid_t id = 0;
-        const char* const end = entry->d_name + std::strlen(entry->d_name);
-        const auto parsed = std::from_chars(entry->d_name, end, id);
-        if (parsed.ec != std::errc() || parsed.ptr != end) continue;
+        const auto parsed = std::from_chars(name.data(), name.data() + name.size(), id);
+        if (parsed.ec != std::errc() || parsed.ptr != name.data() + name.size()) continue;
         struct stat status;
-        if (user != 0 &&
-            (fstatat(dirfd(folder.get()), entry->d_name, &status, 0) != 0 || status.st_uid != user))
-            continue;
+        if (user != 0 && (stat(entry.path().c_str(), &status) != 0 || status.st_uid != user)) continue;
         ids.push_back(id);
     }
     std::sort(ids.begin(), ids.end());

@@ -11,10 +11,12 @@
 #include <winuser.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
 #include "winhost/kernel/Thread.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/ProcessList.h"
 
+using winhost::Fail;
 using winhost::Pc;
 
 HANDLE GetCurrentProcess() {
@@ -42,8 +44,7 @@ void ExitProcess(UINT code) {
 BOOL TerminateThread(HANDLE thread, DWORD) {
     WINHOST_GATE("TerminateThread", FALSE);
     const bool isThread = reinterpret_cast<intptr_t>(thread) == -2 || winhost::IsThread(thread);
-    SetLastError(isThread ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
-    return FALSE;
+    return Fail(isThread ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
 }
 
 BOOL GetUserNameA(LPSTR buffer, LPDWORD size) {
@@ -51,20 +52,14 @@ BOOL GetUserNameA(LPSTR buffer, LPDWORD size) {
     const std::string name = Pc::Instance().Description().userName;
     const DWORD room = *size;
     *size = static_cast<DWORD>(name.size() + 1);
-    if (!buffer || room < *size) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
+    if (!buffer || room < *size) return Fail(ERROR_INSUFFICIENT_BUFFER);
     std::memcpy(buffer, name.c_str(), *size);
     return TRUE;
 }
 
 DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size) {
     WINHOST_GATE("GetModuleFileNameA", 0);
-    if (module || size == 0) {
-        SetLastError(module ? ERROR_MOD_NOT_FOUND : ERROR_INSUFFICIENT_BUFFER);
-        return 0;
-    }
+    if (module || size == 0) return Fail(module ? ERROR_MOD_NOT_FOUND : ERROR_INSUFFICIENT_BUFFER, DWORD{0});
     std::string own = winhost::OwnPath();
     const bool fits = own.size() < size;
     if (!fits) own.resize(size - 1);

@@ -106,8 +106,7 @@ DWORD ProcessEnd::Wait(Clock::Deadline deadline) {
         const Watch watch(shared_from_this());
         return WaitableObject::Wait(deadline);
     } catch (const std::system_error& error) {
-        SetLastError(ErrorOf(error.code().value()));
-        return WAIT_FAILED;
+        return Fail(ErrorOf(error.code().value()), WAIT_FAILED);
     }
 }
 
@@ -119,8 +118,7 @@ void ProcessEnd::LookAgain() {
 
 DWORD Process::Wait(Clock::Deadline deadline) {
     if (Allows(SYNCHRONIZE)) return ProcessEnd::Wait(deadline);
-    SetLastError(ERROR_ACCESS_DENIED);
-    return WAIT_FAILED;
+    return Fail(ERROR_ACCESS_DENIED, WAIT_FAILED);
 }
 
 bool Process::AllowsQuery() const {

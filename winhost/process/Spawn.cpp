@@ -25,26 +25,14 @@ namespace {
 
 constexpr int kFirstInherited = 3;
 
-class SpawnActions {
+// No descriptor but three to nowhere, a session of its own, and all signals as they are at first.
+class SpawnSettings {
   public:
-    SpawnActions() {
+    SpawnSettings() {
         posix_spawn_file_actions_init(&m_actions);
         for (int standard = 0; standard < kFirstInherited; ++standard)
             posix_spawn_file_actions_addopen(&m_actions, standard, "/dev/null", O_RDWR, 0);
         posix_spawn_file_actions_addclosefrom_np(&m_actions, kFirstInherited);
-    }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
-    ~SpawnActions() { posix_spawn_file_actions_destroy(&m_actions); }
-    const posix_spawn_file_actions_t* Get() const { return &m_actions; }
-
-  private:
-    posix_spawn_file_actions_t m_actions;
-};
-
-class SpawnAttributes {
-  public:
-    SpawnAttributes() {
         posix_spawnattr_init(&m_attributes);
         posix_spawnattr_setflags(&m_attributes,
                                  POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
@@ -54,12 +42,17 @@ class SpawnAttributes {
         sigfillset(&signals);
         posix_spawnattr_setsigdefault(&m_attributes, &signals);
     }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    ~SpawnAttributes() { posix_spawnattr_destroy(&m_attributes); }
-    const posix_spawnattr_t* Get() const { return &m_attributes; }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+    ~SpawnSettings() {
+        posix_spawn_file_actions_destroy(&m_actions);
+        posix_spawnattr_destroy(&m_attributes);
+    }
+    // 0 or the error.
+    int Start(const SpawnRequest& request, pid_t& id) const;
 
   private:
+    posix_spawn_file_actions_t m_actions;
     posix_spawnattr_t m_attributes;
 };
 
@@ -69,6 +62,11 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
         pointers.push_back(const_cast<char*>(text.c_str()));
     pointers.push_back(nullptr);
     return pointers;
+}
+
+int SpawnSettings::Start(const SpawnRequest& request, pid_t& id) const {
+    return posix_spawn(&id, request.program.c_str(), &m_actions, &m_attributes,
+                       Pointers(request.arguments).data(), Pointers(request.environment).data());
 }
 
 DWORD ErrorOf(int error, const SpawnRequest& request) {
@@ -131,12 +129,8 @@ DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry) {
     } catch (const std::system_error&) {
         return ERROR_NO_SYSTEM_RESOURCES;
     }
-    const SpawnActions actions;
-    const SpawnAttributes attributes;
     pid_t id = 0;
-    const int error = posix_spawn(&id, request.program.c_str(), actions.Get(), attributes.Get(),
-                                  Pointers(request.arguments).data(), Pointers(request.environment).data());
-    if (error != 0) return ErrorOf(error, request);
+    if (const int error = SpawnSettings().Start(request, id)) return ErrorOf(error, request);
     entry.id = static_cast<DWORD>(id);
     entry.startTime = AwaitProgram(id);
     if (ReapAtItsEnd(*watcher, id)) return ERROR_SUCCESS;

@@ -114,12 +114,7 @@ BOOL AdjustTokenPrivileges(HANDLE handle, BOOL disableAll, PTOKEN_PRIVILEGES new
     const auto token = HandleTable::Instance().Find<Token>(handle);
     if (!token) return Fail(ERROR_INVALID_HANDLE);
     if (!token->Allows(TOKEN_ADJUST_PRIVILEGES)) return Fail(ERROR_ACCESS_DENIED);
-    if (previousState || !token->IsOwn()) return Fail(ERROR_NOT_SUPPORTED);
-    if (disableAll) {
-        winhost::DisableAllPrivileges();
-        SetLastError(ERROR_SUCCESS);
-        return TRUE;
-    }
+    if (disableAll || previousState || !token->IsOwn()) return Fail(ERROR_NOT_SUPPORTED);
     if (!newState) return Fail(ERROR_INVALID_PARAMETER);
     if (Removes(*newState)) return Fail(ERROR_NOT_SUPPORTED);
     SetLastError(SetAll(*newState) ? ERROR_SUCCESS : ERROR_NOT_ALL_ASSIGNED);

@@ -65,10 +65,7 @@ BOOL Read(HANDLE handle, PROCESSENTRY32* result, bool first) {
 
 HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD processId) {
     WINHOST_GATE("CreateToolhelp32Snapshot", INVALID_HANDLE_VALUE);
-    const auto fail = [](DWORD error) {
-        SetLastError(error);
-        return INVALID_HANDLE_VALUE;
-    };
+    const auto fail = [](DWORD error) { return Fail(error, INVALID_HANDLE_VALUE); };
     if (flags == 0) return fail(ERROR_INVALID_PARAMETER);
     if (flags & ~DWORD{TH32CS_SNAPALL | TH32CS_SNAPMODULE32}) return fail(ERROR_NOT_SUPPORTED);
     constexpr DWORD kOfOneProcess = TH32CS_SNAPHEAPLIST | TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32;

@@ -33,10 +33,7 @@ BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA* lpServiceStartTable
 SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExA(LPCSTR lpServiceName, LPHANDLER_FUNCTION_EX lpHandlerProc,
                                                     LPVOID lpContext) {
     WINHOST_GATE("RegisterServiceCtrlHandlerExA", nullptr);
-    if (!lpServiceName || !lpHandlerProc) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (!lpServiceName || !lpHandlerProc) return Fail(ERROR_INVALID_PARAMETER, nullptr);
     // The name means nothing for a service that has its process to itself, and may be empty.
     const uintptr_t service =
         Scm::Instance().SetHandler([=](uint32_t control, uint32_t eventType, void* eventData) -> uint32_t {

@@ -12,7 +12,8 @@ namespace {
 // The one service of the process, as its handle has it.
 constexpr uintptr_t kService = 0x10;
 
-// The bit of the accepted mask that a control needs; 0 for those that every running service gets.
+// The bit of the accepted mask that a control needs; 0 for those that every running service gets, and for
+// those that no service here accepts.
 uint32_t AcceptBit(uint32_t control) {
     switch (control) {
         case SERVICE_CONTROL_STOP:
@@ -22,25 +23,12 @@ uint32_t AcceptBit(uint32_t control) {
             return SERVICE_ACCEPT_PAUSE_CONTINUE;
         case SERVICE_CONTROL_SHUTDOWN:
             return SERVICE_ACCEPT_SHUTDOWN;
-        case SERVICE_CONTROL_PARAMCHANGE:
-            return SERVICE_ACCEPT_PARAMCHANGE;
-        case SERVICE_CONTROL_NETBINDADD:
-        case SERVICE_CONTROL_NETBINDREMOVE:
-        case SERVICE_CONTROL_NETBINDENABLE:
-        case SERVICE_CONTROL_NETBINDDISABLE:
-            return SERVICE_ACCEPT_NETBINDCHANGE;
-        case SERVICE_CONTROL_HARDWAREPROFILECHANGE:
-            return SERVICE_ACCEPT_HARDWAREPROFILECHANGE;
         case SERVICE_CONTROL_POWEREVENT:
             return SERVICE_ACCEPT_POWEREVENT;
         case SERVICE_CONTROL_SESSIONCHANGE:
             return SERVICE_ACCEPT_SESSIONCHANGE;
         case SERVICE_CONTROL_PRESHUTDOWN:
             return SERVICE_ACCEPT_PRESHUTDOWN;
-        case SERVICE_CONTROL_TIMECHANGE:
-            return SERVICE_ACCEPT_TIMECHANGE;
-        case SERVICE_CONTROL_TRIGGEREVENT:
-            return SERVICE_ACCEPT_TRIGGEREVENT;
         default:
             return 0;
     }

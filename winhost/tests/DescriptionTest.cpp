@@ -82,7 +82,7 @@ TEST(Description, ValuesThatNoPcCanHaveAreRefused) {
         EXPECT_EQ("dnsServers[0]: \"" + std::string(address) + "\" is not an IPv4 address",
                   Refusal("{\"dnsServers\": [\"" + std::string(address) + "\"]}"));
     }
-    EXPECT_EQ("mailbox: expected unix:<path> or tcp:<address>:<port>", Refusal(R"({"mailbox": "/tmp/x"})"));
+    EXPECT_EQ("mailbox: expected unix:<path> or tcp:127.0.0.1:<port>", Refusal(R"({"mailbox": "/tmp/x"})"));
     EXPECT_EQ("cleanBoot: expected 0, 1 or 2", Refusal(R"({"cleanBoot": 3})"));
     EXPECT_EQ("clockRate: expected 1 to 1000", Refusal(R"({"clockRate": 0})"));
     EXPECT_EQ("registry.SOFTWARE\\X: expected a key below HKEY_LOCAL_MACHINE or another root",
@@ -212,13 +212,11 @@ TEST_F(PcTest, AResetForgetsWhatWasRecordedAndDisarmsTheGate) {
     pc.Record(winhost::EventLogEntry{});
     pc.Record(winhost::DebugText{"text"});
     winhost::Gate::Instance().FailNth("", 1, 5);
-    const uint64_t revision = pc.Revision();
     StartPc([](winhost::PcDescription& description) { description.userName = "someone"; });
     EXPECT_TRUE(pc.Records<winhost::ServiceReport>().empty());
     EXPECT_TRUE(pc.Records<winhost::EventLogEntry>().empty());
     EXPECT_TRUE(pc.Records<winhost::DebugText>().empty());
     EXPECT_EQ("someone", pc.Description().userName);
-    EXPECT_GT(pc.Revision(), revision);
 }
 
 TEST_F(PcTest, TheJournalKeepsTheLastRecordsOfAKind) {
@@ -230,12 +228,10 @@ TEST_F(PcTest, TheJournalKeepsTheLastRecordsOfAKind) {
     EXPECT_EQ("1", texts.front().text);
 }
 
-TEST_F(PcTest, AChangeIsSeenAtOnceAndCounted) {
+TEST_F(PcTest, AChangeIsSeenAtOnce) {
     winhost::Pc& pc = winhost::Pc::Instance();
-    const uint64_t revision = pc.Revision();
     pc.Change([](winhost::PcDescription& description) { description.userName = "someone"; });
     EXPECT_EQ("someone", pc.Description().userName);
-    EXPECT_GT(pc.Revision(), revision);
 }
 
 }  // namespace

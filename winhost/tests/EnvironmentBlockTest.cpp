@@ -45,16 +45,12 @@ TEST_F(EnvironmentBlock, OfAnEmptyEnvironmentIsTwoNuls) {
 TEST_F(EnvironmentBlock, NeedsATokenThatMayBeAsked) {
     void* block = nullptr;
     HANDLE token = LogonToken(TOKEN_QUERY);
-    EXPECT_FALSE(CreateEnvironmentBlock(&block, token, FALSE));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(CreateEnvironmentBlock(&block, token, FALSE)));
     CloseHandle(token);
-    EXPECT_FALSE(CreateEnvironmentBlock(&block, token, FALSE));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
-    EXPECT_FALSE(CreateEnvironmentBlock(nullptr, nullptr, FALSE));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CreateEnvironmentBlock(&block, token, FALSE)));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(CreateEnvironmentBlock(nullptr, nullptr, FALSE)));
     EXPECT_FALSE(block);
-    EXPECT_FALSE(DestroyEnvironmentBlock(nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(DestroyEnvironmentBlock(nullptr)));
 }
 
 TEST_F(EnvironmentBlock, GoesToTheProgram) {

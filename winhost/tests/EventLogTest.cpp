@@ -29,29 +29,26 @@ TEST_F(EventLogTest, AnEmptySourceIsLegal) {
 }
 
 TEST_F(EventLogTest, ASourceNeedsANameAndThisPc) {
-    EXPECT_EQ(nullptr, RegisterEventSourceA(nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
-    EXPECT_EQ(nullptr, RegisterEventSourceA("\\\\elsewhere", "Source"));
-    EXPECT_EQ(DWORD{RPC_S_SERVER_UNAVAILABLE}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(RegisterEventSourceA(nullptr, nullptr)));
+    EXPECT_EQ(RPC_S_SERVER_UNAVAILABLE, ErrorOf(RegisterEventSourceA("\\\\elsewhere", "Source")));
 }
 
 TEST_F(EventLogTest, AClosedSourceReportsNothing) {
     const HANDLE source = RegisterEventSourceA(nullptr, "Source");
     EXPECT_FALSE(CloseHandle(source)) << "it has a closing call of its own";
     EXPECT_TRUE(DeregisterEventSource(source));
-    EXPECT_FALSE(DeregisterEventSource(source));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
-    EXPECT_FALSE(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(DeregisterEventSource(source)));
+    EXPECT_EQ(ERROR_INVALID_HANDLE,
+              ErrorOf(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr)));
     EXPECT_TRUE(winhost::Pc::Instance().Records<winhost::EventLogEntry>().empty());
 }
 
 TEST_F(EventLogTest, AnUnknownTypeAndMissingTextsAreRefused) {
     const HANDLE source = RegisterEventSourceA(nullptr, "Source");
-    EXPECT_FALSE(ReportEventA(source, 3, 0, 1, nullptr, 0, 0, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
-    EXPECT_FALSE(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 1, 0, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
+              ErrorOf(ReportEventA(source, 3, 0, 1, nullptr, 0, 0, nullptr, nullptr)));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
+              ErrorOf(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 1, 0, nullptr, nullptr)));
     DeregisterEventSource(source);
 }
 

@@ -231,7 +231,7 @@ TEST_F(FileSecurityTest, TheTokenNamesItsUser) {
     const std::string sid = winhost::SidOfUser("alice");
     EXPECT_EQ(0, memcmp(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, sid.data(), sid.size()));
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED},
-              ErrorOf(GetTokenInformation(token, TokenGroups, buffer, sizeof buffer, &size)));
+              ErrorOf(GetTokenInformation(token, TokenOwner, buffer, sizeof buffer, &size)));
     CloseHandle(token);
     ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_DUPLICATE, &token));
     EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED},

@@ -29,16 +29,13 @@ TEST_F(FilesTest, DeleteTakesAFileAway) {
 }
 
 TEST_F(FilesTest, DeleteTellsAMissingFileFromAMissingFolder) {
-    EXPECT_FALSE(DeleteFileA(R"(C:\a.txt)"));
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    EXPECT_FALSE(DeleteFileA(R"(C:\none\a.txt)"));
-    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOf(DeleteFileA(R"(C:\a.txt)")));
+    EXPECT_EQ(ERROR_PATH_NOT_FOUND, ErrorOf(DeleteFileA(R"(C:\none\a.txt)")));
 }
 
 TEST_F(FilesTest, DeleteRefusesAFolder) {
     std::filesystem::create_directory(Host("folder"));
-    EXPECT_FALSE(DeleteFileA(R"(C:\folder)"));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(DeleteFileA(R"(C:\folder)")));
 }
 
 TEST_F(FilesTest, MoveGivesAFileItsNewName) {
@@ -51,18 +48,15 @@ TEST_F(FilesTest, MoveGivesAFileItsNewName) {
 TEST_F(FilesTest, MoveNeverReplaces) {
     Write("a.txt", "a");
     Write("b.txt", "b");
-    EXPECT_FALSE(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)"));
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(ERROR_ALREADY_EXISTS, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)")));
     EXPECT_EQ(Read("a.txt"), "a");
     EXPECT_EQ(Read("b.txt"), "b");
 }
 
 TEST_F(FilesTest, MoveNeedsAFileAndAFolderToMoveItTo) {
-    EXPECT_FALSE(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)"));
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)")));
     Write("a.txt", "a");
-    EXPECT_FALSE(MoveFileA(R"(C:\a.txt)", R"(C:\none\b.txt)"));
-    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(ERROR_PATH_NOT_FOUND, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\none\b.txt)")));
 }
 
 TEST_F(FilesTest, CreateDirectoryMakesAllFoldersOfThePath) {
@@ -142,7 +136,7 @@ TEST_F(StreamTest, TellsWhereUnflushedTextWillEnd) {
 }
 
 TEST_F(StreamTest, ReadsBackWhatItWrote) {
-    ASSERT_TRUE(Open("a+"));
+    ASSERT_TRUE(Open("w+"));
     fputs("first\nsecond\n", m_stream);
     _fseeki64(m_stream, 6, SEEK_SET);
     char line[16] = "";

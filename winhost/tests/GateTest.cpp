@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "winhost/core/Gate.h"
+#include "winhost/tests/Errors.h"
 
 using winhost::Gate;
 
@@ -38,8 +39,7 @@ TEST_F(GateTest, CountsAllCallsUnderNoName) {
 TEST_F(GateTest, FailsTheNthCallOnce) {
     m_gate.FailNth("SetEvent", 2, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_TRUE(SetEventSucceeds());
-    EXPECT_FALSE(SetEventSucceeds());
-    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, ErrorOf(SetEventSucceeds()));
     EXPECT_TRUE(SetEventSucceeds());
     EXPECT_EQ(m_gate.Failures(), 1u);
 }
@@ -66,8 +66,7 @@ TEST_F(GateTest, AsksItsJudgeAtEachCallThatCanFail) {
         return calls.size() == 2 ? ERROR_NOT_ENOUGH_MEMORY : 0;
     });
     EXPECT_TRUE(SetEvent(m_event));
-    EXPECT_EQ(CreateEventA(nullptr, TRUE, FALSE, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, ErrorOf(CreateEventA(nullptr, TRUE, FALSE, nullptr)));
     EXPECT_NE(GetCurrentThreadId(), 0u) << "can't fail";
     EXPECT_TRUE(SetEventSucceeds());
     EXPECT_TRUE(SetEventSucceeds());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "winhost/core/HandleTable.h"
+#include "winhost/tests/Errors.h"
 
 namespace {
 
@@ -31,10 +32,8 @@ TEST(Handles, AreMultiplesOfFourAndDiffer) {
 TEST(Handles, AreGoneOnceClosed) {
     const HANDLE event = NewEvent();
     EXPECT_TRUE(CloseHandle(event));
-    EXPECT_FALSE(CloseHandle(event));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-    EXPECT_FALSE(SetEvent(event));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CloseHandle(event)));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(SetEvent(event)));
 }
 
 TEST(Handles, AStaleOneDoesNotMeetTheNextObject) {
@@ -66,18 +65,15 @@ TEST(Handles, AreCountedWhenTheyAreUsedOrClosedAfterTheirClose) {
 
 TEST(Handles, ThatWereNeverMadeAreInvalid) {
     for (const intptr_t value : {0, 4, 0x7FFFFFFC, -3, -8}) {
-        EXPECT_FALSE(SetEvent(Pseudo(value))) << value;
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE) << value;
+        EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(SetEvent(Pseudo(value)))) << value;
     }
     int local = 0;
-    EXPECT_FALSE(CloseHandle(&local));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CloseHandle(&local)));
 }
 
 TEST(Handles, OfAnotherKindAreInvalid) {
     const HANDLE mutex = CreateMutexA(nullptr, FALSE, nullptr);
-    EXPECT_FALSE(SetEvent(mutex));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(SetEvent(mutex)));
 }
 
 TEST(Handles, ClosingAPseudoHandleHasNoEffect) {
@@ -90,8 +86,7 @@ TEST(Handles, OfDeviceListsAreNotForCloseHandle) {
     const GUID anyClass{};
     const HDEVINFO list =
         SetupDiGetClassDevsA(&anyClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
-    EXPECT_FALSE(CloseHandle(list));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CloseHandle(list)));
     EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "winhost/tests/IpTables.h"
 #include "winhost/tests/PcFixture.h"
 
 namespace {
@@ -14,19 +15,6 @@ static_assert(sizeof(IP_ADAPTER_INFO) == 704 && sizeof(FIXED_INFO) == 600);
 
 using Servers = std::vector<std::string>;
 using Adapters = std::vector<winhost::Adapter>;
-
-winhost::Adapter Wired() {
-    winhost::Adapter adapter;
-    adapter.name = "{2F1B3C44-0E5D-4C39-9C6A-0D4C5F6E7A81}";
-    adapter.description = "Wired Adapter";
-    adapter.index = 3;
-    adapter.mac = "02:00:5E:10:00:0f";
-    adapter.address = "192.168.1.10";
-    adapter.mask = "255.255.255.0";
-    adapter.gateway = "192.168.1.1";
-    adapter.dhcpServer = "192.168.1.2";
-    return adapter;
-}
 
 winhost::Adapter Unplugged() {
     winhost::Adapter adapter;
@@ -78,7 +66,7 @@ TEST_F(IpHelperTest, AnAdapterIsToldWithItsAddresses) {
     const BYTE mac[] = {0x02, 0x00, 0x5E, 0x10, 0x00, 0x0F};
     EXPECT_EQ(0, std::memcmp(mac, info.Address, sizeof(mac)));
     EXPECT_EQ(1u, info.DhcpEnabled);
-    EXPECT_STREQ("192.168.1.10", info.IpAddressList.IpAddress.String);
+    EXPECT_STREQ("192.168.1.3", info.IpAddressList.IpAddress.String);
     EXPECT_STREQ("255.255.255.0", info.IpAddressList.IpMask.String);
     EXPECT_STREQ("192.168.1.1", info.GatewayList.IpAddress.String);
     EXPECT_STREQ("192.168.1.2", info.DhcpServer.IpAddress.String);

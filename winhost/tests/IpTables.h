@@ -1,4 +1,4 @@
-// The tables of the IP helper as lists.
+// The tables of the IP helper as lists, and an adapter to stand in them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include "winhost/pc/Pc.h"
 
 template <class Table, class Row>
 std::vector<Row> RowsOf(DWORD (*call)(Table*, PULONG, BOOL), BOOL ordered) {
@@ -39,4 +41,17 @@ inline std::string Dotted(DWORD address) {
     char text[16];
     std::snprintf(text, sizeof text, "%u.%u.%u.%u", octets[0], octets[1], octets[2], octets[3]);
     return text;
+}
+
+inline winhost::Adapter Wired(uint32_t index = 3) {
+    winhost::Adapter adapter;
+    adapter.name = "{2F1B3C44-0E5D-4C39-9C6A-0D4C5F6E7A81}";
+    adapter.description = "Wired Adapter";
+    adapter.index = index;
+    adapter.mac = "02:00:5E:10:00:0f";
+    adapter.address = "192.168.1." + std::to_string(index);
+    adapter.mask = "255.255.255.0";
+    adapter.gateway = "192.168.1.1";
+    adapter.dhcpServer = "192.168.1.2";
+    return adapter;
 }

@@ -14,23 +14,6 @@
 
 namespace {
 
-static_assert(sizeof(MIB_IPADDRROW) == 24 && sizeof(MIB_IPADDRTABLE) == 28);
-// 864 and 860 bytes where a wide character has two.
-static_assert(sizeof(MIB_IFROW) == 348 + MAX_INTERFACE_NAME_LEN * sizeof(WCHAR));
-static_assert(sizeof(MIB_IFTABLE) == 4 + sizeof(MIB_IFROW));
-
-winhost::Adapter Wired(uint32_t index = 3) {
-    winhost::Adapter adapter;
-    adapter.name = "{2F1B3C44-0E5D-4C39-9C6A-0D4C5F6E7A81}";
-    adapter.description = "Wired Adapter";
-    adapter.index = index;
-    adapter.mac = "02:00:5E:10:00:0f";
-    adapter.address = "192.168.1." + std::to_string(index);
-    adapter.mask = "255.255.255.0";
-    adapter.gateway = "192.168.1.1";
-    return adapter;
-}
-
 class IpTables : public PcFixture {
   protected:
     void Describe(std::vector<winhost::Adapter> adapters) {
@@ -201,8 +184,7 @@ TEST_F(IpTables, ThePcIsConnectedWhileAnAdapterThatIsUpHasAGateway) {
     EXPECT_EQ(0x12u, flags);
     winhost::Pc::Instance().Change(
         [](auto& pc) { pc.adapters->front().operStatus = IF_OPER_STATUS_DISCONNECTED; });
-    EXPECT_FALSE(InternetGetConnectedState(&flags, 0));
-    EXPECT_EQ(DWORD{ERROR_NOT_CONNECTED}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_CONNECTED, ErrorOf(InternetGetConnectedState(&flags, 0)));
     EXPECT_EQ(0x10u, flags);
     winhost::Pc::Instance().Change([](auto& pc) {
         pc.adapters->front().operStatus = IF_OPER_STATUS_OPERATIONAL;

@@ -19,6 +19,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "winhost/process/ProcessList.h"
@@ -81,11 +82,24 @@ class LaunchFixture : public PcFixture {
         return token;
     }
 
+    // Owns the handles.
     struct Started {
+        Started() = default;
+        Started(Started&& other) noexcept
+            : result(other.result), error(other.error), information(std::exchange(other.information, {})) {}
+        ~Started() { Close(); }
+        void Close() {
+            for (HANDLE* handle : {&information.hProcess, &information.hThread}) {
+                if (*handle) {
+                    EXPECT_TRUE(CloseHandle(std::exchange(*handle, nullptr)));
+                }
+            }
+        }
+        DWORD Id() const { return information.dwProcessId; }
+
         BOOL result = FALSE;
         DWORD error = 0;
         PROCESS_INFORMATION information{};
-        DWORD Id() const { return information.dwProcessId; }
     };
     static Started StartWith(HANDLE token, const std::string& command, DWORD flags = kFlags,
                              void* environment = nullptr) {
@@ -103,7 +117,7 @@ class LaunchFixture : public PcFixture {
     }
     static Started Start(const std::string& command, DWORD flags = kFlags, void* environment = nullptr) {
         const HANDLE token = LogonToken();
-        const Started started = StartWith(token, command, flags, environment);
+        Started started = StartWith(token, command, flags, environment);
         CloseHandle(token);
         return started;
     }
@@ -117,34 +131,13 @@ class LaunchFixture : public PcFixture {
         const Started started = Start(command, flags, environment);
         ASSERT_TRUE(started.result) << command << ": error " << started.error;
         EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hProcess, INFINITE));
-        Close(started);
-    }
-    static void Close(const Started& started) {
-        EXPECT_TRUE(CloseHandle(started.information.hProcess));
-        EXPECT_TRUE(CloseHandle(started.information.hThread));
     }
 
-    static bool Eventually(const std::function<bool()>& holds) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!holds()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return true;
-    }
     // Until this process has no child of that id, not even a dead one.
     static bool AwaitReaped(DWORD id) {
         return Eventually([id] {
             siginfo_t info{};
             return waitid(P_PID, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0 && errno == ECHILD;
         });
-    }
-    static size_t OpenDescriptors() {
-        const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-        return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
-    }
-    static size_t Threads() {
-        const std::filesystem::directory_iterator threads("/proc/self/task");
-        return static_cast<size_t>(std::distance(begin(threads), end(threads)));
     }
 };

@@ -9,11 +9,7 @@ using mpmlink::Kind;
 
 namespace {
 
-class MailboxReadTest : public MailboxFixture {
-  protected:
-    const HANDLE m_device = Open();
-    LinkPeer::Connection m_firmware = m_peer->Accept();
-};
+class MailboxReadTest : public MailboxRequestTest {};
 
 TEST_F(MailboxReadTest, TheFirstReadListensAndTheNextDoNot) {
     Request first, second, request;
@@ -239,21 +235,19 @@ TEST_F(CompletionPortTest, ItsEndWakesWhoeverWaits) {
 }
 
 TEST_F(CompletionPortTest, IsTheOnlyOneOfAFile) {
-    EXPECT_EQ(CreateIoCompletionPort(m_device, nullptr, 2, 0), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(CreateIoCompletionPort(m_device, nullptr, 2, 0)));
 }
 
 TEST_F(CompletionPortTest, NeedsAFile) {
-    EXPECT_EQ(CreateIoCompletionPort(m_port, nullptr, 1, 0), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CreateIoCompletionPort(m_port, nullptr, 1, 0)));
 }
 
 TEST_F(CompletionPortTest, IsNeededToTakeFrom) {
     DWORD bytes = 0;
     ULONG_PTR key = 0;
     OVERLAPPED* overlapped = nullptr;
-    EXPECT_FALSE(GetQueuedCompletionStatus(m_device, &bytes, &key, &overlapped, 0));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE,
+              ErrorOf(GetQueuedCompletionStatus(m_device, &bytes, &key, &overlapped, 0)));
 }
 
 }  // namespace

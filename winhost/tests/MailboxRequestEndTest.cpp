@@ -36,22 +36,19 @@ TEST_F(MailboxCancelTest, LeavesTheOtherHandleAlone) {
     const HANDLE other = Open();
     Request request;
     Query(other, request);
-    EXPECT_FALSE(CancelIoEx(m_device, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    EXPECT_EQ(ERROR_NOT_FOUND, ErrorOf(CancelIoEx(m_device, nullptr)));
     EXPECT_TRUE(request.IsPending());
     CloseHandle(other);
     EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
 }
 
 TEST_F(MailboxCancelTest, FindsNothingWhenNothingPends) {
-    EXPECT_FALSE(CancelIoEx(m_device, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    EXPECT_EQ(ERROR_NOT_FOUND, ErrorOf(CancelIoEx(m_device, nullptr)));
     Request request;
     Query(m_device, request);
     m_firmware.Respond(m_firmware.Receive(), 0);
     request.Await();
-    EXPECT_FALSE(CancelIoEx(m_device, &request.overlapped));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    EXPECT_EQ(ERROR_NOT_FOUND, ErrorOf(CancelIoEx(m_device, &request.overlapped)));
 }
 
 TEST_F(MailboxCancelTest, ALateAnswerIsDropped) {
@@ -126,8 +123,7 @@ TEST_F(MailboxGoneTest, FailsLaterCallsToo) {
     request.Await();
     EXPECT_EQ(Query(m_device, request), ERROR_DEVICE_NOT_CONNECTED);
     EXPECT_EQ(Read(m_device, request), ERROR_DEVICE_NOT_CONNECTED);
-    EXPECT_FALSE(CancelIoEx(m_device, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    EXPECT_EQ(ERROR_NOT_FOUND, ErrorOf(CancelIoEx(m_device, nullptr)));
 }
 
 TEST_F(MailboxGoneTest, ANewHandleReachesFirmwareThatIsBack) {

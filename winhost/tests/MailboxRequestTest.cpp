@@ -27,31 +27,27 @@ TEST_F(MailboxOpenTest, EachHandleIsAConnection) {
 TEST_F(MailboxOpenTest, AThirdHandleIsRefused) {
     const HANDLE first = Open();
     Open();
-    EXPECT_EQ(Open(), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(Open()));
     CloseHandle(first);
     EXPECT_NE(Open(), INVALID_HANDLE_VALUE);
 }
 
 TEST_F(MailboxOpenTest, ThereIsNothingToOpenWithoutTheFirmware) {
     m_peer->Close();
-    EXPECT_EQ(Open(), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOf(Open()));
     EXPECT_EQ(Device().OpenHandles(), 0u);
 }
 
 TEST_F(MailboxOpenTest, OtherPathsNameNoDevice) {
-    EXPECT_EQ(CreateFileA(R"(\\?\other)", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                          FILE_FLAG_OVERLAPPED, nullptr),
-              INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
+              ErrorOf(CreateFileA(R"(\\?\other)", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_OVERLAPPED, nullptr)));
 }
 
 TEST_F(MailboxOpenTest, HandlesAreOverlapped) {
-    EXPECT_EQ(CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                          OPEN_EXISTING, 0, nullptr),
-              INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(ERROR_NOT_SUPPORTED,
+              ErrorOf(CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                  OPEN_EXISTING, 0, nullptr)));
 }
 
 TEST_F(MailboxRequestTest, PendsUntilTheFirmwareAnswers) {
@@ -73,8 +69,8 @@ TEST_F(MailboxRequestTest, PendsUntilTheFirmwareAnswers) {
 TEST_F(MailboxRequestTest, ResultIsIncompleteWhileItPends) {
     Request request;
     Write(m_device, request, "");
-    EXPECT_FALSE(GetOverlappedResult(m_device, &request.overlapped, &request.bytes, FALSE));
-    EXPECT_EQ(GetLastError(), ERROR_IO_INCOMPLETE);
+    EXPECT_EQ(ERROR_IO_INCOMPLETE,
+              ErrorOf(GetOverlappedResult(m_device, &request.overlapped, &request.bytes, FALSE)));
     m_firmware.Respond(m_firmware.Receive(), 0);
     EXPECT_EQ(request.Await(), ERROR_SUCCESS);
 }
@@ -195,8 +191,8 @@ TEST_F(MailboxRequestTest, AboveTheLargestFrameItIsInvalid) {
 }
 
 TEST_F(MailboxRequestTest, NeedsAnOverlappedStructure) {
-    EXPECT_FALSE(DeviceIoControl(m_device, kWriteCode, nullptr, 0, nullptr, 0, nullptr, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
+              ErrorOf(DeviceIoControl(m_device, kWriteCode, nullptr, 0, nullptr, 0, nullptr, nullptr)));
 }
 
 TEST_F(MailboxRequestTest, NeedsAnEventThatIsOne) {
@@ -209,8 +205,7 @@ TEST_F(MailboxRequestTest, NeedsAHandleOfTheDevice) {
     Request request;
     EXPECT_EQ(Write(INVALID_HANDLE_VALUE, request, ""), ERROR_INVALID_HANDLE);
     EXPECT_EQ(Write(request.event, request, ""), ERROR_INVALID_HANDLE);
-    EXPECT_FALSE(CancelIoEx(INVALID_HANDLE_VALUE, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CancelIoEx(INVALID_HANDLE_VALUE, nullptr)));
 }
 
 TEST_F(MailboxRequestTest, ResetsItsEventAtTheStart) {

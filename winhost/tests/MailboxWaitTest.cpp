@@ -1,6 +1,4 @@
 // The mailbox has no thread of its own: the threads that wait for it do its work, for each other too.
-#include <filesystem>
-#include <functional>
 #include <thread>
 
 #include "winhost/core/Clock.h"
@@ -14,14 +12,6 @@ namespace {
 
 winhost::Clock& Clock() {
     return winhost::Clock::Instance();
-}
-
-// Gives up after ten seconds.
-bool Eventually(const std::function<bool()>& holds) {
-    const auto end = std::chrono::steady_clock::now() + 10s;
-    while (!holds() && std::chrono::steady_clock::now() < end)
-        std::this_thread::yield();
-    return holds();
 }
 
 // A thread that waits for an event with a time limit. The PC's clock knows when the thread is blocked.
@@ -76,14 +66,10 @@ class MailboxWaitTest : public MailboxRequestTest {
 };
 
 TEST_F(MailboxWaitTest, NeedsNoThreadOfItsOwn) {
-    const auto threads = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
-                             std::filesystem::directory_iterator());
-    };
-    const auto before = threads();
+    const size_t threads = Threads();
     Read(m_device, m_first);
     Query(m_device, m_second);
-    EXPECT_EQ(threads(), before);
+    EXPECT_EQ(threads, Threads());
 }
 
 TEST_F(MailboxWaitTest, AThreadThatWaitsCompletesTheRequestsOfOthers) {
@@ -168,8 +154,8 @@ TEST_F(MailboxWaitTest, TheFirmwaresEndEndsTheWaitsOfAll) {
     m_firmware.Close();
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
     EXPECT_EQ(m_follower->Result(), WAIT_OBJECT_0);
-    EXPECT_FALSE(GetOverlappedResult(m_device, &m_second.overlapped, &m_second.bytes, FALSE));
-    EXPECT_EQ(GetLastError(), ERROR_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(ERROR_DEVICE_NOT_CONNECTED,
+              ErrorOf(GetOverlappedResult(m_device, &m_second.overlapped, &m_second.bytes, FALSE)));
 }
 
 TEST_F(MailboxWaitTest, AThreadThatWaitedBeforeTheRequestWasMadeLeadsToo) {
@@ -241,8 +227,8 @@ TEST_F(MailboxWaitTest, AWaitOfNoTimeSeesThatTheFirmwareHasGone) {
     Query(m_device, m_first);
     m_firmware.Close();
     EXPECT_EQ(WaitForSingleObject(m_first.event, 0), WAIT_OBJECT_0);
-    EXPECT_FALSE(GetOverlappedResult(m_device, &m_first.overlapped, &m_first.bytes, FALSE));
-    EXPECT_EQ(GetLastError(), ERROR_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(ERROR_DEVICE_NOT_CONNECTED,
+              ErrorOf(GetOverlappedResult(m_device, &m_first.overlapped, &m_first.bytes, FALSE)));
 }
 
 TEST_F(MailboxWaitTest, TheResultOfAnAnswerThatIsThereIsComplete) {

@@ -7,7 +7,18 @@
 
 namespace {
 
-using NamedPipeTest = PipeFixture;
+class NamedPipeTest : public PipeFixture {
+  protected:
+    // The client that a server which has disconnected the last one takes next.
+    HANDLE OpenAgain(HANDLE server) {
+        auto connected = std::async(std::launch::async, [&] { return Connect(server); });
+        HANDLE client;
+        while ((client = Open()) == INVALID_HANDLE_VALUE)
+            EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
+        connected.get();
+        return client;
+    }
+};
 
 TEST_F(NamedPipeTest, AClientThatComesEndsTheWaitForIt) {
     const HANDLE server = Create();
@@ -73,7 +84,7 @@ TEST_F(NamedPipeTest, ManyInstancesMayBeHad) {
 
 TEST_F(NamedPipeTest, AClosedInstanceMakesRoomForAnother) {
     for (int i = 0; i < 10; ++i) {
-        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        const HANDLE server = CreateOnly({.room = 0, .maxInstances = 1});
         ASSERT_NE(INVALID_HANDLE_VALUE, server);
         CloseHandle(server);
     }
@@ -117,8 +128,7 @@ TEST_F(NamedPipeTest, WhatThisHostHasNotIsRefused) {
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED},
               OpenError(kName, GENERIC_READ | GENERIC_WRITE, FILE_FLAG_OVERLAPPED));
     OVERLAPPED overlapped{};
-    EXPECT_FALSE(ConnectNamedPipe(server, &overlapped));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(ConnectNamedPipe(server, &overlapped)));
 }
 
 TEST_F(NamedPipeTest, ADisconnectedInstanceTakesNoClientUntilTheNextConnect) {
@@ -126,11 +136,7 @@ TEST_F(NamedPipeTest, ADisconnectedInstanceTakesNoClientUntilTheNextConnect) {
     Open();
     EXPECT_TRUE(DisconnectNamedPipe(server));
     EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, OpenError());
-    auto connected = std::async(std::launch::async, [&] { return Connect(server); });
-    HANDLE client;
-    while ((client = Open()) == INVALID_HANDLE_VALUE)
-        ASSERT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
-    connected.get();
+    const HANDLE client = OpenAgain(server);
     Write(client, "again");
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "again"}), Read(server));
 }
@@ -139,11 +145,7 @@ TEST_F(NamedPipeTest, TheNextClientMeetsNothingOfTheLast) {
     const HANDLE server = Create();
     Write(Open(), "left over");
     EXPECT_TRUE(DisconnectNamedPipe(server));
-    auto connected = std::async(std::launch::async, [&] { return Connect(server); });
-    HANDLE client;
-    while ((client = Open()) == INVALID_HANDLE_VALUE)
-        ASSERT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
-    connected.get();
+    const HANDLE client = OpenAgain(server);
     Write(client, "new");
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "new"}), Read(server));
 }
@@ -152,16 +154,14 @@ TEST_F(NamedPipeTest, WhatIsNotConnectedCannotBeDisconnected) {
     const HANDLE server = Create();
     Open();
     EXPECT_TRUE(DisconnectNamedPipe(server));
-    EXPECT_FALSE(DisconnectNamedPipe(server));
-    EXPECT_EQ(DWORD{ERROR_PIPE_NOT_CONNECTED}, GetLastError());
+    EXPECT_EQ(ERROR_PIPE_NOT_CONNECTED, ErrorOf(DisconnectNamedPipe(server)));
 }
 
 TEST_F(NamedPipeTest, OnlyTheServerConnectsAndDisconnects) {
     Create();
     const HANDLE client = Open();
     EXPECT_EQ(DWORD{ERROR_INVALID_FUNCTION}, Connect(client));
-    EXPECT_FALSE(DisconnectNamedPipe(client));
-    EXPECT_EQ(DWORD{ERROR_INVALID_FUNCTION}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_FUNCTION, ErrorOf(DisconnectNamedPipe(client)));
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Connect(INVALID_HANDLE_VALUE));
 }
 
@@ -182,13 +182,12 @@ TEST_F(NamedPipeTest, AConnectThatBlocksCanBeCancelled) {
 }
 
 TEST_F(NamedPipeTest, ThereMayBeNothingToCancel) {
-    EXPECT_FALSE(CancelIoEx(Create(), nullptr));
-    EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_FOUND, ErrorOf(CancelIoEx(Create(), nullptr)));
 }
 
 TEST_F(NamedPipeTest, ClosingTheHandleEndsAConnectThatBlocks) {
     for (int round = 0; round < 50; ++round) {
-        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        const HANDLE server = CreateOnly({.room = 0, .maxInstances = 1});
         ASSERT_NE(INVALID_HANDLE_VALUE, server);
         auto connected = std::async(std::launch::async, [&] { return Connect(server); });
         EXPECT_TRUE(CloseHandle(server));
@@ -198,20 +197,17 @@ TEST_F(NamedPipeTest, ClosingTheHandleEndsAConnectThatBlocks) {
 }
 
 TEST_F(NamedPipeTest, ClosedPipesLeaveNoHandleAndNoDescriptor) {
-    const auto descriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
     const auto handles = winhost::HandleTable::Instance().Size();
-    const auto before = descriptors();
+    const size_t descriptors = OpenDescriptors();
     for (int round = 0; round < 20; ++round) {
-        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        const HANDLE server = CreateOnly({.room = 0, .maxInstances = 1});
         const HANDLE client =
             CreateFileA(kName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
         Connect(server);
         CloseHandle(round % 2 ? server : client);
         CloseHandle(round % 2 ? client : server);
     }
-    EXPECT_EQ(before, descriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors());
     EXPECT_EQ(handles, winhost::HandleTable::Instance().Size());
 }
 

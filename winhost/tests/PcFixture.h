@@ -5,12 +5,15 @@
 
 #include <stdlib.h>
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "winhost/pc/Pc.h"
+#include "winhost/tests/Errors.h"
 
 class PcFixture : public testing::Test {
   protected:
@@ -35,5 +38,25 @@ class PcFixture : public testing::Test {
         winhost::Pc::Instance().Reset(description);
     }
 
+    // False when it doesn't come true within twenty seconds.
+    static bool Eventually(const std::function<bool()>& holds) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!holds()) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return true;
+    }
+
+    // Of this process.
+    static size_t OpenDescriptors() { return EntriesOf("/proc/self/fd"); }
+    static size_t Threads() { return EntriesOf("/proc/self/task"); }
+
     std::filesystem::path m_root;
+
+  private:
+    static size_t EntriesOf(const char* folder) {
+        const std::filesystem::directory_iterator entries(folder);
+        return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+    }
 };

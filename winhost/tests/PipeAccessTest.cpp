@@ -52,10 +52,8 @@ TEST_F(PipeAccessTest, TheSystemMayConnectToEveryPipe) {
 
 TEST_F(PipeAccessTest, DescriptorsHaveTheRevisionOfToday) {
     SECURITY_DESCRIPTOR descriptor{};
-    EXPECT_FALSE(InitializeSecurityDescriptor(&descriptor, 2));
-    EXPECT_EQ(DWORD{ERROR_UNKNOWN_REVISION}, GetLastError());
-    EXPECT_FALSE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
-    EXPECT_EQ(DWORD{ERROR_UNKNOWN_REVISION}, GetLastError());
+    EXPECT_EQ(ERROR_UNKNOWN_REVISION, ErrorOf(InitializeSecurityDescriptor(&descriptor, 2)));
+    EXPECT_EQ(ERROR_UNKNOWN_REVISION, ErrorOf(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE)));
 }
 
 // The other process is this program again, with the same test in the other part.

@@ -62,8 +62,7 @@ TEST_F(PipeDataTest, AClientReadsWhenItHasAskedForMessages) {
     Write(m_server, "text");
     EXPECT_EQ((PipeRead{ERROR_NOT_SUPPORTED, ""}), Read(m_client));
     DWORD mode = 0;
-    EXPECT_FALSE(SetNamedPipeHandleState(m_client, &mode, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(SetNamedPipeHandleState(m_client, &mode, nullptr, nullptr)));
     mode = PIPE_READMODE_MESSAGE;
     EXPECT_TRUE(SetNamedPipeHandleState(m_client, &mode, nullptr, nullptr));
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(m_client));
@@ -217,7 +216,7 @@ TEST_F(PipeDataTest, AWriteThatBlocksCanBeCancelled) {
 
 TEST_F(PipeDataTest, ClosingTheHandleEndsAReadThatBlocks) {
     for (int round = 0; round < 50; ++round) {
-        const HANDLE server = CreateNamedPipeA(kName, PIPE_ACCESS_DUPLEX, kMessages, 1, 0, 0, 0, nullptr);
+        const HANDLE server = CreateOnly({.room = 0, .maxInstances = 1});
         const HANDLE client = Open();
         auto read = std::async(std::launch::async, [&] { return Read(client); });
         EXPECT_TRUE(CloseHandle(client));
@@ -241,12 +240,10 @@ TEST_F(PipeDataTest, RequestsThatPipesDoNotKnowAreRefused) {
     DWORD bytes = 0;
     char buffer[4];
     OVERLAPPED overlapped{};
-    EXPECT_FALSE(DeviceIoControl(m_client, 0x9C41A47C, nullptr, 0, nullptr, 0, &bytes, &overlapped));
-    EXPECT_EQ(DWORD{ERROR_INVALID_FUNCTION}, GetLastError());
-    EXPECT_FALSE(ReadFile(m_client, buffer, sizeof buffer, &bytes, &overlapped));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
-    EXPECT_FALSE(WriteFile(m_client, nullptr, 4, &bytes, nullptr));
-    EXPECT_EQ(DWORD{ERROR_NOACCESS}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_FUNCTION,
+              ErrorOf(DeviceIoControl(m_client, 0x9C41A47C, nullptr, 0, nullptr, 0, &bytes, &overlapped)));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(ReadFile(m_client, buffer, sizeof buffer, &bytes, &overlapped)));
+    EXPECT_EQ(ERROR_NOACCESS, ErrorOf(WriteFile(m_client, nullptr, 4, &bytes, nullptr)));
 }
 
 TEST_F(PipeDataTest, ManyMessagesKeepTheirOrderAndTheirEnds) {

@@ -47,10 +47,11 @@ class PipeFixture : public PcFixture {
         DWORD pipeMode = kMessages;
         SECURITY_ATTRIBUTES* attributes = nullptr;
     };
-    HANDLE Create(const Shape& shape) {
-        return Keep(CreateNamedPipeA(shape.name, shape.openMode, shape.pipeMode, shape.maxInstances,
-                                     shape.room, shape.room, 0, shape.attributes));
+    static HANDLE CreateOnly(const Shape& shape) {
+        return CreateNamedPipeA(shape.name, shape.openMode, shape.pipeMode, shape.maxInstances, shape.room,
+                                shape.room, 0, shape.attributes);
     }
+    HANDLE Create(const Shape& shape) { return Keep(CreateOnly(shape)); }
     HANDLE Create() { return Create(Shape()); }
     // The error of a creation that fails.
     DWORD CreateError(const Shape& shape) {

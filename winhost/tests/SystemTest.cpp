@@ -8,11 +8,9 @@
 #include <tuple>
 
 #include "winhost/core/Gate.h"
-#include "winhost/tests/PcFixture.h"
+#include "winhost/tests/WinsockFixture.h"
 
 namespace {
-
-static_assert(sizeof(OSVERSIONINFOW) == 20 + 128 * sizeof(WCHAR));
 
 using GetVersion = LONG(WINAPI*)(PRTL_OSVERSIONINFOW);
 
@@ -70,13 +68,12 @@ TEST_F(SystemTest, TheVersionNeedsItsSize) {
 TEST_F(SystemTest, ModulesAndTheirFunctionsGoByTheirNames) {
     EXPECT_EQ(GetModuleHandleA("NTDLL"), GetModuleHandleA("ntdll.dll"));
     EXPECT_NE(nullptr, GetModuleHandleA(nullptr));
-    EXPECT_EQ(nullptr, GetModuleHandleA("nosuch.dll"));
-    EXPECT_EQ(DWORD{ERROR_MOD_NOT_FOUND}, GetLastError());
-    EXPECT_EQ(nullptr, GetProcAddress(GetModuleHandleA("ntdll.dll"), "rtlgetversion")) << "case matters";
-    EXPECT_EQ(DWORD{ERROR_PROC_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(ERROR_MOD_NOT_FOUND, ErrorOf(GetModuleHandleA("nosuch.dll")));
+    EXPECT_EQ(ERROR_PROC_NOT_FOUND,
+              ErrorOf(GetProcAddress(GetModuleHandleA("ntdll.dll"), "rtlgetversion") != nullptr))
+        << "case matters";
     EXPECT_EQ(nullptr, GetProcAddress(GetModuleHandleA(nullptr), "RtlGetVersion"));
-    EXPECT_EQ(nullptr, GetProcAddress(nullptr, "RtlGetVersion"));
-    EXPECT_EQ(DWORD{ERROR_MOD_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(ERROR_MOD_NOT_FOUND, ErrorOf(GetProcAddress(nullptr, "RtlGetVersion") != nullptr));
 }
 
 TEST_F(SystemTest, TheArchitectureIsThePcs) {
@@ -97,11 +94,9 @@ TEST_F(SystemTest, TheDomainIsThePcs) {
     EXPECT_STREQ("lab.example", name);
     EXPECT_EQ(11u, size);
     size = 11;
-    EXPECT_FALSE(GetComputerNameExA(ComputerNameDnsDomain, name, &size));
-    EXPECT_EQ(DWORD{ERROR_MORE_DATA}, GetLastError());
+    EXPECT_EQ(ERROR_MORE_DATA, ErrorOf(GetComputerNameExA(ComputerNameDnsDomain, name, &size)));
     EXPECT_EQ(12u, size);
-    EXPECT_FALSE(GetComputerNameExA(ComputerNameNetBIOS, name, &size));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(GetComputerNameExA(ComputerNameNetBIOS, name, &size)));
 }
 
 TEST_F(SystemTest, APcWithoutADomainHasAnEmptyOne) {
@@ -114,17 +109,14 @@ TEST_F(SystemTest, APcWithoutADomainHasAnEmptyOne) {
 
 TEST_F(SystemTest, TheHostNameNeedsWinsockAndRoom) {
     char name[11] = "";
-    EXPECT_EQ(SOCKET_ERROR, gethostname(name, sizeof name));
-    EXPECT_EQ(WSANOTINITIALISED, WSAGetLastError());
+    EXPECT_EQ(WSANOTINITIALISED, SocketErrorOf(gethostname(name, sizeof name)));
     WSADATA data;
     ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 2), &data));
     EXPECT_EQ(0, gethostname(name, sizeof name));
     EXPECT_STREQ("WINHOST-PC", name);
-    EXPECT_EQ(SOCKET_ERROR, gethostname(name, 10));
-    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
+    EXPECT_EQ(WSAEFAULT, SocketErrorOf(gethostname(name, 10)));
     winhost::Gate::Instance().FailNth("gethostname", 1, WSAENETDOWN);
-    EXPECT_EQ(SOCKET_ERROR, gethostname(name, sizeof name));
-    EXPECT_EQ(WSAENETDOWN, WSAGetLastError());
+    EXPECT_EQ(WSAENETDOWN, SocketErrorOf(gethostname(name, sizeof name)));
     WSACleanup();
 }
 

@@ -60,24 +60,19 @@ TEST_F(ThreadTest, GoesOnWhenItsHandleIsClosed) {
 }
 
 TEST_F(ThreadTest, WhatCannotBeDoneIsRefused) {
-    EXPECT_EQ(nullptr, CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr)));
     constexpr DWORD kSuspended = 4;
-    EXPECT_EQ(nullptr, CreateThread(nullptr, 0, Return0, nullptr, kSuspended, nullptr));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateThread(nullptr, 0, Return0, nullptr, kSuspended, nullptr)));
     winhost::Gate::Instance().FailNth("CreateThread", 1, ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(nullptr, CreateThread(nullptr, 0, Return0, nullptr, 0, nullptr));
-    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, ErrorOf(CreateThread(nullptr, 0, Return0, nullptr, 0, nullptr)));
 }
 
 TEST_F(ThreadTest, CannotBeEndedFromOutside) {
     const HANDLE thread = CreateThread(nullptr, 0, Return0, nullptr, 0, nullptr);
-    EXPECT_FALSE(TerminateThread(thread, 0));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(TerminateThread(thread, 0)));
     WaitForSingleObject(thread, INFINITE);
     CloseHandle(thread);
-    EXPECT_FALSE(TerminateThread(thread, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(TerminateThread(thread, 0)));
 }
 
 }  // namespace

@@ -7,12 +7,6 @@
 
 namespace {
 
-static_assert(sizeof(PROCESSENTRY32) == 304 && offsetof(PROCESSENTRY32, th32ProcessID) == 8 &&
-              offsetof(PROCESSENTRY32, th32DefaultHeapID) == 16 &&
-              offsetof(PROCESSENTRY32, cntThreads) == 28 && offsetof(PROCESSENTRY32, pcPriClassBase) == 36 &&
-              offsetof(PROCESSENTRY32, szExeFile) == 44);
-static_assert(TH32CS_SNAPALL == 15);
-
 using Texts = std::vector<std::string>;
 
 class Toolhelp : public LaunchFixture {
@@ -94,25 +88,20 @@ TEST_F(Toolhelp, TheSizeHasToBeToldAndTheHandleASnapshots) {
     const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     PROCESSENTRY32 entry{};
     entry.dwSize = sizeof entry - 1;
-    EXPECT_FALSE(Process32First(snapshot, &entry));
-    EXPECT_EQ(DWORD{ERROR_BAD_LENGTH}, GetLastError());
+    EXPECT_EQ(ERROR_BAD_LENGTH, ErrorOf(Process32First(snapshot, &entry)));
     CloseHandle(snapshot);
     entry.dwSize = sizeof entry;
     for (const HANDLE none : {snapshot, INVALID_HANDLE_VALUE}) {
         SetLastError(0);
-        EXPECT_FALSE(Process32Next(none, &entry));
-        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+        EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(Process32Next(none, &entry)));
     }
 }
 
 TEST_F(Toolhelp, AFailureIsTheInvalidHandle) {
-    EXPECT_EQ(INVALID_HANDLE_VALUE, CreateToolhelp32Snapshot(0, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
-    EXPECT_EQ(INVALID_HANDLE_VALUE, CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 5000000));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(CreateToolhelp32Snapshot(0, 0)));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 5000000)));
     winhost::Gate::Instance().FailNth("CreateToolhelp32Snapshot", 1, ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(INVALID_HANDLE_VALUE, CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, GetLastError());
+    EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, ErrorOf(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0)));
 }
 
 TEST_F(Toolhelp, AStartedProgramIsThereWhenTheCallReturnsAndGoneWithItsEnd) {
@@ -123,7 +112,6 @@ TEST_F(Toolhelp, AStartedProgramIsThereWhenTheCallReturnsAndGoneWithItsEnd) {
         EXPECT_TRUE(TerminateProcess(started.information.hProcess, 9));
         EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hProcess, INFINITE));
         EXPECT_EQ(0u, Count("app.exe"));
-        Close(started);
     }
 }
 
@@ -133,14 +121,14 @@ TEST_F(Toolhelp, AProgramIsNamedAsItWasStartedWhateverItsFile) {
     WriteScript("becomes.exe", "exec sleep 1000");
     ASSERT_EQ(0, mkfifo(OnC("fifo").c_str(), 0600));
     for (const char* command : {R"("C:\link.exe" 1000)", R"("C:\script.exe")", R"("C:\becomes.exe")"})
-        Close(Start(command));
+        Start(command);
     for (const char* name : {"link.exe", "script.exe", "becomes.exe"})
         EXPECT_EQ(1u, Count(name)) << name;
 }
 
 TEST_F(Toolhelp, WhatAProgramStartsIsThereUnderItsOwnName) {
     WriteScript("app.exe", "sleep 1000");
-    Close(Start(R"("C:\app.exe")"));
+    Start(R"("C:\app.exe")");
     EXPECT_TRUE(Eventually([] { return Count("sleep") == 1; }));
     EXPECT_EQ(1u, Count("app.exe"));
     DWORD session = 9;
@@ -150,8 +138,8 @@ TEST_F(Toolhelp, WhatAProgramStartsIsThereUnderItsOwnName) {
 
 TEST_F(Toolhelp, TwoOfAKindAreBothThere) {
     WriteSleeper("app.exe");
-    Close(Start(R"("C:\app.exe" 1000)"));
-    Close(Start(R"("C:\app.exe" 1000)"));
+    Start(R"("C:\app.exe" 1000)");
+    Start(R"("C:\app.exe" 1000)");
     EXPECT_EQ(2u, Count("app.exe"));
 }
 
@@ -181,18 +169,16 @@ TEST_F(Toolhelp, PcsWithOtherRootsSeeNothingOfEachOther) {
     description.root = other;
     winhost::Pc::Instance().Reset(description);
     EXPECT_EQ(0u, Count("app.exe"));
-    EXPECT_FALSE(OpenProcess(PROCESS_TERMINATE, FALSE, started.Id()));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(OpenProcess(PROCESS_TERMINATE, FALSE, started.Id())));
     StartPc([](auto&) {});
     EXPECT_EQ(1u, Count("app.exe"));
-    Close(started);
 }
 
 TEST_F(Toolhelp, ProcessesOfTheMachineAreNotThere) {
     EXPECT_EQ(4u, Names().size());
     EXPECT_FALSE(OpenProcess(PROCESS_TERMINATE, FALSE, 1));
-    EXPECT_FALSE(OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(getppid())));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
+              ErrorOf(OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(getppid()))));
 }
 
 TEST_F(Toolhelp, ANameThatIsTooLongIsCut) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "winhost/core/Clock.h"
+#include "winhost/tests/Errors.h"
 #include "winhost/tests/ManualTime.h"
 
 using namespace std::chrono_literals;
@@ -44,8 +45,7 @@ TEST(Event, SetTwiceBeforeAWaitCountsOnce) {
 }
 
 TEST(Event, HasNoName) {
-    EXPECT_EQ(CreateEventA(nullptr, FALSE, FALSE, "name"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateEventA(nullptr, FALSE, FALSE, "name")));
 }
 
 TEST(Event, WakesAThreadThatWaitsForEver) {
@@ -154,13 +154,9 @@ TEST_F(MutexTest, IsReleasedAsOftenAsItWasTaken) {
 }
 
 TEST_F(MutexTest, IsReleasedByItsOwnerAlone) {
-    EXPECT_FALSE(ReleaseMutex(m_mutex));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
+    EXPECT_EQ(ERROR_NOT_OWNER, ErrorOf(ReleaseMutex(m_mutex)));
     WaitForSingleObject(m_mutex, INFINITE);
-    std::thread([&] {
-        EXPECT_FALSE(ReleaseMutex(m_mutex));
-        EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
-    }).join();
+    std::thread([&] { EXPECT_EQ(ERROR_NOT_OWNER, ErrorOf(ReleaseMutex(m_mutex))); }).join();
     EXPECT_TRUE(ReleaseMutex(m_mutex));
 }
 

@@ -45,8 +45,7 @@ TEST_F(WinsockClose, ClosingAConnectionInterruptsItsSend) {
 TEST_F(WinsockClose, ASecondCloseFindsNoSocket) {
     const SOCKET s = NewSocket();
     EXPECT_EQ(0, closesocket(s));
-    EXPECT_EQ(SOCKET_ERROR, closesocket(s));
-    EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+    EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(closesocket(s)));
 }
 
 TEST_F(WinsockClose, WhatWasSentBeforeTheCloseArrives) {

@@ -10,6 +10,14 @@
 #include "winhost/tests/PosixPeer.h"
 #include "winhost/tests/PcFixture.h"
 
+// As ErrorOf, for the failure values of Winsock.
+inline long SocketErrorOf(int result) {
+    return result != SOCKET_ERROR ? 0 : WSAGetLastError();
+}
+inline long SocketErrorOf(SOCKET s) {
+    return s != INVALID_SOCKET ? 0 : WSAGetLastError();
+}
+
 class WinsockFixture : public PcFixture {
   protected:
     WinsockFixture() {

@@ -8,29 +8,21 @@ using WinsockListen = WinsockFixture;
 TEST_F(WinsockListen, ASecondListenerOnATakenPortIsRefused) {
     const SOCKET first = NewListener();
     const SOCKET second = NewSocket();
-    EXPECT_EQ(SOCKET_ERROR, Bind(second, PortOf(first)));
-    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
-    closesocket(second);
-    closesocket(first);
+    EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(second, PortOf(first))));
 }
 
 TEST_F(WinsockListen, APortIsTakenFromTheBindOn) {
     const SOCKET first = NewSocket();
     ASSERT_EQ(0, Bind(first, 0));
     const SOCKET second = NewSocket();
-    EXPECT_EQ(SOCKET_ERROR, Bind(second, PortOf(first)));
-    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
+    EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(second, PortOf(first))));
     EXPECT_EQ(0, listen(first, 1));
-    closesocket(second);
-    closesocket(first);
 }
 
 TEST_F(WinsockListen, APortThatAnotherProgramListensOnIsTaken) {
     const PosixPeer other = PosixPeer::ListenOn(0);
     const SOCKET s = NewSocket();
-    EXPECT_EQ(SOCKET_ERROR, Bind(s, other.Port()));
-    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(s, other.Port())));
 }
 
 TEST_F(WinsockListen, APortThatOldConnectionsRememberIsFreeAtOnce) {
@@ -45,7 +37,6 @@ TEST_F(WinsockListen, APortThatOldConnectionsRememberIsFreeAtOnce) {
     const SOCKET again = NewSocket();
     EXPECT_EQ(0, Bind(again, port));
     EXPECT_EQ(0, listen(again, 1));
-    closesocket(again);
 }
 
 TEST_F(WinsockListen, APortWhoseListenerHasGoneIsFreeThoughAConnectionLives) {
@@ -54,14 +45,11 @@ TEST_F(WinsockListen, APortWhoseListenerHasGoneIsFreeThoughAConnectionLives) {
     PosixPeer peer = PosixPeer::ConnectTo(port);
     const SOCKET accepted = accept(listener, nullptr, nullptr);
     closesocket(listener);
-    const SOCKET again = NewListener(port);
+    NewListener(port);
     EXPECT_EQ(1, send(accepted, "x", 1, 0));
     EXPECT_EQ("x", peer.Receive(1));
     const SOCKET third = NewSocket();
-    EXPECT_EQ(SOCKET_ERROR, Bind(third, port));
-    EXPECT_EQ(WSAEADDRINUSE, WSAGetLastError());
-    for (const SOCKET s : {accepted, again, third})
-        closesocket(s);
+    EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(third, port)));
 }
 
 TEST_F(WinsockListen, AListenerThatIsClosedUnderItsAcceptFreesThePort) {
@@ -69,33 +57,27 @@ TEST_F(WinsockListen, AListenerThatIsClosedUnderItsAcceptFreesThePort) {
     const uint16_t port = PortOf(listener);
     BlockedCall blocked([=] { return static_cast<long long>(accept(listener, nullptr, nullptr)); });
     closesocket(listener);
-    const SOCKET again = NewListener(port);
+    NewListener(port);
     EXPECT_EQ(-1, blocked.Result());
-    closesocket(again);
 }
 
 TEST_F(WinsockListen, BindingTwiceAndListeningUnboundAreInvalid) {
     const SOCKET s = NewSocket();
-    EXPECT_EQ(SOCKET_ERROR, listen(s, 1));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(listen(s, 1)));
     ASSERT_EQ(0, Bind(s, 0));
-    EXPECT_EQ(SOCKET_ERROR, Bind(s, 0));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(Bind(s, 0)));
 }
 
 TEST_F(WinsockListen, ANameHasToBeAWholeIPv4One) {
     const SOCKET s = NewSocket();
     sockaddr_in name = Address(0);
-    EXPECT_EQ(SOCKET_ERROR, bind(s, reinterpret_cast<const sockaddr*>(&name), 8));
-    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
+    EXPECT_EQ(WSAEFAULT, SocketErrorOf(bind(s, reinterpret_cast<const sockaddr*>(&name), 8)));
     name.sin_family = 23;
-    EXPECT_EQ(SOCKET_ERROR, bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
-    EXPECT_EQ(WSAEAFNOSUPPORT, WSAGetLastError());
+    EXPECT_EQ(WSAEAFNOSUPPORT,
+              SocketErrorOf(bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
     name = Address(0, inet_addr("203.0.113.1"));
-    EXPECT_EQ(SOCKET_ERROR, bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
-    EXPECT_EQ(WSAEADDRNOTAVAIL, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEADDRNOTAVAIL,
+              SocketErrorOf(bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
 }
 
 TEST_F(WinsockListen, ADescribedPortIsClosedToOtherMachinesUnlessDescribedAsOpen) {
@@ -135,8 +117,6 @@ TEST_F(WinsockListen, ADescribedPortStandsForTheOneAskedFor) {
     const PosixPeer peer = PosixPeer::ConnectTo(real);
     const SOCKET accepted = accept(listener, nullptr, nullptr);
     EXPECT_EQ(664, PortOf(accepted));
-    closesocket(accepted);
-    closesocket(listener);
 }
 
 }  // namespace

@@ -38,7 +38,6 @@ TEST_F(WinsockReadable, EndsWhenBytesCome) {
     EXPECT_EQ(1, recv(s, &byte, 1, 0));
     EXPECT_EQ('x', byte);
     EXPECT_EQ(0, Select(s, 0));
-    closesocket(s);
 }
 
 TEST_F(WinsockReadable, EndsWhenTheTimeIsOverOnThePcsClock) {
@@ -50,7 +49,6 @@ TEST_F(WinsockReadable, EndsWhenTheTimeIsOverOnThePcsClock) {
     ASSERT_TRUE(Clock().AwaitSleeper(1ms));
     Clock().Advance(1ms);
     EXPECT_EQ(0, blocked.Result());
-    closesocket(s);
 }
 
 TEST_F(WinsockReadable, EndsByItselfOnARunningClock) {
@@ -58,7 +56,6 @@ TEST_F(WinsockReadable, EndsByItselfOnARunningClock) {
     const auto before = std::chrono::steady_clock::now();
     EXPECT_EQ(0, Select(s, 0, 20'000));
     EXPECT_GE(std::chrono::steady_clock::now() - before, 20ms);
-    closesocket(s);
 }
 
 TEST_F(WinsockReadable, EndsForBytesWhileTheClockStandsStill) {
@@ -67,7 +64,6 @@ TEST_F(WinsockReadable, EndsForBytesWhileTheClockStandsStill) {
     BlockedCall blocked([s = s] { return Select(s, 3600); });
     peer.Send("x");
     EXPECT_EQ(1, blocked.Result());
-    closesocket(s);
 }
 
 TEST_F(WinsockReadable, LeavesInTheSetWhatCanBeRead) {
@@ -82,8 +78,6 @@ TEST_F(WinsockReadable, LeavesInTheSetWhatCanBeRead) {
     fd_set none{1, {quiet}};
     EXPECT_EQ(0, Select(none, 0));
     EXPECT_EQ(0u, none.fd_count);
-    closesocket(quiet);
-    closesocket(busy);
 }
 
 TEST_F(WinsockReadable, TakesAnEndOrAResetForSomethingToRead) {
@@ -99,10 +93,8 @@ TEST_F(WinsockReadable, TakesAnEndOrAResetForSomethingToRead) {
     otherPeer.Reset();
     EXPECT_EQ(1, Select(other, 10));
     for (const int flags : {MSG_PEEK, 0, 0}) {
-        EXPECT_EQ(SOCKET_ERROR, recv(other, &byte, 1, flags));
-        EXPECT_EQ(WSAECONNRESET, WSAGetLastError());
+        EXPECT_EQ(WSAECONNRESET, SocketErrorOf(recv(other, &byte, 1, flags)));
     }
-    closesocket(other);
 }
 
 TEST_F(WinsockReadable, TakesAConnectionThatWaitsForSomethingToRead) {
@@ -110,13 +102,11 @@ TEST_F(WinsockReadable, TakesAConnectionThatWaitsForSomethingToRead) {
     EXPECT_EQ(0, Select(listener, 0));
     PosixPeer peer = PosixPeer::ConnectTo(PortOf(listener));
     EXPECT_EQ(1, Select(listener, 10));
-    closesocket(listener);
 }
 
 TEST_F(WinsockReadable, FindsNothingToReadInASocketThatIsNotConnected) {
     const SOCKET s = NewSocket();
     EXPECT_EQ(0, Select(s, 0));
-    closesocket(s);
 }
 
 TEST_F(WinsockReadable, EndsWhenTheSocketIsClosedUnderIt) {
@@ -131,32 +121,24 @@ TEST_F(WinsockReadable, RefusesWhatIsNoSocket) {
     auto [s, peer] = Connect();
     closesocket(s);
     for (const SOCKET none : {s, SOCKET{0}, INVALID_SOCKET}) {
-        EXPECT_EQ(SOCKET_ERROR, Select(none, 0));
-        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(Select(none, 0)));
     }
 }
 
 TEST_F(WinsockReadable, RefusesAnEmptySetAndATimeThatIsNone) {
-    EXPECT_EQ(SOCKET_ERROR, select(0, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(select(0, nullptr, nullptr, nullptr, nullptr)));
     fd_set empty{0, {}};
-    EXPECT_EQ(SOCKET_ERROR, Select(empty, 0));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(Select(empty, 0)));
     const SOCKET s = NewSocket();
-    EXPECT_EQ(SOCKET_ERROR, Select(s, -1));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(Select(s, -1)));
 }
 
 TEST_F(WinsockReadable, WaitsForNothingButWhatCanBeRead) {
     const SOCKET s = NewSocket();
     const timeval none{};
     fd_set set{1, {s}};
-    EXPECT_EQ(SOCKET_ERROR, select(0, nullptr, &set, nullptr, &none));
-    EXPECT_EQ(WSAEOPNOTSUPP, WSAGetLastError());
-    EXPECT_EQ(SOCKET_ERROR, select(0, nullptr, nullptr, &set, &none));
-    EXPECT_EQ(WSAEOPNOTSUPP, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEOPNOTSUPP, SocketErrorOf(select(0, nullptr, &set, nullptr, &none)));
+    EXPECT_EQ(WSAEOPNOTSUPP, SocketErrorOf(select(0, nullptr, nullptr, &set, &none)));
 }
 
 TEST_F(WinsockReadable, APeekLeavesTheBytesThere) {
@@ -169,7 +151,6 @@ TEST_F(WinsockReadable, APeekLeavesTheBytesThere) {
     EXPECT_EQ(1, recv(s, bytes, 1, 0));
     EXPECT_EQ(1, recv(s, bytes + 1, 1, 0));
     EXPECT_EQ('b', bytes[1]);
-    closesocket(s);
 }
 
 }  // namespace

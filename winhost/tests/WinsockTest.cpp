@@ -21,10 +21,8 @@ TEST(WinsockStart, RefusesVersionZeroAndAMissingBuffer) {
 }
 
 TEST(WinsockStart, NothingWorksBeforeIt) {
-    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-    EXPECT_EQ(WSANOTINITIALISED, WSAGetLastError());
-    EXPECT_EQ(SOCKET_ERROR, WSACleanup());
-    EXPECT_EQ(WSANOTINITIALISED, WSAGetLastError());
+    EXPECT_EQ(WSANOTINITIALISED, SocketErrorOf(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP)));
+    EXPECT_EQ(WSANOTINITIALISED, SocketErrorOf(WSACleanup()));
 }
 
 TEST(WinsockStart, EachStartNeedsItsOwnCleanup) {
@@ -45,8 +43,7 @@ TEST(WinsockStart, TheLastCleanupClosesWhatIsOpen) {
     const SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     ASSERT_EQ(0, WSACleanup());
     ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
-    EXPECT_EQ(SOCKET_ERROR, closesocket(s));
-    EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+    EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(closesocket(s)));
     EXPECT_EQ(0, WSACleanup());
 }
 
@@ -61,7 +58,6 @@ TEST_F(Winsock, SocketsAreMultiplesOfFour) {
     const SOCKET s = NewSocket();
     EXPECT_EQ(0u, s % 4);
     EXPECT_NE(0u, s);
-    closesocket(s);
 }
 
 TEST_F(Winsock, AClosedSocketsValueIsNotGivenOutAgainAtOnce) {
@@ -75,28 +71,20 @@ TEST_F(Winsock, AClosedSocketsValueIsNotGivenOutAgainAtOnce) {
 }
 
 TEST_F(Winsock, OtherFamiliesAndTypesAreRefused) {
-    EXPECT_EQ(INVALID_SOCKET, socket(23, SOCK_STREAM, IPPROTO_TCP));
-    EXPECT_EQ(WSAEAFNOSUPPORT, WSAGetLastError());
-    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, 2, 0));
-    EXPECT_EQ(WSAESOCKTNOSUPPORT, WSAGetLastError());
-    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, SOCK_STREAM, 17));
-    EXPECT_EQ(WSAEPROTONOSUPPORT, WSAGetLastError());
+    EXPECT_EQ(WSAEAFNOSUPPORT, SocketErrorOf(socket(23, SOCK_STREAM, IPPROTO_TCP)));
+    EXPECT_EQ(WSAESOCKTNOSUPPORT, SocketErrorOf(socket(AF_INET, 2, 0)));
+    EXPECT_EQ(WSAEPROTONOSUPPORT, SocketErrorOf(socket(AF_INET, SOCK_STREAM, 17)));
 }
 
 TEST_F(Winsock, WhatIsNoSocketIsToldAsSuch) {
     char byte;
     u_long mode = 1;
     for (const SOCKET bogus : {INVALID_SOCKET, SOCKET{0}, SOCKET{0x7f4}}) {
-        EXPECT_EQ(SOCKET_ERROR, recv(bogus, &byte, 1, 0));
-        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
-        EXPECT_EQ(SOCKET_ERROR, send(bogus, &byte, 1, 0));
-        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
-        EXPECT_EQ(INVALID_SOCKET, accept(bogus, nullptr, nullptr));
-        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
-        EXPECT_EQ(SOCKET_ERROR, ioctlsocket(bogus, FIONBIO, &mode));
-        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
-        EXPECT_EQ(SOCKET_ERROR, closesocket(bogus));
-        EXPECT_EQ(WSAENOTSOCK, WSAGetLastError());
+        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(recv(bogus, &byte, 1, 0)));
+        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(send(bogus, &byte, 1, 0)));
+        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(accept(bogus, nullptr, nullptr)));
+        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(ioctlsocket(bogus, FIONBIO, &mode)));
+        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(closesocket(bogus)));
     }
 }
 
@@ -108,7 +96,6 @@ TEST_F(Winsock, BytesTravelBothWays) {
     EXPECT_EQ("to the PC", std::string(buffer, 9));
     ASSERT_EQ(11, send(s, "from the PC", 11, 0));
     EXPECT_EQ("from the PC", peer.Receive(11));
-    closesocket(s);
 }
 
 TEST_F(Winsock, AcceptTellsThePeersAddress) {
@@ -122,26 +109,20 @@ TEST_F(Winsock, AcceptTellsThePeersAddress) {
     EXPECT_EQ(AF_INET, name.sin_family);
     EXPECT_EQ(inet_addr("127.0.0.1"), name.sin_addr.s_addr);
     EXPECT_EQ(htons(peer.Port()), name.sin_port);
-    closesocket(s);
-    closesocket(listener);
 }
 
 TEST_F(Winsock, AcceptNeedsRoomForTheAddress) {
     const SOCKET listener = NewListener();
     sockaddr_in name{};
     int length = 8;
-    EXPECT_EQ(INVALID_SOCKET, accept(listener, reinterpret_cast<sockaddr*>(&name), &length));
-    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
-    closesocket(listener);
+    EXPECT_EQ(WSAEFAULT, SocketErrorOf(accept(listener, reinterpret_cast<sockaddr*>(&name), &length)));
 }
 
 TEST_F(Winsock, ANonBlockingSocketWithNothingToReadWouldBlock) {
     auto [s, peer] = Connect();
     SetNonBlocking(s);
     char byte;
-    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
-    EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEWOULDBLOCK, SocketErrorOf(recv(s, &byte, 1, 0)));
 }
 
 TEST_F(Winsock, ASocketCanBeMadeBlockingAgain) {
@@ -153,24 +134,19 @@ TEST_F(Winsock, ASocketCanBeMadeBlockingAgain) {
     peer.Send("x");
     EXPECT_EQ(1, receive.Result());
     EXPECT_EQ('x', byte);
-    closesocket(s);
 }
 
 TEST_F(Winsock, ANonBlockingListenerWouldBlockAndItsSocketsInheritTheMode) {
     const SOCKET listener = NewListener();
     SetNonBlocking(listener);
-    EXPECT_EQ(INVALID_SOCKET, accept(listener, nullptr, nullptr));
-    EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
+    EXPECT_EQ(WSAEWOULDBLOCK, SocketErrorOf(accept(listener, nullptr, nullptr)));
     const PosixPeer peer = PosixPeer::ConnectTo(PortOf(listener));
     SOCKET s = accept(listener, nullptr, nullptr);
     while (s == INVALID_SOCKET && WSAGetLastError() == WSAEWOULDBLOCK)
         s = accept(listener, nullptr, nullptr);
     ASSERT_NE(INVALID_SOCKET, s);
     char byte;
-    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
-    EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
-    closesocket(s);
-    closesocket(listener);
+    EXPECT_EQ(WSAEWOULDBLOCK, SocketErrorOf(recv(s, &byte, 1, 0)));
 }
 
 TEST_F(Winsock, ANonBlockingSendToAPeerThatDoesNotReadWouldBlock) {
@@ -181,7 +157,6 @@ TEST_F(Winsock, ANonBlockingSendToAPeerThatDoesNotReadWouldBlock) {
     while (sent >= 0)
         sent = send(s, block.data(), static_cast<int>(block.size()), 0);
     EXPECT_EQ(WSAEWOULDBLOCK, WSAGetLastError());
-    closesocket(s);
 }
 
 TEST_F(Winsock, AnOrderlyEndReadsAsZeroEachTime) {
@@ -191,20 +166,15 @@ TEST_F(Winsock, AnOrderlyEndReadsAsZeroEachTime) {
     EXPECT_EQ(0, recv(s, &byte, 1, 0));
     EXPECT_EQ(0, recv(s, &byte, 1, 0));
     EXPECT_EQ(1, send(s, "x", 1, 0)) << "the other direction goes on";
-    closesocket(s);
 }
 
 TEST_F(Winsock, AResetConnectionIsToldEachTime) {
     auto [s, peer] = Connect();
     peer.Reset();
     char byte;
-    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
-    EXPECT_EQ(WSAECONNRESET, WSAGetLastError());
-    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
-    EXPECT_EQ(WSAECONNRESET, WSAGetLastError());
-    EXPECT_EQ(SOCKET_ERROR, send(s, &byte, 1, 0));
-    EXPECT_EQ(WSAECONNRESET, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAECONNRESET, SocketErrorOf(recv(s, &byte, 1, 0)));
+    EXPECT_EQ(WSAECONNRESET, SocketErrorOf(recv(s, &byte, 1, 0)));
+    EXPECT_EQ(WSAECONNRESET, SocketErrorOf(send(s, &byte, 1, 0)));
 }
 
 TEST_F(Winsock, ASendToAPeerThatHasGoneFailsWithoutASignal) {
@@ -217,46 +187,34 @@ TEST_F(Winsock, ASendToAPeerThatHasGoneFailsWithoutASignal) {
     while (sent == 1)
         sent = send(s, "x", 1, 0);
     EXPECT_EQ(WSAECONNABORTED, WSAGetLastError());
-    closesocket(s);
 }
 
 TEST_F(Winsock, AfterAShutdownThatDirectionIsClosed) {
     auto [s, peer] = Connect();
     ASSERT_EQ(0, shutdown(s, SD_SEND));
     EXPECT_TRUE(peer.AwaitEnd());
-    EXPECT_EQ(SOCKET_ERROR, send(s, "x", 1, 0));
-    EXPECT_EQ(WSAESHUTDOWN, WSAGetLastError());
+    EXPECT_EQ(WSAESHUTDOWN, SocketErrorOf(send(s, "x", 1, 0)));
     peer.Send("y");
     char byte;
     EXPECT_EQ(1, recv(s, &byte, 1, 0));
     ASSERT_EQ(0, shutdown(s, SD_RECEIVE));
-    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
-    EXPECT_EQ(WSAESHUTDOWN, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAESHUTDOWN, SocketErrorOf(recv(s, &byte, 1, 0)));
 }
 
 TEST_F(Winsock, AShutdownNeedsAConnectionAndADirection) {
     auto [s, peer] = Connect();
-    EXPECT_EQ(SOCKET_ERROR, shutdown(s, 3));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(shutdown(s, 3)));
     const SOCKET listener = NewListener();
-    EXPECT_EQ(SOCKET_ERROR, shutdown(listener, SD_BOTH));
-    EXPECT_EQ(WSAENOTCONN, WSAGetLastError());
+    EXPECT_EQ(WSAENOTCONN, SocketErrorOf(shutdown(listener, SD_BOTH)));
     EXPECT_NO_THROW(PosixPeer::ConnectTo(PortOf(listener))) << "it still listens";
-    closesocket(listener);
-    closesocket(s);
 }
 
 TEST_F(Winsock, ASocketWithoutAConnectionMovesNoBytes) {
     const SOCKET s = NewSocket();
     char byte = 0;
-    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
-    EXPECT_EQ(WSAENOTCONN, WSAGetLastError());
-    EXPECT_EQ(SOCKET_ERROR, send(s, &byte, 1, 0));
-    EXPECT_EQ(WSAENOTCONN, WSAGetLastError());
-    EXPECT_EQ(INVALID_SOCKET, accept(s, nullptr, nullptr));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAENOTCONN, SocketErrorOf(recv(s, &byte, 1, 0)));
+    EXPECT_EQ(WSAENOTCONN, SocketErrorOf(send(s, &byte, 1, 0)));
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(accept(s, nullptr, nullptr)));
 }
 
 TEST_F(Winsock, ConnectReachesAListener) {
@@ -266,9 +224,7 @@ TEST_F(Winsock, ConnectReachesAListener) {
     ASSERT_EQ(0, connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
     EXPECT_EQ(2, send(s, "hi", 2, 0));
     EXPECT_EQ("hi", listener.Accept().Receive(2));
-    EXPECT_EQ(SOCKET_ERROR, connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
-    EXPECT_EQ(WSAEISCONN, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEISCONN, SocketErrorOf(connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
 }
 
 TEST_F(Winsock, ConnectToNobodyIsRefused) {
@@ -276,34 +232,27 @@ TEST_F(Winsock, ConnectToNobodyIsRefused) {
     const sockaddr_in name = Address(listener.Port(), inet_addr("127.0.0.1"));
     listener.Close();
     const SOCKET s = NewSocket();
-    EXPECT_EQ(SOCKET_ERROR, connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
-    EXPECT_EQ(WSAECONNREFUSED, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAECONNREFUSED,
+              SocketErrorOf(connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
 }
 
 TEST_F(Winsock, OnlyTheNonBlockingModeCanBeSet) {
     const SOCKET s = NewSocket();
     u_long mode = 1;
-    EXPECT_EQ(SOCKET_ERROR, ioctlsocket(s, 0x4004667F, &mode));
-    EXPECT_EQ(WSAEINVAL, WSAGetLastError());
-    EXPECT_EQ(SOCKET_ERROR, ioctlsocket(s, FIONBIO, nullptr));
-    EXPECT_EQ(WSAEFAULT, WSAGetLastError());
-    closesocket(s);
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(ioctlsocket(s, 0x4004667F, &mode)));
+    EXPECT_EQ(WSAEFAULT, SocketErrorOf(ioctlsocket(s, FIONBIO, nullptr)));
 }
 
 TEST_F(Winsock, TheGateCanFailEachCall) {
     auto [s, peer] = Connect();
     winhost::Gate::Instance().FailNth("recv", 1, WSAENETDOWN);
     char byte;
-    EXPECT_EQ(SOCKET_ERROR, recv(s, &byte, 1, 0));
-    EXPECT_EQ(WSAENETDOWN, WSAGetLastError());
+    EXPECT_EQ(WSAENETDOWN, SocketErrorOf(recv(s, &byte, 1, 0)));
     winhost::Gate::Instance().FailNth("socket", 1, WSAEMFILE);
-    EXPECT_EQ(INVALID_SOCKET, socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-    EXPECT_EQ(WSAEMFILE, WSAGetLastError());
+    EXPECT_EQ(WSAEMFILE, SocketErrorOf(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP)));
     winhost::Gate::Instance().FailNth("WSAStartup", 1, WSASYSNOTREADY);
     WSADATA data;
     EXPECT_EQ(WSASYSNOTREADY, WSAStartup(MAKEWORD(2, 0), &data));
-    closesocket(s);
 }
 
 }  // namespace

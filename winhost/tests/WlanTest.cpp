@@ -17,10 +17,6 @@
 
 namespace {
 
-static_assert(sizeof(WLAN_NOTIFICATION_DATA) == 40 && offsetof(WLAN_NOTIFICATION_DATA, pData) == 32);
-// 532 bytes where a wide character has two.
-static_assert(sizeof(WLAN_INTERFACE_INFO) == 20 + 256 * sizeof(WCHAR));
-
 using winhost::WlanService;
 
 constexpr const char* kGuid = "{70A9067B-708F-443C-84BA-BC391FDBF72B}";

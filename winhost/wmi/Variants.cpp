@@ -64,19 +64,8 @@ void VariantInit(VARIANTARG* pvarg) {
 
 HRESULT VariantClear(VARIANTARG* pvarg) {
     WINHOST_GATE_HRESULT("VariantClear");
-    switch (pvarg->vt) {
-        case VT_EMPTY:
-        case VT_NULL:
-        case VT_I2:
-        case VT_I4:
-        case VT_BOOL:
-            break;
-        case VT_BSTR:
-            SysFreeString(pvarg->bstrVal);
-            break;
-        default:
-            return DISP_E_BADVARTYPE;
-    }
+    if (pvarg->vt != VT_EMPTY && pvarg->vt != VT_I4 && pvarg->vt != VT_BSTR) return DISP_E_BADVARTYPE;
+    if (pvarg->vt == VT_BSTR) SysFreeString(pvarg->bstrVal);
     pvarg->vt = VT_EMPTY;
     return S_OK;
 }
