@@ -63,6 +63,14 @@ struct FileHandleTraits {
 };
 using UniqueFileHandle = UniqueResource<FileHandleTraits>;
 
+// Libraries that the process has loaded.
+struct LibraryTraits {
+    using Value = HMODULE;
+    static Value Invalid() { return nullptr; }
+    static void Close(Value value) { FreeLibrary(value); }
+};
+using UniqueLibrary = UniqueResource<LibraryTraits>;
+
 struct SocketTraits {
     using Value = SOCKET;
     static Value Invalid() { return INVALID_SOCKET; }

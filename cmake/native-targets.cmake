@@ -73,6 +73,7 @@ if(ZEL_TESTS)
     set_target_properties(zelservice_gated PROPERTIES IMPORTED_LOCATION ${gated})
     target_link_libraries(zelservice_gated INTERFACE winhost PkgConfig::JSONCPP)
     add_dependencies(zelservice_gated make_zelservice_gated)
+    add_subdirectory(tests/support/scripted)
     file(GLOB sources CONFIGURE_DEPENDS tests/support/*.cpp)
     add_library(testsupport STATIC ${sources})
     target_link_libraries(testsupport PUBLIC zelservice_gated mpm GTest::gtest)
@@ -121,6 +122,8 @@ if(ZEL_TESTS)
     find_package(Python3 REQUIRED COMPONENTS Interpreter)
     add_test(NAME mutants.operators COMMAND ${Python3_EXECUTABLE} -B -m unittest mutants.test_operators
         WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/tests)
+    # Loaded by the tests' programs, and found beside them.
+    add_dependencies(testsupport scriptedrt scriptedrt_without_init scriptedrt_without_version)
     list(JOIN PRODUCT_FOLDERS "\",\"" folders)
     set_source_files_properties(tests/unit/mailbox/LevelUsersTest.cpp PROPERTIES COMPILE_DEFINITIONS
         "SOURCE_FOLDER=\"${CMAKE_SOURCE_DIR}\";PRODUCT_FOLDERS=\"${folders}\"")

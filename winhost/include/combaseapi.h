@@ -25,6 +25,9 @@ void CoUninitialize();
 HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR pSecDesc, LONG cAuthSvc,
                              SOLE_AUTHENTICATION_SERVICE* asAuthSvc, void* pReserved1, DWORD dwAuthnLevel,
                              DWORD dwImpLevel, void* pAuthList, DWORD dwCapabilities, void* pReserved3);
+// Memory that a library gives away. It is that of malloc, so that a shared object of Linux can give some away
+// without winhost.
+void CoTaskMemFree(LPVOID pv);
 // The classes of <wbemcli.h>, in process and without aggregation.
 HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid, LPVOID* ppv);
 // E_NOINTERFACE for an object that is no proxy.

@@ -3,6 +3,7 @@
 // Defines the classes and interfaces, ahead of what uses them.
 #include <wbemcli.h>
 
+#include <cstdlib>
 #include <mutex>
 
 #include "winhost/wmi/ComObject.h"
@@ -130,6 +131,11 @@ HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR pSecDesc, LONG cAuthSvc,
                         dwImpLevel >= RPC_C_IMP_LEVEL_ANONYMOUS && dwImpLevel <= RPC_C_IMP_LEVEL_DELEGATE;
     if (!plain || !levels) return E_INVALIDARG;
     return Com::Instance().SetSecurity(dwImpLevel);
+}
+
+void CoTaskMemFree(LPVOID pv) {
+    WINHOST_GATE_PASS("CoTaskMemFree");
+    std::free(pv);
 }
 
 HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid, LPVOID* ppv) {

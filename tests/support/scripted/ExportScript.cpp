@@ -1,0 +1,5 @@
+#include "tests/support/scripted/Objects.h"
+
+extern "C" scripted::Script* ScriptOfRuntime() {
+    return &scripted::TheScript();
+}
