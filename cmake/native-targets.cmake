@@ -16,11 +16,12 @@ add_library(testbed STATIC ${TESTBED_SOURCES})
 target_link_libraries(testbed PUBLIC PkgConfig::JSONCPP Threads::Threads)
 
 file(GLOB WINHOST_SOURCES CONFIGURE_DEPENDS winhost/*/*.cpp)
-list(FILTER WINHOST_SOURCES EXCLUDE REGEX "/winhost/tests/")
+list(FILTER WINHOST_SOURCES EXCLUDE REGEX "/winhost/(programs|tests)/")
 add_library(winhost STATIC ${WINHOST_SOURCES})
 target_include_directories(winhost SYSTEM BEFORE PUBLIC winhost/include)
 target_link_libraries(winhost PUBLIC testbed)
 target_link_libraries(zelservice PUBLIC winhost)
+target_sources(ZELService PRIVATE winhost/programs/ServiceUsage.cpp)
 precompile(winhost ${STANDARD_HEADERS} <json/json.h>)
 precompile(zelservice ${STANDARD_HEADERS} <winsock2.h> <windows.h>)
 

@@ -21,6 +21,7 @@ class Stage:
         self.firmware = Firmware(workdir)
         # The receive task polls without a lock, so that a close by another thread may meet it in its call.
         self._expected_errors = ("recv() failed. Error: 10038",)
+        self._expected_output = ""
         self.host = None
 
     def power_up(self, firmware=True, **pc):
@@ -50,13 +51,17 @@ class Stage:
         """ERROR lines that hold one of these texts belong to the test."""
         self._expected_errors += texts
 
+    def expect_output(self, text):
+        """The service's processes print this, in the order of their starts."""
+        self._expected_output += text
+
     def close(self):
         self._stack.close()
 
     def check(self):
         unexpected = [line for line in self.host.error_lines() if not any(text in line for text in self._expected_errors)]
         assert not unexpected, "ERROR lines in the service's log:\n" + "\n".join(unexpected)
-        assert not self.host.output(), f"the service printed:\n{self.host.output()}"
+        assert self.host.output() == self._expected_output, f"the service printed:\n{self.host.output()}"
 
 
 class KvmStage(RemoteKvm):

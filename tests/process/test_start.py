@@ -59,16 +59,30 @@ def test_a_pc_whose_control_socket_is_in_use_does_not_start(stage):
     assert stage.host.query_state() == RUNNING
 
 
+def usage():
+    return (f"usage: WINHOST_PC=FILE {build_folder()}/ZELService -service|-console\n"
+            "FILE describes the simulated PC (docs/pc-description.md); ./dev run starts the service on one.\n")
+
+
 def test_wrong_arguments_end_with_code_0_and_leave_the_device_alone(stage):
     stage.power_up()
     stage.expect_errors("Argument incorrect", "arg = ", "Invalid argument")
-    for arguments in ((), ("-service", "-console"), ("-Service",), ("-console ",)):
+    for arguments in ((), ("-service", "-console"), ("-Service",), ("-console ",), ("-h",)):
         assert stage.host.start(*arguments).wait() == 0
+        stage.expect_output(usage())
     text = stage.host.log_text()
     assert "Argument incorrect. count = 1, 1" in text
     assert "Argument incorrect. count = 3, 3" in text
-    assert text.count("Invalid argument") == 2
+    assert text.count("Invalid argument") == 3
     assert stage.firmware.requests() == []
+
+
+def test_without_a_described_pc_the_native_program_prints_how_it_is_started(tmp_path):
+    program = Process([build_folder() / "ZELService", "-console"], tmp_path / "printed", cwd=tmp_path)
+    try:
+        eventually(lambda: program.output() == usage(), "the lines to be printed")
+    finally:
+        program.kill()
 
 
 def test_a_binary_outside_the_installed_path_is_refused_with_service_exit_code_3(stage):
