@@ -1,5 +1,6 @@
 """The programs beside the service: the agent of a KVM session, and the client that asks for consent."""
 
+import os
 import signal
 
 import pytest
@@ -13,6 +14,26 @@ def pc(tmp_path):
     pc = CompanionPc(tmp_path)
     yield pc
     pc.close()
+
+
+@pytest.mark.parametrize("name, arguments", [
+    ("ZELKVMApp", ("-X", "1920", "-Y", "1080", "-V", "21", "-E", "0")), ("userconsent", ()),
+])
+def test_a_companion_without_its_pc_creates_none(pc, tmp_path, name, arguments):
+    def refusal(folder):
+        return f"winhost: no PC is in {folder}; WINHOST_ROOT names the root of the one to join\n"
+
+    pc.environment["WINHOST_ROOT"] = str(tmp_path / "none")
+    done = pc.run(name, *arguments)
+    assert (done.returncode, done.stdout, done.stderr) == (2, "", refusal(tmp_path / "none"))
+    assert not (tmp_path / "none").exists()
+
+    del pc.environment["WINHOST_ROOT"]
+    done = pc.run(name, *arguments)
+    assert (done.returncode, done.stdout, done.stderr) == (2, "", refusal(os.getcwd()))
+    assert not os.path.exists("C:")
+
+    assert pc.run(name, "--help").returncode == 0
 
 
 # --- the agent ---

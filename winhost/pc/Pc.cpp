@@ -22,6 +22,8 @@ namespace {
 constexpr int kBrokenDescription = 2;
 constexpr const char* kUnixScheme = "unix:";
 
+bool onlyJoins = false;
+
 [[noreturn]] void Refuse(const std::string& reason) {
     std::fprintf(stderr, "winhost: %s\n", reason.c_str());
     std::fflush(stderr);
@@ -41,6 +43,13 @@ void MakePathsAbsolute(PcDescription& description) {
         MakeAbsolute(path);
         description.mailbox = kUnixScheme + path;
     }
+}
+
+// An empty root stands for the current folder.
+void RequirePc(std::string root) {
+    if (root.empty()) root = std::filesystem::current_path().string();
+    if (!std::filesystem::is_directory(std::filesystem::path(root) / "C:"))
+        throw std::runtime_error("no PC is in " + root + "; WINHOST_ROOT names the root of the one to join");
 }
 
 void EnterRoot(const std::string& root) {
@@ -65,15 +74,19 @@ Pc& Pc::Instance() {
     return pc;
 }
 
+void Pc::OnlyJoin() {
+    onlyJoins = true;
+}
+
 Pc::Pc() {
     const Marks& marks = OwnMarks();
     m_descriptionFile = marks.descriptionFile;
-    if (m_descriptionFile.empty() && marks.root.empty()) return;
     try {
         if (!m_descriptionFile.empty()) m_description = ReadDescriptionFile(m_descriptionFile);
         MakeAbsolute(m_descriptionFile);
         if (!marks.root.empty()) Join(marks, m_description);
         MakePathsAbsolute(m_description);
+        if (onlyJoins || !marks.root.empty()) RequirePc(m_description.root);
         EnterRoot(m_description.root);
         Clock::Instance().SetRate(m_description.clockRate);
     } catch (const std::exception& error) {

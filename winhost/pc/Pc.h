@@ -129,9 +129,12 @@ struct PcDescription {
 
 class Pc {
   public:
-    // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file ends the process
-    // with a clear line on stderr and code 2.
+    // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file, or a WINHOST_ROOT
+    // where no PC is, ends the process with a clear line on stderr and code 2.
     static Pc& Instance();
+    // Called before the first use, which then ends the process in the same way when no PC is in its root, or
+    // without a root in the current folder.
+    static void OnlyJoin();
 
     // A fresh PC for a test: this description, empty logs, the gate reset, a running clock. Creates root and
     // its folder "C:" and makes root the current folder.

@@ -73,6 +73,17 @@ TEST_F(SamePc, TheControlSocketStaysThatOfTheFirst) {
     StartPc([](auto&) {});
 }
 
+TEST_F(SamePc, AProgramWhosePcIsGoneCreatesNone) {
+    const std::string root = (m_root / "none").string();
+    const std::string line = "WINHOST_ROOT='" + root + "' " + Program().string() + R"( tell 'C:\told' 2>&1)";
+    FILE* const pipe = popen(line.c_str(), "re");
+    char text[512] = "";
+    EXPECT_TRUE(std::fgets(text, sizeof text, pipe));
+    EXPECT_EQ("winhost: no PC is in " + root + "; WINHOST_ROOT names the root of the one to join\n", text);
+    EXPECT_EQ(2, WEXITSTATUS(pclose(pipe)));
+    EXPECT_FALSE(std::filesystem::exists(root));
+}
+
 TEST_F(SamePc, AProgramOutlivesWhoStartedItAndIsSeenByTheNext) {
     winhost::PcDescription description;
     description.root = m_root.string();
