@@ -262,9 +262,15 @@ def network_scans(workdir):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__.splitlines()[0])
     parser.add_argument("--rounds", type=int, default=100, help="blocks of each peer in each measurement")
-    rounds = parser.parse_args().rounds
+    parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    rounds = options.rounds
+    if rounds < 1:
+        parser.error("--rounds needs at least 1")
+    if options.check:
+        return 0
     with tempfile.TemporaryDirectory(prefix="zel-bench-") as folder:
         workdir = pathlib.Path(folder)
         start_to_first_status(workdir)

