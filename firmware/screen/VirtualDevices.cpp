@@ -50,7 +50,8 @@ VirtualDevices::~VirtualDevices() {
     const std::vector<uint32_t> none(m_levels);
     for (size_t i = 0; i < std::min(m_assigned, m_spare.size()); ++i)
         xcb_change_keyboard_mapping(m_connection.get(), 1, m_spare[i], uint8_t(m_levels), none.data());
-    xcb_flush(m_connection.get());
+    // The display drops the requests of a connection that has closed, so it has to have worked on them.
+    Own(xcb_get_input_focus_reply(m_connection.get(), xcb_get_input_focus(m_connection.get()), nullptr));
 }
 
 // Somebody may change the keyboard at any time.

@@ -14,7 +14,7 @@ import service
 import texts
 
 for add in (
-    mailbox.host_records, mailbox.gate_frames, mailbox.link, mailbox.device, mailbox.pipes, console.console,
+    mailbox.host_records, mailbox.gate_frames, mailbox.link, mailbox.frames, mailbox.device, mailbox.pipes, console.console,
     texts.descriptions, texts.control_lines, texts.texts, service.answers, service.platform, service.dispatch,
     service.each_command,
 ):  # fmt: skip

@@ -71,6 +71,27 @@ def link():
     seed("link", "cut", b"\0" + frame(REQUEST_FRAME, payload=b"abcdef")[:-2])
 
 
+# --- chunks of encoded frames ---
+
+HEAD, BYTES, FRAME, RESET = b"\0", b"\x01", b"\x02", b"\x03"
+FULL = 524288
+
+
+def frames():
+    for name, steps in {
+        "one-chunk": [FRAME + number(4999)],
+        "full-chunk": [FRAME + number(FULL - 1)],
+        "two-chunks": [FRAME + number(FULL)],
+        "too-large": [FRAME + number(2 * 1024 * 1024), HEAD + number(8, FULL, 4000000, FULL)],
+        "failed-capture": [HEAD + number(8192, 0, 0, 0), HEAD + number(8191, 0, 0, 0), FRAME + number(10)],
+        "early-frame": [HEAD + number(2, FULL - 1, FULL - 1, FULL - 1), HEAD + number(1, 7, 7, 7)],
+        "short-chunk": [HEAD + number(1, 6, 7, 6), HEAD + number(1, 7, 7, 6)],
+        "short-head": [BYTES + block(b"12345678901"), FRAME + number(3)],
+        "huge-counts": [HEAD + number(0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 1), RESET, FRAME + number(3)],
+    }.items():
+        seed("frames", name, b"".join(steps))
+
+
 READ, ASK, CANCEL, RAW, SEND = 0, 2, 4, 5, 6
 
 
