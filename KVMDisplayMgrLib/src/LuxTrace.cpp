@@ -19,7 +19,8 @@ std::string LuxTrace::FailureHead(lux::LUX_RESULT result) const {
 }
 
 std::string LuxTrace::AssertionHead(const char* condition) {
-    return std::string("Assertion failed:") + condition + ": ";
+    const std::string head = "Assertion failed:";
+    return *condition ? head + condition + ": " : head;
 }
 
 void LuxTrace::WriteFormatted(const std::string& head, int line, lux::LUXTraceLevel level, const char* format,

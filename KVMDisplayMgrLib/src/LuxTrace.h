@@ -31,7 +31,7 @@ class LuxTrace {
                  const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) const {
         WriteWithHead(FailureHead(result), line, lux::LUX_TRACE_ERROR, format, args...);
     }
-    // An error, with the condition that does not hold in front.
+    // An error, with the condition that does not hold in front, unless that is empty.
     template <class... Args>
     void Assertion(int line, const char* condition,
                    const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) const {
