@@ -52,7 +52,7 @@ LUX_RESULT SubmitAndQuery(LUXComponent* component, LUXData* input, Ref<LUXData>&
 
 LUX_RESULT DisplayCapturePipeline::CaptureEncode(EncodedFrameBuffer* frame, size_t* size) {
     Ref<LUXBuffer> encoded;
-    Round round;
+    Round round = Round::NoFrame;
     do {
         round = EncodeNext(encoded);
     } while (round == Round::NoFrame);

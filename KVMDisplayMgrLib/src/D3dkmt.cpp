@@ -1,7 +1,5 @@
 #include "KVMDisplayMgrLib/src/D3dkmt.h"
 
-#include <utility>
-
 #include "base/LibraryFunction.h"
 
 namespace d3dkmt {
@@ -14,14 +12,16 @@ void Find(const Calls::Lookup& lookup, const char* name, Function& function) {
 
 }  // namespace
 
-Calls::Calls() : Calls(UniqueLibrary(LoadLibraryW(L"gdi32.dll"))) {}
-
-Calls::Calls(UniqueLibrary gdi)
-    : Calls([&gdi](const char* name) { return gdi ? GetProcAddress(gdi.Get(), name) : nullptr; }) {
-    m_gdi = std::move(gdi);
+Calls::Calls() {
+    m_gdi.Reset(LoadLibraryW(L"gdi32.dll"));
+    FindAll([this](const char* name) { return m_gdi ? GetProcAddress(m_gdi.Get(), name) : nullptr; });
 }
 
 Calls::Calls(const Lookup& lookup) {
+    FindAll(lookup);
+}
+
+void Calls::FindAll(const Lookup& lookup) {
     Find(lookup, "D3DKMTOpenAdapterFromLuid", m_openAdapter);
     Find(lookup, "D3DKMTCloseAdapter", m_closeAdapter);
     Find(lookup, "D3DKMTCreateDevice", m_createDevice);

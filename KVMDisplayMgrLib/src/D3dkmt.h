@@ -121,7 +121,7 @@ class Calls {
         return function ? function(&arguments) : kMissing;
     }
 
-    explicit Calls(UniqueLibrary gdi);
+    void FindAll(const Lookup& lookup);
 
     UniqueLibrary m_gdi;
     Function<OpenAdapterFromLuid> m_openAdapter = nullptr;

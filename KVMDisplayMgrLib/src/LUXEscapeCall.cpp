@@ -63,7 +63,7 @@ LUX_RESULT LUXEscapeCall::Init(const LUID& adapterLuid, uint32_t rdnIndex, const
 }
 
 uint32_t LUXEscapeCall::PrivateWord(size_t offset) const {
-    uint32_t word;
+    uint32_t word = 0;
     std::memcpy(&word, &m_privateData[offset], sizeof word);
     return word;
 }
