@@ -4,7 +4,6 @@
 #include <chrono>
 #include <utility>
 
-#include "runtime/software/TestPicture.h"
 #include "runtime/software/Trace.h"
 
 namespace luxrt {
@@ -37,7 +36,6 @@ LUX_RESULT Capture::Init(LUXSurfaceFormat format, int32_t width, int32_t height)
         }
         m_clock =
             Ref<LUXInterface>::Share(Interface(lux::Capture::CurrentTimeInterface)).As<LUXCurrentTime>();
-        m_withoutDesktop = false;
         Open(Now());
         Restart();
         return LUX_OK;
@@ -47,7 +45,8 @@ LUX_RESULT Capture::Init(LUXSurfaceFormat format, int32_t width, int32_t height)
 LUX_RESULT Capture::Terminate() {
     m_pacing.reset();
     m_last.Reset();
-    m_source.reset();
+    m_desktop.reset();
+    m_testPicture.reset();
     m_clock.Reset();
     return LUX_OK;
 }
@@ -77,11 +76,7 @@ LUX_RESULT Capture::QueryOutput(LUXData** data) {
         if (!m_pacing->Due(now)) {
             return LUX_OK;
         }
-        KeepSource(now);
-        Ref<Surface> picture;
-        if (m_source->Changed()) {
-            picture = m_source->Take();
-        }
+        Ref<Surface> picture = TakePicture(now);
         if (!picture && m_last && m_pacing->RepeatDue(now)) {
             picture = m_last;
         }
@@ -104,22 +99,37 @@ int64_t Capture::Now() const {
 
 void Capture::Open(int64_t now) {
     m_opened = now;
-    std::unique_ptr<ScreenSource> source = m_open(Integer(lux::Capture::MonitorIndex));
-    if (source) {
-        m_source = std::move(source);
-        if (std::exchange(m_withoutDesktop, false)) {
-            TraceLine(LUX_TRACE_INFO, "The capture shows the desktop");
-        }
-    } else if (!std::exchange(m_withoutDesktop, true)) {
-        TraceLine(LUX_TRACE_WARNING, "There is no desktop; the capture shows the test picture");
-        m_source = std::make_unique<TestPicture>();
-    }
+    m_delivered = false;
+    m_desktop = m_open(Integer(lux::Capture::MonitorIndex));
 }
 
-void Capture::KeepSource(int64_t now) {
-    if (m_withoutDesktop ? now >= m_opened + kReopenAfter : !m_source->Alive()) {
+Ref<Surface> Capture::TakePicture(int64_t now) {
+    if (Ref<Surface> picture = TakeDesktop(now)) {
+        m_delivered = true;
+        if (m_testPicture) {
+            m_testPicture.reset();
+            TraceLine(LUX_TRACE_INFO, "The capture shows the desktop");
+        }
+        return picture;
+    }
+    if (m_desktop && (m_delivered || (!m_testPicture && now < m_opened + kFirstPicture))) {
+        return {};
+    }
+    if (!m_testPicture) {
+        TraceLine(LUX_TRACE_WARNING, "There is no desktop; the capture shows the test picture");
+        m_testPicture = std::make_unique<TestPicture>();
+    }
+    return m_testPicture->Take();
+}
+
+Ref<Surface> Capture::TakeDesktop(int64_t now) {
+    if (m_desktop && !m_desktop->Alive()) {
+        m_desktop.reset();
+    }
+    if (!m_desktop && now >= m_opened + kReopenAfter) {
         Open(now);
     }
+    return m_desktop && m_desktop->Changed() ? m_desktop->Take() : Ref<Surface>();
 }
 
 void Capture::Restart() {

@@ -8,6 +8,7 @@
 #include "runtime/software/Component.h"
 #include "runtime/software/Pacing.h"
 #include "runtime/software/ScreenSource.h"
+#include "runtime/software/TestPicture.h"
 
 namespace luxrt {
 
@@ -26,18 +27,24 @@ class Capture : public Component {
     lux::LUX_RESULT QueryOutput(lux::LUXData** data) override;
 
   private:
+    // How often a desktop is looked for, and how long one may take for its first picture.
     static constexpr int64_t kReopenAfter = kSecond;
+    static constexpr int64_t kFirstPicture = 10 * kSecond;
 
     int64_t Now() const;
     void Open(int64_t now);
-    void KeepSource(int64_t now);
+    lux::Ref<Surface> TakePicture(int64_t now);
+    lux::Ref<Surface> TakeDesktop(int64_t now);
     void Restart();
 
     OpenSource m_open;
     lux::Ref<lux::LUXCurrentTime> m_clock;
-    std::unique_ptr<ScreenSource> m_source;
-    bool m_withoutDesktop = false;
+    std::unique_ptr<ScreenSource> m_desktop;
+    // Whether the desktop has delivered a picture.
+    bool m_delivered = false;
     int64_t m_opened = 0;
+    // Set while there is nothing else to show.
+    std::unique_ptr<TestPicture> m_testPicture;
     std::optional<Pacing> m_pacing;
     // The picture that is repeated.
     lux::Ref<Surface> m_last;

@@ -25,7 +25,7 @@ std::unique_ptr<ScreenSource> OpenScreen(int64_t monitor) {
                   "LUXRT_SCREEN is \"%s\", which is neither \"test\" nor \"test:WIDTHxHEIGHT\"",
                   wanted.c_str());
     }
-    return OpenDesktop(monitor);
+    return OpenDesktopScreen(monitor);
 }
 
 }  // namespace luxrt

@@ -26,7 +26,7 @@ class ScreenSource {
 };
 
 // Opens the desktop of this machine. Returns null when there is none, and traces the reason.
-std::unique_ptr<ScreenSource> OpenDesktop(int64_t monitor);
+std::unique_ptr<ScreenSource> OpenDesktopScreen(int64_t monitor);
 
 // Opens what the environment variable LUXRT_SCREEN asks for: "test" or "test:WIDTHxHEIGHT" is the test
 // picture; everything else is the desktop.

@@ -6,26 +6,6 @@ namespace luxrt {
 
 using namespace lux;
 
-namespace {
-
-constexpr int32_t Half(int32_t length) {
-    return (length + 1) / 2;
-}
-// Vector instructions work on 16 bytes at least.
-constexpr int32_t Nv12Pitch(int32_t width) {
-    return (width + 15) / 16 * 16;
-}
-
-}  // namespace
-
-size_t Surface::Bytes(LUXSurfaceFormat format, LUXSize size) {
-    const auto height = static_cast<size_t>(size.height);
-    if (format == LUX_SURFACE_NV12) {
-        return static_cast<size_t>(Nv12Pitch(size.width)) * (height + static_cast<size_t>(Half(size.height)));
-    }
-    return static_cast<size_t>(size.width) * 4 * height;
-}
-
 Surface::Surface(LUXSurfaceFormat format, LUXSize size, std::shared_ptr<Block> block)
     : m_format(format), m_block(std::move(block)) {
     uint8_t* const bytes = m_block->Bytes();

@@ -18,11 +18,24 @@ constexpr bool IsPictureSize(lux::LUXSize size) {
     return size.width > 0 && size.height > 0 && size.width <= kMostPixels && size.height <= kMostPixels;
 }
 
+constexpr int32_t Half(int32_t length) {
+    return (length + 1) / 2;
+}
+// Vector instructions work on 16 bytes at least.
+constexpr int32_t Nv12Pitch(int32_t width) {
+    return (width + 15) / 16 * 16;
+}
+
 class Surface : public Object<lux::LUXSurface> {
   public:
     // The bytes that a picture of this format and size takes. BGRA has 4 bytes a pixel without gaps; NV12 has
     // the Y plane, then the plane of U and V in pairs, both with rows of a multiple of 16 bytes.
-    static size_t Bytes(lux::LUXSurfaceFormat format, lux::LUXSize size);
+    static constexpr size_t Bytes(lux::LUXSurfaceFormat format, lux::LUXSize size) {
+        const auto height = static_cast<size_t>(size.height);
+        return format == lux::LUX_SURFACE_NV12 ? static_cast<size_t>(Nv12Pitch(size.width)) *
+                                                     (height + static_cast<size_t>(Half(size.height)))
+                                               : static_cast<size_t>(size.width) * 4 * height;
+    }
     // `block` has Bytes() at least.
     Surface(lux::LUXSurfaceFormat format, lux::LUXSize size, std::shared_ptr<Block> block);
 

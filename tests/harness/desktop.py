@@ -37,7 +37,8 @@ class Desktop:
         self._server = Process(
             ["Xvnc", f":{port}", "-rfbport", port, "-interface", "127.0.0.1", "-SecurityTypes", "None",
              "-geometry", f"{width}x{height}", "-depth", "24", "-nolisten", "tcp", "-ac", "-noreset"], workdir / "Xvnc.log")
-        self._display = eventually(lambda: self._connect(f":{port}"), "the desktop's screen")
+        self.display = f":{port}"
+        self._display = eventually(lambda: self._connect(self.display), "the desktop's screen")
 
     def __enter__(self):
         return self
@@ -59,6 +60,20 @@ class Desktop:
         with warnings.catch_warnings():
             warnings.simplefilter("ignore")  # Xlib calls PIL in a way that is about to go
             root.put_pil_image(root.create_gc(), 0, 0, picture)
+        self._display.sync()
+
+    def cover(self, colour):
+        """Covers the screen with a window of this colour, 0xRRGGBB."""
+        screen = self._display.screen()
+        window = screen.root.create_window(0, 0, *self.size, 0, screen.root_depth, background_pixel=colour,
+                                           override_redirect=True)
+        window.map()
+        self._display.sync()
+        return window
+
+    def fill(self, window, area, colour):
+        """Paints a part of a window, (left, top, width, height), in this colour."""
+        window.fill_rectangle(window.create_gc(foreground=colour), *area)
         self._display.sync()
 
     def pointer(self):

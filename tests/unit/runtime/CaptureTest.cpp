@@ -130,6 +130,23 @@ TEST_F(RuntimeCapture, NothingIsDeliveredBeforeTheScreenHasAnswered) {
     EXPECT_TRUE(Delivers());
 }
 
+TEST_F(RuntimeCapture, ADesktopThatDeliversNothingIsReplacedByTheTestPictureUntilItDoes) {
+    screen.stuck = true;
+    Start();
+    EXPECT_TRUE(Watch(10'000, true).empty());
+    auto data = luxtest::Query(*capture.Get());
+    ASSERT_TRUE(data);
+    EXPECT_EQ(luxtest::SizeOf(*data.Get()), luxrt::TestPicture::kSize);
+    EXPECT_EQ(screen.opened, 1);
+    screen.stuck = false;
+    clock->Advance(40);
+    data = luxtest::Query(*capture.Get());
+    ASSERT_TRUE(data);
+    EXPECT_EQ(luxtest::SizeOf(*data.Get()), (LUXSize{64, 48}));
+    EXPECT_FALSE(Watch(5'000, true).empty());
+    EXPECT_EQ(screen.opened, 1);
+}
+
 TEST_F(RuntimeCapture, DuplicateOutputRepeatsInEachPeriod) {
     ASSERT_EQ(luxtest::Set(*capture.Get(), Capture::DuplicateOutput, true), LUX_OK);
     Start({50, 1});

@@ -18,7 +18,7 @@
 #include "lux/Names.h"
 #include "runtime/software/Capture.h"
 #include "runtime/software/TestPicture.h"
-#include "runtime/software/X11Display.h"
+#include "runtime/software/x11/X11Display.h"
 #include "tests/unit/runtime/RuntimeFixture.h"
 
 using namespace lux;

@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "runtime/software/ScreenSource.h"
-#include "runtime/software/X11Display.h"
+#include "runtime/software/x11/X11Display.h"
 
 namespace luxrt {
 

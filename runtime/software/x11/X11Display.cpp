@@ -1,4 +1,4 @@
-#include "runtime/software/X11Display.h"
+#include "runtime/software/x11/X11Display.h"
 
 #include <poll.h>
 #include <sys/mman.h>

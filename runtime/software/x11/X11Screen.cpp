@@ -1,4 +1,4 @@
-#include "runtime/software/X11Screen.h"
+#include "runtime/software/x11/X11Screen.h"
 
 #include <utility>
 
@@ -116,7 +116,7 @@ Ref<Surface> X11Screen::Finish() {
     return Ref<Surface>::Adopt(new Surface(LUX_SURFACE_BGRA, picture.area.size, std::move(picture.block)));
 }
 
-std::unique_ptr<ScreenSource> OpenDesktop(int64_t monitor) {
+std::unique_ptr<ScreenSource> OpenDesktopScreen(int64_t monitor) {
     auto display = X11Display::Open();
     return display ? std::make_unique<X11Screen>(std::move(display), monitor) : nullptr;
 }
