@@ -81,6 +81,7 @@ void Power(World& world) {
     for (const MpmCommand command :
          {MPM_ZEL_CMD_HOST_CYCLE_SOFT, MPM_ZEL_CMD_HOST_HIBERNATE, MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE}) {
         const size_t before = World::Pc().Records<winhost::PowerAction>().size();
+        World::Pc().Change([](auto& pc) { pc.shuttingDown = false; });
         world.firmware.Send(command);
         world.firmware.SendDash("done");
         world.Until([&] { return World::Pc().Records<winhost::PowerAction>().size() > before; },

@@ -63,6 +63,9 @@ class NativePc:
     def power_actions(self):
         return [action["action"] for action in self._ask("power-actions")]
 
+    def cancel_shutdown(self):
+        self._ask("change", patch={"shuttingDown": False})
+
     def agents(self):
         return [process["pid"] for process in self._ask("processes") if process["name"] == "ZELKVMApp.exe"]
 

@@ -56,6 +56,7 @@ class Surroundings:
         if before is not None:
             wanted = [*before, POWER_ACTIONS[commands[-1]]]
             eventually(lambda: stage.pc.power_actions() == wanted, f"the power actions to be {wanted[-3:]}")
+            stage.pc.cancel_shutdown()
         stage.tally.faults["power command"] += len(commands)
 
     def network(self, address):

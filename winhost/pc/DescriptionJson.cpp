@@ -108,6 +108,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("modernStandby", pc.modernStandby);
     visit("sleepS3", pc.sleepS3);
     visit("hibernation", pc.hibernation);
+    visit("shuttingDown", pc.shuttingDown);
     visit("privileges", pc.privileges);
     visit("consoleSession", pc.consoleSession);
     visit("desktopLocked", pc.desktopLocked);

@@ -106,6 +106,7 @@ struct PcDescription {
     bool wlanService = true;  // else WlanOpenHandle fails with 1062
     std::vector<WlanInterface> wlanInterfaces;
     bool modernStandby = false, sleepS3 = true, hibernation = true;  // GetPwrCapabilities
+    bool shuttingDown = false;                                       // a shutdown or reboot has been granted
     // Of the process's token, all disabled at first.
     std::vector<std::string> privileges = {"SeAssignPrimaryTokenPrivilege", "SeIncreaseQuotaPrivilege",
                                            "SeTcbPrivilege", "SeShutdownPrivilege"};

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
@@ -18,6 +19,13 @@ namespace {
 
 bool MayShutDown() {
     return winhost::IsPrivilegeEnabled(SE_SHUTDOWN_NAME);
+}
+
+// False while the PC shuts down already.
+bool BeginShutdown() {
+    bool begun = false;
+    Pc::Instance().Change([&](winhost::PcDescription& pc) { begun = !std::exchange(pc.shuttingDown, true); });
+    return begun;
 }
 
 std::string Quoted(const char* text) {
@@ -47,6 +55,7 @@ BOOL InitiateSystemShutdownExA(LPSTR lpMachineName, LPSTR lpMessage, DWORD dwTim
     WINHOST_GATE("InitiateSystemShutdownExA", FALSE);
     if (lpMachineName && *lpMachineName) return Fail(ERROR_BAD_NETPATH);
     if (!MayShutDown()) return Fail(ERROR_PRIVILEGE_NOT_HELD);
+    if (!BeginShutdown()) return Fail(ERROR_SHUTDOWN_IN_PROGRESS);
     Pc::Instance().Record(PowerAction{
         bRebootAfterShutdown ? "reboot" : "shutdown",
         Call("InitiateSystemShutdownExA",
@@ -59,6 +68,7 @@ BOOL ExitWindowsEx(UINT flags, DWORD reason) {
     WINHOST_GATE("ExitWindowsEx", FALSE);
     if (flags != (EWX_SHUTDOWN | EWX_FORCE)) return Fail(ERROR_NOT_SUPPORTED);
     if (!MayShutDown()) return Fail(ERROR_PRIVILEGE_NOT_HELD);
+    if (!BeginShutdown()) return Fail(ERROR_SHUTDOWN_IN_PROGRESS);
     Pc::Instance().Record(
         PowerAction{"shutdown", Call("ExitWindowsEx", {std::to_string(flags), Hex(reason)})});
     return TRUE;

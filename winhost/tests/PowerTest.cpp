@@ -39,6 +39,10 @@ class Power : public PcFixture {
         EXPECT_TRUE(CloseHandle(token));
         return error;
     }
+    // As "shutdown /a" does.
+    static void CancelShutdown() {
+        winhost::Pc::Instance().Change([](auto& pc) { pc.shuttingDown = false; });
+    }
     static std::vector<std::string> Actions() {
         std::vector<std::string> actions;
         for (const auto& action : winhost::Pc::Instance().Records<winhost::PowerAction>())
@@ -62,8 +66,10 @@ TEST_F(Power, NothingGoesWithoutThePrivilege) {
 TEST_F(Power, WhatWasAskedForIsRecordedWithItsArguments) {
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, Adjust(SE_PRIVILEGE_ENABLED));
     EXPECT_TRUE(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, FALSE, kPlanned));
+    CancelShutdown();
     char message[] = "Updates";
     EXPECT_TRUE(InitiateSystemShutdownExA(nullptr, message, 30, TRUE, TRUE, kPlanned));
+    CancelShutdown();
     EXPECT_TRUE(ExitWindowsEx(kShutdown, kPlanned));
     EXPECT_TRUE(SetSuspendState(TRUE, TRUE, FALSE));
     EXPECT_TRUE(SetSuspendState(FALSE, TRUE, FALSE));
@@ -72,6 +78,18 @@ TEST_F(Power, WhatWasAskedForIsRecordedWithItsArguments) {
                        "shutdown: ExitWindowsEx(5, 0x80000000)", "hibernate: SetSuspendState(1, 1, 0)",
                        "sleep: SetSuspendState(0, 1, 0)"}),
               Actions());
+}
+
+TEST_F(Power, AShutdownIsRefusedWhileOneIsInProgress) {
+    Adjust(SE_PRIVILEGE_ENABLED);
+    EXPECT_TRUE(ExitWindowsEx(kShutdown, kPlanned));
+    EXPECT_EQ(ERROR_SHUTDOWN_IN_PROGRESS, ErrorOf(ExitWindowsEx(kShutdown, kPlanned)));
+    EXPECT_EQ(ERROR_SHUTDOWN_IN_PROGRESS,
+              ErrorOf(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, FALSE, kPlanned)));
+    EXPECT_EQ(1u, Actions().size());
+    CancelShutdown();
+    EXPECT_TRUE(InitiateSystemShutdownExA(nullptr, nullptr, 0, TRUE, TRUE, kPlanned));
+    EXPECT_EQ(ERROR_SHUTDOWN_IN_PROGRESS, ErrorOf(ExitWindowsEx(kShutdown, kPlanned)));
 }
 
 TEST_F(Power, APrivilegeStaysEnabledUntilItIsDisabled) {

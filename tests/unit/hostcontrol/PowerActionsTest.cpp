@@ -68,6 +68,15 @@ TEST_F(PowerActions, AFailedCallIsTold) {
     EXPECT_TRUE(PowerCalls().empty());
 }
 
+TEST_F(PowerActions, ASecondShutdownDuringTheFirstIsRefusedAndTold) {
+    EXPECT_TRUE(Do(kPowerReboot));
+    for (const uint32_t option : {kPowerShutdown, kPowerReboot, kPowerShutdownG2S5}) {
+        EXPECT_FALSE(Do(option)) << option;
+        EXPECT_EQ(Messages().back(), "DoSytemShutdown: bStatus = false, error returned: 1115");
+    }
+    EXPECT_EQ(PowerCalls(), Calls{kReboot});
+}
+
 TEST_F(PowerActions, WithoutItsPrivilegeItTouchesNothing) {
     const std::pair<const char*, std::string> steps[] = {
         {"OpenProcessToken", "DoSytemShutdown: OpenProcessToken failed with error: 5"},

@@ -93,6 +93,8 @@ TEST_F(PowerCommands, ARebootWithoutDashActsAtOnceAndLeavesTheLatchAlone) {
     EXPECT_TRUE(HasLine("INFO", "ProcessRead: Reboot Command Nondash received: MPM_ZEL_CMD_REBOOT_NONDASH"));
     EXPECT_EQ(PowerCalls(), Calls{kReboot});
     EXPECT_EQ(LogCount("DoSytemShutdown false for Reboot_Command_Nondash"), 0u);
+    // The first shutdown is cancelled: the PC refuses a second one.
+    Pc().Change([](auto& pc) { pc.shuttingDown = false; });
     ReceiveDashAnswer();
     EXPECT_EQ(PowerCalls(), (Calls{kReboot, kShutdown}));
 }
