@@ -62,6 +62,8 @@ std::string RefusalText(uint32_t error) {
             return "the service cannot take controls at this time";
         case ERROR_SERVICE_NOT_ACTIVE:
             return "no service runs";
+        case ERROR_SERVICE_REQUEST_TIMEOUT:
+            return "the service's handler has not returned in time";
         default:
             return "not delivered";
     }

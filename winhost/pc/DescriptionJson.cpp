@@ -119,6 +119,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("clockRate", pc.clockRate);
     visit("cleanBoot", pc.cleanBoot);
     visit("startedByScm", pc.startedByScm);
+    visit("controlTimeoutMs", pc.controlTimeoutMs);
     visit("ports", pc.ports);
     visit("openPorts", pc.openPorts);
     visit("mailbox", pc.mailbox);

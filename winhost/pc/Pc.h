@@ -120,6 +120,7 @@ struct PcDescription {
                                                {"services.exe", kFirstDescribedPid, 0},
                                                {"winlogon.exe", kFirstDescribedPid + 4, 1}};
     uint32_t clockRate = 1;              // the PC's seconds in one of the machine's
+    uint32_t controlTimeoutMs = 30'000;  // of the machine's time, for a control handler to return
     uint32_t cleanBoot = 0;              // GetSystemMetrics(SM_CLEANBOOT)
     bool startedByScm = true;            // else StartServiceCtrlDispatcherA fails with 1063
     std::map<uint16_t, uint16_t> ports;  // bind(664) takes ports[664] when it is there

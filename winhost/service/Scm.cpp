@@ -51,13 +51,14 @@ Scm& Scm::Instance() {
 }
 
 uint32_t Scm::Control(uint32_t control, uint32_t eventType, void* eventData, Delivery delivery) {
-    Request request{control, eventType, eventData, delivery};
+    const std::chrono::milliseconds patience(Pc::Instance().Get(&PcDescription::controlTimeoutMs));
+    const auto request = std::make_shared<Request>(Request{control, eventType, eventData, delivery});
     std::unique_lock lock(m_mutex);
-    if (const uint32_t error = Refusal(request)) return error;
-    m_requests.push_back(&request);
+    if (const uint32_t error = Refusal(*request)) return error;
+    m_requests.push_back(request);
     m_changed.notify_all();
-    m_changed.wait(lock, [&] { return request.done; });
-    return request.result;
+    const bool answered = m_changed.wait_for(lock, patience, [&] { return request->done; });
+    return answered ? request->result : ERROR_SERVICE_REQUEST_TIMEOUT;
 }
 
 uint32_t Scm::Refusal(const Request& request) const {
@@ -122,16 +123,16 @@ void Scm::Dispatch(const std::function<void()>& serviceMain) {
     while (true) {
         m_changed.wait(lock, [&] { return !m_requests.empty() || IsOver(); });
         if (IsOver()) break;
-        Request& request = *m_requests.front();
+        const std::shared_ptr<Request> request = m_requests.front();
         m_requests.pop_front();
-        Run(request, lock);
+        Run(*request, lock);
     }
     Disconnect();
 }
 
 void Scm::Disconnect() {
     m_connected = false;
-    for (Request* late : m_requests) {
+    for (const auto& late : m_requests) {
         late->result = ERROR_SERVICE_NOT_ACTIVE;
         late->done = true;
     }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -25,7 +26,8 @@ class Scm {
     enum class Delivery { AsAccepted, Forced };
     // Sends a control and waits until the handler has returned. 0, or why it was not delivered: 1062 when no
     // service runs here, 1061 while it starts or stops, 1052 when it does not accept this control. A forced
-    // control only needs a handler to go to, else 1061.
+    // control only needs a handler to go to, else 1061. 1053 when the handler, or one before it, has not
+    // returned within the PC's controlTimeoutMs; the control stays queued, and `eventData` has to live on.
     uint32_t Control(uint32_t control, uint32_t eventType = 0, void* eventData = nullptr,
                      Delivery delivery = Delivery::AsAccepted);
     // The last state that the service reported; 0 before the first report.
@@ -64,7 +66,7 @@ class Scm {
 
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<Request*> m_requests;
+    std::deque<std::shared_ptr<Request>> m_requests;
     ControlHandler m_handler;
     ServiceReport m_report;
     bool m_used = false;       // by a dispatcher of this process

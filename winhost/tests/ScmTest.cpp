@@ -161,6 +161,24 @@ TEST_F(ScmTest, ControlsWaitForTheOneThatRuns) {
     EXPECT_EQ(2, m_service.entered);
 }
 
+TEST_F(ScmTest, TheManagerGivesUpOnAHandlerThatDoesNotReturn) {
+    winhost::Pc::Instance().Change([](auto& pc) { pc.controlTimeoutMs = 20; });
+    StartAndRun();
+    std::binary_semaphore release(0);
+    m_service.onControl = [&](DWORD control) {
+        if (control == SERVICE_CONTROL_PRESHUTDOWN) release.acquire();
+    };
+    EXPECT_EQ(uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT}, Scm::Instance().Control(SERVICE_CONTROL_PRESHUTDOWN));
+    EXPECT_EQ(uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT}, Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE))
+        << "it waits for the handler of the first";
+    winhost::Pc::Instance().Change([](auto& pc) { pc.controlTimeoutMs = 10'000; });
+    release.release();
+    EXPECT_EQ(0u, Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic));
+    ASSERT_EQ(3u, m_service.delivered.size());
+    EXPECT_EQ(DWORD{SERVICE_CONTROL_INTERROGATE}, m_service.delivered[1].control)
+        << "what was given up is delivered";
+}
+
 TEST_F(ScmTest, TheDispatcherReturnsWhenTheServiceHasStoppedAndItsMainHasReturned) {
     std::binary_semaphore release(0);
     m_service.main = [&] {
