@@ -111,6 +111,7 @@ void World::CheckEnd(const Reference& reference) {
     if (m_threadsHang && Follows(FailureEntry::Effect::HoldsThreads)) return;
     if (m_threadsHang) Find("threads of the service hang when the process ends");
     if (winhost::LiveComObjects() != 0) Find("COM objects are not released");
+    if (winhost::StaleComUses() != 0) Find("COM objects were used after CoUninitialize");
     auto& table = winhost::HandleTable::Instance();
     const auto left = [&] { return table.Size() - m_handlesBefore; };
     // A thread that nobody waits for lets go of its last event a moment after the end.

@@ -6,6 +6,7 @@
 
 #include "base/ZELLogger.h"
 #include "winhost/core/HandleTable.h"
+#include "winhost/wmi/ComObject.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ void ServiceFixture::TearDown() {
     service.reset();
     CheckErrors();
     EXPECT_EQ(winhost::HandleTable::Instance().StaleCloses(), 0u) << "a handle was closed twice";
+    EXPECT_EQ(winhost::StaleComUses(), 0u) << "a COM object was used after CoUninitialize";
     PcFixture::TearDown();
 }
 

@@ -79,9 +79,10 @@ class Wmi : public PcFixture {
         return result;
     }
 
-    static Holder<IWbemClassObject> System() {
+    static Holder<IWbemClassObject> System() { return System(*Connected()); }
+    static Holder<IWbemClassObject> System(IWbemServices& services) {
         Holder<IEnumWbemClassObject> rows;
-        EXPECT_EQ(S_OK, Query(*Connected(), L"SELECT * FROM Win32_OperatingSystem", rows));
+        EXPECT_EQ(S_OK, Query(services, L"SELECT * FROM Win32_OperatingSystem", rows));
         IWbemClassObject* object = nullptr;
         ULONG returned = 0;
         EXPECT_EQ(S_OK, rows->Next(WBEM_INFINITE, 1, &object, &returned));
@@ -225,11 +226,31 @@ TEST_F(Wmi, SecurityIsSetOnceAndInTime) {
 TEST_F(Wmi, ObjectsCanBeReleasedAfterComHasGone) {
     auto services = Connected();
     CoUninitialize();
-    Holder<IEnumWbemClassObject> rows;
-    EXPECT_EQ(RPC_E_DISCONNECTED, Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows));
+    const size_t stale = winhost::StaleComUses();
     services.reset();
     EXPECT_EQ(0u, winhost::LiveComObjects());
+    EXPECT_EQ(stale, winhost::StaleComUses());
     ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+}
+
+TEST_F(Wmi, AnObjectThatIsUsedAfterComHasGoneIsCounted) {
+    auto services = Connected();
+    const auto system = System(*services);
+    const auto locator = NewLocator();
+    const size_t stale = winhost::StaleComUses();
+    CoUninitialize();
+    Holder<IEnumWbemClassObject> rows;
+    EXPECT_EQ(RPC_E_DISCONNECTED, Query(*services, L"SELECT * FROM Win32_OperatingSystem", rows));
+    EXPECT_EQ(stale + 1, winhost::StaleComUses());
+    VARIANT value;
+    EXPECT_EQ(RPC_E_DISCONNECTED, system->Get(L"OSType", 0, &value, nullptr, nullptr));
+    EXPECT_EQ(stale + 2, winhost::StaleComUses());
+    locator->AddRef();
+    EXPECT_EQ(stale + 3, winhost::StaleComUses());
+    locator->Release();
+    ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    EXPECT_EQ(S_OK, system->Get(L"OSType", 0, &value, nullptr, nullptr));
+    EXPECT_EQ(stale + 3, winhost::StaleComUses());
 }
 
 TEST_F(Wmi, EveryReferenceCounts) {

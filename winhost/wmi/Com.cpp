@@ -31,6 +31,20 @@ size_t LiveComObjects() {
 }
 
 namespace {
+std::atomic<size_t> g_staleUses{0};
+}  // namespace
+
+size_t StaleComUses() {
+    return g_staleUses;
+}
+
+bool CheckComUse() {
+    const bool ready = Com::Instance().IsReady();
+    if (!ready) ++g_staleUses;
+    return ready;
+}
+
+namespace {
 
 struct History {
     std::mutex mutex;

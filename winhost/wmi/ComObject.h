@@ -17,6 +17,9 @@ namespace winhost {
 // Objects that somebody still holds, and texts that nobody has freed: what a test looks at for a leak.
 size_t LiveComObjects();
 size_t LiveStrings();
+// Calls on objects while no apartment was open, which on Windows may reach a library that has been unloaded.
+// Releasing is not counted.
+size_t StaleComUses();
 
 // The calls of this process whose arguments or order nothing else shows, oldest first: "CoUninitialize",
 // "release IWbemServices" when the last reference goes, and the like.
@@ -27,6 +30,10 @@ void AddToComHistory(std::string call);
 inline HRESULT AsFailure(uint32_t error) {
     return error >> 31 ? static_cast<HRESULT>(error) : HRESULT_FROM_WIN32(error);
 }
+
+// False while neither the calling thread nor one for many threads has an apartment; counts the use of an
+// object as a stale one.
+bool CheckComUse();
 
 class ComObjectCount {
   public:
@@ -44,13 +51,17 @@ template <class Interface, const IID& kInterfaceId>
 class ComObject : public Interface, private ComObjectCount {
   public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppvObject) override {
+        CheckComUse();
         if (!ppvObject) return E_POINTER;
         const bool known = riid == kInterfaceId || riid == IID_IUnknown;
         *ppvObject = known ? static_cast<Interface*>(this) : nullptr;
         if (known) AddRef();
         return known ? S_OK : E_NOINTERFACE;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
+    ULONG STDMETHODCALLTYPE AddRef() override {
+        CheckComUse();
+        return ++m_references;
+    }
     ULONG STDMETHODCALLTYPE Release() override {
         const ULONG left = --m_references;
         if (left == 0) delete this;
@@ -110,4 +121,11 @@ class Com {
         WINHOST_CALL_NAME(name);                                                                          \
         static ::winhost::GateSite site(name);                                                            \
         if (uint32_t error = site.Enter(__builtin_return_address(0))) return ::winhost::AsFailure(error); \
+    } while (false)
+
+// The beginning of a method of an object that needs COM.
+#define WINHOST_GATE_METHOD(name)                                 \
+    do {                                                          \
+        WINHOST_GATE_HRESULT(name);                               \
+        if (!::winhost::CheckComUse()) return RPC_E_DISCONNECTED; \
     } while (false)

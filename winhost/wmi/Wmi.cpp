@@ -39,7 +39,7 @@ class System : public ComObject<IWbemClassObject, IID_IWbemClassObject> {
   public:
     HRESULT STDMETHODCALLTYPE Get(LPCWSTR wszName, LONG lFlags, VARIANT* pVal, CIMTYPE* pType,
                                   LONG* plFlavor) override {
-        WINHOST_GATE_HRESULT("IWbemClassObject::Get");
+        WINHOST_GATE_METHOD("IWbemClassObject::Get");
         if (!wszName || lFlags != 0 || !pVal || pType || plFlavor) return WBEM_E_INVALID_PARAMETER;
         const std::wstring name = InSmallLetters(wszName);
         if (name != L"ostype" && name != L"version") return WBEM_E_NOT_FOUND;
@@ -67,7 +67,7 @@ class Enumerator : public ComObject<IEnumWbemClassObject, IID_IEnumWbemClassObje
 
     HRESULT STDMETHODCALLTYPE Next(LONG lTimeout, ULONG uCount, IWbemClassObject** apObjects,
                                    ULONG* puReturned) override {
-        WINHOST_GATE_HRESULT("IEnumWbemClassObject::Next");
+        WINHOST_GATE_METHOD("IEnumWbemClassObject::Next");
         if (lTimeout < WBEM_INFINITE || !apObjects || !puReturned) return WBEM_E_INVALID_PARAMETER;
         *puReturned = 0;
         if (!m_isKnown) return WBEM_E_INVALID_CLASS;
@@ -83,7 +83,7 @@ class Enumerator : public ComObject<IEnumWbemClassObject, IID_IEnumWbemClassObje
 class Context : public ComObject<IWbemContext, IID_IWbemContext> {
   public:
     HRESULT STDMETHODCALLTYPE SetValue(LPCWSTR wszName, LONG lFlags, VARIANT* pValue) override {
-        WINHOST_GATE_HRESULT("IWbemContext::SetValue");
+        WINHOST_GATE_METHOD("IWbemContext::SetValue");
         if (!wszName || InSmallLetters(wszName) != L"__locale" || lFlags != 0 || !pValue ||
             pValue->vt != VT_BSTR || !pValue->bstrVal)
             return WBEM_E_INVALID_PARAMETER;
@@ -116,14 +116,13 @@ class Services : public ComObject<IWbemServices, IID_IWbemServices>, public Prox
 
     HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, LONG lFlags,
                                         IWbemContext*, IEnumWbemClassObject** ppEnum) override {
-        WINHOST_GATE_HRESULT("IWbemServices::ExecQuery");
+        WINHOST_GATE_METHOD("IWbemServices::ExecQuery");
         constexpr LONG kFlags = WBEM_FLAG_RETURN_IMMEDIATELY | WBEM_FLAG_FORWARD_ONLY;
         if (strQueryLanguage && strQuery)
             AddToComHistory("ExecQuery " + testbed::ToUtf8(strQueryLanguage) + ", " +
                             testbed::ToUtf8(strQuery) + ", " + std::to_string(lFlags));
         if (!ppEnum || !strQueryLanguage || !strQuery || lFlags != kFlags) return WBEM_E_INVALID_PARAMETER;
         *ppEnum = nullptr;
-        if (!Com::Instance().IsReady()) return RPC_E_DISCONNECTED;
         // WMI looks at its data in the name of the caller.
         if (ImpersonationLevel() < RPC_C_IMP_LEVEL_IMPERSONATE) return WBEM_E_ACCESS_DENIED;
         if (const uint32_t error = Pc::Instance().Get(&PcDescription::wmiQueryError))
@@ -149,14 +148,14 @@ class Locator : public ComObject<IWbemLocator, IID_IWbemLocator> {
                                             const BSTR strPassword, const BSTR strLocale, LONG lSecurityFlags,
                                             const BSTR strAuthority, IWbemContext* pCtx,
                                             IWbemServices** ppNamespace) override {
-        WINHOST_GATE_HRESULT("IWbemLocator::ConnectServer");
+        WINHOST_GATE_METHOD("IWbemLocator::ConnectServer");
         AddToComHistory("ConnectServer " +
                         (strNetworkResource ? testbed::ToUtf8(strNetworkResource) : "null") + ", __Locale " +
                         LocaleOf(pCtx));
-        if (!ppNamespace || strLocale || strAuthority || lSecurityFlags != 0) return WBEM_E_INVALID_PARAMETER;
+        if (!ppNamespace || strLocale || strAuthority || lSecurityFlags != 0)
+            return WBEM_E_INVALID_PARAMETER;
         *ppNamespace = nullptr;
         if (strUser || strPassword) return WBEM_E_LOCAL_CREDENTIALS;
-        if (!Com::Instance().IsReady()) return CO_E_NOTINITIALIZED;
         const DWORD impersonationLevel = Com::Instance().UseSecurity();
         if (const uint32_t error = Pc::Instance().Get(&PcDescription::wmiConnectError))
             return static_cast<HRESULT>(error);
