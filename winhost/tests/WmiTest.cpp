@@ -171,6 +171,7 @@ TEST_F(Wmi, ConnectsToItsOwnPlaceAsItsOwnUser) {
     ASSERT_EQ(S_OK, SetSecurity());
     Holder<IWbemServices> services;
     EXPECT_EQ(WBEM_E_INVALID_NAMESPACE, Connect(services, L"ROOT\\DEFAULT"));
+    EXPECT_EQ(WBEM_E_INVALID_PARAMETER, Connect(services, nullptr)) << "there is no default";
     EXPECT_EQ(WBEM_E_LOCAL_CREDENTIALS, Connect(services, L"ROOT\\CIMV2", L"someone"));
     EXPECT_EQ(S_OK, Connect(services, L"root\\cimv2"));
 }

@@ -136,7 +136,6 @@ class Services : public ComObject<IWbemServices, IID_IWbemServices>, public Prox
 };
 
 bool IsCimV2(const BSTR resource) {
-    if (!resource) return true;
     const std::wstring name = InSmallLetters(resource);
     return name == L"root\\cimv2" || name == L"\\\\.\\root\\cimv2";
 }
@@ -152,7 +151,7 @@ class Locator : public ComObject<IWbemLocator, IID_IWbemLocator> {
         AddToComHistory("ConnectServer " +
                         (strNetworkResource ? testbed::ToUtf8(strNetworkResource) : "null") + ", __Locale " +
                         LocaleOf(pCtx));
-        if (!ppNamespace || strLocale || strAuthority || lSecurityFlags != 0)
+        if (!ppNamespace || !strNetworkResource || strLocale || strAuthority || lSecurityFlags != 0)
             return WBEM_E_INVALID_PARAMETER;
         *ppNamespace = nullptr;
         if (strUser || strPassword) return WBEM_E_LOCAL_CREDENTIALS;
