@@ -4,6 +4,7 @@ import json
 import pathlib
 import subprocess
 
+from .growing import GrowingLines
 from .processes import Process, build_folder
 from .waiting import eventually
 
@@ -15,6 +16,7 @@ class Firmware:
         self.workdir = pathlib.Path(workdir)
         self.address = listen or f"unix:{self.workdir}/mailbox.sock"
         self.record_path = self.workdir / "firmware.jsonl"
+        self._recorded = GrowingLines(self.record_path, json.loads)
         self.log_path = self.workdir / "mpmsim.log"
         self.control_path = self.workdir / "mpmsim.sock"
         self.certificate_path = self.workdir / "firmware.pem"
@@ -75,11 +77,7 @@ class Firmware:
         return self._ask("show")
 
     def _entries(self, kind):
-        if not self.record_path.exists():
-            return []
-        lines = self.record_path.read_text().splitlines()
-        entries = [json.loads(line) for line in lines if line.endswith("}")]
-        return [entry for entry in entries if entry["kind"] == kind]
+        return [entry for entry in self._recorded.all() if entry["kind"] == kind]
 
     def requests(self, name=None):
         """What the host asked so far, decoded: dictionaries with "name", "bytes" and "fields"."""

@@ -2,6 +2,7 @@
 
 import collections
 
+from .growing import GrowingText
 from .waiting import eventually
 
 INSTALLATION = "C:\\Program Files\\Tarvix\\"
@@ -32,8 +33,12 @@ class Host:
     def log_path(self):
         return self.working_folder / "zel.log"
 
+    _log = None
+
     def log_text(self):
-        return text_of(self.log_path())
+        if not self._log or self._log.path != self.log_path():
+            self._log = GrowingText(self.log_path())
+        return self._log.text()
 
     def await_log(self, text, count=1, patience=20.0):
         eventually(lambda: self.log_text().count(text) >= count, f"{text!r} in the log", patience)

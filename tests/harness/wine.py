@@ -255,6 +255,7 @@ class WineHost(Host):
     def forget_log(self):
         """Begins with an empty working folder again; the service must not run."""
         shutil.rmtree(self.working_folder.parent, ignore_errors=True)
+        self._log = None  # the number of the file may be used again
 
     def close(self):
         """Ends the whole session. The log and the registry stay, and Wine's own files go."""

@@ -17,10 +17,17 @@ bool HoldsAny(const std::string& message, const std::vector<std::string>& texts)
                        [&](const std::string& text) { return message.find(text) != std::string::npos; });
 }
 
+size_t CountIn(const std::vector<LogLine>& lines, const std::string& text) {
+    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
+        return line.message.find(text) != std::string::npos;
+    }));
+}
+
 }  // namespace
 
 void ServiceFixture::SetUp() {
     PcFixture::SetUp();
+    m_tail = std::make_unique<LogTail>(HostPath(kLogPath));
     service = std::make_unique<ZELService>("");
     ASSERT_TRUE(service->InitializeLogging());
 }
@@ -88,24 +95,27 @@ void ServiceFixture::ExpectErrors(const std::vector<std::string>& texts) {
 }
 
 std::vector<LogLine> ServiceFixture::Log() const {
-    return ReadLog(HostPath(kLogPath));
+    return m_tail->All();
 }
 
 std::vector<std::string> ServiceFixture::Messages() const {
     std::vector<std::string> messages;
-    for (LogLine& line : Log())
-        messages.push_back(std::move(line.message));
+    m_tail->Look([&](const std::vector<LogLine>& lines) {
+        for (const LogLine& line : lines)
+            messages.push_back(line.message);
+    });
     return messages;
 }
 
 size_t ServiceFixture::LogCount(const std::string& text) const {
-    const std::vector<std::string> messages = Messages();
-    return std::count_if(messages.begin(), messages.end(),
-                         [&](const std::string& message) { return message.find(text) != std::string::npos; });
+    size_t count = 0;
+    m_tail->Look([&](const std::vector<LogLine>& lines) { count = CountIn(lines, text); });
+    return count;
 }
 
 void ServiceFixture::AwaitLog(const std::string& text, size_t count) {
-    ASSERT_TRUE(Eventually([&] { return LogCount(text) >= count; })) << "never logged: " << text;
+    const auto isThere = [&](const std::vector<LogLine>& lines) { return CountIn(lines, text) >= count; };
+    ASSERT_TRUE(m_tail->Await(isThere, kPatience)) << "never logged: " << text;
 }
 
 void ServiceFixture::ExpectLogInOrder(const std::vector<std::string>& texts) const {

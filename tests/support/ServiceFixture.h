@@ -57,4 +57,5 @@ class ServiceFixture : public PcFixture {
     void CheckErrors() const;
 
     std::vector<std::string> m_expectedErrors, m_allowedErrors;
+    std::unique_ptr<LogTail> m_tail;
 };
