@@ -8,6 +8,7 @@ ENUMERATION = "http://schemas.xmlsoap.org/ws/2004/09/enumeration"
 TRANSFER = "http://schemas.xmlsoap.org/ws/2004/09/transfer"
 MANAGEMENT = "http://schemas.dmtf.org/wbem/wsman/1/wsman.xsd"
 CIM = "http://schemas.dmtf.org/wbem/wscim/1/cim-schema/2/"
+NEWEST_CONTEXT = "newest-context"  # which the target replaces by the context that it was given last
 IDENTIFY = (
     f'<s:Envelope xmlns:s="{SOAP}" xmlns:wsmid="http://schemas.dmtf.org/wbem/wsman/identity/1/wsmanidentity.xsd">'
     "<s:Header/><s:Body><wsmid:Identify/></s:Body></s:Envelope>"
@@ -44,8 +45,17 @@ def post(body, more="", path="/wsman"):
     )
 
 
+def pull(name, context=NEWEST_CONTEXT, most=2):
+    return envelope(
+        f"{ENUMERATION}/Pull",
+        name,
+        f"<e:Pull><e:EnumerationContext>{context}</e:EnumerationContext><e:MaxElements>{most}</e:MaxElements></e:Pull>",
+    )
+
+
 def console():
     system = "CIM_ComputerSystem"
+    association = "CIM_AssociatedPowerManagementService"
     for name, request in {
         "identify": post(IDENTIFY),
         "identify-twice": post(IDENTIFY) + post(IDENTIFY),
@@ -70,13 +80,10 @@ def console():
                 "<e:Enumerate><w:EnumerationMode>EnumerateEPR</w:EnumerationMode></e:Enumerate>",
             )
         ),
-        "pull": post(
-            envelope(
-                f"{ENUMERATION}/Pull",
-                system,
-                "<e:Pull><e:EnumerationContext>objects-0</e:EnumerationContext><e:MaxElements>2</e:MaxElements></e:Pull>",
-            )
-        ),
+        "pull": post(envelope(f"{ENUMERATION}/Enumerate", system, "<e:Enumerate/>")) + post(pull(system)),
+        "pull-one-by-one": post(envelope(f"{ENUMERATION}/Enumerate", association, "<e:Enumerate/>"))
+        + 3 * post(pull(association, most=1)),
+        "pull-unknown": post(pull(system, "objects-0")),
         "unknown-action": post(envelope("urn:nothing", system)),
         "soap-1.1": post('<s:Envelope xmlns:s="http://schemas.xmlsoap.org/soap/envelope/"><s:Body/></s:Envelope>'),
         "doctype": post("<!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>"),

@@ -1,6 +1,8 @@
 // What a console sends to the simulated firmware, behind TLS: HTTP, SOAP, WS-Management. The answers don't
 // depend on how the bytes are cut.
+#include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "firmware/dash/HttpConnection.h"
 #include "firmware/dash/Power.h"
@@ -26,14 +28,33 @@ struct Talk {
     bool ended = false;
 };
 
+// Names the newest enumeration of the talk. Its context is drawn at random, so that an input cannot hold it.
+constexpr std::string_view kNewestContext = "newest-context";
+
+void ReplaceAll(std::string& text, std::string_view from, std::string_view by) {
+    for (size_t place = 0; (place = text.find(from, place)) != std::string::npos; place += by.size())
+        text.replace(place, from.size(), by);
+}
+
+// Takes the context of the enumeration that the answer has begun.
+void NoteContext(const std::string& answer, std::string& context) {
+    constexpr std::string_view kBegin = "<wsen:EnumerationContext>", kEnd = "</wsen:EnumerationContext>";
+    const size_t begin = answer.find(kBegin), end = answer.find(kEnd);
+    if (begin < end && end != std::string::npos)
+        context = answer.substr(begin + kBegin.size(), end - begin - kBegin.size());
+}
+
 // In pieces of growing size, from 1 up to `largest` and again.
 Talk Hold(std::string_view bytes, size_t largest) {
     Talk talk;
-    mpm::HttpConnection connection([&](const mpm::HttpRequest& request) {
+    std::string context;
+    mpm::HttpConnection connection([&](mpm::HttpRequest request) {
         ++talk.requests;
         fuzz::Require(request.body.size() <= mpm::HttpConnection::kMaxBody, "a body is bounded");
         fuzz::Require(request.target.size() <= mpm::HttpConnection::kMaxTarget, "a target is bounded");
+        ReplaceAll(request.body, kNewestContext, context);
         const mpm::HttpResponse response = Service().Handle(request);
+        NoteContext(response.body, context);
         fuzz::Require(response.status >= 200 && response.status < 600, "an answer has a status");
         return response;
     });
