@@ -8,7 +8,7 @@ from harness.console import IDENTIFY
 from harness.waiting import eventually
 
 from .stage import SESSION_CLOSED
-from .streams import PATIENCE, Altered, await_end, connect, content, cut, overtaken, pump, same
+from .streams import PATIENCE, await_end, connect, content, pump, same
 
 SESSION = "Spawning threads to send and receive DASH traffic for socket"  # ahead of all that it logs of the session's bytes
 CLOSE_BY_FIRMWARE = "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit"
@@ -197,18 +197,11 @@ class Consoles:
         return len(data) + self._receive(console, answer, place, server)
 
     def _receive(self, console, data, place, *others):
-        """Waits for what the firmware sends: all of it, but for payloads that the next one overtook. How much it was."""
-        def arrived():
-            if not console.all_sent or not console.received:
-                return False
-            sizes = self._log.payloads(place)
-            if sum(sizes) < len(data) or not console.received.endswith(data[-min(sizes[-1], len(console.received)):]):
-                return False
-            assert sum(sizes) == len(data), f"the firmware gave {sum(sizes)} bytes for {len(data)}"
-            return overtaken_in(cut(data, sizes), bytes(console.received)) is not None
-        self._pump([console, *others], arrived, "the firmware's bytes were there", place)
+        """Waits for all that the firmware sends, of which nothing is replaced during a session. How much it was."""
+        self._pump([console, *others], lambda: console.all_sent and len(console.received) >= len(data),
+                   "the firmware's bytes were there", place)
         received = console.take_received()
-        self._stage.tally.overtaken += overtaken(cut(data, self._log.payloads(place)), received)
+        same(received, data, "firmware to console")
         return len(received)
 
     def _pump(self, streams, done, what, place):
@@ -286,14 +279,6 @@ class Consoles:
 
 def _is_tls(console):
     return isinstance(console.socket, ssl.SSLSocket)
-
-
-def overtaken_in(payloads, received):
-    """As overtaken, but None for what is not complete yet."""
-    try:
-        return overtaken(payloads, received)
-    except Altered:
-        return None
 
 
 def _block(connection):

@@ -1,6 +1,5 @@
 """Bytes on their way: connections that send and receive at once, and what may have become of the bytes at the other end."""
 
-import functools
 import random
 import select
 import socket
@@ -141,43 +140,6 @@ def content(seed, size):
 
 class Altered(AssertionError):
     """Bytes that arrived otherwise than they were sent."""
-
-
-def cut(data, sizes):
-    """The data in pieces of these sizes."""
-    pieces, place = [], 0
-    for size in sizes:
-        pieces.append(data[place:place + size])
-        place += size
-    return pieces
-
-
-def overtaken(payloads, received):
-    """How many of the payloads, sent in this order, did not arrive because a later one took their place.
-
-    The others have to be there, whole and in order, the last one among them. Raises Altered when it can't have been so."""
-
-    @functools.lru_cache(maxsize=None)
-    def fewest(number, place):
-        if number == len(payloads):
-            return 0 if place == len(received) else None
-        payload = payloads[number]
-        if received.startswith(payload, place):
-            rest = fewest(number + 1, place + len(payload))
-            if rest is not None:
-                return rest
-        if number == len(payloads) - 1:
-            return None
-        rest = fewest(number + 1, place)
-        return None if rest is None else rest + 1
-
-    if b"".join(payloads) == received:
-        return 0
-    lost = fewest(0, 0)
-    if lost is None:
-        raise Altered(f"{len(received)} bytes arrived, but not as whole payloads in order; {len(payloads)} payloads were sent: "
-                      f"{[len(payload) for payload in payloads][:20]} bytes")
-    return lost
 
 
 def same(received, sent, what):
