@@ -55,7 +55,7 @@ bool DASHClientInterface::ReceiveOnce(Session session) {
 
 void DASHClientInterface::updateDataToMPM(SOCKET socket, int size) {
     LogInfo("%s: Updating data to be sent from client to MPM", "updateDataToMPM");
-    m_recvBuffer[size] = 0;
+    m_recvBuffer.at(size) = 0;
     DashPacket packet{socket, m_recvBuffer.data(), static_cast<uint32_t>(size), nullptr, 0};
     if (!g_pServiceState->m_bServiceStopping)
         g_pServiceState->m_mailBoxDriverInterface.WriteDASHPacket(&packet);

@@ -160,10 +160,15 @@ void Processor::Complete(const LinkRequest& request, const MailboxRequest& opera
         m_link.Answer(request, *fault.error, {});
         return;
     }
-    if (request.code == MailboxCode::WriteDASHPacket) return TakeStream(request, MPM_ZEL_CMD_DASH_DATA);
-    if (request.code == MailboxCode::WriteKVMPacket) return TakeStream(request, MPM_ZEL_CMD_KVM_DATA);
-    std::vector<uint8_t> output = AnswerTo(operation.code, m_settings, m_hostUp);
-    if (fault.answerSize) output.resize(std::min<size_t>(*fault.answerSize, mpmlink::kMaxPayload));
+    const auto resized = [&](std::vector<uint8_t> output) {
+        if (fault.answerSize) output.resize(std::min<size_t>(*fault.answerSize, mpmlink::kMaxPayload));
+        return output;
+    };
+    if (request.code == MailboxCode::WriteDASHPacket)
+        return TakeStream(request, MPM_ZEL_CMD_DASH_DATA, resized({}));
+    if (request.code == MailboxCode::WriteKVMPacket)
+        return TakeStream(request, MPM_ZEL_CMD_KVM_DATA, resized({}));
+    const std::vector<uint8_t> output = resized(AnswerTo(operation.code, m_settings, m_hostUp));
     // What follows from a record is seen by the host only after its request has been answered.
     m_link.Answer(request, 0, output);
     Learn(operation, request.input);

@@ -83,7 +83,7 @@ class Processor {
     // connection.
     void EndDash();
     void EndKvm();
-    void TakeStream(const LinkRequest& request, uint8_t command);
+    void TakeStream(const LinkRequest& request, uint8_t command, std::span<const uint8_t> answer);
     bool HostIsBehind() const;
     void HostHasRead();
     void AnswerPaced();

@@ -36,7 +36,7 @@ bool Processor::IsQuiet(uint8_t command) const {
            (command == MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER || command == MPM_ZEL_CMD_KVM_DATA);
 }
 
-void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
+void Processor::TakeStream(const LinkRequest& request, uint8_t command, std::span<const uint8_t> answer) {
     const bool isDash = command == MPM_ZEL_CMD_DASH_DATA;
     const Peer kind = isDash ? m_settings.Dash : m_settings.Kvm;
     if (kind == Peer::Echo) {
@@ -48,7 +48,7 @@ void Processor::TakeStream(const LinkRequest& request, uint8_t command) {
             m_link.Answer(request, 0, {});
         return;
     }
-    m_link.Answer(request, 0, {});
+    m_link.Answer(request, 0, answer);
     if (kind == Peer::None) {
         const auto take = m_takeDash;
         if (isDash && take) (*take)(request.input);

@@ -41,7 +41,7 @@ bool KVMClientInterface::ReceiveOnce() {
     const int error = received < 0 ? WSAGetLastError() : 0;
     const bool isReplaced = m_clientSocket != socket;
     if (received > 0) {
-        m_recvBuffer[received] = 0;
+        m_recvBuffer.at(received) = 0;
         if (!m_bSessionActive) return false;
         if (!isReplaced) PassToFirmware(static_cast<uint32_t>(received));
         std::memset(m_recvBuffer.data(), 0, received);

@@ -45,6 +45,13 @@ void PcFixture::FillDiskFor(const std::string& windowsPath) {
     });
 }
 
+std::vector<uint32_t> PcFixture::ArgumentsOf(const std::string& call, const std::string& name) {
+    std::vector<uint32_t> values;
+    for (const auto& argument : Pc().Records<winhost::CallArgument>())
+        if (argument.call == call && argument.name == name) values.push_back(argument.value);
+    return values;
+}
+
 void PcFixture::PassSleepOf(std::chrono::milliseconds time) {
     ASSERT_TRUE(Clock().AwaitSleeper(time, kPatience)) << "nobody sleeps for " << time.count() << " ms";
     Advance(time);

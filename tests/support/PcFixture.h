@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
@@ -39,6 +40,9 @@ class PcFixture : public ::testing::Test {
     // From the moment at which the service has checked the file, writing to it fails as on a full disk. Until
     // the gate is reset.
     static void FillDiskFor(const std::string& windowsPath);
+
+    // The values of an argument that has no effect on this PC, in the order of the calls.
+    static std::vector<uint32_t> ArgumentsOf(const std::string& call, const std::string& name);
 
     // Outside of the PC's drives: for sockets and the like.
     const std::filesystem::path& Folder() const { return m_folder; }

@@ -8,6 +8,7 @@
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/io/MailboxHandle.h"
 #include "winhost/io/NtStatus.h"
+#include "winhost/pc/Pc.h"
 #include "winhost/pipe/PipeClient.h"
 
 using winhost::Clock;
@@ -76,8 +77,8 @@ BOOL MakeRequestNow(const void* buffer, DWORD size, LPDWORD bytes, LPOVERLAPPED 
 
 }  // namespace
 
-HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES attributes, DWORD disposition,
-                   DWORD flags, HANDLE) {
+HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD shareMode, LPSECURITY_ATTRIBUTES attributes,
+                   DWORD disposition, DWORD flags, HANDLE) {
     WINHOST_GATE("CreateFileA", INVALID_HANDLE_VALUE);
     std::shared_ptr<FileObject> file;
     DWORD error = ERROR_NOT_SUPPORTED;
@@ -85,6 +86,8 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES attri
     if (winhost::IsOnDrive(name)) {
         error = winhost::OpenDiskFile(name, access, attributes, disposition, flags, file, existed);
     } else if (disposition == OPEN_EXISTING) {
+        // Whether one more handle may be opened is the device's own decision.
+        winhost::Pc::Instance().Record(winhost::CallArgument{"CreateFileA", "dwShareMode", shareMode});
         error = Open(name, access, flags, file);
     }
     HANDLE handle = nullptr;

@@ -6,6 +6,7 @@
 
 #include <charconv>
 #include <string_view>
+#include <utility>
 
 #include "testbed/Sockets.h"
 #include "winhost/io/MailboxHandle.h"
@@ -60,6 +61,16 @@ bool MailboxDevice::Add(const std::shared_ptr<MailboxHandle>& handle) {
 void MailboxDevice::Remove(const MailboxHandle& handle) {
     std::lock_guard lock(m_mutex);
     std::erase_if(m_handles, [&](const auto& open) { return open.get() == &handle; });
+}
+
+void MailboxDevice::ListInstead(std::vector<std::string> paths) {
+    std::lock_guard lock(m_mutex);
+    m_listedInstead = std::move(paths);
+}
+
+std::vector<std::string> MailboxDevice::ListedPaths() const {
+    std::lock_guard lock(m_mutex);
+    return m_listedInstead.empty() ? std::vector<std::string>{kPath} : m_listedInstead;
 }
 
 size_t MailboxDevice::OpenHandles() const {

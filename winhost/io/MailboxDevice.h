@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace winhost {
@@ -40,12 +41,17 @@ class MailboxDevice {
     void CompleteReadsAtOnce(bool atOnce) { m_readsAtOnce = atOnce; }
     void CompleteRequestsAtOnce(bool atOnce) { m_requestsAtOnce = atOnce; }
 
+    // From now on the list of interfaces holds these paths instead of the device's own; none: its own again.
+    void ListInstead(std::vector<std::string> paths);
+    std::vector<std::string> ListedPaths() const;
+
   private:
     friend class MailboxHandle;
     MailboxDevice() = default;
 
     mutable std::mutex m_mutex;
     std::vector<std::shared_ptr<MailboxHandle>> m_handles;  // that are open
+    std::vector<std::string> m_listedInstead;
     std::atomic<size_t> m_pendingReads{0};
     std::atomic<size_t> m_pendingRequests{0};
     std::atomic<bool> m_readsAtOnce{false};

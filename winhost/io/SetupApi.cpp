@@ -35,7 +35,7 @@ HDEVINFO SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND, DWO
     const auto set = std::make_shared<DeviceInfoSet>();
     set->interfaceClass = *classGuid;
     if (*classGuid == kMailboxClass && winhost::MailboxDevice::Instance().IsPresent())
-        set->paths.emplace_back(winhost::MailboxDevice::kPath);
+        set->paths = winhost::MailboxDevice::Instance().ListedPaths();
     const HANDLE handle = HandleTable::Instance().Add(set);
     if (handle) return handle;
     return Fail(ERROR_NO_SYSTEM_RESOURCES, INVALID_HANDLE_VALUE);

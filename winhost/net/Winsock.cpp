@@ -170,6 +170,8 @@ int WSAStartup(WORD wVersionRequested, LPWSADATA lpWSAData) {
     WINHOST_GATE_CODE("WSAStartup");
     if (LOBYTE(wVersionRequested) == 0) return WSAVERNOTSUPPORTED;
     if (!lpWSAData) return WSAEFAULT;
+    winhost::Pc::Instance().Record(
+        winhost::CallArgument{"WSAStartup", "wVersionRequested", wVersionRequested});
     const WORD major = LOBYTE(wVersionRequested), minor = HIBYTE(wVersionRequested);
     *lpWSAData = {};
     lpWSAData->wVersion = major < 2 || (major == 2 && minor < 2) ? wVersionRequested : kHighestVersion;

@@ -83,6 +83,19 @@ struct DebugText {
     }
 };
 
+// An argument that changes nothing on this PC, as it was given to the call.
+struct CallArgument {
+    std::string call, name;
+    uint32_t value = 0;
+
+    template <class Visitor>
+    void Visit(Visitor visit) const {
+        visit("call", call);
+        visit("name", name);
+        visit("value", value);
+    }
+};
+
 // Any thread may use it.
 class Journal {
   public:
@@ -111,7 +124,7 @@ class Journal {
   private:
     mutable std::mutex m_mutex;
     std::tuple<std::deque<ServiceReport>, std::deque<EventLogEntry>, std::deque<PowerAction>,
-               std::deque<ProcessLaunch>, std::deque<DebugText>>
+               std::deque<ProcessLaunch>, std::deque<DebugText>, std::deque<CallArgument>>
         m_records;
 };
 

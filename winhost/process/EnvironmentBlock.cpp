@@ -56,7 +56,8 @@ std::wstring MakeBlock() {
 
 }  // namespace
 
-BOOL CreateEnvironmentBlock(LPVOID* environment, HANDLE handle, BOOL) {
+// The PC has one environment, which a block that inherits the caller's holds once.
+BOOL CreateEnvironmentBlock(LPVOID* environment, HANDLE handle, BOOL inherit) {
     WINHOST_GATE("CreateEnvironmentBlock", FALSE);
     if (!environment) return Fail(ERROR_INVALID_PARAMETER);
     if (handle) {
@@ -64,6 +65,8 @@ BOOL CreateEnvironmentBlock(LPVOID* environment, HANDLE handle, BOOL) {
         if (!token) return Fail(ERROR_INVALID_HANDLE);
         if (!token->Allows(TOKEN_QUERY | TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
     }
+    winhost::Pc::Instance().Record(
+        winhost::CallArgument{"CreateEnvironmentBlock", "bInherit", static_cast<uint32_t>(inherit)});
     const std::wstring block = MakeBlock();
     void* const memory = std::malloc(block.size() * sizeof(WCHAR));
     if (!memory) return Fail(ERROR_NOT_ENOUGH_MEMORY);

@@ -166,6 +166,8 @@ BOOL TerminateProcess(HANDLE handle, UINT exitCode) {
     if (!process) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (!process->Allows(PROCESS_TERMINATE)) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (process->IsOwn()) _exit(static_cast<int>(exitCode));
+    // The process ends by a signal, which carries no code.
+    winhost::Pc::Instance().Record(winhost::CallArgument{"TerminateProcess", "uExitCode", exitCode});
     const DWORD error = process->Terminate();
     return error == ERROR_SUCCESS ? TRUE : Fail(error, FALSE);
 }

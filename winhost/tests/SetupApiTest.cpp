@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "winhost/io/MailboxDevice.h"
 #include "winhost/tests/MailboxFixture.h"
 
 namespace {
@@ -51,6 +52,22 @@ TEST_F(SetupApiTest, OtherClassesHaveNoInterfaces) {
     const HDEVINFO list = List(other);
     SP_DEVICE_INTERFACE_DATA data = Empty();
     EXPECT_EQ(ERROR_NO_MORE_ITEMS, ErrorOf(SetupDiEnumDeviceInterfaces(list, nullptr, &other, 0, &data)));
+}
+
+TEST_F(SetupApiTest, OtherPathsMayBeListedInstead) {
+    winhost::MailboxDevice::Instance().ListInstead({"first", ""});
+    const HDEVINFO list = List();
+    winhost::MailboxDevice::Instance().ListInstead({});
+    SP_DEVICE_INTERFACE_DATA data = Empty();
+    EXPECT_EQ(Enumerate(list, 1, data), ERROR_SUCCESS);
+    DWORD size = 0;
+    SetupDiGetDeviceInterfaceDetailA(list, &data, nullptr, 0, &size, nullptr);
+    EXPECT_EQ(size, offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath) + 1);
+    EXPECT_EQ(Enumerate(list, 2, data), ERROR_NO_MORE_ITEMS);
+    const HDEVINFO own = List();
+    EXPECT_EQ(Enumerate(own, 1, data), ERROR_NO_MORE_ITEMS);
+    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
+    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(own));
 }
 
 TEST_F(SetupApiTest, TheSizeOfTheDataIsTested) {

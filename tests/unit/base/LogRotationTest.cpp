@@ -128,6 +128,29 @@ TEST_F(LogRotation, ANameWithoutANumberSetsTheCountBack) {
     EXPECT_EQ(logger.NextBackupIndex(), 1);
 }
 
+TEST_F(LogRotation, ANameWithoutANumberSetsTheCountBackFromTheNumbersListedBeforeIt) {
+    Open(ZELLogger::kNumberedBackups);
+    fs::remove(HostPath(kPath));
+    // The order of the list is that of the file system.
+    const auto isLast = [&](const std::string& name) {
+        std::string last;
+        for (const auto& entry : fs::directory_iterator(HostPath(kFolder)))
+            last = entry.path().filename().string();
+        return last == name;
+    };
+    std::string nameless;
+    for (char letter = 'a'; nameless.empty() || !isLast(nameless); ++letter) {
+        ASSERT_LE(letter, 'z');
+        for (const auto& entry : fs::directory_iterator(HostPath(kFolder)))
+            fs::remove(entry);
+        nameless = std::string("zel") + letter + ".log";
+        Fill("C:\\Logs\\" + nameless, 1);
+        Fill("C:\\Logs\\zel7.log", 1);
+    }
+    logger.ScanBackupIndex();
+    EXPECT_EQ(logger.NextBackupIndex(), 1);
+}
+
 TEST_F(LogRotation, TheNumberIsReadBehindThreeCharactersWhateverTheBaseNameIs) {
     Open();
     EXPECT_EQ(logger.ParseBackupIndex("zel.log"), 0);

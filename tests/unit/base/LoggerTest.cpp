@@ -219,8 +219,10 @@ TEST_F(Logger, ALineThatMeetsTheCloseGoesToTheDebugger) {
     });
     logger.LogInfo("ZELService", "homeless");
     EXPECT_EQ(Content(), "");
-    EXPECT_NE(Pc().Records<winhost::DebugText>().back().text.find("INFO:  homeless $$<ZELService>"),
-              std::string::npos);
+    EXPECT_TRUE(std::regex_match(
+        Pc().Records<winhost::DebugText>().back().text,
+        std::regex(R"(\[\d+\]-\[ \d+ M \] INFO:  homeless \$\$<ZELService> <.*> <thread = .*>\n)")))
+        << Pc().Records<winhost::DebugText>().back().text;
 }
 
 TEST_F(Logger, AFullDiskIsNoAffairOfTheCallers) {

@@ -176,6 +176,14 @@ TYPED_TEST(SocketServers, AnExceptionLeavesNoAcceptedSocketOpen) {
     EXPECT_TRUE(client.AwaitClose());
 }
 
+TYPED_TEST(SocketServers, AskForTheSecondVersionOfWinsock) {
+    const size_t before = this->ArgumentsOf("WSAStartup", "wVersionRequested").size();
+    const TypeParam server;
+    const std::vector<uint32_t> versions = this->ArgumentsOf("WSAStartup", "wVersionRequested");
+    ASSERT_EQ(versions.size(), before + 1);
+    EXPECT_EQ(versions.back(), 0x0002u);  // the major version is the low byte
+}
+
 TYPED_TEST(SocketServers, AFailedStartOfWinsockStopsNothing) {
     this->ExpectErrors(
         {"WSAStartup() call failed with error: 10091", "WSACleanup() API failed with error: 10050"});

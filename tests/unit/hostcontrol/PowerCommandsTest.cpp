@@ -126,6 +126,6 @@ TEST_F(PowerCommands, FollowEachOtherFromTheFirmwareThroughTheMailbox) {
     firmware.SendDash("answer");
     ASSERT_TRUE(AwaitPowerCalls(1));
     EXPECT_EQ(PowerCalls(), Calls{kReboot});
-    AllowError("");
+    AwaitListener();
     StopService();
 }

@@ -139,11 +139,11 @@ TEST_F(KvmAgent, IsLeftWhenTheProcessesCannotBeListed) {
 
 TEST_F(KvmAgent, EndsByTheCodeNine) {
     const uint32_t id = Launch(kAgent);
-    const HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, id);
-    ASSERT_NE(process, nullptr);
+    const UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, id));
+    ASSERT_TRUE(process);
     killProcessByName(kAgent);
-    EXPECT_EQ(WaitForSingleObject(process, INFINITE), DWORD{WAIT_OBJECT_0});
-    CloseHandle(process);
+    EXPECT_EQ(WaitForSingleObject(process.Get(), INFINITE), DWORD{WAIT_OBJECT_0});
+    EXPECT_EQ(ArgumentsOf("TerminateProcess", "uExitCode"), std::vector<uint32_t>{9});
 }
 
 TEST_F(KvmAgent, ListingAndKillingKeepsNoHandles) {

@@ -197,6 +197,8 @@ TEST_P(SafeBootMode, IsServedFromTheStartOfTheService) {
     AwaitHandled();
     EXPECT_EQ(Pc().Records<winhost::PowerAction>().size(), 1u);
     EXPECT_EQ(firmware.Count("WriteCloseSocketcmd"), 0u);
+    for (const uint16_t port : {664, 22})
+        EXPECT_EQ(BacklogOf(Pc().Description().ports.at(port)), -1) << port;
 }
 
 // A console that comes by the listener in safe boot: its state is reported, and nothing else.

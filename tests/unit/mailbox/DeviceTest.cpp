@@ -3,6 +3,8 @@
 #include <functional>
 #include <future>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/support/ServiceFixture.h"
 #include "winhost/core/HandleTable.h"
@@ -14,6 +16,16 @@ constexpr char kNoDevice[] =
     "m_pDeviceInterfaceDetailData is NULL. No device interfaces present, returning ERROR_INVALID_ADDRESS to "
     "the "
     "caller";
+
+// What the list of interfaces holds instead of the device.
+struct ListedPaths {
+    explicit ListedPaths(std::vector<std::string> paths) {
+        winhost::MailboxDevice::Instance().ListInstead(std::move(paths));
+    }
+    ~ListedPaths() { winhost::MailboxDevice::Instance().ListInstead({}); }
+    ListedPaths(const ListedPaths&) = delete;
+    ListedPaths& operator=(const ListedPaths&) = delete;
+};
 
 class Device : public ServiceFixture {
   protected:
@@ -140,6 +152,37 @@ TEST_F(Device, GivesASecondHandle) {
     CloseHandle(second);
 }
 
+TEST_F(Device, IsOpenedWithoutSharing) {
+    Mailbox().OpenMPMDevice();
+    CloseHandle(Mailbox().GetNewHandleToMPMDevice());
+    EXPECT_EQ(ArgumentsOf("CreateFileA", "dwShareMode"), (std::vector<uint32_t>{0, 0}));
+}
+
+TEST_F(Device, IsTheLastInterfaceOfTheList) {
+    const ListedPaths paths({R"(\\?\root#system#0000#{other})", winhost::MailboxDevice::kPath});
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 0u);
+    EXPECT_EQ(Gate().Count("SetupDiEnumDeviceInterfaces"), 3u);
+}
+
+TEST_F(Device, AnInterfaceWithoutAPathIsAskedForAgainUntilTheSearchIsGivenUp) {
+    const ListedPaths paths({""});
+    EXPECT_EQ(Mailbox().OpenMPMDevice(), 487u);
+    EXPECT_FALSE(Mailbox().IsOpen());
+    EXPECT_EQ(Gate().Count("SetupDiEnumDeviceInterfaces"), 1000u);
+    EXPECT_TRUE(HasLine("WARN", "SetupDiEnumDeviceInterfaces() gave no usable interface in 1000 attempts"));
+    EXPECT_TRUE(ArgumentsOf("CreateFileA", "dwShareMode").empty()) << "a device was opened";
+}
+
+TEST_F(Device, HasNoSecondHandleWithoutAPath) {
+    {
+        const ListedPaths paths({""});
+        Mailbox().OpenMPMDevice();
+    }
+    EXPECT_EQ(Mailbox().GetNewHandleToMPMDevice(), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Messages().back(), "Using an existing device handle");
+    EXPECT_TRUE(ArgumentsOf("CreateFileA", "dwShareMode").empty()) << "a device was opened";
+}
+
 TEST_F(Device, HasNoSecondHandleBeforeItIsFound) {
     ExpectError(kNoDevice);
     EXPECT_EQ(Mailbox().GetNewHandleToMPMDevice(), INVALID_HANDLE_VALUE);
@@ -217,7 +260,10 @@ TEST_F(Device, TheCloseEndsPendingRequests) {
 }
 
 TEST_F(Device, TheCloseEndsEveryRequestOfManyThreads) {
-    AllowError("");
+    ExpectErrors({"GetOverlappedResult failed for SendIOCtlToDriver with error: 995",
+                  "Return from MailBoxDriverInterface::SendIOCtlToDriver(), dwIoControlCode = 0x90d, with "
+                  "dwLastError = 995",
+                  "SendIOCtlToDriver: Error Invalid Handle, returning: 6 to the caller"});
     OpenMailbox();
     firmware.Hold("WriteCloseSocketcmd");
     std::vector<std::thread> callers;

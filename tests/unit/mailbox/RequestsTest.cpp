@@ -151,10 +151,17 @@ TEST_F(Requests, StreamsTravelWithoutTheirDescriptor) {
 
 TEST_F(Requests, APacketSaysHowMuchItsReplyHolds) {
     const std::string dash = "dash bytes";
-    char reply[16] = "";
-    DashPacket packet{1, dash.data(), static_cast<uint32_t>(dash.size()), reply, sizeof reply};
+    std::vector<char> reply(16, 'r');
+    DashPacket packet{1, dash.data(), static_cast<uint32_t>(dash.size()), reply.data(), 16};
     EXPECT_EQ(Mailbox().WriteDASHPacket(&packet), 0u);
     EXPECT_EQ(packet.replySize, 0u);
+    EXPECT_EQ(reply, std::vector<char>(16, 'r'));
+
+    firmware.ResizeAnswer("WriteDASHPacket", 5);
+    packet.replySize = 16;
+    EXPECT_EQ(Mailbox().WriteDASHPacket(&packet), 0u);
+    EXPECT_EQ(packet.replySize, 5u);
+    EXPECT_EQ(std::string(reply.data(), 16), std::string(5, '\0') + std::string(11, 'r'));
 }
 
 TEST_F(Requests, APacketIsNeeded) {

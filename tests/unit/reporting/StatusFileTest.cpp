@@ -231,8 +231,8 @@ TEST_F(StatusFileTest, AFolderThatCannotBeSearchedIsTheCleanUpsAffair) {
 TEST_F(StatusFileTest, IsThereBeforeTheDeviceIsAndGoneWithTheService) {
     firmware.Vanish();
     ExpectErrors({"ZELService::DoDriverInitialization: OpenMPMDevice() call failed with error: 487",
-                  "m_pDeviceInterfaceDetailData is NULL. No device interfaces present"});
-    AllowError("");
+                  "m_pDeviceInterfaceDetailData is NULL. No device interfaces present",
+                  "SendIOCtlToDriver: Error Invalid Handle, returning: 6 to the caller"});
     StartService();
     EXPECT_TRUE(Eventually([] { return fs::exists(HostPath(kPath)); }));
     AwaitLog("OpenMPMDevice() call failed with error: 487");

@@ -114,7 +114,11 @@ TEST_F(Cleanup, LeavesTheConsolesEventAloneInServiceMode) {
 
 TEST_F(Cleanup, MayComeWhileTheFirstReportStillWaitsForTheFirmware) {
     ExpectErrors({"GetOverlappedResult failed for SendIOCtlToDriver with error: 995", "dwLastError = 995"});
-    AllowError("");
+    for (const char* code : {"1062", "6"}) {
+        AllowError(std::string("Driver IOCTL failed in function GetZELVersion, with error ") + code);
+    }
+    AllowError("Error Service is not signalled as Up, returning: 1062 to the caller");
+    AllowError("Error Invalid Handle, returning: 6 to the caller");
     firmware.Hold("WriteZELStatus");
     StartService();
     ASSERT_TRUE(firmware.AwaitRequest("WriteZELStatus"));

@@ -295,7 +295,6 @@ TEST_F(WakeUpdate, AFarewellInSafeBootEndsTheQueryBeforeTheReport) {
 TEST_F(WakeUpdate, AServiceThatStopsStartsNone) {
     service->ServiceCleanup();
     ExpectErrors({"Error Invalid Handle", "cloudCerts is NULL"});
-    AllowError("");
     service->WakeAndUpdateMPM(true);
     EXPECT_FALSE(service->m_bWakeUpdateInProgress);
     EXPECT_EQ(ReportedStates(), std::vector<uint32_t>{2});

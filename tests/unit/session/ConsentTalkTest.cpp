@@ -1,6 +1,8 @@
 // What the program in the user's session says, and when.
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "tests/unit/session/ConsentFixture.h"
 
 namespace {
@@ -145,6 +147,21 @@ TEST_F(ConsentTalk, GivesUpAfter90SecondsWhateverTheTimeLimit) {
     PassLooks(2);
     AwaitLog(kTimeReached);
     AwaitAnswer();
+}
+
+TEST_F(ConsentTalk, GivesUpAtTheFirstLookBehindTheTimeLimit) {
+    Start();
+    size_t count = 0;
+    for (const auto& [named, applied] : {std::pair(5u, 5s), {90u, 90s}, {120u, 90s}}) {
+        Ask(1, named);
+        ConsentClient client;
+        client.Read();
+        SayInVain(client, "nothing");
+        ASSERT_TRUE(Clock().AwaitSleepersOf(3s, 2));
+        Advance(applied + 1us);
+        AwaitLog(kTimeReached, ++count);
+        AwaitAnswer(count);
+    }
 }
 
 TEST_F(ConsentTalk, NeedsNoLongerThanOneAnswerForATimeLimitOfZero) {

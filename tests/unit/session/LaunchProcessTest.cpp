@@ -85,6 +85,11 @@ TEST_F(Launch, GivesTheProgramTheEnvironmentOfThePc) {
     EXPECT_EQ(ReadText(seen), "blue green, C:\\ProgramData\n");
 }
 
+TEST_F(Launch, KeepsItsOwnEnvironmentFromTheProgram) {
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(ArgumentsOf("CreateEnvironmentBlock", "bInherit"), std::vector<uint32_t>{FALSE});
+}
+
 TEST_F(Launch, HandsTheArgumentsOver) {
     WriteProgram(kProgram, "echo \"$# $1 $2\" > C:/seen.tmp\nmv C:/seen.tmp C:/seen");
     ASSERT_TRUE(Run());
