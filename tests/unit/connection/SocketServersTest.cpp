@@ -37,6 +37,18 @@ TYPED_TEST(SocketServers, ListenOnTheGivenPortAndTellThePeer) {
     EXPECT_EQ(ntohs(peer.sin_port), client.Port());
 }
 
+TYPED_TEST(SocketServers, ListenOnAllAddressesOfThePc) {
+    this->Pc().Change([](auto& description) { description.openPorts = true; });
+    TypeParam server;
+    ASSERT_EQ(server.CreateSocket(664), 0);
+    sockaddr_in other{};
+    other.sin_family = AF_INET;
+    other.sin_addr.s_addr = inet_addr("127.0.0.2");
+    other.sin_port = htons(this->Port());
+    const UniqueSocket client(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+    EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&other), sizeof other), 0);
+}
+
 TYPED_TEST(SocketServers, LetOneConnectionWait) {
     TypeParam server;
     ASSERT_EQ(server.CreateSocket(664), 0);

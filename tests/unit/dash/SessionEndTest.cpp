@@ -255,6 +255,20 @@ TEST_F(SessionEnd, Command41WithoutASessionOnlySaysSo) {
     ExpectLogInOrder({"Accept socket is Invalid", "CloseSocketInZEL: CloseSocket, After sock close"});
 }
 
+TEST_F(SessionEnd, TheConsoleReadsTheEndBeforeTheSocketIsClosed) {
+    Start(50);
+    ConsoleClient client = Connect();
+    AwaitSessions(1);
+    std::atomic<bool> readEnd{false};
+    Gate().Ask([&](const std::string& call, const void*) -> uint32_t {
+        if (call == "closesocket") readEnd = client.AwaitClose();
+        return 0;
+    });
+    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    AwaitLog("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
+    EXPECT_TRUE(readEnd);
+}
+
 TEST_F(SessionEnd, TheNextConsoleIsServedAfterEachKindOfEnd) {
     Start(44);
     ExpectErrors({"recv() failed. Error: 10054"});
