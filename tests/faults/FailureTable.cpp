@@ -60,6 +60,8 @@ std::vector<FailureEntry> MakeTable() {
         {"std::thread", {kNotEnoughMemory}},
         {"CreateThread", {kNotEnoughMemory, kAccessDenied}},
         {"TerminateThread", {kInvalidHandle, kAccessDenied}, "has no effect when it succeeds either"},
+        {"OpenThread", {kInvalidParameter, kAccessDenied}},
+        {"GetExitCodeThread", {kInvalidHandle, kAccessDenied}},
         {"CreateEventA", {kNotEnoughMemory, kNoSystemResources}},
         {"CreateMutexA",
          {kNotEnoughMemory, kAccessDenied},

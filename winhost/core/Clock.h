@@ -11,6 +11,8 @@
 #include <mutex>
 #include <optional>
 
+#include "winhost/core/CallingThread.h"
+
 namespace winhost {
 
 class Clock {
@@ -43,9 +45,8 @@ class Clock {
     // Blocks the calling thread until the deadline.
     void SleepUntil(Deadline deadline);
     // Waits on a condition until `ready` holds or the deadline is reached; the answer is ready(). The lock's
-    // mutex must be the one that guards what `ready` reads. A wait for kNever costs no more than the
-    // condition's own. The condition is a std::condition_variable, or has its wait, wait_until and
-    // notify_all.
+    // mutex must be the one that guards what `ready` reads. The condition is a std::condition_variable, or
+    // has its wait, wait_until and notify_all. The wait also ends when the calling thread is to end.
     template <class Condition, class Ready>
     bool WaitUntil(std::unique_lock<std::mutex>& lock, Condition& condition, Deadline deadline, Ready ready);
 
@@ -101,18 +102,21 @@ template <class Condition, class Ready>
 bool Clock::WaitUntil(std::unique_lock<std::mutex>& lock, Condition& condition, Deadline deadline,
                       Ready ready) {
     if (ready()) return true;
+    if (deadline != kNever && Steady() >= deadline) return false;
+    const TerminableWait wait(lock, condition);
+    bool isReady = false;
     if (deadline == kNever) {
-        do {
+        while (!isReady && !wait.IsOver()) {
             condition.wait(lock);
-        } while (!ready());
-        return true;
+            isReady = ready();
+        }
+        return isReady;
     }
-    if (Steady() >= deadline) return false;
     // Leaving the list may let go of the lock for a moment, so that what was seen before counts no more.
     bool due = false;
     while (!due && !ready()) {
         const auto sleeper = Enter({deadline, lock.mutex(), [&] { condition.notify_all(); }});
-        while (!(due = Steady() >= deadline) && !ready()) {
+        while (!(due = Steady() >= deadline || wait.IsOver()) && !ready()) {
             if (const auto until = RealTimeOf(deadline)) {
                 condition.wait_until(lock, *until);
             } else {

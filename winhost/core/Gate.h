@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "winhost/core/CallingThread.h"
+
 namespace winhost {
 
 class GateSite;
@@ -105,9 +107,14 @@ class GateSite {
 #define WINHOST_CALL_NAME(name) \
     [[gnu::section("winhost_calls"), gnu::used]] static const char* const knownCall = name
 
+// The first line of each call.
+#define WINHOST_CALL(name)   \
+    WINHOST_CALL_NAME(name); \
+    const ::winhost::CallScope winhostCall
+
 #define WINHOST_GATE(name, failure)                                     \
+    WINHOST_CALL(name);                                                 \
     do {                                                                \
-        WINHOST_CALL_NAME(name);                                        \
         static ::winhost::GateSite site(name);                          \
         if (uint32_t error = site.Enter(__builtin_return_address(0))) { \
             SetLastError(error);                                        \
@@ -116,15 +123,15 @@ class GateSite {
     } while (false)
 
 #define WINHOST_GATE_CODE(name)                                                           \
+    WINHOST_CALL(name);                                                                   \
     do {                                                                                  \
-        WINHOST_CALL_NAME(name);                                                          \
         static ::winhost::GateSite site(name);                                            \
         if (uint32_t error = site.Enter(__builtin_return_address(0))) return (LONG)error; \
     } while (false)
 
 #define WINHOST_GATE_PASS(name)                \
+    WINHOST_CALL(name);                        \
     do {                                       \
-        WINHOST_CALL_NAME(name);               \
         static ::winhost::GateSite site(name); \
         site.Pass();                           \
     } while (false)

@@ -15,6 +15,7 @@
 
 #define INVALID_HANDLE_VALUE ((HANDLE)(LONG_PTR)-1)
 #define INFINITE 0xffffffff
+#define STILL_ACTIVE ((DWORD)0x103)
 #define WAIT_OBJECT_0 ((STATUS_WAIT_0) + 0)
 #define WAIT_ABANDONED ((STATUS_ABANDONED_WAIT_0) + 0)
 #define WAIT_FAILED ((DWORD)0xffffffff)
@@ -98,8 +99,6 @@ DWORD GetCurrentProcessId();
 DWORD GetCurrentThreadId();
 // Ends the process at once: no destructors, no exit handlers.
 [[noreturn]] void ExitProcess(UINT code);
-// Ends no thread: fails with ERROR_NOT_SUPPORTED for one, and with ERROR_INVALID_HANDLE for what is none.
-BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 BOOL GetUserNameA(LPSTR buffer, LPDWORD size);
 // Of the executable alone: the module has to be null.
 DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size);

@@ -145,6 +145,7 @@ BOOL GetOverlappedResult(HANDLE, LPOVERLAPPED overlapped, LPDWORD bytesMoved, BO
         const auto event = HandleTable::Instance().Find<Event>(overlapped->hEvent);
         if (!event) return Answer(ERROR_INVALID_HANDLE, nullptr);
         event->Wait(Clock::kNever);
+        if (winhost::IsThreadEnding()) return Answer(ERROR_OPERATION_ABORTED, nullptr);
     }
     *bytesMoved = static_cast<DWORD>(overlapped->InternalHigh);
     const DWORD error = winhost::ErrorOf(status.load(std::memory_order_relaxed));

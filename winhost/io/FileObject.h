@@ -32,9 +32,12 @@ class OverlappedRequest {
     bool Nudge();
 
     OVERLAPPED* Overlapped() const { return m_overlapped; }
+    // That made it.
+    const CallingThread* Thread() const { return m_thread; }
 
   private:
     OVERLAPPED* m_overlapped = nullptr;
+    const CallingThread* m_thread = t_calls.thread;
     std::shared_ptr<Event> m_event;
     std::shared_ptr<CompletionPort> m_port;
     ULONG_PTR m_key = 0;

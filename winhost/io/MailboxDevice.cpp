@@ -78,13 +78,18 @@ size_t MailboxDevice::OpenHandles() const {
     return m_handles.size();
 }
 
+std::vector<std::shared_ptr<MailboxHandle>> MailboxDevice::Handles() const {
+    std::lock_guard lock(m_mutex);
+    return m_handles;
+}
+
+void MailboxDevice::CancelRequestsOf(const CallingThread& thread) {
+    for (const auto& handle : Handles())
+        handle->CancelRequestsOf(thread);
+}
+
 void MailboxDevice::Work() {
-    std::vector<std::shared_ptr<MailboxHandle>> handles;
-    {
-        std::lock_guard lock(m_mutex);
-        handles = m_handles;
-    }
-    for (const auto& handle : handles)
+    for (const auto& handle : Handles())
         while (handle->Work()) {
         }
 }

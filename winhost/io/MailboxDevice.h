@@ -10,6 +10,7 @@
 
 namespace winhost {
 
+class CallingThread;
 class MailboxHandle;
 
 class MailboxDevice {
@@ -31,6 +32,8 @@ class MailboxDevice {
 
     // Completes what the firmware has sent already, for a thread that asks for its request without waiting.
     void Work();
+    // When it returns, nothing touches what those requests were to fill.
+    void CancelRequestsOf(const CallingThread& thread);
 
     size_t OpenHandles() const;
     size_t PendingReads() const { return m_pendingReads; }
@@ -48,6 +51,7 @@ class MailboxDevice {
   private:
     friend class MailboxHandle;
     MailboxDevice() = default;
+    std::vector<std::shared_ptr<MailboxHandle>> Handles() const;
 
     mutable std::mutex m_mutex;
     std::vector<std::shared_ptr<MailboxHandle>> m_handles;  // that are open

@@ -91,12 +91,23 @@ MailboxHandle::PendingList MailboxHandle::WithdrawAll() {
 }
 
 bool MailboxHandle::Cancel(const OVERLAPPED* overlapped) {
+    return CancelThose(
+        [&](const OverlappedRequest& request) { return !overlapped || request.Overlapped() == overlapped; });
+}
+
+void MailboxHandle::CancelRequestsOf(const CallingThread& thread) {
+    CancelThose([&](const OverlappedRequest& request) { return request.Thread() == &thread; });
+    // A thread that completes a request right now gets through with it.
+    std::lock_guard working(m_working);
+}
+
+bool MailboxHandle::CancelThose(const std::function<bool(const OverlappedRequest&)>& matches) {
     PendingList withdrawn;
     {
         std::lock_guard lock(m_mutex);
         for (auto next = m_pending.begin(); next != m_pending.end();) {
             const auto entry = next++;
-            if (overlapped && entry->request.Overlapped() != overlapped) continue;
+            if (!matches(entry->request)) continue;
             if (!entry->IsRead()) Send({0, Kind::Cancel, entry->id, 0, 0}, nullptr);
             Withdraw(entry, withdrawn);
         }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <list>
 #include <mutex>
 #include <string>
@@ -30,6 +31,8 @@ class MailboxHandle : public OverlappedFile {
     DWORD Control(OverlappedRequest request, DWORD code, const void* input, DWORD inputSize, void* output,
                   DWORD outputSize) override;
     bool Cancel(const OVERLAPPED* overlapped) override;
+    // Ends those that this thread has made as Cancel does.
+    void CancelRequestsOf(const CallingThread& thread);
     // Ends what is pending as Cancel does. When it returns, no thread touches any of it.
     void OnClose() override;
 
@@ -58,6 +61,7 @@ class MailboxHandle : public OverlappedFile {
     void SendKept();
     void Withdraw(PendingList::iterator entry, PendingList& withdrawn);
     PendingList WithdrawAll();
+    bool CancelThose(const std::function<bool(const OverlappedRequest&)>& matches);
     Progress ReceiveFrame();
     Progress ReceiveSome(void* into, size_t room);
     bool FindTaker();

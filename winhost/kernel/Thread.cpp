@@ -1,41 +1,125 @@
-// Threads with a handle that can be waited for.
+// Threads with a handle that can be waited for, and their end.
 #include "winhost/kernel/Thread.h"
 
+#include <pthread.h>
+#include <unistd.h>
+
+#include <exception>
 #include <future>
-#include <memory>
+#include <map>
 #include <system_error>
 #include <thread>
-
-#include <winbase.h>
+#include <utility>
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
-#include "winhost/core/WaitableObject.h"
+#include "winhost/io/MailboxDevice.h"
+#include "winhost/kernel/ThreadEnd.h"
 
 namespace winhost {
-
 namespace {
 
-class Thread : public WaitableObject {
-  public:
-    void End() {
-        {
-            std::lock_guard lock(m_mutex);
-            m_ended = true;
-        }
-        m_signalled.notify_all();
-    }
+const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-2));
 
-  private:
-    Taken TryTake() override { return m_ended ? Taken::Yes : Taken::No; }
-
-    bool m_ended = false;
+struct Threads {
+    std::mutex mutex;
+    std::map<DWORD, std::shared_ptr<Thread>> byId;
 };
+
+// Never destroyed: threads call until the process is gone.
+Threads& TheThreads() {
+    static Threads& threads = *new Threads;
+    return threads;
+}
+
+// What calls are of that a thread makes while it ends.
+CallingThread& NoThread() {
+    static CallingThread& none = *new CallingThread;
+    return none;
+}
+
+// Held by a thread as its specific data, and destroyed with it.
+struct Registration {
+    DWORD id;
+    std::shared_ptr<Thread> thread;
+    bool isLast = false;
+};
+
+pthread_key_t RegistrationOfThread() {
+    static const pthread_key_t key = [] {
+        pthread_key_t created;
+        // In the first round the mutexes of the thread may still be owned.
+        const auto end = [](void* data) {
+            auto* registration = static_cast<Registration*>(data);
+            t_calls.thread = &NoThread();
+            if (!std::exchange(registration->isLast, true)) {
+                pthread_setspecific(RegistrationOfThread(), registration);
+                return;
+            }
+            {
+                std::lock_guard lock(TheThreads().mutex);
+                TheThreads().byId.erase(registration->id);
+            }
+            registration->thread->End();
+            delete registration;
+        };
+        if (pthread_key_create(&created, end) != 0) std::terminate();
+        return created;
+    }();
+    return key;
+}
+
+// Makes it the calling thread's own.
+void Adopt(const std::shared_ptr<Thread>& thread) {
+    t_calls.thread = thread.get();
+    const DWORD id = static_cast<DWORD>(gettid());
+    {
+        std::lock_guard lock(TheThreads().mutex);
+        TheThreads().byId[id] = thread;
+    }
+    pthread_setspecific(RegistrationOfThread(), new Registration{id, thread});
+}
+
+std::shared_ptr<Thread> FindThread(DWORD id) {
+    std::lock_guard lock(TheThreads().mutex);
+    const auto found = TheThreads().byId.find(id);
+    return found == TheThreads().byId.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<ThreadHandle> FindThreadHandle(HANDLE handle) {
+    if (handle != kCurrentThread) return HandleTable::Instance().Find<ThreadHandle>(handle);
+    return std::make_shared<ThreadHandle>(FindThread(static_cast<DWORD>(gettid())), THREAD_ALL_ACCESS);
+}
 
 }  // namespace
 
-bool IsThread(HANDLE handle) {
-    return HandleTable::Instance().Find<Thread>(handle) != nullptr;
+void Thread::End() {
+    {
+        std::lock_guard lock(m_mutex);
+        m_ended = true;
+    }
+    m_signalled.notify_all();
+}
+
+bool Thread::HasEnded() {
+    std::lock_guard lock(m_mutex);
+    return m_ended;
+}
+
+DWORD ThreadHandle::Wait(Clock::Deadline deadline) {
+    if (!Allows(SYNCHRONIZE)) return Fail(ERROR_ACCESS_DENIED, WAIT_FAILED);
+    return m_thread->Wait(deadline);
+}
+
+void CallScope::AddThread() {
+    Adopt(std::make_shared<Thread>());
+}
+
+// The requests are withdrawn while the memory that they fill is still there.
+void CallScope::EndThread() {
+    MailboxDevice::Instance().CancelRequestsOf(*t_calls.thread);
+    t_calls.thread = &NoThread();
+    EndWithoutUnwinding();
 }
 
 }  // namespace winhost
@@ -43,26 +127,71 @@ bool IsThread(HANDLE handle) {
 using winhost::Fail;
 using winhost::HandleTable;
 using winhost::Thread;
+using winhost::ThreadHandle;
+
+namespace {
+
+constexpr DWORD kGenericRights = GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL;
+
+HANDLE AddHandle(std::shared_ptr<Thread> thread, DWORD access) {
+    const HANDLE handle =
+        HandleTable::Instance().Add(std::make_shared<ThreadHandle>(std::move(thread), access));
+    return handle ? handle : Fail(ERROR_NO_SYSTEM_RESOURCES, nullptr);
+}
+
+}  // namespace
 
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID parameter,
                     DWORD flags, LPDWORD threadId) {
     WINHOST_GATE("CreateThread", nullptr);
     if (!routine || flags != 0) return Fail(routine ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER, nullptr);
     const auto thread = std::make_shared<Thread>();
-    const HANDLE handle = HandleTable::Instance().Add(thread);
-    if (!handle) return Fail(ERROR_NO_SYSTEM_RESOURCES, nullptr);
+    const HANDLE handle = AddHandle(thread, THREAD_ALL_ACCESS);
+    if (!handle) return nullptr;
     std::promise<DWORD> id;
     std::future<DWORD> started = id.get_future();
     try {
         std::thread([thread, routine, parameter, id = std::move(id)]() mutable {
+            winhost::Adopt(thread);
             id.set_value(GetCurrentThreadId());
-            routine(parameter);
-            thread->End();
+            thread->SetExitCode(routine(parameter));
         }).detach();
     } catch (const std::system_error&) {
-        HandleTable::Instance().Close<Thread>(handle);
+        HandleTable::Instance().Close<ThreadHandle>(handle);
         return Fail(ERROR_NO_SYSTEM_RESOURCES, nullptr);
     }
-    if (threadId) *threadId = started.get();
+    const DWORD threadsId = started.get();
+    if (threadId) *threadId = threadsId;
     return handle;
+}
+
+HANDLE GetCurrentThread() {
+    WINHOST_GATE_PASS("GetCurrentThread");
+    return winhost::kCurrentThread;
+}
+
+HANDLE OpenThread(DWORD access, BOOL inheritHandle, DWORD threadId) {
+    WINHOST_GATE("OpenThread", nullptr);
+    if (inheritHandle || access & kGenericRights) return Fail(ERROR_NOT_SUPPORTED, nullptr);
+    auto thread = winhost::FindThread(threadId);
+    return thread ? AddHandle(std::move(thread), access) : Fail(ERROR_INVALID_PARAMETER, nullptr);
+}
+
+BOOL TerminateThread(HANDLE handle, DWORD exitCode) {
+    WINHOST_GATE("TerminateThread", FALSE);
+    const auto thread = winhost::FindThreadHandle(handle);
+    if (!thread) return Fail(ERROR_INVALID_HANDLE);
+    if (!thread->Allows(THREAD_TERMINATE)) return Fail(ERROR_ACCESS_DENIED);
+    if (!thread->Named().HasEnded()) thread->Named().Terminate(exitCode);
+    return TRUE;
+}
+
+BOOL GetExitCodeThread(HANDLE handle, LPDWORD exitCode) {
+    WINHOST_GATE("GetExitCodeThread", FALSE);
+    const auto thread = winhost::FindThreadHandle(handle);
+    if (!thread) return Fail(ERROR_INVALID_HANDLE);
+    if (!thread->Allows(THREAD_QUERY_INFORMATION) && !thread->Allows(THREAD_QUERY_LIMITED_INFORMATION))
+        return Fail(ERROR_ACCESS_DENIED);
+    *exitCode = thread->Named().HasEnded() ? thread->Named().ExitCode() : STILL_ACTIVE;
+    return TRUE;
 }

@@ -10,6 +10,8 @@
 
 #include <winerror.h>
 
+#include "winhost/core/CallingThread.h"
+
 namespace winhost {
 namespace {
 
@@ -21,10 +23,13 @@ constexpr int kSendBuffer = 1 << 20;
 }  // namespace
 
 DWORD AwaitInput(int descriptor, const Interrupt& interrupt) {
-    pollfd waits[] = {{descriptor, POLLIN, 0}, {interrupt.Get(), POLLIN, 0}};
-    while (poll(waits, 2, -1) < 0 && errno == EINTR) {
+    CallingThread* thread = TerminableThread();
+    pollfd waits[] = {{descriptor, POLLIN, 0},
+                      {interrupt.Get(), POLLIN, 0},
+                      {thread ? thread->EndDescriptor() : -1, POLLIN, 0}};
+    while (poll(waits, 3, -1) < 0 && errno == EINTR) {
     }
-    return waits[1].revents ? static_cast<DWORD>(ERROR_OPERATION_ABORTED) : kSuccess;
+    return waits[1].revents || waits[2].revents ? static_cast<DWORD>(ERROR_OPERATION_ABORTED) : kSuccess;
 }
 
 PipeConnection::PipeConnection(testbed::Descriptor socket, DWORD room)

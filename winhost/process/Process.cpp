@@ -12,7 +12,6 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
-#include "winhost/kernel/Thread.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/ProcessList.h"
 
@@ -39,12 +38,6 @@ DWORD GetCurrentThreadId() {
 void ExitProcess(UINT code) {
     WINHOST_GATE_PASS("ExitProcess");
     _exit(static_cast<int>(code));
-}
-
-BOOL TerminateThread(HANDLE thread, DWORD) {
-    WINHOST_GATE("TerminateThread", FALSE);
-    const bool isThread = reinterpret_cast<intptr_t>(thread) == -2 || winhost::IsThread(thread);
-    return Fail(isThread ? ERROR_NOT_SUPPORTED : ERROR_INVALID_HANDLE);
 }
 
 BOOL GetUserNameA(LPSTR buffer, LPDWORD size) {

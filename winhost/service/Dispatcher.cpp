@@ -37,6 +37,7 @@ SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExA(LPCSTR lpServiceName, LPHAND
     // The name means nothing for a service that has its process to itself, and may be empty.
     const uintptr_t service =
         Scm::Instance().SetHandler([=](uint32_t control, uint32_t eventType, void* eventData) -> uint32_t {
+            const winhost::CallbackScope callback;
             return lpHandlerProc(control, eventType, eventData, lpContext);
         });
     if (service == 0) SetLastError(ERROR_SERVICE_NOT_IN_EXE);

@@ -67,12 +67,4 @@ TEST_F(ThreadTest, WhatCannotBeDoneIsRefused) {
     EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, ErrorOf(CreateThread(nullptr, 0, Return0, nullptr, 0, nullptr)));
 }
 
-TEST_F(ThreadTest, CannotBeEndedFromOutside) {
-    const HANDLE thread = CreateThread(nullptr, 0, Return0, nullptr, 0, nullptr);
-    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(TerminateThread(thread, 0)));
-    WaitForSingleObject(thread, INFINITE);
-    CloseHandle(thread);
-    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(TerminateThread(thread, 0)));
-}
-
 }  // namespace

@@ -117,8 +117,8 @@ class Com {
 }  // namespace winhost
 
 #define WINHOST_GATE_HRESULT(name)                                                                        \
+    WINHOST_CALL(name);                                                                                   \
     do {                                                                                                  \
-        WINHOST_CALL_NAME(name);                                                                          \
         static ::winhost::GateSite site(name);                                                            \
         if (uint32_t error = site.Enter(__builtin_return_address(0))) return ::winhost::AsFailure(error); \
     } while (false)

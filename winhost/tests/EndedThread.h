@@ -1,0 +1,72 @@
+// A thread that a test ends in the middle of its work.
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+
+class EndedThread {
+  public:
+    explicit EndedThread(std::function<void()> work)
+        : m_work(std::move(work)), m_thread([this] { Run(); }), m_id(m_started.get_future().get()) {
+        m_handle = OpenThread(THREAD_TERMINATE | THREAD_QUERY_INFORMATION | SYNCHRONIZE, FALSE, m_id);
+    }
+    ~EndedThread() {
+        if (m_thread.joinable()) m_thread.join();
+        CloseHandle(m_handle);
+    }
+
+    HANDLE Handle() const { return m_handle; }
+    DWORD Id() const { return m_id; }
+    // Waits until the host has put the thread to sleep.
+    void AwaitBlocked() const {
+        std::string state;
+        while (state != "S") {
+            std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/stat");
+            std::string id, name;
+            file >> id >> name >> state;
+            std::this_thread::yield();
+        }
+    }
+    // Ends it while it blocks; true when it has ended in the middle of its work, as on Windows.
+    bool Ends(DWORD exitCode = 7) {
+        AwaitBlocked();
+        EXPECT_TRUE(TerminateThread(m_handle, exitCode));
+        return HasEnded(exitCode);
+    }
+    bool HasEnded(DWORD exitCode) {
+        m_thread.join();
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(m_handle, INFINITE));
+        DWORD code = 0;
+        EXPECT_TRUE(GetExitCodeThread(m_handle, &code));
+        EXPECT_EQ(exitCode, code);
+        EXPECT_FALSE(m_unwound) << "the destructor of a local object ran";
+        return !m_done;
+    }
+
+  private:
+    struct Local {
+        std::atomic<bool>& unwound;
+        ~Local() { unwound = true; }
+    };
+    void Run() {
+        const Local local{m_unwound};
+        m_started.set_value(GetCurrentThreadId());
+        m_work();
+        m_done = true;
+    }
+
+    std::atomic<bool> m_unwound{false}, m_done{false};
+    std::promise<DWORD> m_started;
+    const std::function<void()> m_work;
+    std::thread m_thread;
+    const DWORD m_id;
+    HANDLE m_handle = nullptr;
+};

@@ -1,0 +1,284 @@
+// Threads that are ended from outside.
+#include <winsock2.h>
+
+#include <windows.h>
+
+#include <mutex>
+#include <optional>
+
+#include "winhost/core/Clock.h"
+#include "winhost/core/Gate.h"
+#include "winhost/tests/EndedThread.h"
+#include "winhost/tests/MailboxFixture.h"
+#include "winhost/tests/PipeFixture.h"
+#include "winhost/tests/WinsockFixture.h"
+
+namespace {
+
+class TerminateThreadTest : public PcFixture {
+  protected:
+    ~TerminateThreadTest() override {
+        for (const HANDLE event : {m_event, m_other})
+            CloseHandle(event);
+    }
+    const HANDLE m_event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE m_other = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+};
+
+TEST_F(TerminateThreadTest, EndsASleep) {
+    EndedThread thread([] { Sleep(INFINITE); });
+    EXPECT_TRUE(thread.Ends());
+}
+
+TEST_F(TerminateThreadTest, EndsASleepOfAnHour) {
+    winhost::Clock::Instance().SetManual(true);
+    EndedThread thread([] { Sleep(3'600'000); });
+    ASSERT_TRUE(winhost::Clock::Instance().AwaitSleeper(std::chrono::hours(1)));
+    EXPECT_TRUE(thread.Ends());
+    EXPECT_EQ(winhost::Clock::kNever, winhost::Clock::Instance().NextDeadline()) << "the clock forgets it";
+    winhost::Clock::Instance().Advance(std::chrono::hours(2));
+}
+
+TEST_F(TerminateThreadTest, EndsAWait) {
+    for (const DWORD limit : {INFINITE, DWORD{3'600'000}}) {
+        EndedThread thread([&] { WaitForSingleObject(m_event, limit); });
+        EXPECT_TRUE(thread.Ends());
+    }
+    EXPECT_TRUE(SetEvent(m_event)) << "the event goes on as if the thread had never waited";
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(m_event, 0));
+}
+
+TEST_F(TerminateThreadTest, OtherThreadsGoOnWaiting) {
+    std::promise<DWORD> result;
+    std::thread other([&] { result.set_value(WaitForSingleObject(m_event, INFINITE)); });
+    EndedThread thread([&] { WaitForSingleObject(m_event, INFINITE); });
+    EXPECT_TRUE(thread.Ends());
+    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(m_event, 0));
+    SetEvent(m_event);
+    other.join();
+    EXPECT_EQ(WAIT_OBJECT_0, result.get_future().get());
+}
+
+TEST_F(TerminateThreadTest, AThreadThatDoesNotWaitEndsAtItsNextCall) {
+    std::atomic<bool> mayCall{false};
+    EndedThread thread([&] {
+        while (!mayCall)
+            std::this_thread::yield();
+        SetEvent(m_event);
+    });
+    EXPECT_TRUE(TerminateThread(thread.Handle(), 3));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread.Handle(), &code));
+    EXPECT_EQ(DWORD{STILL_ACTIVE}, code);
+    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(thread.Handle(), 0));
+    mayCall = true;
+    EXPECT_TRUE(thread.HasEnded(3));
+    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(m_event, 0)) << "the call did nothing";
+}
+
+TEST_F(TerminateThreadTest, TheFirstExitCodeStays) {
+    std::atomic<bool> mayCall{false};
+    EndedThread thread([&] {
+        while (!mayCall)
+            std::this_thread::yield();
+        Sleep(INFINITE);
+    });
+    EXPECT_TRUE(TerminateThread(thread.Handle(), 3));
+    EXPECT_TRUE(TerminateThread(thread.Handle(), 4));
+    mayCall = true;
+    EXPECT_TRUE(thread.HasEnded(3));
+    EXPECT_TRUE(TerminateThread(thread.Handle(), 5));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread.Handle(), &code));
+    EXPECT_EQ(3u, code);
+}
+
+TEST_F(TerminateThreadTest, AThreadCanEndItself) {
+    EndedThread thread([&] {
+        WaitForSingleObject(m_event, INFINITE);
+        TerminateThread(GetCurrentThread(), 9);
+    });
+    SetEvent(m_event);
+    EXPECT_TRUE(thread.HasEnded(9));
+}
+
+TEST_F(TerminateThreadTest, WhatItHasLockedStaysLocked) {
+    // Never destroyed: it stays locked.
+    static std::mutex& locked = *new std::mutex;
+    const HANDLE mutex = CreateMutexA(nullptr, FALSE, nullptr);
+    EndedThread thread([&] {
+        const std::lock_guard lock(locked);
+        WaitForSingleObject(mutex, INFINITE);
+        Sleep(INFINITE);
+    });
+    EXPECT_TRUE(thread.Ends());
+    EXPECT_FALSE(locked.try_lock());
+    EXPECT_EQ(WAIT_ABANDONED, WaitForSingleObject(mutex, INFINITE));
+    ReleaseMutex(mutex);
+    CloseHandle(mutex);
+}
+
+TEST_F(TerminateThreadTest, AThreadThatEndsByItselfSignalsItsHandleToo) {
+    std::optional<EndedThread> thread(std::in_place, [&] { WaitForSingleObject(m_event, INFINITE); });
+    const DWORD id = thread->Id();
+    const HANDLE handle = OpenThread(SYNCHRONIZE | THREAD_QUERY_LIMITED_INFORMATION, FALSE, id);
+    ASSERT_NE(nullptr, handle);
+    SetEvent(m_event);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(handle, INFINITE));
+    DWORD code = 1;
+    EXPECT_TRUE(GetExitCodeThread(handle, &code));
+    EXPECT_EQ(0u, code);
+    CloseHandle(handle);
+    thread.reset();
+    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, FALSE, id));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+}
+
+TEST_F(TerminateThreadTest, TheRoutinesAnswerIsTheExitCode) {
+    const HANDLE thread = CreateThread(
+        nullptr, 0, [](LPVOID) -> DWORD { return 42; }, nullptr, 0, nullptr);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, INFINITE));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
+    EXPECT_EQ(42u, code);
+    CloseHandle(thread);
+}
+
+TEST_F(TerminateThreadTest, AHandleAllowsWhatItWasOpenedFor) {
+    const DWORD own = GetCurrentThreadId();
+    const HANDLE none = OpenThread(0, FALSE, own);
+    ASSERT_NE(nullptr, none);
+    EXPECT_FALSE(TerminateThread(none, 0));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    DWORD code = 0;
+    SetLastError(0);
+    EXPECT_FALSE(GetExitCodeThread(none, &code));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    SetLastError(0);
+    EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(none, 0));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    CloseHandle(none);
+    EXPECT_FALSE(TerminateThread(none, 0));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_FALSE(GetExitCodeThread(m_event, &code));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+}
+
+TEST_F(TerminateThreadTest, WhatCannotBeOpenedIsRefused) {
+    const DWORD own = GetCurrentThreadId();
+    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, FALSE, 0));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, TRUE, own));
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    winhost::Gate::Instance().FailNth("OpenThread", 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, FALSE, own));
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+}
+
+TEST_F(TerminateThreadTest, ThreadsEndInACrowd) {
+    constexpr int kRounds = 50;
+    for (int i = 0; i < kRounds; ++i) {
+        EndedThread sleeper([] {
+            while (true)
+                Sleep(1);
+        });
+        EndedThread waiter([&] {
+            while (true)
+                WaitForSingleObject(m_event, 1);
+        });
+        EXPECT_TRUE(TerminateThread(sleeper.Handle(), 1));
+        EXPECT_TRUE(TerminateThread(waiter.Handle(), 2));
+        EXPECT_TRUE(sleeper.HasEnded(1));
+        EXPECT_TRUE(waiter.HasEnded(2));
+    }
+}
+
+using TerminateThreadInPipe = PipeFixture;
+
+TEST_F(TerminateThreadInPipe, EndsAWaitForAClient) {
+    const HANDLE server = Create();
+    EndedThread thread([&] { ConnectNamedPipe(server, nullptr); });
+    EXPECT_TRUE(thread.Ends());
+    const HANDLE client = Open();
+    EXPECT_EQ(DWORD{ERROR_PIPE_CONNECTED}, Connect(server)) << "the pipe goes on";
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "text"));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(server));
+}
+
+TEST_F(TerminateThreadInPipe, EndsARead) {
+    const HANDLE server = Create();
+    const HANDLE client = Open();
+    EndedThread thread([&] { Read(server); });
+    EXPECT_TRUE(thread.Ends());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "text"));
+    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(server));
+}
+
+using TerminateThreadInMailbox = MailboxRequestTest;
+
+TEST_F(TerminateThreadInMailbox, CancelsItsRequests) {
+    Request kept;
+    ASSERT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, kept));
+    EndedThread thread([&] {
+        Request request;
+        EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
+        request.Await();
+    });
+    EXPECT_TRUE(thread.Ends());
+    EXPECT_EQ(1u, Device().PendingRequests());
+    EXPECT_TRUE(kept.IsPending()) << "those of other threads go on";
+    EXPECT_TRUE(CancelIoEx(m_device, nullptr));
+}
+
+TEST_F(TerminateThreadInMailbox, EndsAWaitForAResult) {
+    EndedThread thread([&] {
+        Request request;
+        EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
+        GetOverlappedResult(m_device, &request.overlapped, &request.bytes, TRUE);
+    });
+    EXPECT_TRUE(thread.Ends());
+    EXPECT_EQ(0u, Device().PendingRequests());
+}
+
+TEST_F(TerminateThreadInMailbox, AnotherThreadLeadsTheDevice) {
+    Request request;
+    ASSERT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
+    const auto frame = m_firmware.Receive();
+    std::optional<EndedThread> leader(std::in_place, [&] { WaitForSingleObject(request.event, INFINITE); });
+    leader->AwaitBlocked();
+    std::promise<DWORD> result;
+    std::thread other([&] { result.set_value(request.Await()); });
+    EXPECT_TRUE(leader->Ends());
+    m_firmware.Respond(frame, 0, "answer");
+    other.join();
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, result.get_future().get());
+    EXPECT_EQ("answer", request.Received());
+}
+
+TEST_F(TerminateThreadInMailbox, EndsAWaitForACompletion) {
+    const HANDLE port = CreateIoCompletionPort(m_device, nullptr, 1, 0);
+    EndedThread thread([&] {
+        DWORD bytes = 0;
+        ULONG_PTR key = 0;
+        LPOVERLAPPED overlapped = nullptr;
+        GetQueuedCompletionStatus(port, &bytes, &key, &overlapped, INFINITE);
+    });
+    EXPECT_TRUE(thread.Ends());
+    CloseHandle(port);
+}
+
+using TerminateThreadInSelect = WinsockFixture;
+
+TEST_F(TerminateThreadInSelect, EndsTheWait) {
+    const SOCKET listener = NewListener();
+    EndedThread thread([&] {
+        fd_set sockets{};
+        sockets.fd_count = 1;
+        sockets.fd_array[0] = listener;
+        select(0, &sockets, nullptr, nullptr, nullptr);
+    });
+    EXPECT_TRUE(thread.Ends());
+    closesocket(listener);
+}
+
+}  // namespace
