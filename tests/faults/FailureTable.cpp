@@ -35,6 +35,9 @@ constexpr uint32_t kComOutOfMemory = 0x8007000E, kComUnexpected = 0x8000FFFF, kC
                    kComTooLate = 0x80010119, kComClassNotRegistered = 0x80040154, kWbemFailed = 0x80041001,
                    kWbemNotFound = 0x80041002, kWbemAccessDenied = 0x80041003, kWbemTransport = 0x80041015,
                    kWbemShuttingDown = 0x80041033;
+// Of graphics adapters.
+constexpr uint32_t kDxgiNotFound = 0x887A0002, kDxgiUnsupported = 0x887A0004, kDxgiNotAvailable = 0x887A0022,
+                   kComNoInterface = 0x80004002, kStatusNoMemory = 0xC0000017, kTimerCannotDo = 97;
 // Of the C runtime, and NTSTATUS.
 constexpr uint32_t kErrnoIo = 5, kErrnoAccess = 13, kErrnoInvalid = 22, kErrnoFiles = 24,
                    kStatusUnsuccessful = 0xC0000001;
@@ -158,6 +161,25 @@ std::vector<FailureEntry> MakeTable() {
         {"RegCloseKey", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
 
         // ---- COM and WMI ----
+        {"CreateDXGIFactory", {kDxgiUnsupported, kComOutOfMemory}},
+        {"CreateDXGIFactory1", {kDxgiUnsupported, kComOutOfMemory}},
+        {"CreateDXGIFactory2", {kDxgiUnsupported, kComOutOfMemory}},
+        {"IDXGIFactory::EnumAdapters", {kDxgiNotFound, kComOutOfMemory}},
+        {"IDXGIAdapter::EnumOutputs", {kDxgiNotFound, kDxgiNotAvailable}},
+        {"IDXGIAdapter::GetDesc", {kComOutOfMemory}},
+        {"IDXGIOutput::GetDesc", {kComOutOfMemory}},
+        {"D3D11CreateDevice", {kDxgiUnsupported, kComOutOfMemory}},
+        {"ID3D11Device::QueryInterface", {kComNoInterface}, "the device is used without the protection"},
+        {"D3DKMTOpenAdapterFromLuid", {kStatusUnsuccessful, kStatusNoMemory}},
+        {"D3DKMTCloseAdapter", {kStatusUnsuccessful}},
+        {"D3DKMTCreateDevice", {kStatusUnsuccessful, kStatusNoMemory}},
+        {"D3DKMTDestroyDevice", {kStatusUnsuccessful}},
+        {"D3DKMTCreateContext", {kStatusUnsuccessful, kStatusNoMemory}},
+        {"D3DKMTDestroyContext", {kStatusUnsuccessful}},
+        {"D3DKMTQueryAdapterInfo", {kStatusUnsuccessful, kStatusNoMemory}},
+        {"D3DKMTEscape", {kStatusUnsuccessful, kStatusNoMemory}},
+        {"timeBeginPeriod", {kTimerCannotDo}},
+        {"timeEndPeriod", {kTimerCannotDo}, "not examined: the work is done"},
         {"CoInitializeEx", {kComOutOfMemory, kComChangedMode}},
         {"CoInitializeSecurity", {kComOutOfMemory, kComTooLate}},
         {"CoCreateInstance",

@@ -51,6 +51,24 @@ SIZE(MIB_IPADDRTABLE, 28);
 FIELD(MIB_IPADDRTABLE, dwNumEntries, 0);
 FIELD(MIB_IPADDRTABLE, table, 4);
 
+// dxgi.h
+SIZE(DXGI_ADAPTER_DESC, 128 * sizeof(WCHAR) + 48);
+FIELD(DXGI_ADAPTER_DESC, Description, 0);
+FIELD(DXGI_ADAPTER_DESC, VendorId, 128 * sizeof(WCHAR));
+FIELD(DXGI_ADAPTER_DESC, DeviceId, 128 * sizeof(WCHAR) + 4);
+FIELD(DXGI_ADAPTER_DESC, SubSysId, 128 * sizeof(WCHAR) + 8);
+FIELD(DXGI_ADAPTER_DESC, Revision, 128 * sizeof(WCHAR) + 12);
+FIELD(DXGI_ADAPTER_DESC, DedicatedVideoMemory, 128 * sizeof(WCHAR) + 16);
+FIELD(DXGI_ADAPTER_DESC, DedicatedSystemMemory, 128 * sizeof(WCHAR) + 24);
+FIELD(DXGI_ADAPTER_DESC, SharedSystemMemory, 128 * sizeof(WCHAR) + 32);
+FIELD(DXGI_ADAPTER_DESC, AdapterLuid, 128 * sizeof(WCHAR) + 40);
+SIZE(DXGI_OUTPUT_DESC, 32 * sizeof(WCHAR) + 32);
+FIELD(DXGI_OUTPUT_DESC, DeviceName, 0);
+FIELD(DXGI_OUTPUT_DESC, DesktopCoordinates, 32 * sizeof(WCHAR));
+FIELD(DXGI_OUTPUT_DESC, AttachedToDesktop, 32 * sizeof(WCHAR) + 16);
+FIELD(DXGI_OUTPUT_DESC, Rotation, 32 * sizeof(WCHAR) + 20);
+FIELD(DXGI_OUTPUT_DESC, Monitor, 32 * sizeof(WCHAR) + 24);
+
 // iptypes.h
 SIZE(IP_ADDR_STRING, 48);
 FIELD(IP_ADDR_STRING, Next, 0);
@@ -281,6 +299,13 @@ FIELD(LUID_AND_ATTRIBUTES, Attributes, 8);
 SIZE(TOKEN_PRIVILEGES, 16);
 FIELD(TOKEN_PRIVILEGES, PrivilegeCount, 0);
 FIELD(TOKEN_PRIVILEGES, Privileges, 4);
+
+// windef.h
+SIZE(RECT, 16);
+FIELD(RECT, left, 0);
+FIELD(RECT, top, 4);
+FIELD(RECT, right, 8);
+FIELD(RECT, bottom, 12);
 
 // winsock2.h
 SIZE(WSADATA, 408);

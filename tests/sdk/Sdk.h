@@ -18,6 +18,10 @@
 #include <wininet.h>
 #include <wlanapi.h>
 #include <wtsapi32.h>
+#include <d3d10.h>
+#include <d3d11.h>
+#include <dxgi1_3.h>
+#include <mmsystem.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "winhost/graphics/Adapters.h"
+
 namespace winhost {
 namespace {
 
@@ -18,6 +20,9 @@ struct SystemModule {
 std::vector<SystemModule>& Modules() {
     static std::vector<SystemModule>& modules = *new std::vector<SystemModule>{
         {"ntdll", NtdllExports()},
+        {"dxgi", DxgiExports()},
+        {"d3d11", Direct3DExports()},
+        {"gdi32", DisplayDriverExports()},
     };
     return modules;
 }

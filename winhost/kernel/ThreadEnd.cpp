@@ -20,7 +20,7 @@ constexpr size_t kStackOfEnd = 64 * 1024;
 
 // What only the dead stack points to is lost on purpose, and no leak of the program: a copy of the stack
 // keeps it in sight of the search for leaks.
-[[gnu::no_sanitize("address", "thread")]] void KeepInSight(const void* lowest) {
+__attribute__((no_sanitize("address"), no_sanitize("thread"))) void KeepInSight(const void* lowest) {
     if (!&__lsan_register_root_region) return;
     pthread_attr_t attributes;
     void* bottom = nullptr;
@@ -48,7 +48,7 @@ void ExitThread() {
 
 // pthread_exit unwinds the stack on which it is called. On one of its own, which ends at once, it comes to
 // the thread's end straight away.
-[[gnu::no_sanitize("address")]] void EndWithoutUnwinding() {
+__attribute__((no_sanitize("address"))) void EndWithoutUnwinding() {
     alignas(16) char stack[kStackOfEnd];
     ucontext_t context;
     if (getcontext(&context) != 0) std::terminate();

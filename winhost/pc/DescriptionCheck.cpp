@@ -24,6 +24,10 @@ constexpr uint32_t kAllBits = 0xFFFF;
 constexpr int32_t kLargestBias = 14 * 60;
 constexpr int32_t kLargestDaylightBias = 2 * 60;
 constexpr uint32_t kHighestClockRate = 1000;
+constexpr size_t kLongestGraphicsText = 127, kLongestOutputName = 31, kLongestDriverPath = 259;
+constexpr size_t kMostEngines = 64;
+constexpr uint32_t kHighestEngine = 255;
+constexpr uint32_t kHighestTimerPeriod = 1000;
 
 void Require(bool holds, const std::string& place, const std::string& what) {
     if (!holds) throw DescriptionError(place, what);
@@ -126,6 +130,34 @@ void CheckSessions(const PcDescription& pc) {
     }
 }
 
+void CheckGraphicsAdapter(const GraphicsAdapter& adapter, const std::string& place) {
+    Require(adapter.description.size() <= kLongestGraphicsText, place + ".description", "too long");
+    Require(adapter.luid != 0, place + ".luid", "0 is none");
+    Require(adapter.driverPath.size() <= kLongestDriverPath, place + ".driverPath", "too long");
+    for (size_t i = 0; i < adapter.outputs.size(); ++i)
+        Require(!adapter.outputs[i].empty() && adapter.outputs[i].size() <= kLongestOutputName,
+                place + ".outputs[" + std::to_string(i) + "]", "expected 1 to 31 bytes");
+    Require(adapter.engines.size() <= kMostEngines, place + ".engines", "64 at most");
+    for (size_t i = 0; i < adapter.engines.size(); ++i)
+        Require(adapter.engines[i] <= kHighestEngine, place + ".engines[" + std::to_string(i) + "]",
+                "expected 0 to 255");
+    const uint32_t level = adapter.featureLevel;
+    Require(level == 100 || level == 101 || level == 110 || level == 111, place + ".featureLevel",
+            "expected 100, 101, 110 or 111");
+    RequireFailure(adapter.direct3dError, place + ".direct3dError");
+}
+
+void CheckGraphics(const PcDescription& pc) {
+    std::set<uint64_t> luids;
+    for (size_t i = 0; i < pc.graphicsAdapters.size(); ++i) {
+        const std::string place = "graphicsAdapters[" + std::to_string(i) + "]";
+        CheckGraphicsAdapter(pc.graphicsAdapters[i], place);
+        Require(luids.insert(pc.graphicsAdapters[i].luid).second, place + ".luid", "another adapter has it");
+    }
+    Require(pc.timerPeriod >= 1 && pc.timerPeriod <= kHighestTimerPeriod, "timerPeriod",
+            "expected 1 to 1000");
+}
+
 bool HasRootKey(const std::string& key) {
     for (const char* root :
          {"HKEY_LOCAL_MACHINE\\", "HKEY_CURRENT_USER\\", "HKEY_CLASSES_ROOT\\", "HKEY_USERS\\"})
@@ -153,6 +185,7 @@ void CheckDescription(const PcDescription& pc) {
     CheckKeys(pc.registryNumbers, "registryNumbers.");
     CheckSystem(pc);
     CheckSessions(pc);
+    CheckGraphics(pc);
     if (pc.adapters) CheckAdapters(*pc.adapters);
     for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {
         RequireAddress((*pc.dnsServers)[i], "dnsServers[" + std::to_string(i) + "]");

@@ -77,6 +77,35 @@ void VisitFields(Visitor& visit, S& screen) {
     visit("height", screen.height);
 }
 
+template <class Visitor, Either<EscapeAnswer> E>
+void VisitFields(Visitor& visit, E& answer) {
+    visit("code", answer.code);
+    visit("query", answer.query);
+    visit("status", answer.status);
+    visit("numbers", answer.numbers);
+}
+
+template <class Visitor, Either<GraphicsAdapter> G>
+void VisitFields(Visitor& visit, G& adapter) {
+    visit("description", adapter.description);
+    visit("vendor", adapter.vendor);
+    visit("device", adapter.device);
+    visit("outputs", adapter.outputs);
+    visit("luid", adapter.luid);
+    visit("pciBus", adapter.pciBus);
+    visit("pciDevice", adapter.pciDevice);
+    visit("pciFunction", adapter.pciFunction);
+    visit("hasPciAddress", adapter.hasPciAddress);
+    visit("driverPath", adapter.driverPath);
+    visit("privateData", adapter.privateData);
+    visit("engineCount", adapter.engineCount);
+    visit("engines", adapter.engines);
+    visit("encoderCores", adapter.encoderCores);
+    visit("escapes", adapter.escapes);
+    visit("featureLevel", adapter.featureLevel);
+    visit("direct3dError", adapter.direct3dError);
+}
+
 template <class Visitor, Either<PcDescription> D>
 void VisitFields(Visitor& visit, D& pc) {
     visit("root", pc.root);
@@ -115,6 +144,9 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("sessionInfoLevel", pc.sessionInfoLevel);
     visit("sessionInfoBytes", pc.sessionInfoBytes);
     visit("screen", pc.screen);
+    visit("graphicsAdapters", pc.graphicsAdapters);
+    visit("softwareDirect3d", pc.softwareDirect3d);
+    visit("timerPeriod", pc.timerPeriod);
     visit("processes", pc.processes);
     visit("clockRate", pc.clockRate);
     visit("cleanBoot", pc.cleanBoot);

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "winhost/pc/GraphicsAdapter.h"
 #include "winhost/pc/Journal.h"
 
 namespace winhost {
@@ -116,6 +117,10 @@ struct PcDescription {
     // Another system may give another level, and a caller has to test both.
     uint32_t sessionInfoLevel = 1, sessionInfoBytes = 0;
     Screen screen;  // as the service sees it
+    std::vector<GraphicsAdapter> graphicsAdapters = {GraphicsAdapter()};
+    // Whether D3D11CreateDevice makes a software device without a library for it.
+    bool softwareDirect3d = false;
+    uint32_t timerPeriod = 1;  // the lowest that timeBeginPeriod takes, in milliseconds
     std::vector<DescribedProcess> processes = {{"System", 4, 0},
                                                {"services.exe", kFirstDescribedPid, 0},
                                                {"winlogon.exe", kFirstDescribedPid + 4, 1}};

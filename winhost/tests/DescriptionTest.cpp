@@ -150,6 +150,48 @@ TEST(Description, SessionsAndProcessesThatCannotBeAreRefused) {
               Refusal(R"({"processes": [{"name": "a.exe", "pid": 8}, {"name": "b.exe", "pid": 8}]})"));
 }
 
+TEST(Description, GraphicsAdaptersAreRead) {
+    EXPECT_EQ(1u, winhost::DescriptionFromJson(Parse("{}")).graphicsAdapters.size());
+    EXPECT_TRUE(winhost::DescriptionFromJson(Parse(R"({"graphicsAdapters": []})")).graphicsAdapters.empty());
+    const auto pc =
+        winhost::DescriptionFromJson(Parse(R"({"graphicsAdapters": [{"vendor": 4660, "outputs": [],
+        "luid": 4294967297, "engines": [41, 48], "escapes": [{"code": 33554432, "numbers": [12, 1, 1]}]}],
+        "softwareDirect3d": true, "timerPeriod": 5})"));
+    const auto& adapter = pc.graphicsAdapters.front();
+    EXPECT_EQ(4660u, adapter.vendor);
+    EXPECT_EQ(4294967297u, adapter.luid);
+    EXPECT_EQ((std::vector<uint32_t>{41, 48}), adapter.engines);
+    EXPECT_EQ((std::vector<uint32_t>{12, 1, 1}), adapter.escapes.front().numbers);
+    EXPECT_TRUE(pc.softwareDirect3d);
+    EXPECT_EQ(5u, pc.timerPeriod);
+}
+
+TEST(Description, GraphicsAdaptersThatCannotBeAreRefused) {
+    const auto refusal = [](const std::string& adapter) {
+        return Refusal("{\"graphicsAdapters\": [{" + adapter + "}]}");
+    };
+    EXPECT_EQ("graphicsAdapters[0].luid: 0 is none", refusal(R"("luid": 0)"));
+    EXPECT_EQ("graphicsAdapters[1].luid: another adapter has it",
+              Refusal(R"({"graphicsAdapters": [{}, {}]})"));
+    EXPECT_EQ("graphicsAdapters[0].outputs[0]: expected 1 to 31 bytes", refusal(R"("outputs": [""])"));
+    EXPECT_EQ("graphicsAdapters[0].outputs[1]: expected 1 to 31 bytes",
+              refusal(R"("outputs": ["x", ")" + std::string(32, 'x') + "\"]"));
+    EXPECT_EQ("graphicsAdapters[0].description: too long",
+              refusal(R"("description": ")" + std::string(128, 'x') + "\""));
+    EXPECT_EQ("graphicsAdapters[0].driverPath: too long",
+              refusal(R"("driverPath": ")" + std::string(260, 'x') + "\""));
+    EXPECT_EQ("graphicsAdapters[0].engines[1]: expected 0 to 255", refusal(R"("engines": [1, 256])"));
+    std::string engines = "1";
+    for (int i = 0; i < 64; ++i)
+        engines += ", 1";
+    EXPECT_EQ("graphicsAdapters[0].engines: 64 at most", refusal("\"engines\": [" + engines + "]"));
+    EXPECT_EQ("graphicsAdapters[0].featureLevel: expected 100, 101, 110 or 111",
+              refusal(R"("featureLevel": 120)"));
+    EXPECT_EQ("graphicsAdapters[0].direct3dError: expected 0 or an HRESULT of a failure",
+              refusal(R"("direct3dError": 1)"));
+    EXPECT_EQ("timerPeriod: expected 1 to 1000", Refusal(R"({"timerPeriod": 0})"));
+}
+
 TEST(Description, WhatIsWrittenReadsBackTheSame) {
     const Json::Value before = Parse(R"({"computerName": "LAB-7", "ports": {"22": 2222}, "cleanBoot": 1,
         "adapters": [{"name": "{A}", "index": 4, "address": "10.0.0.2", "dhcp": false}]})");

@@ -47,11 +47,12 @@ class ComObjectCount {
 };
 
 // An object with one interface beside IUnknown. Made with one reference, which is the maker's.
-template <class Interface, const IID& kInterfaceId>
+// One that is none of an apartment, such as an adapter of DXGI, works without CoInitializeEx.
+template <class Interface, const IID& kInterfaceId, bool kNeedsApartment = true>
 class ComObject : public Interface, private ComObjectCount {
   public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppvObject) override {
-        CheckComUse();
+        if (kNeedsApartment) CheckComUse();
         if (!ppvObject) return E_POINTER;
         const bool known = riid == kInterfaceId || riid == IID_IUnknown;
         *ppvObject = known ? static_cast<Interface*>(this) : nullptr;
@@ -59,7 +60,7 @@ class ComObject : public Interface, private ComObjectCount {
         return known ? S_OK : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override {
-        CheckComUse();
+        if (kNeedsApartment) CheckComUse();
         return ++m_references;
     }
     ULONG STDMETHODCALLTYPE Release() override {
@@ -125,7 +126,7 @@ class Com {
 
 // The beginning of a method of an object that needs COM.
 #define WINHOST_GATE_METHOD(name)                                 \
+    WINHOST_GATE_HRESULT(name);                                   \
     do {                                                          \
-        WINHOST_GATE_HRESULT(name);                               \
         if (!::winhost::CheckComUse()) return RPC_E_DISCONNECTED; \
     } while (false)

@@ -1,0 +1,255 @@
+// The display drivers of the graphics adapters, as gdi32.dll reaches them.
+#include <d3dkmthk.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <winbase.h>
+
+#include "testbed/Utf8.h"
+#include "winhost/core/Gate.h"
+#include "winhost/graphics/Adapters.h"
+#include "winhost/pc/Pc.h"
+
+namespace winhost {
+namespace {
+
+constexpr auto kSuccess = LONG{0}, kInvalidParameter = static_cast<LONG>(0xC000000D),
+               kNotSupported = static_cast<LONG>(0xC00000BB), kDeviceRemoved = static_cast<LONG>(0xC00002B6);
+
+// The driver's private data, as far as it is known: the engine count, the engine table and the core count.
+constexpr size_t kFixedPart = 2400, kEngineBlock = 14848, kMostBlocks = 4;
+constexpr size_t kEngineCountAt = 8, kEngineTableAt = 4604, kCoreCountAt = 16460;
+
+// The buffer of an escape: a prefix, where the driver tells its private data, and a header.
+constexpr uint32_t kPrefixSize = 76, kHeaderSize = 128, kHeaderVersion = 0x10000, kMagic = 0xBADCAFFE;
+constexpr uint32_t kPrefixKind = 2, kPrefixVersion = 0x10002;
+
+enum class Kind { Adapter, Device, Context };
+struct Entry {
+    Kind kind;
+    uint64_t luid;
+};
+
+struct Handles {
+    std::mutex mutex;
+    std::map<D3DKMT_HANDLE, Entry> open;
+    D3DKMT_HANDLE next = 0x40000000;
+};
+
+// Never destroyed: handles may be open until the process is gone.
+Handles& TheHandles() {
+    static Handles& handles = *new Handles;
+    return handles;
+}
+
+D3DKMT_HANDLE Add(Kind kind, uint64_t luid) {
+    constexpr D3DKMT_HANDLE kStep = 0x40;
+    Handles& handles = TheHandles();
+    std::lock_guard lock(handles.mutex);
+    handles.open[handles.next += kStep] = {kind, luid};
+    return handles.next;
+}
+
+LONG Remove(Kind kind, D3DKMT_HANDLE handle) {
+    Handles& handles = TheHandles();
+    std::lock_guard lock(handles.mutex);
+    const auto found = handles.open.find(handle);
+    if (found == handles.open.end() || found->second.kind != kind) return kInvalidParameter;
+    handles.open.erase(found);
+    return kSuccess;
+}
+
+std::optional<GraphicsAdapter> AdapterWith(uint64_t luid) {
+    for (const GraphicsAdapter& adapter : Pc::Instance().Description().graphicsAdapters)
+        if (adapter.luid == luid) return adapter;
+    return std::nullopt;
+}
+
+// The adapter of a handle; the error when there is none, or the adapter has gone.
+LONG Find(Kind kind, D3DKMT_HANDLE handle, GraphicsAdapter& adapter) {
+    uint64_t luid = 0;
+    {
+        Handles& handles = TheHandles();
+        std::lock_guard lock(handles.mutex);
+        const auto found = handles.open.find(handle);
+        if (found == handles.open.end() || found->second.kind != kind) return kInvalidParameter;
+        luid = found->second.luid;
+    }
+    auto known = AdapterWith(luid);
+    if (!known) return kDeviceRemoved;
+    adapter = std::move(*known);
+    return kSuccess;
+}
+
+void Put(std::vector<char>& data, size_t at, uint32_t number) {
+    std::memcpy(data.data() + at, &number, sizeof number);
+}
+
+uint32_t NumberAt(const char* data, size_t at) {
+    uint32_t number = 0;
+    std::memcpy(&number, data + at, sizeof number);
+    return number;
+}
+
+// As much of it as the caller has room for, and no less than the fixed part.
+LONG GivePrivateData(const GraphicsAdapter& adapter, void* into, size_t room) {
+    if (!adapter.privateData) return kNotSupported;
+    if (room < kFixedPart) return kInvalidParameter;
+    std::vector<char> data(kFixedPart + kMostBlocks * kEngineBlock);
+    Put(data, kEngineCountAt, adapter.engineCount);
+    for (size_t i = 0; i < adapter.engines.size(); ++i)
+        data[kEngineTableAt + i] = static_cast<char>(adapter.engines[i]);
+    Put(data, kCoreCountAt, adapter.encoderCores);
+    std::memcpy(into, data.data(), std::min(room, data.size()));
+    return kSuccess;
+}
+
+LONG GiveDriverName(const GraphicsAdapter& adapter, void* into, size_t room) {
+    if (room < sizeof(D3DKMT_UMDFILENAMEINFO)) return kInvalidParameter;
+    if (adapter.driverPath.empty()) return kNotSupported;
+    D3DKMT_UMDFILENAMEINFO name{};
+    std::memcpy(&name, into, sizeof name);  // the version is the caller's
+    size_t length = 0;
+    for (const wchar_t character : testbed::FromUtf8(adapter.driverPath))
+        if (length + 1 < std::size(name.UmdFileName))
+            name.UmdFileName[length++] =
+                character <= 0xFFFF ? static_cast<char16_t>(character) : char16_t{0xFFFD};
+    name.UmdFileName[length] = 0;
+    std::memcpy(into, &name, sizeof name);
+    return kSuccess;
+}
+
+LONG GiveAddress(const GraphicsAdapter& adapter, void* into, size_t room) {
+    if (room < sizeof(D3DKMT_ADAPTERADDRESS)) return kInvalidParameter;
+    if (!adapter.hasPciAddress) return kNotSupported;
+    const D3DKMT_ADAPTERADDRESS address{adapter.pciBus, adapter.pciDevice, adapter.pciFunction};
+    std::memcpy(into, &address, sizeof address);
+    return kSuccess;
+}
+
+// Where the header of the escape begins; nothing for a buffer that the driver does not take.
+std::optional<size_t> HeaderOf(const GraphicsAdapter& adapter, const char* buffer, size_t size) {
+    const size_t header = adapter.privateData ? kPrefixSize : 0;
+    if (size < header + kHeaderSize) return std::nullopt;
+    if (adapter.privateData && (NumberAt(buffer, 0) != kPrefixKind || NumberAt(buffer, 4) != kPrefixVersion ||
+                                NumberAt(buffer, kPrefixSize - 4) != size - kPrefixSize))
+        return std::nullopt;
+    const bool known = NumberAt(buffer, header) == kHeaderSize &&
+                       NumberAt(buffer, header + 4) == kHeaderVersion && NumberAt(buffer, header + 12) == 1 &&
+                       NumberAt(buffer, header + 76) == kMagic;
+    return known ? std::optional(header) : std::nullopt;
+}
+
+LONG AnswerEscape(const GraphicsAdapter& adapter, char* buffer, size_t size) {
+    const auto header = HeaderOf(adapter, buffer, size);
+    if (!header) return kInvalidParameter;
+    const uint32_t code = NumberAt(buffer, *header + 8);
+    // The input stands behind its own size, and its second number is the query.
+    const size_t queryAt = *header + kHeaderSize + 8;
+    const uint32_t query = queryAt + sizeof(uint32_t) <= size ? NumberAt(buffer, queryAt) : 0;
+    for (const EscapeAnswer& answer : adapter.escapes) {
+        if (answer.code != code || (answer.query != 0 && answer.query != query)) continue;
+        if (answer.status != 0) return static_cast<LONG>(answer.status);
+        const size_t length = answer.numbers.size() * sizeof(uint32_t);
+        if (*header + kHeaderSize + length > size) return kInvalidParameter;
+        if (length != 0) std::memcpy(buffer + size - length, answer.numbers.data(), length);
+        return kSuccess;
+    }
+    return kNotSupported;
+}
+
+LONG WINAPI OpenAdapterFromLuid(D3DKMT_OPENADAPTERFROMLUID* arguments) {
+    WINHOST_GATE_CODE("D3DKMTOpenAdapterFromLuid");
+    const uint64_t luid = NumberOf(arguments->AdapterLuid);
+    if (!AdapterWith(luid)) return kInvalidParameter;
+    arguments->hAdapter = Add(Kind::Adapter, luid);
+    return kSuccess;
+}
+
+LONG WINAPI CloseAdapter(const D3DKMT_CLOSEADAPTER* arguments) {
+    WINHOST_GATE_CODE("D3DKMTCloseAdapter");
+    return Remove(Kind::Adapter, arguments->hAdapter);
+}
+
+LONG WINAPI CreateDevice(D3DKMT_CREATEDEVICE* arguments) {
+    WINHOST_GATE_CODE("D3DKMTCreateDevice");
+    GraphicsAdapter adapter;
+    if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
+    arguments->hDevice = Add(Kind::Device, adapter.luid);
+    return kSuccess;
+}
+
+LONG WINAPI DestroyDevice(const D3DKMT_DESTROYDEVICE* arguments) {
+    WINHOST_GATE_CODE("D3DKMTDestroyDevice");
+    return Remove(Kind::Device, arguments->hDevice);
+}
+
+// On an engine of the table.
+LONG WINAPI CreateContext(D3DKMT_CREATECONTEXT* arguments) {
+    WINHOST_GATE_CODE("D3DKMTCreateContext");
+    GraphicsAdapter adapter;
+    if (const LONG error = Find(Kind::Device, arguments->hDevice, adapter)) return error;
+    if (arguments->NodeOrdinal >= adapter.engines.size()) return kInvalidParameter;
+    arguments->hContext = Add(Kind::Context, adapter.luid);
+    return kSuccess;
+}
+
+LONG WINAPI DestroyContext(const D3DKMT_DESTROYCONTEXT* arguments) {
+    WINHOST_GATE_CODE("D3DKMTDestroyContext");
+    return Remove(Kind::Context, arguments->hContext);
+}
+
+LONG WINAPI QueryAdapterInfo(const D3DKMT_QUERYADAPTERINFO* arguments) {
+    WINHOST_GATE_CODE("D3DKMTQueryAdapterInfo");
+    GraphicsAdapter adapter;
+    if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
+    void* into = arguments->pPrivateDriverData;
+    const size_t room = arguments->PrivateDriverDataSize;
+    if (!into) return kInvalidParameter;
+    switch (arguments->Type) {
+        case KMTQAITYPE_UMDRIVERPRIVATE:
+            return GivePrivateData(adapter, into, room);
+        case KMTQAITYPE_UMDRIVERNAME:
+            return GiveDriverName(adapter, into, room);
+        case KMTQAITYPE_ADAPTERADDRESS:
+            return GiveAddress(adapter, into, room);
+    }
+    return kNotSupported;
+}
+
+LONG WINAPI Escape(const D3DKMT_ESCAPE* arguments) {
+    WINHOST_GATE_CODE("D3DKMTEscape");
+    GraphicsAdapter adapter;
+    if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
+    if (arguments->Type != D3DKMT_ESCAPE_DRIVERPRIVATE) return kNotSupported;
+    if (!arguments->pPrivateDriverData) return kInvalidParameter;
+    return AnswerEscape(adapter, static_cast<char*>(arguments->pPrivateDriverData),
+                        arguments->PrivateDriverDataSize);
+}
+
+}  // namespace
+
+std::vector<Export> DisplayDriverExports() {
+    return {{"D3DKMTOpenAdapterFromLuid", Erased(&OpenAdapterFromLuid)},
+            {"D3DKMTCloseAdapter", Erased(&CloseAdapter)},
+            {"D3DKMTCreateDevice", Erased(&CreateDevice)},
+            {"D3DKMTDestroyDevice", Erased(&DestroyDevice)},
+            {"D3DKMTCreateContext", Erased(&CreateContext)},
+            {"D3DKMTDestroyContext", Erased(&DestroyContext)},
+            {"D3DKMTQueryAdapterInfo", Erased(&QueryAdapterInfo)},
+            {"D3DKMTEscape", Erased(&Escape)}};
+}
+
+size_t OpenDisplayDriverHandles() {
+    std::lock_guard lock(TheHandles().mutex);
+    return TheHandles().open.size();
+}
+
+}  // namespace winhost

@@ -1,0 +1,30 @@
+// Direct3D 11 devices, which draw nothing.
+#pragma once
+
+#include <d3dcommon.h>
+#include <dxgi.h>
+
+#define D3D11_SDK_VERSION 7
+
+DEFINE_GUID(IID_ID3D11Device, 0xdb6f6ddb, 0xac77, 0x4e88, 0x82, 0x53, 0x81, 0x9d, 0xf9, 0xbb, 0xf1, 0x40);
+
+struct ID3D11DeviceContext;
+
+// Also an ID3D10Multithread.
+struct ID3D11Device : public IUnknown {
+    virtual D3D_FEATURE_LEVEL STDMETHODCALLTYPE GetFeatureLevel() = 0;
+};
+
+// A device of that adapter, with D3D_DRIVER_TYPE_UNKNOWN; of the first adapter, with no adapter and
+// D3D_DRIVER_TYPE_HARDWARE; or, where the PC has one, a software device, with D3D_DRIVER_TYPE_SOFTWARE and no
+// library. The first level of the list that the adapter has; without a list, 11.0 or a lower one.
+//
+// E_INVALIDARG for an adapter with another driver type, no adapter with D3D_DRIVER_TYPE_UNKNOWN, a software
+// device on a PC without one, another SDK version, and an empty list; DXGI_ERROR_UNSUPPORTED where no level
+// of the list is there, and for the other driver types and any flag; or the adapter's "direct3dError". Memory
+// for a device is not needed: `device` may be null, and S_FALSE says that one could be made. The context has
+// to be null: E_INVALIDARG.
+HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* adapter, D3D_DRIVER_TYPE driver_type, HMODULE swrast,
+                                 UINT flags, const D3D_FEATURE_LEVEL* feature_levels, UINT levels,
+                                 UINT sdk_version, ID3D11Device** device, D3D_FEATURE_LEVEL* obtained,
+                                 ID3D11DeviceContext** context);

@@ -1,0 +1,35 @@
+// A graphics adapter of the PC, as DXGI, Direct3D and its display driver show it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace winhost {
+
+// What the driver answers to an escape.
+struct EscapeAnswer {
+    uint32_t code = 0;                // in the header of the buffer
+    uint32_t query = 0;               // the second 32-bit number of the input; 0: any
+    uint32_t status = 0;              // NTSTATUS; the rest counts when it is 0
+    std::vector<uint32_t> numbers{};  // fill the output: the end of the buffer
+};
+
+struct GraphicsAdapter {
+    std::string description = "Simulated Graphics Adapter";
+    uint32_t vendor = 0x1AF4, device = 0x1050;
+    std::vector<std::string> outputs = {R"(\\.\DISPLAY1)"};  // their device names
+    uint64_t luid = 0x10000;
+    uint32_t pciBus = 1, pciDevice = 0, pciFunction = 0;  // two adapters may share one address
+    bool hasPciAddress = true;                            // else the driver does not tell it
+    std::string driverPath{};                             // of the library for programs; empty: not told
+    bool privateData = false;                             // whether the driver tells what follows
+    uint32_t engineCount = 1;
+    std::vector<uint32_t> engines{};  // bytes of the engine table, 64 at most
+    uint32_t encoderCores = 0;
+    std::vector<EscapeAnswer> escapes{};  // the first that fits answers
+    uint32_t featureLevel = 111;          // of Direct3D: 100, 101, 110 or 111
+    uint32_t direct3dError = 0;           // HRESULT of D3D11CreateDevice, 0 for none
+};
+
+}  // namespace winhost
