@@ -14,7 +14,7 @@ namespace {
 
 // The names of the calls that can fail, as the sources of winhost give them to the gate.
 std::set<std::string> GatedCalls() {
-    const std::regex gate(R"re((?:WINHOST_GATE(?:_CODE|_HRESULT)?\(|GateSite site\()"([^"]+)")re");
+    const std::regex gate(R"re((?:WINHOST_GATE(?:_CODE|_HRESULT|_METHOD)?\(|GateSite site\()"([^"]+)")re");
     std::set<std::string> calls;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(WINHOST_SOURCES)) {
         if (entry.path().extension() != ".cpp") continue;
