@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ostream>
 
 namespace mpm::test {
 namespace {
@@ -116,6 +117,10 @@ struct BadFirst {
     std::string fault;
 };
 
+void PrintTo(const BadFirst& bad, std::ostream* out) {
+    *out << bad.name;
+}
+
 class FirstChunk : public testing::TestWithParam<BadFirst> {};
 
 TEST_P(FirstChunk, IsRefusedWithItsReasonAndTheNextFrameIsTaken) {
@@ -156,6 +161,10 @@ struct BadNext {
     std::vector<uint8_t> record;  // after the first chunk of a frame of 2 * kFull + 1 bytes
     std::string fault;
 };
+
+void PrintTo(const BadNext& bad, std::ostream* out) {
+    *out << bad.name;
+}
 
 class NextChunk : public testing::TestWithParam<BadNext> {};
 
