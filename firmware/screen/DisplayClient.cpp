@@ -5,6 +5,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -126,7 +127,8 @@ void DisplayClient::End() {
     Cancel(m_silenceTimer);
     if (m_viewer) m_host.note("the session has ended: " + Summary(m_meter.ToJson()));
     StopViewer();
-    m_askedForConfiguration = m_configured = m_outstanding = false;
+    m_askedForConfiguration = m_configured = m_outstanding = m_failing = false;
+    m_failuresInARow = 0;
     m_assembler.Reset();
 }
 
@@ -175,10 +177,14 @@ void DisplayClient::TakeChunk(std::span<const uint8_t> record) {
     if (!result.fault.empty()) Fault(result.fault);
     if (result.captureFailed) {
         ++m_captureFailures;
+        ++m_failuresInARow;
+        m_failing = true;
         Fault("the capture failed: the host answers the next " +
               std::to_string(FrameAssembler::kEmptyChunks) + " requests with empty chunks");
     }
+    if (m_failing && !m_assembler.InFrame()) PauseAfterFailure();
     if (result.complete) {
+        m_failuresInARow = 0;
         std::vector<uint8_t> frame = m_assembler.TakeFrame();
         m_meter.Add(m_frameAsked, Clock::now(), frame.size(), m_assembler.Chunks());
         if (m_meter.Frames() == 1)
@@ -186,6 +192,14 @@ void DisplayClient::TakeChunk(std::span<const uint8_t> record) {
         m_decoder.Push(std::move(frame));
     }
     Next();
+}
+
+// A host that cannot capture at all would else be kept busy with empty chunks.
+void DisplayClient::PauseAfterFailure() {
+    m_failing = false;
+    constexpr unsigned kMostDoublings = 5;
+    const auto pause = std::chrono::seconds(1u << std::min(m_failuresInARow - 1, kMostDoublings));
+    m_due = std::max(m_due, Clock::now() + pause);
 }
 
 void DisplayClient::OnNews() {

@@ -49,6 +49,7 @@ class DisplayClient {
     // Frames that wait for the decoder while another is asked for.
     static constexpr size_t kMaxWaiting = 1;
 
+    void PauseAfterFailure();
     void Next();
     void Request();
     void OnSilence();
@@ -71,6 +72,8 @@ class DisplayClient {
     std::string m_lastFault;
     FrameAssembler m_assembler;
     FrameMeter m_meter;
+    unsigned m_failuresInARow = 0;   // captures
+    bool m_failing = false;          // the empty chunks of a failed capture are under way
     bool m_outstanding = false;      // a request has no chunk yet
     Clock::time_point m_frameAsked;  // the first request of the frame
     Clock::time_point m_due;         // the earliest time of the next frame

@@ -282,6 +282,24 @@ TEST_F(ScreenTest, ReportsAFailedCaptureInOneLineAndAsksOnAtOnce) {
     AwaitDecoded(1);
 }
 
+TEST_F(ScreenTest, PausesLongerAfterEachFailedCaptureInARow) {
+    Begin();
+    for (const milliseconds pause : {milliseconds(1000), milliseconds(2000), milliseconds(1000)}) {
+        for (uint32_t left = FrameAssembler::kEmptyChunks; left > 1; --left) {
+            SendChunk(left, 0, 0, {});
+            ExpectCommand(MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER);
+        }
+        SendChunk(1, 0, 0, {});
+        const auto start = Clock::now();
+        ExpectCommand(MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER);
+        EXPECT_GE(Clock::now() - start, pause - milliseconds(50));
+        if (pause == milliseconds(2000)) {
+            SendFrame(EncodeOne(Painting::Of(64, 64)));
+            ExpectCommand(MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER);
+        }
+    }
+}
+
 TEST_F(ScreenTest, NamesAWrongChunkAndGoesOn) {
     Begin();
     SendChunk(7, 3, 3, Bytes("abc"));
