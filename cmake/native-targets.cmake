@@ -132,6 +132,7 @@ if(ZEL_TESTS)
         string(REGEX REPLACE "/.*" "" folder ${folder})
         add_unit_tests(${folder}_tests tests/unit/${folder} testsupport)
     endforeach()
+    add_dependencies(KVMDisplayMgrLib_tests luxrt64)
 endif()
 
 if(ZEL_FUZZERS OR ZEL_TESTS)

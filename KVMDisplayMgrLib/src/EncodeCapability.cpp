@@ -83,6 +83,7 @@ int QueryEncodeCapability(LUXFactoryHelper& factory, CapabilityMode mode, LUXVer
         const bool hasDevice = IsWindowsNewEnough() && InitDevice(context, slot);
         const bool isFound = hasDevice && IsUsable(factory, *context.Get(), mode);
         context->Terminate();
+        context.Reset();  // the last hold below unloads the runtime
         if (!hasDevice || isFound) {
             factory.Terminate();
             return isFound;
