@@ -55,7 +55,7 @@ LUX_RESULT DisplayCapturePipeline::CreateSharedContext() {
     m_shared.context = context.As<LUXContext1>();
     if (!m_shared.context) return LUX_NO_INTERFACE;
 
-    m_shared.device = std::make_unique<DeviceDX11>();
+    m_shared.device = std::make_unique<DeviceDX11>(m_factory);
     m_captureType = 1;
     m_memoryType = 3;
     m_contextMemoryType = 3;
@@ -64,7 +64,7 @@ LUX_RESULT DisplayCapturePipeline::CreateSharedContext() {
         m_trace.Failure(__LINE__, result, "m_deviceDX11.Init() failed");
         return result;
     }
-    result = m_shared.context->InitDX11(m_shared.device->GetDevice(), 110);
+    result = m_shared.context->InitDX11(m_shared.device->GetDevice().Get(), 110);
     if (result != LUX_OK) {
         m_trace.Failure(__LINE__, result, "InitDX11() failed");
         return result;

@@ -1,10 +1,30 @@
 #include "KVMDisplayMgrLib/src/DisplayMgr.h"
 
+#include <winsock2.h>
+#include <windows.h>
+#include <mmsystem.h>
+
 #include "KVMDisplayMgrLib/src/DisplayCapturePipeline.h"
 #include "KVMDisplayMgrLib/src/PipelineShared.h"
 #include "KVMDisplayMgrLib/src/StandardOutput.h"
 
 using namespace lux;
+
+namespace {
+
+constexpr UINT kLongestTimerPeriodMs = 1000;
+
+// The pipeline's sleeps of 1 ms need it.
+void RaiseTimerResolution(PipelineShared& shared) {
+    if (shared.timerPeriod) return;
+    UINT period = 1;
+    while (timeBeginPeriod(period) == TIMERR_NOCANDO && period < kLongestTimerPeriodMs) {
+        ++period;
+    }
+    shared.timerPeriod = period;
+}
+
+}  // namespace
 
 DisplayMgr::DisplayMgr() : DisplayMgr(ProcessLuxFactory(), ProcessPipelineShared()) {}
 
@@ -24,6 +44,7 @@ bool DisplayMgr::Init(const DisplayMgrInitArgs& args) {
         trace->EnableAsync(false);
         trace->EnableWriter(L"File", false);
     }
+    RaiseTimerResolution(m_shared);
     auto pipeline = std::make_unique<DisplayCapturePipeline>(m_factory, m_shared, args, L".\\");
     m_pipeline = pipeline.get();
     {

@@ -34,11 +34,11 @@ bool IsWindowsNewEnough() {
     return version.dwMinorVersion >= 2;
 }
 
-bool InitDevice(const Ref<LUXContext>& context, uint32_t slot) {
-    DeviceDX11 device;
+bool InitDevice(const LUXFactoryHelper& factory, const Ref<LUXContext>& context, uint32_t slot) {
+    DeviceDX11 device(factory);
     if (device.Init(slot, true, true, false) != LUX_OK) return false;
     const auto extended = context.As<LUXContext1>();
-    return extended && extended->InitDX11(device.GetDevice(), 110) == LUX_OK;
+    return extended && extended->InitDX11(device.GetDevice().Get(), 110) == LUX_OK;
 }
 
 // To create the component and to read its capabilities is the whole test.
@@ -80,7 +80,7 @@ int QueryEncodeCapability(LUXFactoryHelper& factory, CapabilityMode mode, LUXVer
             PrintWide(L"Failed to instatiate Capability Manager.\n");
             return 0;
         }
-        const bool hasDevice = IsWindowsNewEnough() && InitDevice(context, slot);
+        const bool hasDevice = IsWindowsNewEnough() && InitDevice(factory, context, slot);
         const bool isFound = hasDevice && IsUsable(factory, *context.Get(), mode);
         context->Terminate();
         context.Reset();  // the last hold below unloads the runtime

@@ -27,6 +27,7 @@ struct PipelineShared {
     std::vector<std::unique_ptr<DisplayCapturePipeline>> pipelines;
 
     std::atomic<size_t> frameCapacity{0};  // bytes; never shrinks
+    std::atomic<uint32_t> timerPeriod{0};  // ms; 0 until the timer's resolution has been raised
 };
 
 // The one of the process, which is never destroyed: the runtime's objects in it may outlive the static ones.

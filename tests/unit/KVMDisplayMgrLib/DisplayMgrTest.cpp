@@ -112,6 +112,18 @@ TEST_F(DisplayMgrTest, AFailingContextStepTriesNoComponents) {
     EXPECT_TRUE(mgr->Init(kArgs));
 }
 
+TEST_F(DisplayMgrTest, TheTimersResolutionIsRaisedOnceToWhatThePcHas) {
+    winhost::PcDescription pc = Pc().Description();
+    pc.timerPeriod = 3;
+    Pc().Reset(pc);
+    EXPECT_TRUE(mgr->Init(kArgs));
+    EXPECT_EQ(3u, shared->timerPeriod);
+    EXPECT_EQ(3u, Gate().Count("timeBeginPeriod"));
+    mgr->Terminate();
+    EXPECT_TRUE(mgr->Init(kArgs));
+    EXPECT_EQ(3u, Gate().Count("timeBeginPeriod"));
+}
+
 TEST_F(DisplayMgrTest, AThousandFramesAllocateOneBuffer) {
     EXPECT_TRUE(mgr->Init(kArgs));
     script.DeliverBytes(64);

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "KVMDisplayMgrLib/src/DeviceDX11.h"
 #include "KVMDisplayMgrLib/src/LUXFactoryHelper.h"
 #include "tests/support/ServiceFixture.h"
 #include "tests/support/scripted/Library.h"
@@ -190,4 +191,35 @@ TEST_F(CapabilityTest, WindowsBefore8HasNoEncoder) {
 TEST_F(CapabilityTest, ARuntimeWithoutADebugInterfaceIsEnough) {
     script.withoutTrace = true;
     EXPECT_EQ(1, Query());
+}
+
+TEST_F(CapabilityTest, TheSecondAdapterDecidesWhenTheFirstHasNoEncoder) {
+    winhost::PcDescription pc = Pc().Description();
+    pc.graphicsAdapters.assign(3, {});
+    for (uint32_t i = 0; i < 3; ++i) {
+        pc.graphicsAdapters[i].vendor = GpuVendorId;
+        pc.graphicsAdapters[i].luid = pc.graphicsAdapters[i].pciBus = i + 1;
+    }
+    Pc().Reset(pc);
+    script.Next("factory.CreateComponent", {lux::LUX_NOT_SUPPORTED});
+    EXPECT_EQ(1, Query());
+    EXPECT_EQ(2u, script.Count("factory.CreateContext"));
+    EXPECT_EQ(2u, script.Count("context.Terminate"));
+    EXPECT_TRUE(IsReleased());
+
+    // The list's end ends the query.
+    script.ForgetCalls();
+    script.Always("factory.CreateComponent", {lux::LUX_NOT_SUPPORTED});
+    EXPECT_EQ(0, Query());
+    EXPECT_EQ(3u, script.Count("factory.CreateComponent"));
+    EXPECT_EQ(4u, script.Count("context.Terminate"));
+}
+
+TEST_F(CapabilityTest, WithoutAnAdapterThereIsNoEncoder) {
+    winhost::PcDescription pc = Pc().Description();
+    pc.graphicsAdapters.clear();
+    Pc().Reset(pc);
+    EXPECT_EQ(0, Query());
+    EXPECT_EQ(0u, script.Count("factory.CreateComponent"));
+    EXPECT_TRUE(IsReleased());
 }

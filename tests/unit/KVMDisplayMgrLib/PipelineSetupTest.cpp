@@ -20,7 +20,7 @@ TEST_F(PipelineSetupTest, TheFirstPipelineMakesTheContextOnTheDevice) {
     DisplayCapturePipeline& pipeline = Make();
     script.ForgetCalls();
     EXPECT_EQ(lux::LUX_OK, pipeline.InitContext());
-    EXPECT_EQ((Calls{"factory.CreateContext", "context.QueryInterface", "context.InitDX11 null 110",
+    EXPECT_EQ((Calls{"factory.CreateContext", "context.QueryInterface", "context.InitDX11 device 110",
                      "context.SetProperty EnableDX11HP3D bool 1"}),
               script.Calls());
     EXPECT_EQ(Calls{"Context and devices created successfully"}, Messages());
