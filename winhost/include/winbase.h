@@ -26,10 +26,13 @@ void SetLastError(DWORD error);
 // Any object of the table that CloseHandle is for. Pseudo handles (-1, -2) are left alone, successfully.
 BOOL CloseHandle(HANDLE object);
 
-// Unnamed objects only: a name fails with ERROR_NOT_SUPPORTED. Security attributes mean nothing here.
+// Security attributes mean nothing here. A name is known to this process alone. When an event of the name
+// exists, the handle is to that one, and the last error is ERROR_ALREADY_EXISTS. ERROR_NOT_SUPPORTED for a
+// name with a backslash.
 HANDLE CreateEventA(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState, LPCSTR name);
 BOOL SetEvent(HANDLE event);
 BOOL ResetEvent(HANDLE event);
+// Unnamed only: a name fails with ERROR_NOT_SUPPORTED.
 HANDLE CreateMutexA(LPSECURITY_ATTRIBUTES attributes, BOOL initialOwner, LPCSTR name);
 BOOL ReleaseMutex(HANDLE mutex);
 

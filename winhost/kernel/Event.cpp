@@ -1,5 +1,8 @@
 #include "winhost/kernel/Event.h"
 
+#include <map>
+#include <string>
+
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
 
@@ -57,11 +60,32 @@ using winhost::Event;
 using winhost::Fail;
 using winhost::HandleTable;
 
+namespace {
+
+// The event that bears this name, which is a new one when no handle to such an event is open.
+std::shared_ptr<Event> NamedEvent(const std::string& name, bool manualReset, bool initialState, bool& isNew) {
+    static std::mutex mutex;
+    static std::map<std::string, std::weak_ptr<Event>> names;
+    std::lock_guard lock(mutex);
+    std::erase_if(names, [](const auto& entry) { return entry.second.expired(); });
+    std::weak_ptr<Event>& entry = names[name];
+    std::shared_ptr<Event> event = entry.lock();
+    isNew = !event;
+    if (isNew) entry = event = std::make_shared<Event>(manualReset, initialState);
+    return event;
+}
+
+}  // namespace
+
 HANDLE CreateEventA(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, LPCSTR name) {
     WINHOST_GATE("CreateEventA", nullptr);
-    if (name) return Fail(ERROR_NOT_SUPPORTED, nullptr);
-    const HANDLE handle = HandleTable::Instance().Add(std::make_shared<Event>(manualReset, initialState));
-    SetLastError(handle ? ERROR_SUCCESS : ERROR_NO_SYSTEM_RESOURCES);
+    if (name && std::string(name).find('\\') != std::string::npos) return Fail(ERROR_NOT_SUPPORTED, nullptr);
+    bool isNew = true;
+    const bool isNamed = name && *name;
+    const HANDLE handle =
+        HandleTable::Instance().Add(isNamed ? NamedEvent(name, manualReset, initialState, isNew)
+                                            : std::make_shared<Event>(manualReset, initialState));
+    SetLastError(!handle ? ERROR_NO_SYSTEM_RESOURCES : isNew ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
     return handle;
 }
 

@@ -44,8 +44,30 @@ TEST(Event, SetTwiceBeforeAWaitCountsOnce) {
     EXPECT_EQ(WaitForSingleObject(event, 0), kTimeOut);
 }
 
-TEST(Event, HasNoName) {
-    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateEventA(nullptr, FALSE, FALSE, "name")));
+TEST(Event, OfTheSameNameIsTheSame) {
+    const HANDLE first = CreateEventA(nullptr, TRUE, FALSE, "name");
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
+    const HANDLE second = CreateEventA(nullptr, FALSE, TRUE, "name");
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    EXPECT_NE(first, second);
+    EXPECT_EQ(WaitForSingleObject(second, 0), kTimeOut);
+    SetEvent(first);
+    EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0);
+    CloseHandle(first);
+    CloseHandle(second);
+}
+
+TEST(Event, LosesItsNameWithItsLastHandle) {
+    CloseHandle(CreateEventA(nullptr, TRUE, TRUE, "name"));
+    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, "name");
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
+    EXPECT_EQ(WaitForSingleObject(event, 0), kTimeOut);
+    CloseHandle(event);
+}
+
+TEST(Event, HasNoNameInANamespace) {
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateEventA(nullptr, FALSE, FALSE, "Global\\name")));
 }
 
 TEST(Event, WakesAThreadThatWaitsForEver) {
