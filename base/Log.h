@@ -2,8 +2,9 @@
 //
 // A conversion has the size that Windows gives it (%lu is 32 bits, %I64x and %llu are 64) in every build:
 // each argument is first cut to the size that its conversion names and then widened, so that a text prints
-// the same whatever the size of the compiler's long. %ls takes wide text, of wchar_t or of UTF-16 units, and
-// prints it as UTF-8. A conversion that does not fit its argument does not compile.
+// the same whatever the size of the compiler's long. %p takes a pointer and prints its 16 digits. %ls takes
+// wide text, of wchar_t or of UTF-16 units, and prints it as UTF-8. A conversion that does not fit its
+// argument does not compile.
 #pragma once
 
 #include <array>
@@ -46,6 +47,9 @@ inline constexpr bool kIsWideText =
     std::is_convertible_v<T, std::wstring_view> || std::is_convertible_v<T, std::u16string_view>;
 template <class T>
 inline constexpr bool kIsNumber = std::is_integral_v<Plain<T>> || std::is_enum_v<Plain<T>>;
+// Of an object; a pointer to characters is a text.
+template <class T>
+inline constexpr bool kIsPointer = std::is_pointer_v<Plain<T>> && !kIsText<T> && !kIsWideText<T>;
 
 // A format that is known to fit Args, with every integer conversion rewritten to 64 bits.
 template <class... Args>
@@ -55,10 +59,11 @@ class Format {
 
     template <size_t N>
     consteval Format(const char (&text)[N]) {  // NOLINT: implicit, so that a literal is a format
-        static_assert(N + 2 * sizeof...(Args) <= kCapacity, "the format text is too long");
+        static_assert(N + 5 * sizeof...(Args) <= kCapacity, "the format text is too long");
         constexpr bool isText[] = {kIsText<Args>..., false};
         constexpr bool isWideText[] = {kIsWideText<Args>..., false};
         constexpr bool isNumber[] = {kIsNumber<Args>..., false};
+        constexpr bool isPointer[] = {kIsPointer<Args>..., false};
         size_t argument = 0;
         for (size_t in = 0; in + 1 < N;) {
             Put(text[in]);
@@ -71,12 +76,17 @@ class Format {
                 Put(text[in++]);
             const bool isLong = text[in] == 'l';
             const int bits = TakeLength(text, in);
-            const char conversion = text[in++];
+            char conversion = text[in++];
             if (argument >= sizeof...(Args)) Mismatch("more conversions than arguments");
             if (conversion == 's') {
                 if (isLong && !isWideText[argument]) Mismatch("%ls needs a wide text");
                 if (!isLong && !isText[argument]) Mismatch("%s needs a text");
                 m_arguments[argument] = isLong ? Argument::WideText : Argument::Text;
+            } else if (conversion == 'p') {
+                if (!isPointer[argument]) Mismatch("%p needs a pointer");
+                m_arguments[argument] = Argument::Unsigned64;
+                Put("016ll");
+                conversion = 'X';
             } else {
                 if (!IsOneOf(conversion, "diuxX")) Mismatch("unknown conversion");
                 if (!isNumber[argument]) Mismatch("an integer conversion needs a number");
@@ -125,6 +135,10 @@ class Format {
     }
 
     constexpr void Put(char c) { m_text[m_length++] = c; }
+    constexpr void Put(const char* text) {
+        while (*text)
+            Put(*text++);
+    }
 
     // Not consteval on purpose: a call ends the compilation at the faulty format.
     static void Mismatch(const char* why);
@@ -174,6 +188,12 @@ long long Widen(Argument as, T value) {
         default:
             return static_cast<long long>(value);
     }
+}
+
+template <class T>
+requires kIsPointer<T>
+long long Widen(Argument, T pointer) {
+    return static_cast<long long>(reinterpret_cast<uintptr_t>(pointer));
 }
 
 enum class Level { Info, Warn, Error, Debug, Trace };

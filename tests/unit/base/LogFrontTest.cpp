@@ -21,6 +21,12 @@ TEST_F(LogFront, NumbersHaveTheSizesThatTheirConversionsHaveOnWindows) {
     EXPECT_EQ(Last(), "03|0B|ff|100%");
 }
 
+TEST_F(LogFront, PointersHaveSixteenDigits) {
+    const int* const none = nullptr;
+    LogInfo("%p and %p", none, reinterpret_cast<const void*>(uintptr_t{0x1234567890AB}));
+    EXPECT_EQ(Last(), "0000000000000000 and 00001234567890AB");
+}
+
 TEST_F(LogFront, TextsComeAsPointersOrStrings) {
     const char* none = nullptr;
     LogInfo("%s %s %s", "a", std::string("b"), none);
