@@ -59,6 +59,10 @@ std::unique_ptr<std::thread> DetachedThreads::StartOwned(std::function<void()> b
     }
 }
 
+void DetachedThreads::ForgetTerminated() {
+    m_state->Leave();
+}
+
 bool DetachedThreads::AwaitEnd(DWORD milliseconds) {
     {
         std::lock_guard lock(m_state->mutex);

@@ -27,6 +27,9 @@ class DetachedThreads {
     // waits for this thread too, and a join after AwaitEnd returns at once.
     std::unique_ptr<std::thread> StartOwned(std::function<void()> body);
 
+    // An owned thread has been terminated and never returns: AwaitEnd does not wait for it.
+    void ForgetTerminated();
+
     // Prevents further threads from starting and waits until all have returned. Returns false when some still
     // run after the given time. May be called again.
     bool AwaitEnd(DWORD milliseconds);

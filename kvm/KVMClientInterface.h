@@ -17,6 +17,7 @@
 
 #include "base/Handles.h"
 #include "connection/SocketServers.h"
+#include "kvm/DisplayManager.h"
 #include "kvm/KVMAgent.h"
 
 class ConnectionAnnouncer;
@@ -35,8 +36,9 @@ inline constexpr uint16_t kKvmCleanedUp = 2;
 
 class KVMClientInterface {
   public:
-    // All three arguments must outlive this object.
-    KVMClientInterface(ConnectionAnnouncer& announcer, StatusFile& statusFile, HostControl& hostControl);
+    // All arguments must outlive this object.
+    KVMClientInterface(ConnectionAnnouncer& announcer, StatusFile& statusFile, HostControl& hostControl,
+                       DisplayMgr& displayMgr);
     ~KVMClientInterface();
     KVMClientInterface(const KVMClientInterface&) = delete;
     KVMClientInterface& operator=(const KVMClientInterface&) = delete;
@@ -54,6 +56,9 @@ class KVMClientInterface {
     // Starts or ends the session of a host in safe boot. The first 32 bits of the `size`-byte payload are the
     // state. The end of the session reboots the host.
     void HandleSafebootState(const void* payload, size_t size);
+    // Begins a session in display mode; returns what DoInitLUXKVM returns, and false during the clean-up of
+    // an earlier session. Throws std::system_error when a thread cannot be started.
+    bool BeginDisplaySession();
     // Sends `size` bytes from the firmware to the viewer (KVMDataBridge.cpp). Returns when the last byte is
     // sent or the session has failed. A viewer that does not read blocks the caller.
     void SendDataToKVMClient(const void* data, size_t size);
@@ -70,8 +75,10 @@ class KVMClientInterface {
     // thread except the receive thread.
     void DoKVMCleanUp();
 
-    // The process ends: SignalEnd makes the listener thread end, JoinThread joins it. Any thread except the
-    // listener thread.
+    // The service stops, and the clean-up waits for the agent no longer. Any thread.
+    void SignalStop() { m_displayManager.SignalStop(); }
+    // The process ends: SignalEnd makes the listener thread end and ends the display's threads, JoinThread
+    // joins the listener thread. Any thread except these.
     void SignalEnd();
     void JoinThread();
 
@@ -81,8 +88,8 @@ class KVMClientInterface {
 
     std::atomic<uint8_t> m_kvmState{kKvmNeverEnabled};
     std::atomic<uint16_t> m_kvmSocketState{kKvmNoClient};
-    std::atomic<uint8_t> m_bLuxKvmEnabled{0};
     KVMAgent m_agent;
+    DisplayManager m_displayManager;
 
   private:
     // Both fields fit in 64 bits, so that one atomic store changes them together. The port is logged but
@@ -106,6 +113,7 @@ class KVMClientInterface {
     Beginning BeginSession(UniqueSocket socket, const sockaddr_in& peer);
     bool IsTrusted(const sockaddr_in& peer) const;
     Beginning DoInitKVM(UniqueSocket socket);
+    Beginning DoInitPostAccept(UniqueSocket socket);
     bool TakeClient(UniqueSocket socket);
     bool MarkConnected();
 

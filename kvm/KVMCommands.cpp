@@ -48,8 +48,21 @@ void KVMClientInterface::ForgetTrustedAddress() {
 void KVMClientInterface::CloseKVMSession() {
     LogInfo("MPM_ZEL_CMD_VNC_SOC_CLOSE received");
     TriggerKVMShutdown();
-    if (g_pServiceState->m_vorkVersion >= FirmwareLevel::DisplayKvm) m_bLuxKvmEnabled = 0;
+    if (g_pServiceState->m_vorkVersion >= FirmwareLevel::DisplayKvm) m_displayManager.m_bLuxKvmEnabled = 0;
     JoinThread();
+}
+
+bool KVMClientInterface::BeginDisplaySession() {
+    {
+        std::lock_guard lock(m_sessionMutex);
+        if (m_cleanUpRuns) {
+            LogInfo("LUX_KVM: the earlier session is being cleaned up, no session begins");
+            return false;
+        }
+        RequireCleanUp();
+        m_displayManager.m_bLuxKvmEnabled = 1;
+    }
+    return m_displayManager.DoInitLUXKVM();
 }
 
 void KVMClientInterface::HandleSafebootState(const void* payload, size_t size) {
@@ -61,7 +74,7 @@ void KVMClientInterface::HandleSafebootState(const void* payload, size_t size) {
             m_kvmState = kKvmEnabled;
             RequireCleanUp();
             SetKVMStatus(true);
-            m_agent.LaunchKVMAgent(m_bLuxKvmEnabled);
+            m_agent.LaunchKVMAgent(m_displayManager.m_bLuxKvmEnabled);
             break;
         case kSafebootDisconnected:
             LogInfo("Safeboot disconnected state received from driver");

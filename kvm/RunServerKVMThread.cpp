@@ -108,7 +108,9 @@ bool KVMClientInterface::ServeClients() {
 }
 
 KVMClientInterface::Beginning KVMClientInterface::BeginSession(UniqueSocket socket, const sockaddr_in& peer) {
-    const Beginning beginning = DoInitKVM(std::move(socket));
+    const bool isDisplayMode = m_displayManager.IsDisplayMode();
+    const Beginning beginning =
+        isDisplayMode ? DoInitPostAccept(std::move(socket)) : DoInitKVM(std::move(socket));
     if (beginning == Beginning::Failed) SetKVMStatus(false);
     if (beginning != Beginning::Begun) return beginning;
     if (!MarkConnected()) {
@@ -130,10 +132,18 @@ bool KVMClientInterface::IsTrusted(const sockaddr_in& peer) const {
 KVMClientInterface::Beginning KVMClientInterface::DoInitKVM(UniqueSocket socket) {
     LogInfo("%s: Entered", "DoInitKVM");
     if (!TakeClient(std::move(socket))) return Beginning::Overtaken;
-    if (!m_agent.LaunchKVMAgent(m_bLuxKvmEnabled)) {
+    if (!m_agent.LaunchKVMAgent(m_displayManager.m_bLuxKvmEnabled)) {
         LogError("%s: Launch KVM_Agent failed", "DoInitKVM");
         return Beginning::Failed;
     }
+    return Beginning::Begun;
+}
+
+// The agent and the display's threads already run.
+KVMClientInterface::Beginning KVMClientInterface::DoInitPostAccept(UniqueSocket socket) {
+    if (!TakeClient(std::move(socket))) return Beginning::Overtaken;
+    LogInfo("LUX_KVM: DoInitPostAccept , setting AppEvtStartKVMOperation");
+    m_displayManager.SetKvmAppEvent(AppEvtStartKVMOperation);
     return Beginning::Begun;
 }
 

@@ -18,8 +18,11 @@ constexpr DWORD kAgentPoll = 100;
 }  // namespace
 
 KVMClientInterface::KVMClientInterface(ConnectionAnnouncer& announcer, StatusFile& statusFile,
-                                       HostControl& hostControl)
-    : m_announcer(announcer), m_statusFile(statusFile), m_hostControl(hostControl) {}
+                                       HostControl& hostControl, DisplayMgr& displayMgr)
+    : m_displayManager(m_agent, displayMgr),
+      m_announcer(announcer),
+      m_statusFile(statusFile),
+      m_hostControl(hostControl) {}
 
 KVMClientInterface::~KVMClientInterface() {
     m_bSessionActive.exchange(0);
@@ -35,8 +38,12 @@ void KVMClientInterface::TriggerKVMShutdown() {
 }
 
 void KVMClientInterface::SignalEnd() {
-    std::lock_guard lock(m_threadObjectMutex);
-    if (m_pKVMThreadObj) TriggerKVMShutdown();
+    m_displayManager.SignalStop();
+    {
+        std::lock_guard lock(m_threadObjectMutex);
+        if (m_pKVMThreadObj) TriggerKVMShutdown();
+    }
+    m_displayManager.EndThreads();
 }
 
 void KVMClientInterface::JoinThread() {
@@ -90,7 +97,7 @@ void KVMClientInterface::RequireCleanUp() {
 void KVMClientInterface::CleanUpSession() {
     SetKVMStatus(false);
     DoCleanUp();
-    m_bLuxKvmEnabled = 0;
+    m_displayManager.m_bLuxKvmEnabled = 0;
     // In safe boot the service sends no close notification to the firmware.
     if (g_pServiceState->m_bootMode == 0)
         g_pServiceState->m_mailBoxDriverInterface.WriteCloseSocketcmd(kKvmPort);
@@ -109,6 +116,8 @@ void KVMClientInterface::DoCleanUp() {
     } catch (...) {
         LogError("TerminateKVMAgent()  failed with error: %s", "Unknown exception");
     }
+    m_displayManager.StopDisplayCaptureThread();
+    m_displayManager.StopZelKvmAppThread();
     CloseSockets();
     JoinRecvThread();
     LogInfo("%s, function exit", kCleanUp);

@@ -5,6 +5,7 @@
 #include "service/ZELService.h"
 
 bool ZELService::ServiceCleanup() {
+    m_kvmClientInterface.SignalStop();
     if (m_kvmClientInterface.m_kvmState == kKvmEnabled) {
         LogInfo("Cleanup KVM connection");
         m_kvmClientInterface.DoKVMCleanUp();

@@ -103,12 +103,18 @@ void HandleConsentRequest(ZELService& service, const FirmwareMessage& message) {
     LogInfo("MPM_ZEL_CMD_GET_KVM_CONSENT exit");
 }
 
-void HandleGetEncodedFramebuffer(ZELService&, const FirmwareMessage&) {
+void HandleGetEncodedFramebuffer(ZELService& service, const FirmwareMessage&) {
     LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid");
+    service.m_kvmClientInterface.m_displayManager.SetDisplayMgrEvent(DispEvtCaptureEncodeStart);
 }
 
-void HandleGetDisplayConfig(ZELService&, const FirmwareMessage&) {
+void HandleGetDisplayConfig(ZELService& service, const FirmwareMessage&) {
     LogInfo("LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid");
+    if (service.m_kvmClientInterface.BeginDisplaySession()) {
+        LogInfo("LUX_KVM: DoInitLUXKVM success");
+    } else {
+        LogError("%s: DoInitKVM failed.", kName);
+    }
 }
 
 void HandleSafeboot(ZELService& service, const FirmwareMessage& message) {

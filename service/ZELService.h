@@ -11,6 +11,7 @@
 #include <mutex>
 #include <thread>
 
+#include "KVMDisplayMgrLib/src/DisplayMgr.h"
 #include "base/Handles.h"
 #include "connection/ConnectionAnnouncer.h"
 #include "dash/DASHClientInterface.h"
@@ -111,7 +112,8 @@ class ZELService : public ServiceState {
     ConnectionAnnouncer m_connectionAnnouncer{m_ipv4InfoStore, [this] { WakeAndUpdateMPMAndWait(false); }};
     HostControl m_hostControl;
     DASHClientInterface m_dashClientInterface{m_connectionAnnouncer};
-    KVMClientInterface m_kvmClientInterface{m_connectionAnnouncer, m_statusFile, m_hostControl};
+    DisplayMgr m_displayMgr;
+    KVMClientInterface m_kvmClientInterface{m_connectionAnnouncer, m_statusFile, m_hostControl, m_displayMgr};
     NetworkInventory m_networkInventory{m_ipv4InfoStore, m_networkStateStore};
     NetworkMonitor m_networkMonitor{m_ipv4InfoStore, m_networkStateStore, m_networkInventory, m_statusFile};
     std::atomic<uint8_t> m_bPlatformUpdateDone{1};

@@ -35,18 +35,19 @@ class DisplayMgr {
     DisplayMgr();
     // With a runtime and a shared device of its own, for tests.
     DisplayMgr(LUXFactoryHelper& factory, PipelineShared& shared);
+    virtual ~DisplayMgr() = default;
 
     // True when frames can be captured, and also when the runtime cannot be loaded: such a machine is not
     // worth another attempt, and CaptureEncode then returns false. False after any other failure; the caller
     // may try again. What a failed attempt has created stays alive.
-    bool Init(const DisplayMgrInitArgs& args);
+    virtual bool Init(const DisplayMgrInitArgs& args);
 
     // Blocks until the screen yields a frame, without a limit, and stores its bytes and their number. The
     // number stays as it is when there is no frame; false when the pipeline has failed or does not exist.
-    bool CaptureEncode(EncodedFrameBuffer* frame, size_t* size);
+    virtual bool CaptureEncode(EncodedFrameBuffer* frame, size_t* size);
 
     // Shuts the pipeline down and releases the runtime once. Does nothing without an Init.
-    void Terminate();
+    virtual void Terminate();
 
   private:
     LUXFactoryHelper& m_factory;

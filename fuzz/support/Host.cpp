@@ -208,10 +208,12 @@ void Host::EndKvm() {
     m_pace.Patiently([&] {
         kvm.CloseKVMSession();
         if (kvm.m_kvmSocketState == kKvmClientConnected) kvm.DoKVMCleanUp();
+        // Command 35 ends the display's threads only when there is a listener.
+        kvm.m_displayManager.EndThreads();
     });
     kvm.m_kvmState = kKvmNeverEnabled;
     kvm.m_kvmSocketState = kKvmNoClient;
-    kvm.m_bLuxKvmEnabled = 0;
+    kvm.m_displayManager.m_bLuxKvmEnabled = 0;
 }
 
 void Host::RequireAlive() {

@@ -38,7 +38,7 @@ TEST_F(Safeboot, ASessionStartsTheAgentAndNoListener) {
 
 TEST_F(Safeboot, TheAgentIsStartedInTheModeOfTheSession) {
     StartInSafeBoot(1);
-    service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
+    service->m_kvmClientInterface.m_displayManager.m_bLuxKvmEnabled = 1;
     SendSafeboot(1);
     AwaitHandled();
     ASSERT_EQ(Pc().Records<winhost::ProcessLaunch>().size(), 1u);

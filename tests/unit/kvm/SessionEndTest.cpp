@@ -174,17 +174,18 @@ TEST_F(KvmSessionEnd, Command35WithoutAListenerOnlySaysSo) {
 TEST_F(KvmSessionEnd, Command35TurnsTheDisplayPathOffFromVersion50) {
     for (const uint32_t version : {49u, 50u}) {
         service->m_vorkVersion = version;
-        service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
+        service->m_kvmClientInterface.m_displayManager.m_bLuxKvmEnabled = 1;
         service->m_kvmClientInterface.CloseKVMSession();
-        EXPECT_EQ(service->m_kvmClientInterface.m_bLuxKvmEnabled, version < 50 ? 1 : 0) << version;
+        EXPECT_EQ(service->m_kvmClientInterface.m_displayManager.m_bLuxKvmEnabled, version < 50 ? 1 : 0)
+            << version;
     }
 }
 
 TEST_F(KvmSessionEnd, TheCleanUpTurnsTheDisplayPathOff) {
     const ConsoleClient client = StartSession(49);
-    service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
+    service->m_kvmClientInterface.m_displayManager.m_bLuxKvmEnabled = 1;
     CloseSession();
-    EXPECT_EQ(service->m_kvmClientInterface.m_bLuxKvmEnabled, 0);
+    EXPECT_EQ(service->m_kvmClientInterface.m_displayManager.m_bLuxKvmEnabled, 0);
 }
 
 TEST_F(KvmSessionEnd, Command35EndsItWhileTheClientFloods) {

@@ -52,7 +52,7 @@ TEST_F(KvmSession, BeginsWithTheAgentAndAnAnnouncementToTheFirmware) {
 
 TEST_F(KvmSession, StartsTheAgentInItsMode) {
     Start();
-    service->m_kvmClientInterface.m_bLuxKvmEnabled = 1;
+    service->m_kvmClientInterface.m_displayManager.m_bLuxKvmEnabled = 1;
     Enable();
     const ConsoleClient client = Connect();
     ASSERT_TRUE(Eventually([] { return Pc().Records<winhost::ProcessLaunch>().size() == 1; }));
