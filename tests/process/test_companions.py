@@ -2,6 +2,7 @@
 
 import os
 import signal
+import struct
 
 import pytest
 
@@ -106,6 +107,75 @@ def test_the_agent_needs_the_data_folder(pc):
     agent = pc.agent()
     assert agent.wait() == 1
     assert agent.output() == "ZELKVMApp: PROGRAMDATA is not set\n"
+
+
+# --- the agent in display mode ---
+
+
+ERROR_MORE_DATA = 234
+DISPLAY_MODE = ("-X", 1920, "-Y", 1080, "-V", 50, "-E", 1)
+
+
+@pytest.fixture
+def luxkvm(pc):
+    """The service's end of the pipe."""
+    server = pc.pipe_server()
+    assert server.ask("create", "luxkvm")["error"] == 0
+    return server
+
+
+def received(server):
+    assert server.ask("connect")["error"] == 0
+    answer = server.ask("read")
+    assert answer["error"] in (0, ERROR_MORE_DATA), answer
+    return bytes.fromhex(answer["data"])
+
+
+def test_the_agent_reports_the_display_and_takes_the_start_message(pc, luxkvm):
+    agent = pc.agent(*DISPLAY_MODE)
+    assert received(luxkvm) == struct.pack("<4I", 1, 1920, 1080, 0)
+    assert luxkvm.ask("write", "\2")["error"] == 0
+    eventually(lambda: "received message 2\n" in pc.agent_log(), "the start message")
+    assert luxkvm.ask("close")["error"] == 0
+    eventually(lambda: "the service has disconnected\n" in pc.agent_log(), "the end of the pipe")
+    assert agent.running()
+    pc.ask_to_leave()
+    assert agent.wait() == 0
+
+
+@pytest.mark.parametrize("word, message", [
+    ("message=7", struct.pack("<4I", 7, 1920, 1080, 0)), ("length=3", b"\1\0\0"),
+    ("length=600", struct.pack("<4I", 1, 1920, 1080, 0).ljust(511, b"\0")),
+])
+def test_the_agent_can_be_told_to_report_something_else(pc, luxkvm, word, message):
+    pc.set_behaviour(word)
+    pc.agent(*DISPLAY_MODE)
+    assert received(luxkvm)[:len(message)] == message
+
+
+def test_the_agent_can_be_told_to_connect_and_to_be_silent(pc, luxkvm):
+    pc.set_behaviour("silent")
+    agent = pc.agent(*DISPLAY_MODE)
+    assert luxkvm.ask("connect")["error"] == 0
+    pc.ask_to_leave()
+    assert agent.wait() == 0
+    assert "sent" not in pc.agent_log()
+
+
+@pytest.mark.parametrize("word", ["no-connection", None])
+def test_an_agent_that_does_not_connect_leaves_when_it_is_asked_to(pc, word):
+    if word:
+        pc.set_behaviour(word)
+    agent = pc.agent(*DISPLAY_MODE)
+    eventually(lambda: "started" in pc.agent_log(), "the agent's first line")
+    pc.ask_to_leave()
+    assert agent.wait() == 0
+
+
+@pytest.mark.parametrize("word", ["message=", "message=x", "length=65537", "length=-1", "silently"])
+def test_the_agent_refuses_a_report_that_it_does_not_know(pc, word):
+    pc.set_behaviour(word)
+    assert pc.agent(*DISPLAY_MODE).wait() == 2
 
 
 # --- the consent client, unattended ---
