@@ -4,6 +4,7 @@
 #include <windows.h>
 #include <wininet.h>
 
+#include "KVMDisplayMgrLib/src/EncodeCapability.h"
 #include "base/Log.h"
 #include "mailbox/FirmwareLevels.h"
 #include "reporting/NetworkInventory.h"
@@ -66,6 +67,10 @@ void ZELService::UpdatePlatformInfoToMPM(Presence::Epoch epoch) {
     m_networkMonitor.StartNetworkScanThread();
     WriteOSInfoToMPM(m_WMIInterfaceObj);
     UpdateManageabilityStatus();
+    if (m_vorkVersion >= FirmwareLevel::DisplayKvm) {
+        LogInfo("VORK Version: %d", m_vorkVersion.load());
+        SendLuxCapabilityToMPM(m_mailBoxDriverInterface);
+    }
     if (!AwaitConnection(m_presence, epoch)) return;
     const bool wlan = m_networkMonitor.CheckWlanAndSyncProfile(true);
     m_ipv4InfoStore.UpdateIfEnabled(wlan);

@@ -21,6 +21,11 @@ def text_of(path):
         return ""
 
 
+def without_encoder_report(output):
+    """What a process printed, but for the line with which it finds no media runtime on its PC."""
+    return output.replace("LUX Failed to initialize", "")
+
+
 class Host:
     """Its heirs set `working_folder`, and end all that runs in close()."""
 

@@ -7,7 +7,7 @@ import pytest
 from harness.console import Console
 from harness.firmware import Firmware
 from harness.kvm import SESSION_END_ERRORS, RemoteKvm
-from harness.host import RUNNING
+from harness.host import RUNNING, without_encoder_report
 from harness.native import NativeHost
 from harness.waiting import eventually
 
@@ -61,7 +61,7 @@ class Stage:
     def check(self):
         unexpected = [line for line in self.host.error_lines() if not any(text in line for text in self._expected_errors)]
         assert not unexpected, "ERROR lines in the service's log:\n" + "\n".join(unexpected)
-        assert self.host.output() == self._expected_output, f"the service printed:\n{self.host.output()}"
+        assert without_encoder_report(self.host.output()) == self._expected_output, f"the service printed:\n{self.host.output()}"
 
 
 class KvmStage(RemoteKvm):

@@ -26,8 +26,8 @@ def test_the_firmware_is_told_first_that_the_service_is_up(stage):
     stage.boot()
     stage.firmware.await_request("WriteMultiNwInfo")
     names = [request["name"] for request in stage.firmware.requests()]
-    assert names == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteIPCompleteInformation",
-                     "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"]
+    assert names == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteCapabilityConfig",
+                     "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"]
     assert stage.firmware.requests("WriteZELStatus")[0]["fields"]["state"] == 1
 
 

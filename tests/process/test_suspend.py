@@ -52,7 +52,7 @@ def test_a_resume_opens_the_gate_and_repeats_the_update(stage):
     before = len(stage.firmware.requests())
     stage.host.control("resume-automatic")
     eventually(lambda: "WriteMultiNwInfo" in names_after(stage, before), "the update after the resume")
-    assert names_after(stage, before) == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion",
+    assert names_after(stage, before) == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteCapabilityConfig",
                                           "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo",
                                           "WriteMultiNwInfo"]
     assert states(stage) == [1, 2, 1]

@@ -44,8 +44,8 @@ class PlatformFaults : public ReportingFixture {
         firmware.Clear();
         Report();
         for (const char* name :
-             {"WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteIPCompleteInformation",
-              "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"}) {
+             {"WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteCapabilityConfig",
+              "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"}) {
             EXPECT_GE(firmware.Count(name), 1u) << name;
         }
     }

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "mailbox/DisplayRecords.h"
 #include "tests/unit/reporting/ReportingFixture.h"
 
 namespace {
@@ -59,8 +60,8 @@ TEST_F(PlatformUpdate, ReportsTheHostUpAndThenItsAddress) {
     service->UpdatePlatformInfoToMPM();
     EXPECT_EQ(RequestNames(),
               (std::vector<std::string>{"WriteZELStatus", "WriteOsInfo", "GetZELVersion",
-                                        "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo",
-                                        "WriteMultiNwInfo"}));
+                                        "WriteCapabilityConfig", "WriteIPCompleteInformation",
+                                        "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"}));
     EXPECT_EQ(firmware.Requests("WriteZELStatus")[0].As<ZELStatusRecord>().state, 1u);
     EXPECT_EQ(firmware.Requests("WriteIPCompleteInformation")[0].As<IPCompleteInfo>().IPv4Address,
               inet_addr("192.168.7.3"));
@@ -185,6 +186,30 @@ TEST_F(PlatformUpdate, ATimeZoneThatChangesWhileTheServiceRunsIsInTheNextReport)
     service->StopPlatformUpdates();
     Pc().Change([](auto& pc) { pc.timeZoneBiasMinutes = 300; });
     EXPECT_EQ(reported(), -18000);
+}
+
+// There is no media runtime on this PC.
+TEST_F(PlatformUpdate, FirmwareOfLevel50HearsWhetherTheHostCanEncode) {
+    firmware.Change([](mpm::Settings& settings) { settings.uVORKVersion = 50; });
+    service->UpdatePlatformInfoToMPM();
+    const auto sent = firmware.Requests("WriteCapabilityConfig");
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].As<CapabilityConfigRecord>().encode, 0u);
+    const auto names = RequestNames();
+    const auto position = std::find(names.begin(), names.end(), "WriteCapabilityConfig");
+    ASSERT_NE(position, names.begin());
+    EXPECT_EQ(*(position - 1), "GetZELVersion");
+    ExpectLogInOrder({"VORK Version: 50",
+                      "Getting LUX AV1 encode 0 Current version 0x0 Min supported version 0x0",
+                      "Sending LUX capability to MPM. Encode caps: 0"});
+    EXPECT_TRUE(HasLine("INFO", "VORK Version: 50"));
+}
+
+TEST_F(PlatformUpdate, FirmwareBelowLevel50HearsNothingOfTheEncoder) {
+    firmware.Change([](mpm::Settings& settings) { settings.uVORKVersion = 49; });
+    service->UpdatePlatformInfoToMPM();
+    EXPECT_EQ(firmware.Count("WriteCapabilityConfig"), 0u);
+    EXPECT_EQ(LogCount("VORK Version"), 0u);
 }
 
 // Windows counts a host on a local network as connected even when no gateway leads further.

@@ -73,8 +73,8 @@ TEST_F(WakeUpdate, AFirmwareThatIsDownGetsTheWholeUpdate) {
     ExpectLogInOrder({"pMPMstatus: 2", "MPM is down pass nonDASH commands", "ZEL Service UP"});
     EXPECT_EQ(RequestNames(),
               (std::vector<std::string>{"GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion",
-                                        "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo",
-                                        "WriteMultiNwInfo"}));
+                                        "WriteCapabilityConfig", "WriteIPCompleteInformation",
+                                        "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"}));
     EXPECT_EQ(ReportedStates(), std::vector<uint32_t>{1});
 }
 
