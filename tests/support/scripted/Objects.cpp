@@ -34,22 +34,16 @@ Script& TheScript() {
 
 Answer Record(const std::string& call, const std::string& arguments) {
     Script& script = TheScript();
-    std::function<void(const std::string&)> onCall;
-    {
-        const std::lock_guard lock(script.mutex);
-        script.calls.push_back(arguments.empty() ? call : call + " " + arguments);
-        onCall = script.onCall;
-    }
-    if (onCall) onCall(call);
     const std::lock_guard lock(script.mutex);
-    return TakeAnswer(call);
+    script.calls.push_back(arguments.empty() ? call : call + " " + arguments);
+    return script.decide ? script.decide(call) : TakeAnswer(call);
 }
 
 Answer RecordNamed(const std::string& call, const std::string& name, const std::string& arguments) {
     const std::string named = call + " " + name;
     const Answer answer = Record(call, arguments.empty() ? name : name + " " + arguments);
     const std::lock_guard lock(TheScript().mutex);
-    return IsScripted(named) ? TakeAnswer(named) : answer;
+    return !TheScript().decide && IsScripted(named) ? TakeAnswer(named) : answer;
 }
 
 std::string Text(const wchar_t* text) {

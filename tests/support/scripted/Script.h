@@ -69,7 +69,7 @@ class Script {
         surfaces = 0;
         version = lux::MakeVersion(1, 4, 38, 0);
         withoutFactory = withoutTrace = false;
-        onCall = nullptr;
+        decide = nullptr;
     }
 
     // The next call of this name gets the answer, and behind it those that are given later; then `always`.
@@ -134,8 +134,8 @@ class Script {
     size_t capacity = 0;  // inputs that they hold; 0: any number
     lux::LUXVersion version = lux::MakeVersion(1, 4, 38, 0);
     bool withoutFactory = false, withoutTrace = false;
-    // Called with each record, before the answer and without the mutex.
-    std::function<void(const std::string&)> onCall;
+    // In place of all answers, when it is set. Called with the mutex.
+    std::function<Answer(const std::string& call)> decide;
     std::vector<std::string> calls;
     std::vector<TraceLine> traces;
     long liveObjects = 0;
