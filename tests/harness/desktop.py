@@ -2,6 +2,7 @@
 
 import contextlib
 import importlib.util
+import math
 import shutil
 import warnings
 
@@ -25,6 +26,15 @@ def is_same_picture(seen, painted):
     """Whether two PIL images show the same, but for what JPEG changes."""
     from PIL import ImageChops, ImageStat
     return seen.size == painted.size and max(ImageStat.Stat(ImageChops.difference(seen, painted)).mean) < 2
+
+
+def psnr(seen, painted):
+    """The peak signal-to-noise ratio of two PIL images of one size, in dB."""
+    from PIL import ImageChops, ImageStat
+    assert seen.size == painted.size
+    squares = [rms ** 2 for rms in ImageStat.Stat(ImageChops.difference(seen, painted)).rms]
+    error = sum(squares) / len(squares)
+    return 10 * math.log10(255 ** 2 / error) if error else math.inf
 
 
 class Desktop:

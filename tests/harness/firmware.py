@@ -76,6 +76,10 @@ class Firmware:
     def show(self):
         return self._ask("show")
 
+    def screen(self, *words):
+        """What the display client has pulled and measured; with --picture and a file, its last picture too."""
+        return json.loads(self._ask("screen", "--json", *words))
+
     def _entries(self, kind):
         return [entry for entry in self._recorded.all() if entry["kind"] == kind]
 

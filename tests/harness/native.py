@@ -29,6 +29,7 @@ class NativeHost(Host):
         self._executables.mkdir(parents=True, exist_ok=True)
         self.install_agent()
         self.control_socket = self.workdir / "winhost.sock"
+        self.environment = {}  # of the service's process, besides that of the tests
         self._process = None
         self._consent_clients = 0
         self.description = {
@@ -105,7 +106,8 @@ class NativeHost(Host):
         entry = self._network.entry if self._network else []
         self._process = Process(
             [*entry, build_folder() / "ZELService", *arguments], self.workdir / "service.out",
-            env={"WINHOST_PC": str(path), "ASAN_OPTIONS": self.asan_options, "UBSAN_OPTIONS": "print_stacktrace=1"},
+            env={"WINHOST_PC": str(path), "ASAN_OPTIONS": self.asan_options, "UBSAN_OPTIONS": "print_stacktrace=1",
+                 **self.environment},
         )
         return self
 

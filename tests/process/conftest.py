@@ -76,9 +76,9 @@ class KvmStage(RemoteKvm):
     host = property(lambda self: self.stage.host)
     firmware = property(lambda self: self.stage.firmware)
 
-    def use_firmware(self, kvm="echo", level=50):
-        """The firmware's level, and who takes the consoles' bytes from it."""
-        self.stage.firmware = Firmware(self.stage.workdir, kvm=kvm, settings={"uVORKVersion": level})
+    def use_firmware(self, kvm="echo", level=50, **settings):
+        """The firmware's level, who takes the consoles' bytes from it, and further settings of it."""
+        self.stage.firmware = Firmware(self.stage.workdir, kvm=kvm, settings={"uVORKVersion": level, **settings})
 
     def boot(self, kvm="echo", level=50, **pc):
         """The service up, and KVM not yet enabled."""
