@@ -19,7 +19,8 @@ from harness.firmware import Firmware
 from harness.host import RUNNING
 from harness.native import NativeHost
 from harness.processes import REPOSITORY
-from kvm import remote_kvm, serve_by_hand
+from kvm import open_desktop, remote_kvm, serve_by_hand
+from screen import show_screen
 from story import FirmwareLines, Follower, Story, service_line
 
 
@@ -38,18 +39,21 @@ def make_host(windows, workdir, password, open_ports):
     return firmware, NativeHost(workdir, firmware.address, openPorts=open_ports)
 
 
-def play(story, firmware, host, workdir, password):
+def play(story, firmware, host, desktop, workdir, password):
     """Returns the files to look at afterwards, besides the logs, by what they are."""
     console = Console(host.dash_address, USER, password)
     identify(story, console, "a console")
     second_client_waits(story, console)
     show_host(story, firmware)
-    picture = remote_kvm(story, host, firmware, workdir)
+    pictures = {
+        "the viewer's picture of the bridged desktop": remote_kvm(story, host, firmware, desktop, workdir),
+        "the viewer's picture of the captured screen": show_screen(story, host, firmware, desktop, workdir),
+    }
     power_off(story, console, host)
-    return {"the viewer's picture": picture} if picture else {}
+    return {what: path for what, path in pictures.items() if path}
 
 
-def stay_up(story, firmware, host, workdir, password):
+def stay_up(story, firmware, host, desktop, workdir, password):
     url = Console(host.dash_address).url
     story.add("demo", f"everything is running; the DASH port is {url}")
     story.add("demo", f"the firmware's administrator: user {USER}, password {password}; "
@@ -63,7 +67,7 @@ def stay_up(story, firmware, host, workdir, password):
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: ended.set())
     story.add("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends the demo")
-    serve_by_hand(story, host, firmware, workdir, ended)
+    serve_by_hand(story, host, firmware, desktop, ended)
     return {}
 
 
@@ -104,6 +108,7 @@ def main():
     workdir = pathlib.Path(tempfile.mkdtemp(prefix="zel-demo-"))
     password = secrets.token_urlsafe(9)
     firmware, host = make_host(options.windows, workdir, password, options.open)
+    desktop = open_desktop(story, host, workdir)
     followers = [
         Follower(host.log_path(), service_line(story)),
         Follower(firmware.log_path, FirmwareLines(story)),
@@ -111,7 +116,7 @@ def main():
     files = {"the service's log": host.log_path(), "the firmware's record": firmware.record_path}
     try:
         start(story, firmware, host)
-        files.update((stay_up if options.stay else play)(story, firmware, host, workdir, password))
+        files.update((stay_up if options.stay else play)(story, firmware, host, desktop, workdir, password))
         stop(story, firmware, host)
         result = 0
     except (AssertionError, OSError) as problem:
@@ -122,6 +127,8 @@ def main():
     finally:
         host.close()
         firmware.close()
+        if desktop:
+            desktop.close()
         for follower in followers:
             follower.close()
     if result != 1:

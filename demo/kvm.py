@@ -1,6 +1,5 @@
 """The KVM part of the demo: the person at the PC consents, and a real viewer sees a real desktop through the service."""
 
-import contextlib
 import time
 
 from harness.desktop import Desktop, Viewer, is_same_picture, what_is_missing
@@ -10,10 +9,11 @@ from harness.waiting import eventually
 
 YES = 1
 LOOPBACK = "127.0.0.1"
+DESKTOP_SIZE = (1024, 768)  # what a service under Wine takes the screen for
 
 
-def draw_desktop(size):
-    """Returns a picture of the given size for the desktop."""
+def draw_desktop(size, what):
+    """Returns a picture of the given size for the desktop, with the text `what`."""
     from PIL import Image, ImageDraw
     width, height = size
     picture = Image.merge("RGB", [band.resize(size) for band in (
@@ -23,7 +23,7 @@ def draw_desktop(size):
     draw.rectangle((left, top, width - left, height - top), fill="whitesmoke", outline="black")
     draw.rectangle((left, top, width - left, top + 24), fill="navy")
     draw.text((left + 10, top + 7), "A desktop of the simulated PC", fill="white")
-    for line, text in enumerate(("The firmware shows it, and the service carries it", "to a viewer on TCP port 22.",
+    for line, text in enumerate((what, "and a viewer sees it on TCP port 22.",
                                  time.strftime("Painted on %Y-%m-%d at %H:%M:%S."))):
         draw.text((left + 20, top + 60 + 24 * line), text, fill="black")
     for place, color in enumerate(("red", "orange", "yellow", "green", "blue", "purple")):
@@ -31,22 +31,28 @@ def draw_desktop(size):
     return picture
 
 
-@contextlib.contextmanager
-def the_desktop(story, firmware, workdir):
-    """Yields the picture that the desktop shows. Where a desktop is not possible it yields None, and the firmware echoes."""
+def open_desktop(story, host, workdir):
+    """Returns the desktop of the PC, or None where the packages for it are missing."""
     missing = what_is_missing()
     if missing:
-        names = " ".join(missing)
-        story.add("demo", f"these packages are not installed: {names}; the firmware echoes instead of showing a desktop")
+        story.add("demo", f"these packages are not installed: {' '.join(missing)}; the firmware echoes, and shows no desktop")
+        return None
+    desktop = Desktop(workdir, *DESKTOP_SIZE)
+    host.use_desktop(desktop)
+    story.add("PC", f"an X server shows the desktop, {desktop.size[0]} x {desktop.size[1]} pixels; its VNC server listens on "
+                    f"{desktop.address}, and only the firmware connects to it")
+    return desktop
+
+
+def bridge(firmware, desktop):
+    """The firmware shows the desktop of the VNC server, and returns its picture. Without one it echoes and returns None."""
+    if not desktop:
         firmware.set(Kvm="echo")
-        yield None
-        return
-    with Desktop(workdir) as desktop:
-        painted = draw_desktop(desktop.size)
-        desktop.paint(painted)
-        firmware.set(Kvm=f"bridge:{desktop.address}")
-        story.add("PC", f"a VNC server shows the painted desktop on {desktop.address}; only the firmware connects to it")
-        yield painted
+        return None
+    painted = draw_desktop(desktop.size, "The firmware shows it, the service carries it,")
+    desktop.paint(painted)
+    firmware.set(Kvm=f"bridge:{desktop.address}")
+    return painted
 
 
 def ask_the_person(story, kvm):
@@ -106,16 +112,16 @@ def end(story, kvm, agent):
     kvm.host.await_log("Terminate file deleted")
 
 
-def remote_kvm(story, host, firmware, workdir):
+def remote_kvm(story, host, firmware, desktop, workdir):
     """Returns the path of the picture, or None without a desktop."""
     kvm = RemoteKvm(host, firmware)
-    with the_desktop(story, firmware, workdir) as painted:
-        ask_the_person(story, kvm)
-        begin(story, kvm)
-        return see(story, kvm, painted, workdir) if painted else talk(story, kvm)
+    painted = bridge(firmware, desktop)
+    ask_the_person(story, kvm)
+    begin(story, kvm)
+    return see(story, kvm, painted, workdir) if painted else talk(story, kvm)
 
 
-def serve_by_hand(story, host, firmware, workdir, ended):
+def serve_by_hand(story, host, firmware, desktop, ended):
     """Enables KVM again after each session, until `ended` is set. Viewers of this machine are trusted, or all with open ports."""
     kvm = RemoteKvm(host, firmware)
     is_open = getattr(host, "description", {}).get("openPorts", False)
@@ -125,19 +131,23 @@ def serve_by_hand(story, host, firmware, workdir, ended):
         if not is_open:
             kvm.trust(LOOPBACK)
 
-    with the_desktop(story, firmware, workdir) as painted:
-        enable()
-        story.add("demo", "the KVM port is open to every viewer" if is_open
-                  else f"the KVM port is open, and the firmware trusts viewers from {LOOPBACK} alone")
-        if painted:
-            story.add("demo", f"try:  {host.entry}vncviewer localhost::{host.kvm_address[1]}")
-        build = build_folder()
-        story.add("demo", f"try:  {host.consent_command}  and, while it waits,")
-        story.add("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
-        closed = 0
-        while not ended.wait(0.3):
-            if kvm.closes_told() > closed:
-                closed = kvm.closes_told()
-                kvm.close_session()
-                # The trust lasts for one session.
-                enable()
+    if desktop:
+        desktop.paint(draw_desktop(desktop.size, "The service captures it and encodes it as AV1,"))
+        firmware.set(Kvm="screen", **{"Screen.Display": desktop.display})
+    else:
+        firmware.set(Kvm="echo")
+    enable()
+    story.add("demo", "the KVM port is open to every viewer" if is_open
+              else f"the KVM port is open, and the firmware trusts viewers from {LOOPBACK} alone")
+    if desktop:
+        story.add("demo", f"try:  {host.entry}vncviewer localhost::{host.kvm_address[1]}")
+    build = build_folder()
+    story.add("demo", f"try:  {host.consent_command}  and, while it waits,")
+    story.add("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
+    closed = 0
+    while not ended.wait(0.3):
+        if kvm.closes_told() > closed:
+            closed = kvm.closes_told()
+            kvm.close_session()
+            # The trust lasts for one session.
+            enable()

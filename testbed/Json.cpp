@@ -12,6 +12,7 @@ std::string Compact(const Json::Value& json) {
     static const Json::StreamWriterBuilder& builder = *[] {
         auto* made = new Json::StreamWriterBuilder;
         (*made)["indentation"] = "";
+        (*made)["precision"] = 15;  // all digits that a double has in common with its decimal notation
         return made;
     }();
     return Json::writeString(builder, json);

@@ -86,6 +86,23 @@ class Desktop:
         window.fill_rectangle(window.create_gc(foreground=colour), *area)
         self._display.sync()
 
+    def picture(self):
+        """What the screen shows, as a PIL image."""
+        from PIL import Image
+        from Xlib import X
+        seen = self._display.screen().root.get_image(0, 0, *self.size, X.ZPixmap, 0xFFFFFFFF)
+        return Image.frombytes("RGB", self.size, seen.data, "raw", "BGRX")
+
+    def type(self, text):
+        """Types lower-case letters and blanks on the keyboard."""
+        from Xlib import X, XK
+        from Xlib.ext import xtest
+        for character in text:
+            key = self._display.keysym_to_keycode(XK.string_to_keysym({" ": "space"}.get(character, character)))
+            xtest.fake_input(self._display, X.KeyPress, key)
+            xtest.fake_input(self._display, X.KeyRelease, key)
+        self._display.sync()
+
     def pointer(self):
         """Where the mouse points at."""
         at = self._display.screen().root.query_pointer()

@@ -58,6 +58,12 @@ class NativeHost(Host):
             **changes,
         }
 
+    def use_desktop(self, desktop):
+        """The screen of this PC is a Desktop, and the service captures it with the software runtime. Before the start."""
+        self.environment["DISPLAY"] = desktop.display
+        self.description["screen"] = dict(zip(("width", "height"), desktop.size))
+        self.description["libraryFolders"] = [str(build_folder())]
+
     # --- the programs beside the service ---
 
     @property
