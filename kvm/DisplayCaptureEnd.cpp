@@ -33,17 +33,17 @@ void DisplayCaptureThread::Start() {
     DropEndedThread();
     if (m_pKVMDisplayMgrThreadObj) return;
     m_bIsKVMDisplayMgrThreadClosed.exchange(0);
-    m_events.Open();
+    m_displayEvent.Open();
     try {
         m_pKVMDisplayMgrThreadObj = g_pServiceState->m_detachedThreads.StartOwned([this] {
             OpenOwnHandle();
             Run();
         });
     } catch (const std::system_error&) {
-        m_events.Close();
+        m_displayEvent.Close();
         throw;
     }
-    if (!m_pKVMDisplayMgrThreadObj) m_events.Close();
+    if (!m_pKVMDisplayMgrThreadObj) m_displayEvent.Close();
 }
 
 // A stop that ends the thread by force needs it.
@@ -152,7 +152,7 @@ bool DisplayCaptureThread::HasTerminated() {
 }
 
 void DisplayCaptureThread::SetDisplayMgrEvent(DisplayEvent event) {
-    switch (m_events.Post(event)) {
+    switch (m_displayEvent.Post(event)) {
         case PostedEvents::Outcome::Posted:
             LogDebug("LUX_KVM: SetDisplayMgrEvent posted %d", event);
             break;

@@ -36,7 +36,7 @@ void DisplayCaptureThread::Run() {
     m_chunksLeft = 0;
     m_offset = 0;
     m_isRequestWaiting = false;
-    if (m_events.Create("m_DisplayMgrEvent")) {
+    if (m_displayEvent.Create("m_DisplayMgrEvent")) {
         Serve();
     } else {
         LogInfo("LUX_KVM: CreateEvent failed Error code: %lu", GetLastError());
@@ -55,11 +55,11 @@ void DisplayCaptureThread::Serve() {
 
 // Returns false when the thread has to end.
 bool DisplayCaptureThread::HandleNextEvents() {
-    if (!m_events.Await()) {
+    if (!m_displayEvent.Await()) {
         LogError("Error in Wait for Single Object Error code: %lu", GetLastError());
         return false;
     }
-    const PostedEvents::Taken posted = m_events.Take();
+    const PostedEvents::Taken posted = m_displayEvent.Take();
     if (posted.Has(DispEvtCaptureEncodeExit)) {
         LogError("LUX_KVM: Recevied DispEvtCaptureEncodeExit");
         return false;
@@ -186,6 +186,6 @@ void DisplayCaptureThread::TerminateDisplayMgr() {
         m_mgr.Terminate();
     }
     LogInfo("LUX_KVM: mgr.Terminate Done");
-    m_events.Close();
+    m_displayEvent.Close();
     m_bIsKVMDisplayMgrThreadClosed.exchange(1);
 }

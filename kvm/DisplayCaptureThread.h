@@ -88,7 +88,7 @@ class DisplayCaptureThread {
     DisplayMgr& m_mgr;
     const std::atomic<uint8_t>& m_enabled;
 
-    PostedEvents m_events;
+    PostedEvents m_displayEvent;
     std::atomic<uint8_t> m_bIsKVMDisplayMgrThreadClosed{0};
     UniqueHandle m_stopEvent;  // manual-reset; set when the service stops
 

@@ -36,18 +36,18 @@ void ZelKvmAppThread::Start() {
     std::lock_guard lock(m_threadMutex);
     if (m_pZelKvmAppThreadObj) return;
     m_bIsKVMAppThreadClosed.exchange(0);
-    m_events.Open();
+    m_kvmAppEvent.Open();
     try {
         m_pZelKvmAppThreadObj = g_pServiceState->m_detachedThreads.StartOwned([this] { Run(); });
     } catch (const std::system_error&) {
-        m_events.Close();
+        m_kvmAppEvent.Close();
         throw;
     }
-    if (!m_pZelKvmAppThreadObj) m_events.Close();
+    if (!m_pZelKvmAppThreadObj) m_kvmAppEvent.Close();
 }
 
 void ZelKvmAppThread::Run() {
-    if (const HANDLE event = m_events.Create("m_KvmAppEvent")) {
+    if (const HANDLE event = m_kvmAppEvent.Create("m_KvmAppEvent")) {
         LogInfo("LUX_KVM: CreateEvent m_KvmAppEvent handle %p", event);
         try {
             TalkToAgent();
@@ -58,7 +58,7 @@ void ZelKvmAppThread::Run() {
         LogError("LUX_KVM: CreateEvent m_KvmAppEvent failed Error code: %lu", GetLastError());
     }
     m_pipe.Close();
-    m_events.Close();
+    m_kvmAppEvent.Close();
     m_bIsKVMAppThreadClosed.exchange(1);
 }
 
@@ -67,11 +67,11 @@ void ZelKvmAppThread::TalkToAgent() {
     LogInfo("LUX_KVM: Namedpipe connected successfully");
     ReceiveDisplayConfig();
     LogInfo("LUX_KVM: Waiting for KVM app event");
-    if (!m_events.Await()) {
+    if (!m_kvmAppEvent.Await()) {
         LogError("Error in Wait for Single Object Error code: %lu", GetLastError());
         return;
     }
-    const PostedEvents::Taken posted = m_events.Take();
+    const PostedEvents::Taken posted = m_kvmAppEvent.Take();
     const KvmAppEvent event = posted.Has(AppEvtExit) ? AppEvtExit : AppEvtStartKVMOperation;
     LogInfo("LUX_KVM: Received event %d", event);
     if (event == AppEvtStartKVMOperation) SendStartMessage();
@@ -121,7 +121,7 @@ void ZelKvmAppThread::SendStartMessage() {
 }
 
 void ZelKvmAppThread::SetKvmAppEvent(KvmAppEvent event) {
-    switch (m_events.Post(event)) {
+    switch (m_kvmAppEvent.Post(event)) {
         case PostedEvents::Outcome::Posted:
             LogInfo("LUX_KVM: SetKvmAppEvent posted %d", event);
             break;

@@ -50,7 +50,7 @@ class ZelKvmAppThread {
     void SendStartMessage();
 
     DisplayCaptureThread& m_capture;
-    PostedEvents m_events;
+    PostedEvents m_kvmAppEvent;
     MessagePipe m_pipe;
     std::atomic<uint8_t> m_bIsKVMAppThreadClosed{0};
     std::atomic<bool> m_isStopping{false};

@@ -19,7 +19,7 @@ struct DisplayMgrInitArgs {
     uint32_t bitrate;    // bits per second; 0 is 5,000,000
     uint32_t frameRate;  // frames per second
 };
-static_assert(sizeof(DisplayMgrInitArgs) == 7 * 4);
+static_assert(sizeof(DisplayMgrInitArgs) == 28);
 
 // One encoded frame in a buffer that is the caller's. CaptureEncode replaces the bytes when a frame is larger
 // than the capacity, so that a steady stream allocates nothing.

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -55,7 +56,9 @@ class ServiceFixture : public PcFixture {
 
   private:
     void CheckErrors() const;
+    LogTail& Tail() const;
 
     std::vector<std::string> m_expectedErrors, m_allowedErrors;
-    std::unique_ptr<LogTail> m_tail;
+    mutable std::once_flag m_tailMade;
+    mutable std::unique_ptr<LogTail> m_tail;
 };

@@ -10,6 +10,9 @@ from harness.processes import Process
 from harness.waiting import eventually
 from harness.wine import windows_folder
 
+pytestmark = pytest.mark.skipif(not (windows_folder() / "luxrt64.dll").exists(),
+                                reason="the media runtime is not built for Windows here: ./dev test windows builds it")
+
 BLUE, ORANGE = 0x3060C0, 0xFF8001
 
 

@@ -28,7 +28,7 @@ bool IsScripted(const std::string& call) {
 }  // namespace
 
 Script& TheScript() {
-    static Script& script = *new Script;
+    static Script script;
     return script;
 }
 

@@ -42,8 +42,10 @@ const std::vector<Words> kWords = {
     {22, {"ProcessRead: Shutdown Command received: MPM_ZEL_CMD_HOST_OFF_HARD"}},
     {23, {"ProcessRead: Hibernate Command received: MPM_ZEL_CMD_HOST_HIBERNATE"}},
     {28, {"ProcessRead: Sleep Command received: MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE"}},
-    {48, {"LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid"}},
-    {49, {"LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid"}},
+    {48,
+     {"LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid",
+      "LUX_KVM: m_DisplayMgrEvent null, nothing to post 1"}},
+    {49, {"LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid", "LUX_KVM: DoInitLUXKVM success"}},
     {50, {"MPM_ZEL_CMD_CSR received"}},
     {51, {"MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD received"}},
 };
