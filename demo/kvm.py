@@ -38,7 +38,8 @@ def open_desktop(story, host, workdir):
         story.add("demo", f"these packages are not installed: {' '.join(missing)}; the firmware echoes, and shows no desktop")
         return None
     desktop = Desktop(workdir, *DESKTOP_SIZE)
-    host.use_desktop(desktop)
+    if host.captures_screen:
+        host.use_desktop(desktop)
     story.add("PC", f"an X server shows the desktop, {desktop.size[0]} x {desktop.size[1]} pixels; its VNC server listens on "
                     f"{desktop.address}, and only the firmware connects to it")
     return desktop
@@ -131,11 +132,11 @@ def serve_by_hand(story, host, firmware, desktop, ended):
         if not is_open:
             kvm.trust(LOOPBACK)
 
-    if desktop:
+    if desktop and host.captures_screen:
         desktop.paint(draw_desktop(desktop.size, "The service captures it and encodes it as AV1,"))
         firmware.set(Kvm="screen", **{"Screen.Display": desktop.display})
     else:
-        firmware.set(Kvm="echo")
+        bridge(firmware, desktop)
     enable()
     story.add("demo", "the KVM port is open to every viewer" if is_open
               else f"the KVM port is open, and the firmware trusts viewers from {LOOPBACK} alone")

@@ -15,6 +15,7 @@ class NativeHost(Host):
     description (docs/pc-description.md)."""
 
     name = "native"
+    captures_screen = True  # of a Desktop (use_desktop)
     asan_options = "detect_leaks=1"
     entry = ""  # what stands ahead of a command that reaches this PC from a shell
 

@@ -26,6 +26,7 @@ class WineHost(Host):
     NativeHost offers means the same here."""
 
     name = "windows"
+    captures_screen = False
     dash_address = ("127.0.0.1", 664)
     kvm_address = ("127.0.0.1", 22)
 
@@ -43,7 +44,6 @@ class WineHost(Host):
         self._process = None
         self._logon = None
         self._consent_clients = 0
-        self._capture_programs = []
 
     @property
     def entry(self):
@@ -59,16 +59,11 @@ class WineHost(Host):
         enter_namespace()
         copy_prefix(prepare(), self.prefix)
         self._install(windows_folder() / "mpmbox.sys", "windows/system32/drivers/mpmbox.sys")
-        for name in ("ZELService.exe", "ZELKVMApp.exe", *self._capture_programs):
+        for name in ("ZELService.exe", "ZELKVMApp.exe"):
             self._install(windows_folder() / name, f"Program Files/Tarvix/bin/{name}")
         self.session.boot()
         self._services = self._line_program("servicectl")
         return self
-
-    def use_desktop(self, desktop):
-        """The screen of this PC is a Desktop, and the service captures it with the software runtime. Before the boot."""
-        self.session.environment["DISPLAY"] = desktop.display
-        self._capture_programs = ["luxrt64.dll", "luxcapture.exe"]
 
     def _install(self, binary, place):
         target = self.drive / place
