@@ -16,7 +16,7 @@ struct Rectangle {
 
 class Picture {
   public:
-    // Takes the picture over. Throws std::runtime_error for one that ConvertTo does not know: other than 8
+    // Takes the picture over. Throws std::runtime_error for one that ConvertTo does not support: other than 8
     // bits, or RGB.
     explicit Picture(const Dav1dPicture& picture);
     ~Picture();

@@ -14,7 +14,7 @@ enum class ScreenState : uint32_t {
     // The pixels are those of the picture before.
     Unchanged = 1,
     Changed = 2,
-    // The picture has more bytes than there is room; its size tells how many.
+    // The picture does not fit into the shared memory; width and height are valid, the pixels are not.
     TooLarge = 3,
     // The screen cannot be read, because it is locked or belongs to another desktop.
     Blocked = 4,

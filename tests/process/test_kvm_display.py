@@ -30,15 +30,15 @@ def ask_for_the_display(kvm, behaviour=None):
     kvm.host.await_log("LUX_KVM: DoInitLUXKVM success")
 
 
-def test_the_firmware_learns_once_that_the_host_cannot_encode(display):
-    [told] = display.firmware.requests("WriteCapabilityConfig")
-    assert told["fields"] == {"encode": 0}
+def test_the_host_reports_once_that_it_cannot_encode(display):
+    [report] = display.firmware.requests("WriteCapabilityConfig")
+    assert report["fields"] == {"encode": 0}
 
 
-def test_the_firmware_hears_the_size_of_the_screen(display):
+def test_the_host_reports_the_size_of_the_screen(display):
     ask_for_the_display(display)
-    told = display.firmware.await_request("WriteDisplayConfig")
-    assert told["fields"] == SCREEN
+    report = display.firmware.await_request("WriteDisplayConfig")
+    assert report["fields"] == SCREEN
     display.host.await_log(BROUGHT_UP)
     [launch] = display.host.launches()
     assert launch["commandLine"].endswith(" -X 1366 -Y 768 -V 50 -E 1")

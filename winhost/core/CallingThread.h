@@ -45,7 +45,7 @@ class CallingThread {
     std::condition_variable m_unpinned;
 };
 
-// How deep in winhost the calling thread is, and what winhost knows of it.
+// The number of nested winhost calls that the calling thread is in, and its record.
 struct Calls {
     unsigned depth = 0;
     CallingThread* thread = nullptr;

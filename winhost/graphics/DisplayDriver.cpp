@@ -27,7 +27,7 @@ constexpr auto kSuccess = LONG{0}, kInvalidParameter = static_cast<LONG>(0xC0000
 constexpr size_t kFixedPart = 2400, kEngineBlock = 14848, kMostBlocks = 4;
 constexpr size_t kEngineCountAt = 8, kEngineTableAt = 4604, kCoreCountAt = 16460;
 
-// The buffer of an escape: a prefix, where the driver tells its private data, and a header.
+// The buffer of an escape: a prefix when the driver has private data, and a header.
 constexpr uint32_t kPrefixSize = 76, kHeaderSize = 128, kHeaderVersion = 0x10000, kMagic = 0xBADCAFFE;
 constexpr uint32_t kPrefixKind = 2, kPrefixVersion = 0x10002;
 

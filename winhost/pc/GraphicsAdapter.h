@@ -21,9 +21,9 @@ struct GraphicsAdapter {
     std::vector<std::string> outputs = {R"(\\.\DISPLAY1)"};  // their device names
     uint64_t luid = 0x10000;
     uint32_t pciBus = 1, pciDevice = 0, pciFunction = 0;  // two adapters may share one address
-    bool hasPciAddress = true;                            // else the driver does not tell it
-    std::string driverPath{};                             // of the library for programs; empty: not told
-    bool privateData = false;                             // whether the driver tells what follows
+    bool hasPciAddress = true;                            // else the query for it fails
+    std::string driverPath{};  // of the user-mode library; empty: the query for it fails
+    bool privateData = false;  // whether the query for what follows succeeds
     uint32_t engineCount = 1;
     std::vector<uint32_t> engines{};  // bytes of the engine table, 64 at most
     uint32_t encoderCores = 0;

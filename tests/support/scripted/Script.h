@@ -50,7 +50,7 @@ struct TraceLine {
     std::string scope, message;
 };
 
-// Any thread; the members are for whoever holds the mutex.
+// Any thread. The data members may be accessed only while the mutex is held.
 class Script {
   public:
     // From now on everything is answered with success: each captured surface goes through converter and

@@ -111,7 +111,7 @@ TEST_F(DeviceTest, TwoLuidsOfOneFunctionCountOnce) {
     SetAdapters(adapters);
     EXPECT_EQ((Luids{1, 3}), Slots());
     EXPECT_EQ((Luids{1, 2, 3}), Slots(true, true, true));
-    // Each number of the address tells them apart.
+    // Adapters are different when any one of the three numbers of their addresses differs.
     adapters[1].pciFunction = 1;
     SetAdapters(adapters);
     EXPECT_EQ((Luids{1, 2, 3}), Slots());

@@ -56,7 +56,7 @@ TEST_F(DisplayMgrTest, ARuntimeThatIsTooOldCapturesNothing) {
     EXPECT_EQ("LUX Failed to initialize", GetCapturedStdout());
     EXPECT_EQ("false", Frame());
     mgr->Terminate();
-    // It counts as loaded now, and fails for want of a factory.
+    // The library counts as loaded now. Init fails because there is no factory.
     EXPECT_FALSE(mgr->Init(kArgs));
     EXPECT_EQ("false", Frame());
     mgr->Terminate();

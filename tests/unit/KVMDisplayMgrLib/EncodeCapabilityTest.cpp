@@ -1,4 +1,4 @@
-// What the service tells the firmware about its encoder.
+// The query for a usable encoder, and the report of its result to the firmware.
 #include "KVMDisplayMgrLib/src/EncodeCapability.h"
 
 #include <gmock/gmock.h>

@@ -68,7 +68,7 @@ TEST_F(DisplayAgent, GetsTheStartMessageWhenAViewerIsThere) {
     EXPECT_EQ(agent.Read(), std::string("\2\0\0\0", 4));
     EXPECT_EQ(agent.Read(), "");
     AwaitLog("Written eNotifyDisplayConfig 4");
-    // The thread may be faster than the line of the one who posts.
+    // The waiting thread may log before the posting thread does, so their lines have no fixed order.
     EXPECT_TRUE(HasLine("INFO", "LUX_KVM: SetKvmAppEvent posted 1"));
     ExpectLogInOrder({"LUX_KVM: Received event 1", "Written eNotifyDisplayConfig 4"});
 }

@@ -28,7 +28,7 @@ class DisplaySession : public DisplayFixture {
         AwaitLog(kBroughtUp);
         AwaitLog(kAwaitsStart);
     }
-    // Lets time pass, whoever sleeps, until the text has been logged.
+    // Advances the clock whenever a thread sleeps, until the text has been logged.
     void AwaitLogInTime(const std::string& text, size_t count = 1) {
         ASSERT_TRUE(Eventually([&] {
             if (Clock().AwaitSleepers(1, 1ms)) Advance(100ms);
