@@ -33,7 +33,7 @@ std::string FileOf(const std::string& name) {
     return testing::TempDir() + std::to_string(getpid()) + name;
 }
 
-std::vector<uint8_t> Content(const std::string& path) {
+std::vector<uint8_t> FileBytes(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -108,7 +108,7 @@ TEST(PictureTest, IsSavedAsAPpmFile) {
     const auto picture = Av1Decoder().Decode(EncodeOne(painting));
     const std::string path = FileOf("picture.ppm");
     picture->SaveAs(path);
-    const std::vector<uint8_t> file = Content(path);
+    const std::vector<uint8_t> file = FileBytes(path);
     const std::string head = "P6\n64 48\n255\n";
     ASSERT_EQ(file.size(), head.size() + 64 * 48 * 3);
     EXPECT_EQ(std::string(file.begin(), file.begin() + ptrdiff_t(head.size())), head);
@@ -125,7 +125,7 @@ TEST(IvfFileTest, HasTheFramesWithTheirTimes) {
     IvfFile ivf(path, 1920, 1080);
     ivf.Add(Bytes("first"), std::chrono::milliseconds(0));
     ivf.Add(Bytes("second"), std::chrono::milliseconds(33));
-    const std::vector<uint8_t> file = Content(path);  // complete while it is still open
+    const std::vector<uint8_t> file = FileBytes(path);  // complete while it is still open
     ASSERT_EQ(file.size(), 32u + 12 + 5 + 12 + 6);
     EXPECT_EQ(std::string(file.begin(), file.begin() + 4), "DKIF");
     EXPECT_EQ(NumberAt(file, 4, 2), 0u);
@@ -220,11 +220,11 @@ TEST_F(DecoderThreadTest, SavesTheFramesOfEachSessionAnew) {
     m_thread.Push(frame);
     m_thread.Push(encoder.Encode(Painting::Of(64, 64, 4)));
     Await(2);
-    EXPECT_EQ(NumberAt(Content(path), 24, 4), 2u);
+    EXPECT_EQ(NumberAt(FileBytes(path), 24, 4), 2u);
     m_thread.Begin(path, 64, 64);
     m_thread.Push(frame);
     Await(3);
-    EXPECT_EQ(Content(path).size(), 32 + 12 + frame.size());
+    EXPECT_EQ(FileBytes(path).size(), 32 + 12 + frame.size());
     EXPECT_EQ(m_thread.ToJson()["saved"], 1);
     std::filesystem::remove(path);
 }
