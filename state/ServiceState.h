@@ -15,6 +15,7 @@
 #include "base/Handles.h"
 #include "mailbox/MailBoxDriverInterface.h"
 #include "mailbox/MailboxRecords.h"
+#include "state/PackageContext.h"
 
 class ServiceState {
   public:
@@ -71,6 +72,7 @@ class ServiceState {
     std::atomic<uint32_t> m_vorkVersion{0};  // uVORKVersion of the last answer: 21 is 2.1
     std::atomic<uint8_t> m_bNetworkUpdatesEnabled{1};
     uint16_t dashPort = 664;
+    PackageContext m_packageContext;
     std::atomic<uint32_t> m_bootMode{0};  // 0 regular, 1 safe boot, 2 safe boot with networking
 
   protected:
