@@ -299,7 +299,8 @@ TEST_F(ReadLoop, ReadsThatNeverComeBackKeepTheirBuffers) {
     PassSleepOf(std::chrono::milliseconds(500));
     JoinLoop();
     EXPECT_EQ(Messages().back(), "ReadFromMailBoxDriverThread: Exiting Thread Handler");
-    EXPECT_GT(HeapBytes() + kMailboxBufferSize, held);
+    // The buffer of the harmless message may go; small allocations come and go all the time.
+    EXPECT_GT(HeapBytes() + 2 * kMailboxBufferSize, held);
 }
 
 TEST_F(ReadLoop, ReadsThatHaveComeBackKeepNoBuffers) {
