@@ -35,6 +35,8 @@ TEST(WideText, HalfAPairIsNoCharacter) {
     EXPECT_EQ(ToUtf8(lonely, 100), "\xEF\xBF\xBDx\xEF\xBF\xBD");
     const char16_t last[] = {u'x', 0xD83D, 0};
     EXPECT_EQ(ToUtf8(last, 100), "x\xEF\xBF\xBD");
+    const char16_t ends[] = {0xDFFF, 0xE000, 0xD7FF, 0};
+    EXPECT_EQ(ToUtf8(ends, 100), "\xEF\xBF\xBD\xEE\x80\x80\xED\x9F\xBF");
 }
 
 TEST(WideText, FillsAFieldToItsEnd) {

@@ -208,6 +208,17 @@ TEST_F(InventoryRecord, EachComparedFieldMakesAChangeWithItsLine) {
     }
 }
 
+TEST_F(InventoryRecord, TheLossOfTheLastInterfaceIsLoggedOnce) {
+    MultiNwInfo record{};
+    record.Count = 1;
+    service->m_networkStateStore.Store(record);
+    record.Count = 0;
+    for (int scan = 0; scan < 2; ++scan) {
+        EXPECT_TRUE(service->m_networkStateStore.HasChanged(record));
+        EXPECT_EQ(LogCount("The system has disconnected from the network (connected -> disconnected)"), 1u);
+    }
+}
+
 TEST_F(InventoryRecord, NoOtherFieldMakesAChange) {
     MultiNwInfo record;
     service->m_networkInventory.FillMultiNwInfo(record);
