@@ -58,6 +58,7 @@ TEST_F(KvmListener, TriesEveryFiveSecondsForAPortThatIsTaken) {
     EXPECT_EQ(LogCount("Create SSH socket"), 1u);
     Advance(1ms);
     AwaitLog(kSleepAndRetry, 2);
+    EXPECT_EQ(LogCount(kAccepting), 0u);
 
     taken.reset();
     PassSleepOf(5s);
