@@ -7,6 +7,7 @@
 #include "service/CommandDispatch.h"
 #include "tests/support/RefusedMemory.h"
 #include "tests/support/ServiceFixture.h"
+#include "winhost/core/HandleTable.h"
 #include "tests/support/ThrowAt.h"
 #include "winhost/io/MailboxDevice.h"
 
@@ -147,9 +148,11 @@ TEST_F(ReadLoop, WithoutACompletionPortItEndsAndClosesItsHandle) {
 TEST_F(ReadLoop, AFirstReadThatFailsEndsItAndTheOthers) {
     ExpectError("ReadFile call-1 - Asynchronous Read command failed with error: 1450");
     Gate().FailNth("ReadFile", 4, ERROR_NO_SYSTEM_RESOURCES);
+    const size_t handles = winhost::HandleTable::Instance().Size();
     StartLoop();
     JoinLoop();
     ExpectClosedInOrder("ReadFile call-1 - Asynchronous Read command failed with error: 1450");
+    EXPECT_EQ(winhost::HandleTable::Instance().Size(), handles);
 }
 
 TEST_F(ReadLoop, AFirstReadThatCompletesAtOnceEndsIt) {
