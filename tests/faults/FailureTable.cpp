@@ -135,6 +135,7 @@ std::vector<FailureEntry> MakeTable() {
         {"ConnectNamedPipe", {kNoData, kNotEnoughMemory}, "tried again; the last of many failures is told"},
         {"DisconnectNamedPipe", {kPipeNotConnected}, "not examined: the work is done"},
         {"SetNamedPipeHandleState", {kInvalidParameter}},
+        {"FlushFileBuffers", {kAccessDenied}, "not examined: the work is done"},
         {"InitializeSecurityDescriptor", {kInvalidParameter}},
         {"SetSecurityDescriptorDacl", {kInvalidParameter}},
 
@@ -151,6 +152,14 @@ std::vector<FailureEntry> MakeTable() {
          Unstoppable},
         {"RegisterServiceCtrlHandlerExA", {kServiceNotInExe, kNotEnoughMemory}, nullptr, Unstoppable},
         {"SetServiceStatus", {kInvalidHandle}, "not examined: the next report may arrive", Unstoppable},
+        {"OpenSCManagerA", {kAccessDenied, kRpcServerUnavailable}},
+        {"OpenServiceA", {kAccessDenied}},
+        {"QueryServiceConfigA", {kInsufficientBuffer}, "the start type of the driver stays as it is"},
+        {"ChangeServiceConfigA", {kAccessDenied}},
+        {"StartServiceA", {kAccessDenied, kPathNotFound}},
+        {"QueryServiceStatus", {kInvalidHandle}, "the state that the stop has returned counts"},
+        {"ControlService", {kAccessDenied}},
+        {"CloseServiceHandle", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
         {"RegisterEventSourceA", {kRpcServerUnavailable, kAccessDenied}},
         {"ReportEventA", {kEventlogFull, kRpcServerUnavailable}},
         {"DeregisterEventSource", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
@@ -254,6 +263,7 @@ std::vector<FailureEntry> MakeTable() {
         {"AdjustTokenPrivileges", {kAccessDenied}},
         {"CreateEnvironmentBlock", {kNoTokenInformation, kAccessDenied}},
         {"DestroyEnvironmentBlock", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+        {"CreateProcessA", {kFileNotFound, kAccessDenied, kNotEnoughMemory}},
         {"CreateProcessAsUserA", {kFileNotFound, kPipeNotConnected, kPrivilegeNotHeld}},
 
         // ---- power ----

@@ -57,6 +57,8 @@ std::vector<Command> JournalCommands() {
         {"power-actions", "the shutdowns, reboots, hibernations and sleeps that were asked for",
          List<PowerAction>},
         {"launches", "the programs that were started in a session", List<ProcessLaunch>},
+        {"service-actions", "the starts, stops and start types of described services that were asked for",
+         List<ServiceAction>},
         {"debug-texts", "the texts for a debugger", List<DebugText>},
     };
 }

@@ -53,6 +53,20 @@ typedef struct _PROCESS_INFORMATION {
     DWORD dwThreadId;
 } PROCESS_INFORMATION, *LPPROCESS_INFORMATION;
 
+// Starts a program as CreateProcessAsUserA does (winbase.h), in the caller's own session and with the PC's
+// environment. The program is the application, a whole path; without one, what the command line begins with:
+// a path in quotes, or as Windows finds it, the shortest part of the line up to a blank, or the whole line,
+// that names a file, with ".exe" added where it has no ending. The program gets the command line, or without
+// one the application as its only item.
+//
+// Flags, an environment, a current folder, inherited handles and STARTF_USESTDHANDLES fail with
+// ERROR_NOT_SUPPORTED. The other errors are ERROR_INVALID_PARAMETER (neither application nor command line),
+// ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED (a folder) and ERROR_BAD_EXE_FORMAT.
+BOOL CreateProcessA(LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIBUTES processAttributes,
+                    LPSECURITY_ATTRIBUTES threadAttributes, BOOL inheritHandles, DWORD creationFlags,
+                    LPVOID environment, LPCSTR currentDirectory, LPSTARTUPINFOA startupInfo,
+                    LPPROCESS_INFORMATION processInformation);
+
 // A process of this PC, as CreateToolhelp32Snapshot lists them. Id 0 and those of no process fail with
 // ERROR_INVALID_PARAMETER. Any access is granted, and each later call looks whether what it needs is in it;
 // generic rights fail with ERROR_NOT_SUPPORTED. The handle is signalled when the process has ended. It costs

@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 
+#include <cctype>
 #include <regex>
 #include <set>
 
@@ -20,6 +21,8 @@ constexpr size_t kLongestWlanText = 255;
 constexpr uint32_t kHighestWlanState = 7;
 constexpr uint32_t kLargestScreen = 32767;
 constexpr size_t kLongestProcessName = 259;
+constexpr size_t kLongestServiceName = 256;
+constexpr uint32_t kHighestStartType = 4, kHighestServiceState = 7;
 constexpr uint32_t kAllBits = 0xFFFF;
 constexpr int32_t kLargestBias = 14 * 60;
 constexpr int32_t kLargestDaylightBias = 2 * 60;
@@ -130,6 +133,25 @@ void CheckSessions(const PcDescription& pc) {
     }
 }
 
+void CheckServices(const PcDescription& pc) {
+    std::set<std::string> names;
+    for (size_t i = 0; i < pc.services.size(); ++i) {
+        const DescribedService& service = pc.services[i];
+        const std::string place = "services[" + std::to_string(i) + "]";
+        Require(!service.name.empty(), place + ".name", "a service has a name");
+        Require(service.name.size() <= kLongestServiceName, place + ".name", "too long");
+        Require(service.name.find_first_of("/\\") == std::string::npos, place + ".name",
+                "a service's name has no separator");
+        std::string folded = service.name;
+        for (char& c : folded)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        Require(names.insert(folded).second, place + ".name", "another service has it");
+        Require(service.startType <= kHighestStartType, place + ".startType", "expected 0 to 4");
+        Require(service.state >= 1 && service.state <= kHighestServiceState, place + ".state",
+                "expected 1 to 7");
+    }
+}
+
 void CheckGraphicsAdapter(const GraphicsAdapter& adapter, const std::string& place) {
     Require(adapter.description.size() <= kLongestGraphicsText, place + ".description", "too long");
     Require(adapter.luid != 0, place + ".luid", "0 is none");
@@ -185,6 +207,7 @@ void CheckDescription(const PcDescription& pc) {
     CheckKeys(pc.registryNumbers, "registryNumbers.");
     CheckSystem(pc);
     CheckSessions(pc);
+    CheckServices(pc);
     CheckGraphics(pc);
     if (pc.adapters) CheckAdapters(*pc.adapters);
     for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {

@@ -71,6 +71,19 @@ void VisitFields(Visitor& visit, P& process) {
     visit("session", process.session);
 }
 
+template <class Visitor, Either<DescribedService> S>
+void VisitFields(Visitor& visit, S& service) {
+    visit("name", service.name);
+    visit("type", service.type);
+    visit("startType", service.startType);
+    visit("state", service.state);
+    visit("stopMs", service.stopMs);
+    visit("openError", service.openError);
+    visit("startError", service.startError);
+    visit("stopError", service.stopError);
+    visit("changeError", service.changeError);
+}
+
 template <class Visitor, Either<Screen> S>
 void VisitFields(Visitor& visit, S& screen) {
     visit("width", screen.width);
@@ -148,6 +161,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("softwareDirect3d", pc.softwareDirect3d);
     visit("timerPeriod", pc.timerPeriod);
     visit("processes", pc.processes);
+    visit("services", pc.services);
     visit("clockRate", pc.clockRate);
     visit("cleanBoot", pc.cleanBoot);
     visit("startedByScm", pc.startedByScm);

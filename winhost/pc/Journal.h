@@ -83,6 +83,18 @@ struct DebugText {
     }
 };
 
+// A change of a described service.
+struct ServiceAction {
+    std::string service;
+    std::string action;  // "start", "stop", "stopped", or "start type 3"
+
+    template <class Visitor>
+    void Visit(Visitor visit) const {
+        visit("service", service);
+        visit("action", action);
+    }
+};
+
 // An argument that changes nothing on this PC, as it was given to the call.
 struct CallArgument {
     std::string call, name;
@@ -124,7 +136,8 @@ class Journal {
   private:
     mutable std::mutex m_mutex;
     std::tuple<std::deque<ServiceReport>, std::deque<EventLogEntry>, std::deque<PowerAction>,
-               std::deque<ProcessLaunch>, std::deque<DebugText>, std::deque<CallArgument>>
+               std::deque<ProcessLaunch>, std::deque<DebugText>, std::deque<CallArgument>,
+               std::deque<ServiceAction>>
         m_records;
 };
 

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "winhost/pc/DescribedService.h"
 #include "winhost/pc/GraphicsAdapter.h"
 #include "winhost/pc/Journal.h"
 
@@ -121,6 +122,7 @@ struct PcDescription {
     // Whether D3D11CreateDevice makes a software device without a library for it.
     bool softwareDirect3d = false;
     uint32_t timerPeriod = 1;  // the lowest that timeBeginPeriod takes, in milliseconds
+    std::vector<DescribedService> services;
     std::vector<DescribedProcess> processes = {{"System", 4, 0},
                                                {"services.exe", kFirstDescribedPid, 0},
                                                {"winlogon.exe", kFirstDescribedPid + 4, 1}};

@@ -38,7 +38,9 @@ DWORD Check(DWORD openMode, DWORD pipeMode, DWORD maxInstances, DWORD outBufferS
     const bool inherits = attributes && attributes->bInheritHandle;
     const bool fits = std::max(outBufferSize, inBufferSize) <= winhost::PipeConnection::kLongestMessage;
     const bool known =
-        openMode == PIPE_ACCESS_DUPLEX && pipeMode == (PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT);
+        (openMode == PIPE_ACCESS_DUPLEX &&
+         pipeMode == (PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT)) ||
+        (openMode == PIPE_ACCESS_INBOUND && pipeMode == (PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT));
     return known && fits && !inherits ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
 }
 
@@ -51,7 +53,12 @@ HANDLE CreateNamedPipeA(LPCSTR name, DWORD openMode, DWORD pipeMode, DWORD maxIn
     DWORD error = name ? Check(openMode, pipeMode, maxInstances, outBufferSize, inBufferSize, attributes)
                        : DWORD{ERROR_PATH_NOT_FOUND};
     if (error == ERROR_SUCCESS) {
-        PipeTerms terms{maxInstances, outBufferSize, inBufferSize, OpensToAll(attributes), {}};
+        PipeTerms terms{maxInstances,
+                        outBufferSize,
+                        inBufferSize,
+                        OpensToAll(attributes),
+                        openMode == PIPE_ACCESS_INBOUND,
+                        {}};
         const std::string user = winhost::Pc::Instance().Description().userName;
         user.copy(terms.user, sizeof terms.user - 1);
         error = PipeServer::Create(name, terms, server);
@@ -72,6 +79,11 @@ BOOL ConnectNamedPipe(HANDLE pipe, LPOVERLAPPED overlapped) {
 BOOL DisconnectNamedPipe(HANDLE pipe) {
     WINHOST_GATE("DisconnectNamedPipe", FALSE);
     return Ask<PipeServer>(pipe, [](PipeServer& server) { return server.Disconnect(); });
+}
+
+BOOL FlushFileBuffers(HANDLE file) {
+    WINHOST_GATE("FlushFileBuffers", FALSE);
+    return Ask<PipeEnd>(file, [](PipeEnd& end) { return end.Flush(); });
 }
 
 BOOL SetNamedPipeHandleState(HANDLE pipe, LPDWORD mode, LPDWORD maxCollectionCount,

@@ -10,15 +10,22 @@ DWORD OpenPipe(const std::string& name, DWORD access, std::shared_ptr<FileObject
 
 class PipeClient : public PipeEnd {
   public:
-    explicit PipeClient(std::unique_ptr<PipeConnection> connection) { m_connection = std::move(connection); }
+    PipeClient(std::unique_ptr<PipeConnection> connection, bool onlyWrites) : m_onlyWrites(onlyWrites) {
+        m_connection = std::move(connection);
+    }
     using PipeEnd::IsUsable;
 
     DWORD SetReadMode(DWORD mode) override;
 
   private:
     DWORD NeedConnection() override { return ERROR_SUCCESS; }
-    bool ReadsMessages() const override { return m_readsMessages; }
+    Reading Reads() const override {
+        if (m_onlyWrites) return Reading::Denied;
+        return m_readsMessages ? Reading::Messages : Reading::NotYet;
+    }
+    bool Writes() const override { return true; }
 
+    const bool m_onlyWrites;
     bool m_readsMessages = false;
 };
 

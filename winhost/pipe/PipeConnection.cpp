@@ -112,6 +112,38 @@ DWORD PipeConnection::Read(void* buffer, DWORD size, DWORD& bytes, const Interru
     return whole ? kSuccess : static_cast<DWORD>(ERROR_MORE_DATA);
 }
 
+void PipeConnection::DropEmptyMessages() {
+    while (!m_messages.empty() && m_messages.front().empty()) {
+        m_messages.pop_front();
+        Report(0, true);
+    }
+}
+
+DWORD PipeConnection::ReadBytes(void* buffer, DWORD size, DWORD& bytes, const Interrupt& interrupt) {
+    for (Receive(), DropEmptyMessages(); m_messages.empty(); Receive(), DropEmptyMessages()) {
+        if (m_end != kSuccess) return m_end;
+        if (const DWORD error = AwaitInput(m_socket.Get(), interrupt)) return error;
+    }
+    while (bytes < size && !m_messages.empty()) {
+        std::string& message = m_messages.front();
+        const size_t taken = std::min<size_t>(size - bytes, message.size());
+        std::memcpy(static_cast<char*>(buffer) + bytes, message.data(), taken);
+        bytes += static_cast<DWORD>(taken);
+        message.erase(0, taken);
+        Report(static_cast<uint32_t>(taken), message.empty());
+        if (message.empty()) m_messages.pop_front();
+    }
+    return kSuccess;
+}
+
+DWORD PipeConnection::AwaitRead(const Interrupt& interrupt) {
+    for (Receive(); m_unread.messages != 0; Receive()) {
+        if (m_end != kSuccess) return m_end;
+        if (const DWORD error = AwaitInput(m_socket.Get(), interrupt)) return error;
+    }
+    return kSuccess;
+}
+
 // A peer that takes nothing from its socket waits for no progress, and gets it with that of a later read.
 void PipeConnection::Report(uint32_t bytes, bool wholeMessage) {
     m_unreported.bytes += bytes;

@@ -29,6 +29,10 @@ class PipeConnection {
     // One message, or as much as fits, and the rest next time (ERROR_MORE_DATA). ERROR_BROKEN_PIPE when the
     // peer has closed its end and all is read; ERROR_PIPE_NOT_CONNECTED when it has disconnected.
     DWORD Read(void* buffer, DWORD size, DWORD& bytes, const Interrupt& interrupt);
+    // The same, without regard to where messages end: what has come, up to `size` bytes, but at least one.
+    DWORD ReadBytes(void* buffer, DWORD size, DWORD& bytes, const Interrupt& interrupt);
+    // Waits until the peer has read all that was written here. The errors are those of Read.
+    DWORD AwaitRead(const Interrupt& interrupt);
     // ERROR_NO_DATA when the peer has closed its end, ERROR_BROKEN_PIPE when it does so meanwhile;
     // ERROR_NOT_SUPPORTED for a message that is longer than the longest.
     DWORD Write(const void* data, DWORD size, DWORD& bytes, const Interrupt& interrupt);
@@ -47,6 +51,7 @@ class PipeConnection {
     bool Send(Kind kind, const void* data, size_t size);
     bool HasRoom() const;
     void Report(uint32_t bytes, bool wholeMessage);
+    void DropEmptyMessages();
 
     const testbed::Descriptor m_socket;
     const DWORD m_room;

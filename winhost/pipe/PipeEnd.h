@@ -14,6 +14,8 @@ class PipeEnd : public SynchronousFile {
   public:
     DWORD Read(void* buffer, DWORD size, DWORD& bytes) override;
     DWORD Write(const void* data, DWORD size, DWORD& bytes) override;
+    // FlushFileBuffers: waits until the peer has read all.
+    DWORD Flush();
     // PIPE_READMODE_*.
     virtual DWORD SetReadMode(DWORD mode) = 0;
     bool Cancel(const OVERLAPPED* overlapped) override;
@@ -29,7 +31,10 @@ class PipeEnd : public SynchronousFile {
 
     // Called within a request: sees to it that there is a connection.
     virtual DWORD NeedConnection() = 0;
-    virtual bool ReadsMessages() const = 0;
+    // What the handle is for. A client that has not set its read mode reads nothing here.
+    enum class Reading { Messages, Bytes, NotYet, Denied };
+    virtual Reading Reads() const = 0;
+    virtual bool Writes() const = 0;
     virtual void Release() { m_connection.reset(); }
 
     // Of the request under way, below.

@@ -56,6 +56,12 @@ bool MayOpen(const PipeTerms& terms, const std::string& user) {
     return terms.opensToAll || user == terms.user || strcasecmp(user.c_str(), "SYSTEM") == 0;
 }
 
+// The server of an inbound pipe only reads, so that its client only writes.
+DWORD CheckAccess(const PipeTerms& terms, DWORD access) {
+    if (!terms.inbound) return access == (GENERIC_READ | GENERIC_WRITE) ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
+    return access & GENERIC_READ ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+}
+
 constexpr int kSocketType = SOCK_SEQPACKET | SOCK_NONBLOCK;
 
 }  // namespace
@@ -136,11 +142,13 @@ void PipeFolder::StopListening(uint32_t number) {
     unlinkat(m_folder.Get(), SocketFile(number).c_str(), 0);
 }
 
-DWORD PipeFolder::Claim(const std::string& user, PipeTerms& terms, testbed::Descriptor& connection) {
+DWORD PipeFolder::Claim(const std::string& user, DWORD access, PipeTerms& terms,
+                        testbed::Descriptor& connection) {
     const Lock lock(*this);
     const auto instances = Instances();
     if (instances.empty()) return ERROR_FILE_NOT_FOUND;
     if (!MayOpen(instances.front().terms, user)) return ERROR_ACCESS_DENIED;
+    if (const DWORD error = CheckAccess(instances.front().terms, access)) return error;
     for (const Instance& instance : instances) {
         if (!Listens(instance.number)) continue;
         connection = testbed::ConnectUnix(SocketPath(instance.number), kSocketType);

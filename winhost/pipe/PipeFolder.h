@@ -20,7 +20,8 @@ struct PipeTerms {
     uint32_t maxInstances;
     uint32_t outBuffer, inBuffer;  // bytes
     uint32_t opensToAll;
-    char user[260];  // the server's
+    uint32_t inbound;  // a pipe of bytes from the client alone; else of messages both ways
+    char user[260];    // the server's
 };
 
 class PipeFolder {
@@ -40,8 +41,9 @@ class PipeFolder {
     void StopListening(uint32_t number);
 
     // A connection to an instance that listened until now: ERROR_FILE_NOT_FOUND without instances,
-    // ERROR_ACCESS_DENIED when the pipe is not open to `user`, ERROR_PIPE_BUSY when none listens.
-    DWORD Claim(const std::string& user, PipeTerms& terms, testbed::Descriptor& connection);
+    // ERROR_ACCESS_DENIED when the pipe is not open to `user`, or not for this access, ERROR_PIPE_BUSY when
+    // none listens.
+    DWORD Claim(const std::string& user, DWORD access, PipeTerms& terms, testbed::Descriptor& connection);
 
   private:
     class Lock;

@@ -50,7 +50,7 @@ DWORD PipeServer::Disconnect() {
 }
 
 DWORD PipeServer::SetReadMode(DWORD mode) {
-    return mode == PIPE_READMODE_MESSAGE ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
+    return mode == PIPE_READMODE_MESSAGE && !m_terms.inbound ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
 }
 
 DWORD PipeServer::NeedConnection() {

@@ -14,13 +14,14 @@ class PipeServer : public PipeEnd {
     // ConnectNamedPipe and DisconnectNamedPipe.
     DWORD Connect();
     DWORD Disconnect();
-    // It reads messages from the start.
+    // It reads messages, or bytes, from the start.
     DWORD SetReadMode(DWORD mode) override;
 
   private:
     explicit PipeServer(const PipeTerms& terms) : m_terms(terms) {}
     DWORD NeedConnection() override;
-    bool ReadsMessages() const override { return true; }
+    Reading Reads() const override { return m_terms.inbound ? Reading::Bytes : Reading::Messages; }
+    bool Writes() const override { return !m_terms.inbound; }
     void Release() override;
 
     // All within a request. AcceptClient waits for a client.

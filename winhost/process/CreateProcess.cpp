@@ -1,4 +1,4 @@
-// Starting programs in the PC's sessions.
+// Starting programs, in the caller's session and in others.
 #include <unistd.h>
 
 #include <filesystem>
@@ -39,6 +39,26 @@ std::optional<std::string> ProgramOf(const std::string& commandLine) {
     const size_t name = program.find_last_of('\\') + 1;
     if (name == 0 || program.find('.', name) == std::string::npos) return std::nullopt;
     return program;
+}
+
+// Where the file lies.
+std::string FileOf(const std::string& program) {
+    return fs::absolute(Pc::Instance().HostPath(program)).string();
+}
+
+// The program of a command line that doesn't begin with a quote: the first file that a part of it up to a
+// blank names. Without any, the first such part, for the error.
+std::string SearchProgram(const std::string& commandLine) {
+    std::string first;
+    for (size_t end = 0; end != std::string::npos;) {
+        end = commandLine.find(' ', end + 1);
+        std::string program = commandLine.substr(0, end);
+        if (program.find('.', program.find_last_of('\\') + 1) == std::string::npos) program += ".exe";
+        std::error_code ignored;
+        if (fs::is_regular_file(FileOf(program), ignored)) return program;
+        if (first.empty()) first = program;
+    }
+    return first;
 }
 
 std::vector<std::string> VariablesOf(const WCHAR* block) {
@@ -86,7 +106,54 @@ BOOL GiveHandles(const winhost::ProcessEntry& entry, PROCESS_INFORMATION& inform
     return Fail(ERROR_NO_SYSTEM_RESOURCES);
 }
 
+struct Launch {
+    std::string program, commandLine;  // the Windows path, and what the program gets
+    std::vector<std::string> variables;
+    DWORD session = 0, flags = 0;
+    bool withEnvironment = false;
+};
+
+BOOL Start(const Launch& launch, const STARTUPINFOA& startup, PROCESS_INFORMATION& information) {
+    winhost::SpawnRequest request;
+    request.program = FileOf(launch.program);
+    request.arguments = winhost::SplitArguments(launch.commandLine);
+    request.environment =
+        Marked(launch.variables, {winhost::RootMark(Pc::Instance().Description()), launch.session,
+                                  launch.program, Pc::Instance().DescriptionFile()});
+    winhost::ProcessEntry entry;
+    entry.name = launch.program.substr(launch.program.find_last_of('\\') + 1);
+    entry.session = launch.session;
+    if (const DWORD error = winhost::Spawn(request, entry)) return Fail(error);
+    Pc::Instance().Record(winhost::ProcessLaunch{launch.commandLine,
+                                                 startup.lpDesktop ? startup.lpDesktop : "", launch.session,
+                                                 launch.flags, launch.withEnvironment, entry.id});
+    return GiveHandles(entry, information);
+}
+
 }  // namespace
+
+BOOL CreateProcessA(LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES,
+                    BOOL inheritHandles, DWORD flags, LPVOID environment, LPCSTR currentDirectory,
+                    LPSTARTUPINFOA startup, LPPROCESS_INFORMATION information) {
+    WINHOST_GATE("CreateProcessA", FALSE);
+    if ((!applicationName && !commandLine) || !startup || !information) return Fail(ERROR_INVALID_PARAMETER);
+    if (inheritHandles || flags || environment || currentDirectory || startup->dwFlags & STARTF_USESTDHANDLES)
+        return Fail(ERROR_NOT_SUPPORTED);
+    Launch launch;
+    launch.commandLine = commandLine ? commandLine : "\"" + std::string(applicationName) + "\"";
+    if (applicationName) {
+        launch.program = applicationName;
+    } else if (launch.commandLine.starts_with('"')) {
+        launch.program = ProgramOf(launch.commandLine).value_or("");
+    } else {
+        launch.program = SearchProgram(launch.commandLine);
+    }
+    // A name without a folder would be searched for in many places.
+    if (launch.program.find('\\') == std::string::npos) return Fail(ERROR_NOT_SUPPORTED);
+    launch.variables = winhost::PcEnvironment();
+    launch.session = winhost::OwnSession();
+    return Start(launch, *startup, *information);
+}
 
 BOOL CreateProcessAsUserA(HANDLE handle, LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIBUTES,
                           LPSECURITY_ATTRIBUTES, BOOL inheritHandles, DWORD flags, LPVOID environment,
@@ -100,17 +167,7 @@ BOOL CreateProcessAsUserA(HANDLE handle, LPCSTR applicationName, LPSTR commandLi
     const auto token = HandleTable::Instance().Find<winhost::Token>(handle);
     if (const DWORD error = CheckToken(token.get())) return Fail(error);
 
-    winhost::SpawnRequest request;
-    request.program = fs::absolute(Pc::Instance().HostPath(*program)).string();
-    request.arguments = winhost::SplitArguments(commandLine);
-    request.environment = Marked(VariablesOf(static_cast<const WCHAR*>(environment)),
-                                 {winhost::RootMark(Pc::Instance().Description()), token->Session(), *program,
-                                  Pc::Instance().DescriptionFile()});
-    winhost::ProcessEntry entry;
-    entry.name = program->substr(program->find_last_of('\\') + 1);
-    entry.session = token->Session();
-    if (const DWORD error = winhost::Spawn(request, entry)) return Fail(error);
-    Pc::Instance().Record(winhost::ProcessLaunch{commandLine, startup->lpDesktop ? startup->lpDesktop : "",
-                                                 token->Session(), flags, environment != nullptr, entry.id});
-    return GiveHandles(entry, *information);
+    return Start({*program, commandLine, VariablesOf(static_cast<const WCHAR*>(environment)),
+                  token->Session(), flags, environment != nullptr},
+                 *startup, *information);
 }
