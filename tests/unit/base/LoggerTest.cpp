@@ -132,10 +132,10 @@ TEST_F(Logger, ALineOfExactlyTheLimitIsNotCut) {
 }
 
 TEST_F(Logger, LineBreaksInAMessageAreRemoved) {
-    logger.LogInfo("ZELService", "\r\none\r\ntwo\n\nthree\r");
+    logger.LogInfo("ZELService", "\r\none\r\ntwo\n\nthree\nfour\r");
     const auto lines = Lines();
     ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].message, "onetwothree");
+    EXPECT_EQ(lines[0].message, "onetwothreefour");
 }
 
 TEST_F(Logger, EveryLineIsOnDiskWhenItsCallReturns) {

@@ -162,11 +162,13 @@ TEST_F(KvmAgent, IsSeenToRunUntilItHasEnded) {
     const size_t before = OpenHandles();
     EXPECT_TRUE(KVMAgent::IsProcessRunning(id));
     EXPECT_EQ(OpenHandles(), before);
+    EXPECT_TRUE(KVMAgent::IsKVMAgentRunning());
 
     ExpectError("IsProcessRunning: OpenProcess failed with error: 87");
     killProcessByName(kAgent);
     ASSERT_TRUE(AwaitAgents(0));
     EXPECT_FALSE(KVMAgent::IsProcessRunning(id));
+    EXPECT_FALSE(KVMAgent::IsKVMAgentRunning());
     EXPECT_TRUE(HasLine("ERROR", "IsProcessRunning: OpenProcess failed with error: 87"));
 }
 
