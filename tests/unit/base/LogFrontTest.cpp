@@ -39,6 +39,12 @@ TEST_F(LogFront, LongTextsAreCut) {
     EXPECT_EQ(Log().back().level, "WARN");
 }
 
+TEST_F(LogFront, AnEmptyTextIsALine) {
+    LogInfo("before");
+    LogInfo("%s", "");
+    EXPECT_EQ(Last(), "");
+}
+
 TEST_F(LogFront, DebugAndTraceNeverReachTheFile) {
     const size_t lines = Log().size();
     LogDebug("%s", "a");

@@ -25,6 +25,12 @@ TEST(WideText, BecomesUtf8WhateverTheSizeOfItsUnits) {
     EXPECT_EQ(ToUtf8(u"a\u00E9\u20AC\U0001F5A5", 100), "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x96\xA5");
 }
 
+TEST(WideText, HasAsManyBytesAsACharacterNeeds) {
+    EXPECT_EQ(ToUtf8(u"\u007F\u0080", 100), "\x7F\xC2\x80");
+    EXPECT_EQ(ToUtf8(u"\u07FF\u0800", 100), "\xDF\xBF\xE0\xA0\x80");
+    EXPECT_EQ(ToUtf8(u"\uFFFF\U00010000", 100), "\xEF\xBF\xBF\xF0\x90\x80\x80");
+}
+
 TEST(WideText, IsCutToWholeCharacters) {
     EXPECT_EQ(ToUtf8(u"ab\u20AC", 4), "ab");
     EXPECT_EQ(ToUtf8(u"ab\u20AC", 5), "ab\xE2\x82\xAC");
