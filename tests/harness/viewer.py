@@ -4,7 +4,7 @@ import importlib.util
 import pathlib
 import shutil
 
-from .desktop import Desktop
+from .desktop import Desktop, psnr
 from .processes import Process
 from .waiting import eventually
 
@@ -66,6 +66,13 @@ class DesktopViewer:
         """What it shows at this moment, as a PIL image."""
         assert self._program.running(), f"the viewer ended: {self._program.output()}"
         return self._console.picture()
+
+    def await_picture(self, painted, least):
+        """Waits until it shows the painted picture, of which at least so many dB are left, and returns what it shows."""
+        def look():
+            picture = self.picture()
+            return picture if psnr(picture, painted) >= least else None
+        return eventually(look, f"a picture of at least {least} dB in the viewer")
 
     def type(self, text):
         self._console.type(text)

@@ -21,12 +21,15 @@ def windows_folder():
     return pathlib.Path(os.environ.get("ZEL_WINDOWS_BUILD", REPOSITORY / "build" / "windows"))
 
 
+# What the service captures the screen with.
+MEDIA_RUNTIME = ("luxrt64.dll", "luxcapture.exe")
+
+
 class WineHost(Host):
     """A PC on which driver and service are installed. `mailbox` is the TCP address of mpmsim, "127.0.0.1:port". What
     NativeHost offers means the same here."""
 
     name = "windows"
-    captures_screen = False
     dash_address = ("127.0.0.1", 664)
     kvm_address = ("127.0.0.1", 22)
 
@@ -44,6 +47,18 @@ class WineHost(Host):
         self._process = None
         self._logon = None
         self._consent_clients = 0
+        self._desktop = None
+
+    @property
+    def captures_screen(self):
+        """Whether the service can capture a Desktop (use_desktop): the media runtime is built."""
+        return all((windows_folder() / name).exists() for name in MEDIA_RUNTIME)
+
+    def use_desktop(self, desktop):
+        """The screen of this PC is a Desktop, and the service captures it with the software runtime. Before the boot, because
+        Wine passes its first program's DISPLAY on to all others."""
+        self.session.environment["DISPLAY"] = desktop.display
+        self._desktop = desktop
 
     @property
     def entry(self):
@@ -59,7 +74,7 @@ class WineHost(Host):
         enter_namespace()
         copy_prefix(prepare(), self.prefix)
         self._install(windows_folder() / "mpmbox.sys", "windows/system32/drivers/mpmbox.sys")
-        for name in ("ZELService.exe", "ZELKVMApp.exe"):
+        for name in ("ZELService.exe", "ZELKVMApp.exe", *(MEDIA_RUNTIME if self._desktop else ())):
             self._install(windows_folder() / name, f"Program Files/Tarvix/bin/{name}")
         self.session.boot()
         self._services = self._line_program("servicectl")
@@ -158,6 +173,9 @@ class WineHost(Host):
         self.boot()
         self._logon = self._line_program("winlogon")
         assert self._logon.ask("session") == {"error": 0, "session": 1}
+        if self._desktop:
+            width, height = self._desktop.size
+            assert self._logon.ask("desktop") == {"error": 0, "width": width, "height": height}
 
     def log_off(self):
         if self._logon:

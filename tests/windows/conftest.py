@@ -26,7 +26,7 @@ class Stage:
 
     def use_firmware(self, **settings):
         """Another firmware than usual; it isn't started yet."""
-        self.firmware = Firmware(self.workdir, listen=MAILBOX, **settings)
+        self.firmware = Firmware(self.workdir, listen=f"tcp:{self.host.mailbox}", **settings)
 
     def start_firmware(self):
         self.firmware.start()

@@ -42,6 +42,11 @@ std::wstring NameOf(HDESK desktop) {
 
 }  // namespace
 
+// A thread that is on the input desktop already is not attached to it again: Wine refuses that to a program
+// that a service has started.
+GdiScreen::GdiScreen(int64_t monitor)
+    : m_monitor(monitor), m_desktopName(NameOf(GetThreadDesktop(GetCurrentThreadId()))) {}
+
 GdiScreen::~GdiScreen() {
     Close();
 }

@@ -14,7 +14,7 @@ namespace luxrt {
 class GdiScreen {
   public:
     // `monitor` counts as EnumDisplayMonitors does. When there is no such monitor, it is the whole desktop.
-    explicit GdiScreen(int64_t monitor) : m_monitor(monitor) {}
+    explicit GdiScreen(int64_t monitor);
     GdiScreen(const GdiScreen&) = delete;
     GdiScreen& operator=(const GdiScreen&) = delete;
     ~GdiScreen();
@@ -32,6 +32,7 @@ class GdiScreen {
     void Close();
 
     int64_t m_monitor;
+    // Null while the thread is on the desktop that it was started on.
     HDESK m_desktop = nullptr;
     std::wstring m_desktopName;
     RECT m_area{};

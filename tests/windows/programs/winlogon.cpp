@@ -2,6 +2,7 @@
 // open.
 //
 //     session     the session that it is in
+//     desktop     the size of the session's screen, which Wine connects to the X server for its first window
 #include "tests/windows/programs/LineServer.h"
 
 namespace {
@@ -12,8 +13,16 @@ Answer Session(const Words&) {
     return Answer().Number("error", good ? ERROR_SUCCESS : GetLastError()).Number("session", session);
 }
 
+Answer Desktop(const Words&) {
+    const BOOL exists = GetDesktopWindow() != nullptr;
+    return Answer()
+        .Number("error", exists ? ERROR_SUCCESS : GetLastError())
+        .Number("width", static_cast<DWORD>(GetSystemMetrics(SM_CXSCREEN)))
+        .Number("height", static_cast<DWORD>(GetSystemMetrics(SM_CYSCREEN)));
+}
+
 }  // namespace
 
 int main() {
-    return ServeLines({{"session", Session}});
+    return ServeLines({{"session", Session}, {"desktop", Desktop}});
 }
