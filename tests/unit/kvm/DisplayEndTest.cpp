@@ -132,7 +132,9 @@ TEST_F(DisplayEnd, TheAgentThreadEndsWithoutAViewer) {
     AgentPeer agent;
     agent.SendConfig();
     AwaitLog(kAwaitsStart);
+    const size_t handles = OpenHandles();
     StopApp();
+    EXPECT_EQ(OpenHandles(), handles - 2) << "those of the event and the pipe";
     EXPECT_EQ(agent.Read(), "");
     ExpectLogInOrder({"LUX_KVM: SetKvmAppEvent posted 2", "LUX_KVM: Waiting for the ZelKvmAppThread to exit",
                       kAppStopped});
