@@ -7,6 +7,7 @@ neighbouring blocks. Each ratio is printed as the median over all rounds, with t
 import argparse
 import contextlib
 import datetime
+import functools
 import os
 import pathlib
 import statistics
@@ -22,6 +23,8 @@ from harness.ports import free_port
 from harness.processes import REPOSITORY, Process
 from harness.waiting import eventually
 
+import screen
+
 BUILD = pathlib.Path(os.environ.get("ZEL_BENCH_BUILD", REPOSITORY / "build" / "bench"))
 # A round trip and bulk in either direction beside socat, log lines beside spdlog, megabytes.
 LIMITS = {"added": 2.5, "bulk": 1.0, "log": 0.8, "memory": 16.0}
@@ -36,6 +39,7 @@ KVM_WINDOW = 16  # blocks of data on their way at once
 LINES = 500  # of a block
 
 
+@functools.cache
 def scheduling():
     """The policy and priority of all that is measured. By the default policy a woken thread interrupts the one that wakes it
     or doesn't, as other programs on the core change the odds, and that alone moves what socat adds by a third. By either of
@@ -49,7 +53,6 @@ def scheduling():
 
 
 CORE = max(os.sched_getaffinity(0))
-SCHEDULING = scheduling()
 
 
 def take_core(pid):
@@ -58,7 +61,7 @@ def take_core(pid):
     for thread in os.listdir(f"/proc/{pid}/task"):
         with contextlib.suppress(ProcessLookupError):  # one that has just ended
             os.sched_setaffinity(int(thread), {CORE})
-            os.sched_setscheduler(int(thread), *SCHEDULING)
+            os.sched_setscheduler(int(thread), *scheduling())
 
 
 def run(*command):
@@ -261,32 +264,42 @@ def network_scans(workdir):
     ], "us")
 
 
+def measure(workdir, rounds):
+    """Everything but the screen. Returns what limits were reached, as a list."""
+    start_to_first_status(workdir)
+    network_scans(workdir)
+    return [
+        log_lines(workdir, 5 * rounds),
+        memory(workdir),
+        latency(workdir, Service, "DASH: 64 bytes there and back", 2 * rounds, PINGS, 0),
+        bulk(workdir, Service, "sink", "DASH: bulk to the firmware", rounds, LIMITS["bulk"], "push"),
+        bulk(workdir, Service, "blocks", "DASH: bulk from the firmware, one block asked for at a time", rounds, 0, "pull", 1),
+        latency(workdir, KvmService, "KVM: 64 bytes there and back", 2 * rounds, PINGS, 0),
+        latency(workdir, KvmService, "KVM: 64 bytes there and back, 5 ms apart", rounds, KEYSTROKES, KEYSTROKE_PAUSE),
+        bulk(workdir, KvmService, "sink", "KVM: bulk to the firmware", rounds, LIMITS["bulk"], "push"),
+        bulk(workdir, KvmService, "blocks", "KVM: bulk from the firmware", rounds, LIMITS["bulk"], "pull", KVM_WINDOW),
+    ]
+
+
+PARTS = {"bytes": measure, "screen": screen.measure}
+
+
 def main():
     parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__.splitlines()[0])
+    parser.add_argument("parts", nargs="*", metavar="bytes|screen", help="what to measure; default: both")
     parser.add_argument("--rounds", type=int, default=100, help="blocks of each peer in each measurement")
     parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
     rounds = options.rounds
     if rounds < 1:
         parser.error("--rounds needs at least 1")
+    if unknown := [part for part in options.parts if part not in PARTS]:
+        parser.error(f"unknown part {', '.join(unknown)}; the parts are {', '.join(PARTS)}")
     if options.check:
         return 0
     with tempfile.TemporaryDirectory(prefix="zel-bench-") as folder:
         workdir = pathlib.Path(folder)
-        start_to_first_status(workdir)
-        network_scans(workdir)
-        reached = [
-            log_lines(workdir, 5 * rounds),
-            memory(workdir),
-            latency(workdir, Service, "DASH: 64 bytes there and back", 2 * rounds, PINGS, 0),
-            bulk(workdir, Service, "sink", "DASH: bulk to the firmware", rounds, LIMITS["bulk"], "push"),
-            bulk(workdir, Service, "blocks", "DASH: bulk from the firmware, one block asked for at a time", rounds, 0,
-                 "pull", 1),
-            latency(workdir, KvmService, "KVM: 64 bytes there and back", 2 * rounds, PINGS, 0),
-            latency(workdir, KvmService, "KVM: 64 bytes there and back, 5 ms apart", rounds, KEYSTROKES, KEYSTROKE_PAUSE),
-            bulk(workdir, KvmService, "sink", "KVM: bulk to the firmware", rounds, LIMITS["bulk"], "push"),
-            bulk(workdir, KvmService, "blocks", "KVM: bulk from the firmware", rounds, LIMITS["bulk"], "pull", KVM_WINDOW),
-        ]
+        reached = [limit for part in options.parts or PARTS for limit in PARTS[part](workdir, rounds)]
     print("\nall limits reached" if all(reached) else "\nsome limits were not reached")
     return 0 if all(reached) else 1
 

@@ -31,7 +31,7 @@ def dev(tmp_path):
 @pytest.mark.parametrize("words, complaint", [
     (("bench", "--rounds", "many"), "invalid int value: 'many'"),
     (("bench", "--rounds", "0"), "--rounds needs at least 1"),
-    (("bench", "quickly"), "unrecognized arguments: quickly"),
+    (("bench", "quickly"), "unknown part quickly; the parts are bytes, screen"),
     (("faults", "kvmm"), "unknown scenario 'kvmm'; there are start, update, dash, kvm, consent, power, suspend, network, stop"),
     (("faults", "kvm", "--quickly"), "unrecognized arguments: --quickly"),
     (("faults", "kvm", "--tsan", "--at"), "argument --at: expected one argument"),
@@ -57,7 +57,7 @@ def test_help_needs_no_build(dev, command):
 
 
 @pytest.mark.parametrize("words", [
-    ("bench",), ("bench", "--rounds", "3"),
+    ("bench",), ("bench", "--rounds", "3"), ("bench", "screen"),
     ("faults",), ("faults", "kvm", "--quick", "stop", "--tsan"), ("faults", "kvm", "--site", "0xb1f62e", "--at=1", "-v", "-j8"),
     ("fuzz", "1", "wsman"), ("soak", "0.5", "--seed", "7"), ("mutants", "kvm", "--sample", "3"),
 ])

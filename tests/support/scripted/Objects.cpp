@@ -195,10 +195,8 @@ class Buffer final : public Object<lux::LUXBuffer> {
     lux::LUX_RESULT GetProperty(const wchar_t*, lux::LUXVariant*) override {
         return lux::LUX_UNKNOWN_PROPERTY;
     }
-    size_t GetSize() override {
-        return m_packet.declaredSize ? m_packet.declaredSize : m_packet.bytes.size();
-    }
-    void* GetNative() override { return m_packet.hasNative ? m_packet.bytes.data() : nullptr; }
+    size_t GetSize() override { return m_packet.declaredSize ? m_packet.declaredSize : Bytes().size(); }
+    void* GetNative() override { return m_packet.hasNative ? const_cast<uint8_t*>(Bytes().data()) : nullptr; }
 
   protected:
     void* Find(const lux::LUXInterfaceId& id) override {
@@ -206,6 +204,8 @@ class Buffer final : public Object<lux::LUXBuffer> {
     }
 
   private:
+    const std::vector<uint8_t>& Bytes() const { return m_packet.lent ? *m_packet.lent : m_packet.bytes; }
+
     Packet m_packet;
 };
 

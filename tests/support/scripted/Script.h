@@ -41,6 +41,8 @@ struct Packet {
     bool hasNative = true;
     bool isBuffer = true;
     size_t declaredSize = 0;  // not 0: what GetSize says
+    // Not null: these bytes in place of those above. They must outlive the packet.
+    const std::vector<uint8_t>* lent = nullptr;
 };
 
 struct TraceLine {
