@@ -44,6 +44,9 @@ constexpr uint32_t kErrnoIo = 5, kErrnoAccess = 13, kErrnoInvalid = 22, kErrnoFi
 
 using enum FailureEntry::Effect;
 
+constexpr const char* kFirstAdapter =
+    "an adapter of which less is known is passed over or used as it is; without any other it is the first";
+
 constexpr const char* kOwned = "succeeds for everybody who owns what he gives it";
 
 std::vector<FailureEntry> MakeTable() {
@@ -62,7 +65,7 @@ std::vector<FailureEntry> MakeTable() {
         // ---- the process and its threads ----
         {"std::thread", {kNotEnoughMemory}},
         {"CreateThread", {kNotEnoughMemory, kAccessDenied}},
-        {"TerminateThread", {kInvalidHandle, kAccessDenied}, "has no effect when it succeeds either"},
+        {"TerminateThread", {kInvalidHandle, kAccessDenied}},
         {"OpenThread", {kInvalidParameter, kAccessDenied}},
         {"GetExitCodeThread", {kInvalidHandle, kAccessDenied}},
         {"CreateEventA", {kNotEnoughMemory, kNoSystemResources}},
@@ -170,24 +173,24 @@ std::vector<FailureEntry> MakeTable() {
         {"RegCloseKey", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
 
         // ---- COM and WMI ----
-        {"CreateDXGIFactory", {kDxgiUnsupported, kComOutOfMemory}},
+        {"CreateDXGIFactory", {kDxgiUnsupported, kComOutOfMemory}, kFirstAdapter},
         {"CreateDXGIFactory1", {kDxgiUnsupported, kComOutOfMemory}},
-        {"CreateDXGIFactory2", {kDxgiUnsupported, kComOutOfMemory}},
+        {"CreateDXGIFactory2", {kDxgiUnsupported, kComOutOfMemory}, "CreateDXGIFactory1 is called instead"},
         {"IDXGIFactory::EnumAdapters", {kDxgiNotFound, kComOutOfMemory}},
-        {"IDXGIAdapter::EnumOutputs", {kDxgiNotFound, kDxgiNotAvailable}},
-        {"IDXGIAdapter::GetDesc", {kComOutOfMemory}},
-        {"IDXGIOutput::GetDesc", {kComOutOfMemory}},
+        {"IDXGIAdapter::EnumOutputs", {kDxgiNotFound, kDxgiNotAvailable}, kFirstAdapter},
+        {"IDXGIAdapter::GetDesc", {kComOutOfMemory}, kFirstAdapter},
+        {"IDXGIOutput::GetDesc", {kComOutOfMemory}, "only the name of the display is not known"},
         {"D3D11CreateDevice", {kDxgiUnsupported, kComOutOfMemory}},
         {"ID3D11Device::QueryInterface", {kComNoInterface}, "the device is used without the protection"},
-        {"D3DKMTOpenAdapterFromLuid", {kStatusUnsuccessful, kStatusNoMemory}},
-        {"D3DKMTCloseAdapter", {kStatusUnsuccessful}},
-        {"D3DKMTCreateDevice", {kStatusUnsuccessful, kStatusNoMemory}},
-        {"D3DKMTDestroyDevice", {kStatusUnsuccessful}},
-        {"D3DKMTCreateContext", {kStatusUnsuccessful, kStatusNoMemory}},
-        {"D3DKMTDestroyContext", {kStatusUnsuccessful}},
-        {"D3DKMTQueryAdapterInfo", {kStatusUnsuccessful, kStatusNoMemory}},
-        {"D3DKMTEscape", {kStatusUnsuccessful, kStatusNoMemory}},
-        {"timeBeginPeriod", {kTimerCannotDo}},
+        {"D3DKMTOpenAdapterFromLuid", {kStatusUnsuccessful, kStatusNoMemory}, kFirstAdapter},
+        {"D3DKMTCloseAdapter", {kStatusUnsuccessful}, kFirstAdapter},
+        {"D3DKMTCreateDevice", {kStatusUnsuccessful, kStatusNoMemory}, kFirstAdapter},
+        {"D3DKMTDestroyDevice", {kStatusUnsuccessful}, kFirstAdapter},
+        {"D3DKMTCreateContext", {kStatusUnsuccessful, kStatusNoMemory}, kFirstAdapter},
+        {"D3DKMTDestroyContext", {kStatusUnsuccessful}, kFirstAdapter},
+        {"D3DKMTQueryAdapterInfo", {kStatusUnsuccessful, kStatusNoMemory}, kFirstAdapter},
+        {"D3DKMTEscape", {kStatusUnsuccessful, kStatusNoMemory}, kFirstAdapter},
+        {"timeBeginPeriod", {kTimerCannotDo}, "tried again with a longer period"},
         {"timeEndPeriod", {kTimerCannotDo}, "not examined: the work is done"},
         {"CoInitializeEx", {kComOutOfMemory, kComChangedMode}},
         {"CoInitializeSecurity", {kComOutOfMemory, kComTooLate}},
@@ -204,8 +207,10 @@ std::vector<FailureEntry> MakeTable() {
         {"IWbemClassObject::Get",
          {kWbemNotFound, kComOutOfMemory},
          "the line that shows the property is missing"},
-        {"SysAllocString", {kOutOfMemory}, "the connection is made without asking for English"},
-        {"SysAllocStringLen", {kOutOfMemory}, "the connection is made without asking for English"},
+        {"SysAllocString",
+         {kOutOfMemory},
+         "without the locale WMI answers in the host's language; a call that gets no text fails itself"},
+        {"SysAllocStringLen", {kOutOfMemory}, "as SysAllocString, which is made of it"},
 
         // ---- Winsock ----
         {"WSAStartup", {kWsaSystemNotReady}, "made before the log is open; later calls tell"},
@@ -279,7 +284,8 @@ struct SilentPlace {
     const char* call;
     const char* place;
     const char* reason;
-    uint32_t error = 0;  // 0: any
+    uint32_t error = 0;              // 0: any
+    const char* scenario = nullptr;  // null: any
 };
 constexpr SilentPlace kSilentPlaces[] = {
     {"CreateEventA", "ZELService::ZELService", "before the log is open"},
@@ -295,16 +301,26 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"GetQueuedCompletionStatus", "MailboxReadLoop::DrainReads", "reads that are left keep their buffers"},
     {"OpenProcessToken", "IsOwnUser", "an owner that is not the system counts as a user"},
     {"OpenProcess", "KVMAgent.cpp", "not examined: the agent stays"},
+    {"IDXGIFactory::EnumAdapters", "DeviceDX11::EnumerateAdapters", kFirstAdapter},
+    {"D3D11CreateDevice", "DeviceDX11.cpp", "tried again with another driver"},
+    {"LoadLibraryW", "CreateFactory", "CreateDXGIFactory1 is called instead"},
+    {"LoadLibraryW", "d3dkmt::Calls", kFirstAdapter},
+    {"GetProcAddress", "_GUID const&", "CreateDXGIFactory1 is called instead"},
+    {"GetProcAddress", "d3dkmt::Calls", kFirstAdapter},
+    {"WriteFile", "MessagePipe::Write", "the line with the bytes that were written shows 0", 0, "display"},
+    {"TerminateThread", "Cleanup.cpp", "gets no handle; the read thread ends with the process"},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again, as when there is nothing", kWsaWouldBlock},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again at once", kWsaIntr},
 };
 
 }  // namespace
 
-bool MayBeSilent(const FailureEntry& entry, uint32_t error, std::string_view place) {
+bool MayBeSilent(const FailureEntry& entry, uint32_t error, std::string_view place,
+                 std::string_view scenario) {
     if (entry.reason) return true;
     for (const SilentPlace& silent : kSilentPlaces) {
         if (silent.call != std::string_view(entry.call) || (silent.error && silent.error != error)) continue;
+        if (silent.scenario && silent.scenario != scenario) continue;
         if (place == kUnknownPlace || place.find(silent.place) != std::string_view::npos) return true;
     }
     return false;

@@ -29,5 +29,6 @@ struct FailureEntry {
 const FailureEntry* FindFailure(std::string_view call);
 const std::vector<FailureEntry>& FailureTable();
 // Whether the log need not tell of its failure with this error when the call is made there, described as by
-// DescribeSite.
-bool MayBeSilent(const FailureEntry& entry, uint32_t error, std::string_view place);
+// DescribeSite, in this scenario.
+bool MayBeSilent(const FailureEntry& entry, uint32_t error, std::string_view place,
+                 std::string_view scenario);

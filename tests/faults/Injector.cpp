@@ -135,5 +135,7 @@ std::string DescribeSite(uint64_t site) {
     const std::unique_ptr<char, decltype(&std::free)> name(
         abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, nullptr), &std::free);
     const std::string text = name ? name.get() : info.dli_sname;
+    // The name of a function that returns another one stands within brackets.
+    if (text.find("(*") < text.find('<')) return text;
     return text.substr(0, text.find('('));
 }

@@ -2,8 +2,9 @@
 
 #include <wlanapi.h>
 
+#include "kvm/AgentPipeRecords.h"
 #include "mailbox/ConsentRecords.h"
-#include "tests/faults/ConsentProgram.h"
+#include "tests/faults/PipeProgram.h"
 #include "winhost/wlan/WlanService.h"
 
 namespace {
@@ -13,6 +14,9 @@ constexpr char kSession[] = "Processing DASH traffic for socket with address: ";
 constexpr char kViewerAnnounced[] = "Response returned for KVM request from Mailbox driver";
 constexpr char kViewerGone[] = "KVMCleanupCommon: Exiting Thread Handler";
 constexpr char kScanned[] = "Available NICs Count";
+constexpr char kAgentRemoved[] = "Exited killProcessByName function";
+constexpr char kScreenReady[] = "LUX_KVM: MAX_CHUNK_BUFFER_SZ_512KB allocation done ";
+constexpr char kConsentPipeName[] = "\\\\.\\pipe\\userconsentfeature";
 constexpr uint16_t kDashPort = 664, kKvmPort = 22;
 
 void Nothing(World&) {}
@@ -108,13 +112,43 @@ void Kvm(World& world) {
     world.UntilLogged(kViewerGone);
     world.Until([&] { return viewer.IsClosed(); });
     // The agent is made to leave.
-    world.UntilLogged("Exited killProcessByName function", 2);
+    world.UntilLogged(kAgentRemoved, 2);
+}
+
+// ---- the screen ----
+
+std::string ConfigOfAgent() {
+    const ZEL_ServiceToKVMApp_pipe record{eNotifyDisplayConfig, 1920, 1080, 0};
+    return {reinterpret_cast<const char*>(&record), sizeof record};
+}
+
+void SettledWithDisplayAgent(World& world) {
+    SettledWithAgent(world);
+    world.NewProgram(kAgentPipeName, PipeProgram::Reports(ConfigOfAgent()));
+}
+
+void Display(World& world) {
+    Wire& viewer = world.NewWire();
+    world.firmware.Send(MPM_ZEL_CMD_GET_DISPAY_CONFIG);
+    world.Until([&] { return world.firmware.Count("WriteDisplayConfig") >= 1; });
+    world.UntilLogged(kScreenReady);
+    EnterKvmSession(world, viewer);
+    for (size_t chunk = 1; chunk <= 2; ++chunk) {
+        world.firmware.Send(MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER);
+        world.Until([&] { return world.firmware.Count("WriteEncodedBuffer") >= chunk; });
+    }
+    world.firmware.Send(MPM_ZEL_CMD_VNC_SOC_CLOSE);
+    // The end of a session waits for an agent whose message was not read; only the stop ends that.
+    world.Until([&] { return viewer.IsClosed(); }, World::Seconds(40));
+    if (!viewer.IsClosed()) return;
+    world.UntilLogged(kViewerGone);
+    world.UntilLogged(kAgentRemoved, 2);
 }
 
 // ---- the person at the PC ----
 
 void Consent(World& world) {
-    const ConsentProgram program("Consent_yes");
+    const PipeProgram program(kConsentPipeName, PipeProgram::Answers("Consent_yes"));
     world.firmware.Send(MPM_ZEL_CMD_GET_KVM_CONSENT, mpm::Bytes::Of(UserConsentQuestion{1, 30}));
     world.Until([&] { return world.firmware.Count("WriteUserConsent") >= 1; });
     world.Settle();
@@ -169,6 +203,8 @@ const std::vector<Scenario>& Scenarios() {
         {"dash", "two consoles, one after the other; the second one stays idle", Settled, Dash},
         {"kvm", "remote KVM from the enable command to the end of its agent, bytes in both directions",
          SettledWithAgent, Kvm},
+        {"display", "a session with the PC's own screen, from the agent's report to its end, with two frames",
+         SettledWithDisplayAgent, Display, false, true},
         {"consent", "a question to the person at the PC, and the answer", Settled, Consent},
         {"power", "a console reboots the PC, hibernates it, and shuts it down", Settled, Power},
         {"suspend", "the PC sleeps and wakes", Settled, SuspendAndResume},

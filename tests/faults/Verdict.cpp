@@ -134,7 +134,7 @@ void World::CheckLog(const Reference& reference) {
         return SpeaksOfFailure(line.first) && (known == reference.lines.end() || known->second < line.second);
     };
     if (m_account.injected > 0 && entry &&
-        !MayBeSilent(*entry, m_account.error, DescribeSite(m_account.site)) &&
+        !MayBeSilent(*entry, m_account.error, DescribeSite(m_account.site), m_scenario.name) &&
         std::none_of(lines.begin(), lines.end(), tells))
         Find("the log does not report the failure");
     const auto state = winhost::Scm::Instance().State();

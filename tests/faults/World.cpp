@@ -9,6 +9,7 @@
 #include "base/ZELLogger.h"
 #include "tests/faults/Stacks.h"
 #include "tests/faults/Watch.h"
+#include "tests/support/scripted/Library.h"
 #include "winhost/core/HandleTable.h"
 #include "winhost/service/Scm.h"
 
@@ -56,6 +57,7 @@ void World::Describe(winhost::PcDescription& description) {
     description.adapters->push_back(wireless);
     description.wlanInterfaces = {{wireless.name, "Wi-Fi", 1}};
     description.dnsDomain = "example.net";
+    if (m_scenario.hasRuntime) description.libraryFolders = {ScriptedLibrary::Folder()};
 }
 
 // ---- the service's process ----
@@ -76,6 +78,10 @@ void World::RunProcess() {
 
 Wire& World::NewWire() {
     return m_wires.emplace_back();
+}
+
+void World::NewProgram(const char* pipe, PipeProgram::Talk talk) {
+    m_programs.emplace_back(pipe, std::move(talk));
 }
 
 void World::Launch() {

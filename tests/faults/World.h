@@ -12,6 +12,7 @@
 
 #include "tests/faults/FailureTable.h"
 #include "tests/faults/Injector.h"
+#include "tests/faults/PipeProgram.h"
 #include "tests/faults/Wire.h"
 #include "tests/support/ServiceFixture.h"
 
@@ -23,6 +24,7 @@ struct Scenario {
     void (*prepare)(World&);  // what comes before the calls that are made to fail
     void (*act)(World&);
     bool failsInStop = false;  // the calls of the stop that follows are made to fail too
+    bool hasRuntime = false;   // the PC has a media runtime, the scripted one
 };
 
 // What every run must have in common with those in which nothing fails.
@@ -70,6 +72,8 @@ class World : private ServiceFixture {
     void InstallAgent();
     // A console or a viewer, which lives until the process is gone.
     Wire& NewWire();
+    // A program at a pipe of the service, which lives as long.
+    void NewProgram(const char* pipe, PipeProgram::Talk talk);
     static uint16_t PortFor(uint16_t port) { return Pc().Description().ports.at(port); }
 
     using PcFixture::Pc;
@@ -107,4 +111,5 @@ class World : private ServiceFixture {
     bool m_isDeaf = false;  // the service manager could not end the process
     std::string m_findings;
     std::deque<Wire> m_wires;
+    std::deque<PipeProgram> m_programs;
 };
