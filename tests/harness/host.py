@@ -8,6 +8,15 @@ from .waiting import eventually
 INSTALLATION = "C:\\Program Files\\Tarvix\\"
 STOPPED, START_PENDING, STOP_PENDING, RUNNING = 1, 2, 3, 4
 
+# What the service prints at its start on a PC with the software runtime.
+CAPABILITY_QUERY = """LUX version (header):  1000400210000
+LUX version (runtime): 1000400260000
+DirectX 11
+Querying video encoder capabilities...
+"""
+# A line of the log: the service can capture the screen from here on.
+SESSION_WITH_SCREEN_READY = "LUX_KVM: MAX_CHUNK_BUFFER_SZ_512KB allocation done "
+
 # What the service's process holds at one moment. Under Wine events don't count as handles, and the memory
 # isn't known: 0.
 Footprint = collections.namedtuple("Footprint", "handles threads kilobytes", defaults=[0])

@@ -6,6 +6,7 @@ import struct
 import pytest
 
 from harness.desktop import Desktop, Viewer, psnr, what_is_missing
+from harness.host import CAPABILITY_QUERY
 from harness.kvm import receive
 from harness.processes import build_folder
 from harness.waiting import eventually
@@ -16,12 +17,6 @@ pytestmark = [
     pytest.mark.skipif(not (build_folder() / "luxrt64.so").exists(), reason="the software media runtime is not built"),
 ]
 
-# What the service prints at its start.
-CAPABILITY_QUERY = """LUX version (header):  1000400210000
-LUX version (runtime): 1000400260000
-DirectX 11
-Querying video encoder capabilities...
-"""
 CLEAR = 35  # dB: what a picture that went through the encoder keeps at least
 
 

@@ -63,6 +63,7 @@ class _Order:
         yield Event("firmware", {"dash": "echo", "kvm": "echo", "level": 50})
         yield Event("console", {"seed": self._seed(), "sizes": [1000, 100_000], "close": "close"})
         yield Event("viewer", {"seed": self._seed(), "sizes": [1000, 100_000], "trouble": "none", "close": "close", "times": 1})
+        yield Event("screen", {"frames": 3, "trouble": "none", "close": "firmware", "times": 1})
         yield self._network()
         yield Event("consent", {"type": 1, "limit": 60, "answer": "yes"})
         yield Event("checkpoint", {})
@@ -93,8 +94,8 @@ class _Order:
 
     def _top(self):
         return getattr(self, "_" + self._pick({
-            "console": 50, "rush": 14, "viewer": 15, "command": 6, "power": 3, "network": 3, "suspend": 3, "consent": 3,
-            "kvm_stray": 2, "idle_console": 1}))()
+            "console": 50, "rush": 14, "viewer": 15, "screen": 6, "command": 6, "power": 3, "network": 3, "suspend": 3,
+            "consent": 3, "kvm_stray": 2, "idle_console": 1}))()
 
     def _small(self):
         """What fits into the middle of another event."""
@@ -137,9 +138,18 @@ class _Order:
         return Event("viewer", {"seed": self._seed(), "sizes": self._sizes(3), "trouble": trouble, "close": close,
                                 "times": self._chance.randint(1, 20)}, tuple(inner))
 
+    def _screen(self):
+        if self._level < 50:
+            return self._viewer()  # such firmware shows no screen
+        trouble = self._pick({"none": 4, "flood": 2, "twice": 2, "early": 2, "agent-killed": 1})
+        close = self._pick({"firmware": 3, "close": 2, "reset": 2})
+        return Event("screen", {"frames": self._chance.randint(1, 30), "trouble": trouble, "close": close,
+                                "times": self._chance.randint(1, 20)})
+
     def _kvm_stray(self):
         """KVM commands out of their order."""
-        return Event("kvm-stray", {"what": self._pick({"close": 1, "trust": 1, "data": 1, "enable-close": 2, "enable-twice": 1})})
+        return Event("kvm-stray", {"what": self._pick({"close": 1, "trust": 1, "data": 1, "frame": 1, "enable-close": 2,
+                                                       "enable-twice": 1})})
 
     # --- the rest ---
 

@@ -8,9 +8,10 @@ import time
 from harness.control import ask
 from harness.host import RUNNING, Footprint
 from harness.native import NativeHost
-from harness.processes import is_running
+from harness.processes import build_folder, is_running
 from harness.waiting import eventually
 
+from .screens import SIZE
 from .stage import make_firmware
 
 LOOKS, LOOK = 10, 0.005  # how often, and seconds between
@@ -23,6 +24,10 @@ class NativePc:
     def __init__(self, workdir, clock_rate):
         self.firmware = make_firmware(workdir)
         self.host = NativeHost(workdir, self.firmware.address, clockRate=clock_rate)
+        # The screen is the software runtime's test picture.
+        self.host.description["screen"] = dict(zip(("width", "height"), SIZE))
+        self.host.description["libraryFolders"] = [str(build_folder())]
+        self.host.environment["LUXRT_SCREEN"] = "test:{}x{}".format(*SIZE)
         # Memory that a sanitizer keeps back after it was freed would count.
         self.host.asan_options += ":quarantine_size_mb=4:malloc_context_size=8"
 
@@ -97,7 +102,8 @@ class NativePc:
 class WinePc:
     """What Wine lacks: power events, a WLAN service, the desktop's lock, and calls that end the PC but not its session."""
 
-    cannot = frozenset(("suspend", "lock", "nobody", "no-agent", "preshutdown", "power-28", "network-told"))
+    cannot = frozenset(("suspend", "lock", "nobody", "no-agent", "preshutdown", "power-28", "network-told",
+                        "screen"))
     always_errors = (
         "UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",
         # Wine's number for a connection that is closed while another thread reads.

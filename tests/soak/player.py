@@ -6,6 +6,7 @@ from harness.waiting import eventually
 
 from .consoles import Consoles
 from .endings import Endings
+from .screens import Screens
 from .surroundings import Surroundings
 from .viewers import Viewers
 
@@ -20,7 +21,7 @@ class Player:
         self._players = {
             "start": self._start, "checkpoint": self._checkpoint, "end": Endings(stage, self._viewers).end,
             "console": self._consoles.console, "idle-console": self._consoles.idle_console, "rush": self._consoles.rush,
-            "viewer": self._viewers.viewer, "kvm-stray": self._viewers.kvm_stray,
+            "viewer": self._viewers.viewer, "screen": Screens(stage, self._viewers).screen, "kvm-stray": self._viewers.kvm_stray,
             "firmware": self._surroundings.firmware, "command": self._surroundings.command, "power": self._surroundings.power,
             "network": self._surroundings.network, "suspend": self._surroundings.suspend, "consent": self._surroundings.consent}
 

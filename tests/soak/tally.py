@@ -12,6 +12,7 @@ class Tally:
         self.faults = collections.Counter()
         self.skipped = collections.Counter()
         self.moved = collections.Counter()  # bytes by stream, all of them compared
+        self.frames = 0  # of the screen
         self.idle_ends = 0
         self.lives = 0
         self.growths = []  # of each life
@@ -35,6 +36,7 @@ class Tally:
             f"sessions served: {_list(self.sessions)}",
             f"faults survived, {sum(self.faults.values())}: {_list(self.faults)}",
             f"bytes transferred and compared: {moved or 'none'}",
+            f"frames of the screen: {self.frames}",
             f"sessions ended by the idle limit: {self.idle_ends}",
             f"log: {_megabytes(self.log_bytes)}, {self.rotations} rotations, {self.errors_explained} ERROR lines, all explained",
         ]

@@ -38,6 +38,9 @@ class Viewers:
         elif what == "data":
             self._stage.send("KVM_DATA", b"a picture that nobody sees")
             self._log.await_line("SendDataToKVMClient: ", place)
+        elif what == "frame":
+            self._stage.send("GET_ENCODED_FRAMEBUFFER")
+            self._log.await_line("LUX_KVM: m_DisplayMgrEvent null, nothing to post 1", place)
         elif what == "close":
             self._stage.send("VNC_SOC_CLOSE")
         else:
