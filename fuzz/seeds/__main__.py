@@ -17,7 +17,7 @@ import texts
 for add in (
     mailbox.host_records, mailbox.gate_frames, mailbox.link, mailbox.frames, mailbox.device, mailbox.pipes, console.console,
     texts.descriptions, texts.control_lines, texts.texts, service.answers, service.platform, service.dispatch,
-    service.each_command, display.escapes, display.runtimes,
+    service.each_command, display.agents, display.escapes, display.runtimes,
 ):  # fmt: skip
     add()
 if sys.argv[1:] != ["--check"]:

@@ -1,4 +1,4 @@
-"""The seeds of the targets below the screen's capture: the media runtime, and the display driver."""
+"""The seeds of the targets around the screen's capture: the agent, the media runtime, and the display driver."""
 
 from corpus import block, long_block, number, seed
 
@@ -45,3 +45,18 @@ def runtimes():
     screen = b"\x01" + b"\x0a" + number(640, 480) + b"\x01\x00"
     seed("runtime", "sizes", _attempt(screen, 0, 30, bytes(24) + b"\x03" + screen * 3 + bytes(60)))
     seed("runtime", "no-factory", _attempt(b"\xc0", 0, 30) * 2)
+
+
+def agents():
+    config = number(1, 1920, 1080, 0)
+    seed("agentpipe", "config", b"\0" + long_block(config))
+    seed("agentpipe", "config-and-leaves", b"\2" + long_block(config))
+    seed("agentpipe", "ended-by-the-service", b"\4" + long_block(config))
+    seed("agentpipe", "another-message", b"\0" + long_block(number(7, 1920, 1080, 0)))
+    for size in (0, 3, 15, 17, 600):
+        seed("agentpipe", f"{size}-bytes", b"\0" + long_block((config + bytes(600))[:size]))
+    seed("agentpipe", "three-messages", b"\0" + long_block(config) * 3)
+    seed("agentpipe", "short-then-whole", b"\0" + long_block(config[:4]) + long_block(config))
+    seed("agentpipe", "silent", b"\0")
+    seed("agentpipe", "leaves-in-silence", b"\2")
+    seed("agentpipe", "never-connects", b"\1")
