@@ -145,10 +145,12 @@ def serve_by_hand(story, host, firmware, desktop, ended):
     build = build_folder()
     story.add("demo", f"try:  {host.consent_command}  and, while it waits,")
     story.add("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
-    closed = 0
+    closed, removed = 0, kvm.agent_removals()
     while not ended.wait(0.3):
         if kvm.closes_told() > closed:
             closed = kvm.closes_told()
             kvm.close_session()
-            # The trust lasts for one session.
+        if kvm.agent_removals() > removed:
+            removed = kvm.agent_removals()
+            # The trust lasts for one session. An agent that starts before the removal is removed too.
             enable()

@@ -57,6 +57,10 @@ class RemoteKvm:
         """How many ends of KVM sessions the firmware was told of."""
         return sum(request["fields"]["port"] == 22 for request in self.firmware.requests("WriteCloseSocketcmd"))
 
+    def agent_removals(self):
+        """How often the service has removed the agent and its files: at its start, and two seconds after each session."""
+        return self.host.log_text().count("DisplayMgr file ")
+
     def status(self):
         """What the PC's status file says of KVM: YES or NO; nothing while the file is being written."""
         try:
