@@ -22,7 +22,7 @@ constexpr uint32_t kFileNotFound = 2, kPathNotFound = 3, kTooManyOpenFiles = 4, 
                    kRegistryCorrupt = 1015, kKeyDeleted = 1018, kInvalidComputerName = 1210,
                    kEventlogFileCorrupt = 1500, kInternalError = 1359, kNoSuchLogonSession = 1312,
                    kFileExists = 80, kWaitTimeout = 258, kInvalidSecurityDescriptor = 1338,
-                   kEventlogFull = 1502;
+                   kEventlogFull = 1502, kInvalidState = 5023, kNoSuchCertificate = 0x80092004;
 // Winsock.
 constexpr uint32_t kWsaIntr = 10004, kWsaFault = 10014, kWsaTooManyFiles = 10024, kWsaWouldBlock = 10035,
                    kWsaInProgress = 10036, kWsaNotSocket = 10038, kWsaAddressInUse = 10048,
@@ -245,6 +245,17 @@ std::vector<FailureEntry> MakeTable() {
         {"WlanCloseHandle", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
         {"WlanEnumInterfaces", {kInvalidHandle, kNotEnoughMemory, kServiceNotActive}},
         {"WlanRegisterNotification", {kInvalidHandle, kNotEnoughMemory}, nullptr, StaysOpen},
+        {"WlanQueryInterface", {kInvalidHandle, kInvalidState, kNotEnoughMemory}},
+        {"WlanGetProfile", {kInvalidHandle, kNotFound, kAccessDenied}},
+        {"WlanGetNetworkBssList", {kInvalidHandle, kNotSupported}},
+
+        // ---- certificates ----
+        {"CertOpenSystemStoreA", {kFileNotFound, kAccessDenied}},
+        {"CertCloseStore", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
+        {"CertFindCertificateInStore", {kNoSuchCertificate}},
+        {"CertGetNameStringA", {kNotEnoughMemory}},
+        {"CryptStringToBinaryA", {kInvalidData}},
+        {"CryptBinaryToStringA", {kNotEnoughMemory}},
 
         // ---- processes, sessions and tokens ----
         {"CreateToolhelp32Snapshot", {kNotEnoughMemory, kAccessDenied}, "as if no such process ran"},

@@ -1,7 +1,8 @@
 // The PC's radio.
 #include "winhost/control/Commands.h"
 #include "winhost/pc/Pc.h"
-#include "winhost/wlan/WlanService.h"
+#include "winhost/wlan/WlanMemory.h"
+#include "winhost/wlan/WlanNetworks.h"
 
 namespace winhost {
 namespace {
@@ -36,11 +37,16 @@ uint32_t InterfaceOf(const Json::Value& request) {
 
 Json::Value Interfaces() {
     Json::Value list(Json::arrayValue);
-    for (const WlanInterface& wlan : Pc::Instance().Description().wlanInterfaces) {
+    const PcDescription pc = Pc::Instance().Description();
+    for (const WlanInterface& wlan : pc.wlanInterfaces) {
         Json::Value json(Json::objectValue);
         json["guid"] = wlan.guid;
         json["description"] = wlan.description;
         json["state"] = kStates[wlan.state % std::size(kStates)].name;
+        if (const auto network = ConnectedNetwork(pc, wlan)) {
+            json["network"] = network->name;
+            json["channel"] = network->channel;
+        }
         list.append(json);
     }
     return list;
@@ -50,6 +56,7 @@ Json::Value ReadWlan(const Json::Value&) {
     Json::Value json(Json::objectValue);
     json["interfaces"] = Interfaces();
     json["listeners"] = Json::UInt64{WlanService::Instance().Listeners()};
+    json["memory"] = Json::UInt64{WlanMemoryInUse()};
     return json;
 }
 
@@ -78,13 +85,61 @@ Json::Value SetWlanState(const Json::Value& request) {
     return ReadWlan(request);
 }
 
+// What the PC refuses goes to the client.
+template <class Act>
+Json::Value Refusable(const Json::Value& request, const Act& act) {
+    try {
+        act();
+    } catch (const std::runtime_error& error) {
+        throw CommandError(error.what());
+    }
+    return ReadWlan(request);
+}
+
+Json::Value JoinWlan(const Json::Value& request) {
+    const std::string network = TextOf(request, "network");
+    const uint32_t number = InterfaceOf(request);
+    return Refusable(request, [&] { JoinNetwork(number, network); });
+}
+
+Json::Value LeaveWlan(const Json::Value& request) {
+    const uint32_t number = InterfaceOf(request);
+    return Refusable(request, [&] { LeaveNetwork(number); });
+}
+
+Json::Value RoamWlan(const Json::Value& request) {
+    const uint32_t number = InterfaceOf(request), channel = Unsigned32Of(request, "channel");
+    const uint32_t frequency = request.isMember("frequency") ? Unsigned32Of(request, "frequency") : 0;
+    return Refusable(request, [&] { Roam(number, channel, frequency); });
+}
+
+Json::Value ChangeWlanKey(const Json::Value& request) {
+    const std::string network = TextOf(request, "network"), key = TextOf(request, "key");
+    return Refusable(request, [&] { ChangeKey(network, key); });
+}
+
 }  // namespace
 
 std::vector<Command> HostCommands() {
     using Kind = Argument::Kind;
     const Argument interface { "interface", Kind::Number, "its place in the PC's list, from 0", false };
     return {
-        {"wlan read", "the interfaces, and how many listen", ReadWlan},
+        {"wlan read", "the interfaces, how many listen, and the memory that is not freed", ReadWlan},
+        {"wlan join",
+         "leaves the network, joins another one and notifies the listeners of each step",
+         JoinWlan,
+         {{"network", Kind::Text, "the name of its profile, one of wlanNetworks"}, interface}},
+        {"wlan leave", "leaves the network and notifies the listeners", LeaveWlan, {interface}},
+        {"wlan roam",
+         "goes to another channel of the same network and notifies the listeners",
+         RoamWlan,
+         {{"channel", Kind::Number, "1 to 14, 36 to 173, or of 6 GHz"},
+          {"frequency", Kind::Number, "in kHz; follows from the channel when left out", false},
+          interface}},
+        {"wlan key",
+         "changes the key in the profile of a network and notifies the listeners",
+         ChangeWlanKey,
+         {{"network", Kind::Text, "the name of its profile"}, {"key", Kind::Text, "the new key"}}},
         {"wlan notify",
          "notifies the listeners and answers when their callbacks have returned",
          NotifyWlan,

@@ -18,6 +18,7 @@ constexpr size_t kLongestComputerName = 131;
 constexpr size_t kLongestSocketPath =
     100;  // a Unix socket's 107, and room for the name it has while it is made
 constexpr size_t kLongestWlanText = 255;
+constexpr size_t kLongestSsid = 32;
 constexpr uint32_t kHighestWlanState = 7;
 constexpr uint32_t kLargestScreen = 32767;
 constexpr size_t kLongestProcessName = 259;
@@ -80,6 +81,33 @@ void CheckWlan(const WlanInterface& wlan, const std::string& place) {
     Require(ParseGuid(wlan.guid).has_value(), place + ".guid", "\"" + wlan.guid + "\" is not a GUID");
     Require(wlan.description.size() <= kLongestWlanText, place + ".description", "too long");
     Require(wlan.state <= kHighestWlanState, place + ".state", "expected 0 to 7");
+}
+
+void CheckWlanNetwork(const WlanNetwork& network, const std::string& place) {
+    static const std::regex kBytes("([0-9A-Fa-f]{2}){0,32}");
+    Require(!network.name.empty(), place + ".name", "a profile has a name");
+    Require(network.name.size() <= kLongestWlanText, place + ".name", "too long");
+    Require(network.ssid.size() <= kLongestSsid, place + ".ssid", "32 bytes at most");
+    Require(std::regex_match(network.ssidBytes, kBytes), place + ".ssidBytes",
+            "expected up to 32 bytes in hexadecimal");
+    Require(network.profile.empty() || network.profileFile.empty(), place + ".profileFile",
+            "\"profile\" is there too");
+}
+
+void CheckWlans(const PcDescription& pc) {
+    std::set<std::string> names;
+    for (size_t i = 0; i < pc.wlanNetworks.size(); ++i) {
+        const std::string place = "wlanNetworks[" + std::to_string(i) + "]";
+        CheckWlanNetwork(pc.wlanNetworks[i], place);
+        Require(names.insert(pc.wlanNetworks[i].name).second, place + ".name", "another network has it");
+    }
+    for (size_t i = 0; i < pc.wlanInterfaces.size(); ++i) {
+        const std::string place = "wlanInterfaces[" + std::to_string(i) + "]";
+        const std::string& network = pc.wlanInterfaces[i].network;
+        CheckWlan(pc.wlanInterfaces[i], place);
+        Require(network.empty() || names.contains(network), place + ".network",
+                "\"" + network + "\" is none of wlanNetworks");
+    }
 }
 
 void CheckTransition(const ZoneTransition& transition, const std::string& place) {
@@ -213,9 +241,7 @@ void CheckDescription(const PcDescription& pc) {
     for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {
         RequireAddress((*pc.dnsServers)[i], "dnsServers[" + std::to_string(i) + "]");
     }
-    for (size_t i = 0; i < pc.wlanInterfaces.size(); ++i) {
-        CheckWlan(pc.wlanInterfaces[i], "wlanInterfaces[" + std::to_string(i) + "]");
-    }
+    CheckWlans(pc);
     Require(pc.clockRate >= 1 && pc.clockRate <= kHighestClockRate, "clockRate", "expected 1 to 1000");
     Require(pc.cleanBoot <= 2, "cleanBoot", "expected 0, 1 or 2");
     for (const auto& [from, to] : pc.ports) {

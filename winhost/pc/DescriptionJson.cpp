@@ -62,6 +62,29 @@ void VisitFields(Visitor& visit, W& wlan) {
     visit("guid", wlan.guid);
     visit("description", wlan.description);
     visit("state", wlan.state);
+    visit("network", wlan.network);
+}
+
+template <class Visitor, Either<WlanNetwork> W>
+void VisitFields(Visitor& visit, W& network) {
+    visit("name", network.name);
+    visit("ssid", network.ssid);
+    visit("ssidBytes", network.ssidBytes);
+    visit("authentication", network.authentication);
+    visit("encryption", network.encryption);
+    visit("key", network.key);
+    visit("keyType", network.keyType);
+    visit("authAlgorithm", network.authAlgorithm);
+    visit("cipherAlgorithm", network.cipherAlgorithm);
+    visit("channel", network.channel);
+    visit("frequency", network.frequency);
+    visit("signalQuality", network.signalQuality);
+    visit("receivingRate", network.receivingRate);
+    visit("transmissionRate", network.transmissionRate);
+    visit("oneX", network.oneX);
+    visit("listed", network.listed);
+    visit("profile", network.profile);
+    visit("profileFile", network.profileFile);
 }
 
 template <class Visitor, Either<DescribedProcess> P>
@@ -147,6 +170,8 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("connectedFlags", pc.connectedFlags);
     visit("wlanService", pc.wlanService);
     visit("wlanInterfaces", pc.wlanInterfaces);
+    visit("wlanNetworks", pc.wlanNetworks);
+    visit("rootCertificates", pc.rootCertificates);
     visit("modernStandby", pc.modernStandby);
     visit("sleepS3", pc.sleepS3);
     visit("hibernation", pc.hibernation);

@@ -35,9 +35,19 @@ void MakeAbsolute(std::string& path) {
     if (!path.empty()) path = std::filesystem::absolute(path).string();
 }
 
+// A file of this machine that the description names: an absolute path, or one relative to the current folder.
+void MakeFileAbsolute(std::string& file) {
+    const bool isOfPc = file.size() >= 2 && file[1] == ':';
+    if (!isOfPc) MakeAbsolute(file);
+}
+
 void MakePathsAbsolute(PcDescription& description) {
     MakeAbsolute(description.root);
     MakeAbsolute(description.controlSocket);
+    for (WlanNetwork& network : description.wlanNetworks)
+        MakeFileAbsolute(network.profileFile);
+    for (std::string& certificate : description.rootCertificates)
+        if (!certificate.starts_with("-----BEGIN")) MakeFileAbsolute(certificate);
     if (description.mailbox.starts_with(kUnixScheme)) {
         std::string path = description.mailbox.substr(std::char_traits<char>::length(kUnixScheme));
         MakeAbsolute(path);

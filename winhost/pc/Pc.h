@@ -15,6 +15,7 @@
 #include "winhost/pc/DescribedService.h"
 #include "winhost/pc/GraphicsAdapter.h"
 #include "winhost/pc/Journal.h"
+#include "winhost/pc/Wlan.h"
 
 namespace winhost {
 
@@ -48,13 +49,6 @@ struct ZoneTransition {
     uint32_t week = 5;     // 1 to 4, or 5 for the last
     uint32_t weekday = 0;  // 0 is Sunday
     uint32_t hour = 2;
-};
-
-// An interface of the WLAN service.
-struct WlanInterface {
-    std::string guid;  // "{70A9067B-708F-443C-84BA-BC391FDBF72B}"
-    std::string description = "Wi-Fi";
-    uint32_t state = 4;  // WLAN_INTERFACE_STATE: 1 is connected, 4 disconnected
 };
 
 // A process that is listed and can be opened, but is none of Linux.
@@ -107,6 +101,9 @@ struct PcDescription {
     std::optional<uint32_t> connectedFlags;
     bool wlanService = true;  // else WlanOpenHandle fails with 1062
     std::vector<WlanInterface> wlanInterfaces;
+    std::vector<WlanNetwork> wlanNetworks = {WlanNetwork()};
+    // The certificates of the store "ROOT": PEM texts, or files that hold one.
+    std::vector<std::string> rootCertificates;
     bool modernStandby = false, sleepS3 = true, hibernation = true;  // GetPwrCapabilities
     bool shuttingDown = false;                                       // a shutdown or reboot has been granted
     // Of the process's token, all disabled at first.

@@ -1,5 +1,6 @@
 // The calls of the WLAN API.
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <string>
@@ -8,7 +9,7 @@
 #include "winhost/core/Guid.h"
 #include "testbed/Utf8.h"
 #include "winhost/pc/Pc.h"
-#include "winhost/wlan/WlanService.h"
+#include "winhost/wlan/WlanMemory.h"
 
 using winhost::HandleTable;
 using winhost::WlanClient;
@@ -20,17 +21,6 @@ bool IsServiceRunning() {
     return winhost::Pc::Instance().Description().wlanService;
 }
 
-// The client of a handle. Returns null, and the error that Windows gives, when the service is stopped or when
-// the handle is none of the clients of its present run.
-std::shared_ptr<WlanClient> FindClient(HANDLE handle, DWORD& error) {
-    const auto client = HandleTable::Instance().Find<WlanClient>(handle);
-    error = !client               ? ERROR_INVALID_HANDLE
-            : !IsServiceRunning() ? ERROR_SERVICE_NOT_ACTIVE
-            : !client->IsValid()  ? ERROR_INVALID_HANDLE
-                                  : ERROR_SUCCESS;
-    return error == ERROR_SUCCESS ? client : nullptr;
-}
-
 void Fill(WLAN_INTERFACE_INFO& info, const winhost::WlanInterface& wlan) {
     info = {};
     info.InterfaceGuid = winhost::ParseGuid(wlan.guid).value_or(GUID{});
@@ -40,7 +30,32 @@ void Fill(WLAN_INTERFACE_INFO& info, const winhost::WlanInterface& wlan) {
     info.isState = static_cast<WLAN_INTERFACE_STATE>(wlan.state);
 }
 
+std::atomic<size_t> blocksInUse{0};
+
 }  // namespace
+
+namespace winhost {
+
+void* AllocateWlanMemory(size_t size) {
+    void* const memory = std::calloc(1, size);
+    if (memory) ++blocksInUse;
+    return memory;
+}
+
+size_t WlanMemoryInUse() {
+    return blocksInUse;
+}
+
+std::shared_ptr<WlanClient> FindWlanClient(HANDLE handle, DWORD& error) {
+    const auto client = HandleTable::Instance().Find<WlanClient>(handle);
+    error = !client               ? ERROR_INVALID_HANDLE
+            : !IsServiceRunning() ? ERROR_SERVICE_NOT_ACTIVE
+            : !client->IsValid()  ? ERROR_INVALID_HANDLE
+                                  : ERROR_SUCCESS;
+    return error == ERROR_SUCCESS ? client : nullptr;
+}
+
+}  // namespace winhost
 
 DWORD WlanOpenHandle(DWORD dwClientVersion, PVOID pReserved, PDWORD pdwNegotiatedVersion,
                      PHANDLE phClientHandle) {
@@ -69,12 +84,12 @@ DWORD WlanEnumInterfaces(HANDLE hClientHandle, PVOID pReserved, PWLAN_INTERFACE_
     WINHOST_GATE_CODE("WlanEnumInterfaces");
     if (pReserved || !ppInterfaceList) return ERROR_INVALID_PARAMETER;
     DWORD error = ERROR_SUCCESS;
-    if (!FindClient(hClientHandle, error)) return error;
+    if (!winhost::FindWlanClient(hClientHandle, error)) return error;
     const auto pc = winhost::Pc::Instance().Description();
     const size_t size = std::max(sizeof(WLAN_INTERFACE_INFO_LIST),
                                  offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) +
                                      pc.wlanInterfaces.size() * sizeof(WLAN_INTERFACE_INFO));
-    auto* list = static_cast<WLAN_INTERFACE_INFO_LIST*>(std::calloc(1, size));
+    auto* list = static_cast<WLAN_INTERFACE_INFO_LIST*>(winhost::AllocateWlanMemory(size));
     if (!list) return ERROR_NOT_ENOUGH_MEMORY;
     list->dwNumberOfItems = static_cast<DWORD>(pc.wlanInterfaces.size());
     WLAN_INTERFACE_INFO* info = list->InterfaceInfo;
@@ -90,7 +105,7 @@ DWORD WlanRegisterNotification(HANDLE hClientHandle, DWORD dwNotifSource, BOOL b
     WINHOST_GATE_CODE("WlanRegisterNotification");
     if (pReserved) return ERROR_INVALID_PARAMETER;
     DWORD error = ERROR_SUCCESS;
-    const auto client = FindClient(hClientHandle, error);
+    const auto client = winhost::FindWlanClient(hClientHandle, error);
     if (!client) return error;
     const DWORD before = WlanService::Instance().Register(*client, dwNotifSource, bIgnoreDuplicate != FALSE,
                                                           funcCallback, pCallbackContext);
@@ -100,5 +115,7 @@ DWORD WlanRegisterNotification(HANDLE hClientHandle, DWORD dwNotifSource, BOOL b
 
 VOID WlanFreeMemory(PVOID pMemory) {
     WINHOST_GATE_PASS("WlanFreeMemory");
+    if (!pMemory) return;
+    --blocksInUse;
     std::free(pMemory);
 }

@@ -1,0 +1,72 @@
+// What describes a connection of the WLAN service. Some SDKs name no algorithm of WPA3, and no notification
+// that came with a later Windows.
+#include "tests/sdk/Sdk.h"
+
+VALUE(DOT11_SSID_MAX_LENGTH, 32);
+VALUE(DOT11_AUTH_ALGO_80211_OPEN, 1);
+VALUE(DOT11_AUTH_ALGO_80211_SHARED_KEY, 2);
+VALUE(DOT11_AUTH_ALGO_WPA, 3);
+VALUE(DOT11_AUTH_ALGO_WPA_PSK, 4);
+VALUE(DOT11_AUTH_ALGO_RSNA, 6);
+VALUE(DOT11_AUTH_ALGO_RSNA_PSK, 7);
+VALUE(DOT11_CIPHER_ALGO_NONE, 0);
+VALUE(DOT11_CIPHER_ALGO_TKIP, 2);
+VALUE(DOT11_CIPHER_ALGO_CCMP, 4);
+VALUE(DOT11_CIPHER_ALGO_WEP, 0x101);
+VALUE(dot11_BSS_type_infrastructure, 1);
+VALUE(dot11_BSS_type_independent, 2);
+VALUE(dot11_BSS_type_any, 3);
+VALUE(wlan_connection_mode_profile, 0);
+VALUE(wlan_intf_opcode_current_connection, 7);
+VALUE(wlan_intf_opcode_channel_number, 8);
+VALUE(wlan_opcode_value_type_query_only, 0);
+VALUE(wlan_notification_acm_start, 0);
+VALUE(wlan_notification_acm_scan_complete, 7);
+VALUE(wlan_notification_acm_connection_start, 9);
+VALUE(wlan_notification_acm_profile_change, 15);
+VALUE(wlan_notification_acm_disconnecting, 20);
+VALUE(wlan_notification_acm_adhoc_network_state_change, 22);
+
+SIZE(DOT11_SSID, 36);
+FIELD(DOT11_SSID, ucSSID, 4);
+SIZE(WLAN_ASSOCIATION_ATTRIBUTES, 68);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, dot11Ssid, 0);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, dot11BssType, 36);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, dot11Bssid, 40);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, dot11PhyType, 48);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, uDot11PhyIndex, 52);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, wlanSignalQuality, 56);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, ulRxRate, 60);
+FIELD(WLAN_ASSOCIATION_ATTRIBUTES, ulTxRate, 64);
+SIZE(WLAN_SECURITY_ATTRIBUTES, 16);
+FIELD(WLAN_SECURITY_ATTRIBUTES, bOneXEnabled, 4);
+FIELD(WLAN_SECURITY_ATTRIBUTES, dot11AuthAlgorithm, 8);
+FIELD(WLAN_SECURITY_ATTRIBUTES, dot11CipherAlgorithm, 12);
+SIZE(WLAN_CONNECTION_ATTRIBUTES, 92 + 256 * sizeof(WCHAR));
+FIELD(WLAN_CONNECTION_ATTRIBUTES, wlanConnectionMode, 4);
+FIELD(WLAN_CONNECTION_ATTRIBUTES, strProfileName, 8);
+FIELD(WLAN_CONNECTION_ATTRIBUTES, wlanAssociationAttributes, 8 + 256 * sizeof(WCHAR));
+FIELD(WLAN_CONNECTION_ATTRIBUTES, wlanSecurityAttributes, 76 + 256 * sizeof(WCHAR));
+
+FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, strProfileName, 4);
+FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, dot11Ssid, 4 + 256 * sizeof(WCHAR));
+FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, dot11BssType, 40 + 256 * sizeof(WCHAR));
+FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, bSecurityEnabled, 44 + 256 * sizeof(WCHAR));
+FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, strProfileXml, 56 + 256 * sizeof(WCHAR));
+
+VALUE(DOT11_RATE_SET_MAX_LENGTH, 126);
+SIZE(WLAN_BSS_ENTRY, 360);
+FIELD(WLAN_BSS_ENTRY, uPhyId, 36);
+FIELD(WLAN_BSS_ENTRY, dot11Bssid, 40);
+FIELD(WLAN_BSS_ENTRY, dot11BssType, 48);
+FIELD(WLAN_BSS_ENTRY, lRssi, 56);
+FIELD(WLAN_BSS_ENTRY, bInRegDomain, 64);
+FIELD(WLAN_BSS_ENTRY, usBeaconPeriod, 66);
+FIELD(WLAN_BSS_ENTRY, ullTimestamp, 72);
+FIELD(WLAN_BSS_ENTRY, usCapabilityInformation, 88);
+FIELD(WLAN_BSS_ENTRY, ulChCenterFrequency, 92);
+FIELD(WLAN_BSS_ENTRY, wlanRateSet, 96);
+FIELD(WLAN_BSS_ENTRY, ulIeOffset, 352);
+FIELD(WLAN_BSS_ENTRY, ulIeSize, 356);
+FIELD(WLAN_BSS_LIST, dwNumberOfItems, 4);
+FIELD(WLAN_BSS_LIST, wlanBssEntries, 8);

@@ -1,0 +1,85 @@
+// Bytes from hexadecimal text, and to Base64 with a header.
+#include <openssl/evp.h>
+#include <wincrypt.h>
+
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "winhost/core/Gate.h"
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r\n";
+constexpr size_t kBytesInLine = 48;  // 64 characters
+
+BOOL Fail(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+// The number that a hexadecimal digit stands for, and -1 for another character.
+int DigitOf(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
+// False for a text that is not pairs of digits, with blanks before, between and behind them.
+bool ReadHex(std::string_view text, std::vector<BYTE>& bytes) {
+    for (size_t at = 0; at < text.size();) {
+        if (kBlanks.find(text[at]) != std::string_view::npos) {
+            ++at;
+            continue;
+        }
+        const int high = DigitOf(text[at]), low = at + 1 < text.size() ? DigitOf(text[at + 1]) : -1;
+        if (high < 0 || low < 0) return false;
+        bytes.push_back(static_cast<BYTE>(high << 4 | low));
+        at += 2;
+    }
+    return !bytes.empty();
+}
+
+std::string Base64Line(const BYTE* bytes, size_t size) {
+    std::string line(4 * ((size + 2) / 3) + 1, '\0');
+    line.resize(static_cast<size_t>(
+        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(line.data()), bytes, static_cast<int>(size))));
+    return line + "\r\n";
+}
+
+}  // namespace
+
+BOOL CryptStringToBinaryA(LPCSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary, DWORD* pcbBinary,
+                          DWORD* pdwSkip, DWORD* pdwFlags) {
+    WINHOST_GATE("CryptStringToBinaryA", FALSE);
+    if (!pszString || !pcbBinary || dwFlags != CRYPT_STRING_HEX_ANY) return Fail(ERROR_INVALID_PARAMETER);
+    std::vector<BYTE> bytes;
+    if (!ReadHex({pszString, cchString ? cchString : std::strlen(pszString)}, bytes))
+        return Fail(ERROR_INVALID_DATA);
+    const DWORD room = *pcbBinary;
+    *pcbBinary = static_cast<DWORD>(bytes.size());
+    if (pbBinary && room < bytes.size()) return Fail(ERROR_MORE_DATA);
+    if (pbBinary) std::memcpy(pbBinary, bytes.data(), bytes.size());
+    if (pdwSkip) *pdwSkip = 0;
+    if (pdwFlags) *pdwFlags = CRYPT_STRING_HEX_ANY;
+    return TRUE;
+}
+
+BOOL CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPSTR pszString,
+                          DWORD* pcchString) {
+    WINHOST_GATE("CryptBinaryToStringA", FALSE);
+    if (!pbBinary || cbBinary == 0 || !pcchString || dwFlags != CRYPT_STRING_BASE64HEADER)
+        return Fail(ERROR_INVALID_PARAMETER);
+    std::string text = "-----BEGIN CERTIFICATE-----\r\n";
+    for (size_t at = 0; at < cbBinary; at += kBytesInLine)
+        text += Base64Line(pbBinary + at, std::min<size_t>(kBytesInLine, cbBinary - at));
+    text += "-----END CERTIFICATE-----\r\n";
+    const DWORD room = *pcchString;
+    *pcchString = static_cast<DWORD>(text.size() + 1);
+    if (!pszString) return TRUE;
+    if (room < text.size() + 1) return Fail(ERROR_MORE_DATA);
+    std::memcpy(pszString, text.c_str(), text.size() + 1);
+    *pcchString = static_cast<DWORD>(text.size());
+    return TRUE;
+}

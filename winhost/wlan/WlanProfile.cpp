@@ -1,0 +1,103 @@
+// The profile of a network as XML.
+#include <openssl/evp.h>
+
+#include <array>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "testbed/Utf8.h"
+#include "winhost/wlan/WlanNetworks.h"
+
+namespace winhost {
+namespace {
+
+std::string Hex(const unsigned char* bytes, size_t size) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (size_t i = 0; i < size; ++i)
+        (text += kDigits[bytes[i] >> 4]) += kDigits[bytes[i] & 0xF];
+    return text;
+}
+
+std::string Escaped(const std::string& text) {
+    static constexpr std::array<std::pair<char, const char*>, 4> kEntities = {
+        {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}}};
+    std::string escaped;
+    for (const char c : text) {
+        const char* entity = nullptr;
+        for (const auto& [plain, as] : kEntities)
+            if (plain == c) entity = as;
+        if (entity) {
+            escaped += entity;
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+// What stands in place of a key for those who may not read it: of the form that Windows gives it, and of no
+// use.
+std::string Protected(const std::string& key) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned size = 0;
+    EVP_Digest(key.data(), key.size(), digest.data(), &size, EVP_sha256(), nullptr);
+    return "01000000D08C9DDF0115D1118C7A00C04FC297EB" + Hex(digest.data(), size);
+}
+
+std::string SharedKey(const WlanNetwork& network) {
+    if (network.key.empty()) return {};
+    return "<sharedKey><keyType>" + Escaped(network.keyType) +
+           "</keyType><protected>false</protected><keyMaterial>" + Escaped(network.key) +
+           "</keyMaterial></sharedKey>";
+}
+
+std::string MadeProfile(const WlanNetwork& network) {
+    const std::string ssid = SsidOf(network);
+    const std::string name = Escaped(testbed::ToUtf8(testbed::FromUtf8(ssid)));
+    return "<?xml version=\"1.0\"?>\n"
+           "<WLANProfile xmlns=\"http://www.microsoft.com/networking/WLAN/profile/v1\">"
+           "<name>" +
+           Escaped(network.name) + "</name><SSIDConfig><SSID><hex>" +
+           Hex(reinterpret_cast<const unsigned char*>(ssid.data()), ssid.size()) + "</hex><name>" + name +
+           "</name></SSID></SSIDConfig>"
+           "<connectionType>ESS</connectionType><connectionMode>auto</connectionMode>"
+           "<MSM><security><authEncryption><authentication>" +
+           Escaped(network.authentication) + "</authentication><encryption>" + Escaped(network.encryption) +
+           "</encryption><useOneX>" + (network.oneX ? "true" : "false") + "</useOneX></authEncryption>" +
+           SharedKey(network) + "</security></MSM></WLANProfile>\n";
+}
+
+// The first element of that name gets another text.
+void ReplaceText(std::string& xml, const std::string& element, std::string (*text)(const std::string&)) {
+    const std::string open = "<" + element + ">";
+    const size_t begin = xml.find(open);
+    if (begin == std::string::npos) return;
+    const size_t from = begin + open.size(), end = xml.find("</" + element + ">", from);
+    if (end != std::string::npos) xml.replace(from, end - from, text(xml.substr(from, end - from)));
+}
+
+std::string True(const std::string&) {
+    return "true";
+}
+
+}  // namespace
+
+std::optional<std::string> ProfileOf(const WlanNetwork& network, bool withPlainKey) {
+    std::string xml = network.profile;
+    if (!network.profileFile.empty()) {
+        std::ifstream file(Pc::Instance().HostPath(network.profileFile), std::ios::binary);
+        if (!file) return std::nullopt;
+        xml.assign(std::istreambuf_iterator<char>(file), {});
+    } else if (xml.empty()) {
+        xml = MadeProfile(network);
+    }
+    if (!withPlainKey) {
+        ReplaceText(xml, "protected", True);
+        ReplaceText(xml, "keyMaterial", Protected);
+    }
+    return xml;
+}
+
+}  // namespace winhost
