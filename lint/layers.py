@@ -19,6 +19,7 @@ OFFERED = {
     "session": {"session/LaunchProcess.h"},
     "hostcontrol": {"hostcontrol/HostControl.h"},
     "KVMDisplayMgrLib/src": {"KVMDisplayMgrLib/src/DisplayMgr.h", "KVMDisplayMgrLib/src/EncodeCapability.h"},
+    "wifi": {"wifi/WiFiSync.h"},
     "connection": {"connection/ConnectionAnnouncer.h", "connection/SocketServers.h"},
 }
 
@@ -28,9 +29,10 @@ USES = {
     "dash": ["connection"],
     "kvm": ["connection", "reporting", "session", "hostcontrol", "KVMDisplayMgrLib/src"],
     "KVMDisplayMgrLib/src": [],
-    "reporting": ["KVMDisplayMgrLib/src"],
+    "reporting": ["KVMDisplayMgrLib/src", "wifi"],
     "session": [],
     "hostcontrol": [],
+    "wifi": [],
 }
 
 TOP = "service"

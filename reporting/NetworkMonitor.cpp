@@ -9,6 +9,7 @@
 #include "reporting/NetworkStateStore.h"
 #include "reporting/StatusFile.h"
 #include "state/ServiceState.h"
+#include "wifi/WiFiSync.h"
 
 namespace {
 
@@ -18,11 +19,12 @@ constexpr uint64_t kLeastScanDistance = 61'001'000'000;  // ns
 }  // namespace
 
 NetworkMonitor::NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported,
-                               NetworkInventory& inventory, StatusFile& statusFile)
+                               NetworkInventory& inventory, StatusFile& statusFile, WiFiSync& wiFiSync)
     : m_addresses(addresses),
       m_reported(reported),
       m_inventory(inventory),
       m_statusFile(statusFile),
+      m_wiFiSync(wiFiSync),
       m_hNetworkScanStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {}
 
 NetworkMonitor::~NetworkMonitor() {
@@ -64,7 +66,12 @@ bool NetworkMonitor::ReportNetwork(const NetworkPass& pass) {
     if (pass.onlyWhenChanged) m_lastNetworkScanTime = SteadyTime();
     MultiNwInfo record;
     m_inventory.FillMultiNwInfo(record);
-    if (pass.onlyWhenChanged && !m_reported.HasChanged(record)) return false;
+    if (pass.onlyWhenChanged) {
+        const bool changed = m_reported.HasChanged(record);
+        // Outside of the comparison, whose lock would otherwise be held while this waits for a profile.
+        if (record.Count == 0) m_wiFiSync.ResetLastWiFiProfile();
+        if (!changed) return false;
+    }
     if (pass.logsCount) LogInfo("Available NICs Count: %d", record.Count);
     m_inventory.CommitNwInfo(record);
     if (pass.updatesAddress) {

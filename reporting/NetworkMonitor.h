@@ -18,6 +18,7 @@ class IPv4InfoStore;
 class NetworkInventory;
 class NetworkStateStore;
 class StatusFile;
+class WiFiSync;
 struct MultiNwInfo;
 
 // Selects what one pass over the network reports.
@@ -33,7 +34,7 @@ struct NetworkPass {
 class NetworkMonitor {
   public:
     NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported, NetworkInventory& inventory,
-                   StatusFile& statusFile);
+                   StatusFile& statusFile, WiFiSync& wiFiSync);
     // Unregisters the notifications. The scanning thread must have ended.
     ~NetworkMonitor();
     NetworkMonitor(const NetworkMonitor&) = delete;
@@ -60,7 +61,8 @@ class NetworkMonitor {
     // Returns 0 and the interface's GUID when the first WLAN interface is connected. Otherwise returns an
     // error, which is 1359 when the interface is not connected.
     DWORD CheckIfWLANConnected(bool verbose, GUID& interfaceGuid);
-    // Returns true when the host is connected over WLAN.
+    // Sends a new Wi-Fi profile to the firmware, or forgets the one that was sent last when the first WLAN
+    // interface is not connected. Returns true when the host is connected over WLAN.
     bool CheckWlanAndSyncProfile(bool verbose);
 
   private:
@@ -78,6 +80,7 @@ class NetworkMonitor {
     NetworkStateStore& m_reported;
     NetworkInventory& m_inventory;
     StatusFile& m_statusFile;
+    WiFiSync& m_wiFiSync;
 
     std::mutex m_threadMutex;  // guards the thread object
     std::unique_ptr<std::thread> m_pNetworkScanThreadObj;

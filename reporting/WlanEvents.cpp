@@ -2,6 +2,7 @@
 #include "base/Log.h"
 #include "reporting/NetworkMonitor.h"
 #include "state/ServiceState.h"
+#include "wifi/WiFiSync.h"
 
 namespace {
 
@@ -183,6 +184,12 @@ DWORD NetworkMonitor::CheckIfWLANConnected(bool verbose, GUID& interfaceGuid) {
 bool NetworkMonitor::CheckWlanAndSyncProfile(bool verbose) {
     GUID interfaceGuid{};
     const bool connected = CheckIfWLANConnected(verbose, interfaceGuid) == ERROR_SUCCESS;
+    DWORD error = ERROR_SUCCESS;
+    if (!connected) {
+        m_wiFiSync.ResetLastWiFiProfile();
+    } else if (const auto client = WlanClient(error)) {
+        m_wiFiSync.SyncWiFiProfile(interfaceGuid, client->Get(), verbose);
+    }
     // "LAN" stands for everything except a connected WLAN, including no network at all.
     if (verbose) LogInfo("System is connected to %s", connected ? "WLAN" : "LAN");
     return connected;

@@ -89,4 +89,5 @@ void ZELService::StopPlatformUpdates() {
     m_networkMonitor.UnRegisterWlanNotification();
     m_networkMonitor.StopNetworkScanThread();
     m_ipv4InfoStore.ClearAddresses();
+    m_wiFiSync.ResetLastWiFiProfile();
 }

@@ -27,6 +27,7 @@
 #include "service/Presence.h"
 #include "session/UserConsent.h"
 #include "state/ServiceState.h"
+#include "wifi/WiFiSync.h"
 
 class ZELService : public ServiceState {
   public:
@@ -115,7 +116,9 @@ class ZELService : public ServiceState {
     DisplayMgr m_displayMgr;
     KVMClientInterface m_kvmClientInterface{m_connectionAnnouncer, m_statusFile, m_hostControl, m_displayMgr};
     NetworkInventory m_networkInventory{m_ipv4InfoStore, m_networkStateStore};
-    NetworkMonitor m_networkMonitor{m_ipv4InfoStore, m_networkStateStore, m_networkInventory, m_statusFile};
+    WiFiSync m_wiFiSync;
+    NetworkMonitor m_networkMonitor{m_ipv4InfoStore, m_networkStateStore, m_networkInventory, m_statusFile,
+                                    m_wiFiSync};
     std::atomic<uint8_t> m_bPlatformUpdateDone{1};
 
   private:

@@ -5,6 +5,7 @@
 #include "kvm/AgentPipeRecords.h"
 #include "mailbox/ConsentRecords.h"
 #include "tests/faults/PipeProgram.h"
+#include "winhost/wlan/WlanNetworks.h"
 #include "winhost/wlan/WlanService.h"
 
 namespace {
@@ -177,6 +178,10 @@ void NetworkChange(World& world) {
     });
     world.Until([&] { return world.firmware.Count("WriteMultiNwInfo") >= 1; });
     world.Settle();
+    // The addresses stay, and the Wi-Fi profile alone is new.
+    world.OnThreadOfWindows([] { winhost::JoinNetwork(0, "office"); });
+    world.Until([&] { return world.firmware.Count("WriteWiFiSyncInfo") >= 1; }, World::Seconds(10));
+    world.Settle();
     // Found by the scan alone.
     Move("192.168.1.78");
     world.UntilLogged(kScanned);
@@ -208,8 +213,9 @@ const std::vector<Scenario>& Scenarios() {
         {"consent", "a question to the person at the PC, and the answer", Settled, Consent},
         {"power", "a console reboots the PC, hibernates it, and shuts it down", Settled, Power},
         {"suspend", "the PC sleeps and wakes", Settled, SuspendAndResume},
-        {"network", "addresses change, reported by the WLAN service and found by a scan", Settled,
-         NetworkChange},
+        {"network",
+         "addresses change, reported by the WLAN service and found by a scan, and another network is joined",
+         Settled, NetworkChange},
         {"stop", "the stop of a service with a console and a viewer", InSessions, Nothing, true},
     };
     return scenarios;

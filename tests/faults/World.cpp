@@ -55,7 +55,12 @@ void World::Describe(winhost::PcDescription& description) {
     wireless.address = "192.168.2.10";
     wireless.mask = "255.255.255.0";
     description.adapters->push_back(wireless);
-    description.wlanInterfaces = {{wireless.name, "Wi-Fi", 1}};
+    description.wlanInterfaces = {{wireless.name, "Wi-Fi", 1, "home"}};
+    winhost::WlanNetwork home, office;
+    home.name = "home";
+    office.name = "office";
+    office.authentication = "WPA3SAE";
+    description.wlanNetworks = {home, office};
     description.dnsDomain = "example.net";
     if (m_scenario.hasRuntime) description.libraryFolders = {ScriptedLibrary::Folder()};
 }
