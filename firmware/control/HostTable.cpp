@@ -58,6 +58,16 @@ std::string NetworkText(int status) {
     return status == 0 ? "not connected" : status == 1 ? "over LAN" : status == 2 ? "over WLAN" : "?";
 }
 
+std::string WiFiText(const Json::Value& wifi) {
+    static constexpr std::array kKinds = {
+        "open", "?", "WPA2 personal", "WPA2 enterprise", "WPA3 personal", "WPA3 enterprise", "enterprise"};
+    static constexpr std::array kBands = {"no band", "2.4 GHz", "5 GHz", "6 GHz", "any band"};
+    const unsigned kind = wifi["wpaauth"].asUInt(), band = wifi["band"].asUInt();
+    return Printable(wifi["ssid"]) + ", " + (kind < kKinds.size() ? kKinds[kind] : "?") + ", channel " +
+           wifi["channel"].asString() + " (" + (band < kBands.size() ? kBands[band] : "?") + "), key " +
+           Printable(wifi["key_material"]);
+}
+
 std::string LinkText(const Json::Value& adapter) {
     static constexpr std::array kStates = {"not operational", "unreachable", "disconnected",
                                            "connecting",      "connected",   "operational"};
@@ -127,6 +137,7 @@ std::string HostTableOf(const Json::Value& host) {
         table += Line("time zone", TimeZoneText(host["WriteADInfo"]["TimezoneDiff"].asInt()));
     if (host.isMember("WriteNetworkStatusInfo"))
         table += Line("network", NetworkText(host["WriteNetworkStatusInfo"]["status"].asInt()));
+    if (host.isMember("WriteWiFiSyncInfo")) table += Line("Wi-Fi", WiFiText(host["WriteWiFiSyncInfo"]));
     return table + AdaptersOf(host);
 }
 
