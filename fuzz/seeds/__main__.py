@@ -16,7 +16,7 @@ import texts
 
 for add in (
     mailbox.host_records, mailbox.gate_frames, mailbox.link, mailbox.frames, mailbox.device, mailbox.pipes, console.console,
-    texts.descriptions, texts.control_lines, texts.texts, service.answers, service.platform, service.dispatch,
+    texts.descriptions, texts.control_lines, texts.texts, texts.wifi_profiles, service.answers, service.platform, service.dispatch,
     service.each_command, display.agents, display.escapes, display.runtimes,
 ):  # fmt: skip
     add()

@@ -53,6 +53,12 @@ def descriptions():
         "wlan": {
             "wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "description": "Wi-Fi", "state": 1}]
         },
+        "wlan-networks": {
+            "wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "state": 1, "network": "office"}],
+            "wlanNetworks": [{"name": "office", "ssid": "office", "authentication": "WPA3SAE", "key": "secret key", "channel": 6},
+                             {"name": "bytes", "ssidBytes": "FF00", "profile": "<WLANProfile/>", "listed": False}],
+            "rootCertificates": ["C:\\root.pem"],
+        },
         "unknown-key": {"nothing": 1},
         "wrong-type": {"adapters": [{"mac": 7}]},
     }.items():
@@ -77,6 +83,9 @@ def control_lines():
         "event-log": {"command": "event-log"},
         "wlan": {"command": "wlan", "action": "notify", "code": 10, "source": 8, "interface": 0},
         "wlan-state": {"command": "wlan", "action": "state", "state": "connected"},
+        "wlan-join": {"command": "wlan", "action": "join", "network": "Home", "interface": 0},
+        "wlan-roam": {"command": "wlan", "action": "roam", "channel": 36, "frequency": 5180000},
+        "wlan-key": {"command": "wlan", "action": "key", "network": "Home", "key": "another"},
         "power-actions": {"command": "power-actions"},
         "lock": {"command": "lock"},
         "session": {"command": "session", "id": "none"},
@@ -101,6 +110,38 @@ def control_lines():
         "requests": {"verb": "requests"},
     }.items():
         seed("mpmcontrol", name, json.dumps(line))
+
+
+# --- profiles ---
+
+def wifi_profile(security, ssid="office"):
+    return (f'<?xml version="1.0"?><WLANProfile xmlns="http://www.microsoft.com/networking/WLAN/profile/v1"><name>n</name>'
+            f"<SSIDConfig><SSID><hex>00</hex><name>{ssid}</name></SSID></SSIDConfig><MSM><security>{security}</security></MSM>"
+            "</WLANProfile>")
+
+
+def wifi_profiles():
+    def authentication(kind):
+        return f"<authEncryption><authentication>{kind}</authentication><encryption>AES</encryption></authEncryption>"
+    key = ("<sharedKey><keyType>passPhrase</keyType><protected>false</protected><keyMaterial>secret &amp; key</keyMaterial>"
+           "</sharedKey>")
+    enterprise = ("<OneX><authMode>user</authMode><EAPConfig><EapHostConfig><EapMethod><Type>25</Type></EapMethod><Config><Eap>"
+                  "<EapType><ServerValidation><ServerNames/><TrustedRootCA>84 e6 c1 69</TrustedRootCA></ServerValidation></EapType>"
+                  "</Eap></Config></EapHostConfig></EAPConfig></OneX>")
+    # The byte in front: 0 takes the text once, 15 repeats it.
+    for name, times, text in (
+        ("wpa2", 0, wifi_profile(authentication("WPA2PSK") + key)),
+        ("wpa3", 0, wifi_profile(authentication("WPA3SAE") + key, "B\u00fcro")),
+        ("enterprise", 0, wifi_profile(authentication("WPA2") + enterprise)),
+        ("open", 0, wifi_profile(authentication("open"))),
+        ("mark-and-cdata", 0, "\ufeff" + wifi_profile(authentication("<![CDATA[WPA2PSK]]>") + key)),
+        ("nested", 15, "<a><b><c><d><e>"),
+        ("unclosed", 0, "<WLANProfile><MSM>"),
+        ("wrong-entity", 0, "<a>&#xFFFFFFFF;</a>"),
+        ("wrong-end", 0, "<a></b>"),
+        ("doctype", 0, "<!DOCTYPE x [<!ENTITY e 'v'>]><WLANProfile/>"),
+    ):
+        seed("wifiprofile", name, bytes([times]) + text.encode())
 
 
 # --- texts ---
