@@ -22,6 +22,7 @@ from harness.processes import REPOSITORY
 from kvm import open_desktop, remote_kvm, serve_by_hand
 from screen import show_screen
 from story import FirmwareLines, Follower, Story, service_line
+from wifi import LAPTOP, show_wifi
 
 
 USER = "administrator"
@@ -36,7 +37,7 @@ def make_host(windows, workdir, password, open_ports):
         firmware = Firmware(workdir, listen="tcp:127.0.0.1:6640", settings=settings).start()
         return firmware, WineHost(workdir, "127.0.0.1:6640")
     firmware = Firmware(workdir, settings=settings).start()
-    return firmware, NativeHost(workdir, firmware.address, openPorts=open_ports)
+    return firmware, NativeHost(workdir, firmware.address, openPorts=open_ports, **LAPTOP)
 
 
 def play(story, firmware, host, desktop, workdir, password):
@@ -45,6 +46,7 @@ def play(story, firmware, host, desktop, workdir, password):
     identify(story, console, "a console")
     second_client_waits(story, console)
     show_host(story, firmware)
+    show_wifi(story, host, firmware)
     pictures = {
         "the viewer's picture of the bridged desktop": remote_kvm(story, host, firmware, desktop, workdir),
         "the viewer's picture of the captured screen": show_screen(story, host, firmware, desktop, workdir),

@@ -65,6 +65,7 @@ class _Order:
         yield Event("viewer", {"seed": self._seed(), "sizes": [1000, 100_000], "trouble": "none", "close": "close", "times": 1})
         yield Event("screen", {"frames": 3, "trouble": "none", "close": "firmware", "times": 1})
         yield self._network()
+        yield self._wifi()
         yield Event("consent", {"type": 1, "limit": 60, "answer": "yes"})
         yield Event("checkpoint", {})
 
@@ -94,7 +95,7 @@ class _Order:
 
     def _top(self):
         return getattr(self, "_" + self._pick({
-            "console": 50, "rush": 14, "viewer": 15, "screen": 6, "command": 6, "power": 3, "network": 3, "suspend": 3,
+            "console": 50, "rush": 14, "viewer": 15, "screen": 6, "command": 6, "power": 3, "network": 3, "wifi": 3, "suspend": 3,
             "consent": 3, "kvm_stray": 2, "idle_console": 1}))()
 
     def _small(self):
@@ -171,6 +172,9 @@ class _Order:
 
     def _network(self):
         return Event("network", {"address": f"192.168.{self._chance.randint(2, 250)}.{self._chance.randint(2, 250)}"})
+
+    def _wifi(self):
+        return Event("wifi", {"network": self._chance.choice(("office", "lab"))})
 
     def _suspend(self):
         resumes = self._chance.sample(("resume-critical", "resume-suspend", "resume-automatic"), self._chance.randint(1, 3))

@@ -14,6 +14,11 @@ from harness.waiting import eventually
 from .screens import SIZE
 from .stage import make_firmware
 
+# Its Wi-Fi has no address of its own: only the profile of the network is looked at.
+WIRELESS = {
+    "wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}"}],
+    "wlanNetworks": [{"name": "office", "ssid": "office"}, {"name": "lab", "ssid": "lab", "authentication": "WPA3SAE"}],
+}
 LOOKS, LOOK = 10, 0.005  # how often, and seconds between
 
 
@@ -23,7 +28,7 @@ class NativePc:
 
     def __init__(self, workdir, clock_rate):
         self.firmware = make_firmware(workdir)
-        self.host = NativeHost(workdir, self.firmware.address, clockRate=clock_rate)
+        self.host = NativeHost(workdir, self.firmware.address, clockRate=clock_rate, **WIRELESS)
         # The screen is the software runtime's test picture.
         self.host.description["screen"] = dict(zip(("width", "height"), SIZE))
         self.host.description["libraryFolders"] = [str(build_folder())]
@@ -58,6 +63,9 @@ class NativePc:
     def tell_of_network(self, code):
         """The WLAN service's word, at which the service looks at its network."""
         self._ask("wlan", action="notify", code=code)
+
+    def join(self, network):
+        self._ask("wlan", action="join", network=network)
 
     def lock(self, locked):
         self._ask("lock" if locked else "unlock")
@@ -103,7 +111,7 @@ class WinePc:
     """What Wine lacks: power events, a WLAN service, the desktop's lock, and calls that end the PC but not its session."""
 
     cannot = frozenset(("suspend", "lock", "nobody", "no-agent", "preshutdown", "power-28", "network-told",
-                        "screen"))
+                        "screen", "wifi"))
     always_errors = (
         "UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",
         # Wine's number for a connection that is closed while another thread reads.

@@ -23,7 +23,8 @@ class Player:
             "console": self._consoles.console, "idle-console": self._consoles.idle_console, "rush": self._consoles.rush,
             "viewer": self._viewers.viewer, "screen": Screens(stage, self._viewers).screen, "kvm-stray": self._viewers.kvm_stray,
             "firmware": self._surroundings.firmware, "command": self._surroundings.command, "power": self._surroundings.power,
-            "network": self._surroundings.network, "suspend": self._surroundings.suspend, "consent": self._surroundings.consent}
+            "network": self._surroundings.network, "wifi": self._surroundings.wifi, "suspend": self._surroundings.suspend,
+            "consent": self._surroundings.consent}
 
     def play(self, event):
         """One event, with all that happens in its middle."""

@@ -7,7 +7,8 @@ from harness.waiting import eventually
 ANSWERS = {"yes": 1, "wrong-then-yes": 1, "no": 2, "noresponse": 2}
 POWER_ACTIONS = {19: "sleep", 21: "reboot", 22: "shutdown", 23: "hibernate", 28: "shutdown"}
 DEEP = (19, 23)  # each leaves the handle of a thread
-REQUESTS_OF_UPDATE = 10
+REQUESTS_OF_UPDATE = 11
+LEVEL_OF_WIFI = 40  # of the firmware
 CONSENT_SENT = "Consent received by driver is "
 
 
@@ -72,6 +73,24 @@ class Surroundings:
             else:
                 raise AssertionError(f"the firmware did not receive the address {address}")
         self._stage.tally.faults["network change"] += 1
+
+    def wifi(self, network):
+        """The PC joins a Wi-Fi network; firmware that takes its profile gets it, unless it has it already."""
+        self._stage.pc.join(network)
+        for _ in range(30 if self._stage.level >= LEVEL_OF_WIFI else 0):
+            if self._told_network(network, patience=1.0):
+                break
+            self._wlan_code = 31 - self._wlan_code
+            self._stage.pc.tell_of_network(self._wlan_code)
+        else:
+            assert self._stage.level < LEVEL_OF_WIFI, f"the firmware did not receive the network {network}"
+        self._stage.tally.faults["Wi-Fi change"] += 1
+
+    def _told_network(self, network, patience):
+        try:
+            return eventually(lambda: self._stage.told("WriteWiFiSyncInfo").get("ssid") == network, "", patience)
+        except AssertionError:
+            return False
 
     def _told_address(self, address, patience):
         try:
