@@ -6,7 +6,6 @@
 #include <winsock2.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,28 +40,18 @@ DWORD Await(HANDLE device, OVERLAPPED& overlapped, BOOL completed, const char* c
     return bytes;
 }
 
-// The chunks of one frame after the other.
-class Chunks {
-  public:
-    explicit Chunks(uint32_t frameSize)
-        : m_frameSize(frameSize), m_record(sizeof(EncodedFrameChunk) + EncodedFrameChunk::kMaxData) {}
-
-    // Returns the size of the record.
-    DWORD Next() {
-        constexpr auto kMaxData = static_cast<uint32_t>(EncodedFrameChunk::kMaxData);
-        if (m_left == 0) m_left = (m_frameSize - 1) / kMaxData + 1;
-        const uint32_t size = m_left > 1 ? kMaxData : (m_frameSize - 1) % kMaxData + 1;
-        const EncodedFrameChunk head{m_left--, size, m_frameSize};
-        std::memcpy(m_record.data(), &head, sizeof head);
-        return static_cast<DWORD>(sizeof head + size);
+// The records of one frame, which is sent again and again.
+std::vector<std::vector<uint8_t>> MakeRecords(uint32_t frameSize) {
+    constexpr auto kMaxData = static_cast<uint32_t>(EncodedFrameChunk::kMaxData);
+    std::vector<std::vector<uint8_t>> records;
+    for (uint32_t left = (frameSize - 1) / kMaxData + 1; left > 0; --left) {
+        const uint32_t size = left > 1 ? kMaxData : (frameSize - 1) % kMaxData + 1;
+        const EncodedFrameChunk head{left, size, frameSize};
+        std::vector<uint8_t>& record = records.emplace_back(sizeof head + size, uint8_t{0x5A});
+        std::memcpy(record.data(), &head, sizeof head);
     }
-    void* Record() { return m_record.data(); }
-
-  private:
-    const uint32_t m_frameSize;
-    uint32_t m_left = 0;
-    std::vector<uint8_t> m_record;
-};
+    return records;
+}
 
 }  // namespace
 
@@ -79,14 +68,15 @@ int main(int argc, char** argv) {
     read.hEvent = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     write.hEvent = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     std::vector<uint8_t> message(kMailboxBufferSize);
-    Chunks chunks(static_cast<uint32_t>(atol(argv[2])));
-    for (;;) {
+    auto records = MakeRecords(static_cast<uint32_t>(atol(argv[2])));
+    for (size_t next = 0;;) {
         const BOOL isRead = ReadFile(reader, message.data(), kMailboxBufferSize, nullptr, &read);
         const DWORD bytes = Await(reader, read, isRead, "ReadFile");
         if (bytes != kMailboxTrailerSize || message[0] != MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER) continue;
-        const DWORD size = chunks.Next();
-        const BOOL isWritten = DeviceIoControl(writer, MailboxCode::WriteEncodedBuffer, chunks.Record(), size,
-                                               nullptr, 0, nullptr, &write);
+        std::vector<uint8_t>& record = records[next++ % records.size()];
+        const BOOL isWritten =
+            DeviceIoControl(writer, MailboxCode::WriteEncodedBuffer, record.data(),
+                            static_cast<DWORD>(record.size()), nullptr, 0, nullptr, &write);
         Await(writer, write, isWritten, "DeviceIoControl");
     }
 }

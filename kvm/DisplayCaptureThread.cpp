@@ -130,7 +130,7 @@ bool DisplayCaptureThread::AnswerRequest() {
     if (m_chunksLeft == 0) CaptureFrame();
     LogInfo("LUX_KVM: DispEvtCaptureEncodeStart RequiredChunk %d m_requestCount %d offset %d", m_chunksLeft,
             m_requestCount, m_offset);
-    const uint32_t chunkSize = FillSendBuffer();
+    uint32_t chunkSize = 0;
     if (const uint32_t error = SendChunk(chunkSize)) {
         LogError("LUX_KVM: %s: SendIOCtlToDriver failed, dwError: %d", kName, error);
         return false;
@@ -157,22 +157,22 @@ void DisplayCaptureThread::CaptureFrame() {
     m_chunksLeft = ChunksOf(m_encodedFrameSize);
 }
 
-// Returns the number of the frame's bytes in the chunk.
-uint32_t DisplayCaptureThread::FillSendBuffer() {
+// Returns the error of the request, and the number of the frame's bytes in the chunk. Only the first chunk is
+// copied to the send buffer: the head of a later one replaces bytes of the frame that have been sent.
+uint32_t DisplayCaptureThread::SendChunk(uint32_t& chunkSize) {
     std::lock_guard lock(m_sendBufferLock);
     constexpr uint32_t kMaxData = EncodedFrameChunk::kMaxData;
     const EncodedFrameChunk head{m_chunksLeft, std::min(m_encodedFrameSize - m_offset, kMaxData),
                                  m_encodedFrameSize};
-    std::memcpy(m_pSendBuffer.get(), &head, sizeof head);
-    if (m_encodedFrame.bytes)
-        std::memcpy(m_pSendBuffer.get() + sizeof head, m_encodedFrame.bytes.get() + m_offset, head.ChunkSize);
-    return head.ChunkSize;
-}
-
-uint32_t DisplayCaptureThread::SendChunk(uint32_t chunkSize) {
-    std::lock_guard lock(m_sendBufferLock);
-    return g_pServiceState->m_mailBoxDriverInterface.WriteEncodedBuffer(
-        m_pSendBuffer.get(), sizeof(EncodedFrameChunk) + chunkSize);
+    chunkSize = head.ChunkSize;
+    uint8_t* record = m_pSendBuffer.get();
+    if (m_offset >= sizeof head) {
+        record = m_encodedFrame.bytes.get() + m_offset - sizeof head;
+    } else if (m_encodedFrame.bytes) {
+        std::memcpy(record + sizeof head, m_encodedFrame.bytes.get() + m_offset, chunkSize);
+    }
+    std::memcpy(record, &head, sizeof head);
+    return g_pServiceState->m_mailBoxDriverInterface.WriteEncodedBuffer(record, sizeof head + chunkSize);
 }
 
 // The thread's last steps, taken by another thread when this one was forced to end.

@@ -67,8 +67,7 @@ class DisplayCaptureThread {
     bool AllocateSendBuffer();
     bool AnswerRequest();
     void CaptureFrame();
-    uint32_t FillSendBuffer();
-    uint32_t SendChunk(uint32_t chunkSize);
+    uint32_t SendChunk(uint32_t& chunkSize);
     void TerminateDisplayMgr();
 
     // DisplayCaptureEnd.cpp
