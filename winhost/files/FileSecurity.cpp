@@ -31,7 +31,6 @@ const std::string kEveryone = Sid(1, {0}), kCreatorOwner = Sid(3, {0}), kSystem 
                   kUsers = Sid(5, {32, 545});
 
 constexpr BYTE kToAll = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
-constexpr BYTE kInheritance = kToAll | NO_PROPAGATE_INHERIT_ACE | INHERIT_ONLY_ACE;
 
 FileSecurity OfTheDrives() {
     constexpr BYTE kAllow = ACCESS_ALLOWED_ACE_TYPE;
