@@ -57,7 +57,8 @@ Json::Value Slots(std::span<const uint8_t> bytes, const RecordLayout& element, s
     return slots;
 }
 
-Json::Value Value(const RecordField& field, std::span<const uint8_t> bytes, std::span<const uint8_t> record) {
+Json::Value Value(const RecordField& field, std::span<const uint8_t> bytes, std::span<const uint8_t> record,
+                  Secrets secrets) {
     switch (field.kind) {
         case RecordField::Kind::Signed:
             return Json::Value(Json::Int64(Signed(bytes)));
@@ -73,7 +74,7 @@ Json::Value Value(const RecordField& field, std::span<const uint8_t> bytes, std:
         case RecordField::Kind::Reserved:
             return Preview(bytes);
         case RecordField::Kind::Secret:
-            return Secret(bytes);
+            return secrets == Secrets::Shown ? Text(bytes) : Secret(bytes);
         case RecordField::Kind::Slots:
             return Slots(bytes, *field.element, size_t(Number(record.first(2))));
         case RecordField::Kind::Number:
@@ -106,7 +107,7 @@ std::string Preview(std::span<const uint8_t> bytes) {
     return bytes.size() > kPreviewBytes ? text + " ..." : text;
 }
 
-Json::Value Decode(std::span<const RecordField> fields, std::span<const uint8_t> bytes) {
+Json::Value Decode(std::span<const RecordField> fields, std::span<const uint8_t> bytes, Secrets secrets) {
     Json::Value object(Json::objectValue);
     size_t end = 0;
     for (const RecordField& field : fields) {
@@ -116,7 +117,7 @@ Json::Value Decode(std::span<const RecordField> fields, std::span<const uint8_t>
         const bool whole = size <= left && field.offset <= bytes.size();
         if (!whole && (left == 0 || !MayBeCut(field.kind))) continue;
         const auto part = bytes.subspan(field.offset, std::min(size, left));
-        if (!IsEmptyReserve(field, part)) object[field.name] = Value(field, part, bytes);
+        if (!IsEmptyReserve(field, part)) object[field.name] = Value(field, part, bytes, secrets);
     }
     if (bytes.size() > end) object["data"] = Preview(bytes.subspan(end));
     return object;

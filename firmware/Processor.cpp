@@ -6,6 +6,7 @@
 #include "firmware/Answers.h"
 #include "firmware/Catalogue.h"
 #include "firmware/Fields.h"
+#include "firmware/Report.h"
 
 namespace mpm {
 
@@ -204,7 +205,7 @@ Json::Value Processor::Host() const {
     host["up"] = m_hostUp;
     host["listening"] = HostListening();
     for (const auto& [name, record] : m_host)
-        host[name] = Decode(FindRequest(name)->input.fields, record);
+        host[name] = Decode(FindRequest(name)->input.fields, record, SecretsOf(m_settings, name));
     return host;
 }
 

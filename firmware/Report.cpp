@@ -47,7 +47,11 @@ std::string FieldTexts(const Json::Value& fields) {
 
 }  // namespace
 
-Json::Value JsonOf(const Event& event) {
+Secrets SecretsOf(const Settings& settings, const std::string& request) {
+    return settings.ShowWiFiKey && request == "WriteWiFiSyncInfo" ? Secrets::Shown : Secrets::Masked;
+}
+
+Json::Value JsonOf(const Event& event, Secrets secrets) {
     if (event.kind == Event::Kind::Note) {
         Json::Value object = Start("note", event.name, event.time);
         if (!event.text.empty()) object["text"] = event.text;
@@ -55,7 +59,8 @@ Json::Value JsonOf(const Event& event) {
     }
     if (event.kind == Event::Kind::Request)
         return JsonOf(
-            Request{event.name, event.code, {event.data.begin(), event.data.end()}, event.time, event.text});
+            Request{event.name, event.code, {event.data.begin(), event.data.end()}, event.time, event.text},
+            secrets);
     Json::Value object = Start("message", event.name, event.time);
     object["bytes"] = Json::UInt64(event.data.size());
     if (event.name == "raw") return object;
@@ -65,13 +70,13 @@ Json::Value JsonOf(const Event& event) {
     return object;
 }
 
-Json::Value JsonOf(const Request& request) {
+Json::Value JsonOf(const Request& request, Secrets secrets) {
     Json::Value object = Start("request", request.name, request.time);
     object["code"] = CodeText(request.code);
     object["bytes"] = Json::UInt64(request.data.size());
     const MailboxRequest* operation = FindRequest(request.code, request.data.size());
     object["fields"] =
-        operation ? Decode(operation->input.fields, request.data) : Json::Value(Json::objectValue);
+        operation ? Decode(operation->input.fields, request.data, secrets) : Json::Value(Json::objectValue);
     if (!request.fault.empty()) object["fault"] = request.fault;
     return object;
 }

@@ -218,6 +218,7 @@ void ForEach(Settings& s, const Visit& visit) {
     visit("Challenges", For(s.Challenges));
     visit("ProductVendor", For(s.ProductVendor, 256));
     visit("DASHVersion", For(s.DASHVersion, 256));
+    visit("ShowWiFiKey", For(s.ShowWiFiKey));
     visit("KeepRequests", For(s.KeepRequests));
 }
 

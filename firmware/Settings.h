@@ -87,6 +87,9 @@ struct Settings {
     std::string ProductVendor = "Tarvix";  // of the Identify answer; ProductVersion is MPMVersion
     std::string DASHVersion = "1.2.0";
 
+    // Whether the key of the host's Wi-Fi network is shown and recorded. Otherwise only its length is.
+    bool ShowWiFiKey = false;
+
     // Whether requests are kept for Requests() and AwaitRequest(). Count() works without.
     bool KeepRequests = true;
 

@@ -98,8 +98,10 @@ int Run(const RunOptions& options) {
     const bool print = !options.quiet && options.recordFile != "-";
     Firmware firmware(SettingsOf(options));
     if (print || record)
-        firmware.Observe([&record, print](const Event& event) {
-            const Json::Value json = JsonOf(event);
+        firmware.Observe([&firmware, &record, print](const Event& event) {
+            const bool hasKey = event.code == MailboxCode::WriteWiFiSyncInfo;
+            const Json::Value json =
+                JsonOf(event, hasKey ? SecretsOf(firmware.CurrentSettings(), event.name) : Secrets::Masked);
             if (record) WriteLine(record.Get(), Compact(json));
             if (print) WriteLine(STDOUT_FILENO, LineOf(json));
         });

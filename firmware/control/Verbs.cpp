@@ -133,8 +133,9 @@ Json::Value Screen(Firmware& firmware, const Json::Value& request) {
 Json::Value Requests(Firmware& firmware, const Json::Value&) {
     Json::Value answer;
     answer["requests"] = Json::Value(Json::arrayValue);
+    const Settings settings = firmware.CurrentSettings();
     for (const Request& request : firmware.Requests())
-        answer["requests"].append(JsonOf(request));
+        answer["requests"].append(JsonOf(request, SecretsOf(settings, request.name)));
     return answer;
 }
 

@@ -65,6 +65,8 @@ def test_a_new_passphrase_is_sent_and_no_key_is_written_down(stage):
     assert "key (13 bytes, not shown)" in stage.firmware.show()
     for written in (stage.host.log_text(), stage.firmware.record_path.read_text(), stage.firmware.log_path.read_text()):
         assert "horse" not in written
+    stage.firmware.set(ShowWiFiKey="true")
+    assert "key another horse" in stage.firmware.show()
 
 
 def test_a_broken_profile_costs_one_line_and_the_next_network_is_sent(stage):

@@ -7,6 +7,7 @@
 
 #include "mailbox/MailboxRecords.h"
 #include "mailbox/OsInfoRecord.h"
+#include "mailbox/WiFiSyncRecord.h"
 #include "tests/unit/firmware/LinkHost.h"
 
 namespace mpm::test {
@@ -61,6 +62,24 @@ TEST_F(HostTableTest, TellsTheTimeZoneInHoursAndMinutes) {
         Tell(MailboxCode::WriteADInfo, ADInfo{seconds, {}});
         ExpectLine(std::string("time zone                   ") + text);
     }
+}
+
+TEST_F(HostTableTest, ShowsTheWiFiNetworkAndItsKeyOnlyWhenAskedTo) {
+    WiFiSyncInfo info{};
+    std::strcpy(info.ssid, "office\x1b");
+    std::strcpy(info.key_material, "correct horse");
+    info.channel = 36;
+    info.wpaauth = 4;
+    info.band = 2;
+    Tell(MailboxCode::WriteWiFiSyncInfo, info);
+    ExpectLine(
+        "Wi-Fi                       office?, WPA3 personal, channel 36 (5 GHz), key (13 bytes, not shown)");
+    m_firmware.Change([](Settings& settings) { settings.ShowWiFiKey = true; });
+    ExpectLine("Wi-Fi                       office?, WPA3 personal, channel 36 (5 GHz), key correct horse");
+    info.wpaauth = 7;
+    info.band = 5;
+    Tell(MailboxCode::WriteWiFiSyncInfo, info);
+    ExpectLine("Wi-Fi                       office?, ?, channel 36 (?), key correct horse");
 }
 
 TEST_F(HostTableTest, PutsTheAdaptersInColumns) {

@@ -163,6 +163,14 @@ TEST_F(RequestsTest, ReadsTheWiFiProfileButNeverShowsItsKey) {
     EXPECT_EQ(fields["wpa_ptk_rekey"], 0);
     EXPECT_EQ(fields["key_material"], "(13 bytes, not shown)");
     EXPECT_EQ(Compact(fields).find("horse"), std::string::npos);
+    EXPECT_EQ(JsonOf(m_firmware.Requests().at(0), SecretsOf(Settings{}, "WriteWiFiSyncInfo")),
+              JsonOf(m_firmware.Requests().at(0)));
+    Settings settings;
+    settings.ShowWiFiKey = true;
+    const Json::Value shown =
+        JsonOf(m_firmware.Requests().at(0), SecretsOf(settings, "WriteWiFiSyncInfo"))["fields"];
+    EXPECT_EQ(shown["key_material"], "correct horse");
+    EXPECT_EQ(SecretsOf(settings, "GetCloudCertInfo"), Secrets::Masked);
 }
 
 TEST_F(RequestsTest, ShowsNoByteOfARecordOfWrongSize) {
