@@ -1,8 +1,13 @@
-// Command lines as the programs that the service starts get them.
+// Command lines as the programs that the service starts get them, and as the command processor runs them.
+#include <stdlib.h>
+
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "fuzz/Input.h"
+#include "fuzz/support/Wire.h"
+#include "winhost/pc/Pc.h"
 #include "winhost/process/CommandLine.h"
 
 namespace {
@@ -19,10 +24,29 @@ std::string Quoted(const std::string& argument) {
     return text + std::string(backslashes, '\\') + '"';
 }
 
+// Its drive has no file.
+struct PcWithoutPrograms {
+    PcWithoutPrograms() {
+        winhost::PcDescription pc;
+        pc.root = fuzz::SocketFolder() + "/pc";
+        winhost::Pc::Instance().Reset(pc);
+    }
+    static bool HasFiles() { return !std::filesystem::is_empty(winhost::Pc::Instance().HostPath("C:\\")); }
+};
+
+// Whatever the command is, it runs nothing of this machine and creates no file.
+void RunCommand(const std::string& line) {
+    static const PcWithoutPrograms pc;
+    const int result = system(line.c_str());
+    fuzz::Require(result == 1 || result == -1, "no program is found");
+    fuzz::Require(!PcWithoutPrograms::HasFiles(), "no file is created");
+}
+
 }  // namespace
 
 FUZZ_TARGET(commandline) {
     const std::string line = fuzz::TextOf(input);
+    RunCommand(line);
     const std::vector<std::string> arguments = winhost::SplitArguments(line);
     fuzz::Require(!arguments.empty(), "there is always a program");
     size_t size = 0;

@@ -22,7 +22,8 @@ constexpr uint32_t kFileNotFound = 2, kPathNotFound = 3, kTooManyOpenFiles = 4, 
                    kRegistryCorrupt = 1015, kKeyDeleted = 1018, kInvalidComputerName = 1210,
                    kEventlogFileCorrupt = 1500, kInternalError = 1359, kNoSuchLogonSession = 1312,
                    kFileExists = 80, kWaitTimeout = 258, kInvalidSecurityDescriptor = 1338,
-                   kEventlogFull = 1502, kInvalidState = 5023, kNoSuchCertificate = 0x80092004;
+                   kEventlogFull = 1502, kInvalidState = 5023, kNoSuchCertificate = 0x80092004,
+                   kPackageCorrupt = 15702;
 // Winsock.
 constexpr uint32_t kWsaIntr = 10004, kWsaFault = 10014, kWsaTooManyFiles = 10024, kWsaWouldBlock = 10035,
                    kWsaInProgress = 10036, kWsaNotSocket = 10038, kWsaAddressInUse = 10048,
@@ -91,6 +92,10 @@ std::vector<FailureEntry> MakeTable() {
         {"FormatMessageA", {kNotEnoughMemory}, "told to the debug entry, which writes nothing"},
         {"_popen", {kErrnoFiles}},
         {"_pclose", {kErrnoInvalid}, "not examined: the work is done"},
+        {"system", {kErrnoFiles, kNotEnoughMemory}},
+        {"GetCurrentPackageFullName", {kPackageCorrupt, kNotEnoughMemory}},
+        {"GetCurrentPackagePath", {kPackageCorrupt, kNotEnoughMemory}},
+        {"GetCurrentPackageFamilyName", {kPackageCorrupt, kNotEnoughMemory}},
 
         // ---- time and place ----
         {"GetTimeZoneInformation",
@@ -116,6 +121,7 @@ std::vector<FailureEntry> MakeTable() {
         {"_fseeki64", {kErrnoIo}, "the log's own: it goes on without a rotation", None, true},
         {"_ftelli64", {kErrnoIo}, "the log's own: it goes on without a rotation", None, true},
         {"MoveFileA", {kAccessDenied, kSharingViolation}},
+        {"CopyFileA", {kFileNotFound, kAccessDenied, kSharingViolation, kDiskFull}},
         {"DeleteFileA", {kAccessDenied, kSharingViolation}},
         {"SHCreateDirectoryExA", {kPathNotFound, kAccessDenied}},
         {"RemoveDirectoryA",
@@ -320,6 +326,7 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"GetProcAddress", "d3dkmt::Calls", kFirstAdapter},
     {"WriteFile", "MessagePipe::Write", "the line with the bytes that were written shows 0", 0, "display"},
     {"TerminateThread", "Cleanup.cpp", "gets no handle; the read thread ends with the process"},
+    {"system", "TaskExists", "a task that cannot be asked for is registered"},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again, as when there is nothing", kWsaWouldBlock},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again at once", kWsaIntr},
 };

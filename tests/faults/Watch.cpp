@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "tests/faults/Injector.h"
+#include "winhost/process/Spawn.h"
 
 namespace {
 
@@ -42,7 +43,8 @@ bool AnyThreadWorks() {
 
 int Watch::Look() {
     const uint64_t activity = Injector::Instance().Activity();
-    m_quiet = activity == m_activity && !AnyThreadWorks() ? m_quiet + 1 : 0;
+    const bool works = winhost::WaitsForPrograms() != 0 || AnyThreadWorks();
+    m_quiet = activity == m_activity && !works ? m_quiet + 1 : 0;
     m_activity = activity;
     return m_quiet;
 }

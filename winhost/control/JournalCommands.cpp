@@ -59,6 +59,7 @@ std::vector<Command> JournalCommands() {
         {"launches", "the programs that were started in a session", List<ProcessLaunch>},
         {"service-actions", "the starts, stops and start types of described services that were asked for",
          List<ServiceAction>},
+        {"commands", "the commands that were given to the command processor", List<SystemCommand>},
         {"debug-texts", "the texts for a debugger", List<DebugText>},
     };
 }

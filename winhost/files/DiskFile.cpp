@@ -80,7 +80,9 @@ FILETIME FileTime(const struct statx_timestamp& time) {
 DWORD AttributesOf(const struct statx& status, const std::string& path) {
     struct stat target;
     if (S_ISDIR(status.stx_mode)) return FILE_ATTRIBUTE_DIRECTORY;
-    if (!S_ISLNK(status.stx_mode)) return FILE_ATTRIBUTE_ARCHIVE;
+    if (!S_ISLNK(status.stx_mode))
+        return status.stx_mode & S_IWUSR ? FILE_ATTRIBUTE_ARCHIVE
+                                         : FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY;
     const bool toFolder = stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
     return toFolder ? FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_REPARSE_POINT;
 }

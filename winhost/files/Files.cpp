@@ -14,19 +14,16 @@
 #include "winhost/core/Results.h"
 #include "winhost/files/FileErrors.h"
 #include "winhost/files/FileSecurity.h"
+#include "winhost/files/FileUse.h"
 #include "winhost/pc/Pc.h"
 
 using winhost::Finish;
+using winhost::IsFolder;
 
 namespace {
 
 std::string HostPath(const std::string& path) {
     return winhost::Pc::Instance().HostPath(path);
-}
-
-bool IsFolder(const std::string& hostPath) {
-    struct stat status;
-    return stat(hostPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 // Removes the link and leaves the folder where it leads to alone.
@@ -43,8 +40,9 @@ DWORD RemoveFolder(const std::string& path) {
 
 DWORD Delete(const std::string& path) {
     // A link to a folder is a folder on Windows.
-    if (IsFolder(path)) return ERROR_ACCESS_DENIED;
+    if (IsFolder(path) || winhost::IsReadOnly(path)) return ERROR_ACCESS_DENIED;
     if (const DWORD error = winhost::MayRemove(path)) return error;
+    if (winhost::IsRunning(path)) return ERROR_ACCESS_DENIED;
     return unlink(path.c_str()) == 0 ? static_cast<DWORD>(ERROR_SUCCESS) : winhost::FileErrorOf(errno, path);
 }
 

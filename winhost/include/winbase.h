@@ -89,7 +89,12 @@ typedef struct _BY_HANDLE_FILE_INFORMATION {
 } BY_HANDLE_FILE_INFORMATION, *PBY_HANDLE_FILE_INFORMATION, *LPBY_HANDLE_FILE_INFORMATION;
 
 BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information);
+// ERROR_ACCESS_DENIED for a read-only file, and for the file of a program that runs.
 BOOL DeleteFileA(LPCSTR path);
+// Follows links at both ends. Keeps the rights of a target that exists; a new one inherits those of its
+// folder. A target that is read-only gives ERROR_ACCESS_DENIED, that of a program that runs
+// ERROR_SHARING_VIOLATION, and with failIfExists any gives ERROR_FILE_EXISTS.
+BOOL CopyFileA(LPCSTR from, LPCSTR to, BOOL failIfExists);
 // An empty folder, or a link to a folder, which stays.
 BOOL RemoveDirectoryA(LPCSTR path);
 // Never replaces: an existing target gives ERROR_ALREADY_EXISTS.

@@ -107,6 +107,13 @@ void VisitFields(Visitor& visit, S& service) {
     visit("changeError", service.changeError);
 }
 
+template <class Visitor, Either<Package> P>
+void VisitFields(Visitor& visit, P& package) {
+    visit("fullName", package.fullName);
+    visit("path", package.path);
+    visit("familyName", package.familyName);
+}
+
 template <class Visitor, Either<Screen> S>
 void VisitFields(Visitor& visit, S& screen) {
     visit("width", screen.width);
@@ -148,6 +155,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("environment", pc.environment);
     visit("modulePath", pc.modulePath);
     visit("libraryFolders", pc.libraryFolders);
+    visit("package", pc.package);
     visit("userName", pc.userName);
     visit("computerName", pc.computerName);
     visit("osVersionLine", pc.osVersionLine);

@@ -73,6 +73,16 @@ struct ProcessLaunch {
     }
 };
 
+// A command given to the command processor, to the letter.
+struct SystemCommand {
+    std::string command;
+
+    template <class Visitor>
+    void Visit(Visitor visit) const {
+        visit("command", command);
+    }
+};
+
 // A text given to OutputDebugStringA.
 struct DebugText {
     std::string text;
@@ -136,8 +146,8 @@ class Journal {
   private:
     mutable std::mutex m_mutex;
     std::tuple<std::deque<ServiceReport>, std::deque<EventLogEntry>, std::deque<PowerAction>,
-               std::deque<ProcessLaunch>, std::deque<DebugText>, std::deque<CallArgument>,
-               std::deque<ServiceAction>>
+               std::deque<ProcessLaunch>, std::deque<SystemCommand>, std::deque<DebugText>,
+               std::deque<CallArgument>, std::deque<ServiceAction>>
         m_records;
 };
 

@@ -58,6 +58,13 @@ struct DescribedProcess {
     uint32_t session = 0;
 };
 
+// The package that the process runs from.
+struct Package {
+    std::string fullName;    // empty: none
+    std::string path;        // "C:\\Program Files\\WindowsApps\\Tarvix.ZEL_1.0.0.0_x64__8wekyb3d8bbwe"
+    std::string familyName;  // "Tarvix.ZEL_8wekyb3d8bbwe"
+};
+
 struct Screen {
     uint32_t width = 1920, height = 1080;  // pixels
 };
@@ -73,6 +80,7 @@ struct PcDescription {
     std::map<std::string, std::string> environment;  // {"PROGRAMDATA", "C:\\ProgramData"}
     std::string modulePath;                          // GetModuleFileNameA
     std::vector<std::string> libraryFolders;         // searched by LoadLibraryW behind the executable's own
+    Package package;
     std::string userName = "SYSTEM";
     std::string computerName = "WINHOST-PC";
     std::string osVersionLine = "Microsoft Windows [Version 10.0.19045.3803]";  // what "ver" prints

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -120,7 +121,21 @@ bool ReapAtItsEnd(ProcessWatcher& watcher, pid_t id) {
     }
 }
 
+std::atomic<size_t> g_waitsForPrograms{0};
+
+class WaitForProgram {
+  public:
+    WaitForProgram() { ++g_waitsForPrograms; }
+    ~WaitForProgram() { --g_waitsForPrograms; }
+    WaitForProgram(const WaitForProgram&) = delete;
+    WaitForProgram& operator=(const WaitForProgram&) = delete;
+};
+
 }  // namespace
+
+size_t WaitsForPrograms() {
+    return g_waitsForPrograms;
+}
 
 DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry) {
     ProcessWatcher* watcher = nullptr;
@@ -137,6 +152,19 @@ DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry) {
     kill(id, SIGKILL);
     Reap(id);
     return ERROR_TOO_MANY_OPEN_FILES;
+}
+
+DWORD RunToEnd(const SpawnRequest& request, int& exitCode) {
+    const WaitForProgram wait;
+    pid_t id = 0;
+    if (const int error = SpawnSettings().Start(request, id)) return ErrorOf(error, request);
+    int status = 0;
+    while (waitpid(id, &status, 0) < 0) {
+        if (errno != EINTR) return ERROR_GEN_FAILURE;
+    }
+    constexpr int kSignalled = 128;
+    exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
+    return ERROR_SUCCESS;
 }
 
 }  // namespace winhost

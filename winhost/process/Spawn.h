@@ -1,6 +1,7 @@
 // Linux processes that stand on their own.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,5 +18,10 @@ struct SpawnRequest {
 // are at first; it is reaped when it ends. `entry` has its name and its session, and gets its id and its
 // start. 0, or a Win32 error.
 DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry);
+
+// Does the same, waits for the end of the program and stores its exit code, as the shell has it.
+DWORD RunToEnd(const SpawnRequest& request, int& exitCode);
+// How many threads wait in RunToEnd.
+size_t WaitsForPrograms();
 
 }  // namespace winhost

@@ -8,8 +8,9 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
+
+#include "winhost/tests/Shell.h"
 
 namespace {
 
@@ -34,13 +35,12 @@ bool EnterOwnNetwork() {
 }  // namespace
 
 std::string WhyNoOwnNetwork() {
-    if (std::system((std::string(kTool) + "-V >/dev/null 2>&1").c_str()) != 0)
-        return "iproute2 is not installed";
+    if (RunInShell(std::string(kTool) + "-V >/dev/null 2>&1") != 0) return "iproute2 is not installed";
     const pid_t child = fork();
     if (child == 0) {
         const bool made =
             EnterOwnNetwork() &&
-            std::system((std::string(kTool) + "link add v0 type veth peer name v1 2>/dev/null").c_str()) == 0;
+            RunInShell(std::string(kTool) + "link add v0 type veth peer name v1 2>/dev/null") == 0;
         _exit(made ? 0 : 1);
     }
     int status = 0;
@@ -61,5 +61,5 @@ void RunInOwnNetwork(const std::function<void()>& body) {
 }
 
 void Ip(const std::string& words) {
-    EXPECT_EQ(0, std::system((kTool + words).c_str())) << words;
+    EXPECT_EQ(0, RunInShell(kTool + words)) << words;
 }

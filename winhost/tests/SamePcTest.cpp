@@ -5,6 +5,7 @@
 
 #include "winhost/pc/DescriptionJson.h"
 #include "winhost/tests/LaunchFixture.h"
+#include "winhost/tests/Shell.h"
 
 namespace {
 
@@ -67,7 +68,7 @@ TEST_F(SamePc, TheControlSocketStaysThatOfTheFirst) {
     ASSERT_EQ(0, stat(socket.c_str(), &first));
     const std::string marks =
         "WINHOST_ROOT='" + m_root.string() + "' WINHOST_PC='" + DescriptionFile() + "' ";
-    ASSERT_EQ(0, std::system((marks + Program().string() + R"( tell 'C:\told')").c_str()));
+    ASSERT_EQ(0, RunInShell(marks + Program().string() + R"( tell 'C:\told')"));
     ASSERT_EQ(0, stat(socket.c_str(), &now)) << "taken away with the program's end";
     EXPECT_EQ(first.st_ino, now.st_ino);
     StartPc([](auto&) {});

@@ -4,6 +4,7 @@
 #include "winhost/core/Gate.h"
 #include "winhost/pc/Marks.h"
 #include "winhost/tests/LaunchFixture.h"
+#include "winhost/tests/Shell.h"
 
 namespace {
 
@@ -31,9 +32,7 @@ class Toolhelp : public LaunchFixture {
     static void StartMarked(const std::string& command) {
         const std::string root = winhost::RootMark(winhost::Pc::Instance().Description());
         ASSERT_EQ(
-            0,
-            std::system(
-                ("WINHOST_ROOT='" + root + "' setsid " + command + " </dev/null >/dev/null 2>&1 &").c_str()));
+            0, RunInShell("WINHOST_ROOT='" + root + "' setsid " + command + " </dev/null >/dev/null 2>&1 &"));
     }
 };
 

@@ -183,6 +183,11 @@ TEST_F(Winhostctl, ListsWhatWasStarted) {
         Run("launches").output);
 }
 
+TEST_F(Winhostctl, ListsTheCommands) {
+    winhost::Pc::Instance().Record(winhost::SystemCommand{R"(schtasks /query /tn "T" > nul 2>&1)"});
+    EXPECT_EQ("command schtasks /query /tn \"T\" > nul 2>&1\n", Run("commands").output);
+}
+
 TEST_F(Winhostctl, ArmsTheGate) {
     EXPECT_EQ(0, Run("gate fail RegCloseKey 2 5 --for-ever").exitCode);
     EXPECT_EQ(0, Run("gate delay RegCloseKey 0").exitCode);

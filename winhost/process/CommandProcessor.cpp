@@ -1,0 +1,170 @@
+// Commands as the command processor of the PC runs them.
+#include <stdlib.h>
+#include <strings.h>
+
+#include <cctype>
+#include <cerrno>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <winbase.h>
+
+#include "winhost/core/Gate.h"
+#include "winhost/pc/Marks.h"
+#include "winhost/pc/Pc.h"
+#include "winhost/process/CommandLine.h"
+#include "winhost/process/EnvironmentBlock.h"
+#include "winhost/process/Spawn.h"
+
+using winhost::Pc;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kNotRun = 1;
+constexpr const char* kFolders =
+    R"(C:\Windows\System32;C:\Windows;C:\Windows\System32\Wbem;C:\Windows\System32\WindowsPowerShell\v1.0)";
+constexpr const char* kEndings[] = {"", ".com", ".exe", ".bat", ".cmd"};
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+// ---- the line ----
+
+// Takes a redirection from `text`, which begins with its sign. False for one that does not lead to nul or to
+// another stream.
+bool TakeRedirection(std::string_view& text) {
+    const auto skip = [&text](auto isSkipped) {
+        while (!text.empty() && isSkipped(text.front()))
+            text.remove_prefix(1);
+    };
+    skip([](char c) { return c == '>'; });
+    if (text.starts_with('&')) {
+        text.remove_prefix(1);
+        const bool isStream = text.starts_with('1') || text.starts_with('2');
+        if (isStream) text.remove_prefix(1);
+        return isStream;
+    }
+    skip(IsBlank);
+    const std::string target(text.substr(0, text.find_first_of(" \t>")));
+    text.remove_prefix(target.size());
+    return strcasecmp(target.c_str(), "nul") == 0;
+}
+
+// The line without its redirections. Nothing when it has a feature that this command processor lacks.
+std::optional<std::string> WithoutRedirections(std::string_view text) {
+    constexpr std::string_view kSpecial = "&|<^()\r\n";
+    std::string line;
+    bool quoted = false;
+    while (!text.empty()) {
+        const char c = text.front();
+        if (c == '"') quoted = !quoted;
+        if (c == '%' || (!quoted && kSpecial.find(c) != std::string_view::npos)) return std::nullopt;
+        if (c != '>' || quoted) {
+            line.push_back(c);
+            text.remove_prefix(1);
+            continue;
+        }
+        // The number of a stream belongs to the redirection.
+        const size_t size = line.size();
+        const bool isNumber = size > 0 && isdigit(static_cast<unsigned char>(line.back()));
+        if (isNumber && (size == 1 || IsBlank(line[size - 2]))) line.pop_back();
+        if (!TakeRedirection(text)) return std::nullopt;
+    }
+    while (!line.empty() && IsBlank(line.back()))
+        line.pop_back();
+    line.erase(0, line.find_first_not_of(" \t"));
+    if (line.empty() || line.front() == '"') return std::nullopt;
+    return line;
+}
+
+// ---- the program ----
+
+// The file of this name in the folder, whatever the case of its letters.
+std::optional<std::string> FileIn(const std::string& folder, const std::string& name) {
+    std::error_code error;
+    // Any other folder could be one of Linux.
+    const bool isOnDrive =
+        folder.size() >= 2 && isalpha(static_cast<unsigned char>(folder[0])) && folder[1] == ':';
+    if (!isOnDrive || folder.find("..") != std::string::npos) return std::nullopt;
+    for (const auto& entry : fs::directory_iterator(Pc::Instance().HostPath(folder), error)) {
+        const std::string found = entry.path().filename().string();
+        if (strcasecmp(found.c_str(), name.c_str()) == 0 && entry.is_regular_file(error))
+            return folder + "\\" + found;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> ProgramIn(const std::string& folder, const std::string& name) {
+    const bool hasEnding = name.find('.') != std::string::npos;
+    for (const char* ending : kEndings) {
+        // A file without an ending is no program.
+        if (!hasEnding && !*ending) continue;
+        if (auto file = FileIn(folder, name + ending)) return file;
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> Folders() {
+    std::string path = kFolders;
+    for (const auto& [name, value] : Pc::Instance().Description().environment)
+        if (strcasecmp(name.c_str(), "PATH") == 0) path = value;
+    std::vector<std::string> folders;
+    for (size_t begin = 0; begin < path.size();) {
+        const size_t end = std::min(path.find(';', begin), path.size());
+        std::string folder = path.substr(begin, end - begin);
+        while (folder.ends_with('\\'))
+            folder.pop_back();
+        if (!folder.empty()) folders.push_back(std::move(folder));
+        begin = end + 1;
+    }
+    return folders;
+}
+
+std::optional<std::string> FindProgram(const std::string& name) {
+    const size_t separator = name.find_last_of("\\/");
+    if (separator != std::string::npos)
+        return ProgramIn(name.substr(0, separator), name.substr(separator + 1));
+    for (const std::string& folder : Folders())
+        if (auto program = ProgramIn(folder, name)) return program;
+    return std::nullopt;
+}
+
+winhost::SpawnRequest RequestOf(const std::string& program, const std::string& line) {
+    winhost::SpawnRequest request;
+    request.program = fs::absolute(Pc::Instance().HostPath(program)).string();
+    request.arguments = winhost::SplitArguments(line);
+    request.environment = winhost::PcEnvironment();
+    std::erase_if(request.environment, winhost::IsMark);
+    const winhost::Marks marks{winhost::RootMark(Pc::Instance().Description()), winhost::OwnSession(),
+                               program, Pc::Instance().DescriptionFile()};
+    for (const std::string& mark : winhost::ToVariables(marks))
+        request.environment.push_back(mark);
+    return request;
+}
+
+}  // namespace
+
+int system(const char* command) {
+    WINHOST_GATE("system", -1);
+    if (!command) return 1;
+    Pc::Instance().Record(winhost::SystemCommand{command});
+    const auto line = WithoutRedirections(command);
+    if (!line) {
+        errno = EINVAL;
+        return -1;
+    }
+    const auto program = FindProgram(line->substr(0, line->find_first_of(" \t")));
+    if (!program) return kNotRun;
+    int exitCode = 0;
+    const DWORD error = winhost::RunToEnd(RequestOf(*program, *line), exitCode);
+    if (error == ERROR_SUCCESS) return exitCode;
+    if (error == ERROR_BAD_EXE_FORMAT) return kNotRun;
+    errno = ENOMEM;
+    return -1;
+}
