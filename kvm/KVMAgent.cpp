@@ -66,10 +66,20 @@ void DeleteIfThere(const std::string& path, const DeletionTexts& texts) {
     }
 }
 
+// Programs outside of a package cannot run in it, so a packaged service has a copy of the agent. Where users
+// could replace the copy, none is run.
+std::string GetKVMAgentFolder() {
+    constexpr const char* kComplaint = "Failed to locate service binary path";
+    if (!g_pServiceState->m_packageContext.GetIsPackage()) return ExecutableFolder(kComplaint);
+    if (g_pServiceState->m_bWorkingFolderSecure) return g_pServiceState->GetWorkingFolder();
+    LogInfo("%s", kComplaint);
+    return {};
+}
+
 }  // namespace
 
 int KVMAgent::LaunchKVMAgent(uint8_t displayMode) {
-    const std::string folder = ExecutableFolder("Failed to locate service binary path");
+    const std::string folder = GetKVMAgentFolder();
     if (folder.empty()) return 0;
     const std::string program = folder + "\\" + kProgram;
     LogDebug("KVM Agent = %s", program);

@@ -33,6 +33,7 @@ USES = {
     "session": [],
     "hostcontrol": [],
     "wifi": [],
+    "package": [],
 }
 
 TOP = "service"

@@ -2,7 +2,23 @@
 #include <exception>
 
 #include "base/Log.h"
+#include "package/PackageDeployment.h"
 #include "service/ZELService.h"
+
+namespace {
+
+constexpr DWORD kRecoveryPoll = 1000;  // milliseconds
+// A script that never ends must not keep the service from stopping; it goes on without the service.
+constexpr int kMostRecoveryPolls = 600;
+
+void AwaitRecoveryConfiguration(const PackageContext& package) {
+    for (int attempt = 1; !package.m_bRecoveryConfigDone && attempt <= kMostRecoveryPolls; ++attempt) {
+        Sleep(kRecoveryPoll);
+        LogInfo("Waiting for WinRE Config to complete, Attempt %d", attempt);
+    }
+}
+
+}  // namespace
 
 bool ZELService::ServiceCleanup() {
     m_kvmClientInterface.SignalStop();
@@ -30,6 +46,11 @@ bool ZELService::ServiceCleanup() {
         LogError("ZEL Tray UI cleanup failed with exception: %s", exception.what());
     }
     if (m_bRunAsConsole) SetEvent(m_ConsoleStopEvent.Get());
+    if (m_packageContext.GetIsPackage()) {
+        DeleteKVMAgent();
+        DeleteWiFiSyncDataReader();
+        AwaitRecoveryConfiguration(m_packageContext);
+    }
     return true;
 }
 

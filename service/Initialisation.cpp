@@ -1,6 +1,7 @@
 // The two stages of the start: the first may refuse it, the second waits for the firmware.
 #include "base/ExecutableFolder.h"
 #include "base/Log.h"
+#include "package/PackageDeployment.h"
 #include "service/CommandDispatch.h"
 #include "service/Registry.h"
 #include "service/ZELService.h"
@@ -18,7 +19,12 @@ constexpr int kCounterWrap = 120;
 
 uint32_t ZELService::DoInitialization() {
     LogInfo("Enter ZEL Initialization Block");
-    if (const uint32_t error = CheckInstallationPath()) return error;
+    m_packageContext.m_bIsPackage = IsRunningFromMSIXPackage();
+    if (m_packageContext.GetIsPackage()) {
+        PreparePackage();
+    } else if (const uint32_t error = CheckInstallationPath()) {
+        return error;
+    }
     CheckBootMode();
     if (m_bootMode != 0) return ERROR_SUCCESS;
     const HRESULT error = m_WMIInterfaceObj.DoInit();
@@ -27,7 +33,7 @@ uint32_t ZELService::DoInitialization() {
     return error;
 }
 
-// The service runs only from the folder "bin" of its installation. The comparison is exact.
+// A classic install runs only from the folder "bin" of its installation. The comparison is exact.
 uint32_t ZELService::CheckInstallationPath() {
     constexpr const char* kValueName = "InstallationPath";
     std::string installed;

@@ -44,6 +44,7 @@ class ServiceState {
     std::string GetStatusFilePath();
     std::string GetDisplayMgrLogPath();
     std::string GetTerminateFilePath();
+    std::string GetRecoveryScriptPath();
 
     // Writes one entry to the Windows event log, for failures before the log file exists (EventLog.cpp). Any
     // thread.

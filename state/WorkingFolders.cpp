@@ -14,6 +14,7 @@ constexpr const char* kWorkingFolder = "\\Tarvix\\Manageability";
 constexpr const char* kStatusFile = "\\zel_json_data.txt";
 constexpr const char* kDisplayMgrLog = "\\DisplayMgr.log";
 constexpr const char* kTerminateFile = "\\terminate.txt";
+constexpr const char* kRecoveryScript = "\\ConfigureRecoveryEnvironmentSupport.ps1";
 
 }  // namespace
 
@@ -59,4 +60,8 @@ std::string ServiceState::GetDisplayMgrLogPath() {
 
 std::string ServiceState::GetTerminateFilePath() {
     return CachedPath(kTerminateFile, GetWorkingFolder());
+}
+
+std::string ServiceState::GetRecoveryScriptPath() {
+    return CachedPath(kRecoveryScript, GetWorkingFolder());
 }

@@ -38,6 +38,11 @@ void HoldFirstUpdate(World& world) {
     world.firmware.Hold("GetMPMStatus");
 }
 
+void HoldFirstUpdateOfPackage(World& world) {
+    world.InstallPackage();
+    HoldFirstUpdate(world);
+}
+
 void Start(World& world) {
     world.Launch();
     world.Until([&] { return world.firmware.HostListening(); });
@@ -203,6 +208,8 @@ void InSessions(World& world) {
 const std::vector<Scenario>& Scenarios() {
     static const std::vector<Scenario> scenarios = {
         {"start", "the process from its first call until it reads from the firmware", HoldFirstUpdate, Start},
+        {"packaged", "the start and the stop of a service that runs from a package", HoldFirstUpdateOfPackage,
+         Start, true},
         {"update", "the first report to the firmware, until the service listens for consoles",
          BeforeFirstUpdate, FirstUpdate},
         {"dash", "two consoles, one after the other; the second one stays idle", Settled, Dash},

@@ -112,6 +112,24 @@ void World::InstallAgent() {
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
 }
 
+void World::InstallPackage() {
+    constexpr char kPackage[] = R"(C:\Program Files\WindowsApps\Tarvix.ZEL)";
+    Pc().Change([&](winhost::PcDescription& pc) {
+        pc.package = {"Tarvix.ZEL_1.0.0.0_x64__8wekyb3d8bbwe", kPackage, "Tarvix.ZEL_8wekyb3d8bbwe"};
+    });
+    for (const char* name :
+         {R"(\KVM_Agent\ZELKVMApp.exe)", R"(\WiFiSyncDataReader\WiFiSyncDataReader.exe)",
+          R"(\scripts\ZELUninstallCleanup.ps1)", R"(\scripts\ConfigureRecoveryEnvironmentSupport.ps1)"}) {
+        const std::filesystem::path path = HostPath(std::string(kPackage) + name);
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path) << name;
+    }
+    const std::filesystem::path system = HostPath(R"(C:\Windows\System32)");
+    std::filesystem::create_directories(system);
+    std::filesystem::create_symlink("/bin/false", system / "schtasks.exe");
+    std::filesystem::create_symlink("/bin/true", system / "powershell.exe");
+}
+
 void World::OnThreadOfWindows(const std::function<void()>& act) {
     std::atomic<bool> over{false};
     std::thread thread([&] {

@@ -70,6 +70,9 @@ class World : private ServiceFixture {
     void OnThreadOfWindows(const std::function<void()>& act);
     // A program in the service's folder that stays until it is made to leave.
     void InstallAgent();
+    // Makes the service a packaged one, on a PC with a task scheduler that has no task and a PowerShell that
+    // succeeds.
+    void InstallPackage();
     // A console or a viewer, which lives until the process is gone.
     Wire& NewWire();
     // A program at a pipe of the service, which lives as long.

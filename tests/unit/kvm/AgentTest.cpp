@@ -59,6 +59,24 @@ TEST_F(KvmAgent, CannotBeStartedByAServiceThatDoesNotKnowItsFolder) {
     EXPECT_EQ(Gate().Count("CreateToolhelp32Snapshot"), 0u);
 }
 
+TEST_F(KvmAgent, OfAPackagedServiceRunsFromTheWorkingFolder) {
+    service->m_packageContext.m_bIsPackage = 1;
+    std::filesystem::copy(HostPath(std::string(kBin) + kAgent), HostPath(std::string(kData) + kAgent));
+    ASSERT_NE(agent.LaunchKVMAgent(0), 0);
+    EXPECT_EQ(Pc().Records<winhost::ProcessLaunch>()[0].commandLine,
+              R"("C:\ProgramData\Tarvix\Manageability\ZELKVMApp.exe" -X 1920 -Y 1080 -V 0 -E 0)");
+    EXPECT_TRUE(AwaitAgents(1));
+}
+
+TEST_F(KvmAgent, OfAPackagedServiceDoesNotRunWhereUsersCouldReplaceIt) {
+    service->m_packageContext.m_bIsPackage = 1;
+    service->m_bWorkingFolderSecure = false;
+    std::filesystem::copy(HostPath(std::string(kBin) + kAgent), HostPath(std::string(kData) + kAgent));
+    EXPECT_EQ(agent.LaunchKVMAgent(0), 0);
+    EXPECT_TRUE(HasLine("INFO", "Failed to locate service binary path"));
+    EXPECT_TRUE(Pc().Records<winhost::ProcessLaunch>().empty());
+}
+
 TEST_F(KvmAgent, KeepsItsLastProcessIdWhenTheStartGivesNone) {
     ASSERT_NE(agent.LaunchKVMAgent(1), 0);
     const std::string line = "LaunchKVMAgent: KEYBOARD_MOUSE - KVM_Agent PID: " +
