@@ -17,7 +17,7 @@ SHARED = ["base", "mailbox", "state"]
 OFFERED = {
     "reporting": {"reporting/IPv4InfoStore.h", "reporting/StatusFile.h"},
     "session": {"session/LaunchProcess.h"},
-    "hostcontrol": {"hostcontrol/HostControl.h"},
+    "hostcontrol": {"hostcontrol/FilterDriver.h", "hostcontrol/HostControl.h"},
     "KVMDisplayMgrLib/src": {"KVMDisplayMgrLib/src/DisplayMgr.h", "KVMDisplayMgrLib/src/EncodeCapability.h"},
     "wifi": {"wifi/WiFiSync.h"},
     "connection": {"connection/ConnectionAnnouncer.h", "connection/SocketServers.h"},
@@ -29,7 +29,7 @@ USES = {
     "dash": ["connection"],
     "kvm": ["connection", "reporting", "session", "hostcontrol", "KVMDisplayMgrLib/src"],
     "KVMDisplayMgrLib/src": [],
-    "reporting": ["KVMDisplayMgrLib/src", "wifi"],
+    "reporting": ["KVMDisplayMgrLib/src", "hostcontrol", "wifi"],
     "session": [],
     "hostcontrol": [],
     "wifi": [],

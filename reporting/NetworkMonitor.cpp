@@ -3,6 +3,7 @@
 
 #include "base/Log.h"
 #include "base/SteadyTime.h"
+#include "hostcontrol/FilterDriver.h"
 #include "mailbox/FirmwareLevels.h"
 #include "reporting/IPv4InfoStore.h"
 #include "reporting/NetworkInventory.h"
@@ -15,16 +16,19 @@ namespace {
 
 constexpr DWORD kScanPeriodMilliseconds = 61000;
 constexpr uint64_t kLeastScanDistance = 61'001'000'000;  // ns
+constexpr uint32_t kProvisioned = 2;
 
 }  // namespace
 
 NetworkMonitor::NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported,
-                               NetworkInventory& inventory, StatusFile& statusFile, WiFiSync& wiFiSync)
+                               NetworkInventory& inventory, StatusFile& statusFile, WiFiSync& wiFiSync,
+                               FilterDriver& filterDriver)
     : m_addresses(addresses),
       m_reported(reported),
       m_inventory(inventory),
       m_statusFile(statusFile),
       m_wiFiSync(wiFiSync),
+      m_filterDriver(filterDriver),
       m_hNetworkScanStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {}
 
 NetworkMonitor::~NetworkMonitor() {
@@ -73,7 +77,7 @@ bool NetworkMonitor::ReportNetwork(const NetworkPass& pass) {
         if (!changed) return false;
     }
     if (pass.logsCount) LogInfo("Available NICs Count: %d", record.Count);
-    m_inventory.CommitNwInfo(record);
+    const bool wireless = m_inventory.CommitNwInfo(record);
     if (pass.updatesAddress) {
         const bool wlan = CheckWlanAndSyncProfile(true);
         if (pass.logsSkippedAddress || g_pServiceState->m_bNetworkUpdatesEnabled)
@@ -81,6 +85,7 @@ bool NetworkMonitor::ReportNetwork(const NetworkPass& pass) {
     }
     if (pass.sendsAddress) m_addresses.SendIPCompleteInfo();
     if (pass.sendsInventory) WriteNetworkInventory(record);
+    m_filterDriver.UpdateFilterDriver(wireless, g_pServiceState->m_provisionStatus == kProvisioned);
     m_statusFile.UpdateStatusFile();
     return true;
 }

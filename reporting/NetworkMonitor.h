@@ -14,6 +14,7 @@
 
 #include "base/Handles.h"
 
+class FilterDriver;
 class IPv4InfoStore;
 class NetworkInventory;
 class NetworkStateStore;
@@ -34,7 +35,7 @@ struct NetworkPass {
 class NetworkMonitor {
   public:
     NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported, NetworkInventory& inventory,
-                   StatusFile& statusFile, WiFiSync& wiFiSync);
+                   StatusFile& statusFile, WiFiSync& wiFiSync, FilterDriver& filterDriver);
     // Unregisters the notifications. The scanning thread must have ended.
     ~NetworkMonitor();
     NetworkMonitor(const NetworkMonitor&) = delete;
@@ -81,6 +82,7 @@ class NetworkMonitor {
     NetworkInventory& m_inventory;
     StatusFile& m_statusFile;
     WiFiSync& m_wiFiSync;
+    FilterDriver& m_filterDriver;
 
     std::mutex m_threadMutex;  // guards the thread object
     std::unique_ptr<std::thread> m_pNetworkScanThreadObj;

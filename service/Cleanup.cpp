@@ -40,6 +40,7 @@ bool ZELService::ServiceCleanup() {
     } catch (const std::exception& exception) {
         LogError("CloseMPMDevice failed with exception: %s", exception.what());
     }
+    m_filterDriver.SetFilterDriver(false);
     try {
         m_statusFile.DeleteStatusFile();
     } catch (const std::exception& exception) {

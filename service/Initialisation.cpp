@@ -72,6 +72,7 @@ void ZELService::CheckBootMode() {
 uint32_t ZELService::DoDriverInitialization() {
     m_statusFile.UpdateStatusFile();
     if (!OpenDeviceWithRetries()) return ERROR_SUCCESS;
+    m_filterDriver.CheckFilterDriverSupport();
     {
         std::lock_guard lock(m_threadObjectsMutex);
         m_pMBDriverReadThreadObj =

@@ -15,6 +15,7 @@
 #include "base/Handles.h"
 #include "connection/ConnectionAnnouncer.h"
 #include "dash/DASHClientInterface.h"
+#include "hostcontrol/FilterDriver.h"
 #include "hostcontrol/HostControl.h"
 #include "kvm/KVMClientInterface.h"
 #include "mailbox/MailboxReadLoop.h"
@@ -117,8 +118,9 @@ class ZELService : public ServiceState {
     KVMClientInterface m_kvmClientInterface{m_connectionAnnouncer, m_statusFile, m_hostControl, m_displayMgr};
     NetworkInventory m_networkInventory{m_ipv4InfoStore, m_networkStateStore};
     WiFiSync m_wiFiSync;
-    NetworkMonitor m_networkMonitor{m_ipv4InfoStore, m_networkStateStore, m_networkInventory, m_statusFile,
-                                    m_wiFiSync};
+    FilterDriver m_filterDriver;
+    NetworkMonitor m_networkMonitor{m_ipv4InfoStore, m_networkStateStore, m_networkInventory,
+                                    m_statusFile,    m_wiFiSync,          m_filterDriver};
     std::atomic<uint8_t> m_bPlatformUpdateDone{1};
 
   private:

@@ -6,6 +6,7 @@
 #include "mailbox/ConsentRecords.h"
 #include "tests/faults/PipeProgram.h"
 #include "winhost/wlan/WlanNetworks.h"
+#include "tests/support/DriverPc.h"
 #include "winhost/wlan/WlanService.h"
 
 namespace {
@@ -18,6 +19,7 @@ constexpr char kScanned[] = "Available NICs Count";
 constexpr char kAgentRemoved[] = "Exited killProcessByName function";
 constexpr char kScreenReady[] = "LUX_KVM: MAX_CHUNK_BUFFER_SZ_512KB allocation done ";
 constexpr char kConsentPipeName[] = "\\\\.\\pipe\\userconsentfeature";
+constexpr uint32_t kWiredType = 6, kWirelessType = 71;
 constexpr uint16_t kDashPort = 664, kKvmPort = 22;
 
 void Nothing(World&) {}
@@ -193,6 +195,42 @@ void NetworkChange(World& world) {
     world.Settle();
 }
 
+// A laptop on a wireless network, for which the service turns the filter driver on.
+void SettledWithFilterDriver(World& world) {
+    driverpc::WritePowerShell("exit 0");
+    World::Pc().Change([](auto& pc) {
+        pc.modernStandby = true;
+        pc.adapters->resize(1);
+        pc.adapters->front().type = kWirelessType;
+        pc.services = {driverpc::Driver()};
+        pc.services.front().startType = SERVICE_DISABLED;
+    });
+    world.LaunchAndSettle();
+    world.UntilLogged("Filter driver enable successfully");
+    world.Settle();
+}
+
+void PlugCable(World& world, bool plugged) {
+    World::Pc().Change([=](auto& pc) { pc.adapters->front().type = plugged ? kWiredType : kWirelessType; });
+    world.OnThreadOfWindows([=] {
+        // The WLAN service holds back a notification that equals its last one.
+        winhost::WlanService::Instance().Notify(
+            {.code = plugged ? wlan_notification_acm_connection_complete : wlan_notification_acm_disconnected,
+             .data = ""});
+    });
+    if (plugged) {
+        world.UntilLogged("Filter driver disable successfully");
+    } else {
+        world.UntilLogged("Filter driver enable successfully", 2);
+    }
+    world.Settle();
+}
+
+void CableAndBack(World& world) {
+    PlugCable(world, true);
+    PlugCable(world, false);
+}
+
 void InSessions(World& world) {
     SettledWithAgent(world);
     Wire& console = world.NewWire();
@@ -223,6 +261,10 @@ const std::vector<Scenario>& Scenarios() {
         {"network",
          "addresses change, reported by the WLAN service and found by a scan, and another network is joined",
          Settled, NetworkChange},
+        {"network", "addresses change, reported by the WLAN service and found by a scan", Settled,
+         NetworkChange},
+        {"driver", "the filter driver is turned off for a cable, and on again without it",
+         SettledWithFilterDriver, CableAndBack},
         {"stop", "the stop of a service with a console and a viewer", InSessions, Nothing, true},
     };
     return scenarios;

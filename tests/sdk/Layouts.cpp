@@ -330,6 +330,12 @@ SIZE(fd_set, 520);
 FIELD(fd_set, fd_count, 0);
 FIELD(fd_set, fd_array, 8);
 
+// winnt.h; some SDKs have spare bytes at 18 to 20
+SIZE(SYSTEM_POWER_CAPABILITIES, 76);
+FIELD(SYSTEM_POWER_CAPABILITIES, SystemS3, 5);
+FIELD(SYSTEM_POWER_CAPABILITIES, FastSystemS4, 17);
+FIELD(SYSTEM_POWER_CAPABILITIES, DiskSpinDown, 21);
+
 // winsvc.h
 SIZE(SERVICE_STATUS, 28);
 FIELD(SERVICE_STATUS, dwServiceType, 0);
