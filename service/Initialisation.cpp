@@ -5,6 +5,7 @@
 #include "service/CommandDispatch.h"
 #include "service/Registry.h"
 #include "service/ZELService.h"
+#include "wifi/DataReader.h"
 
 namespace {
 
@@ -53,7 +54,8 @@ uint32_t ZELService::CheckInstallationPath() {
 }
 
 void ZELService::CheckBootMode() {
-    m_bootMode = GetSystemMetrics(SM_CLEANBOOT);
+    m_bootMode = m_packageContext.GetIsPackage() ? GetBootMode()
+                                                 : static_cast<uint32_t>(GetSystemMetrics(SM_CLEANBOOT));
     switch (m_bootMode) {
         case 0:
             LogInfo("Boot mode is Regular boot");

@@ -1,7 +1,7 @@
 // Facts that a packaged service cannot read itself and gets from a helper program, WiFiSyncDataReader.exe in
 // the working folder: each read starts the program once and receives one record over a pipe. A program that
-// fails to deliver holds the caller for half a minute at most (ReaderWatch). Any thread, but only one read of a
-// kind at a time: a second one fails to create the pipe.
+// fails to deliver holds the caller for half a minute at most (ReaderWatch). Any thread, but only one read of
+// a kind at a time: a second one fails to create the pipe.
 #pragma once
 
 #include <cstdint>

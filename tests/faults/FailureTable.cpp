@@ -310,6 +310,7 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"CreateEventA", "DetachedThreads::", "before the log is open"},
     {"CreateEventA", "NetworkMonitor::NetworkMonitor", "before the log is open"},
     {"CreateEventA", "DisplayCaptureThread::DisplayCaptureThread", "before the log is open"},
+    {"CreateEventA", "ReaderWatch::ReaderWatch", "the line of the failed connection comes either way"},
     {"LoadLibraryW", "LUXFactoryHelper::Load",
      "a PC without the media runtime; the line of the capability shows it"},
     {"RegOpenKeyExA", "OsName", "the line with the name of the system shows an unknown edition"},

@@ -122,7 +122,9 @@ void World::InstallPackage() {
           R"(\scripts\ZELUninstallCleanup.ps1)", R"(\scripts\ConfigureRecoveryEnvironmentSupport.ps1)"}) {
         const std::filesystem::path path = HostPath(std::string(kPackage) + name);
         std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path) << name;
+        // The programs run, and leave without a connection.
+        std::ofstream(path) << "#!/bin/sh\n";
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
     }
     const std::filesystem::path system = HostPath(R"(C:\Windows\System32)");
     std::filesystem::create_directories(system);

@@ -42,13 +42,9 @@ class Package:
         self._tasks = self._drive / "tasks"
         self._tasks.mkdir()
         folder = self._drive / "Program Files" / "WindowsApps" / FULL_NAME
-        for place, name, source in (("KVM_Agent", PROGRAMS[0], build_folder() / "ZELKVMApp"),
-                                    ("WiFiSyncDataReader", PROGRAMS[1], None)):
+        for place, name in (("KVM_Agent", PROGRAMS[0]), ("WiFiSyncDataReader", PROGRAMS[1])):
             (folder / place).mkdir(parents=True)
-            if source:
-                (folder / place / name).symlink_to(source)
-            else:
-                (folder / place / name).write_text("MZ")
+            (folder / place / name).symlink_to(build_folder() / pathlib.Path(name).stem)
         (folder / "scripts").mkdir()
         for name in SCRIPTS:
             (folder / "scripts" / name).write_text(f"# {name}\n")

@@ -89,7 +89,8 @@ def test_the_agent_runs_from_the_working_folder(kvm):
     start(kvm.stage)
     kvm.enable()
     with kvm.begin_session():
-        [launch] = kvm.host.launches()
+        # The programs that have run before are the readers of the boot mode and of the Wi-Fi profile.
+        launch = kvm.host.launches()[-1]
         assert launch["commandLine"].startswith('"C:\\ProgramData\\Tarvix\\Manageability\\ZELKVMApp.exe" -X ')
         eventually(lambda: f"[{launch['pid']}] started with -X " in kvm.host.agent_log(), "the agent's first line")
     eventually(package.recovery_is_configured, "the recovery environment to be configured")
@@ -100,7 +101,8 @@ def test_without_powershell_the_service_runs_and_says_what_failed(stage):
                         "Start KVM functionality will not work", "Wi-Fi Sync functionality will not work",
                         "The cleanup process after uninstallation will not work", "is not restored to original",
                         "task to Task Schedular failed with Error: 1", "task to Task Scheduler failed with Error: 1",
-                        "RegisterStartZELTrayUI.ps1 failed: 1", "encountered the followng error: 1")
+                        "RegisterStartZELTrayUI.ps1 failed: 1", "encountered the followng error: 1",
+                        "Failed to launch C:\\ProgramData\\Tarvix\\Manageability\\WiFiSyncDataReader.exe, error 2")
     stage.boot(**DESCRIPTION)
     stage.host.await_log("Recovery Environment script encountered the followng error: 1")
     assert stage.host.stop_service() == 0
