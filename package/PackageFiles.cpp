@@ -80,7 +80,7 @@ bool RemoveWhatUsersCanChange(const std::string& folder) {
             const std::string name = entry.path().filename().string();
             // The logger has checked its file and has it open.
             if (name == kLog) continue;
-            const std::string path = folder + "\\" + name;
+            const std::string path = (folder + "\\").append(name);
             if (!RemoveUnlessTrusted(path)) {
                 LogWarn("%s was a link or could be changed by users, and cannot be removed", path);
                 return false;

@@ -33,12 +33,13 @@ bool ToAnsi(const std::wstring& text, std::string& result) {
     return true;
 }
 
-// Returns 0 or the error. A text that cannot be converted counts as one that the system does not tell:
+// Returns 0 or the error. A text that cannot be converted counts as one that the system does not return:
 // without the package's path, the service would run programs of another folder.
 LONG Read(PackageText function, uint32_t length, std::string& result) {
     std::wstring text(length, L'\0');
     if (const LONG error = function(&length, text.data())) return error;
-    return ToAnsi(text, result) ? ERROR_SUCCESS : static_cast<LONG>(GetLastError());
+    if (!ToAnsi(text, result)) return static_cast<LONG>(GetLastError());
+    return ERROR_SUCCESS;
 }
 
 }  // namespace
