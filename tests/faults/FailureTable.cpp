@@ -324,7 +324,7 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"LoadLibraryW", "CreateFactory", "CreateDXGIFactory1 is called instead"},
     {"LoadLibraryW", "d3dkmt::Calls", kFirstAdapter},
     {"GetProcAddress", "_GUID const&", "CreateDXGIFactory1 is called instead"},
-    {"GetProcAddress", "d3dkmt::Calls", kFirstAdapter},
+    {"GetProcAddress", "D3dkmt.cpp", kFirstAdapter},
     {"WriteFile", "MessagePipe::Write", "the line with the bytes that were written shows 0", 0, "display"},
     {"TerminateThread", "Cleanup.cpp", "gets no handle; the read thread ends with the process"},
     {"system", "TaskExists", "a task that cannot be asked for is registered"},
