@@ -59,7 +59,7 @@ def test_commands_of_the_firmware_are_dispatched_whatever_their_size(stage):
 
 def test_an_installed_service_has_no_package_and_copies_nothing(stage):
     stage.boot()
-    assert "INFO: IsRunningFromMSIXPackage: Process has no package identity: 15700 " in stage.host.log_text()
+    assert "INFO:  IsRunningFromMSIXPackage: Process has no package identity: 15700 " in stage.host.log_text()
     assert stage.host.stop_service() == 0
     assert not list(stage.host.working_folder.glob("*.exe")) and not list(stage.host.working_folder.glob("*.ps1"))
     assert "DeleteFile() API failed" not in stage.host.log_text()
