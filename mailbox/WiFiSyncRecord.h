@@ -7,6 +7,16 @@
 
 #include "mailbox/RecordFields.h"
 
+// The values of wpaauth.
+namespace WpaAuth {
+inline constexpr uint32_t Open = 0, Wpa2Personal = 2, Wpa2Enterprise = 3, Wpa3Personal = 4,
+                          Wpa3Enterprise = 5, OtherEnterprise = 6;
+}
+// The values of pairwise and groupwise.
+namespace WiFiCipher {
+inline constexpr uint32_t None = 0, Ccmp = 1, Tkip = 2, CcmpAndTkip = 3, Gcmp256 = 5;
+}
+
 #pragma pack(push, 1)
 
 struct WiFiSyncInfo {
@@ -14,9 +24,9 @@ struct WiFiSyncInfo {
     uint8_t is_valid;
     char ssid[33];  // NUL-terminated
     uint16_t channel;
-    uint32_t wpaauth;       // 0 open, 2 WPA2 personal, 3 WPA2 enterprise, 4 WPA3 personal, 5 WPA3 enterprise
+    uint32_t wpaauth;       // of WpaAuth
     char key_material[64];  // the passphrase in plain text
-    uint32_t pairwise;      // 0 none, 1 CCMP, 2 TKIP, 3 CCMP and TKIP, 5 GCMP-256
+    uint32_t pairwise;      // of WiFiCipher
     uint32_t groupwise;     // the same
     uint32_t group_mgmt;
     uint32_t band;  // 0 none, 1 2.4 GHz, 2 5 GHz, 3 6 GHz, 4 all

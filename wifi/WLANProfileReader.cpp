@@ -11,9 +11,6 @@ namespace {
 
 using Node = WLANProfileReader::Node;
 
-// Of the record.
-constexpr uint32_t kWpa2Personal = 2, kWpa2Enterprise = 3, kWpa3Personal = 4, kWpa3Enterprise = 5;
-constexpr uint32_t kCcmp = 1, kCcmpAndTkip = 3;
 constexpr uint32_t kWpa3GroupManagement = 4;
 
 // Every element begins with such a bracket, in comments and other places there may be more.
@@ -97,21 +94,21 @@ void WLANProfileReader::ReadProfile(WiFiSyncInfo& record) const {
     if (kind.find("wpa3") != std::string::npos) {
         record.pmf = 1;
         record.group_mgmt = kWpa3GroupManagement;
-        record.pairwise = record.groupwise = kCcmp;
+        record.pairwise = record.groupwise = WiFiCipher::Ccmp;
     }
     if (kind == "wpa2psk") {
-        record.wpaauth = kWpa2Personal;
-        record.pairwise = record.groupwise = kCcmpAndTkip;
+        record.wpaauth = WpaAuth::Wpa2Personal;
+        record.pairwise = record.groupwise = WiFiCipher::CcmpAndTkip;
         ReadSharedKey(m_securityNode, record);
     } else if (kind == "wpa3sae") {
-        record.wpaauth = kWpa3Personal;
+        record.wpaauth = WpaAuth::Wpa3Personal;
         ReadSharedKey(m_securityNode, record);
     } else if (kind == "wpa2") {
-        record.wpaauth = kWpa2Enterprise;
+        record.wpaauth = WpaAuth::Wpa2Enterprise;
     } else if (kind == "wpa3") {
-        record.wpaauth = kWpa3Enterprise;
+        record.wpaauth = WpaAuth::Wpa3Enterprise;
     } else if (kind == "open") {
-        record.wpaauth = 0;
+        record.wpaauth = WpaAuth::Open;
     }
 }
 

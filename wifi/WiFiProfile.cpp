@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr uint32_t kNoCipher = 0, kCcmp = 1, kTkip = 2, kCcmpAndTkip = 3, kGcmp256 = 5;
-
 bool IsPersonal(const WiFiSyncInfo& record) {
     return record.wpaauth == WpaAuth::Wpa2Personal || record.wpaauth == WpaAuth::Wpa3Personal;
 }
@@ -40,25 +38,25 @@ void ApplyConnection(const WLAN_SECURITY_ATTRIBUTES& security, WiFiSyncInfo& rec
         record.pmf = 1;
     }
     if (record.wpaauth == WpaAuth::Wpa2Personal) {
-        record.pairwise = record.groupwise = kCcmpAndTkip;
+        record.pairwise = record.groupwise = WiFiCipher::CcmpAndTkip;
         return;
     }
     if (record.wpaauth == WpaAuth::Wpa3Personal) {
-        record.pairwise = record.groupwise = kCcmp;
+        record.pairwise = record.groupwise = WiFiCipher::Ccmp;
         return;
     }
     switch (static_cast<uint32_t>(security.dot11CipherAlgorithm)) {
         case 0:
-            record.pairwise = record.groupwise = kNoCipher;
+            record.pairwise = record.groupwise = WiFiCipher::None;
             break;
         case 2:
-            record.pairwise = record.groupwise = kTkip;
+            record.pairwise = record.groupwise = WiFiCipher::Tkip;
             break;
         case 4:
-            record.pairwise = record.groupwise = kCcmp;
+            record.pairwise = record.groupwise = WiFiCipher::Ccmp;
             break;
         case 9:
-            record.pairwise = kGcmp256;
+            record.pairwise = WiFiCipher::Gcmp256;
             break;
         default:
             break;

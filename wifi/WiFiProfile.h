@@ -18,12 +18,6 @@ struct WlanContext {
     void (*reader)(WiFiSyncInfo* record) = nullptr;
 };
 
-// The record's wpaauth.
-namespace WpaAuth {
-inline constexpr uint32_t Open = 0, Wpa2Personal = 2, Wpa2Enterprise = 3, Wpa3Personal = 4,
-                          Wpa3Enterprise = 5, OtherEnterprise = 6;
-}
-
 enum class WiFiProfileCode : uint32_t { Error = 0, AlreadyKnown = 1, New = 2, Enterprise = 3 };
 
 // A record of zeros with its size.
