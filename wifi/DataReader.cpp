@@ -9,57 +9,18 @@
 #include "base/Handles.h"
 #include "base/Log.h"
 #include "state/ServiceState.h"
+#include "wifi/ReaderPipes.h"
 #include "wifi/ReaderWatch.h"
 
 namespace {
 
-constexpr const char* kWiFiPipe = "\\\\.\\pipe\\WifiPipe";
-constexpr const char* kBootModePipe = "\\\\.\\pipe\\BootModePipe";
 constexpr const char* kReader = "\\WiFiSyncDataReader.exe";
-constexpr const char* kBootModeArgument = "GetBootMode";
 constexpr DWORD kWaitAfterFailedConnect = 3000;  // milliseconds
 constexpr DWORD kWaitForEnd = 5000;
 
-// The lines of the two reads, which differ.
-struct ReaderLog {
-    void (*createFailed)(DWORD error);
-    void (*created)(const char* pipe);
-    void (*launchFailed)(const std::string& path, DWORD error);
-    void (*launched)(DWORD pid);
-    void (*connectedAtOnce)();
-    void (*connected)();
-    void (*connectFailed)(DWORD error);
-    void (*readFailed)(DWORD bytes, DWORD error);
-};
-
-constexpr ReaderLog kWiFiLog = {
-    [](DWORD error) { LogError("GetValueFromWiFiDataReader: CreateNamedPipe failed, error %lu", error); },
-    [](const char* pipe) { LogInfo("GetValueFromWiFiDataReader: Named pipe created: %s", pipe); },
-    [](const std::string& path, DWORD error) {
-        LogError("GetValueFromWiFiDataReader: Failed to launch %s, error %lu", path, error);
-    },
-    [](DWORD pid) { LogInfo("GetValueFromWiFiDataReader: Launched WiFiSyncDataReader.exe (PID=%lu)", pid); },
-    [] { LogInfo("GetValueFromWiFiDataReader: Client connected immediately"); },
-    [] { LogInfo("GetValueFromWiFiDataReader: Client connection established"); },
-    [](DWORD error) { LogError("GetValueFromWiFiDataReader: ConnectNamedPipe failed, error %lu", error); },
-    [](DWORD bytes, DWORD error) {
-        LogError("GetValueFromWiFiDataReader: ReadFile failed or incomplete (bytes=%lu, error=%lu)", bytes,
-                 error);
-    },
-};
-
-constexpr ReaderLog kBootModeLog = {
-    [](DWORD error) { LogError("CreateNamedPipe failed, error %lu", error); },
-    [](const char* pipe) { LogInfo("Named pipe created: %s", pipe); },
-    [](const std::string& path, DWORD error) { LogError("Failed to launch %s, error %lu", path, error); },
-    [](DWORD pid) { LogInfo("Launched WiFiSyncDataReader.exe (PID=%lu)", pid); },
-    [] { LogInfo("Client connected immediately"); },
-    [] { LogInfo("Client connection established"); },
-    [](DWORD error) { LogError("ConnectNamedPipe failed, error %lu", error); },
-    [](DWORD bytes, DWORD error) {
-        LogError("ReadFile failed or incomplete (bytes=%lu, error=%lu)", bytes, error);
-    },
-};
+// Stands before each line of the one read; the lines of the other have none.
+constexpr const char* kWiFiPrefix = "GetValueFromWiFiDataReader: ";
+constexpr const char* kBootModePrefix = "";
 
 struct ReaderProgram {
     std::string path;
@@ -91,15 +52,15 @@ bool StartReader(ReaderProgram program, UniqueHandle& process, DWORD& pid) {
 }
 
 // Returns true when the program is connected.
-bool AwaitConnection(HANDLE pipe, ReaderWatch& watch, const ReaderLog& log) {
+bool AwaitConnection(HANDLE pipe, ReaderWatch& watch, const char* prefix) {
     const bool connected = watch && ConnectNamedPipe(pipe, nullptr);
     const DWORD error = GetLastError();
     if (connected) {
-        log.connected();
+        LogInfo("%sClient connection established", prefix);
     } else if (watch && error == ERROR_PIPE_CONNECTED) {
-        log.connectedAtOnce();
+        LogInfo("%sClient connected immediately", prefix);
     } else {
-        log.connectFailed(error);
+        LogError("%sConnectNamedPipe failed, error %lu", prefix, error);
         return false;
     }
     watch.SetConnected();
@@ -107,11 +68,12 @@ bool AwaitConnection(HANDLE pipe, ReaderWatch& watch, const ReaderLog& log) {
 }
 
 // Returns true when a whole record has been read.
-bool ReceiveRecord(HANDLE pipe, void* record, DWORD size, const ReaderLog& log) {
+bool ReceiveRecord(HANDLE pipe, void* record, DWORD size, const char* prefix) {
     DWORD bytes = 0;
     const bool read = ReadFile(pipe, record, size, &bytes, nullptr);
     if (read && bytes == size) return true;
-    log.readFailed(bytes, read ? ERROR_SUCCESS : GetLastError());
+    LogError("%sReadFile failed or incomplete (bytes=%lu, error=%lu)", prefix, bytes,
+             read ? DWORD{ERROR_SUCCESS} : GetLastError());
     std::memset(record, 0, size);
     return false;
 }
@@ -120,21 +82,22 @@ bool ReceiveRecord(HANDLE pipe, void* record, DWORD size, const ReaderLog& log) 
 // and zero when it delivers less than a record.
 template <class Received>
 void ReadRecord(const char* pipeName, const ReaderProgram& program, void* record, DWORD size,
-                const ReaderLog& log, Received received) {
+                const char* prefix, Received received) {
     UniqueFileHandle pipe(CreateNamedPipeA(pipeName, PIPE_ACCESS_INBOUND,
                                            PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1, 0, size, 0,
                                            nullptr));
-    if (!pipe) return log.createFailed(GetLastError());
-    log.created(pipeName);
+    if (!pipe) return LogError("%sCreateNamedPipe failed, error %lu", prefix, GetLastError());
+    LogInfo("%sNamed pipe created: %s", prefix, pipeName);
     UniqueHandle process;
     DWORD pid = 0;
-    if (!StartReader(program, process, pid)) return log.launchFailed(program.path, GetLastError());
-    log.launched(pid);
+    if (!StartReader(program, process, pid))
+        return LogError("%sFailed to launch %s, error %lu", prefix, program.path, GetLastError());
+    LogInfo("%sLaunched WiFiSyncDataReader.exe (PID=%lu)", prefix, pid);
     bool connected = false;
     {
         ReaderWatch watch(pipe.Get(), process.Get());
-        connected = AwaitConnection(pipe.Get(), watch, log);
-        if (connected && ReceiveRecord(pipe.Get(), record, size, log)) received();
+        connected = AwaitConnection(pipe.Get(), watch, prefix);
+        if (connected && ReceiveRecord(pipe.Get(), record, size, prefix)) received();
     }
     if (connected) {
         FlushFileBuffers(pipe.Get());
@@ -154,7 +117,7 @@ void GetValueFromWiFiDataReader(WiFiSyncInfo* record) {
     }
     *record = {};
     record->size_of_this_structure = sizeof *record;
-    ReadRecord(kWiFiPipe, {ReaderPath(), {}}, record, sizeof *record, kWiFiLog, [&] {
+    ReadRecord(kWiFiPipeName, {ReaderPath(), {}}, record, sizeof *record, kWiFiPrefix, [&] {
         LogInfo("GetValueFromWiFiDataReader: Received Wi-Fi sync data (size=%lu, is_valid=%u)",
                 uint32_t{sizeof *record}, record->is_valid);
     });
@@ -164,9 +127,10 @@ uint32_t GetBootMode() {
     uint32_t bootMode = 0;
     const std::string path = ReaderPath();
     // The path has no quotes around it.
-    ReadRecord(
-        kBootModePipe, {path, path + " " + kBootModeArgument}, &bootMode, sizeof bootMode, kBootModeLog, [&] {
-            LogInfo("Received Boot Mode data (size=%lu, boot mode=%u)", uint32_t{sizeof bootMode}, bootMode);
-        });
+    ReadRecord(kBootModePipeName, {path, path + " " + kBootModeArgument}, &bootMode, sizeof bootMode,
+               kBootModePrefix, [&] {
+                   LogInfo("Received Boot Mode data (size=%lu, boot mode=%u)", uint32_t{sizeof bootMode},
+                           bootMode);
+               });
     return bootMode;
 }

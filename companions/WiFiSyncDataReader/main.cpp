@@ -11,14 +11,13 @@
 #include "companions/WiFiSyncDataReader/Behaviour.h"
 #include "companions/WiFiSyncDataReader/Records.h"
 #include "companions/ZELKVMApp/Files.h"
+#include "wifi/ReaderPipes.h"
 
 namespace {
 
 constexpr int kDone = 0;
 constexpr int kNotDelivered = 1;
 constexpr int kWrongUse = 2;
-constexpr const char* kWiFiPipe = "\\\\.\\pipe\\WifiPipe";
-constexpr const char* kBootModePipe = "\\\\.\\pipe\\BootModePipe";
 
 int Fail(const char* what) {
     std::fprintf(stderr, "WiFiSyncDataReader: %s (error %lu)\n", what,
@@ -45,7 +44,7 @@ int Deliver(const char* name, std::string record, const Behaviour& behaviour) {
 int main(int argc, char** argv) {
     // The extraction logs. Without a file it writes nothing, but the logger must exist.
     ZELLogger::Instance();
-    const bool wantsBootMode = argc == 2 && std::string(argv[1]) == "GetBootMode";
+    const bool wantsBootMode = argc == 2 && std::string(argv[1]) == kBootModeArgument;
     const auto behaviour = ParseBehaviour(FirstWord(OwnFolder() + "WiFiSyncDataReader.behaviour"));
     if ((argc != 1 && !wantsBootMode) || !behaviour) {
         std::fputs(behaviour ? "WiFiSyncDataReader: the only argument is GetBootMode\n"
@@ -56,6 +55,6 @@ int main(int argc, char** argv) {
     if (behaviour->exitsFirst) return kNotDelivered;
     if (behaviour->neverConnects) Sleep(INFINITE);
     Sleep(behaviour->delay);
-    return wantsBootMode ? Deliver(kBootModePipe, BootModeRecord(), *behaviour)
-                         : Deliver(kWiFiPipe, WiFiRecord(), *behaviour);
+    return wantsBootMode ? Deliver(kBootModePipeName, BootModeRecord(), *behaviour)
+                         : Deliver(kWiFiPipeName, WiFiRecord(), *behaviour);
 }
