@@ -45,13 +45,13 @@ bool RemoveInPlace(const std::string& path, const FileFacts& facts) {
     return facts.isFolder ? RemoveDirectoryA(path.c_str()) : DeleteFileA(path.c_str());
 }
 
-bool RemoveUnlessTrusted(const std::string& path) {
+Removal RemoveUnlessTrusted(const std::string& path) {
     UniqueFileHandle file = OpenInPlace(path, READ_CONTROL | FILE_READ_ATTRIBUTES);
     FileFacts facts;
     // What keeps the system out is not trusted; without facts it is taken for a file.
-    if (file && !Examine(file.Get(), facts)) return false;
-    if (file && IsTrusted(facts)) return true;
-    if (!file && GetLastError() != ERROR_ACCESS_DENIED) return false;
+    if (file && !Examine(file.Get(), facts)) return Removal::Failed;
+    if (file && IsTrusted(facts)) return Removal::NotNeeded;
+    if (!file && GetLastError() != ERROR_ACCESS_DENIED) return Removal::Failed;
     file.Reset();
-    return RemoveInPlace(path, facts);
+    return RemoveInPlace(path, facts) ? Removal::Done : Removal::Failed;
 }

@@ -34,5 +34,7 @@ std::ofstream OpenForWriting(const std::string& path, bool isFolderSecure);
 // path. False with the last error.
 bool RemoveInPlace(const std::string& path, const FileFacts& facts);
 
-// Deletes what is at the path unless only the system can change it. True when nothing untrusted is left.
-bool RemoveUnlessTrusted(const std::string& path);
+enum class Removal { NotNeeded, Done, Failed };
+
+// Deletes what is at the path unless only the system can change it. Failed with the last error.
+Removal RemoveUnlessTrusted(const std::string& path);

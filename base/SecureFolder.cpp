@@ -38,7 +38,8 @@ bool RenameAside(const std::string& path, std::string& remark) {
 bool RemoveWhatUsersPut(const std::string& folder) {
     try {
         for (const auto& entry : std::filesystem::directory_iterator(FilesystemPath(folder)))
-            if (!RemoveUnlessTrusted(folder + "\\" + entry.path().filename().string())) return false;
+            if (RemoveUnlessTrusted(folder + "\\" + entry.path().filename().string()) == Removal::Failed)
+                return false;
         return true;
     } catch (const std::filesystem::filesystem_error&) {
         // Also for a name that has no narrow form.

@@ -81,13 +81,12 @@ bool RemoveWhatUsersCanChange(const std::string& folder) {
             // The logger has checked its file and has it open.
             if (name == kLog) continue;
             const std::string path = (folder + "\\").append(name);
-            if (!RemoveUnlessTrusted(path)) {
-                LogWarn("%s was a link or could be changed by users, and cannot be removed", path);
-                return false;
-            }
-            std::error_code error;
-            if (!std::filesystem::exists(std::filesystem::symlink_status(entry.path(), error)))
+            const Removal removal = RemoveUnlessTrusted(path);
+            if (removal == Removal::Done)
                 LogWarn("%s was a link or could be changed by users, and is removed", path);
+            if (removal != Removal::Failed) continue;
+            LogWarn("%s was a link or could be changed by users, and cannot be removed", path);
+            return false;
         }
         return true;
     } catch (const std::filesystem::filesystem_error&) {
