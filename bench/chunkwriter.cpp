@@ -1,8 +1,9 @@
 // The host's part of a frame and nothing else: each command 48 gets the next chunk of a frame that is there
 // already, by one request to the device.
 //
-//   chunkwriter ADDRESS BYTES      frames of so many bytes to the firmware at this address, until it is
-//   killed
+//   chunkwriter ADDRESS BYTES
+//
+// It sends frames of so many bytes to the firmware at this address, until it is killed.
 #include <winsock2.h>
 #include <windows.h>
 

@@ -37,7 +37,7 @@ def show_wifi(story, host, firmware):
 
     act("the laptop joins the network office, WPA2", "join", "office")
     await_sent("office")
-    act("the laptop roams to another access point of this network; the firmware knows it already", "roam", 100)
+    act("the laptop roams to another access point of this network; the firmware has its profile already", "roam", 100)
     act("the laptop changes to the network lab, WPA3", "join", "lab")
     await_sent("office", "lab")
     act("the laptop changes to the open network cafe", "join", "cafe")

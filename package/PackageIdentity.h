@@ -3,5 +3,5 @@
 
 #include <string>
 
-// Empty without a package, or when the system does not tell it.
+// Returns an empty text without a package, and when the system does not return the name.
 std::string PackageFamilyName();

@@ -107,7 +107,7 @@ uint32_t QueryChannel(const WlanContext& context) {
 
 uint32_t BandOf(uint16_t channel, uint32_t frequency) {
     if (channel == 0) return 0;
-    // The lower bound is in MHz and the upper one in kHz. The firmware knows the bands by this rule.
+    // The lower bound is in MHz and the upper one in kHz. The firmware expects the band by this rule.
     if (channel < 15 && frequency >= 2412 && frequency <= 2'484'000) return 1;
     if (channel >= 36 && channel <= 173 && frequency >= 5'160'000 && frequency <= 5'885'000) return 2;
     if (frequency >= 5'935'000 && frequency <= 7'115'000) return 3;

@@ -1,4 +1,4 @@
-// What the WLAN service knows of the connection of one interface.
+// What the WLAN service reports about the connection of one interface.
 #pragma once
 
 #include <cstdint>

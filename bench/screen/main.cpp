@@ -4,9 +4,8 @@
 //   screenload service ADDRESS                    the firmware of a service, with the mailbox at this address
 //   screenload bare LIBRARY WIDTH HEIGHT          the calls of the media runtime alone
 //
-//   frames type|scroll|replace SEED COUNT SKIP    COUNT frames at 30 a second, one change of the screen ahead
-//   of each; the
-//                                                 first SKIP are not measured
+//   frames type|scroll|replace SEED COUNT SKIP    COUNT frames at 30 a second, each after a change of the
+//                                                 screen; the first SKIP are not measured
 //   pull COUNT                                    of a service: COUNT frames as fast as they come
 //   host, begin, end                              of a service: awaits it, begins a session, ends it
 #include <time.h>

@@ -41,7 +41,7 @@ class Workshop:
         """Copies the tree as it is now, builds it and runs its tests once."""
         self._copy()
         self._root.joinpath("build").mkdir(exist_ok=True)
-        # A mutant may leave a variable unused. Nobody debugs it, and without debug information it builds and links much faster.
+        # A mutant may leave a variable unused. Without debug information it builds and links much faster.
         flags = ["-DCMAKE_CXX_FLAGS=-w", "-DCMAKE_CXX_FLAGS_DEBUG=", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold"]
         if self._run(["cmake", "--preset", "debug", *flags], _BUILD_SECONDS)[0] != 0:
             raise Broken(f"{self._root} cannot be configured")

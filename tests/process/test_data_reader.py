@@ -19,7 +19,7 @@ CONNECTED = {**LAPTOP, "wlanInterfaces": [{**LAPTOP["wlanInterfaces"][0], "state
 
 @pytest.fixture
 def start(stage):
-    """Starts the service from its package, with a reader that behaves as told (docs/companions.md)."""
+    """Starts the service from its package, with a reader of this behaviour (docs/companions.md)."""
     def start_with(behaviour=None, **changes):
         stage.power_up(**{**DESCRIPTION, **changes})
         Package(stage.host)

@@ -110,7 +110,7 @@ class NativePc:
 class WinePc:
     """What Wine lacks: power events, a WLAN service, the desktop's lock, and calls that end the PC but not its session."""
 
-    cannot = frozenset(("suspend", "lock", "nobody", "no-agent", "preshutdown", "power-28", "network-told",
+    cannot = frozenset(("suspend", "lock", "nobody", "no-agent", "preshutdown", "power-28", "network-reported",
                         "screen", "wifi"))
     always_errors = (
         "UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",

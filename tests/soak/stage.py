@@ -60,8 +60,8 @@ class Stage:
     def fault(self, *words):
         self.ask("fault", words=[str(word) for word in words])
 
-    def told(self, record):
-        """The last such record that the host has told."""
+    def reported(self, record):
+        """The last such record that the host has sent."""
         return self.ask("show")["host"].get(record, {})
 
     def refuse(self, request, error, times=1):

@@ -63,12 +63,12 @@ class Surroundings:
     def network(self, address):
         """Another address; the service hears of it by the WLAN service's word or at its next look, and tells the firmware."""
         self._stage.pc.change_address(address)
-        if "network-told" not in self._stage.pc.cannot:
+        if "network-reported" not in self._stage.pc.cannot:
             for _ in range(30):
                 # Words that come while an earlier one is still looked at are dropped, and so are equal ones.
                 self._wlan_code = 31 - self._wlan_code
                 self._stage.pc.tell_of_network(self._wlan_code)
-                if self._told_address(address, patience=1.0):
+                if self._is_reported("WriteIPCompleteInformation", "IPv4Address", address):
                     break
             else:
                 raise AssertionError(f"the firmware did not receive the address {address}")
@@ -78,7 +78,7 @@ class Surroundings:
         """The PC joins a Wi-Fi network; firmware that takes its profile gets it, unless it has it already."""
         self._stage.pc.join(network)
         for _ in range(30 if self._stage.level >= LEVEL_OF_WIFI else 0):
-            if self._told_network(network, patience=1.0):
+            if self._is_reported("WriteWiFiSyncInfo", "ssid", network):
                 break
             self._wlan_code = 31 - self._wlan_code
             self._stage.pc.tell_of_network(self._wlan_code)
@@ -86,15 +86,9 @@ class Surroundings:
             assert self._stage.level < LEVEL_OF_WIFI, f"the firmware did not receive the network {network}"
         self._stage.tally.faults["Wi-Fi change"] += 1
 
-    def _told_network(self, network, patience):
+    def _is_reported(self, record, field, value):
         try:
-            return eventually(lambda: self._stage.told("WriteWiFiSyncInfo").get("ssid") == network, "", patience)
-        except AssertionError:
-            return False
-
-    def _told_address(self, address, patience):
-        try:
-            return eventually(lambda: self._stage.told("WriteIPCompleteInformation").get("IPv4Address") == address, "", patience)
+            return eventually(lambda: self._stage.reported(record).get(field) == value, "", patience=1.0)
         except AssertionError:
             return False
 
@@ -127,7 +121,7 @@ class Surroundings:
         words = {"wrong-then-yes": ("perhaps", "yes")}.get(answer, (answer,))
         client = self._ask_with_client(kind, limit, *words)
         self._log.await_line(f"{CONSENT_SENT}{ANSWERS[answer]}", place)
-        self._await_told(kind, ANSWERS[answer])
+        self._await_answer(kind, ANSWERS[answer])
         assert client.wait() == 0, client.output()
         assert f"asked: type {kind}, time limit {limit} seconds" in client.output(), client.output()
         self._close_question()
@@ -140,7 +134,7 @@ class Surroundings:
         place = self._log.here()
         self._ask(kind, limit)
         self._log.await_line(f"{CONSENT_SENT}1", place)
-        self._await_told(kind, 1)
+        self._await_answer(kind, 1)
         if answer == "locked":
             self._stage.pc.lock(False)
         self._close_question()
@@ -185,13 +179,13 @@ class Surroundings:
         self._ask(kind, limit)
         return client
 
-    def _await_told(self, kind, consent):
+    def _await_answer(self, kind, consent):
         wanted = (kind, consent)
 
-        def told():
-            answer = self._stage.told("WriteUserConsent")
+        def answered():
+            answer = self._stage.reported("WriteUserConsent")
             return (answer.get("Type"), answer.get("Consent")) == wanted
-        eventually(told, f"the answer {wanted} at the firmware")
+        eventually(answered, f"the answer {wanted} at the firmware")
 
     def _close_question(self):
         """The question before, if one was open, has been given up for this one."""

@@ -42,9 +42,9 @@ TEST_F(SamePc, ItsPathItsEnvironmentAndItsSessionAreItsOwn) {
         pc.environment = {{"PROGRAMDATA", R"(C:\ProgramData)"}};
     });
     Install("bin/app.exe");
-    Run(R"("C:\bin\app.exe" tell C:\told)");
+    Run(R"("C:\bin\app.exe" report C:\report)");
     EXPECT_EQ("module=C:\\bin\\app.exe\nPROGRAMDATA=C:\\ProgramData\nPATH=\nsession=1\ncomputer=WINHOST-PC\n",
-              ReadFromC("told"));
+              ReadFromC("report"));
 }
 
 TEST_F(SamePc, ADescribedPcIsReadByItsProgramsToo) {
@@ -53,10 +53,10 @@ TEST_F(SamePc, ADescribedPcIsReadByItsProgramsToo) {
     description.computerName = "LAB-7";
     description.environment = {{"PROGRAMDATA", R"(D:\Data)"}};
     Install("app.exe");
-    StartFromAnother(description, R"("C:\app.exe" tell C:\told)");
+    StartFromAnother(description, R"("C:\app.exe" report C:\report)");
     EXPECT_TRUE(
-        Eventually([this] { return ReadFromC("told").find("computer=LAB-7\n") != std::string::npos; }));
-    EXPECT_NE(std::string::npos, ReadFromC("told").find("PROGRAMDATA=D:\\Data\n"));
+        Eventually([this] { return ReadFromC("report").find("computer=LAB-7\n") != std::string::npos; }));
+    EXPECT_NE(std::string::npos, ReadFromC("report").find("PROGRAMDATA=D:\\Data\n"));
 }
 
 TEST_F(SamePc, TheControlSocketStaysThatOfTheFirst) {
@@ -68,7 +68,7 @@ TEST_F(SamePc, TheControlSocketStaysThatOfTheFirst) {
     ASSERT_EQ(0, stat(socket.c_str(), &first));
     const std::string marks =
         "WINHOST_ROOT='" + m_root.string() + "' WINHOST_PC='" + DescriptionFile() + "' ";
-    ASSERT_EQ(0, RunInShell(marks + Program().string() + R"( tell 'C:\told')"));
+    ASSERT_EQ(0, RunInShell(marks + Program().string() + R"( report 'C:\report')"));
     ASSERT_EQ(0, stat(socket.c_str(), &now)) << "taken away with the program's end";
     EXPECT_EQ(first.st_ino, now.st_ino);
     StartPc([](auto&) {});
@@ -76,7 +76,8 @@ TEST_F(SamePc, TheControlSocketStaysThatOfTheFirst) {
 
 TEST_F(SamePc, AProgramWhosePcIsGoneCreatesNone) {
     const std::string root = (m_root / "none").string();
-    const std::string line = "WINHOST_ROOT='" + root + "' " + Program().string() + R"( tell 'C:\told' 2>&1)";
+    const std::string line =
+        "WINHOST_ROOT='" + root + "' " + Program().string() + R"( report 'C:\report' 2>&1)";
     FILE* const pipe = popen(line.c_str(), "re");
     char text[512] = "";
     EXPECT_TRUE(std::fgets(text, sizeof text, pipe));

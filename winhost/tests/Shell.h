@@ -5,7 +5,7 @@
 
 #include <string>
 
-// Returns what wait() tells of the shell; 0 for an exit code of 0.
+// Returns the status of the shell as wait() does; 0 for an exit code of 0.
 inline int RunInShell(const std::string& command) {
     FILE* const stream = popen(command.c_str(), "w");
     return stream ? pclose(stream) : -1;

@@ -1,4 +1,4 @@
-// What the WLAN service knows of a connection: its attributes, the profile and the BSSs in range.
+// What the WLAN service reports about a connection: its attributes, the profile and the BSSs in range.
 #include <wlanapi.h>
 
 #include <cstring>

@@ -1,8 +1,8 @@
-// A program on a simulated PC, for the tests: tells where it finds itself, or starts another as a service
+// A program on a simulated PC, for the tests: reports what it sees, or starts another as a service
 // does and leaves it behind.
 //
-//     onpc tell <file>        writes what it sees to that file (a Windows path), as "key=value" lines
-//     onpc start <command>    starts the command line in the console's session and prints its process id
+//     onpc report <file>        writes what it sees to that file (a Windows path), as "key=value" lines
+//     onpc start <command>      starts the command line in the console's session and prints its process id
 #include <windows.h>
 #include <tlhelp32.h>
 #include <stdlib.h>
@@ -22,7 +22,7 @@ std::string Variable(const char* name) {
     return value;
 }
 
-int Tell(const char* path) {
+int Report(const char* path) {
     char module[MAX_PATH] = "";
     GetModuleFileNameA(nullptr, module, sizeof module);
     DWORD session = 0;
@@ -68,8 +68,8 @@ int Start(std::string command) {
 
 int main(int argc, char** argv) {
     const std::string action = argc == 3 ? argv[1] : "";
-    if (action == "tell") return Tell(argv[2]);
+    if (action == "report") return Report(argv[2]);
     if (action == "start") return Start(argv[2]);
-    std::fprintf(stderr, "usage: onpc tell <file> | onpc start <command>\n");
+    std::fprintf(stderr, "usage: onpc report <file> | onpc start <command>\n");
     return 2;
 }
