@@ -70,8 +70,6 @@ void DisplayClient::Fault(const std::string& text) {
 
 void DisplayClient::Ask() {
     m_askedForConfiguration = true;
-    // A host that serves a viewer has sent it, and does not send it again.
-    if (!m_viewer) m_configured = false;
     m_host.send(MPM_ZEL_CMD_GET_DISPAY_CONFIG);
 }
 
@@ -79,8 +77,18 @@ void DisplayClient::Configure(uint32_t width, uint32_t height) {
     m_configured = true;
     m_width = width;
     m_height = height;
+    if (!m_viewer) BeginStream();
     m_due = Clock::now() + milliseconds(m_settings.Settle);
     Next();
+}
+
+// The host's first frame may come before the viewer, and the later ones build on it.
+void DisplayClient::BeginStream() {
+    m_streamBegun = true;
+    m_meter = {};
+    m_before = {};
+    m_shown = nullptr;
+    m_decoder.Begin(m_settings.Ivf, m_width, m_height);
 }
 
 std::unique_ptr<StreamPeer> DisplayClient::AcceptViewer() {
@@ -89,13 +97,8 @@ std::unique_ptr<StreamPeer> DisplayClient::AcceptViewer() {
         throw std::system_error(errno, std::generic_category(), "socketpair");
     testbed::Descriptor mine(pair[0]), servers(pair[1]);
     fcntl(mine.Get(), F_SETFL, O_NONBLOCK);
-    if (!m_viewer) {
-        ++m_sessions;
-        m_meter = {};
-        m_before = {};
-        m_shown = nullptr;
-        m_decoder.Begin(m_settings.Ivf, m_width, m_height);
-    }
+    if (!m_viewer) ++m_sessions;
+    if (!m_streamBegun) BeginStream();
     StopViewer();
     ++m_viewers;
     m_viewerStays = std::make_shared<bool>(true);
@@ -103,7 +106,7 @@ std::unique_ptr<StreamPeer> DisplayClient::AcceptViewer() {
         std::move(servers),
         [display = m_settings.Display] { return std::make_unique<VirtualDevices>(display); },
         [this] { eventfd_write(m_news.Get(), 1); });
-    if (m_shown) m_viewer->Show(m_shown);
+    ShowNewest();
     // Turned on while the host had its port open already.
     if (!m_askedForConfiguration) Ask();
     Next();
@@ -127,7 +130,7 @@ void DisplayClient::End() {
     Cancel(m_silenceTimer);
     if (m_viewer) m_host.note("the session has ended: " + Summary(m_meter.ToJson()));
     StopViewer();
-    m_askedForConfiguration = m_configured = m_outstanding = m_failing = false;
+    m_askedForConfiguration = m_configured = m_streamBegun = m_outstanding = m_failing = false;
     m_failuresInARow = 0;
     m_assembler.Reset();
 }
@@ -170,7 +173,10 @@ void DisplayClient::OnSilence() {
 }
 
 void DisplayClient::TakeChunk(std::span<const uint8_t> record) {
-    if (!m_outstanding) Fault("a chunk that was not asked for");
+    if (!m_outstanding) {
+        Fault("a chunk that was not asked for");
+        if (!m_assembler.InFrame()) m_frameAsked = Clock::now();
+    }
     m_outstanding = false;
     Cancel(m_silenceTimer);
     const FrameAssembler::Result result = m_assembler.Take(record);
@@ -202,6 +208,11 @@ void DisplayClient::PauseAfterFailure() {
     m_due = std::max(m_due, Clock::now() + pause);
 }
 
+void DisplayClient::ShowNewest() {
+    m_shown = m_decoder.Newest();
+    if (m_shown) m_viewer->Show(m_shown);
+}
+
 void DisplayClient::OnNews() {
     eventfd_t count = 0;
     eventfd_read(m_news.Get(), &count);
@@ -210,10 +221,7 @@ void DisplayClient::OnNews() {
     if (m_viewer) {
         for (const std::string& note : m_viewer->CollectNotes())
             m_host.note(note);
-        if (const auto picture = m_decoder.Newest(); picture && picture != m_shown) {
-            m_shown = picture;
-            m_viewer->Show(picture);
-        }
+        if (m_decoder.Newest() != m_shown) ShowNewest();
     }
     m_ending.remove_if([](const auto& ending) { return ending->Finished(); });
     Next();

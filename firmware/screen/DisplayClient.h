@@ -49,6 +49,8 @@ class DisplayClient {
     // Frames that wait for the decoder while another is asked for.
     static constexpr size_t kMaxWaiting = 1;
 
+    void BeginStream();
+    void ShowNewest();
     void PauseAfterFailure();
     void Next();
     void Request();
@@ -67,6 +69,7 @@ class DisplayClient {
 
     bool m_askedForConfiguration = false;
     bool m_configured = false;
+    bool m_streamBegun = false;  // the decoder has been started for the host's session
     uint32_t m_width = 0, m_height = 0;
     uint64_t m_sessions = 0, m_viewers = 0, m_captureFailures = 0, m_faults = 0, m_repeats = 0;
     std::string m_lastFault;

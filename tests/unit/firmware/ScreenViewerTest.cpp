@@ -36,6 +36,26 @@ TEST_F(ScreenViewerTest, ShowsALaterViewerTheSameScreenAtOnce) {
     EXPECT_EQ(screen["viewer"]["connected"], true);
 }
 
+// Only the first frame of a session stands alone.
+TEST_F(ScreenViewerTest, ShowsAViewerTheFrameThatCameBeforeIt) {
+    m_firmware->Send(MPM_ZEL_CMD_GET_DISPAY_CONFIG);
+    ExpectCommand(MPM_ZEL_CMD_GET_DISPAY_CONFIG);
+    Configure();
+    const Painting painting = Painting::Of(320, 200);
+    SendFrame(EncodeOne(painting));
+    AwaitDecoded(1);
+    m_firmware->Send(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    ExpectCommand(MPM_ZEL_CMD_GET_DISPAY_CONFIG);
+    ExpectCommand(MPM_ZEL_CMD_KVM_ENABLE_STATUS);
+    ConnectViewer();  // the host has sent its configuration, and sends no further frame
+    ExpectCommand(MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER);
+    RfbClient viewer = Viewer();
+    ASSERT_TRUE(viewer.Connect());
+    viewer.Request(false);
+    ASSERT_TRUE(viewer.TakeUpdate());
+    EXPECT_GT(painting.Psnr(viewer.pixels), 35);
+}
+
 TEST_F(ScreenViewerTest, ServesANextSessionOfAnotherSize) {
     Begin();
     SendFrame(EncodeOne(Painting::Of(320, 200)));
