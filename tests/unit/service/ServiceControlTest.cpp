@@ -1,4 +1,5 @@
 // What the service does on each control.
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <thread>
@@ -25,6 +26,12 @@ class ServiceControl : public ServiceFixture {
         std::vector<std::string> messages = Messages();
         messages.erase(messages.begin(), messages.begin() + static_cast<long>(before));
         return messages;
+    }
+
+    static size_t CountEvents(const std::vector<std::string>& messages) {
+        return static_cast<size_t>(
+            std::count_if(messages.begin(), messages.end(),
+                          [](const std::string& each) { return each.find(": PBT_") != std::string::npos; }));
     }
 
     static std::vector<std::string> OnlyLines(const std::string& line, DWORD eventType) {
@@ -84,7 +91,7 @@ TEST_F(ServiceControl, StandbyAndItsEndAreOnlyLogged) {
 
 TEST_F(ServiceControl, ASuspendTellsTheFirmwareAndClosesTheGate) {
     ExpectError("Error Service is not signalled as Up");
-    PowerEvent(PBT_APMSUSPEND);
+    EXPECT_EQ(CountEvents(PowerEvent(PBT_APMSUSPEND)), 1u);
     ExpectLogInOrder({"ServiceCtrlHandler: SERVICE_CONTROL_POWEREVENT received",
                       "ServiceCtrlHandler: Handling Powerevent Entry and exit",
                       "ServiceCtrlHandler: PBT_APMSUSPEND received", "ZEL Service DOWN",
@@ -97,7 +104,7 @@ TEST_F(ServiceControl, ASuspendTellsTheFirmwareAndClosesTheGate) {
 TEST_P(Resume, BringsTheFirmwareUpToDate) {
     const auto& [eventType, name] = GetParam();
     PowerEvent(PBT_APMSUSPEND);
-    PowerEvent(eventType);
+    EXPECT_EQ(CountEvents(PowerEvent(eventType)), 1u);
     const auto up = firmware.AwaitRequest("WriteZELStatus", [](const mpm::Request& request) {
         return request.As<ZELStatusRecord>().state == 1;
     });
