@@ -14,7 +14,7 @@ from harness.processes import REPOSITORY, with_owner
 _PROCESS_TESTS_SECONDS = 400
 _BUILD_SECONDS = 1800
 _SHARDS = 6  # of one run of a folder's unit tests
-_PROGRAMS = ["ZELService", "ZELKVMApp", "userconsent", "mpmsim", "pipeserver"]  # of the process tests
+_PROGRAMS = ["ZELService", "mpmsim", "pipeserver", "companions/all", "runtime/software/all"]  # of the process tests
 
 
 class Broken(Exception):
@@ -53,6 +53,8 @@ class Workshop:
             if failed := self._failures_of(folder):
                 raise Broken(f"tests of {folder} fail without a mutation: {' '.join(failed)}")
             self._time_limits[folder] = 20 + 4 * (time.monotonic() - begin)
+        if failed := self._failing_process_tests():
+            raise Broken(f"process tests fail without a mutation: {' '.join(failed)}")
 
     def _copy(self):
         listed = subprocess.run(
@@ -94,7 +96,7 @@ class Workshop:
                 return Outcome.NOT_COMPILED, ""
             if failed := self._failures_of(tested):
                 return Outcome.KILLED, failed[0]
-        if not self._compile(["ZELService"]):
+        if not self._compile(_PROGRAMS):
             return Outcome.NOT_COMPILED, ""
         if failed := self._failing_process_tests():
             return Outcome.KILLED, failed[0]
