@@ -144,6 +144,7 @@ TEST_F(Lifecycle, TheProcessEndsWithAllThreadsGoneAndTheDeviceClosed) {
     EndMain();
     EXPECT_TRUE(service->EndThreads(INFINITE));
     EXPECT_TRUE(Eventually([this] { return !firmware.HostListening(); }));
+    EXPECT_TRUE(firmware.Requests("WriteShutdownLaptop").empty());  // only the service ends
 }
 
 TEST_F(Lifecycle, AnInterrogationIsAnsweredWithTheStateAsItIs) {

@@ -59,3 +59,15 @@ TEST_F(Registry, ALongValueForWhichThereIsNoMemoryIsNotRead) {
     EXPECT_EQ(Messages().back(), "Failed to allocate memory while reallocating memory from registry.");
     EXPECT_TRUE(path.empty());
 }
+
+TEST_F(Registry, AValueThatKeepsGrowingIsGivenUpAfterAMebibyte) {
+    int reads = 0;
+    Gate().Ask([&](const std::string& call, const void*) -> uint32_t {
+        if (call != "RegQueryValueExA") return 0;
+        ++reads;
+        return ERROR_MORE_DATA;
+    });
+    std::string path;
+    EXPECT_FALSE(ReadPath(path));
+    EXPECT_EQ(reads, 1024);
+}
