@@ -12,7 +12,7 @@ std::string ExecutableFolder(const char* complaint) {
     std::string folder = path;
     const size_t separator = folder.rfind('\\');
     if (separator == std::string::npos) {
-        LogInfo("%s", complaint);
+        if (complaint) LogInfo("%s", complaint);
         return {};
     }
     folder.resize(separator);

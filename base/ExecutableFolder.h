@@ -4,5 +4,5 @@
 #include <string>
 
 // Returns the folder of the executable, without a separator at its end. When its path has no separator, logs
-// `complaint` and returns an empty text. Any thread.
-std::string ExecutableFolder(const char* complaint);
+// `complaint`, unless it is null, and returns an empty text. Any thread.
+std::string ExecutableFolder(const char* complaint = nullptr);

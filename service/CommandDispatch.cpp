@@ -3,6 +3,7 @@
 #include <array>
 
 #include "base/Log.h"
+#include "hostcontrol/SoftwareUpgrade.h"
 #include "mailbox/MailboxCodes.h"
 #include "service/ZELService.h"
 
@@ -29,8 +30,9 @@ void HandleKvmData(ZELService& service, const FirmwareMessage& message) {
         service.m_kvmClientInterface.SendDataToKVMClient(message.payload, message.length);
 }
 
-void HandleSoftwareUpgrade(ZELService&, const FirmwareMessage&) {
+void HandleSoftwareUpgrade(ZELService&, const FirmwareMessage& message) {
     LogInfo("%s: Software upgrade command received: MPM_ZEL_CMD_SOFTWARE_UPGRADE", kName);
+    if (message.length != 0) StartSoftwareUpgrade(message.payload, message.length);
 }
 
 void HandleIndicationSubscribe(ZELService&, const FirmwareMessage&) {

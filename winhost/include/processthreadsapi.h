@@ -59,8 +59,8 @@ typedef struct _PROCESS_INFORMATION {
 // that names a file, with ".exe" added where it has no ending. The program gets the command line, or without
 // one the application as its only item.
 //
-// Flags, an environment, a current folder, inherited handles and STARTF_USESTDHANDLES fail with
-// ERROR_NOT_SUPPORTED. The other errors are ERROR_INVALID_PARAMETER (neither application nor command line),
+// A flag but DETACHED_PROCESS, an environment, a current folder and STARTF_USESTDHANDLES fail with
+// ERROR_NOT_SUPPORTED; no handle is inherited. ERROR_INVALID_PARAMETER: neither application nor line. Others:
 // ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED (a folder) and ERROR_BAD_EXE_FORMAT.
 BOOL CreateProcessA(LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIBUTES processAttributes,
                     LPSECURITY_ATTRIBUTES threadAttributes, BOOL inheritHandles, DWORD creationFlags,

@@ -137,9 +137,11 @@ BOOL CreateProcessA(LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIB
                     LPSTARTUPINFOA startup, LPPROCESS_INFORMATION information) {
     WINHOST_GATE("CreateProcessA", FALSE);
     if ((!applicationName && !commandLine) || !startup || !information) return Fail(ERROR_INVALID_PARAMETER);
-    if (inheritHandles || flags || environment || currentDirectory || startup->dwFlags & STARTF_USESTDHANDLES)
+    if (flags & ~DWORD{DETACHED_PROCESS} || environment || currentDirectory ||
+        startup->dwFlags & STARTF_USESTDHANDLES)
         return Fail(ERROR_NOT_SUPPORTED);
     Launch launch;
+    launch.flags = flags;
     launch.commandLine = commandLine ? commandLine : "\"" + std::string(applicationName) + "\"";
     if (applicationName) {
         launch.program = applicationName;
@@ -152,7 +154,11 @@ BOOL CreateProcessA(LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIB
     if (launch.program.find('\\') == std::string::npos) return Fail(ERROR_NOT_SUPPORTED);
     launch.variables = winhost::PcEnvironment();
     launch.session = winhost::OwnSession();
-    return Start(launch, *startup, *information);
+    if (!Start(launch, *startup, *information)) return FALSE;
+    // No handle of this library can be inherited. On Windows a socket can, unless its owner says otherwise.
+    Pc::Instance().Record(winhost::CallArgument{"CreateProcessA", "bInheritHandles", inheritHandles != 0});
+    Pc::Instance().Record(winhost::CallArgument{"CreateProcessA", "wShowWindow", startup->wShowWindow});
+    return TRUE;
 }
 
 BOOL CreateProcessAsUserA(HANDLE handle, LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIBUTES,

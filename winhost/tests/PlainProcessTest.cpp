@@ -66,6 +66,29 @@ TEST_F(PlainProcessTest, ItIsAProcessOfThePcInTheCallersSession) {
     EXPECT_EQ(0u, launches[0].session);
 }
 
+TEST_F(PlainProcessTest, ADetachedOneMayBeOfferedHandles) {
+    WriteScript("app.exe", "ls -l /proc/self/fd > C:/files");
+    char line[] = R"(C:\app.exe)";
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    startup.wShowWindow = SW_SHOW;
+    Started started;
+    started.result = CreateProcessA(nullptr, line, nullptr, nullptr, TRUE, DETACHED_PROCESS, nullptr, nullptr,
+                                    &startup, &started.information);
+    ASSERT_TRUE(started.result);
+    EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hProcess, INFINITE));
+    EXPECT_EQ(std::string::npos, ReadFromC("files").find("socket")) << ReadFromC("files");
+    const auto& pc = winhost::Pc::Instance();
+    ASSERT_EQ(1u, pc.Records<winhost::ProcessLaunch>().size());
+    EXPECT_EQ(DWORD{DETACHED_PROCESS}, pc.Records<winhost::ProcessLaunch>()[0].flags);
+    const auto arguments = pc.Records<winhost::CallArgument>();
+    ASSERT_EQ(2u, arguments.size());
+    EXPECT_EQ("bInheritHandles", arguments[0].name);
+    EXPECT_EQ(1u, arguments[0].value);
+    EXPECT_EQ("wShowWindow", arguments[1].name);
+    EXPECT_EQ(uint32_t{SW_SHOW}, arguments[1].value);
+}
+
 TEST_F(PlainProcessTest, ItsHandleIsSignalledWhenItEnds) {
     WriteSleeper("sleep.exe");
     const Started started = StartPlain(nullptr, R"(C:\sleep.exe 1000)");

@@ -34,7 +34,6 @@ class Dispatch : public ServiceFixture {
 
 // The lines of commands that leave the same ones with and without a payload.
 const std::vector<Words> kWords = {
-    {10, {"ProcessRead: Software upgrade command received: MPM_ZEL_CMD_SOFTWARE_UPGRADE"}},
     {11, {"ProcessRead: Indication subscribe command received: MPM_ZEL_CMD_INDICATION_SUBSCRIBE"}},
     {12, {"ProcessRead: Indication event command received: MPM_ZEL_CMD_INDICATION_EVENT"}},
     {19, {"ProcessRead: Sleep Command received: MPM_ZEL_CMD_HOST_SLEEP_LIGHT"}},
@@ -52,11 +51,17 @@ const std::vector<Words> kWords = {
 
 // Commands with tests of their own, here and in tests/unit of hostcontrol, kvm and session.
 const std::map<int, std::string> kTestedApart = {
-    {8, "MPM_ZEL_CMD_DASH_DATA"},           {9, "MPM_ZEL_CMD_KVM_DATA"},
-    {33, "MPM_ZEL_CMD_REBOOT_NONDASH"},     {35, "MPM_ZEL_CMD_VNC_SOC_CLOSE"},
-    {37, "MPM_ZEL_CMD_S0i3_RESUME"},        {38, "MPM_ZEL_CMD_KVM_ENABLE_STATUS"},
-    {39, "MPM_ZEL_CMD_KVM_IP_PORT_INFO"},   {40, "MPM_ZEL_CMD_GET_KVM_CONSENT"},
-    {41, "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET"}, {52, "MPM_ZEL_SAFEBOOT"},
+    {8, "MPM_ZEL_CMD_DASH_DATA"},
+    {9, "MPM_ZEL_CMD_KVM_DATA"},
+    {10, "MPM_ZEL_CMD_SOFTWARE_UPGRADE"},
+    {33, "MPM_ZEL_CMD_REBOOT_NONDASH"},
+    {35, "MPM_ZEL_CMD_VNC_SOC_CLOSE"},
+    {37, "MPM_ZEL_CMD_S0i3_RESUME"},
+    {38, "MPM_ZEL_CMD_KVM_ENABLE_STATUS"},
+    {39, "MPM_ZEL_CMD_KVM_IP_PORT_INFO"},
+    {40, "MPM_ZEL_CMD_GET_KVM_CONSENT"},
+    {41, "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET"},
+    {52, "MPM_ZEL_SAFEBOOT"},
 };
 
 // Whether a test here expects this command by this name.
