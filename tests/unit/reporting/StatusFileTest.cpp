@@ -53,6 +53,10 @@ class StatusFileTest : public ReportingFixture {
         MultiNwInfo record{};
         record.Count = 1;
         service->m_networkStateStore.Store(record);
+        RememberInterface(addressOrigin, adapterType);
+    }
+
+    void RememberInterface(uint32_t addressOrigin, const std::string& adapterType) {
         service->m_ipv4InfoStore.RememberInterface(inet_addr("192.168.1.10"), addressOrigin,
                                                    inet_addr("192.168.1.1"), adapterType);
     }
@@ -137,6 +141,8 @@ TEST_F(StatusFileTest, WithoutInterfacesAnEarlierDhcpServerCountsNoMore) {
 
 TEST_F(StatusFileTest, TheDhcpServerNeedsAnInterfaceInTheStore) {
     TakeAddress();
+    RememberInterface(4, "Wired LAN");
+    EXPECT_EQ(Values()["DHCPServer"], "0");
     Scan(4, "Wired LAN");
     service->m_networkStateStore.Clear();
     EXPECT_EQ(Values()["DHCPServer"], "0");

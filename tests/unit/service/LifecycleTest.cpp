@@ -202,6 +202,7 @@ TEST_F(Lifecycle, AnExceptionDuringTheStartStopsTheServiceWithACodeOfItsOwn) {
     EXPECT_EQ(LogCount("boom"), 0u);
     ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_STOPPED}));
     EXPECT_EQ(Pc().Records<winhost::ServiceReport>().back().win32ExitCode, 1064u);
+    EXPECT_EQ(Pc().Records<winhost::ServiceReport>().back().waitHint, 0u);
 }
 
 TEST_F(Lifecycle, AnExceptionOfAnyOtherKindDuringTheStartDoesSoToo) {
@@ -210,6 +211,7 @@ TEST_F(Lifecycle, AnExceptionOfAnyOtherKindDuringTheStartDoesSoToo) {
     EXPECT_EQ(Run({"ZELService.exe", "-service"}), 0);
     ASSERT_EQ(ReportedStates(), (std::vector<uint32_t>{SERVICE_START_PENDING, SERVICE_STOPPED}));
     EXPECT_EQ(Pc().Records<winhost::ServiceReport>().back().win32ExitCode, 1064u);
+    EXPECT_EQ(Pc().Records<winhost::ServiceReport>().back().waitHint, 0u);
 }
 
 TEST_F(ByHand, TheServiceModeEndsAtOnce) {

@@ -115,3 +115,9 @@ TEST_F(WorkingFiles, AFileThatCannotBeCheckedIsNotWritten) {
         EXPECT_EQ("", Read(HostPath(In(kWorking, "zel_json_data.txt")))) << call;
     }
 }
+
+TEST_F(WorkingFiles, ADescriptorThatNeedsNoMoreRoomIsNotAskedForAgain) {
+    Gate().FailNth("GetKernelObjectSecurity", 1, ERROR_INSUFFICIENT_BUFFER);
+    KVMAgent().TerminateKVMAgent();
+    EXPECT_EQ("", Read(HostPath(In(kWorking, "terminate.txt"))));
+}

@@ -39,6 +39,17 @@ TEST_F(WorkingFolder, WhatUsersHavePutThereIsRemoved) {
     ExpectThatUsersOnlyRead();
 }
 
+TEST_F(WorkingFolder, AFileThatKeepsTheSystemOutIsRemovedToo) {
+    AnEarlierVersionCreatesTheFolders();
+    AliceCreates(In(kWorking, "version.dll"));
+    winhost::FileSecurity own{winhost::SidOfUser("alice"), true, {}};
+    ASSERT_EQ(DWORD{ERROR_SUCCESS}, winhost::StoreSecurity(HostPath(In(kWorking, "version.dll")), own));
+    EXPECT_TRUE(service->InitializeLogging());
+    EXPECT_FALSE(Exists(In(kWorking, "version.dll")));
+    EXPECT_EQ(0u, Warnings("renamed"));
+    ExpectThatUsersOnlyRead();
+}
+
 TEST_F(WorkingFolder, OtherProgramsFilesInTheMakersFolderStay) {
     AnEarlierVersionCreatesTheFolders();
     AliceCreates(In(kMaker, "other.txt"));
