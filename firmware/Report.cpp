@@ -5,6 +5,7 @@
 
 #include "firmware/Catalogue.h"
 #include "firmware/Fields.h"
+#include "firmware/Hex.h"
 
 namespace mpm {
 
@@ -77,6 +78,7 @@ Json::Value JsonOf(const Request& request, Secrets secrets) {
     const MailboxRequest* operation = FindRequest(request.code, request.data.size());
     object["fields"] =
         operation ? Decode(operation->input.fields, request.data, secrets) : Json::Value(Json::objectValue);
+    if (secrets == Secrets::Shown) object["hex"] = ToHex(request.data);
     if (!request.fault.empty()) object["fault"] = request.fault;
     return object;
 }

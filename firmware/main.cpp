@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "firmware/Catalogue.h"
+#include "firmware/Hex.h"
 #include "firmware/Report.h"
 #include "firmware/control/Run.h"
 #include "firmware/control/Table.h"
@@ -36,7 +37,7 @@ struct Options {
 };
 
 std::vector<uint8_t> PayloadOf(const Options& options) {
-    if (!options.hex.empty()) return mpm::control::FromHex(options.hex);
+    if (!options.hex.empty()) return mpm::FromHex(options.hex);
     if (!options.text.empty()) return {options.text.begin(), options.text.end()};
     if (options.file.empty()) return std::vector<uint8_t>(options.size);
     std::ifstream file(options.file, std::ios::binary);
@@ -48,7 +49,7 @@ Json::Value SendRequest(const Options& options) {
     Json::Value request;
     request["verb"] = "send";
     request["raw"] = options.raw;
-    request["payload"] = mpm::control::ToHex(PayloadOf(options));
+    request["payload"] = mpm::ToHex(PayloadOf(options));
     request["trailer"] = options.trailer;
     if (options.raw != options.command.empty())
         throw std::invalid_argument(options.raw ? "a raw message has no command"

@@ -1,6 +1,7 @@
 // One line to the simulated firmware's control socket.
 #include <json/json.h>
 
+#include "firmware/Hex.h"
 #include "firmware/control/Verbs.h"
 #include "fuzz/Input.h"
 #include "testbed/ControlSocket.h"
@@ -20,6 +21,6 @@ FUZZ_TARGET(mpmcontrol) {
     fuzz::Require(!answer.isMember("error") || !answer["error"].asString().empty(), "a refusal says why");
     Firmware().ClearFaults();
     Firmware().Change([](mpm::Settings& settings) { settings = {}; });
-    fuzz::Require(mpm::control::FromHex(mpm::control::ToHex(input)).size() == input.size(),
+    fuzz::Require(mpm::FromHex(mpm::ToHex(input)).size() == input.size(),
                   "bytes survive their hexadecimal form");
 }

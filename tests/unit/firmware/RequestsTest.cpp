@@ -3,6 +3,7 @@
 #include <json/json.h>
 
 #include "firmware/Catalogue.h"
+#include "firmware/Hex.h"
 #include "firmware/Report.h"
 #include "mailbox/ConsentRecords.h"
 #include "mailbox/DisplayRecords.h"
@@ -167,9 +168,10 @@ TEST_F(RequestsTest, ReadsTheWiFiProfileButNeverShowsItsKey) {
               JsonOf(m_firmware.Requests().at(0)));
     Settings settings;
     settings.ShowWiFiKey = true;
-    const Json::Value shown =
-        JsonOf(m_firmware.Requests().at(0), SecretsOf(settings, "WriteWiFiSyncInfo"))["fields"];
-    EXPECT_EQ(shown["key_material"], "correct horse");
+    const Json::Value shown = JsonOf(m_firmware.Requests().at(0), SecretsOf(settings, "WriteWiFiSyncInfo"));
+    EXPECT_EQ(shown["fields"]["key_material"], "correct horse");
+    EXPECT_EQ(shown["hex"], ToHex({reinterpret_cast<const uint8_t*>(&info), sizeof info}));
+    EXPECT_FALSE(JsonOf(m_firmware.Requests().at(0)).isMember("hex"));
     EXPECT_EQ(SecretsOf(settings, "GetCloudCertInfo"), Secrets::Masked);
 }
 
