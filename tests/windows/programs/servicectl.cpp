@@ -3,7 +3,7 @@
 //
 //     start NAME             starts it, and opens its process so that its exit code is seen later
 //     control NAME CODE      sends a control and returns when the handler has
-//     query NAME             state, exit code of the service, accepted controls
+//     query NAME             state, exit code of the service, accepted controls, start type
 //     wait NAME STATE MS     until it is in that state
 //     exit NAME MS           until its process has ended; its exit code
 //     footprint NAME         how many handles and threads its process has
@@ -90,7 +90,12 @@ Answer Control(const Words& words) {
 }
 
 Answer Query(const Words& words) {
-    return Describe(Status(words.at(0)), ERROR_SUCCESS);
+    alignas(QUERY_SERVICE_CONFIGA) BYTE config[8192] = {};
+    DWORD needed = 0;
+    QueryServiceConfigA(Open(words.at(0)).Get(), reinterpret_cast<QUERY_SERVICE_CONFIGA*>(config),
+                        sizeof config, &needed);
+    return Describe(Status(words.at(0)), ERROR_SUCCESS)
+        .Number("startType", reinterpret_cast<const QUERY_SERVICE_CONFIGA*>(config)->dwStartType);
 }
 
 Answer Wait(const Words& words) {
