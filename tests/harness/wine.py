@@ -14,6 +14,7 @@ from .lines import LineProgram
 from .prefix import DRIVER, INSTALLATION_KEY, SERVICE, WINE, Session, copy_prefix, prepare
 from .processes import REPOSITORY, Process
 from .waiting import eventually
+from .wlan import Wlan
 
 
 def windows_folder():
@@ -163,6 +164,11 @@ class WineHost(Host):
     def set_installation_path(self, path):
         self.boot()
         assert self.session.run("reg", "add", INSTALLATION_KEY, "/v", "InstallationPath", "/d", path, "/f") == 0
+
+    def use_wlan(self):
+        """The PC's WLAN service, which the service finds when it starts the next time; its remove() ends it."""
+        self.boot()
+        return Wlan(self._executables, windows_folder() / "wlan" / "wlanapi.dll")
 
     # --- the user's session and the programs beside the service ---
 

@@ -33,6 +33,11 @@ class Stage:
         self._firmware_runs = True
         return self
 
+    def use_wlan(self):
+        """The PC has a WLAN service after all, so that no error of its calls is expected."""
+        self._expected_errors = ()
+        return self.host.use_wlan()
+
     def power_up(self):
         """Firmware, driver and gate: the mailbox is present. The service isn't started yet."""
         self.start_firmware()

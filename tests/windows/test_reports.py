@@ -1,7 +1,7 @@
 """What the shipped executable finds out about a Windows PC, and tells: by the system's own calls.
 
-Wine has no WLAN service, so that notifications and connected Wi-Fi are checked natively alone; here the service has to get by
-without them. It has no suspend and no shutdown either: its calls succeed and do nothing.
+Wine has no WLAN service, and here the service has to get by without one; test_wifi.py gives it one. Wine has no suspend and no
+shutdown either: its calls succeed and do nothing.
 """
 
 from harness.namespace import ADDRESS, GATEWAY
