@@ -59,6 +59,14 @@ def descriptions():
                              {"name": "bytes", "ssidBytes": "FF00", "profile": "<WLANProfile/>", "listed": False}],
             "rootCertificates": ["C:\\root.pem"],
         },
+        "package": {
+            "package": {
+                "fullName": "Tarvix.ZEL_1.0.0.0_x64__8wekyb3d8bbwe",
+                "path": "C:\\Program Files\\WindowsApps\\Tarvix.ZEL",
+                "familyName": "Tarvix.ZEL_8wekyb3d8bbwe",
+            },
+            "services": [{"name": "KelmarMnf", "startType": 4, "stopMs": 200, "startError": 5}],
+        },
         "unknown-key": {"nothing": 1},
         "wrong-type": {"adapters": [{"mac": 7}]},
     }.items():
