@@ -78,6 +78,13 @@ bool ReceiveRecord(HANDLE pipe, void* record, DWORD size, const char* prefix) {
     return false;
 }
 
+// A program that hangs is left running. The stop of the service does not wait for it.
+void AwaitEnd(HANDLE program, DWORD milliseconds) {
+    for (DWORD waited = 0; waited < milliseconds && !g_pServiceState->m_bServiceStopping;
+         waited += ReaderWatch::kPoll)
+        if (WaitForSingleObject(program, ReaderWatch::kPoll) != WAIT_TIMEOUT) return;
+}
+
 // Runs `received()` when the record has come. Leaves the record as it is when the program does not connect,
 // and zero when it delivers less than a record.
 template <class Received>
@@ -104,8 +111,7 @@ void ReadRecord(const char* pipeName, const ReaderProgram& program, void* record
         DisconnectNamedPipe(pipe.Get());
     }
     pipe.Reset();
-    // A program that hangs is left running.
-    WaitForSingleObject(process.Get(), connected ? kWaitForEnd : kWaitAfterFailedConnect);
+    AwaitEnd(process.Get(), connected ? kWaitForEnd : kWaitAfterFailedConnect);
 }
 
 }  // namespace

@@ -2,8 +2,11 @@
 
 #include <wlanapi.h>
 
+#include <cstring>
+
 #include "kvm/AgentPipeRecords.h"
 #include "mailbox/ConsentRecords.h"
+#include "mailbox/WiFiSyncRecord.h"
 #include "tests/faults/PipeProgram.h"
 #include "winhost/wlan/WlanNetworks.h"
 #include "tests/support/DriverPc.h"
@@ -195,6 +198,35 @@ void NetworkChange(World& world) {
     world.Settle();
 }
 
+// ---- the packaged service ----
+
+std::string RecordOfReader() {
+    WiFiSyncInfo record{};
+    record.size_of_this_structure = sizeof record;
+    record.is_valid = 1;
+    std::strcpy(record.ssid, "office");
+    record.wpaauth = WpaAuth::Wpa2Personal;
+    std::strcpy(record.key_material, "secret key");
+    return {reinterpret_cast<const char*>(&record), sizeof record};
+}
+
+// Its Wi-Fi is not connected yet.
+void SettledWithReader(World& world) {
+    world.InstallPackage();
+    world.InstallReader(RecordOfReader());
+    World::Pc().Change([](auto& pc) { pc.wlanInterfaces.front().state = wlan_interface_state_disconnected; });
+    world.LaunchAndSettle();
+}
+
+void SyncThroughReader(World& world) {
+    world.OnThreadOfWindows([] { winhost::JoinNetwork(0, "office"); });
+    // A program whose record is not read is waited for.
+    world.Until([&] { return world.firmware.Count("WriteWiFiSyncInfo") >= 1; }, World::Seconds(30));
+    world.Settle();
+}
+
+// ---- the filter driver ----
+
 // A laptop on a wireless network, for which the service turns the filter driver on.
 void SettledWithFilterDriver(World& world) {
     driverpc::WritePowerShell("exit 0");
@@ -258,11 +290,10 @@ const std::vector<Scenario>& Scenarios() {
         {"consent", "a question to the person at the PC, and the answer", Settled, Consent},
         {"power", "a console reboots the PC, hibernates it, and shuts it down", Settled, Power},
         {"suspend", "the PC sleeps and wakes", Settled, SuspendAndResume},
-        {"network",
-         "addresses change, reported by the WLAN service and found by a scan, and another network is joined",
+        {"network", "addresses change, reported by Windows and found by a scan, and a network is joined",
          Settled, NetworkChange},
-        {"network", "addresses change, reported by the WLAN service and found by a scan", Settled,
-         NetworkChange},
+        {"reader", "a packaged service gets the Wi-Fi profile from its helper program", SettledWithReader,
+         SyncThroughReader},
         {"driver", "the filter driver is turned off for a cable, and on again without it",
          SettledWithFilterDriver, CableAndBack},
         {"stop", "the stop of a service with a console and a viewer", InSessions, Nothing, true},

@@ -114,9 +114,10 @@ void World::CheckEnd(const Reference& reference) {
     if (winhost::StaleComUses() != 0) Find("COM objects were used after CoUninitialize");
     auto& table = winhost::HandleTable::Instance();
     const auto left = [&] { return table.Size() - m_handlesBefore; };
+    // What stays open stays for good.
+    if (Follows(FailureEntry::Effect::StaysOpen)) return;
     // A thread that nobody waits for lets go of its last event a moment after the end.
-    if (!Eventually([&] { return left() <= reference.handles; }, kLastMoment) &&
-        !Follows(FailureEntry::Effect::StaysOpen)) {
+    if (!Eventually([&] { return left() <= reference.handles; }, kLastMoment)) {
         std::string kinds;
         for (const std::string& kind : table.Kinds())
             kinds += ' ' + kind;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <utility>
 
 #include "base/ZELLogger.h"
 #include "tests/faults/Stacks.h"
@@ -19,6 +20,8 @@ using namespace std::chrono_literals;
 
 constexpr char kLogPath[] = "C:\\ProgramData\\Tarvix\\Manageability\\zel.log";
 constexpr char kAgentPath[] = "C:\\Program Files\\Tarvix\\Service\\bin\\ZELKVMApp.exe";
+constexpr char kPackage[] = R"(C:\Program Files\WindowsApps\Tarvix.ZEL)";
+constexpr char kReader[] = R"(\WiFiSyncDataReader\WiFiSyncDataReader.exe)";
 constexpr char kListening[] = "Calling HTTPS Socket Accept";
 constexpr char kStarted[] = "Register: ZEL Win32 Service started and initialized successfully";
 
@@ -113,13 +116,11 @@ void World::InstallAgent() {
 }
 
 void World::InstallPackage() {
-    constexpr char kPackage[] = R"(C:\Program Files\WindowsApps\Tarvix.ZEL)";
     Pc().Change([&](winhost::PcDescription& pc) {
         pc.package = {"Tarvix.ZEL_1.0.0.0_x64__8wekyb3d8bbwe", kPackage, "Tarvix.ZEL_8wekyb3d8bbwe"};
     });
-    for (const char* name :
-         {R"(\KVM_Agent\ZELKVMApp.exe)", R"(\WiFiSyncDataReader\WiFiSyncDataReader.exe)",
-          R"(\scripts\ZELUninstallCleanup.ps1)", R"(\scripts\ConfigureRecoveryEnvironmentSupport.ps1)"}) {
+    for (const char* name : {R"(\KVM_Agent\ZELKVMApp.exe)", kReader, R"(\scripts\ZELUninstallCleanup.ps1)",
+                             R"(\scripts\ConfigureRecoveryEnvironmentSupport.ps1)"}) {
         const std::filesystem::path path = HostPath(std::string(kPackage) + name);
         std::filesystem::create_directories(path.parent_path());
         // The programs run, and leave without a connection.
@@ -130,6 +131,10 @@ void World::InstallPackage() {
     std::filesystem::create_directories(system);
     std::filesystem::create_symlink("/bin/false", system / "schtasks.exe");
     std::filesystem::create_symlink("/bin/true", system / "powershell.exe");
+}
+
+void World::InstallReader(std::string record) {
+    m_reader.emplace(std::string(kPackage) + kReader, std::move(record));
 }
 
 void World::OnThreadOfWindows(const std::function<void()>& act) {

@@ -7,12 +7,14 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "tests/faults/FailureTable.h"
 #include "tests/faults/Injector.h"
 #include "tests/faults/PipeProgram.h"
+#include "tests/faults/ReaderProgram.h"
 #include "tests/faults/Wire.h"
 #include "tests/support/ServiceFixture.h"
 
@@ -73,6 +75,8 @@ class World : private ServiceFixture {
     // Makes the service a packaged one, on a PC with a task scheduler that has no task and a PowerShell that
     // succeeds.
     void InstallPackage();
+    // The program of the package that reads the Wi-Fi profile delivers this record.
+    void InstallReader(std::string record);
     // A console or a viewer, which lives until the process is gone.
     Wire& NewWire();
     // A program at a pipe of the service, which lives as long.
@@ -115,4 +119,5 @@ class World : private ServiceFixture {
     std::string m_findings;
     std::deque<Wire> m_wires;
     std::deque<PipeProgram> m_programs;
+    std::optional<ReaderProgram> m_reader;
 };

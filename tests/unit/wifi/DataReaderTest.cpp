@@ -238,6 +238,31 @@ TEST_F(DataReader, TheStopOfTheServiceEndsTheWait) {
     stop.join();
 }
 
+TEST_F(DataReader, TheStopOfTheServiceDoesNotWaitForAProgramThatHangs) {
+    PlayReader(kWiFiPipe, [this](HANDLE client) {
+        Write(client, BytesOf(Sample()));
+        AwaitLog("Received Wi-Fi sync data");
+        service->SignalStop();
+    });
+    WriteReader(kStubborn);
+    const auto before = Clock().Steady();
+    EXPECT_EQ(ReadWiFi(), BytesOf(Sample()));
+    EXPECT_LT(Clock().Steady() - before, 4s);
+    EXPECT_EQ(IdsOf("WiFiSyncDataReader.exe").size(), 1u) << "it is left running";
+}
+
+TEST_F(DataReader, AProgramThatHangsAfterItsRecordIsGivenUp) {
+    PlayReader(kWiFiPipe, [this](HANDLE client) {
+        Write(client, BytesOf(Sample()));
+        AwaitLog("Received Wi-Fi sync data");
+        Clock().SetRate(1000);
+    });
+    WriteReader(kStubborn);
+    const auto before = Clock().Steady();
+    EXPECT_EQ(ReadWiFi(), BytesOf(Sample()));
+    EXPECT_GE(Clock().Steady() - before, 5s);
+}
+
 TEST_F(DataReader, WithoutAWatchThereIsNoWait) {
     ExpectFailure("ConnectNamedPipe failed, error 8");
     WriteReader("exit 0");
