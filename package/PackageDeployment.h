@@ -18,6 +18,7 @@ void CopyWiFiSyncDataReader();
 // both scripts are copied and the recovery environment is configured, on a background thread.
 void CopyTaskCleanupScript();
 
-// At the end of a packaged service. The scripts stay for the clean-up after the package's end.
+// At the end of a packaged service. The scripts stay for the clean-up after the package's end. Each blocks
+// for a second while its program still runs.
 void DeleteKVMAgent();
 void DeleteWiFiSyncDataReader();

@@ -20,6 +20,8 @@ constexpr const char* kAgent = "ZELKVMApp.exe";
 constexpr const char* kReader = "WiFiSyncDataReader.exe";
 constexpr const char* kCleanupScript = "ZELUninstallCleanup.ps1";
 constexpr const char* kLog = "zel.log";
+constexpr int kDeleteAttempts = 10;
+constexpr DWORD kDeletePause = 100;  // milliseconds
 
 using FunctionLine = logging::Format<const char*>;
 using PathLine = logging::Format<const char*, std::string>;
@@ -121,9 +123,19 @@ bool HasProgramData(const FunctionLine& complaint, const CopyTexts& texts) {
     return false;
 }
 
+// Tries for a second, because a program that has just been terminated keeps its file for a moment.
+bool DeleteEndedProgram(const std::string& path) {
+    for (int attempt = 1; IsFolderSecure(); ++attempt) {
+        if (DeleteFileA(path.c_str())) return true;
+        if (attempt == kDeleteAttempts || GetLastError() != ERROR_ACCESS_DENIED) break;
+        Sleep(kDeletePause);
+    }
+    return false;
+}
+
 void DeleteProgram(const char* function, const char* program) {
     const std::string path = InWorkingFolder(program);
-    if (DeleteFromWorkingFolder(path))
+    if (DeleteEndedProgram(path))
         LogInfo("%s: %s deleted successfully for MSIX package.", program, path);
     else
         LogInfo("%s: DeleteFile() API failed with error: %d", function, GetLastError());

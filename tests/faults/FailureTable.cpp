@@ -327,6 +327,7 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"GetProcAddress", "D3dkmt.cpp", kFirstAdapter},
     {"WriteFile", "MessagePipe::Write", "the line with the bytes that were written shows 0", 0, "display"},
     {"TerminateThread", "Cleanup.cpp", "gets no handle; the read thread ends with the process"},
+    {"DeleteFileA", "DeleteEndedProgram", "tried again, as while the program still runs"},
     {"system", "TaskExists", "a task that cannot be asked for is registered"},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again, as when there is nothing", kWsaWouldBlock},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again at once", kWsaIntr},

@@ -1,11 +1,14 @@
 // The programs and scripts that a packaged service copies to the working folder.
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 #include "tests/unit/package/PackageFixture.h"
 #include "winhost/process/ProcessList.h"
 
 namespace {
+
+using namespace std::chrono_literals;
 
 class PackageFiles : public PackageFixture {
   protected:
@@ -196,7 +199,19 @@ TEST_F(PackageFiles, TheProgramsAreDeletedAtTheEndAndTheScriptsStay) {
         "INFO", "WiFiSyncDataReader.exe: " + InWorking(kReader) + " deleted successfully for MSIX package."));
 }
 
+TEST_F(PackageFiles, AProgramThatHasJustBeenTerminatedIsDeletedAMomentLater) {
+    CopyKVMAgent();
+    Gate().FailNth("DeleteFileA", 1, ERROR_ACCESS_DENIED);
+    std::thread stop([] { DeleteKVMAgent(); });
+    PassSleepOf(100ms);
+    stop.join();
+    EXPECT_FALSE(Exists(InWorking(kAgent)));
+    EXPECT_EQ(0u, LogCount("DeleteFile() API failed"));
+}
+
 TEST_F(PackageFiles, AProgramThatCannotBeDeletedIsLogged) {
+    Clock().SetManual(false);
+    Clock().SetRate(1000);
     DeleteKVMAgent();
     Write(InWorking(kReader), "");
     MakeReadOnly(InWorking(kReader));
