@@ -108,8 +108,7 @@ class NativeHost(Host):
     def start(self, *arguments):
         """Starts the executable with these arguments, as the SCM or a person would."""
         self.control_socket.unlink(missing_ok=True)  # of one that ended without a word
-        path = self.workdir / "pc.json"
-        path.write_text(json.dumps(self.description, indent=2))
+        path = self.write_description()
         entry = self._network.entry if self._network else []
         self._process = Process(
             [*entry, build_folder() / "ZELService", *arguments], self.workdir / "service.out",
@@ -117,6 +116,14 @@ class NativeHost(Host):
                  **self.environment},
         )
         return self
+
+    def write_description(self):
+        """Other programs of this PC read it when they start."""
+        path = self.workdir / "pc.json"
+        part = path.with_suffix(".part")
+        part.write_text(json.dumps(self.description, indent=2))
+        part.replace(path)
+        return path
 
     def start_service(self):
         self.start("-service")

@@ -2,9 +2,11 @@
 
 import json
 import pathlib
+import shutil
 
 from .host import text_of
 from .processes import build_folder
+from .waiting import eventually
 
 FULL_NAME = "Tarvix.ZEL_5.1.0.1481_x64__8wekyb3d8bbwe"
 FOLDER = "C:\\Program Files\\WindowsApps\\" + FULL_NAME
@@ -20,16 +22,22 @@ SCHTASKS = """#!/bin/sh
 [ -e "C:/tasks/$3" ]
 """
 # Registers the task that its last argument names. The configuration of the recovery environment does not end while
-# C:/tasks/hold is there.
+# C:/tasks/hold is there, and every script fails while C:/tasks/fail is there.
 POWERSHELL = """#!/bin/sh
 for last; do :; done
+if [ -e C:/tasks/fail ]; then
+    case "$*" in *Recovery*) : > C:/tasks/recovery ;; esac
+    exit 1
+fi
 case "$*" in
 *RegisterStartZELTrayUI.ps1*) : > "C:/tasks/$last" ;;
 *StartZEL.ps1*) name=${last##* \\'}; : > "C:/tasks/${name%\\'}" ;;
-*) while [ -e C:/tasks/hold ]; do sleep 0.01; done; : > C:/tasks/recovery ;;
+*Recovery*) while [ -e C:/tasks/hold ]; do sleep 0.01; done; : > C:/tasks/recovery ;;
 esac
 """
 SCRIPTS = ("ZELUninstallCleanup.ps1", "ConfigureRecoveryEnvironmentSupport.ps1")
+TASKS = ["CleanUpZEL_Service", "StartZEL_Service", "Start_ZEL_Tray_UI"]
+MARKS = ("hold", "fail", "recovery")
 PROGRAMS = ("ZELKVMApp.exe", "WiFiSyncDataReader.exe")
 
 
@@ -41,7 +49,7 @@ class Package:
         self._drive = pathlib.Path(host.root) / "C:"
         self._tasks = self._drive / "tasks"
         self._tasks.mkdir()
-        folder = self._drive / "Program Files" / "WindowsApps" / FULL_NAME
+        self._folder = folder = self._drive / "Program Files" / "WindowsApps" / FULL_NAME
         for place, name in (("KVM_Agent", PROGRAMS[0]), ("WiFiSyncDataReader", PROGRAMS[1])):
             (folder / place).mkdir(parents=True)
             (folder / place / name).symlink_to(build_folder() / pathlib.Path(name).stem)
@@ -64,12 +72,33 @@ class Package:
     def release_recovery(self):
         (self._tasks / "hold").unlink()
 
+    def fail_scripts(self, fail):
+        (self._tasks / "fail").touch() if fail else (self._tasks / "fail").unlink()
+
+    def await_recovery_script(self):
+        eventually((self._tasks / "recovery").exists, "the recovery script to run")
+
+    def forget_start(self):
+        """The next start is the first one of the package: no task is registered, and the working folder has no script."""
+        for path in self._tasks.iterdir():
+            path.unlink()
+        for name in SCRIPTS:
+            (self._host.working_folder / name).unlink(missing_ok=True)
+
+    def copy(self, name):
+        """Copies a program to the working folder, as the service does."""
+        [source] = self._folder.rglob(name)
+        shutil.copy(source, self._host.working_folder / name)
+
+    def remove_copy(self, name):
+        (self._host.working_folder / name).unlink()
+
     def recovery_is_configured(self):
         return (self._tasks / "recovery").exists()
 
     def tasks(self):
         """The names of the tasks in the scheduler."""
-        return sorted(path.name for path in self._tasks.iterdir() if path.name not in ("hold", "recovery"))
+        return sorted(path.name for path in self._tasks.iterdir() if path.name not in MARKS)
 
     def commands(self):
         """What the service has given to the command processor, in order."""

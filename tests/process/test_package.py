@@ -5,7 +5,7 @@ import threading
 import pytest
 
 from harness.host import RUNNING
-from harness.package import DESCRIPTION, FAMILY_NAME, FOLDER, PROGRAMS, SCRIPTS, Package
+from harness.package import DESCRIPTION, FAMILY_NAME, FOLDER, PROGRAMS, SCRIPTS, TASKS, Package
 from harness.waiting import eventually
 
 POWERSHELL = "PowerShell -NoProfile -ExecutionPolicy Bypass "
@@ -41,7 +41,7 @@ def test_a_first_start_copies_the_files_and_registers_the_tasks(stage, package):
     commands = package.commands()
     commands.remove(RECOVERY)  # runs beside the others
     assert commands == [QUERIES[0], *REGISTRATIONS[:2], QUERIES[1], REGISTRATIONS[2]]
-    assert package.tasks() == ["CleanUpZEL_Service", "StartZEL_Service", "Start_ZEL_Tray_UI"]
+    assert package.tasks() == TASKS
     assert package.working_files() == [*PROGRAMS, *SCRIPTS]
     assert not list(stage.host.root.rglob("[nN][uU][lL]"))
 

@@ -7,7 +7,7 @@ from harness.waiting import eventually
 from .consoles import SESSION
 from .streams import await_end, connect, content
 
-NO_LONGER_UP = ("Service is not signalled as Up",)
+NO_LONGER_UP = ("Service is not signalled as Up", "Error Invalid Handle, returning: 6 to the caller")
 CANCELLED = 995
 MANY = 1000
 
@@ -24,9 +24,11 @@ class Endings:
             how = "stop"  # some end there has to be
         # What is still under way when the service goes down finds the gate closed.
         self._log.allow(*NO_LONGER_UP, times=MANY)
+        place, driver_runs = self._log.here(), self._stage.pc.driver_runs()
         code = {"stop": self._stop, "preshutdown": self._preshutdown, "vanish": self._vanish, "reset": self._reset,
                 "hold": self._hold, "busy": self._busy}[how]()
         self._stage.stopped(code)
+        assert not driver_runs or self._log.count("Driver disabled successfully.", place), "the filter driver outlives the service"
         self._stage.log.forget_allowances()
         self._stage.fault("clear")
         if how not in ("stop", "preshutdown"):

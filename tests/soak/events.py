@@ -28,6 +28,8 @@ SEGMENT = (12, 30)  # events from one change of the firmware's settings to the n
 UNKNOWN_COMMANDS = [*range(8), *range(13, 19), 20, *range(24, 28), *range(29, 33), 34, 36, *range(42, 48), *range(53, 256)]
 EMPTY_COMMANDS = (8, 9, 10, 12, 39)
 
+NETWORKS = ("office", "lab")
+LEVEL_OF_WIFI = 40  # of the firmware
 DEEP_SLEEPS = (19, 23)
 ENDS = ("stop", "vanish", "reset", "hold", "busy", "preshutdown")
 
@@ -41,11 +43,11 @@ class _Order:
     def __init__(self, chance):
         self._chance = chance
         self._ends = itertools.cycle(chance.sample(ENDS, len(ENDS)))
-        self._dash = self._kvm = self._level = None
+        self._dash = self._kvm = self._level = self._packaged = None
 
     def events(self):
         for life in itertools.count():
-            yield Event("start", {"life": life + 1})
+            yield self._start(life)
             yield from self._first_of_all_kinds()
             left = FIRST_LIFE * 4 ** life
             while left > 0:
@@ -65,7 +67,8 @@ class _Order:
         yield Event("viewer", {"seed": self._seed(), "sizes": [1000, 100_000], "trouble": "none", "close": "close", "times": 1})
         yield Event("screen", {"frames": 3, "trouble": "none", "close": "firmware", "times": 1})
         yield self._network()
-        yield self._wifi()
+        yield Event("wifi", {"network": self._chance.choice(NETWORKS), "reader": None})
+        yield Event("driver", {"wireless": True, "provisioned": True, "fault": None})
         yield Event("consent", {"type": 1, "limit": 60, "answer": "yes"})
         yield Event("checkpoint", {})
 
@@ -87,6 +90,12 @@ class _Order:
         names, numbers = zip(*weights.items())
         return self._chance.choices(names, numbers)[0]
 
+    def _start(self, life):
+        """Every second life is that of a packaged service; every fourth is on a PC without Modern Standby."""
+        self._packaged = life % 2 == 1
+        package = self._pick({"again": 3, "anew": 2, "scripts-fail": 1}) if self._packaged else None
+        return Event("start", {"life": life + 1, "package": package, "standby": life % 4 != 3})
+
     def _firmware(self):
         self._dash = self._chance.choice(("echo", "echo", "bridge", "identify"))
         self._kvm = self._chance.choice(("echo", "bridge"))
@@ -95,8 +104,8 @@ class _Order:
 
     def _top(self):
         return getattr(self, "_" + self._pick({
-            "console": 50, "rush": 14, "viewer": 15, "screen": 6, "command": 6, "power": 3, "network": 3, "wifi": 3, "suspend": 3,
-            "consent": 3, "kvm_stray": 2, "idle_console": 1}))()
+            "console": 50, "rush": 14, "viewer": 15, "screen": 6, "command": 6, "power": 3, "network": 3, "wifi": 3, "driver": 3,
+            "suspend": 3, "consent": 3, "kvm_stray": 2, "idle_console": 1}))()
 
     def _small(self):
         """What fits into the middle of another event."""
@@ -174,7 +183,16 @@ class _Order:
         return Event("network", {"address": f"192.168.{self._chance.randint(2, 250)}.{self._chance.randint(2, 250)}"})
 
     def _wifi(self):
-        return Event("wifi", {"network": self._chance.choice(("office", "lab"))})
+        """The program that reads the profile for a packaged service may fail before it delivers the right one."""
+        reader = self._pick({None: 6, "exit-first": 2, "length=131": 2, "late=300": 2, "silent": 1, "no-connection": 1})
+        reads = self._packaged and self._level >= LEVEL_OF_WIFI
+        return Event("wifi", {"network": self._chance.choice(NETWORKS), "reader": reader if reads else None})
+
+    def _driver(self):
+        """What the filter driver depends on, and what stands in the way of its next change."""
+        fault = self._pick({None: 4, "refuses-start": 1, "refuses-stop": 1, "slow": 1, "script-fails": 1, "absent": 1})
+        return Event("driver", {"wireless": self._chance.random() < 0.7, "provisioned": self._chance.random() < 0.7,
+                                "fault": fault})
 
     def _suspend(self):
         resumes = self._chance.sample(("resume-critical", "resume-suspend", "resume-automatic"), self._chance.randint(1, 3))

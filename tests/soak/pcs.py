@@ -1,5 +1,6 @@
 """The two kinds of PC on which a soak runs, with one interface. What a kind can't have is named in its `cannot`."""
 
+import contextlib
 import os
 import pathlib
 import signal
@@ -8,16 +9,22 @@ import time
 from harness.control import ask
 from harness.host import RUNNING, Footprint
 from harness.native import NativeHost
+from harness.package import DESCRIPTION, PROGRAMS, SCRIPTS, TASKS, Package
 from harness.processes import build_folder, is_running
 from harness.waiting import eventually
 
 from .screens import SIZE
 from .stage import make_firmware
 
-# Its Wi-Fi has no address of its own: only the profile of the network is looked at.
+# The primary address is that of the wired adapter: the wireless one comes and goes, and has no gateway.
 WIRELESS = {
     "wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}"}],
     "wlanNetworks": [{"name": "office", "ssid": "office"}, {"name": "lab", "ssid": "lab", "authentication": "WPA3SAE"}],
+}
+DRIVER = {"name": "KelmarMnf"}
+WIRELESS_ADAPTER = {
+    "name": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "description": "Simulated Wi-Fi Adapter", "index": 4, "type": 71,
+    "mac": "02:00:5E:10:00:02", "address": "10.9.8.7", "mask": "255.255.255.0",
 }
 LOOKS, LOOK = 10, 0.005  # how often, and seconds between
 
@@ -32,13 +39,46 @@ class NativePc:
         # The screen is the software runtime's test picture.
         self.host.description["screen"] = dict(zip(("width", "height"), SIZE))
         self.host.description["libraryFolders"] = [str(build_folder())]
+        self._classic = {name: self.host.description.get(name, {}) for name in DESCRIPTION}
+        self._package = Package(self.host)
+        self._is_packaged = False
+        self.has_standby = False
         self.host.environment["LUXRT_SCREEN"] = "test:{}x{}".format(*SIZE)
         # Memory that a sanitizer keeps back after it was freed would count.
         self.host.asan_options += ":quarantine_size_mb=4:malloc_context_size=8"
 
-    def start(self):
-        self.host.start_service()
-        self.host.await_state(RUNNING)
+    def start(self, package, standby):
+        """`package` is None for a service that is installed classically, else what its start finds of an earlier one."""
+        self._is_packaged, self.has_standby = bool(package), standby
+        if package in ("anew", "scripts-fail"):
+            self._package.forget_start()
+        self.host.description.update({**(DESCRIPTION if package else self._classic), **WIRELESS, "modernStandby": standby,
+                                      "services": [DRIVER]})
+        with self.failing_scripts() if package == "scripts-fail" else contextlib.nullcontext():
+            self.host.start_service()
+            self.host.await_state(RUNNING)
+            if package == "scripts-fail":
+                self._package.await_recovery_script()
+
+    def check_package(self, package):
+        """What a start leaves of its package."""
+        tasks = [] if package == "scripts-fail" else TASKS
+        eventually(lambda: self._package.tasks() == tasks, f"the scheduled tasks to be {tasks}")
+        assert self._package.working_files() == [*PROGRAMS, *SCRIPTS], self._package.working_files()
+
+    def check_left_files(self):
+        """The programs go with the service."""
+        assert not self._package.working_files(PROGRAMS), "programs of the package are left"
+
+    def kill_readers(self):
+        """Those that hang; the service leaves them running."""
+        self._kill("WiFiSyncDataReader.exe")
+
+    @contextlib.contextmanager
+    def failing_scripts(self):
+        self._package.fail_scripts(True)
+        yield
+        self._package.fail_scripts(False)
 
     def stop(self):
         return self.host.stop_service()
@@ -57,14 +97,35 @@ class NativePc:
         self.host.control(event)
 
     def change_address(self, address):
+        _, *wireless = self._adapters()
         adapter = {**self.host.description["adapters"][0], "address": address, "gateway": address.rpartition(".")[0] + ".1"}
-        self._ask("change", patch={"adapters": [adapter]})
+        self._ask("change", patch={"adapters": [adapter, *wireless]})
+
+    def set_wireless(self, present):
+        wired, *_ = self._adapters()
+        self._ask("change", patch={"adapters": [wired, *([WIRELESS_ADAPTER] if present else [])]})
+
+    def _adapters(self):
+        return self._ask("description")["adapters"]
+
+    def driver_runs(self):
+        return any(service["state"] != 1 for service in self._ask("description")["services"])
+
+    def change_driver(self, change):
+        """None takes the driver away; whatever comes next brings it back as it was."""
+        services = self._ask("description")["services"]
+        if services:
+            self._driver = services[0]
+        self._ask("change", patch={"services": [] if change is None else [{**self._driver, **change}]})
 
     def tell_of_network(self, code):
         """The WLAN service's word, at which the service looks at its network."""
         self._ask("wlan", action="notify", code=code)
 
     def join(self, network):
+        # The program that reads the profile for a packaged service looks at the file.
+        self.host.description["wlanInterfaces"] = [{**WIRELESS["wlanInterfaces"][0], "state": 1, "network": network}]
+        self.host.write_description()
         self._ask("wlan", action="join", network=network)
 
     def lock(self, locked):
@@ -80,15 +141,34 @@ class NativePc:
         self._ask("change", patch={"shuttingDown": False})
 
     def agents(self):
-        return [process["pid"] for process in self._ask("processes") if process["name"] == "ZELKVMApp.exe"]
+        return self._processes("ZELKVMApp.exe")
+
+    def _processes(self, name):
+        return [process["pid"] for process in self._ask("processes") if process["name"] == name]
 
     def kill_agents(self):
-        for pid in self.agents():
-            os.kill(pid, signal.SIGKILL)
+        self._kill("ZELKVMApp.exe")
+
+    def _kill(self, name):
+        for pid in self._processes(name):
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGKILL)
             eventually(lambda: not is_running(pid), "a killed agent to end")
 
     def set_agent_behaviour(self, word):
-        self.host.set_agent_behaviour(word or "")
+        if self._is_packaged:
+            (self.host.working_folder / "ZELKVMApp.behaviour").write_text((word or "") + "\n")
+        else:
+            self.host.set_agent_behaviour(word or "")
+
+    def set_reader_behaviour(self, word):
+        (self.host.working_folder / "WiFiSyncDataReader.behaviour").write_text(word + "\n")
+
+    def remove_agent(self):
+        self._package.remove_copy(PROGRAMS[0]) if self._is_packaged else self.host.remove_agent()
+
+    def install_agent(self):
+        self._package.copy(PROGRAMS[0]) if self._is_packaged else self.host.install_agent()
 
     def consent_client(self, *arguments):
         return self.host.consent_client("--wait", "60", *arguments)
@@ -111,7 +191,7 @@ class WinePc:
     """What Wine lacks: power events, a WLAN service, the desktop's lock, and calls that end the PC but not its session."""
 
     cannot = frozenset(("suspend", "lock", "nobody", "no-agent", "preshutdown", "power-28", "network-reported",
-                        "screen", "wifi"))
+                        "screen", "wifi", "driver", "package"))
     always_errors = (
         "UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",
         # Wine's number for a connection that is closed while another thread reads.
@@ -128,7 +208,7 @@ class WinePc:
         self.host = WineHost(workdir, self.address)
         self._address = None
 
-    def start(self):
+    def start(self, package, standby):
         self.host.log_on()
         self.host.power_up()
         self.host.await_mailbox(True)
@@ -144,6 +224,12 @@ class WinePc:
         if self._address:
             ip("address", "del", f"{self._address}/24", "dev", ADAPTER)
         self._address = address
+
+    def check_left_files(self):
+        pass
+
+    def driver_runs(self):
+        return False
 
     def power_actions(self):
         return None

@@ -5,6 +5,7 @@ import contextlib
 from harness.waiting import eventually
 
 from .consoles import Consoles
+from .driver import Driver
 from .endings import Endings
 from .screens import Screens
 from .surroundings import Surroundings
@@ -23,8 +24,8 @@ class Player:
             "console": self._consoles.console, "idle-console": self._consoles.idle_console, "rush": self._consoles.rush,
             "viewer": self._viewers.viewer, "screen": Screens(stage, self._viewers).screen, "kvm-stray": self._viewers.kvm_stray,
             "firmware": self._surroundings.firmware, "command": self._surroundings.command, "power": self._surroundings.power,
-            "network": self._surroundings.network, "wifi": self._surroundings.wifi, "suspend": self._surroundings.suspend,
-            "consent": self._surroundings.consent}
+            "network": self._surroundings.network, "wifi": self._surroundings.wifi, "driver": Driver(stage).driver,
+            "suspend": self._surroundings.suspend, "consent": self._surroundings.consent}
 
     def play(self, event):
         """One event, with all that happens in its middle."""
@@ -47,8 +48,8 @@ class Player:
 
     # --- quiet moments ---
 
-    def _start(self, life):
-        self._stage.start()
+    def _start(self, life, package, standby):
+        self._stage.start(None if "package" in self._stage.pc.cannot else package, standby)
 
     def _checkpoint(self):
         self._stage.log.forget_allowances()

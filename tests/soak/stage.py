@@ -22,6 +22,14 @@ ALWAYS = (
     "recv() failed. Error: 10038",
 )
 
+# Of a package whose scripts end with 1.
+FAILED_SCRIPTS = (
+    "Adding Start_ZEL task to Task Schedular failed with Error: 1",
+    "Adding CleanUpZEL_Service task to Task Scheduler failed with Error: 1",
+    "RegisterStartZELTrayUI.ps1 failed: 1",
+    "Recovery Environment script encountered the followng error: 1",
+)
+
 COMMANDS = {"DASH_DATA": 8, "KVM_DATA": 9, "VNC_SOC_CLOSE": 35, "S0i3_RESUME": 37, "KVM_ENABLE_STATUS": 38, "KVM_IP_PORT_INFO": 39,
             "GET_KVM_CONSENT": 40, "WEBUI_CLOSE_SOCKET": 41, "GET_ENCODED_FRAMEBUFFER": 48, "GET_DISPAY_CONFIG": 49}
 
@@ -84,16 +92,29 @@ class Stage:
             self.send("S0i3_RESUME")
         raise AssertionError("the service sends no more reports")
 
+    def report_anew(self):
+        """The service takes a look at the PC and the firmware, and reports both."""
+        place = self.log.here()
+        self.send("S0i3_RESUME")
+        self.update(place)
+
     def ask_consent(self, kind, limit):
         self.send("GET_KVM_CONSENT", struct.pack("<II", kind, limit))
 
     # --- lives of the service ---
 
-    def start(self):
+    def start(self, package, standby):
         place = self.log.here()
-        self.pc.start()
+        if package == "scripts-fail":
+            self.log.allow(*FAILED_SCRIPTS)
+        self.pc.start(package, standby)
         self.log.await_line(DASH_ACCEPTS, place, patience=60.0)
         self.log.await_line(END_OF_UPDATE, place)
+        if package:
+            self.pc.check_package(package)
+            self.tally.packaged += 1
+            if package == "scripts-fail":
+                self.tally.faults["scripts of the package fail"] += 1
         self.question = None
         self.kept_handles = 0
         self.growth = Growth(self._memory_slack)
@@ -105,6 +126,7 @@ class Stage:
         printed = without_encoder_report(self.host.output()).replace(CAPABILITY_QUERY, "")
         assert not printed, f"the service printed:\n{printed[-20000:]}"
         self.log.read()
+        self.pc.check_left_files()
         self.tally.growths.append(self.growth.text(sum(self.tally.sessions.values()) - self.sessions_before, self.kept_handles))
         self.tally.lives += 1
         if self.question not in (None, True):

@@ -1,14 +1,25 @@
 """Events around the sessions: commands, power, network, sleep, and the person at the PC."""
 
+import contextlib
 import random
 
-from harness.waiting import eventually
+from harness.waiting import Overdue, eventually
 
+from .events import LEVEL_OF_WIFI
+
+HANGS = ("no-connection", "silent")
 ANSWERS = {"yes": 1, "wrong-then-yes": 1, "no": 2, "noresponse": 2}
 POWER_ACTIONS = {19: "sleep", 21: "reboot", 22: "shutdown", 23: "hibernate", 28: "shutdown"}
 DEEP = (19, 23)  # each leaves the handle of a thread
 REQUESTS_OF_UPDATE = 11
-LEVEL_OF_WIFI = 40  # of the firmware
+# The ERROR line to which each failure of the reader program leads, and those of one that is killed.
+READER_ERRORS = {
+    "exit-first": "ConnectNamedPipe failed, error 995", "no-connection": "ConnectNamedPipe failed, error 995",
+    "length=131": "ReadFile failed or incomplete (bytes=131, error=0)",
+    "silent": "ReadFile failed or incomplete (bytes=0, error=995)",
+}
+KILLED_READER_ERRORS = ("ConnectNamedPipe failed, error 995", "ReadFile failed or incomplete (bytes=0, error=109)")
+READS = 20  # of a reader that fails, at most
 CONSENT_SENT = "Consent received by driver is "
 
 
@@ -25,9 +36,7 @@ class Surroundings:
         servers = {name: server.peer for name, server in stage.servers.items()}
         stage.ask("set", values={"Dash": servers["dash"] if dash == "bridge" else dash,
                                  "Kvm": servers["kvm"] if kvm == "bridge" else kvm, "uVORKVersion": str(level)})
-        place = self._log.here()
-        stage.send("S0i3_RESUME")
-        stage.update(place)
+        stage.report_anew()
         stage.dash, stage.kvm, stage.level = dash, kvm, level
 
     def command(self, number=None, size=0, seed=0, raw=None):
@@ -74,9 +83,13 @@ class Surroundings:
                 raise AssertionError(f"the firmware did not receive the address {address}")
         self._stage.tally.faults["network change"] += 1
 
-    def wifi(self, network):
+    def wifi(self, network, reader):
         """The PC joins a Wi-Fi network; firmware that takes its profile gets it, unless it has it already."""
+        if reader:
+            self._stage.pc.set_reader_behaviour(reader)
         self._stage.pc.join(network)
+        if reader in READER_ERRORS:
+            self._await_reader_failure(reader)
         for _ in range(30 if self._stage.level >= LEVEL_OF_WIFI else 0):
             if self._is_reported("WriteWiFiSyncInfo", "ssid", network):
                 break
@@ -84,7 +97,28 @@ class Surroundings:
             self._stage.pc.tell_of_network(self._wlan_code)
         else:
             assert self._stage.level < LEVEL_OF_WIFI, f"the firmware did not receive the network {network}"
+        if reader:
+            self._stage.pc.set_reader_behaviour("")
+            self._stage.tally.faults[f"reader: {reader}"] += 1
         self._stage.tally.faults["Wi-Fi change"] += 1
+
+    def _await_reader_failure(self, reader):
+        """The profile of a program that fails is empty. The next one is read when the network is looked at again."""
+        place, error = self._log.here(), READER_ERRORS[reader]
+        self._log.allow(error, times=READS)
+        for _ in range(READS):
+            self._wlan_code = 31 - self._wlan_code
+            self._stage.pc.tell_of_network(self._wlan_code)
+            with contextlib.suppress(Overdue):
+                self._log.await_line(error, place, patience=2.0)
+                break
+        else:
+            raise AssertionError(f"no reader has failed with {error}")
+        self._stage.pc.set_reader_behaviour("")
+        if reader in HANGS:
+            # A second one would be waited for, too.
+            self._log.allow(*KILLED_READER_ERRORS, times=READS)
+            self._stage.pc.kill_readers()
 
     def _is_reported(self, record, field, value):
         try:

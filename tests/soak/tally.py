@@ -15,6 +15,7 @@ class Tally:
         self.frames = 0  # of the screen
         self.idle_ends = 0
         self.lives = 0
+        self.packaged = 0  # of these
         self.growths = []  # of each life
         self.rotations = 0
         self.errors_explained = 0
@@ -32,7 +33,7 @@ class Tally:
     def report(self):
         moved = ", ".join(f"{name} {_megabytes(size)}" for name, size in sorted(self.moved.items()))
         lines = [
-            f"ran {self.seconds:.0f} s, {self.events} events in {self.lives} lives of the service",
+            f"ran {self.seconds:.0f} s, {self.events} events in {self.lives} lives of the service, {self.packaged} packaged",
             f"sessions served: {_list(self.sessions)}",
             f"faults survived, {sum(self.faults.values())}: {_list(self.faults)}",
             f"bytes transferred and compared: {moved or 'none'}",

@@ -188,12 +188,12 @@ class Viewers:
         self._log.allow("LaunchProcess: ZELKVMApp.exe CreateProcessAsUser failed with error: 2" if no_agent else
                         "getWindowsLogonHandle: OpenProcess failed returning false",
                         "DoInitKVM: Launch KVM_Agent failed", "RunServerKVMThread: DoInitKVM failed, closing the KVM connection")
-        self._stage.pc.host.remove_agent() if no_agent else self._stage.pc.log_on(False)
+        self._stage.pc.remove_agent() if no_agent else self._stage.pc.log_on(False)
         self.enable()
         with connect(self._stage.host.kvm_address) as viewer:
             await_end(viewer, "the session's end")
         self._log.await_line(CLEANED, begun)
-        self._stage.pc.host.install_agent() if no_agent else self._stage.pc.log_on(True)
+        self._stage.pc.install_agent() if no_agent else self._stage.pc.log_on(True)
         self._stage.send("VNC_SOC_CLOSE")
 
     def drop_server(self):
