@@ -1,5 +1,5 @@
-"""The WLAN service of a PC under Wine: the tests' own wlanapi.dll beside the service. It reads from a file what there is, and
-writes down which calls are made (tests/windows/wlanapi/WlanFile.h)."""
+"""The WLAN service of a PC under Wine: the tests' own wlanapi.dll beside the service, which reads the network from a file and
+records each call (tests/windows/wlanapi/WlanFile.h)."""
 
 import dataclasses
 import shutil
@@ -106,7 +106,7 @@ class Wlan:
         self.notify(DISCONNECTING, LEFT)
 
     def restart(self):
-        """The WLAN service restarts: handles and registrations of before are invalid, and nobody is notified."""
+        """The WLAN service restarts: the handles and registrations of its clients are invalid, and no notification is sent."""
         self._values["run"] += 1
         self._write()
 

@@ -20,9 +20,10 @@ class Stage:
         self.workdir = workdir
         self.use_firmware()
         self._firmware_runs = False
-        # Wine has no WLAN service: registering for its word fails, and so does giving it back at each stop.
+        # Wine has no WLAN service: the registration for its notifications fails, and so does its end at each stop.
         self._expected_errors = ("UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",)
         self._probe = None
+        self._wlan = None
 
     def use_firmware(self, **settings):
         """Another firmware than usual; it isn't started yet."""
@@ -36,7 +37,8 @@ class Stage:
     def use_wlan(self):
         """The PC has a WLAN service after all, so that no error of its calls is expected."""
         self._expected_errors = ()
-        return self.host.use_wlan()
+        self._wlan = self.host.use_wlan()
+        return self._wlan
 
     def power_up(self):
         """Firmware, driver and gate: the mailbox is present. The service isn't started yet."""
@@ -86,6 +88,8 @@ class Stage:
         finally:
             if self._firmware_runs:
                 self.firmware.close()
+            if self._wlan:
+                self._wlan.remove()
         self.host.await_mailbox(False)
 
 

@@ -18,11 +18,8 @@ EXTRACTION_ERROR = "Wi-Fi profile extraction error"
 @pytest.fixture
 def wlan(stage):
     """The PC has a WLAN service, and every error counts. The firmware records whole requests."""
-    wlan = stage.use_wlan()
     stage.use_firmware(settings={"uVORKVersion": 50, "ShowWiFiKey": True})
-    yield wlan
-    stage.close()
-    wlan.remove()
+    return stage.use_wlan()
 
 
 def record(network, auth, cipher, channel, band, group_mgmt=0, pmf=0):
@@ -100,7 +97,6 @@ def test_a_restarted_wlan_service_is_found_by_the_next_pass(stage, wlan):
     # The new registration is notified.
     wlan.await_pass(wlan.join, OFFICE)
     await_sent(stage, wpa2(OFFICE, 36, band=2), wpa3(LAB, 6, band=1), wpa2(OFFICE, 36, band=2))
-    assert stage.host.stop_service() == 0
 
 
 def test_without_the_list_of_access_points_the_band_is_not_known(stage, wlan):
