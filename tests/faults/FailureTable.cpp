@@ -257,8 +257,10 @@ std::vector<FailureEntry> MakeTable() {
 
         // ---- certificates ----
         {"CertOpenSystemStoreA", {kFileNotFound, kAccessDenied}},
+        {"CertOpenStore", {kFileNotFound, kAccessDenied}},
         {"CertCloseStore", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
         {"CertFindCertificateInStore", {kNoSuchCertificate}},
+        {"CertGetCertificateChain", {kNotEnoughMemory}},
         {"CertGetNameStringA", {kNotEnoughMemory}},
         {"CryptStringToBinaryA", {kInvalidData}},
         {"CryptBinaryToStringA", {kNotEnoughMemory}},

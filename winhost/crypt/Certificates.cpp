@@ -1,74 +1,33 @@
-// The certificate store "ROOT", with the certificates that the PC's description names.
-#include <openssl/bio.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
+// Certificates, their stores, and the search in these.
+#include <openssl/evp.h>
 #include <wincrypt.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <strings.h>
-#include <vector>
 
+#include "testbed/Utf8.h"
 #include "winhost/core/Gate.h"
 #include "winhost/core/HandleTable.h"
-#include "winhost/pc/Pc.h"
+#include "winhost/core/Results.h"
+#include "winhost/crypt/CertificateStore.h"
+#include "winhost/crypt/SubjectText.h"
 
+using winhost::CertificateContext;
+using winhost::CertificateStore;
+using winhost::Encoded;
+using winhost::Fail;
 using winhost::HandleTable;
 
 namespace {
 
 constexpr size_t kSha1Bytes = 20;
 constexpr DWORD kNotFound = 0x80092004;  // CRYPT_E_NOT_FOUND
-
-using X509Owner = std::unique_ptr<X509, decltype(&X509_free)>;
-using Encoded = std::vector<BYTE>;
-
-std::string PemOf(const std::string& certificate) {
-    if (certificate.starts_with("-----BEGIN")) return certificate;
-    std::ifstream file(winhost::Pc::Instance().HostPath(certificate), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// Empty for a text that is no certificate.
-Encoded EncodedOf(const std::string& certificate) {
-    const std::string pem = PemOf(certificate);
-    const std::unique_ptr<BIO, decltype(&BIO_free)> bio(
-        BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free);
-    const X509Owner x509(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr), &X509_free);
-    unsigned char* bytes = nullptr;
-    const int size = x509 ? i2d_X509(x509.get(), &bytes) : 0;
-    Encoded encoded(bytes, bytes + std::max(size, 0));
-    OPENSSL_free(bytes);
-    return encoded;
-}
-
-class CertificateStore final : public winhost::Object {
-  public:
-    CertificateStore() {
-        for (const std::string& certificate : winhost::Pc::Instance().Description().rootCertificates)
-            m_certificates.push_back(EncodedOf(certificate));
-    }
-    bool IsClosedByCloseHandle() const override { return false; }
-    const std::vector<Encoded>& All() const { return m_certificates; }
-
-  private:
-    std::vector<Encoded> m_certificates;
-};
-
-// The context lies in its own memory, and with it the bytes that it points to.
-struct Context : CERT_CONTEXT {
-    explicit Context(const Encoded& bytes) : CERT_CONTEXT{}, encoded(bytes) {
-        dwCertEncodingType = X509_ASN_ENCODING;
-        pbCertEncoded = encoded.data();
-        cbCertEncoded = static_cast<DWORD>(encoded.size());
-    }
-    Encoded encoded;
-};
 
 bool HasHash(const Encoded& encoded, const CRYPT_HASH_BLOB& hash) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
@@ -78,34 +37,42 @@ bool HasHash(const Encoded& encoded, const CRYPT_HASH_BLOB& hash) {
            std::memcmp(digest.data(), hash.pbData, kSha1Bytes) == 0;
 }
 
-std::string SimpleNameOf(const CERT_CONTEXT& context) {
-    const unsigned char* bytes = context.pbCertEncoded;
-    const X509Owner x509(d2i_X509(nullptr, &bytes, static_cast<long>(context.cbCertEncoded)), &X509_free);
-    if (!x509) return {};
-    X509_NAME* const subject = X509_get_subject_name(x509.get());
-    for (const int nid :
-         {NID_commonName, NID_organizationalUnitName, NID_organizationName, NID_pkcs9_emailAddress}) {
-        const int at = X509_NAME_get_index_by_NID(subject, nid, -1);
-        if (at < 0) continue;
-        unsigned char* text = nullptr;
-        const int size =
-            ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)));
-        std::string name(reinterpret_cast<const char*>(text), static_cast<size_t>(std::max(size, 0)));
-        OPENSSL_free(text);
-        return name;
+// Whether a certificate of the store is one that is searched for; nothing for a search that is none.
+std::optional<std::function<bool(const Encoded&)>> MatchOf(DWORD type, const void* parameter) {
+    if (type == CERT_FIND_SUBJECT_STR_A) {
+        const auto* const text = static_cast<const char*>(parameter);
+        return [wanted = std::string(text ? text : "")](const Encoded& encoded) {
+            return winhost::SubjectContains(encoded, wanted);
+        };
     }
-    return {};
+    const auto* const hash = static_cast<const CRYPT_HASH_BLOB*>(parameter);
+    if (type != CERT_FIND_SHA1_HASH || !hash || !hash->pbData) return std::nullopt;
+    return [hash](const Encoded& encoded) { return HasHash(encoded, *hash); };
+}
+
+HCERTSTORE OpenStore(std::string_view name) {
+    const auto certificates = winhost::CertificatesOf(name);
+    if (!certificates) return Fail(ERROR_FILE_NOT_FOUND, HCERTSTORE{});
+    return HandleTable::Instance().Add(std::make_shared<CertificateStore>(*certificates));
 }
 
 }  // namespace
 
 HCERTSTORE CertOpenSystemStoreA(HCRYPTPROV_LEGACY, LPCSTR szSubsystemProtocol) {
     WINHOST_GATE("CertOpenSystemStoreA", nullptr);
-    if (!szSubsystemProtocol || strcasecmp(szSubsystemProtocol, "ROOT") != 0) {
-        SetLastError(szSubsystemProtocol ? ERROR_FILE_NOT_FOUND : ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    return HandleTable::Instance().Add(std::make_shared<CertificateStore>());
+    if (!szSubsystemProtocol) return Fail(ERROR_INVALID_PARAMETER, HCERTSTORE{});
+    // The user's stores, of which the PC has only this one.
+    if (strcasecmp(szSubsystemProtocol, "ROOT") != 0) return Fail(ERROR_FILE_NOT_FOUND, HCERTSTORE{});
+    return OpenStore("ROOT");
+}
+
+HCERTSTORE CertOpenStore(LPCSTR lpszStoreProvider, DWORD, HCRYPTPROV_LEGACY hCryptProv, DWORD dwFlags,
+                         const void* pvPara) {
+    WINHOST_GATE("CertOpenStore", nullptr);
+    if (lpszStoreProvider != CERT_STORE_PROV_SYSTEM_W) return Fail(ERROR_FILE_NOT_FOUND, HCERTSTORE{});
+    if (hCryptProv || !pvPara || dwFlags != (CERT_SYSTEM_STORE_LOCAL_MACHINE | CERT_STORE_READONLY_FLAG))
+        return Fail(ERROR_INVALID_PARAMETER, HCERTSTORE{});
+    return OpenStore(testbed::ToUtf8(std::wstring_view(static_cast<const WCHAR*>(pvPara))));
 }
 
 BOOL CertCloseStore(HCERTSTORE hCertStore, DWORD dwFlags) {
@@ -123,31 +90,26 @@ PCCERT_CONTEXT CertFindCertificateInStore(HCERTSTORE hCertStore, DWORD dwCertEnc
                                           DWORD dwFindType, const void* pvFindPara,
                                           PCCERT_CONTEXT pPrevCertContext) {
     WINHOST_GATE("CertFindCertificateInStore", nullptr);
-    const auto* const hash = static_cast<const CRYPT_HASH_BLOB*>(pvFindPara);
     const auto store = HandleTable::Instance().Find<CertificateStore>(hCertStore);
-    if (!store || !hash || !hash->pbData || dwFindFlags != 0 || dwFindType != CERT_FIND_SHA1_HASH ||
-        !(dwCertEncodingType & X509_ASN_ENCODING)) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    // No two certificates have one hash, so that nothing comes after the previous one.
+    const auto matches = MatchOf(dwFindType, pvFindPara);
+    if (!store || !matches || dwFindFlags != 0 || !(dwCertEncodingType & X509_ASN_ENCODING))
+        return Fail(ERROR_INVALID_PARAMETER, PCCERT_CONTEXT{});
+    const auto& all = store->All();
+    auto next = all.begin();
     if (pPrevCertContext) {
-        delete static_cast<const Context*>(pPrevCertContext);
-    } else {
-        for (const Encoded& encoded : store->All()) {
-            if (encoded.empty() || !HasHash(encoded, *hash)) continue;
-            auto* const found = new Context(encoded);
-            found->hCertStore = hCertStore;
-            return found;
-        }
+        const std::unique_ptr<const CertificateContext> previous(
+            static_cast<const CertificateContext*>(pPrevCertContext));
+        next = std::find(all.begin(), all.end(), previous->encoded);
+        if (next != all.end()) ++next;
     }
-    SetLastError(kNotFound);
-    return nullptr;
+    next = std::find_if(next, all.end(), *matches);
+    if (next == all.end()) return Fail(kNotFound, PCCERT_CONTEXT{});
+    return new CertificateContext(*next, hCertStore);
 }
 
 BOOL CertFreeCertificateContext(PCCERT_CONTEXT pCertContext) {
     WINHOST_GATE_PASS("CertFreeCertificateContext");
-    delete static_cast<const Context*>(pCertContext);
+    delete static_cast<const CertificateContext*>(pCertContext);
     return TRUE;
 }
 
@@ -160,7 +122,8 @@ DWORD CertGetNameStringA(PCCERT_CONTEXT pCertContext, DWORD dwType, DWORD dwFlag
     };
     WINHOST_GATE("CertGetNameStringA", fail());
     if (!pCertContext || dwType != CERT_NAME_SIMPLE_DISPLAY_TYPE || dwFlags != 0 || pvTypePara) return fail();
-    const std::string name = SimpleNameOf(*pCertContext);
+    const std::string name = winhost::DisplayNameOf(
+        winhost::Parse(pCertContext->pbCertEncoded, pCertContext->cbCertEncoded).get());
     if (!pszNameString || cchNameString == 0) return static_cast<DWORD>(name.size() + 1);
     const size_t length = name.copy(pszNameString, cchNameString - 1);
     pszNameString[length] = '\0';

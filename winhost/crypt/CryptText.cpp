@@ -1,4 +1,4 @@
-// Bytes from hexadecimal text, and to Base64 with a header.
+// Bytes from hexadecimal text, and to Base64.
 #include <openssl/evp.h>
 #include <wincrypt.h>
 
@@ -41,11 +41,18 @@ bool ReadHex(std::string_view text, std::vector<BYTE>& bytes) {
     return !bytes.empty();
 }
 
-std::string Base64Line(const BYTE* bytes, size_t size) {
-    std::string line(4 * ((size + 2) / 3) + 1, '\0');
-    line.resize(static_cast<size_t>(
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(line.data()), bytes, static_cast<int>(size))));
-    return line + "\r\n";
+std::string Base64(const BYTE* bytes, size_t size) {
+    std::string text(4 * ((size + 2) / 3) + 1, '\0');
+    text.resize(static_cast<size_t>(
+        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes, static_cast<int>(size))));
+    return text;
+}
+
+std::string WithHeader(const BYTE* bytes, size_t size) {
+    std::string text = "-----BEGIN CERTIFICATE-----\r\n";
+    for (size_t at = 0; at < size; at += kBytesInLine)
+        text += Base64(bytes + at, std::min(kBytesInLine, size - at)) + "\r\n";
+    return text + "-----END CERTIFICATE-----\r\n";
 }
 
 }  // namespace
@@ -69,12 +76,10 @@ BOOL CryptStringToBinaryA(LPCSTR pszString, DWORD cchString, DWORD dwFlags, BYTE
 BOOL CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPSTR pszString,
                           DWORD* pcchString) {
     WINHOST_GATE("CryptBinaryToStringA", FALSE);
-    if (!pbBinary || cbBinary == 0 || !pcchString || dwFlags != CRYPT_STRING_BASE64HEADER)
+    const bool inOneLine = dwFlags == (CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF);
+    if (!pbBinary || cbBinary == 0 || !pcchString || (dwFlags != CRYPT_STRING_BASE64HEADER && !inOneLine))
         return Fail(ERROR_INVALID_PARAMETER);
-    std::string text = "-----BEGIN CERTIFICATE-----\r\n";
-    for (size_t at = 0; at < cbBinary; at += kBytesInLine)
-        text += Base64Line(pbBinary + at, std::min<size_t>(kBytesInLine, cbBinary - at));
-    text += "-----END CERTIFICATE-----\r\n";
+    const std::string text = inOneLine ? Base64(pbBinary, cbBinary) : WithHeader(pbBinary, cbBinary);
     const DWORD room = *pcchString;
     *pcchString = static_cast<DWORD>(text.size() + 1);
     if (!pszString) return TRUE;

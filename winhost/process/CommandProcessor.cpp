@@ -17,6 +17,7 @@
 #include "winhost/pc/Pc.h"
 #include "winhost/process/CommandLine.h"
 #include "winhost/process/EnvironmentBlock.h"
+#include "winhost/process/ProgramSearch.h"
 #include "winhost/process/Spawn.h"
 
 using winhost::Pc;
@@ -26,8 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kNotRun = 1;
-constexpr const char* kFolders =
-    R"(C:\Windows\System32;C:\Windows;C:\Windows\System32\Wbem;C:\Windows\System32\WindowsPowerShell\v1.0)";
 constexpr const char* kEndings[] = {"", ".com", ".exe", ".bat", ".cmd"};
 
 bool IsBlank(char c) {
@@ -85,52 +84,21 @@ std::optional<std::string> WithoutRedirections(std::string_view text) {
 
 // ---- the program ----
 
-// The file of this name in the folder, whatever the case of its letters.
-std::optional<std::string> FileIn(const std::string& folder, const std::string& name) {
-    std::error_code error;
-    // Any other folder could be one of Linux.
-    const bool isOnDrive =
-        folder.size() >= 2 && isalpha(static_cast<unsigned char>(folder[0])) && folder[1] == ':';
-    if (!isOnDrive || folder.find("..") != std::string::npos) return std::nullopt;
-    for (const auto& entry : fs::directory_iterator(Pc::Instance().HostPath(folder), error)) {
-        const std::string found = entry.path().filename().string();
-        if (strcasecmp(found.c_str(), name.c_str()) == 0 && entry.is_regular_file(error))
-            return folder + "\\" + found;
-    }
-    return std::nullopt;
-}
-
 std::optional<std::string> ProgramIn(const std::string& folder, const std::string& name) {
     const bool hasEnding = name.find('.') != std::string::npos;
     for (const char* ending : kEndings) {
         // A file without an ending is no program.
         if (!hasEnding && !*ending) continue;
-        if (auto file = FileIn(folder, name + ending)) return file;
+        if (auto file = winhost::FileIn(folder, name + ending)) return file;
     }
     return std::nullopt;
-}
-
-std::vector<std::string> Folders() {
-    std::string path = kFolders;
-    for (const auto& [name, value] : Pc::Instance().Description().environment)
-        if (strcasecmp(name.c_str(), "PATH") == 0) path = value;
-    std::vector<std::string> folders;
-    for (size_t begin = 0; begin < path.size();) {
-        const size_t end = std::min(path.find(';', begin), path.size());
-        std::string folder = path.substr(begin, end - begin);
-        while (folder.ends_with('\\'))
-            folder.pop_back();
-        if (!folder.empty()) folders.push_back(std::move(folder));
-        begin = end + 1;
-    }
-    return folders;
 }
 
 std::optional<std::string> FindProgram(const std::string& name) {
     const size_t separator = name.find_last_of("\\/");
     if (separator != std::string::npos)
         return ProgramIn(name.substr(0, separator), name.substr(separator + 1));
-    for (const std::string& folder : Folders())
+    for (const std::string& folder : winhost::SearchPath())
         if (auto program = ProgramIn(folder, name)) return program;
     return std::nullopt;
 }

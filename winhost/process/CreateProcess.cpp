@@ -17,6 +17,7 @@
 #include "winhost/process/CommandLine.h"
 #include "winhost/process/EnvironmentBlock.h"
 #include "winhost/process/ProcessObject.h"
+#include "winhost/process/ProgramSearch.h"
 #include "winhost/process/Spawn.h"
 #include "winhost/process/Token.h"
 
@@ -44,6 +45,14 @@ std::optional<std::string> ProgramOf(const std::string& commandLine) {
 // Where the file lies.
 std::string FileOf(const std::string& program) {
     return fs::absolute(Pc::Instance().HostPath(program)).string();
+}
+
+// The file of this name in the folders of programs; the name itself when it is in none.
+std::string SearchFolders(std::string name) {
+    if (name.find('.') == std::string::npos) name += ".exe";
+    for (const std::string& folder : winhost::ProgramFolders())
+        if (const auto file = winhost::FileIn(folder, name)) return *file;
+    return name;
 }
 
 // The program of a command line that doesn't begin with a quote: the first file that a part of it up to a
@@ -147,10 +156,14 @@ BOOL CreateProcessA(LPCSTR applicationName, LPSTR commandLine, LPSECURITY_ATTRIB
         launch.program = applicationName;
     } else if (launch.commandLine.starts_with('"')) {
         launch.program = ProgramOf(launch.commandLine).value_or("");
+    } else if (const std::string word = launch.commandLine.substr(0, launch.commandLine.find(' '));
+               word.find('\\') == std::string::npos) {
+        launch.program = SearchFolders(word);
+        if (launch.program.find('\\') == std::string::npos) return Fail(ERROR_FILE_NOT_FOUND);
     } else {
         launch.program = SearchProgram(launch.commandLine);
     }
-    // A name without a folder would be searched for in many places.
+    // The application is no name that is searched for.
     if (launch.program.find('\\') == std::string::npos) return Fail(ERROR_NOT_SUPPORTED);
     launch.variables = winhost::PcEnvironment();
     launch.session = winhost::OwnSession();

@@ -54,6 +54,22 @@ TEST_F(PlainProcessTest, TheShortestPartOfTheLineThatNamesAFileIsTheProgram) {
     EXPECT_EQ("short Data\\app.exe\n", ReadFromC("who"));
 }
 
+TEST_F(PlainProcessTest, ANameWithoutAFolderIsSearchedForInTheFoldersOfPrograms) {
+    StartPc([](auto& pc) {
+        pc.modulePath = R"(C:\Service\service.exe)";
+        pc.environment["PATH"] = R"(C:\Tools\;C:\Windows)";
+    });
+    WriteScript("Tools/app.exe", R"(echo "tools $*" > C:/who)");
+    RunPlain(nullptr, "app.exe one two");
+    EXPECT_EQ("tools one two\n", ReadFromC("who"));
+    WriteScript("Windows/System32/App.exe", "echo system > C:/who");
+    RunPlain(nullptr, "app -x");
+    EXPECT_EQ("system\n", ReadFromC("who"));
+    WriteScript("Service/app.exe", "echo own > C:/who");
+    RunPlain(nullptr, "app.exe");
+    EXPECT_EQ("own\n", ReadFromC("who"));
+}
+
 TEST_F(PlainProcessTest, ItIsAProcessOfThePcInTheCallersSession) {
     StartPc([](auto& pc) { pc.environment["PROGRAMDATA"] = R"(C:\ProgramData)"; });
     WriteScript("app.exe",
@@ -106,7 +122,9 @@ TEST_F(PlainProcessTest, WhatCannotBeStartedIsRefused) {
     EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, StartPlain(R"(C:\nowhere\none.exe)", "").error);
     EXPECT_EQ(DWORD{ERROR_BAD_EXE_FORMAT}, StartPlain(R"(C:\text.exe)", "").error);
     EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, StartPlain(nullptr, "").error);
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, StartPlain(nullptr, "app.exe").error);
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, StartPlain(nullptr, "app.exe x").error)
+        << "in no folder of programs";
+    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, StartPlain("app.exe", "").error);
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, StartPlain(R"(C:\app.exe)", "", CREATE_SUSPENDED).error);
     EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, StartPlain(R"(C:\app.exe)", "", 0, STARTF_USESTDHANDLES).error);
 }
