@@ -1,4 +1,4 @@
-// Owner types for certificate stores and the certificates that are found in them.
+// Owner types for certificate stores, the certificates that are found in them, and their chains.
 #pragma once
 
 #include <windows.h>
@@ -19,3 +19,10 @@ struct CertificateTraits {
     static void Close(Value value) { CertFreeCertificateContext(value); }
 };
 using UniqueCertificate = UniqueResource<CertificateTraits>;
+
+struct CertificateChainTraits {
+    using Value = PCCERT_CHAIN_CONTEXT;
+    static Value Invalid() { return nullptr; }
+    static void Close(Value value) { CertFreeCertificateChain(value); }
+};
+using UniqueCertificateChain = UniqueResource<CertificateChainTraits>;

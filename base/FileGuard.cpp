@@ -32,11 +32,11 @@ FileGuard::FileGuard(const std::string& path) {
     }
 }
 
-std::ofstream OpenForWriting(const std::string& path, bool isFolderSecure) {
+std::ofstream OpenForWriting(const std::string& path, bool isFolderSecure, std::ios::openmode mode) {
     std::ofstream file;
     if (!isFolderSecure) return file;
     const FileGuard guard(path);
-    if (guard) file.open(FilesystemPath(path));
+    if (guard) file.open(FilesystemPath(path), mode);
     if (file.is_open() && guard.HasReplaced()) LogWarn("%s%s", path, kReplacedFile);
     return file;
 }

@@ -27,8 +27,10 @@ class FileGuard {
 };
 
 // Opens the file under a guard and empties it, and logs a WARN line when something else was in its place. The
-// stream is not open when the folder is not secure, or the file must not be opened or cannot be.
-std::ofstream OpenForWriting(const std::string& path, bool isFolderSecure);
+// stream is not open when the folder is not secure, or the file must not be opened or cannot be. With
+// std::ios::binary, line ends stay as they are written.
+std::ofstream OpenForWriting(const std::string& path, bool isFolderSecure,
+                             std::ios::openmode mode = std::ios::out);
 
 // Deletes the file, the empty folder or the link itself, never what a link leads to. `facts` are those of the
 // path. False with the last error.

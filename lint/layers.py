@@ -20,6 +20,7 @@ OFFERED = {
     "hostcontrol": {"hostcontrol/FilterDriver.h", "hostcontrol/HostControl.h"},
     "KVMDisplayMgrLib/src": {"KVMDisplayMgrLib/src/DisplayMgr.h", "KVMDisplayMgrLib/src/EncodeCapability.h"},
     "wifi": {"wifi/WiFiSync.h"},
+    "identity": {"identity/CsrEnrolment.h"},
     "connection": {"connection/ConnectionAnnouncer.h", "connection/SocketServers.h"},
 }
 
@@ -33,6 +34,7 @@ USES = {
     "session": [],
     "hostcontrol": [],
     "wifi": [],
+    "identity": [],
     "package": [],
 }
 

@@ -4,6 +4,7 @@
 
 #include "base/Log.h"
 #include "hostcontrol/SoftwareUpgrade.h"
+#include "identity/CsrEnrolment.h"
 #include "mailbox/MailboxCodes.h"
 #include "service/ZELService.h"
 
@@ -133,8 +134,9 @@ void HandleWebuiCloseSocket(ZELService& service, const FirmwareMessage&) {
     LogInfo("MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET exit");
 }
 
-void HandleCsr(ZELService&, const FirmwareMessage&) {
+void HandleCsr(ZELService&, const FirmwareMessage& message) {
     LogInfo("MPM_ZEL_CMD_CSR received");
+    HandleCsrCommand(message.payload, message.length);
 }
 
 void HandlePasswordUpdate(ZELService&, const FirmwareMessage&) {

@@ -34,6 +34,8 @@ unsigned UsesOf(uint8_t command) {
             return Host::kKvm;
         case MPM_ZEL_CMD_GET_KVM_CONSENT:
             return Host::kQuestions;
+        case MPM_ZEL_CMD_CSR:
+            return Host::kThreads;
         case MPM_ZEL_CMD_KVM_DATA:
         case MPM_ZEL_CMD_SOFTWARE_UPGRADE:
         case MPM_ZEL_CMD_INDICATION_SUBSCRIBE:
@@ -46,7 +48,6 @@ unsigned UsesOf(uint8_t command) {
         case MPM_ZEL_CMD_KVM_IP_PORT_INFO:
         case MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER:
         case MPM_ZEL_CMD_GET_DISPAY_CONFIG:
-        case MPM_ZEL_CMD_CSR:
         case MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD:
             return Host::kNothing;
         default:

@@ -45,11 +45,10 @@ const std::vector<Words> kWords = {
      {"LUX_KVM: MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER receveid",
       "LUX_KVM: m_DisplayMgrEvent null, nothing to post 1"}},
     {49, {"LUX_KVM: MPM_ZEL_CMD_GET_DISPAY_CONFIG receveid", "LUX_KVM: DoInitLUXKVM success"}},
-    {50, {"MPM_ZEL_CMD_CSR received"}},
     {51, {"MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD received"}},
 };
 
-// Commands with tests of their own, here and in tests/unit of hostcontrol, kvm and session.
+// Commands with tests of their own, here and in tests/unit of hostcontrol, identity, kvm and session.
 const std::map<int, std::string> kTestedApart = {
     {8, "MPM_ZEL_CMD_DASH_DATA"},
     {9, "MPM_ZEL_CMD_KVM_DATA"},
@@ -61,6 +60,7 @@ const std::map<int, std::string> kTestedApart = {
     {39, "MPM_ZEL_CMD_KVM_IP_PORT_INFO"},
     {40, "MPM_ZEL_CMD_GET_KVM_CONSENT"},
     {41, "MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET"},
+    {50, "MPM_ZEL_CMD_CSR"},
     {52, "MPM_ZEL_SAFEBOOT"},
 };
 
