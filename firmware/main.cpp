@@ -28,6 +28,8 @@ struct Options {
     size_t size = 0;
     unsigned trailer = 0;
     bool raw = false;
+    // enrol
+    std::string host, authority, certificateTemplate, subject = "mpmsim";
     // set, fault, show, requests
     std::vector<std::string> words;
     bool json = false;
@@ -60,6 +62,16 @@ Json::Value SendRequest(const Options& options) {
         throw std::invalid_argument("there is no firmware command \"" + options.command +
                                     "\"; mpmsim catalogue lists them");
     request["command"] = *number;
+    return request;
+}
+
+Json::Value EnrolRequest(const Options& options) {
+    Json::Value request;
+    request["verb"] = "enrol";
+    request["host"] = options.host;
+    request["authority"] = options.authority;
+    request["template"] = options.certificateTemplate;
+    request["subject"] = options.subject;
     return request;
 }
 
@@ -137,6 +149,12 @@ void AddClients(CLI::App& app, Options& options) {
     send->add_option("--trailer", options.trailer, "The last byte of the message")->check(CLI::Range(0, 255));
     send->add_flag("--raw", options.raw, "The payload is the whole message, without command and trailer");
 
+    CLI::App* enrol = add("enrol", "Have the host obtain a certificate for a new key");
+    enrol->add_option("--host", options.host, "Host of the certificate authority")->required();
+    enrol->add_option("--ca", options.authority, "Name of the certificate authority")->required();
+    enrol->add_option("--template", options.certificateTemplate, "Certificate template")->required();
+    enrol->add_option("--subject", options.subject, "Common name of the certificate (default mpmsim)");
+
     add("set", "Change settings: KEY=VALUE ...")->add_option("values", options.words)->required();
     add("fault", "refuse, delay, hold, release, answer-size, vanish, come-back or clear")
         ->add_option("words", options.words)
@@ -160,6 +178,8 @@ int Execute(const CLI::App& app, const Options& options) {
     if (app.got_subcommand("run")) return mpm::control::Run(options.run);
     if (app.got_subcommand("send"))
         std::cout << Ask(options, SendRequest(options))["text"].asString() << '\n';
+    if (app.got_subcommand("enrol"))
+        std::cout << Ask(options, EnrolRequest(options))["text"].asString() << '\n';
     if (app.got_subcommand("set")) std::cout << Ask(options, SetRequest(options))["text"].asString() << '\n';
     if (app.got_subcommand("fault"))
         std::cout << Ask(options, WordsRequest("fault", options))["text"].asString() << '\n';

@@ -138,6 +138,7 @@ std::string HostTableOf(const Json::Value& host) {
     if (host.isMember("WriteNetworkStatusInfo"))
         table += Line("network", NetworkText(host["WriteNetworkStatusInfo"]["status"].asInt()));
     if (host.isMember("WriteWiFiSyncInfo")) table += Line("Wi-Fi", WiFiText(host["WriteWiFiSyncInfo"]));
+    if (host.isMember("certificate")) table += Line("certificate", Printable(host["certificate"]["verdict"]));
     return table + AdaptersOf(host);
 }
 

@@ -18,6 +18,7 @@
 #include "firmware/Firmware.h"
 #include "firmware/Report.h"
 #include "firmware/control/Verbs.h"
+#include "firmware/enrol/Enrolment.h"
 #include "testbed/ControlSocket.h"
 #include "testbed/Descriptor.h"
 
@@ -83,6 +84,16 @@ testbed::Descriptor CatchSignals() {
     return caught;
 }
 
+// What the host's answer to a request for a certificate is worth; empty for any other event.
+std::string VerdictOn(const Event& event, Enrolments& enrolments) {
+    const bool isAnswer = event.kind == Event::Kind::Request && event.code == MailboxCode::WriteCSRResponse &&
+                          event.text.empty();
+    if (!isAnswer || event.data.size() != sizeof(CsrResponse)) return {};
+    CsrResponse response;
+    std::memcpy(&response, event.data.data(), sizeof response);
+    return enrolments.Examine(response)["verdict"].asString();
+}
+
 void AwaitSignal(const testbed::Descriptor& signals) {
     pollfd wait{signals.Get(), POLLIN, 0};
     while (poll(&wait, 1, -1) <= 0) {
@@ -96,21 +107,27 @@ int Run(const RunOptions& options) {
     signal(SIGPIPE, SIG_IGN);
     const testbed::Descriptor record = OpenRecord(options.recordFile);
     const bool print = !options.quiet && options.recordFile != "-";
+    Enrolments enrolments;
     Firmware firmware(SettingsOf(options));
-    if (print || record)
-        firmware.Observe([&firmware, &record, print](const Event& event) {
-            const bool hasKey = event.code == MailboxCode::WriteWiFiSyncInfo;
-            const Json::Value json =
-                JsonOf(event, hasKey ? SecretsOf(firmware.CurrentSettings(), event.name) : Secrets::Masked);
-            if (record) WriteLine(record.Get(), Compact(json));
-            if (print) WriteLine(STDOUT_FILENO, LineOf(json));
-        });
+    const auto tell = [&firmware, &record, print](const Event& event) {
+        if (!print && !record) return;
+        const bool hasKey = event.code == MailboxCode::WriteWiFiSyncInfo;
+        const Json::Value json =
+            JsonOf(event, hasKey ? SecretsOf(firmware.CurrentSettings(), event.name) : Secrets::Masked);
+        if (record) WriteLine(record.Get(), Compact(json));
+        if (print) WriteLine(STDOUT_FILENO, LineOf(json));
+    };
+    firmware.Observe([&enrolments, tell](const Event& event) {
+        tell(event);
+        if (const std::string verdict = VerdictOn(event, enrolments); !verdict.empty())
+            tell({Event::Kind::Note, "certificate", 0, {}, verdict, event.time});
+    });
     std::mutex oneAtATime;
     std::optional<testbed::ControlSocket> control;
     if (!options.controlSocket.empty())
         control.emplace(options.controlSocket, kLongestLine, [&](const Json::Value& request) {
             std::lock_guard lock(oneAtATime);
-            return Handle(firmware, request);
+            return Handle(firmware, enrolments, request);
         });
     firmware.Listen(options.listen);
     // Not before, because the file may belong to a firmware that runs already.

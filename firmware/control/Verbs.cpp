@@ -36,6 +36,17 @@ Json::Value Set(Firmware& firmware, const Json::Value& request) {
     return Done("set");
 }
 
+Json::Value Enrol(Firmware& firmware, Enrolments& enrolments, const Json::Value& request) {
+    EnrolmentNames names;
+    names.host = request["host"].asString();
+    names.authority = request["authority"].asString();
+    names.certificateTemplate = request["template"].asString();
+    names.subject = request["subject"].asString();
+    if (names.subject.empty()) throw std::invalid_argument("a certificate needs a subject");
+    firmware.Send(MPM_ZEL_CMD_CSR, Bytes::Of(enrolments.Begin(names)));
+    return Done(firmware.HostListening() ? "sent" : "waits: no host listens");
+}
+
 uint32_t Number(const std::string& what, const std::string& text) {
     uint32_t number = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -110,10 +121,12 @@ Json::Value MakeFault(Firmware& firmware, const Json::Value& request) {
     return Done("done");
 }
 
-Json::Value Show(Firmware& firmware, const Json::Value&) {
+Json::Value Show(Firmware& firmware, const Enrolments& enrolments) {
     Json::Value answer;
     answer["address"] = firmware.Address();
     answer["host"] = firmware.Host();
+    if (const Json::Value certificate = enrolments.Last(); !certificate.isNull())
+        answer["host"]["certificate"] = certificate;
     const Settings settings = firmware.CurrentSettings();
     answer["settings"] = settings.ToJson();
     answer["levels"] = LevelsAsJson(settings.uVORKVersion);
@@ -141,10 +154,11 @@ Json::Value Requests(Firmware& firmware, const Json::Value&) {
 
 }  // namespace
 
-Json::Value Handle(Firmware& firmware, const Json::Value& request) {
+Json::Value Handle(Firmware& firmware, Enrolments& enrolments, const Json::Value& request) {
+    if (request["verb"] == "enrol") return Enrol(firmware, enrolments, request);
+    if (request["verb"] == "show") return Show(firmware, enrolments);
     static const std::map<std::string, Json::Value (*)(Firmware&, const Json::Value&)> verbs = {
-        {"send", Send}, {"set", Set},       {"fault", MakeFault},
-        {"show", Show}, {"screen", Screen}, {"requests", Requests}};
+        {"send", Send}, {"set", Set}, {"fault", MakeFault}, {"screen", Screen}, {"requests", Requests}};
     const auto found = verbs.find(request["verb"].asString());
     if (found == verbs.end()) throw std::invalid_argument("the verb is not known");
     return found->second(firmware, request);

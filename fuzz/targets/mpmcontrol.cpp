@@ -16,7 +16,10 @@ mpm::Firmware& Firmware() {
 }  // namespace
 
 FUZZ_TARGET(mpmcontrol) {
-    const auto handle = [](const Json::Value& request) { return mpm::control::Handle(Firmware(), request); };
+    mpm::Enrolments enrolments;
+    const auto handle = [&](const Json::Value& request) {
+        return mpm::control::Handle(Firmware(), enrolments, request);
+    };
     const Json::Value answer = testbed::AnswerLine(fuzz::TextOf(input), handle);
     fuzz::Require(!answer.isMember("error") || !answer["error"].asString().empty(), "a refusal says why");
     Firmware().ClearFaults();

@@ -73,8 +73,12 @@ class Firmware:
     def fault(self, *words):
         return self._ask("fault", *words)
 
-    def show(self):
-        return self._ask("show")
+    def enrol(self, **names):
+        """Has the host obtain a certificate for a new key: enrol(host=..., ca=..., template=..., subject=...)."""
+        return self._ask("enrol", *[word for name, value in names.items() for word in (f"--{name}", value)])
+
+    def show(self, *words):
+        return self._ask("show", *words)
 
     def screen(self, *words):
         """What the display client has pulled and measured; with --picture and a file, its last picture too."""
