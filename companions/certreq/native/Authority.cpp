@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr long kDay = 24 * 60 * 60;
+constexpr long kDay = 24L * 60 * 60;
 constexpr long kAuthorityDays = 3650, kCertificateDays = 365;
 
 template <auto Free>

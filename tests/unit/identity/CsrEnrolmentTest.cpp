@@ -68,10 +68,10 @@ TEST_F(CsrEnrolment, TheFirmwareGetsTheCertificateAndItsRoot) {
                                 R"("CertificateTemplate:Machine" ")" +
                                 folder + R"(\input.csr" ")" + folder + R"(\output.crt")";
     EXPECT_EQ(Launched(), List{command});
+    const std::string details = std::string("CSR Details ADCS Name=ca.example.test RootCAName=") +
+                                kAlphaName + " ADCSTemplateName=Machine";
     ExpectLogInOrder(
-        {"MPM_ZEL_CMD_CSR received", "Size of CSR buffer 4296", "retrive CSR From MPM",
-         "CSR Details ADCS Name=ca.example.test RootCAName=Example Root Alpha "
-         "ADCSTemplateName=Machine",
+        {"MPM_ZEL_CMD_CSR received", "Size of CSR buffer 4296", "retrive CSR From MPM", details,
          "CSR Details Is Root CA Required=1 CSR Size=12", "Folder deleted: " + folder,
          "Directory created for CSR", "Writing CSR buffer to .csr file", "Sending request to CA server...",
          "Certificate request command: " + command, "Check for issuer: Example Root Alpha",
