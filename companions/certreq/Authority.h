@@ -1,4 +1,5 @@
-// A small certificate authority: a key and a self-signed certificate in a folder, both made on first use.
+// A small certificate authority: a key and a self-signed certificate, both made on first use. OpenSSL keeps
+// them in a folder (native/), Windows in a key container and in the machine's stores (windows/).
 #pragma once
 
 #include <filesystem>
@@ -13,14 +14,15 @@ inline constexpr char kAuthorityName[] = "Example Enterprise CA";
 class Authority {
   public:
     // Loads the authority of this folder, or makes it. Several processes may do so at once, and get the same.
-    // ca.pem has the certificate then. Throws std::runtime_error.
+    // ca.pem has the certificate then. Windows has one authority, which needs no folder: its certificate is
+    // in the machine's stores MY and ROOT then. Throws std::runtime_error.
     explicit Authority(const std::filesystem::path& folder);
     ~Authority();
     Authority(const Authority&) = delete;
     Authority& operator=(const Authority&) = delete;
 
     // Returns the certificate for a PEM request as PEM. Throws std::runtime_error for a text that is no
-    // request, and for one that its own key has not signed.
+    // request, and, with OpenSSL, for one that its own key has not signed.
     std::string Issue(const std::string& request) const;
 
   private:

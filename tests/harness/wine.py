@@ -77,6 +77,7 @@ class WineHost(Host):
         self._install(windows_folder() / "mpmbox.sys", "windows/system32/drivers/mpmbox.sys")
         for name in ("ZELService.exe", "ZELKVMApp.exe", *(MEDIA_RUNTIME if self._desktop else ())):
             self._install(windows_folder() / name, f"Program Files/Tarvix/bin/{name}")
+        self._install(windows_folder() / "certreq.exe", "windows/system32/certreq.exe")
         self.session.boot()
         self._services = self._line_program("servicectl")
         return self
@@ -192,6 +193,15 @@ class WineHost(Host):
         """What the agents do that start from now on (docs/companions.md); None for nothing special."""
         behaviour = self._executables / "ZELKVMApp.behaviour"
         behaviour.write_text(word + "\n") if word else behaviour.unlink(missing_ok=True)
+
+    def set_certreq_behaviour(self, word):
+        """What the programs do that start from now on (docs/companions.md); None for nothing special."""
+        behaviour = self.drive / "windows" / "system32" / "certreq.behaviour"
+        behaviour.write_text(word + "\n") if word else behaviour.unlink(missing_ok=True)
+
+    def end_certreq(self):
+        """Ends programs that hang."""
+        self.session.run("taskkill", "/f", "/im", "certreq.exe")
 
     def agents(self):
         """The agents that run: the words of their command lines by process id."""
