@@ -6,6 +6,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #include <windows.h>
+#include <fileapi.h>
 #include <iphlpapi.h>
 #include <powrprof.h>
 #include <psapi.h>

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include <fileapi.h>
 #include <shlobj.h>
 #include <winbase.h>
 
@@ -57,6 +58,19 @@ DWORD Move(const std::string& from, const std::string& to) {
     return Delete(from);
 }
 
+DWORD Replace(const std::string& from, const std::string& to) {
+    struct stat status;
+    if (lstat(to.c_str(), &status) != 0) return Move(from, to);
+    if (IsFolder(from)) return ERROR_NOT_SUPPORTED;
+    // A link to a folder is a folder on Windows.
+    if (IsFolder(to) || winhost::IsReadOnly(to) || winhost::IsRunning(to)) return ERROR_ACCESS_DENIED;
+    if (const DWORD error = winhost::MayRemove(from)) return error;
+    if (const DWORD error = winhost::MayRemove(to)) return error;
+    if (const DWORD error = winhost::MayCreate(to, false)) return error;
+    if (rename(from.c_str(), to.c_str()) == 0) return ERROR_SUCCESS;
+    return winhost::FileErrorOf(errno, access(from.c_str(), F_OK) == 0 ? to : from);
+}
+
 bool IsComplete(const std::string& path) {
     const bool isSeparator = path.size() > 2 && (path[2] == '\\' || path[2] == '/');
     return isSeparator && isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
@@ -98,6 +112,14 @@ BOOL RemoveDirectoryA(LPCSTR path) {
 BOOL MoveFileA(LPCSTR from, LPCSTR to) {
     WINHOST_GATE("MoveFileA", FALSE);
     return Finish(Move(HostPath(from), HostPath(to)));
+}
+
+BOOL MoveFileExA(LPCSTR from, LPCSTR to, DWORD flags) {
+    WINHOST_GATE("MoveFileExA", FALSE);
+    if (flags & ~DWORD{MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH})
+        return winhost::Fail(ERROR_NOT_SUPPORTED);
+    const bool replaces = flags & MOVEFILE_REPLACE_EXISTING;
+    return Finish((replaces ? Replace : Move)(HostPath(from), HostPath(to)));
 }
 
 int SHCreateDirectoryExA(HWND, LPCSTR path, const SECURITY_ATTRIBUTES* attributes) {

@@ -1,6 +1,7 @@
 // What the IP helper calls deliver.
 #pragma once
 
+#include <guiddef.h>
 #include <time.h>
 #include <windows.h>
 
@@ -57,3 +58,77 @@ typedef struct {
     UINT EnableDns;
 } FIXED_INFO_W2KSP1;
 typedef FIXED_INFO_W2KSP1 FIXED_INFO, *PFIXED_INFO;
+
+// ---- GetAdaptersAddresses ----
+
+#define MAX_ADAPTER_ADDRESS_LENGTH_LH 8
+#define MAX_DHCPV6_DUID_LENGTH 130
+#define GAA_FLAG_INCLUDE_PREFIX 0x0010
+#define GAA_FLAG_INCLUDE_GATEWAYS 0x0080
+
+typedef enum { IfOperStatusUp = 1, IfOperStatusDown = 2 } IF_OPER_STATUS;
+
+struct sockaddr;
+typedef struct _SOCKET_ADDRESS {
+    struct sockaddr* lpSockaddr;
+    INT iSockaddrLength;
+} SOCKET_ADDRESS;
+
+// The SDK has a union with an alignment around the first two members.
+typedef struct _IP_ADAPTER_UNICAST_ADDRESS_LH {
+    ULONG Length;
+    DWORD Flags;
+    struct _IP_ADAPTER_UNICAST_ADDRESS_LH* Next;
+    SOCKET_ADDRESS Address;
+    DWORD PrefixOrigin, SuffixOrigin, DadState;
+    ULONG ValidLifetime, PreferredLifetime, LeaseLifetime;
+    BYTE OnLinkPrefixLength;
+} IP_ADAPTER_UNICAST_ADDRESS_LH, *PIP_ADAPTER_UNICAST_ADDRESS_LH;
+
+typedef struct _IP_ADAPTER_GATEWAY_ADDRESS_LH {
+    ULONG Length;
+    DWORD Reserved;
+    struct _IP_ADAPTER_GATEWAY_ADDRESS_LH* Next;
+    SOCKET_ADDRESS Address;
+} IP_ADAPTER_GATEWAY_ADDRESS_LH, *PIP_ADAPTER_GATEWAY_ADDRESS_LH;
+
+// Lists that this library leaves empty are pointers without a type.
+typedef struct _IP_ADAPTER_ADDRESSES_LH {
+    ULONG Length;
+    DWORD IfIndex;
+    struct _IP_ADAPTER_ADDRESSES_LH* Next;
+    char* AdapterName;
+    PIP_ADAPTER_UNICAST_ADDRESS_LH FirstUnicastAddress;
+    void* FirstAnycastAddress;
+    void* FirstMulticastAddress;
+    void* FirstDnsServerAddress;
+    WCHAR* DnsSuffix;
+    WCHAR* Description;
+    WCHAR* FriendlyName;
+    BYTE PhysicalAddress[MAX_ADAPTER_ADDRESS_LENGTH_LH];
+    ULONG PhysicalAddressLength;
+    ULONG Flags;
+    ULONG Mtu;
+    DWORD IfType;
+    IF_OPER_STATUS OperStatus;
+    DWORD Ipv6IfIndex;
+    ULONG ZoneIndices[16];
+    void* FirstPrefix;
+    unsigned long long TransmitLinkSpeed;
+    unsigned long long ReceiveLinkSpeed;
+    void* FirstWinsServerAddress;
+    PIP_ADAPTER_GATEWAY_ADDRESS_LH FirstGatewayAddress;
+    ULONG Ipv4Metric, Ipv6Metric;
+    unsigned long long Luid;
+    SOCKET_ADDRESS Dhcpv4Server;
+    DWORD CompartmentId;
+    GUID NetworkGuid;
+    DWORD ConnectionType;
+    DWORD TunnelType;
+    SOCKET_ADDRESS Dhcpv6Server;
+    BYTE Dhcpv6ClientDuid[MAX_DHCPV6_DUID_LENGTH];
+    ULONG Dhcpv6ClientDuidLength;
+    ULONG Dhcpv6Iaid;
+    void* FirstDnsSuffix;
+} IP_ADAPTER_ADDRESSES_LH;
+typedef IP_ADAPTER_ADDRESSES_LH IP_ADAPTER_ADDRESSES, *PIP_ADAPTER_ADDRESSES;

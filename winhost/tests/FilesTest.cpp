@@ -1,4 +1,5 @@
 #include <windows.h>
+#include <fileapi.h>
 #include <shlobj.h>
 #include <share.h>
 #include <stdio.h>
@@ -57,6 +58,62 @@ TEST_F(FilesTest, MoveNeedsAFileAndAFolderToMoveItTo) {
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)")));
     Write("a.txt", "a");
     EXPECT_EQ(ERROR_PATH_NOT_FOUND, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\none\b.txt)")));
+}
+
+TEST_F(FilesTest, MoveReplacesAFileOnDemand) {
+    Write("a.txt", "a");
+    Write("b.txt", "b");
+    EXPECT_TRUE(
+        MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
+    EXPECT_EQ(Read("b.txt"), "a");
+    EXPECT_FALSE(std::filesystem::exists(Host("a.txt")));
+}
+
+TEST_F(FilesTest, MoveReplacesALinkAndNotWhatItLeadsTo) {
+    Write("a.txt", "a");
+    Write("target.txt", "t");
+    std::filesystem::create_symlink(Host("target.txt"), Host("b.txt"));
+    EXPECT_TRUE(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING));
+    EXPECT_FALSE(std::filesystem::is_symlink(Host("b.txt")));
+    EXPECT_EQ(Read("b.txt"), "a");
+    EXPECT_EQ(Read("target.txt"), "t");
+}
+
+TEST_F(FilesTest, MoveReplacesOnlyOnDemand) {
+    Write("a.txt", "a");
+    Write("b.txt", "b");
+    EXPECT_EQ(ERROR_ALREADY_EXISTS,
+              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_WRITE_THROUGH)));
+    EXPECT_EQ(Read("b.txt"), "b");
+}
+
+TEST_F(FilesTest, MoveGivesANewNameWhereNothingIsToReplace) {
+    Write("a.txt", "a");
+    EXPECT_TRUE(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING));
+    EXPECT_EQ(Read("b.txt"), "a");
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
+              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING)));
+}
+
+TEST_F(FilesTest, MoveReplacesNeitherAFolderNorAReadOnlyFile) {
+    Write("a.txt", "a");
+    Write("b.txt", "b");
+    std::filesystem::create_directory(Host("folder"));
+    std::filesystem::permissions(Host("b.txt"), std::filesystem::perms::owner_read);
+    EXPECT_EQ(ERROR_ACCESS_DENIED,
+              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\folder)", MOVEFILE_REPLACE_EXISTING)));
+    EXPECT_EQ(ERROR_ACCESS_DENIED,
+              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING)));
+    EXPECT_EQ(Read("a.txt"), "a");
+}
+
+TEST_F(FilesTest, MoveRefusesWhatItDoesNotKnow) {
+    Write("a.txt", "a");
+    std::filesystem::create_directory(Host("from"));
+    Write("b.txt", "b");
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", 4)));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED,
+              ErrorOf(MoveFileExA(R"(C:\from)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING)));
 }
 
 TEST_F(FilesTest, CreateDirectoryMakesAllFoldersOfThePath) {
