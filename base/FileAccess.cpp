@@ -62,6 +62,14 @@ struct Descriptor {
     Entry<1> system{.mask = FILE_ALL_ACCESS, .sid = kSystem};
     Entry<2> administrators{.mask = FILE_ALL_ACCESS, .sid = kAdministrators};
     Entry<2> users{.mask = kReadFile | kExecuteFile, .sid = kUsers};
+
+    // Drops the last entry.
+    static Descriptor WithoutUsers() {
+        Descriptor descriptor;
+        descriptor.list.AceCount = 2;
+        descriptor.list.AclSize -= sizeof descriptor.users;
+        return descriptor;
+    }
 };
 static_assert(sizeof(Descriptor) == 20 + 2 * 16 + 8 + 20 + 24 + 24, "the parts lie side by side");
 
@@ -83,28 +91,34 @@ bool IsTrusted(std::string_view sid) {
     return IsOwnUser(sid);
 }
 
+struct Access {
+    Control control = Control::Users;
+    bool usersRead = true;
+};
+
 // Reads a descriptor within its bounds.
 class DescriptorReader {
   public:
     explicit DescriptorReader(std::string_view bytes) : m_bytes(bytes) { Read(0, m_head); }
 
     // Everything that cannot be read counts as the users'.
-    Control Judge() const {
+    Access Judge() const {
         const std::string_view owner = SidAt(m_head.Owner);
-        if (m_head.Owner == 0 || owner.empty() || !IsTrusted(owner)) return Control::Users;
+        if (m_head.Owner == 0 || owner.empty() || !IsTrusted(owner)) return {};
         ACL list;
         // Without a list everyone may do everything.
-        if (!(m_head.Control & SE_DACL_PRESENT) || m_head.Dacl == 0 || !Read(m_head.Dacl, list))
-            return Control::Users;
-        Control control = Control::System;
+        if (!(m_head.Control & SE_DACL_PRESENT) || m_head.Dacl == 0 || !Read(m_head.Dacl, list)) return {};
+        Access access{Control::System, false};
         size_t at = m_head.Dacl + sizeof list;
         for (WORD i = 0; i < list.AceCount; ++i) {
             ACE_HEADER header;
-            if (!Read(at, header) || header.AceSize < sizeof header) return Control::Users;
-            control = std::max(control, JudgeEntry(at, header));
+            if (!Read(at, header) || header.AceSize < sizeof header) return {};
+            const Access entry = JudgeEntry(at, header);
+            access.control = std::max(access.control, entry.control);
+            access.usersRead |= entry.usersRead;
             at += header.AceSize;
         }
-        return control;
+        return access;
     }
 
   private:
@@ -120,14 +134,15 @@ class DescriptorReader {
         const size_t size = SizeOfSid(head.count);
         return m_bytes.size() - at < size ? std::string_view() : m_bytes.substr(at, size);
     }
-    Control JudgeEntry(size_t at, const ACE_HEADER& header) const {
+    Access JudgeEntry(size_t at, const ACE_HEADER& header) const {
         ACCESS_ALLOWED_ACE entry;
-        if (header.AceType == ACCESS_DENIED_ACE_TYPE) return Control::System;
-        if (header.AceType != ACCESS_ALLOWED_ACE_TYPE || !Read(at, entry)) return Control::Users;
-        if ((entry.Mask & ~kRead) == 0) return Control::System;
+        if (header.AceType == ACCESS_DENIED_ACE_TYPE) return {Control::System, false};
+        if (header.AceType != ACCESS_ALLOWED_ACE_TYPE || !Read(at, entry)) return {};
         const std::string_view sid = SidAt(at + offsetof(ACCESS_ALLOWED_ACE, SidStart));
-        if (!sid.empty() && IsTrusted(sid)) return Control::System;
-        return entry.Mask & kTakeAll ? Control::Users : Control::UsersWrite;
+        if (!sid.empty() && IsTrusted(sid)) return {Control::System, false};
+        const bool reads = entry.Mask & (FILE_READ_DATA | GENERIC_READ | GENERIC_ALL);
+        if ((entry.Mask & ~kRead) == 0) return {Control::System, reads};
+        return {entry.Mask & kTakeAll ? Control::Users : Control::UsersWrite, reads};
     }
 
     const std::string_view m_bytes;
@@ -157,11 +172,18 @@ bool Examine(HANDLE file, FileFacts& facts) {
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size <= descriptor.size()) return false;
         descriptor.resize(size);
     }
-    facts.control = DescriptorReader({descriptor.data(), descriptor.size()}).Judge();
+    const Access access = DescriptorReader({descriptor.data(), descriptor.size()}).Judge();
+    facts.control = access.control;
+    facts.usersRead = access.usersRead;
     return true;
 }
 
 PSECURITY_DESCRIPTOR ProtectedDescriptor() {
     static Descriptor descriptor;
+    return &descriptor;
+}
+
+PSECURITY_DESCRIPTOR SecretDescriptor() {
+    static Descriptor descriptor = Descriptor::WithoutUsers();
     return &descriptor;
 }

@@ -23,6 +23,7 @@ struct FileFacts {
     bool isFolder = false;
     bool hasOtherNames = false;  // hard links
     Control control = Control::Users;
+    bool usersRead = true;  // others than SYSTEM, administrators and the process's own user
 
     bool IsTrusted() const { return !isLink && control == Control::System; }
 };
@@ -35,3 +36,6 @@ bool Examine(HANDLE file, FileFacts& facts);
 // as SYSTEM does; users read. Files in the folder inherit this, and nothing is inherited from above. The
 // descriptor lives as long as the process.
 PSECURITY_DESCRIPTOR ProtectedDescriptor();
+
+// The same for what users must not even read.
+PSECURITY_DESCRIPTOR SecretDescriptor();

@@ -15,8 +15,12 @@ namespace {
 // A user may create the folder again and again, but not for ever.
 constexpr int kMostAttempts = 8;
 
-int CreateFolder(const std::string& path) {
-    SECURITY_ATTRIBUTES attributes{sizeof attributes, ProtectedDescriptor(), FALSE};
+PSECURITY_DESCRIPTOR DescriptorFor(Contents contents) {
+    return contents == Contents::Secret ? SecretDescriptor() : ProtectedDescriptor();
+}
+
+int CreateFolder(const std::string& path, Contents contents) {
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, DescriptorFor(contents), FALSE};
     return SHCreateDirectoryExA(nullptr, path.c_str(), &attributes);
 }
 
@@ -47,9 +51,9 @@ bool RemoveWhatUsersPut(const std::string& folder) {
     }
 }
 
-bool Protect(HANDLE folder) {
+bool Protect(HANDLE folder, Contents contents) {
     return SetKernelObjectSecurity(folder, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
-                                   ProtectedDescriptor());
+                                   DescriptorFor(contents));
 }
 
 enum class State { Secure, Changed, Stuck };
@@ -68,14 +72,19 @@ State CheckOrChange(const std::string& path, Contents contents, std::string& rem
         SetLastError(ERROR_DIRECTORY);
         return State::Stuck;
     }
-    if (facts.IsTrusted()) return State::Secure;
+    if (facts.IsTrusted()) {
+        if (contents != Contents::Secret || !facts.usersRead) return State::Secure;
+        if (!Protect(folder.Get(), contents)) return State::Stuck;
+        remark = "could be read by users and is protected";
+        return State::Changed;
+    }
     if (facts.isLink) {
         folder.Reset();
         if (!RemoveInPlace(path, facts)) return State::Stuck;
         remark = "was a link and is removed";
         return State::Changed;
     }
-    if (facts.control == Control::UsersWrite && Protect(folder.Get()) &&
+    if (facts.control == Control::UsersWrite && Protect(folder.Get(), contents) &&
         (contents == Contents::Keep || RemoveWhatUsersPut(path))) {
         remark = "could be written to by users and is protected";
         folder.Reset();
@@ -92,7 +101,7 @@ State CheckOrChange(const std::string& path, Contents contents, std::string& rem
 SecuredFolder SecureFolder(const std::string& path, Contents contents) {
     SecuredFolder result;
     for (int i = 0; i < kMostAttempts; ++i) {
-        const int error = CreateFolder(path);
+        const int error = CreateFolder(path, contents);
         result.isSecure = error == ERROR_SUCCESS;
         if (result.isSecure) return result;
         SetLastError(error);

@@ -4,8 +4,9 @@
 #include <string>
 
 enum class Contents {
-    Keep,        // the folder is shared with other programs
-    RemoveUsers  // the folder is the service's own: what users have put there is removed
+    Keep,         // the folder is shared with other programs
+    RemoveUsers,  // the folder is the service's own: what users have put there is removed
+    Secret        // the same, and users may not read what is created there
 };
 
 struct SecuredFolder {

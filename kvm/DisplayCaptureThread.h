@@ -14,8 +14,8 @@
 
 #include "KVMDisplayMgrLib/src/DisplayMgr.h"
 #include "base/Handles.h"
+#include "base/TerminableCalls.h"
 #include "kvm/PostedEvents.h"
-#include "kvm/TerminableCalls.h"
 #include "mailbox/DisplayRecords.h"
 
 enum DisplayEvent : uint32_t {

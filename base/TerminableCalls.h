@@ -12,13 +12,36 @@ class TerminableCalls {
     // One call. Made by the thread that may be terminated.
     class Call {
       public:
-        explicit Call(TerminableCalls& calls) : m_calls(calls) { m_calls.Enter(); }
-        ~Call() { m_calls.Leave(); }
+        explicit Call(TerminableCalls& calls) : m_calls(calls) {
+            s_current = &m_calls;
+            m_calls.Enter();
+        }
+        ~Call() {
+            m_calls.Leave();
+            s_current = nullptr;
+        }
         Call(const Call&) = delete;
         Call& operator=(const Call&) = delete;
 
       private:
         TerminableCalls& m_calls;
+    };
+
+    // A function of the service that the callee of a Call calls. It may hold locks, so that the thread is not
+    // terminated meanwhile. On a thread that is in no call it does nothing.
+    class Callback {
+      public:
+        Callback() : m_calls(s_current) {
+            if (m_calls) m_calls->Leave();
+        }
+        ~Callback() {
+            if (m_calls) m_calls->Enter();
+        }
+        Callback(const Callback&) = delete;
+        Callback& operator=(const Callback&) = delete;
+
+      private:
+        TerminableCalls* const m_calls;
     };
 
     // Returns true when the thread is inside a call. It does not leave that call before Release. Any other
@@ -43,6 +66,9 @@ class TerminableCalls {
              inside = State::Inside)
             Sleep(kPoll);
     }
+
+    // Of the calling thread's Call.
+    static inline thread_local TerminableCalls* s_current = nullptr;
 
     std::atomic<State> m_state{State::Outside};
 };
