@@ -57,6 +57,7 @@ add_subdirectory(runtime/software)
 
 if(ZEL_TESTS OR ZEL_FUZZERS OR ZEL_BENCH)
     add_subdirectory(tests/support/scripted)
+    add_subdirectory(tests/support/scriptednuba)
 endif()
 
 if(ZEL_TESTS)
@@ -128,7 +129,7 @@ if(ZEL_TESTS)
     add_test(NAME mutants.operators COMMAND ${Python3_EXECUTABLE} -B -m unittest mutants.test_operators
         WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/tests)
     # Loaded by the tests' programs, and found beside them.
-    add_dependencies(testsupport scriptedrt scriptedrt_without_init scriptedrt_without_version)
+    add_dependencies(testsupport scriptedrt scriptedrt_without_init scriptedrt_without_version scriptednuba)
     list(JOIN PRODUCT_FOLDERS "\",\"" folders)
     set_source_files_properties(tests/unit/mailbox/LevelUsersTest.cpp PROPERTIES COMPILE_DEFINITIONS
         "SOURCE_FOLDER=\"${CMAKE_SOURCE_DIR}\";PRODUCT_FOLDERS=\"${folders}\"")

@@ -21,6 +21,7 @@ OFFERED = {
     "KVMDisplayMgrLib/src": {"KVMDisplayMgrLib/src/DisplayMgr.h", "KVMDisplayMgrLib/src/EncodeCapability.h"},
     "wifi": {"wifi/WiFiSync.h"},
     "identity": {"identity/CsrEnrolment.h"},
+    "cloud": {"cloud/NubaClient.h"},
     "connection": {"connection/ConnectionAnnouncer.h", "connection/SocketServers.h"},
 }
 
@@ -30,12 +31,13 @@ USES = {
     "dash": ["connection"],
     "kvm": ["connection", "reporting", "session", "hostcontrol", "KVMDisplayMgrLib/src"],
     "KVMDisplayMgrLib/src": [],
-    "reporting": ["KVMDisplayMgrLib/src", "hostcontrol", "wifi"],
+    "reporting": ["KVMDisplayMgrLib/src", "cloud", "hostcontrol", "wifi"],
     "session": [],
     "hostcontrol": [],
     "wifi": [],
     "identity": [],
     "package": [],
+    "cloud": [],
 }
 
 TOP = "service"

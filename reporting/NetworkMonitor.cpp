@@ -3,6 +3,7 @@
 
 #include "base/Log.h"
 #include "base/SteadyTime.h"
+#include "cloud/NubaClient.h"
 #include "hostcontrol/FilterDriver.h"
 #include "mailbox/FirmwareLevels.h"
 #include "reporting/IPv4InfoStore.h"
@@ -17,18 +18,20 @@ namespace {
 constexpr DWORD kScanPeriodMilliseconds = 61000;
 constexpr uint64_t kLeastScanDistance = 61'001'000'000;  // ns
 constexpr uint32_t kProvisioned = 2;
+constexpr uint32_t kLoopback = 0x0100007F;
 
 }  // namespace
 
 NetworkMonitor::NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported,
                                NetworkInventory& inventory, StatusFile& statusFile, WiFiSync& wiFiSync,
-                               FilterDriver& filterDriver)
+                               FilterDriver& filterDriver, NubaClient& nubaClient)
     : m_addresses(addresses),
       m_reported(reported),
       m_inventory(inventory),
       m_statusFile(statusFile),
       m_wiFiSync(wiFiSync),
       m_filterDriver(filterDriver),
+      m_nubaClient(nubaClient),
       m_hNetworkScanStopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {}
 
 NetworkMonitor::~NetworkMonitor() {
@@ -77,6 +80,8 @@ bool NetworkMonitor::ReportNetwork(const NetworkPass& pass) {
         if (!changed) return false;
     }
     if (pass.logsCount) LogInfo("Available NICs Count: %d", record.Count);
+    const bool hasCloud = g_pServiceState->m_vorkVersion >= FirmwareLevel::Cloud;
+    if (pass.onlyWhenChanged && hasCloud && m_reported.EndsCloudConnection(record)) m_nubaClient.stopNUBA();
     const bool wireless = m_inventory.CommitNwInfo(record);
     if (pass.updatesAddress) {
         const bool wlan = CheckWlanAndSyncProfile(true);
@@ -85,9 +90,18 @@ bool NetworkMonitor::ReportNetwork(const NetworkPass& pass) {
     }
     if (pass.sendsAddress) m_addresses.SendIPCompleteInfo();
     if (pass.sendsInventory) WriteNetworkInventory(record);
+    if (pass.startsCloudFirst) StartCloud(record);
     m_filterDriver.UpdateFilterDriver(wireless, g_pServiceState->m_provisionStatus == kProvisioned);
+    if (!pass.startsCloudFirst) StartCloud(record);
     m_statusFile.UpdateStatusFile();
     return true;
+}
+
+// Only a host with an address can reach the cloud.
+void NetworkMonitor::StartCloud(const MultiNwInfo& record) {
+    if (g_pServiceState->m_vorkVersion >= FirmwareLevel::Cloud && record.Count != 0 &&
+        m_addresses.GetCurrentIPv4() != kLoopback)
+        m_nubaClient.startNUBA();
 }
 
 void NetworkMonitor::HandleWlanEvent(DWORD source, DWORD code) {
@@ -97,7 +111,7 @@ void NetworkMonitor::HandleWlanEvent(DWORD source, DWORD code) {
     } else if (version < FirmwareLevel::AllAdapters) {
         if (IsOldFirmwaresEvent(source, code))
             ReportNetwork({.logsSkippedAddress = false, .sendsInventory = true});
-    } else if (!ReportNetwork({.sendsAddress = true, .sendsInventory = true})) {
+    } else if (!ReportNetwork({.sendsAddress = true, .sendsInventory = true, .startsCloudFirst = true})) {
         // The network may be unchanged while the Wi-Fi profile has changed.
         if (version >= FirmwareLevel::WiFiSync) CheckWlanAndSyncProfile(false);
     }

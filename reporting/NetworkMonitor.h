@@ -16,6 +16,7 @@
 
 class FilterDriver;
 class IPv4InfoStore;
+class NubaClient;
 class NetworkInventory;
 class NetworkStateStore;
 class StatusFile;
@@ -30,12 +31,14 @@ struct NetworkPass {
     bool logsSkippedAddress = true;  // when updates have been disabled in the meantime
     bool sendsAddress = false;
     bool sendsInventory = false;
+    bool startsCloudFirst = false;  // before the filter driver instead of after it
 };
 
 class NetworkMonitor {
   public:
     NetworkMonitor(IPv4InfoStore& addresses, NetworkStateStore& reported, NetworkInventory& inventory,
-                   StatusFile& statusFile, WiFiSync& wiFiSync, FilterDriver& filterDriver);
+                   StatusFile& statusFile, WiFiSync& wiFiSync, FilterDriver& filterDriver,
+                   NubaClient& nubaClient);
     // Unregisters the notifications. The scanning thread must have ended.
     ~NetworkMonitor();
     NetworkMonitor(const NetworkMonitor&) = delete;
@@ -69,6 +72,7 @@ class NetworkMonitor {
   private:
     void NetworkScanThread();
     void HandleWlanEvent(DWORD source, DWORD code);
+    void StartCloud(const MultiNwInfo& record);
     bool IsOldFirmwaresEvent(DWORD source, DWORD code) const;
     DWORD RegisterWlanClient();
     // Registers again when the WLAN service has restarted since the registration.
@@ -83,6 +87,7 @@ class NetworkMonitor {
     StatusFile& m_statusFile;
     WiFiSync& m_wiFiSync;
     FilterDriver& m_filterDriver;
+    NubaClient& m_nubaClient;
 
     std::mutex m_threadMutex;  // guards the thread object
     std::unique_ptr<std::thread> m_pNetworkScanThreadObj;

@@ -45,6 +45,27 @@ uint32_t NetworkStateStore::GetCount() const {
     return Count;
 }
 
+bool NetworkStateStore::EndsCloudConnection(const MultiNwInfo& record) const {
+    std::lock_guard lock(m_mutex);
+    if (record.Count == 0) return true;
+    if (HasOtherCount(record)) return true;
+    for (size_t i = 0; i < FilledSlots(record); ++i)
+        if (HasOtherAddress(m_interfaces[i], record.Entries[i])) return true;
+    return false;
+}
+
+bool NetworkStateStore::HasOtherCount(const MultiNwInfo& record) const {
+    if (static_cast<uint16_t>(Count) == record.Count) return false;
+    LogInfo("NIC connected count has changed");
+    return true;
+}
+
+bool NetworkStateStore::HasOtherAddress(const Interface& current, const NwInfoEntry& entry) const {
+    if (current.IPv4Address == entry.IPv4Address) return false;
+    LogInfo("IPv4Address mismatch: current value: %x, new value: %x", current.IPv4Address, entry.IPv4Address);
+    return true;
+}
+
 bool NetworkStateStore::HasChanged(const MultiNwInfo& record) {
     std::lock_guard lock(m_mutex);
     if (record.Count == 0) {
@@ -53,10 +74,7 @@ bool NetworkStateStore::HasChanged(const MultiNwInfo& record) {
         m_addresses.ClearAddresses();
         return true;
     }
-    if (static_cast<uint16_t>(Count) != record.Count) {
-        LogInfo("NIC connected count has changed");
-        return true;
-    }
+    if (HasOtherCount(record)) return true;
     if (Count == 0) {
         // This is never reached: the code above returns for a record without interfaces, and for one with
         // another count.
@@ -82,11 +100,8 @@ bool NetworkStateStore::InterfaceHasChanged(const Interface& current, const NwIn
     } else if (current.AddressOrigin != entry.AddressOrigin) {
         LogInfo("AddressOrigin mismatch: current value: %d, new value: %d", current.AddressOrigin,
                 entry.AddressOrigin);
-    } else if (current.IPv4Address != entry.IPv4Address) {
-        LogInfo("IPv4Address mismatch: current value: %x, new value: %x", current.IPv4Address,
-                entry.IPv4Address);
     } else {
-        return false;
+        return HasOtherAddress(current, entry);
     }
     return true;
 }

@@ -38,12 +38,18 @@ class NetworkStateStore {
     // Returns true when a new record differs from the stored state, and logs the first difference. A record
     // without interfaces always differs; it clears the stored state and the primary address.
     bool HasChanged(const MultiNwInfo& record);
+    // Returns true when the connection to the cloud cannot outlive the change to this record: no interface is
+    // left, their number differs, or an address does. Logs the reason.
+    bool EndsCloudConnection(const MultiNwInfo& record) const;
     // Locks the store. A scan holds this lock throughout, so that two scans do not mix.
     std::unique_lock<std::recursive_mutex> Lock() const { return std::unique_lock(m_mutex); }
     // Returns the number of interfaces that the host had, including those beyond the slots.
     uint32_t GetCount() const;
 
   private:
+    // Each logs a difference.
+    bool HasOtherCount(const MultiNwInfo& record) const;
+    bool HasOtherAddress(const Interface& current, const NwInfoEntry& entry) const;
     bool InterfaceHasChanged(const Interface& current, const NwInfoEntry& entry) const;
 
     IPv4InfoStore& m_addresses;

@@ -80,6 +80,7 @@ void HandleRebootNondash(ZELService& service, const FirmwareMessage&) {
 
 void HandleS0i3Resume(ZELService& service, const FirmwareMessage&) {
     LogInfo("MPM_ZEL_CMD_S0i3_RESUME send data to MPM upon resume from S0i3");
+    service.m_nubaClient.stopNUBA();
     service.WakeAndUpdateMPM(true);
 }
 

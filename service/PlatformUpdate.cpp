@@ -44,12 +44,19 @@ void SendVersionDependentInfo(uint32_t version) {
     if (version < FirmwareLevel::Cloud) {
         // The text is logged for level 20 as well.
         LogInfo("NUBA does not apply to version below VOR-K 2.0");
-    } else if (version >= FirmwareLevel::TimeZone) {
+        return;
+    }
+    if (version < FirmwareLevel::CloudDomains) {
+        g_pZELService->m_nubaClient.GetCloudProvisioning();
+        return;
+    }
+    if (version >= FirmwareLevel::TimeZone) {
         ADInfo info{};
         info.TimezoneDiff = GetTimezoneDiff();
         LogInfo("Timezone diff is %d", info.TimezoneDiff);
         g_pZELService->m_mailBoxDriverInterface.WriteADInfo(&info);
     }
+    g_pZELService->m_nubaClient.SetupCloudServer();
 }
 
 }  // namespace
@@ -84,6 +91,8 @@ void ZELService::UpdatePlatformInfoToMPM(Presence::Epoch epoch) {
 
 void ZELService::StopPlatformUpdates() {
     m_presence.Farewell(m_bServiceStopping, [this] { SetZELServiceState(kServiceDown); });
+    // A query that failed meanwhile leaves level 0.
+    if (m_vorkVersion >= FirmwareLevel::Cloud || m_nubaClient.IsRunning()) m_nubaClient.stopNUBA();
     if (m_bootMode != 0) return;
     m_bNetworkUpdatesEnabled = 0;
     m_networkMonitor.UnRegisterWlanNotification();

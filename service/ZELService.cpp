@@ -25,6 +25,7 @@ bool ZELService::EndThreads(DWORD milliseconds) {
         if (m_pDASHClientThreadObj) m_dashClientInterface.CloseHttpsSocket();
     }
     m_networkMonitor.StopNetworkScanThread();
+    m_nubaClient.EndThread();
     m_kvmClientInterface.SignalEnd();
     if (!m_detachedThreads.AwaitEnd(milliseconds)) return false;
     JoinThreads();

@@ -13,6 +13,7 @@
 
 #include "KVMDisplayMgrLib/src/DisplayMgr.h"
 #include "base/Handles.h"
+#include "cloud/NubaClient.h"
 #include "connection/ConnectionAnnouncer.h"
 #include "dash/DASHClientInterface.h"
 #include "hostcontrol/FilterDriver.h"
@@ -119,8 +120,9 @@ class ZELService : public ServiceState {
     NetworkInventory m_networkInventory{m_ipv4InfoStore, m_networkStateStore};
     WiFiSync m_wiFiSync;
     FilterDriver m_filterDriver;
-    NetworkMonitor m_networkMonitor{m_ipv4InfoStore, m_networkStateStore, m_networkInventory,
-                                    m_statusFile,    m_wiFiSync,          m_filterDriver};
+    NubaClient m_nubaClient;
+    NetworkMonitor m_networkMonitor{m_ipv4InfoStore, m_networkStateStore, m_networkInventory, m_statusFile,
+                                    m_wiFiSync,      m_filterDriver,      m_nubaClient};
     std::atomic<uint8_t> m_bPlatformUpdateDone{1};
 
   private:

@@ -3,6 +3,7 @@
 #include <wlanapi.h>
 
 #include <cstring>
+#include <filesystem>
 
 #include "kvm/AgentPipeRecords.h"
 #include "mailbox/ConsentRecords.h"
@@ -20,6 +21,7 @@ constexpr char kViewerAnnounced[] = "Response returned for KVM request from Mail
 constexpr char kViewerGone[] = "KVMCleanupCommon: Exiting Thread Handler";
 constexpr char kScanned[] = "Available NICs Count";
 constexpr char kAgentRemoved[] = "Exited killProcessByName function";
+constexpr char kCloudRuns[] = "NUBA port 4433";
 constexpr char kScreenReady[] = "LUX_KVM: MAX_CHUNK_BUFFER_SZ_512KB allocation done ";
 constexpr char kConsentPipeName[] = "\\\\.\\pipe\\userconsentfeature";
 constexpr uint32_t kWiredType = 6, kWirelessType = 71;
@@ -198,6 +200,30 @@ void NetworkChange(World& world) {
     world.Settle();
 }
 
+// ---- the cloud ----
+
+// Each attempt to connect fails at once.
+void SettledWithCloud(World& world) {
+    world.firmware.Change([](mpm::Settings& settings) {
+        settings.Cloud.Hostname = "cloud.example.com";
+        settings.Cloud.Port = 4433;
+        settings.Cloud.vCloudCert = settings.Cloud.vCloudKey = settings.Cloud.vCloudCACert = "text";
+        settings.Domains = "corp.example.com";
+    });
+    World::Pc().Change([](auto& pc) {
+        const auto program = std::filesystem::read_symlink("/proc/self/exe");
+        pc.libraryFolders = {(program.parent_path() / "scriptednuba").string()};
+    });
+    world.LaunchAndSettle();
+    world.UntilLogged(kCloudRuns);
+}
+
+void CloudAfterS0i3(World& world) {
+    world.firmware.Send(MPM_ZEL_CMD_S0i3_RESUME);
+    world.UntilLogged(kCloudRuns, 2);
+    world.Settle();
+}
+
 // ---- the packaged service ----
 
 std::string RecordOfReader() {
@@ -292,6 +318,8 @@ const std::vector<Scenario>& Scenarios() {
         {"suspend", "the PC sleeps and wakes", Settled, SuspendAndResume},
         {"network", "addresses change, reported by Windows and found by a scan, and a network is joined",
          Settled, NetworkChange},
+        {"cloud", "the client ends and starts again after S0i3, with new data of the firmware",
+         SettledWithCloud, CloudAfterS0i3},
         {"reader", "a packaged service gets the Wi-Fi profile from its helper program", SettledWithReader,
          SyncThroughReader},
         {"driver", "the filter driver is turned off for a cable, and on again without it",

@@ -27,7 +27,8 @@ def test_the_firmware_is_told_first_that_the_service_is_up(stage):
     stage.firmware.await_request("WriteMultiNwInfo")
     names = [request["name"] for request in stage.firmware.requests()]
     assert names == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteCapabilityConfig",
-                     "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"]
+                     "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo", "GetCloudCertInfo",
+                     "WriteMultiNwInfo"]
     assert stage.firmware.requests("WriteZELStatus")[0]["fields"]["state"] == 1
 
 

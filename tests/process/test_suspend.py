@@ -54,7 +54,7 @@ def test_a_resume_opens_the_gate_and_repeats_the_update(stage):
     eventually(lambda: "WriteMultiNwInfo" in names_after(stage, before), "the update after the resume")
     assert names_after(stage, before) == ["GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteCapabilityConfig",
                                           "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo",
-                                          "WriteMultiNwInfo"]
+                                          "GetCloudCertInfo", "WriteMultiNwInfo"]
     assert states(stage) == [1, 2, 1]
     assert stage.console.identify()["ProductVendor"]
 

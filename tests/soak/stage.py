@@ -20,6 +20,8 @@ KVM_ACCEPTS = "Calling KVM Socket Accept"
 ALWAYS = (
     # The receive task polls without a lock, so that a close by another thread may meet it in its call.
     "recv() failed. Error: 10038",
+    # The firmware has no data for a cloud connection.
+    "Unable to open cloud.txt file",
 )
 
 # Of a package whose scripts end with 1.

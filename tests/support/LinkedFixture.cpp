@@ -58,7 +58,8 @@ void LinkedFixture::AllowErrorsOfAStop() {
     for (const char* text :
          {"Error Service is not signalled as Up, returning: 1062 to the caller",
           "Error Invalid Handle, returning: 6 to the caller", "with error: 995", "with dwLastError = 995",
-          "-- Asynchronous SendIOCtlToDriver command failed", "MPM Status return failed"})
+          "-- Asynchronous SendIOCtlToDriver command failed", "MPM Status return failed",
+          "Driver IOCTL failed in function GetCloudCertInfo, with error"})
         AllowError(text);
 }
 

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // What these turn on does not exist yet. A row here goes when its user comes.
-const std::set<std::string> kWithoutUser = {"CloudDomains", "CloudDomainMatch"};
+const std::set<std::string> kWithoutUser = {};
 
 std::string ProductSources() {
     std::string text;

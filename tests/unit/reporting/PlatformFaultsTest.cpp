@@ -43,9 +43,9 @@ class PlatformFaults : public ReportingFixture {
     void ExpectAWholeReport() {
         firmware.Clear();
         Report();
-        for (const char* name :
-             {"WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteCapabilityConfig",
-              "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"}) {
+        for (const char* name : {"WriteZELStatus", "WriteOsInfo", "GetZELVersion", "WriteCapabilityConfig",
+                                 "WriteIPCompleteInformation", "WriteNetworkStatusInfo", "WriteADInfo",
+                                 "GetCloudCertInfo", "WriteMultiNwInfo"}) {
             EXPECT_GE(firmware.Count(name), 1u) << name;
         }
     }

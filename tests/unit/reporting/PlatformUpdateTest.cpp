@@ -58,10 +58,10 @@ class PlatformUpdate : public ReportingFixture {
 
 TEST_F(PlatformUpdate, ReportsTheHostUpAndThenItsAddress) {
     service->UpdatePlatformInfoToMPM();
-    EXPECT_EQ(RequestNames(),
-              (std::vector<std::string>{"WriteZELStatus", "WriteOsInfo", "GetZELVersion",
-                                        "WriteCapabilityConfig", "WriteIPCompleteInformation",
-                                        "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"}));
+    EXPECT_EQ(RequestNames(), (std::vector<std::string>{"WriteZELStatus", "WriteOsInfo", "GetZELVersion",
+                                                        "WriteCapabilityConfig", "WriteIPCompleteInformation",
+                                                        "WriteNetworkStatusInfo", "WriteADInfo",
+                                                        "GetCloudCertInfo", "WriteMultiNwInfo"}));
     EXPECT_EQ(firmware.Requests("WriteZELStatus")[0].As<ZELStatusRecord>().state, 1u);
     EXPECT_EQ(firmware.Requests("WriteIPCompleteInformation")[0].As<IPCompleteInfo>().IPv4Address,
               inet_addr("192.168.7.3"));

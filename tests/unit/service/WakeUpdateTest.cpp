@@ -74,7 +74,8 @@ TEST_F(WakeUpdate, AFirmwareThatIsDownGetsTheWholeUpdate) {
     EXPECT_EQ(RequestNames(),
               (std::vector<std::string>{"GetMPMStatus", "WriteZELStatus", "WriteOsInfo", "GetZELVersion",
                                         "WriteCapabilityConfig", "WriteIPCompleteInformation",
-                                        "WriteNetworkStatusInfo", "WriteADInfo", "WriteMultiNwInfo"}));
+                                        "WriteNetworkStatusInfo", "WriteADInfo", "GetCloudCertInfo",
+                                        "WriteMultiNwInfo"}));
     EXPECT_EQ(ReportedStates(), std::vector<uint32_t>{1});
 }
 
@@ -187,7 +188,8 @@ TEST_F(WakeUpdate, SafeBootReportsItsStateAlsoWhenNoUpdateIsDue) {
 }
 
 TEST_F(WakeUpdate, ASuspendDuringTheUpdateClosesTheGateForTheRestOfIt) {
-    ExpectError("SendIOCtlToDriver: Error Service is not signalled as Up, returning: 1062 to the caller");
+    ExpectErrors({"SendIOCtlToDriver: Error Service is not signalled as Up, returning: 1062 to the caller",
+                  "Driver IOCTL failed in function GetCloudCertInfo, with error 1062"});
     firmware.Hold("GetZELVersion");
     service->WakeAndUpdateMPM(true);
     ASSERT_TRUE(firmware.AwaitRequest("GetZELVersion"));
