@@ -13,7 +13,9 @@ import sys
 import tempfile
 import threading
 
+from cloud import prepare_cloud, show_cloud
 from dash import identify, power_off, second_client_waits, show_host
+from harness.cloud import PC
 from harness.console import GET_COMPUTER_SYSTEM, IDENTIFY, Console
 from harness.firmware import Firmware
 from harness.host import RUNNING
@@ -40,13 +42,14 @@ def make_host(windows, workdir, password, open_ports):
     return firmware, NativeHost(workdir, firmware.address, openPorts=open_ports, **LAPTOP)
 
 
-def play(story, firmware, host, desktop, workdir, password):
+def play(story, firmware, host, desktop, relay, workdir, password):
     """Returns the files to look at afterwards, besides the logs, by what they are."""
     console = Console(host.dash_address, USER, password)
     identify(story, console, "a console")
     second_client_waits(story, console)
     show_host(story, firmware)
     show_wifi(story, host, firmware)
+    show_cloud(story, host, relay)
     pictures = {
         "the viewer's picture of the bridged desktop": remote_kvm(story, host, firmware, desktop, workdir),
         "the viewer's picture of the captured screen": show_screen(story, host, firmware, desktop, workdir),
@@ -55,7 +58,7 @@ def play(story, firmware, host, desktop, workdir, password):
     return {what: path for what, path in pictures.items() if path}
 
 
-def stay_up(story, firmware, host, desktop, workdir, password):
+def stay_up(story, firmware, host, desktop, relay, workdir, password):
     url = Console(host.dash_address).url
     story.add("demo", f"everything is running; the DASH port is {url}")
     story.add("demo", f"the firmware's administrator: user {USER}, password {password}; "
@@ -68,6 +71,9 @@ def stay_up(story, firmware, host, desktop, workdir, password):
     ended = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: ended.set())
+    if relay:
+        story.add("demo", f"a console at the cloud: add --proxy http://127.0.0.1:{relay.consoles} to the line, "
+                          f"and use https://{PC}:664/wsman")
     story.add("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends the demo")
     serve_by_hand(story, host, firmware, desktop, ended)
     return {}
@@ -111,6 +117,7 @@ def main():
     password = secrets.token_urlsafe(9)
     firmware, host = make_host(options.windows, workdir, password, options.open)
     desktop = open_desktop(story, host, workdir)
+    relay = prepare_cloud(host, firmware, workdir)
     followers = [
         Follower(host.log_path(), service_line(story)),
         Follower(firmware.log_path, FirmwareLines(story)),
@@ -118,7 +125,7 @@ def main():
     files = {"the service's log": host.log_path(), "the firmware's record": firmware.record_path}
     try:
         start(story, firmware, host)
-        files.update((stay_up if options.stay else play)(story, firmware, host, desktop, workdir, password))
+        files.update((stay_up if options.stay else play)(story, firmware, host, desktop, relay, workdir, password))
         stop(story, firmware, host)
         result = 0
     except (AssertionError, OSError) as problem:
@@ -131,6 +138,8 @@ def main():
         firmware.close()
         if desktop:
             desktop.close()
+        if relay:
+            relay.close()
         for follower in followers:
             follower.close()
     if result != 1:

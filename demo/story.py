@@ -103,6 +103,7 @@ STORY_LINES = (
     "Consent received by driver",
     "says that KVM is now enabled", "Calling KVM Socket Accept", "IP: 0x", "KVM APP Command", "KVM_Agent PID",
     "VNC_SOC_CLOSE received",
+    "Attempting connection with", "nuba: ", "Attempting to deinit NUBA",
     "Send WiFi Profile Configuration", "Detected an unsecured Wi-Fi network",
     "Client closed the connection", "called TerminateKVMAgent", "on KVM socket", "Terminate file deleted",
 )

@@ -74,6 +74,10 @@ class NativeHost(Host):
     def install_agent(self):
         self._agent.symlink_to(build_folder() / "ZELKVMApp")
 
+    def install_cloud_library(self):
+        """The stand-in for nubaapi.dll (docs/cloud-library.md)."""
+        (self._executables / "nubaapi.so").symlink_to(build_folder() / "nubaapi.so")
+
     def remove_agent(self):
         self._agent.unlink()
 
