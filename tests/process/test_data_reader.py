@@ -73,7 +73,8 @@ def test_a_reader_may_take_its_time(start):
 def test_a_reader_that_never_connects_delays_the_start_and_not_the_stop(start, stage):
     # The report that waits for the reader goes on while the service stops.
     stage.expect_errors("ConnectNamedPipe failed, error 995", "Wi-Fi profile", "returning: 6 to the caller",
-                        "returning: 1062 to the caller", "with error: 995", "with dwLastError = 995")
+                        "returning: 1062 to the caller", "with error: 995", "with dwLastError = 995",
+                        "Driver IOCTL failed in function", "CreateNamedPipe failed, error 231")
     start("no-connection", clockRate=100, **CONNECTED)
     stage.host.await_log("Boot mode is Regular boot")
     stage.host.await_log(PREFIX + "Launched WiFiSyncDataReader.exe")
