@@ -308,6 +308,8 @@ struct SilentPlace {
     uint32_t error = 0;              // 0: any
     const char* scenario = nullptr;  // null: any
 };
+constexpr const char* kNoRequest = "a file without which certreq.exe fails, or that nothing reads";
+
 constexpr SilentPlace kSilentPlaces[] = {
     {"CreateEventA", "ZELService::ZELService", "before the log is open"},
     {"CreateEventA", "ServiceState::ServiceState", "before the log is open"},
@@ -336,6 +338,12 @@ constexpr SilentPlace kSilentPlaces[] = {
      "gets no handle; the read thread ends with the process"},
     {"DeleteFileA", "DeleteEndedProgram", "tried again, as while the program still runs"},
     {"system", "TaskExists", "a task that cannot be asked for is registered"},
+    {"CreateFileA", "OpenInPlace", kNoRequest, 0, "enrolment"},
+    {"GetFileInformationByHandle", "Examine", kNoRequest, 0, "enrolment"},
+    {"GetKernelObjectSecurity", "Examine", kNoRequest, 0, "enrolment"},
+    {"CreateProcessA", "CsrEnrolment.cpp", "the line of the missing certificate comes either way"},
+    {"CryptBinaryToStringA", "CertificateChain.cpp",
+     "the line with the certificate's size shows an empty one"},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again, as when there is nothing", kWsaWouldBlock},
     {"recv", "DASHClientInterface::ReceiveOnce", "tried again at once", kWsaIntr},
 };
