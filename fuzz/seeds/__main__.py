@@ -16,9 +16,9 @@ import service
 import texts
 
 for add in (
-    mailbox.host_records, mailbox.gate_frames, mailbox.link, mailbox.frames, mailbox.device, mailbox.pipes, console.console,
-    texts.descriptions, texts.control_lines, texts.texts, texts.wifi_profiles, service.answers, service.platform, service.dispatch,
-    service.each_command, display.agents, display.escapes, display.runtimes, packaged.readers, packaged.packages,
+    mailbox.host_records, mailbox.gate_frames, mailbox.cloud_frames, mailbox.link, mailbox.frames, mailbox.device, mailbox.pipes,
+    console.console, texts.descriptions, texts.control_lines, texts.texts, texts.wifi_profiles, service.answers, service.platform,
+    service.dispatch, service.each_command, display.agents, display.escapes, display.runtimes, packaged.readers, packaged.packages,
 ):  # fmt: skip
     add()
 if sys.argv[1:] != ["--check"]:

@@ -47,6 +47,18 @@ def gate_frames():
     seed("gateframes", "cut", b"\xff" + response[:-3])
 
 
+def cloud_frames():
+    def cloud_frame(kind, stream=0, payload=b"", size=None):
+        return struct.pack(">BII", kind, stream, len(payload) if size is None else size) + payload
+
+    session = b"".join((cloud_frame(2, 1, b"WINHOST-PC:664"), cloud_frame(5, 1, b"bytes"), cloud_frame(7, 1, b"\0\0\0\5"),
+                        cloud_frame(6, 1)))
+    seed("cloudframes", "session", b"\xff" + session)
+    seed("cloudframes", "pieces", b"\x01" + session)
+    seed("cloudframes", "too-long", b"\xff" + cloud_frame(8) + cloud_frame(5, 1, size=16385))
+    seed("cloudframes", "cut", b"\xff" + session[:-4])
+
+
 def host_frame(kind, ident, request, room, payload=b""):
     return bytes([kind, ident, tables.function(request)]) + struct.pack("<H", room) + long_block(payload)
 

@@ -19,6 +19,20 @@ def version(level=50, text=b"5.0.0.100"):
     return text.ljust(64, b"\0") + number(2, 0, level, 0)
 
 
+CLOUD_FILES = b"\x2a\x80"  # instead of a query: both records of the cloud
+
+
+def cloud_record(host=b"cloud.example.com", port=4433, sizes=(11, 3, 9)):
+    texts = (b"certificate", b"key", b"authority")
+    return host.ljust(256, b"\0") + number(port, 0) + b"".join(
+        text.ljust(4096, b"t") + number(size) for text, size in zip(texts, sizes))
+
+
+def cloud_files(cloud, domains, shape=0):
+    text = number(len(domains)) + domains
+    return CLOUD_FILES + bytes([shape]) + long_block(cloud) + b"\0" + long_block(text.ljust(1284, b"\0"))
+
+
 def answers():
     for name, data in {
         "version": answer("version", version()),
@@ -34,6 +48,12 @@ def answers():
         "status": answer("status", b"\x02"),
         "status-empty": answer("status", b""),
         "status-refused": answer("status", b"", FAILS | ANY_ERROR, 31),
+        "cloud-files": cloud_files(cloud_record(), b"corp.example.com\\lab.example.com\\"),
+        "cloud-files-whole": cloud_files(cloud_record(b"h" * 256, 70000, (4096, 4096, 4096)), b"d" * 1280),
+        "cloud-files-too-long": cloud_files(cloud_record(sizes=(11, 4097, 9)), b"a"),
+        "cloud-files-huge": cloud_files(cloud_record(sizes=(0xFFFFFFF0, 3, 9)), b"a"),
+        "cloud-files-without-port": cloud_files(cloud_record(port=0), b"a"),
+        "cloud-files-empty": cloud_files(b"", b""),
         "finding-error-that-is-none": answer("version", b"", FAILS | ANY_ERROR | FILLED, 0x0A000000),
     }.items():
         seed("answers", name, data)

@@ -1,16 +1,23 @@
 // A hostile firmware's answers to what the service asks it: of any length, with any error, of any content.
 #include <json/json.h>
 
+#include <array>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 
+#include "base/FieldText.h"
 #include "fuzz/Input.h"
 #include "fuzz/support/Host.h"
 #include "fuzz/support/Wire.h"
 #include "winhost/pc/Pc.h"
 
 namespace {
+
+constexpr uint8_t kCloudFiles =
+    0x80;  // of a query: the two records of the cloud, and the files made from them
 
 struct Answer {
     uint32_t error = 0;
@@ -132,6 +139,72 @@ void CheckUpdate(ZELService& service) {
     fuzz::Require(IsWholeStatusFile(service.GetStatusFilePath()), "the status file is whole");
 }
 
+// ---- the files of the cloud connection ----
+
+using CloudFiles = std::array<std::string, 4>;
+
+CloudFiles ReadCloudFiles() {
+    const CloudPaths paths = PathsOfCloud();
+    CloudFiles files;
+    for (size_t i = 0;
+         const std::string& path : {paths.host, paths.certificate, paths.key, paths.authority}) {
+        std::ifstream file(winhost::Pc::Instance().HostPath(path), std::ios::binary);
+        files[i++] = {std::istreambuf_iterator<char>(file), {}};
+        fuzz::Require(!std::filesystem::exists(winhost::Pc::Instance().HostPath(path + ".new")),
+                      "nothing is left half written");
+    }
+    return files;
+}
+
+// Without what the requests themselves treat apart: a longer answer, and an error that repeats a request.
+Answer Plain(Answer answer, size_t size) {
+    if (answer.error) answer.error = ERROR_GEN_FAILURE;
+    answer.bytes.resize(std::min(answer.bytes.size(), size));
+    return answer;
+}
+
+template <class Record>
+Record RecordOf(const Answer& answer) {
+    Record record{};
+    std::memcpy(static_cast<void*>(&record), answer.bytes.data(),
+                std::min(sizeof record, answer.bytes.size()));
+    return record;
+}
+
+bool IsComplete(const CloudCertInfo& info) {
+    const auto isValid = [](uint32_t size) { return size > 0 && size <= sizeof info.vCloudCert; };
+    return info.Port != 0 && isValid(info.vCloudCertSize) && isValid(info.vCloudKeySize) &&
+           isValid(info.vCloudCACertSize);
+}
+
+// The domains joined again are the text, but for a separator at its end.
+void RequireDomains(const std::vector<std::string>& domains, std::string text) {
+    if (text.ends_with('\\')) text.pop_back();
+    std::string joined;
+    for (const std::string& domain : domains)
+        joined += (&domain == &domains.front() ? "" : "\\") + domain;
+    fuzz::Require(joined == text, "no domain is lost or made up");
+}
+
+void CheckCloud(NubaClient& client, const Answer& cloud, const Answer& domains) {
+    const CloudFiles before = ReadCloudFiles();
+    const std::vector<std::string> domainsBefore = client.Domains();
+    client.SetupCloudServer();
+    const auto info = std::make_unique<CloudCertInfo>(RecordOf<CloudCertInfo>(cloud));
+    const bool isComplete = cloud.error == 0 && IsComplete(*info);
+    const CloudFiles complete = {std::string(TextInField(info->Hostname)),
+                                 {info->vCloudCert, isComplete ? info->vCloudCertSize : 0},
+                                 {info->vCloudKey, isComplete ? info->vCloudKeySize : 0},
+                                 {info->vCloudCACert, isComplete ? info->vCloudCACertSize : 0}};
+    fuzz::Require(ReadCloudFiles() == (isComplete ? complete : before),
+                  "the files are those of a complete record");
+    const auto list = RecordOf<DomainInfo>(domains);
+    if (isComplete && domains.error == 0 && list.Size > 0 && list.Size <= DomainInfo::kMaxDomains)
+        RequireDomains(client.Domains(), {list.Domains, list.Size});
+    else
+        fuzz::Require(client.Domains() == domainsBefore, "another list leaves the domains");
+}
+
 }  // namespace
 
 FUZZ_TARGET(answers) {
@@ -140,6 +213,14 @@ FUZZ_TARGET(answers) {
     fuzz::Input from(input);
     const uint8_t fill = from.Byte(), query = from.Byte();
     const Answer answer = TakeAnswer(from);
+    if (query & kCloudFiles) {
+        const Answer cloud = Plain(answer, sizeof(CloudCertInfo)),
+                     domains = Plain(TakeAnswer(from), sizeof(DomainInfo));
+        world.firmware.Expect({cloud, domains});
+        CheckCloud(world.service.m_nubaClient, cloud, domains);
+        fuzz::Host::Instance().Log().Look();
+        return;
+    }
     world.firmware.Expect({answer});
     switch (query % 5) {
         case 0:
