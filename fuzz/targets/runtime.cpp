@@ -81,6 +81,7 @@ FUZZ_TARGET(runtime) {
     static const PcWithRuntime pc;
     scripted::Script& script = pc.library.Script();
     script.Reset();
+    script.repeatsFailedOutputs = true;
     fuzz::Input answers(input);
     script.decide = [&answers](const std::string&) { return AnyAnswer(answers); };
     size_t steps = 0;

@@ -252,7 +252,7 @@ class Component final : public Stored<lux::LUXComponent> {
         *data = nullptr;
         const bool stores = !answer.isNull && (answer.result == lux::LUX_OK || answer.isObject);
         const std::lock_guard lock(TheScript().mutex);
-        if (stores) *data = MakeOutput();
+        if (stores) *data = MakeOutput(answer.result == lux::LUX_OK);
         return answer.result;
     }
     lux::LUX_RESULT GetCaps(lux::LUXCaps** caps) override {
@@ -262,7 +262,8 @@ class Component final : public Stored<lux::LUXComponent> {
     }
 
   private:
-    lux::LUXData* MakeOutput() {
+    // What the caller gets. An output that comes with a failure may stay for the next query.
+    lux::LUXData* MakeOutput(bool succeeds) {
         Script& script = TheScript();
         if (Name() == "LUXDisplayCapture") {
             if (!script.screens.empty()) {
@@ -273,7 +274,7 @@ class Component final : public Stored<lux::LUXComponent> {
         }
         if (m_inputs.empty()) return nullptr;
         auto [content, number] = m_inputs.front();
-        m_inputs.pop_front();
+        if (succeeds || !script.repeatsFailedOutputs) m_inputs.pop_front();
         if (Name() == "LUXVideoConverter") {
             const bool isHdr = content.metadata != Metadata::None;
             content.format = isHdr ? content.format : lux::LUX_SURFACE_NV12;

@@ -68,6 +68,7 @@ class Script {
         traces.clear();
         lastScreen = {};
         backlog = capacity = 0;
+        repeatsFailedOutputs = false;
         surfaces = 0;
         version = lux::MakeVersion(1, 4, 38, 0);
         withoutFactory = withoutTrace = false;
@@ -134,6 +135,8 @@ class Script {
     std::deque<Packet> packets;
     size_t backlog = 0;   // outputs that converter and encoder have at their Init
     size_t capacity = 0;  // inputs that they hold; 0: any number
+    // An output that comes with a failure comes again. Else it is lost, and a caller that waits for it hangs.
+    bool repeatsFailedOutputs = false;
     lux::LUXVersion version = lux::MakeVersion(1, 4, 38, 0);
     bool withoutFactory = false, withoutTrace = false;
     // In place of all answers, when it is set. Called with the mutex.
