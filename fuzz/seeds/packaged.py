@@ -27,6 +27,7 @@ def readers():
         "full-fields": (0, [b"\xff" * 132]),
         "boot-mode": (BOOT_MODE, [number(2)]),
         "boot-mode-late": (BOOT_MODE | COMES_LATE, [number(1)]),
+        "boot-mode-late-and-stays": (BOOT_MODE | COMES_LATE | STAYS_BEHIND, [number(1)]),
         "boot-mode-short": (BOOT_MODE, [b"\2\0\0"]),
         "boot-mode-long": (BOOT_MODE | STAYS_BEHIND, [number(1, 2)]),
         "boot-mode-in-pieces": (BOOT_MODE | COMES_LATE, [b"\1\0", b"\0\0"]),

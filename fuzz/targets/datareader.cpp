@@ -73,12 +73,24 @@ void Await(fuzz::Host& host, const std::function<bool()>& holds) {
         host.Pace().GiveWay(moments);
 }
 
+// Whether there has been a call of this name since.
+class Calls {
+  public:
+    explicit Calls(const char* name) : m_name(name), m_before(Count()) {}
+    bool IsMade() const { return Count() > m_before; }
+
+  private:
+    uint64_t Count() const { return winhost::Gate::Instance().Count(m_name); }
+
+    const std::string m_name;
+    const uint64_t m_before;
+};
+
 // Each call waits for the service, or until it closes its end.
-UniqueFileHandle Play(fuzz::Host& host, const Helper& helper, uint64_t waitsBefore) {
+UniqueFileHandle Play(fuzz::Host& host, const Helper& helper, const Calls& waits, const Calls& reads) {
     UniqueFileHandle pipe;
     if (helper.Is(kNeverConnects)) return pipe;
-    if (helper.Is(kComesLate))
-        Await(host, [&] { return winhost::Gate::Instance().Count("ConnectNamedPipe") > waitsBefore; });
+    if (helper.Is(kComesLate)) Await(host, [&] { return waits.IsMade(); });
     const char* const name = helper.Is(kBootMode) ? kBootModePipeName : kWiFiPipeName;
     Await(host, [&] {
         pipe.Reset(CreateFileA(name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -89,7 +101,11 @@ UniqueFileHandle Play(fuzz::Host& host, const Helper& helper, uint64_t waitsBefo
         DWORD size = 0;
         if (!WriteFile(pipe.Get(), piece.data(), static_cast<DWORD>(piece.size()), &size, nullptr)) break;
     }
-    if (helper.Is(kStaysBehind)) return pipe;
+    if (helper.Is(kStaysBehind)) {
+        // Before that, the end of the process counts as the end of the program, and time may pass for it.
+        Await(host, [&] { return reads.IsMade(); });
+        return pipe;
+    }
     if (!helper.Is(kLeavesUnread)) FlushFileBuffers(pipe.Get());
     pipe.Reset();
     return pipe;
@@ -140,10 +156,10 @@ FUZZ_TARGET(datareader) {
     InstallProgram();
     host.Log().Look();
     const size_t handles = winhost::HandleTable::Instance().Size();
-    const uint64_t waits = winhost::Gate::Instance().Count("ConnectNamedPipe");
+    const Calls waits("ConnectNamedPipe"), reads("ReadFile");
     std::string record;
     std::thread reading([&] { record = Read(helper.Is(kBootMode)); });
-    UniqueFileHandle pipe = Play(host, helper, waits);
+    UniqueFileHandle pipe = Play(host, helper, waits, reads);
     host.Pace().Patiently([&] { reading.join(); });
     pipe.Reset();
     host.Log().Look();
