@@ -9,12 +9,12 @@
 #include <functional>
 #include <system_error>
 
-#include "base/ExecutableFolder.h"
 #include "base/FileGuard.h"
 #include "base/FilesystemPath.h"
 #include "base/Handles.h"
 #include "base/Log.h"
 #include "session/LaunchProcess.h"
+#include "state/HelperFolder.h"
 #include "state/ServiceState.h"
 
 namespace {
@@ -66,16 +66,6 @@ void DeleteIfThere(const std::string& path, const DeletionTexts& texts) {
     }
 }
 
-// Programs outside of a package cannot run in it, so a packaged service has a copy of the agent. Where users
-// could replace the copy, none is run.
-std::string GetKVMAgentFolder() {
-    constexpr const char* kComplaint = "Failed to locate service binary path";
-    if (!g_pServiceState->m_packageContext.GetIsPackage()) return ExecutableFolder(kComplaint);
-    if (g_pServiceState->m_bWorkingFolderSecure) return g_pServiceState->GetWorkingFolder();
-    LogInfo("%s", kComplaint);
-    return {};
-}
-
 }  // namespace
 
 int KVMAgent::LaunchKVMAgent(uint8_t displayMode) {
@@ -123,12 +113,7 @@ bool KVMAgent::IsKVMAgentRunning() {
 }
 
 bool KVMAgent::IsProcessRunning(uint32_t pid) {
-    const UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, pid));
-    if (!process) {
-        LogError("%s: OpenProcess failed with error: %d", "IsProcessRunning", GetLastError());
-        return false;
-    }
-    return WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+    return ::IsProcessRunning(pid);
 }
 
 void killProcessByName(const char* name) {

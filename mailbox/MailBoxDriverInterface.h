@@ -116,6 +116,18 @@ class MailBoxDriverInterface {
     // Succeeds even when Size exceeds the record's limit; the caller checks it.
     uint32_t GetDomainInfo(DomainInfo* domainDetails);
 
+    // --- the firmware's log records (FirmwareLogBuffer.cpp); nothing calls these three yet ---
+
+    // Asks the driver to map the ring of records, and stores its address in m_pLogBuffer. Returns 997 on
+    // success, otherwise the error. Passes the closed gate.
+    uint32_t AllocateLogBuffer();
+    // Asks the driver to take the ring away again. Returns what AllocateLogBuffer returns. No reader may run.
+    uint32_t DeAllocateLogBuffer();
+    // Copies each new record to the log until the service stops, or at once returns when there is no ring.
+    // Its own thread, which it keeps busy. A stop may wait for it for two seconds.
+    void ReadLogBuffer(const std::atomic<uint8_t>& serviceStopping);
+    void* m_pLogBuffer = nullptr;  // a FirmwareLogRing, which the driver owns
+
     // The gate: 1 after the service has reported itself as up. While it is 0, only WriteZELStatus and
     // GetMPMStatus are sent.
     std::atomic<uint8_t> m_bServiceUp{0};
@@ -129,6 +141,7 @@ class MailBoxDriverInterface {
     SharedDevice SetDevice(SharedDevice device);
     uint32_t InstallDevice(UniqueFileHandle device, uint64_t closes);
     uint32_t Write(const MailboxRequest& request, const void* bytes, uint32_t size);
+    uint32_t RequestLogBuffer(const char* name, uint32_t code);
     template <class Record>
     uint32_t Write(const TypedRequest<Record, NoRecord>& request, const Record* record);
     template <class Record>

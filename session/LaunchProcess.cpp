@@ -170,6 +170,15 @@ bool LaunchProcess(std::string_view name, std::string_view command, uint32_t& pi
     return LaunchWithoutEnvironment(token.Get(), program, command);
 }
 
+bool IsProcessRunning(uint32_t pid) {
+    const UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, pid));
+    if (!process) {
+        LogError("%s: OpenProcess failed with error: %d", "IsProcessRunning", GetLastError());
+        return false;
+    }
+    return WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+}
+
 bool GetSessionUserTokenWindows(UniqueHandle* token, DWORD session) {
     if (!token) {
         LogError("%s: KEYBOARD_MOUSE - User token is null", "GetSessionUserTokenWindows");

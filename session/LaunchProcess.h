@@ -16,6 +16,9 @@
 // cannot report it. Any thread.
 bool LaunchProcess(std::string_view name, std::string_view command, uint32_t& pid);
 
+// Returns true while the process runs. Returns false and logs an error when it cannot be opened. Any thread.
+bool IsProcessRunning(uint32_t pid);
+
 // Provides a SYSTEM token that belongs to the session of the console: a duplicate of its logon program's
 // token, set to `session`. Returns false and logs an error for a null pointer and when the token cannot be
 // had. Any thread.

@@ -67,7 +67,7 @@ const std::map<std::string, std::function<uint32_t(Interface&)>> kWrappers = {
     {"WritePwdUpdateStatus", With(&Interface::WritePwdUpdateStatus)},
 };
 
-// The ring of log records, which nothing asks for yet.
+// The ring of log records, in FirmwareLogBufferTest.cpp.
 const std::set<std::string> kWithoutWrapper = {"AllocateLogBuffer", "ReleaseLogBuffer"};
 
 class Requests : public ServiceFixture {
