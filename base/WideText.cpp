@@ -1,5 +1,7 @@
 #include "base/WideText.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr char32_t kLastCharacter = 0x10FFFF;
@@ -63,6 +65,12 @@ std::string ToUtf8(std::wstring_view text, size_t maxBytes) {
 
 std::string ToUtf8(std::u16string_view text, size_t maxBytes) {
     return Convert(text, maxBytes);
+}
+
+std::wstring WidenBytes(std::string_view text) {
+    std::wstring wide(text.size(), L'\0');
+    std::transform(text.begin(), text.end(), wide.begin(), WidenByte);
+    return wide;
 }
 
 void FillUtf16(std::span<char16_t> field, std::wstring_view text) {

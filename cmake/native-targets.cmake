@@ -1,6 +1,10 @@
 # What only the native build has: the Windows calls on Linux, the simulated firmware, and the tests.
 find_package(Threads REQUIRED)
 find_package(OpenSSL REQUIRED)
+find_package(CURL)
+if(NOT CURL_FOUND)
+    message(FATAL_ERROR "libcurl is missing: install the package libcurl4-openssl-dev")
+endif()
 
 # The sanitized builds compile everything twice for the tests, and half of that time is parsing. The others compile
 # without this, so that no file leans on a header that it doesn't include.
@@ -19,7 +23,7 @@ file(GLOB WINHOST_SOURCES CONFIGURE_DEPENDS winhost/*/*.cpp)
 list(FILTER WINHOST_SOURCES EXCLUDE REGEX "/winhost/(programs|tests)/")
 add_library(winhost STATIC ${WINHOST_SOURCES})
 target_include_directories(winhost SYSTEM BEFORE PUBLIC winhost/include)
-target_link_libraries(winhost PUBLIC testbed PRIVATE OpenSSL::Crypto)
+target_link_libraries(winhost PUBLIC testbed PRIVATE OpenSSL::Crypto CURL::libcurl)
 target_link_libraries(zelservice PUBLIC winhost)
 target_sources(ZELService PRIVATE winhost/programs/ServiceUsage.cpp)
 precompile(winhost ${STANDARD_HEADERS} <json/json.h>)

@@ -1,7 +1,7 @@
 # What only the Windows build has: the shipped executable's hardening, the mailbox driver and its gate.
 target_compile_definitions(zelservice PUBLIC _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 target_link_libraries(zelservice PUBLIC ws2_32 setupapi iphlpapi psapi wininet advapi32 shell32 ole32 oleaut32
-    wbemuuid powrprof wlanapi userenv wtsapi32 winmm crypt32 gdi32 d3d11 dxgi dxguid)
+    wbemuuid powrprof wlanapi userenv wtsapi32 winmm crypt32 netapi32 winhttp gdi32 d3d11 dxgi dxguid)
 # The linker sets ASLR, NX and high-entropy addresses by itself; the compiler's library for the stack protector comes
 # with the option at link time only.
 set(HARDENED_LINK -static -fstack-protector-strong)

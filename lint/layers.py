@@ -15,7 +15,7 @@ SHARED = ["base", "mailbox", "state"]
 
 # What a subsystem offers to other subsystems, besides SHARED. The service includes everything.
 OFFERED = {
-    "reporting": {"reporting/IPv4InfoStore.h", "reporting/StatusFile.h"},
+    "reporting": {"reporting/HostNames.h", "reporting/IPv4InfoStore.h", "reporting/StatusFile.h"},
     "session": {"session/LaunchProcess.h"},
     "hostcontrol": {"hostcontrol/FilterDriver.h", "hostcontrol/HostControl.h"},
     "KVMDisplayMgrLib/src": {"KVMDisplayMgrLib/src/DisplayMgr.h", "KVMDisplayMgrLib/src/EncodeCapability.h"},
@@ -35,7 +35,7 @@ USES = {
     "session": [],
     "hostcontrol": [],
     "wifi": [],
-    "identity": [],
+    "identity": ["reporting"],
     "package": [],
     "cloud": [],
 }

@@ -47,9 +47,6 @@ void SendNetworkStatus(bool wireless);
 // Returns the local time's offset from UTC in seconds, east positive. Returns 0 when it cannot be determined.
 int32_t GetTimezoneDiff();
 
-// Returns false and sets the domain to "N/A" when a name cannot be read.
-bool GetHostAndDnsDomain(std::string& host, std::string& domain);
-
 // Returns the number of filled slots. The record's Count may be larger.
 inline size_t FilledSlots(const MultiNwInfo& record) {
     return record.Count < MultiNwInfo::kSlots ? record.Count : MultiNwInfo::kSlots;

@@ -4,6 +4,7 @@
 
 #include "base/Log.h"
 #include "hostcontrol/SoftwareUpgrade.h"
+#include "identity/AdPassword.h"
 #include "identity/CsrEnrolment.h"
 #include "mailbox/MailboxCodes.h"
 #include "service/ZELService.h"
@@ -36,12 +37,15 @@ void HandleSoftwareUpgrade(ZELService&, const FirmwareMessage& message) {
     if (message.length != 0) StartSoftwareUpgrade(message.payload, message.length);
 }
 
-void HandleIndicationSubscribe(ZELService&, const FirmwareMessage&) {
+// An empty payload unsubscribes.
+void HandleIndicationSubscribe(ZELService& service, const FirmwareMessage& message) {
     LogInfo("%s: Indication subscribe command received: MPM_ZEL_CMD_INDICATION_SUBSCRIBE", kName);
+    service.m_indications.SubscribeIndication(message.payload, message.length);
 }
 
-void HandleIndicationEvent(ZELService&, const FirmwareMessage&) {
+void HandleIndicationEvent(ZELService& service, const FirmwareMessage& message) {
     LogInfo("%s: Indication event command received: MPM_ZEL_CMD_INDICATION_EVENT", kName);
+    if (message.length != 0) service.m_indications.PostIndication(message.payload, message.length);
 }
 
 // --- power: the action follows the next DASH data ---
@@ -140,8 +144,9 @@ void HandleCsr(ZELService&, const FirmwareMessage& message) {
     HandleCsrCommand(message.payload, message.length);
 }
 
-void HandlePasswordUpdate(ZELService&, const FirmwareMessage&) {
+void HandlePasswordUpdate(ZELService&, const FirmwareMessage& message) {
     LogInfo("MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD received");
+    HandleAdPasswordCommand(message.payload, message.length);
 }
 
 using Handler = void (*)(ZELService&, const FirmwareMessage&);

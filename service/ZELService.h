@@ -16,6 +16,7 @@
 #include "cloud/NubaClient.h"
 #include "connection/ConnectionAnnouncer.h"
 #include "dash/DASHClientInterface.h"
+#include "dash/Indications.h"
 #include "hostcontrol/FilterDriver.h"
 #include "hostcontrol/HostControl.h"
 #include "kvm/KVMClientInterface.h"
@@ -115,6 +116,7 @@ class ZELService : public ServiceState {
     ConnectionAnnouncer m_connectionAnnouncer{m_ipv4InfoStore, [this] { WakeAndUpdateMPMAndWait(false); }};
     HostControl m_hostControl;
     DASHClientInterface m_dashClientInterface{m_connectionAnnouncer};
+    Indications m_indications;
     DisplayMgr m_displayMgr;
     KVMClientInterface m_kvmClientInterface{m_connectionAnnouncer, m_statusFile, m_hostControl, m_displayMgr};
     NetworkInventory m_networkInventory{m_ipv4InfoStore, m_networkStateStore};

@@ -34,6 +34,12 @@ winhost::Clock& Clock() {
     return winhost::Clock::Instance();
 }
 
+// An input chooses the host of the alerts, which are not to leave the machine.
+void KeepAlertsHere() {
+    constexpr uint32_t kCannotConnect = 12029;
+    winhost::Gate::Instance().FailNth("WinHttpSendRequest", 1, kCannotConnect, true);
+}
+
 }  // namespace
 
 // Never destroyed: its threads run as long as the process.
@@ -66,6 +72,7 @@ void Host::Build() {
     pc.ports = {{uint16_t{664}, m_dashPort}, {uint16_t{22}, m_kvmPort}};
     pc.mailbox = "unix:" + m_folder + "/mailbox";
     winhost::Pc::Instance().Reset(pc);
+    KeepAlertsHere();
     Clock().SetManual(true);
     m_service = std::make_unique<ZELService>("");
     OpenLog();
@@ -162,7 +169,11 @@ void Host::Restore() {
                       ++m_inputs == kMostInputs;
     m_uses = kNothing;
     CountConnections();
-    if (uses & kKvm) winhost::Gate::Instance().Reset();
+    if (uses & kKvm) {
+        winhost::Gate::Instance().Reset();
+        KeepAlertsHere();
+    }
+    m_service->m_indications.m_bIndicationSubscribed = 0;
     m_service->m_hostControl.SetPowerOption(kPowerNone);
     if (!worn) return;
     TearDown();

@@ -48,8 +48,9 @@ unsigned UsesOf(uint8_t command) {
         case MPM_ZEL_CMD_KVM_IP_PORT_INFO:
         case MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER:
         case MPM_ZEL_CMD_GET_DISPAY_CONFIG:
-        case MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD:
             return Host::kNothing;
+        case MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD:
+            return Host::kThreads;
         default:
             return fuzz::IsCommand(command) ? Host::kThreads : Host::kNothing;
     }

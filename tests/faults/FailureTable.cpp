@@ -249,6 +249,15 @@ std::vector<FailureEntry> MakeTable() {
         {"InternetGetConnectedState",
          {0xFFFFFFFF},
          "a failure is its answer for a host without a connection"},
+        {"WinHttpOpen", {kNotEnoughMemory}},
+        {"WinHttpSetTimeouts", {kNotEnoughMemory}, "the limits of the platform hold"},
+        {"WinHttpConnect", {12005 /* no host */, kNotEnoughMemory}},
+        {"WinHttpOpenRequest", {kNotEnoughMemory}},
+        {"WinHttpAddRequestHeaders", {kInvalidParameter}, "the same block goes with the request"},
+        {"WinHttpSetOption", {12009 /* no such option */}},
+        {"WinHttpSendRequest",
+         {12002 /* too slow */, 12007 /* no address */, 12029 /* down */, 12175 /* no TLS */}},
+        {"WinHttpCloseHandle", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
         {"WlanOpenHandle", {kServiceNotActive, kNotEnoughMemory}},
         {"WlanCloseHandle", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
         {"WlanEnumInterfaces", {kInvalidHandle, kNotEnoughMemory, kServiceNotActive}},
@@ -291,6 +300,9 @@ std::vector<FailureEntry> MakeTable() {
         {"DestroyEnvironmentBlock", {kInvalidHandle}, "not examined: the work is done", StaysOpen},
         {"CreateProcessA", {kFileNotFound, kAccessDenied, kNotEnoughMemory}},
         {"CreateProcessAsUserA", {kFileNotFound, kPipeNotConnected, kPrivilegeNotHeld}},
+
+        {"NetUserChangePassword",
+         {kAccessDenied, 2245 /* NERR_PasswordTooShort */, 1351 /* no controller */}},
 
         // ---- power ----
         {"GetPwrCapabilities", {kAccessDenied}},

@@ -10,8 +10,8 @@ from harness.wine import windows_folder
 
 SYSTEM_DLLS = {
     "advapi32.dll", "bcrypt.dll", "crypt32.dll", "d3d11.dll", "dxgi.dll", "gdi32.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll",
-    "ole32.dll", "oleaut32.dll", "powrprof.dll", "psapi.dll", "setupapi.dll", "shell32.dll", "user32.dll", "userenv.dll",
-    "wininet.dll", "winmm.dll", "wlanapi.dll", "ws2_32.dll", "wtsapi32.dll",
+    "netapi32.dll", "ole32.dll", "oleaut32.dll", "powrprof.dll", "psapi.dll", "setupapi.dll", "shell32.dll", "user32.dll",
+    "userenv.dll", "winhttp.dll", "wininet.dll", "winmm.dll", "wlanapi.dll", "ws2_32.dll", "wtsapi32.dll",
 }
 HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPAT = 0x0020, 0x0040, 0x0100
 # Each with the target that has its sources.

@@ -60,6 +60,8 @@ std::vector<Command> JournalCommands() {
         {"service-actions", "the starts, stops and start types of described services that were asked for",
          List<ServiceAction>},
         {"commands", "the commands that were given to the command processor", List<SystemCommand>},
+        {"password-changes", "the changes of passwords in the directory that were asked for",
+         List<PasswordChange>},
         {"debug-texts", "the texts for a debugger", List<DebugText>},
     };
 }

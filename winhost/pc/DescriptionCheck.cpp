@@ -180,6 +180,24 @@ void CheckServices(const PcDescription& pc) {
     }
 }
 
+void CheckHash(const std::string& hash, const std::string& place) {
+    static const std::regex kHash("[0-9a-f]{64}");
+    Require(std::regex_match(hash, kHash), place, "expected 64 hexadecimal digits in lower case");
+}
+
+void CheckDirectory(const Directory& directory) {
+    std::set<std::string> names;
+    for (size_t i = 0; i < directory.accounts.size(); ++i) {
+        const DirectoryAccount& account = directory.accounts[i];
+        const std::string place = "directory.accounts[" + std::to_string(i) + "]";
+        Require(!account.name.empty(), place + ".name", "an account has a name");
+        Require(names.insert(account.name).second, place + ".name", "another account has it");
+        CheckHash(account.passwordHash, place + ".passwordHash");
+        for (size_t j = 0; j < account.earlierHashes.size(); ++j)
+            CheckHash(account.earlierHashes[j], place + ".earlierHashes[" + std::to_string(j) + "]");
+    }
+}
+
 void CheckGraphicsAdapter(const GraphicsAdapter& adapter, const std::string& place) {
     Require(adapter.description.size() <= kLongestGraphicsText, place + ".description", "too long");
     Require(adapter.luid != 0, place + ".luid", "0 is none");
@@ -236,6 +254,7 @@ void CheckDescription(const PcDescription& pc) {
     CheckSystem(pc);
     CheckSessions(pc);
     CheckServices(pc);
+    CheckDirectory(pc.directory);
     CheckGraphics(pc);
     if (pc.adapters) CheckAdapters(*pc.adapters);
     for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {

@@ -165,6 +165,7 @@ void VisitFields(Visitor& visit, D& pc) {
     visit("wmiConnectError", pc.wmiConnectError);
     visit("wmiQueryError", pc.wmiQueryError);
     visit("dnsDomain", pc.dnsDomain);
+    visit("directory", pc.directory);
     visit("timeZoneName", pc.timeZoneName);
     visit("timeZoneBiasMinutes", pc.timeZoneBiasMinutes);
     visit("timeZoneDaylightBiasMinutes", pc.timeZoneDaylightBiasMinutes);

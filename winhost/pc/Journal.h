@@ -105,6 +105,19 @@ struct ServiceAction {
     }
 };
 
+// A change of a password that was asked for. The passwords themselves are kept nowhere.
+struct PasswordChange {
+    std::string domain, user;
+    uint32_t result = 0;
+
+    template <class Visitor>
+    void Visit(Visitor visit) const {
+        visit("domain", domain);
+        visit("user", user);
+        visit("result", result);
+    }
+};
+
 // An argument that changes nothing on this PC, as it was given to the call.
 struct CallArgument {
     std::string call, name;
@@ -147,7 +160,7 @@ class Journal {
     mutable std::mutex m_mutex;
     std::tuple<std::deque<ServiceReport>, std::deque<EventLogEntry>, std::deque<PowerAction>,
                std::deque<ProcessLaunch>, std::deque<SystemCommand>, std::deque<DebugText>,
-               std::deque<CallArgument>, std::deque<ServiceAction>>
+               std::deque<CallArgument>, std::deque<ServiceAction>, std::deque<PasswordChange>>
         m_records;
 };
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "winhost/pc/DescribedService.h"
+#include "winhost/pc/Directory.h"
 #include "winhost/pc/GraphicsAdapter.h"
 #include "winhost/pc/Journal.h"
 #include "winhost/pc/Wlan.h"
@@ -90,6 +91,7 @@ struct PcDescription {
     uint32_t wmiConnectError = 0;        // HRESULT of IWbemLocator::ConnectServer, 0 for none
     uint32_t wmiQueryError = 0;          // HRESULT of every query, 0 for none
     std::string dnsDomain;               // GetComputerNameExA(ComputerNameDnsDomain)
+    Directory directory;
     std::string timeZoneName = "W. Europe Standard Time";
     int32_t timeZoneBiasMinutes = 0;  // UTC = local + bias, and the local time follows it
     // Added to the bias between the two transitions, usually -60. Without both there is no summer time.

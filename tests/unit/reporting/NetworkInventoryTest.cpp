@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "reporting/HostNames.h"
 #include "reporting/NetworkInventory.h"
 #include "reporting/NicInfo.h"
 #include "tests/unit/reporting/ReportingFixture.h"
