@@ -144,13 +144,14 @@ void CheckCommands(const winhost::Package& package, bool isSecondStart) {
     const auto commands = winhost::Pc::Instance().Records<winhost::SystemCommand>();
     fuzz::Require(commands.size() <= kMostCommands, "a start gives few commands");
     const std::string& folder = g_pServiceState->m_packageContext.m_packagePath;
+    const std::string powerShell = "PowerShell -NoProfile -ExecutionPolicy Bypass ";
     size_t starts = 0, trays = 0, recoveries = 0;
     for (const auto& [command] : commands) {
-        fuzz::Require(command.starts_with("schtasks /query /tn \"") ||
-                          command.starts_with("PowerShell -NoProfile -ExecutionPolicy Bypass -"),
+        fuzz::Require(command.starts_with("schtasks /query /tn \"") || command.starts_with(powerShell + "-"),
                       "only the scheduler and PowerShell are run", command);
-        starts += command.find("-Command \"&'" + folder + "\\scripts\\StartZEL.ps1' '") != std::string::npos;
-        trays += command.find("RegisterStartZELTrayUI.ps1\" -PackageFamilyName \"") != std::string::npos;
+        starts += command.starts_with(powerShell + "-Command \"&'" + folder + "\\scripts\\StartZEL.ps1' '");
+        trays += command.starts_with(powerShell + "-File \"" + folder +
+                                     "\\scripts\\RegisterStartZELTrayUI.ps1\" -PackageFamilyName \"");
         recoveries += command.ends_with("ConfigureRecoveryEnvironmentSupport.ps1' -Action Install\"");
     }
     fuzz::Require(starts == 1 || starts == 2, "the tasks are registered from the package's folder");
