@@ -18,7 +18,7 @@ using winhost::GraphicsAdapter;
 
 constexpr D3D_FEATURE_LEVEL kLevels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEATURE_LEVEL_11_0};
 
-winhost::Gate& Gate() {
+winhost::Gate& TheGate() {
     return winhost::Gate::Instance();
 }
 
@@ -154,7 +154,7 @@ TEST_F(DxgiTest, EachCallCanFail) {
     for (const char* call :
          {"CreateDXGIFactory", "CreateDXGIFactory1", "CreateDXGIFactory2", "IDXGIFactory::EnumAdapters",
           "IDXGIAdapter::EnumOutputs", "IDXGIAdapter::GetDesc", "IDXGIOutput::GetDesc", "D3D11CreateDevice"})
-        Gate().FailNth(call, 1, static_cast<uint32_t>(E_OUTOFMEMORY));
+        TheGate().FailNth(call, 1, static_cast<uint32_t>(E_OUTOFMEMORY));
     void* none = nullptr;
     EXPECT_EQ(E_OUTOFMEMORY, CreateDXGIFactory(IID_IDXGIFactory, &none));
     EXPECT_EQ(E_OUTOFMEMORY, CreateDXGIFactory1(IID_IDXGIFactory1, &none));
@@ -220,7 +220,7 @@ TEST_F(DxgiTest, ProtectionAgainstThreadsIsKeptByTheDevice) {
     EXPECT_EQ("ID3D10Multithread::SetMultithreadProtected(1)", winhost::ComHistory().back());
     ASSERT_EQ(S_OK, multithread->QueryInterface(IID_ID3D11Device, &found));
     EXPECT_EQ(m_device, Own(static_cast<ID3D11Device*>(found)));
-    Gate().FailNth("ID3D11Device::QueryInterface", 1, static_cast<uint32_t>(E_NOINTERFACE));
+    TheGate().FailNth("ID3D11Device::QueryInterface", 1, static_cast<uint32_t>(E_NOINTERFACE));
     EXPECT_EQ(E_NOINTERFACE, m_device->QueryInterface(IID_ID3D10Multithread, &found));
 }
 
