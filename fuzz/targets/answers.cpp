@@ -1,6 +1,7 @@
 // A hostile firmware's answers to what the service asks it: of any length, with any error, of any content.
 #include <json/json.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <filesystem>
@@ -166,8 +167,8 @@ Answer Plain(Answer answer, size_t size) {
 template <class Record>
 Record RecordOf(const Answer& answer) {
     Record record{};
-    std::memcpy(static_cast<void*>(&record), answer.bytes.data(),
-                std::min(sizeof record, answer.bytes.size()));
+    std::copy_n(answer.bytes.begin(), std::min(sizeof record, answer.bytes.size()),
+                reinterpret_cast<uint8_t*>(&record));
     return record;
 }
 

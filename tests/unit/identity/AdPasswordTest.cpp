@@ -221,7 +221,7 @@ TEST_F(AdPassword, ARefusalOfTheFirmwareIsTheEnd) {
 }
 
 TEST(AdPasswordMemory, TheContextIsWipedWhenItEnds) {
-    alignas(AdPasswordContext) unsigned char memory[sizeof(AdPasswordContext)];
+    alignas(AdPasswordContext) unsigned char memory[sizeof(AdPasswordContext)] = {};  // also the padding
     auto* context = new (memory) AdPasswordContext;
     std::memcpy(context->update.value.OldPassword, kOld, sizeof kOld);
     std::memset(context->update.value.NewPassword, 'n', sizeof context->update.value.NewPassword);
@@ -232,7 +232,7 @@ TEST(AdPasswordMemory, TheContextIsWipedWhenItEnds) {
 
 TEST(AdPasswordMemory, AWipedValueIsWipedWhole) {
     using Text = Wiped<wchar_t[129]>;
-    alignas(Text) unsigned char memory[sizeof(Text)];
+    alignas(Text) unsigned char memory[sizeof(Text)] = {};
     auto* text = new (memory) Text;
     std::fill(std::begin(text->value), std::end(text->value), L'p');
     text->~Text();
