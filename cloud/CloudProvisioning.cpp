@@ -5,6 +5,7 @@
 
 #include "base/FieldText.h"
 #include "base/Log.h"
+#include "base/Secret.h"
 #include "base/SecureFolder.h"
 #include "base/WholeFile.h"
 #include "cloud/NubaClient.h"
@@ -14,18 +15,10 @@ namespace {
 
 constexpr char kDomainSeparator = '\\';
 
-// The compiler keeps the writes although nothing reads them.
-template <size_t N>
-void Wipe(char (&field)[N]) {
-    volatile char* byte = field;
-    for (size_t i = 0; i < N; ++i)
-        byte[i] = 0;
-}
-
 // A record that holds the key for no longer than it is used.
 struct ReceivedInfo : CloudCertInfo {
     ReceivedInfo() : CloudCertInfo{} {}
-    ~ReceivedInfo() { Wipe(vCloudKey); }
+    ~ReceivedInfo() { WipeMemory(vCloudKey, sizeof vCloudKey); }
     ReceivedInfo(const ReceivedInfo&) = delete;
     ReceivedInfo& operator=(const ReceivedInfo&) = delete;
 };
@@ -80,7 +73,7 @@ bool NubaClient::GetCloudProvisioning() {
     // Two reports may run at once.
     const std::lock_guard lock(m_dataMutex);
     m_cloudCertInfo = info;
-    Wipe(m_cloudCertInfo.vCloudKey);
+    WipeMemory(m_cloudCertInfo.vCloudKey, sizeof m_cloudCertInfo.vCloudKey);
     if (info.vCloudCACertSize == 0 || info.vCloudCertSize == 0 || info.vCloudKeySize == 0) {
         LogInfo("Detected cloud provisioning missing");
         return false;

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "identity/Secret.h"
+#include "base/Secret.h"
 #include "mailbox/IdentityRecords.h"
 
 class MailBoxDriverInterface;

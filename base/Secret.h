@@ -1,4 +1,4 @@
-// Memory that holds a password, and is overwritten before it is released.
+// Memory that holds a password or a key, and is overwritten before it is released.
 #pragma once
 
 #include <cstddef>
