@@ -1,20 +1,10 @@
 #include "companions/ZELKVMApp/Behaviour.h"
 
-#include <charconv>
+#include "companions/NumberBehind.h"
 
 namespace {
 
 constexpr uint32_t kLongestMessage = 65536;
-
-// The number behind `key`; nothing when the word is not of that kind.
-std::optional<uint32_t> NumberBehind(const std::string& word, const std::string& key) {
-    if (word.compare(0, key.size(), key) != 0) return {};
-    uint32_t number = 0;
-    const char* const end = word.data() + word.size();
-    const auto parsed = std::from_chars(word.data() + key.size(), end, number);
-    if (parsed.ec != std::errc() || parsed.ptr != end) return {};
-    return number;
-}
 
 }  // namespace
 
@@ -31,7 +21,7 @@ std::optional<Behaviour> ParseBehaviour(const std::string& word) {
         behaviour.report.message = *message;
         return behaviour;
     }
-    behaviour.report.length = NumberBehind(word, "length=");
-    if (!behaviour.report.length || *behaviour.report.length > kLongestMessage) return {};
+    behaviour.report.length = NumberBehind(word, "length=", kLongestMessage);
+    if (!behaviour.report.length) return {};
     return behaviour;
 }
