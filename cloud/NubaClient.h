@@ -92,7 +92,7 @@ class NubaClient {
 // The DNS suffixes of the active adapters, each once.
 std::vector<std::string> GetNetworkDomains();
 
-// What the cloud library is told and the firmware's data is written to.
+// The files that the cloud library reads, and that the firmware's data is written to.
 struct CloudPaths {
     std::string host;         // the file with the name of the cloud's host
     std::string certsFolder;  // only the system and administrators can read what is in it

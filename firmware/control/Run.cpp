@@ -109,7 +109,7 @@ int Run(const RunOptions& options) {
     const bool print = !options.quiet && options.recordFile != "-";
     Enrolments enrolments;
     Firmware firmware(SettingsOf(options));
-    const auto tell = [&firmware, &record, print](const Event& event) {
+    const auto show = [&firmware, &record, print](const Event& event) {
         if (!print && !record) return;
         const bool hasKey = event.code == MailboxCode::WriteWiFiSyncInfo;
         const Json::Value json =
@@ -117,10 +117,10 @@ int Run(const RunOptions& options) {
         if (record) WriteLine(record.Get(), Compact(json));
         if (print) WriteLine(STDOUT_FILENO, LineOf(json));
     };
-    firmware.Observe([&enrolments, tell](const Event& event) {
-        tell(event);
+    firmware.Observe([&enrolments, show](const Event& event) {
+        show(event);
         if (const std::string verdict = VerdictOn(event, enrolments); !verdict.empty())
-            tell({Event::Kind::Note, "certificate", 0, {}, verdict, event.time});
+            show({Event::Kind::Note, "certificate", 0, {}, verdict, event.time});
     });
     std::mutex oneAtATime;
     std::optional<testbed::ControlSocket> control;

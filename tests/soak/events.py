@@ -138,7 +138,7 @@ class _Order:
     def _viewer(self):
         trouble = self._pick({
             "none": 10, "retry": 2, "refuse-data": 1, "delay-data": 1, "untrusted": 2, "taken-over": 2, "agent-crashes": 1,
-            "agent-stays": 1, "agent-killed": 1, "no-agent": 1, "nobody": 1, "trusted": 2})
+            "agent-stays": 1, "agent-killed": 1, "no-agent": 1, "no-user": 1, "trusted": 2})
         if trouble == "retry" and self._level < 31:
             trouble = "none"  # such firmware isn't asked again
         close = self._pick({"close": 5, "reset": 2, "firmware": 4, "server": 1})

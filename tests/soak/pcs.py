@@ -190,7 +190,7 @@ class NativePc:
 class WinePc:
     """What Wine lacks: power events, a WLAN service, the desktop's lock, and calls that end the PC but not its session."""
 
-    cannot = frozenset(("suspend", "lock", "nobody", "no-agent", "preshutdown", "power-28", "network-reported",
+    cannot = frozenset(("suspend", "lock", "no-user", "no-agent", "preshutdown", "power-28", "network-reported",
                         "screen", "wifi", "driver", "package"))
     always_errors = (
         "UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",

@@ -24,7 +24,7 @@ class Viewers:
     # --- events ---
 
     def viewer(self, seed, sizes, trouble, close, times, inner=()):
-        if trouble in ("no-agent", "nobody"):
+        if trouble in ("no-agent", "no-user"):
             self._without_agent(trouble)
         else:
             self._session(seed, sizes, trouble, close, times, inner)

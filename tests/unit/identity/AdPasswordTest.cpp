@@ -1,4 +1,4 @@
-// The password of the service account: what is asked of the directory, and what the firmware hears of it.
+// The password of the service account: the change in the directory, and the status that the firmware gets.
 #include "identity/AdPassword.h"
 
 #include <cstring>
