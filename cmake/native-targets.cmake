@@ -142,6 +142,10 @@ if(ZEL_TESTS)
         add_unit_tests(${folder}_tests tests/unit/${folder} testsupport)
     endforeach()
     add_dependencies(KVMDisplayMgrLib_tests luxrt64)
+    # The part of the installer that deletes files.
+    add_library(setup_data STATIC installer/setup/RemoveData.cpp)
+    target_link_libraries(setup_data PUBLIC zelservice_gated)
+    add_unit_tests(installer_tests tests/unit/installer setup_data testsupport)
 endif()
 
 if(ZEL_FUZZERS OR ZEL_TESTS)

@@ -75,12 +75,15 @@ class WineHost(Host):
         enter_namespace()
         copy_prefix(prepare(), self.prefix)
         self._install(windows_folder() / "mpmbox.sys", "windows/system32/drivers/mpmbox.sys")
-        for name in ("ZELService.exe", "ZELKVMApp.exe", *(MEDIA_RUNTIME if self._desktop else ())):
-            self._install(windows_folder() / name, f"Program Files/Tarvix/bin/{name}")
-        self._install(windows_folder() / "certreq.exe", "windows/system32/certreq.exe")
+        self._install_programs()
         self.session.boot()
         self._services = self._line_program("servicectl")
         return self
+
+    def _install_programs(self):
+        for name in ("ZELService.exe", "ZELKVMApp.exe", *(MEDIA_RUNTIME if self._desktop else ())):
+            self._install(windows_folder() / name, f"Program Files/Tarvix/bin/{name}")
+        self._install(windows_folder() / "certreq.exe", "windows/system32/certreq.exe")
 
     def _install(self, binary, place):
         target = self.drive / place

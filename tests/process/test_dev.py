@@ -42,6 +42,7 @@ def dev(tmp_path):
     (("fuzz", "1", "nothing"), "unknown target nothing; the targets are "),
     (("soak", "long"), "invalid float value: 'long'"),
     (("mutants", "nowhere"), "invalid choice: 'nowhere'"),
+    (("package", "msi"), "package takes no arguments"),
 ])
 def test_wrong_arguments_are_refused_at_once(dev, words, complaint):
     done, used = dev(*words)
@@ -61,6 +62,7 @@ def test_help_needs_no_build(dev, command):
     ("bench",), ("bench", "--rounds", "3"), ("bench", "screen"),
     ("faults",), ("faults", "kvm", "--quick", "stop", "--tsan"), ("faults", "kvm", "--site", "0xb1f62e", "--at=1", "-v", "-j8"),
     ("fuzz", "1", "wsman"), ("soak", "0.5", "--seed", "7"), ("mutants", "kvm", "--sample", "3"),
+    ("package",),
 ])
 def test_right_arguments_go_on_to_the_packages(dev, words):
     done, used = dev(*words)

@@ -1,4 +1,4 @@
-"""What the linker and the compiler put into the shipped executables: the service and its companions."""
+"""What the linker and the compiler put into the shipped executables: the service, its companions and its installer."""
 
 import json
 import re
@@ -17,7 +17,7 @@ HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPAT = 0x0020, 0x0040, 0x0100
 # Each with the target that has its sources.
 PROGRAMS = {
     "ZELService.exe": "zelservice", "ZELKVMApp.exe": "ZELKVMApp", "userconsent.exe": "userconsent",
-    "luxcapture.exe": "luxcapture", "luxrt64.dll": "luxrt",
+    "zelsetup.exe": "zelsetup", "luxcapture.exe": "luxcapture", "luxrt64.dll": "luxrt",
 }
 
 

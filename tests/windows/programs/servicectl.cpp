@@ -7,6 +7,7 @@
 //     wait NAME STATE MS     until it is in that state
 //     exit NAME MS           until its process has ended; its exit code
 //     footprint NAME         how many handles and threads its process has
+//     settings NAME          how it is registered
 #include "tests/windows/programs/LineServer.h"
 
 #include <tlhelp32.h>
@@ -98,6 +99,31 @@ Answer Query(const Words& words) {
         .Number("startType", reinterpret_cast<const QUERY_SERVICE_CONFIGA*>(config)->dwStartType);
 }
 
+Answer Settings(const Words& words) {
+    const UniqueServiceHandle service = Open(words.at(0));
+    if (!service) return Answer().Number("error", GetLastError());
+    alignas(QUERY_SERVICE_CONFIGA) BYTE config[8192] = {};
+    alignas(SERVICE_DESCRIPTIONA) BYTE description[8192] = {};
+    SERVICE_PRESHUTDOWN_INFO preshutdown{};
+    DWORD needed = 0;
+    auto& registered = reinterpret_cast<QUERY_SERVICE_CONFIGA&>(config);
+    if (!QueryServiceConfigA(service.Get(), &registered, sizeof config, &needed) ||
+        !QueryServiceConfig2A(service.Get(), SERVICE_CONFIG_DESCRIPTION, description, sizeof description,
+                              &needed) ||
+        !QueryServiceConfig2A(service.Get(), SERVICE_CONFIG_PRESHUTDOWN_INFO,
+                              reinterpret_cast<BYTE*>(&preshutdown), sizeof preshutdown, &needed))
+        return Answer().Number("error", GetLastError());
+    return Answer()
+        .Number("error", ERROR_SUCCESS)
+        .Number("type", registered.dwServiceType)
+        .Number("startType", registered.dwStartType)
+        .Text("command", registered.lpBinaryPathName)
+        .Text("account", registered.lpServiceStartName)
+        .Text("displayName", registered.lpDisplayName)
+        .Text("description", reinterpret_cast<const SERVICE_DESCRIPTIONA&>(description).lpDescription)
+        .Number("preshutdownTimeout", preshutdown.dwPreshutdownTimeout);
+}
+
 Answer Wait(const Words& words) {
     const ULONGLONG deadline = GetTickCount64() + std::stoul(words.at(2));
     SERVICE_STATUS_PROCESS status = Status(words.at(0));
@@ -158,5 +184,6 @@ int main() {
                        {"query", Query},
                        {"wait", Wait},
                        {"exit", Exit},
-                       {"footprint", Footprint}});
+                       {"footprint", Footprint},
+                       {"settings", Settings}});
 }

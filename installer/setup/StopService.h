@@ -1,0 +1,7 @@
+// The end of a service whose files are to be replaced or removed.
+#pragma once
+
+// Stops the service, if it runs, and waits until its process has ended: the SCM counts it as stopped before
+// that, and its files are still in use. False with the last error; ERROR_SERVICE_DOES_NOT_EXIST is no
+// success.
+bool StopService();
