@@ -11,18 +11,6 @@ namespace mpm {
 
 namespace {
 
-std::string TimeText(std::chrono::system_clock::time_point time) {
-    const auto milliseconds =
-        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-    const std::time_t seconds = milliseconds / 1000;
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char date[32], text[40];
-    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text, sizeof text, "%s.%03dZ", date, int(milliseconds % 1000));
-    return text;
-}
-
 Json::Value Start(const char* kind, const std::string& name, std::chrono::system_clock::time_point time) {
     Json::Value object(Json::objectValue);
     object["time"] = TimeText(time);
@@ -47,6 +35,18 @@ std::string FieldTexts(const Json::Value& fields) {
 }
 
 }  // namespace
+
+std::string TimeText(std::chrono::system_clock::time_point time) {
+    const auto milliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+    const std::time_t seconds = milliseconds / 1000;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char date[32], text[40];
+    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text, sizeof text, "%s.%03dZ", date, int(milliseconds % 1000));
+    return text;
+}
 
 Secrets SecretsOf(const Settings& settings, const std::string& request) {
     return settings.ShowWiFiKey && request == "WriteWiFiSyncInfo" ? Secrets::Shown : Secrets::Masked;

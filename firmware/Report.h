@@ -4,6 +4,7 @@
 
 #include <json/json.h>
 
+#include <chrono>
 #include <string>
 
 #include "firmware/Fields.h"
@@ -14,6 +15,9 @@ namespace mpm {
 
 // How the secrets of a request are to be shown.
 Secrets SecretsOf(const Settings& settings, const std::string& request);
+
+// "2026-01-31T12:03:04.123Z"
+std::string TimeText(std::chrono::system_clock::time_point time);
 
 // {"time": ..., "kind": "request", "name": "WriteZELStatus", "code": "0x9C41A410", "bytes": 4, "fields":
 // {"state": 1}}

@@ -129,6 +129,14 @@ void AddRun(CLI::App& app, Options& options) {
     run->add_option("--certificate", options.run.certificateFile,
                     "File for the DASH endpoint's certificate (PEM)");
     run->add_flag("--quiet", options.run.quiet, "Print nothing");
+    mpm::web::WebOptions& web = options.run.web;
+    run->add_option("--web", web.address,
+                    "Serve a page on 127.0.0.1:PORT, [::1]:PORT or PORT; 0 is any free port");
+    run->add_option("--web-ready-file", web.readyFile, "Written with the page's URL once it is served");
+    run->add_option("--web-pc", web.pc, "Control socket of the simulated PC, for the page");
+    run->add_option("--web-log", web.log, "The service's log, for the page");
+    run->add_option("--web-kvm", web.kvm, "Where the service serves viewers, for the page's VNC client");
+    run->add_option("--web-dash", web.dash, "Where the service serves consoles, shown in the page");
 }
 
 void AddClients(CLI::App& app, Options& options) {

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -63,12 +62,12 @@ void WriteLine(int descriptor, std::string line) {
 }
 
 // Appears whole or not at all, for those who wait for it.
-void WriteFile(const std::string& path, const std::string& text) {
+void WriteFile(const std::string& path, const std::string& text, mode_t mode = 0666) {
     const std::string part = path + ".part";
-    std::ofstream file(part);
-    file << text;
-    file.close();
-    if (!file) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    std::filesystem::remove(part);
+    const testbed::Descriptor file(open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!file || write(file.Get(), text.data(), text.size()) != ssize_t(text.size()))
+        throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
     std::filesystem::rename(part, path);
 }
 
@@ -103,17 +102,22 @@ void AwaitSignal(const testbed::Descriptor& signals) {
 }  // namespace
 
 int Run(const RunOptions& options) {
+    const bool hasPage = !options.web.address.empty();
+    if (hasPage) options.web.Check();
     const testbed::Descriptor signals = CatchSignals();
     signal(SIGPIPE, SIG_IGN);
     const testbed::Descriptor record = OpenRecord(options.recordFile);
     const bool print = !options.quiet && options.recordFile != "-";
     Enrolments enrolments;
     Firmware firmware(SettingsOf(options));
-    const auto show = [&firmware, &record, print](const Event& event) {
-        if (!print && !record) return;
+    const auto inbox = hasPage ? std::make_shared<web::Inbox>() : nullptr;
+    const auto show = [&firmware, &record, print, inbox](const Event& event) {
+        if (!print && !record && !inbox) return;
         const bool hasKey = event.code == MailboxCode::WriteWiFiSyncInfo;
-        const Json::Value json =
-            JsonOf(event, hasKey ? SecretsOf(firmware.CurrentSettings(), event.name) : Secrets::Masked);
+        const Secrets secrets = hasKey ? SecretsOf(firmware.CurrentSettings(), event.name) : Secrets::Masked;
+        if (inbox) inbox->Push(event, secrets);
+        if (!print && !record) return;
+        const Json::Value json = JsonOf(event, secrets);
         if (record) WriteLine(record.Get(), Compact(json));
         if (print) WriteLine(STDOUT_FILENO, LineOf(json));
     };
@@ -123,17 +127,22 @@ int Run(const RunOptions& options) {
             show({Event::Kind::Note, "certificate", 0, {}, verdict, event.time});
     });
     std::mutex oneAtATime;
+    const auto handle = [&](const Json::Value& request) {
+        std::lock_guard lock(oneAtATime);
+        return Handle(firmware, enrolments, request);
+    };
     std::optional<testbed::ControlSocket> control;
-    if (!options.controlSocket.empty())
-        control.emplace(options.controlSocket, kLongestLine, [&](const Json::Value& request) {
-            std::lock_guard lock(oneAtATime);
-            return Handle(firmware, enrolments, request);
-        });
+    if (!options.controlSocket.empty()) control.emplace(options.controlSocket, kLongestLine, handle);
     firmware.Listen(options.listen);
+    std::optional<web::WebServer> page;
+    if (hasPage) page.emplace(options.web, firmware, handle, inbox);
     // Not before, because the file may belong to a firmware that runs already.
     if (!options.certificateFile.empty()) WriteFile(options.certificateFile, firmware.Certificate());
     if (print) WriteLine(STDOUT_FILENO, "mpmsim listens on " + firmware.Address());
     if (!options.readyFile.empty()) WriteFile(options.readyFile, firmware.Address() + "\n");
+    if (page && print) WriteLine(STDOUT_FILENO, "the page is " + page->Url());
+    // Its token lets whoever has it control the PC.
+    if (page && !options.web.readyFile.empty()) WriteFile(options.web.readyFile, page->Url() + "\n", 0600);
     AwaitSignal(signals);
     return 0;
 }

@@ -12,7 +12,9 @@ from .waiting import eventually
 class Firmware:
     """mpmsim in `workdir`. `listen` is "unix:/path" or "tcp:127.0.0.1:port"."""
 
-    def __init__(self, workdir, listen=None, dash="identify", kvm="none", settings=None, record=True, quiet=False):
+    def __init__(self, workdir, listen=None, dash="identify", kvm="none", settings=None, record=True, quiet=False,
+                 web=None):
+        """`web` is the options of the page it serves, as {"pc": path}: the names are those of `mpmsim run --web-...`."""
         self.workdir = pathlib.Path(workdir)
         self.address = listen or f"unix:{self.workdir}/mailbox.sock"
         self.record_path = self.workdir / "firmware.jsonl"
@@ -24,6 +26,7 @@ class Firmware:
         self._kvm = kvm
         self._record = record
         self._quiet = quiet
+        self._web = web
         self._settings = self.workdir / "firmware.json"
         self._settings.write_text(json.dumps(settings or {}))
         self._process = None
@@ -31,6 +34,7 @@ class Firmware:
     def start(self):
         ready = self.workdir / "mpmsim.ready"
         ready.unlink(missing_ok=True)
+        (self.workdir / "page.url").unlink(missing_ok=True)
         command = [build_folder() / "mpmsim", "run", "--listen", self.address, "--control", self.control_path]
         command += ["--settings", self._settings, "--dash", self._dash, "--kvm", self._kvm, "--ready-file", ready]
         command += ["--certificate", self.certificate_path]
@@ -38,10 +42,23 @@ class Firmware:
             command += ["--record", self.record_path]
         if self._quiet:
             command.append("--quiet")
+        if self._web is not None:
+            command += ["--web", "0", "--web-ready-file", self.workdir / "page.url"]
+            command += [word for name, value in self._web.items() for word in (f"--web-{name}", value)]
         self._process = Process(command, self.log_path)
-        eventually(lambda: ready.exists() or not self._process.running(), "mpmsim to listen")
+        last = ready if self._web is None else self.workdir / "page.url"
+        eventually(lambda: last.exists() or not self._process.running(), "mpmsim to listen")
         assert self._process.running(), self._process.output()
         return self
+
+    @property
+    def url(self):
+        """Of the page that it serves."""
+        return (self.workdir / "page.url").read_text().strip()
+
+    @property
+    def pid(self):
+        return self._process.pid
 
     def __enter__(self):
         return self.start()
