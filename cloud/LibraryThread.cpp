@@ -18,8 +18,9 @@ constexpr int kAttempts = 20;
 // The thread shares it, so that it may outlive the owner.
 struct LibraryThread::State {
     TerminableCalls calls;
-    std::mutex mutex;  // guards the handle
+    std::mutex mutex;  // guards the handle and hasOwner
     UniqueHandle handle;
+    bool hasOwner = true;
     std::atomic<bool> hasReturned{false};
 
     // A thread that is terminated needs it.
@@ -28,6 +29,13 @@ struct LibraryThread::State {
         if (!own) LogWarn("%s: OpenThread failed with error: %d", "NubaClientThread", GetLastError());
         const std::lock_guard lock(mutex);
         handle.Reset(own);
+    }
+
+    // The event belongs to the owner, which gives it to its next thread.
+    void ReportReturn(HANDLE ended) {
+        hasReturned = true;
+        const std::lock_guard lock(mutex);
+        if (hasOwner) SetEvent(ended);
     }
 
     bool TerminateInsideCall() {
@@ -46,8 +54,7 @@ std::unique_ptr<LibraryThread> LibraryThread::Start(HANDLE ended, Body body) {
     auto thread = g_pServiceState->m_detachedThreads.StartOwned([state, ended, body = std::move(body)] {
         state->OpenOwnHandle();
         body(state->calls);
-        state->hasReturned = true;
-        SetEvent(ended);
+        state->ReportReturn(ended);
     });
     if (!thread) return nullptr;
     return std::unique_ptr<LibraryThread>(new LibraryThread(ended, state, std::move(thread)));
@@ -58,6 +65,8 @@ LibraryThread::LibraryThread(HANDLE ended, std::shared_ptr<State> state, std::un
 
 LibraryThread::~LibraryThread() {
     if (m_thread->joinable()) m_thread->detach();
+    const std::lock_guard lock(m_state->mutex);
+    m_state->hasOwner = false;
 }
 
 bool LibraryThread::HasReturned() const {

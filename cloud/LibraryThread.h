@@ -15,10 +15,11 @@ class LibraryThread {
     // Each call of the library is a TerminableCalls::Call.
     using Body = std::function<void(TerminableCalls& calls)>;
 
-    // Starts the thread, which sets the event when the body has returned. Both must outlive the thread.
-    // Returns null once the service ends. Throws std::system_error when the thread cannot be started.
+    // Starts the thread, which sets the event when the body has returned, unless its owner has been
+    // destroyed. Returns null once the service ends. Throws std::system_error when the thread cannot be
+    // started.
     static std::unique_ptr<LibraryThread> Start(HANDLE ended, Body body);
-    // Detaches a thread that has not been joined.
+    // Detaches a thread that has not been joined. What the body uses must outlive that thread.
     ~LibraryThread();
     LibraryThread(const LibraryThread&) = delete;
     LibraryThread& operator=(const LibraryThread&) = delete;
