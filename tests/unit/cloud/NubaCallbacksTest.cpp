@@ -28,6 +28,9 @@ TEST_F(NubaCallbacks, OnlyTheTwoPortsOfThisHostAreReachable) {
     EXPECT_TRUE(Allows("WINHOST-PC", "664"));
     EXPECT_TRUE(Allows("WINHOST-PC", "22"));
     EXPECT_TRUE(Allows("winhost-pc", "664"));
+    // As the C runtime reads a number.
+    EXPECT_TRUE(Allows("WINHOST-PC", " 664"));
+    EXPECT_TRUE(Allows("WINHOST-PC", "22/tcp"));
     for (const char* port :
          {"0", "", "23", "80", "663", "665", "6640", "-22", "4294967960", "4294967318", "port"})
         EXPECT_FALSE(Allows("WINHOST-PC", port)) << port;

@@ -173,45 +173,6 @@ TEST_F(CloudClient, WithoutAConfigurationItStaysIdle) {
     EXPECT_EQ(Script().Calls(), Calls{"InitData_new"});
 }
 
-// ---- the library's file ----
-
-TEST_F(CloudClient, AMissingLibraryIsLoggedOnce) {
-    ASSERT_TRUE(Client().GetCloudProvisioning());
-    Client().startNUBA();
-    Client().startNUBA();
-    EXPECT_FALSE(Client().IsRunning());
-    EXPECT_EQ(LogCount("Start NUBA from ZEL"), 2u);
-    EXPECT_EQ(LogCount("nubaapi.dll"), 1u);
-    EXPECT_TRUE(
-        HasLine("WARN", "NUBA: nubaapi.dll cannot be loaded, error: 126. There is no cloud connection"));
-    // It is found when it comes later.
-    InstallLibrary();
-    Client().startNUBA();
-    EXPECT_TRUE(AwaitConnections(1));
-    Client().stopNUBA();
-}
-
-TEST_F(CloudClient, ALibraryThatLacksAFunctionIsNotUsed) {
-    InstallLibraryWithout("nuba_server_deinit");
-    ASSERT_TRUE(Client().GetCloudProvisioning());
-    Client().startNUBA();
-    Client().startNUBA();
-    EXPECT_FALSE(Client().IsRunning());
-    EXPECT_TRUE(HasLine(
-        "WARN", "NUBA: nubaapi.dll has no function nuba_server_deinit. There is no cloud connection"));
-    EXPECT_EQ(LogCount("nubaapi.dll"), 1u);
-    EXPECT_EQ(GetModuleHandleA("nubaapi.dll"), nullptr);
-}
-
-TEST_F(CloudClient, WhatIsNoLibraryIsNotUsed) {
-    std::filesystem::create_directories(HostPath(kLibraryFolder));
-    std::ofstream(Installed()) << "no library";
-    ASSERT_TRUE(Client().GetCloudProvisioning());
-    Client().startNUBA();
-    EXPECT_TRUE(
-        HasLine("WARN", "NUBA: nubaapi.dll cannot be loaded, error: 193. There is no cloud connection"));
-}
-
 // ---- the attempts ----
 
 TEST_F(CloudClient, ItGivesUpAfter36Attempts) {

@@ -152,7 +152,20 @@ TEST_F(CloudProvisioning, ASizeBeyondItsFieldIsRefused) {
     EXPECT_EQ(AllFiles(), kFirst);
 }
 
+TEST_F(CloudProvisioning, TheFirmwaresWishToBypassTheCloudHasNoEffect) {
+    SetCloud([](mpm::CloudSettings& cloud) { cloud.BypassCloud = 1; });
+    EXPECT_TRUE(Client().GetCloudProvisioning());
+    EXPECT_EQ(AllFiles(), kFirst);
+}
+
 // ---- who can read them ----
+
+TEST_F(CloudProvisioning, TheServiceKeepsNoCopyOfTheKey) {
+    ASSERT_TRUE(Client().GetCloudProvisioning());
+    const std::string_view memory(reinterpret_cast<const char*>(&Client()), sizeof(NubaClient));
+    EXPECT_NE(memory.find("the certificate"), std::string_view::npos);
+    EXPECT_EQ(memory.find("the key"), std::string_view::npos);
+}
 
 TEST_F(CloudProvisioning, OnlyTheSystemReadsTheKey) {
     ASSERT_TRUE(Client().GetCloudProvisioning());

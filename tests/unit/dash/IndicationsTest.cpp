@@ -1,6 +1,7 @@
 // The commands that name a console for alerts and post one.
 #include "dash/Indications.h"
 
+#include <cstddef>
 #include <cstring>
 #include <string>
 
@@ -74,6 +75,15 @@ TEST_F(IndicationCommands, ASecureDestinationIsReachedByTls) {
     Alert("<alert/>");
     ASSERT_TRUE(console.AwaitRequests(1));
     EXPECT_EQ(BodiesOf(console), Bodies{"<alert/>"});
+}
+
+TEST_F(IndicationCommands, AnyValueButZeroMeansTls) {
+    const AlertConsole console(AlertConsole::Certificate::SelfSigned);
+    std::string record = DestinationRecord(kHost, console.Port(), "/events");
+    record[offsetof(IndicationDestination, Secure) + 3] = 1;
+    firmware.Send(MPM_ZEL_CMD_INDICATION_SUBSCRIBE, record);
+    Alert("<alert/>");
+    EXPECT_TRUE(console.AwaitRequests(1));
 }
 
 TEST_F(IndicationCommands, WithoutASubscriptionNothingIsPosted) {

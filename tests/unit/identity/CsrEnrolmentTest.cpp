@@ -81,6 +81,13 @@ TEST_F(CsrEnrolment, TheFirmwareGetsTheCertificateAndItsRoot) {
     EXPECT_TRUE(HasLine("INFO", "CSR Response " + std::to_string(response.RootCertSize) + " 7"));
 }
 
+TEST_F(CsrEnrolment, TheRootIsSentAlsoWhenItIsNotRequired) {
+    WriteCertreq("echo issued > " + std::string(kOutput));
+    CsrRequest request = RequestTo(kAlphaName);
+    request.IsRootCARequired = 0;
+    EXPECT_EQ(RootOf(Enrol(request)), OneLinePem(kAlphaPem));
+}
+
 TEST_F(CsrEnrolment, ARefusalIsAnAnswerWithoutACertificate) {
     ExpectError(kNoCrt);
     WriteCertreq("exit 1");

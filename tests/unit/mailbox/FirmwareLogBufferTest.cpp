@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <future>
 #include <thread>
 
 #include "mailbox/FirmwareLogRing.h"
@@ -168,6 +169,16 @@ TEST_F(FirmwareLog, AFailedWaitReturnsTheErrorOfThePendingCall) {
     EXPECT_EQ(Mailbox().AllocateLogBuffer(), kSuccess);
     Gate().Reset();
     Mailbox().CloseMPMDevice();
+}
+
+TEST_F(FirmwareLog, ACloseOfTheDeviceEndsAPendingRequest) {
+    OpenDevice();
+    ExpectError("LogBuffer: GetOverlappedResult failed for AllocateLogBuffer with error: 995");
+    firmware.Hold("AllocateLogBuffer");
+    auto request = std::async(std::launch::async, [this] { return Mailbox().AllocateLogBuffer(); });
+    EXPECT_TRUE(firmware.AwaitRequest("AllocateLogBuffer"));
+    Mailbox().CloseMPMDevice();
+    EXPECT_EQ(request.get(), 995u);
 }
 
 TEST_F(FirmwareLog, WithoutARingTheReaderEnds) {
