@@ -5,13 +5,11 @@
 #include <cstring>
 #include <filesystem>
 
-#include "base/FieldText.h"
 #include "kvm/AgentPipeRecords.h"
 #include "mailbox/ConsentRecords.h"
-#include "mailbox/IdentityRecords.h"
 #include "mailbox/WiFiSyncRecord.h"
+#include "tests/faults/Errands.h"
 #include "tests/faults/PipeProgram.h"
-#include "winhost/tests/Certificates.h"
 #include "winhost/wlan/WlanNetworks.h"
 #include "tests/support/DriverPc.h"
 #include "winhost/wlan/WlanService.h"
@@ -170,29 +168,6 @@ void Consent(World& world) {
     world.Settle();
 }
 
-// ---- certificates ----
-
-// Without certreq.exe, for which no time would pass: the answer has only the root.
-void SettledWithStores(World& world) {
-    World::Pc().Change([](auto& pc) {
-        pc.rootCertificates = {kAlphaPem};
-        pc.registry[R"(HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\SystemCertificates\MY\Certificates)"] = {
-            {"1", kAlphaPem}};
-    });
-    world.LaunchAndSettle();
-}
-
-void Enrolment(World& world) {
-    CsrRequest request{};
-    CopyToField(request.ADCSName, "ca.example.test");
-    CopyToField(request.RootCAName, kAlphaName);
-    CopyToField(request.ADCSTemplateName, "Machine");
-    request.CSRSize = sizeof request.CSR;
-    world.firmware.Send(MPM_ZEL_CMD_CSR, mpm::Bytes::Of(request));
-    world.Until([&] { return world.firmware.Count("WriteCSRResponse") >= 1; });
-    world.Settle();
-}
-
 // ---- the PC ----
 
 void SuspendAndResume(World& world) {
@@ -340,8 +315,12 @@ const std::vector<Scenario>& Scenarios() {
         {"display", "a session with the PC's own screen, from the agent's report to its end, with two frames",
          SettledWithDisplayAgent, Display, false, true},
         {"consent", "a question to the person at the PC, and the answer", Settled, Consent},
-        {"enrolment", "a request of the firmware for a certificate, whose root is found", SettledWithStores,
-         Enrolment},
+        {"enrolment", "a request of the firmware for a certificate, whose root is found",
+         errands::SettledWithStores, errands::Enrolment},
+        {"password", "the password of the service account is changed in the directory",
+         errands::SettledWithDirectory, errands::Password},
+        {"alert", "the firmware names a console and sends it an alert", Settled, errands::Alert},
+        {"upgrade", "the firmware orders a software upgrade", errands::SettledWithUpgrade, errands::Upgrade},
         {"power", "a console reboots the PC, hibernates it, and shuts it down", Settled, Power},
         {"suspend", "the PC sleeps and wakes", Settled, SuspendAndResume},
         {"network", "addresses change, reported by Windows and found by a scan, and a network is joined",

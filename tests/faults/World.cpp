@@ -19,7 +19,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr char kLogPath[] = "C:\\ProgramData\\Tarvix\\Manageability\\zel.log";
-constexpr char kAgentPath[] = "C:\\Program Files\\Tarvix\\Service\\bin\\ZELKVMApp.exe";
+constexpr char kBin[] = "C:\\Program Files\\Tarvix\\Service\\bin\\";
 constexpr char kPackage[] = R"(C:\Program Files\WindowsApps\Tarvix.ZEL)";
 constexpr char kReader[] = R"(\WiFiSyncDataReader\WiFiSyncDataReader.exe)";
 constexpr char kListening[] = "Calling HTTPS Socket Accept";
@@ -108,11 +108,15 @@ void World::LaunchAndSettle() {
     Settle();
 }
 
-void World::InstallAgent() {
-    const std::filesystem::path path = HostPath(kAgentPath);
+void World::InstallProgram(const char* name, const char* lines) {
+    const std::filesystem::path path = HostPath(std::string(kBin) + name);
     std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path) << "#!/bin/sh\nexec sleep 1000\n";
+    std::ofstream(path) << "#!/bin/sh\n" << lines << "\n";
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+}
+
+void World::InstallAgent() {
+    InstallProgram("ZELKVMApp.exe", "exec sleep 1000");
 }
 
 void World::InstallPackage() {

@@ -70,8 +70,10 @@ class World : private ServiceFixture {
     void Control(uint32_t control, uint32_t eventType = 0);
     // Calls of `act` are the service's own, on a thread of Windows.
     void OnThreadOfWindows(const std::function<void()>& act);
-    // A program in the service's folder that stays until it is made to leave.
-    void InstallAgent();
+    // A program in the service's folder that runs these lines of the shell.
+    static void InstallProgram(const char* name, const char* lines);
+    // One that stays until it is made to leave.
+    static void InstallAgent();
     // Makes the service a packaged one, on a PC with a task scheduler that has no task and a PowerShell that
     // succeeds.
     void InstallPackage();

@@ -33,7 +33,7 @@ def dev(tmp_path):
     (("bench", "--rounds", "0"), "--rounds needs at least 1"),
     (("bench", "quickly"), "unknown part quickly; the parts are bytes, screen"),
     (("faults", "kvmm"), "unknown scenario 'kvmm'; there are start, packaged, update, dash, kvm, display, consent, enrolment, "
-                         "power, suspend, network, cloud, reader, driver, stop"),
+                         "password, alert, upgrade, power, suspend, network, cloud, reader, driver, stop"),
     (("faults", "kvm", "--quickly"), "unrecognized arguments: --quickly"),
     (("faults", "kvm", "--tsan", "--at"), "argument --at: expected one argument"),
     (("faults", "--debug", "kvm", "--at", "-1"), "invalid number value: '-1'"),
