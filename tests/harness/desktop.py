@@ -37,6 +37,17 @@ def psnr(seen, painted):
     return 10 * math.log10(255 ** 2 / error) if error else math.inf
 
 
+def a_picture(size):
+    """What no empty screen shows: a square of each colour, on a ground that changes from left to right. The edges are where the
+    encoder keeps a colour for two pixels."""
+    from PIL import Image, ImageDraw
+    picture = Image.linear_gradient("L").rotate(90).resize(size).convert("RGB")
+    draw = ImageDraw.Draw(picture)
+    for place, color in enumerate(("red", "lime", "blue", "yellow")):
+        draw.rectangle((40 + 150 * place, 100, 139 + 150 * place, 299), fill=color)
+    return picture
+
+
 class Desktop:
     """An X screen that only the VNC server shows. It asks for no password, and listens on the loopback alone."""
 

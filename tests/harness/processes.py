@@ -32,6 +32,27 @@ def end_all_with(variable):
                 os.kill(pid, signal.SIGKILL)
 
 
+def command_line(pid):
+    """The words of a process; none of one that has gone."""
+    with contextlib.suppress(OSError):
+        return pathlib.Path(f"/proc/{pid}/cmdline").read_text(errors="replace").split("\0")
+    return []
+
+
+def descendants(pid):
+    """The processes that this one has started, and those that they have started."""
+    parents = {}
+    for each in _process_ids():
+        with contextlib.suppress(OSError):
+            parents[each] = int(pathlib.Path(f"/proc/{each}/stat").read_text().rpartition(")")[2].split()[1])
+
+    def is_below(each):
+        while each in parents and each != pid:
+            each = parents[each]
+        return each == pid
+    return [each for each in parents if each != pid and is_below(each)]
+
+
 def _process_ids():
     return [int(folder.name) for folder in pathlib.Path("/proc").glob("[0-9]*")]
 

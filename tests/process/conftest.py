@@ -12,6 +12,10 @@ from harness.native import NativeHost
 from harness.waiting import eventually
 
 
+def pytest_addoption(parser):
+    parser.addoption("--sleep-of-page", type=float, default=1, help="how many seconds a page of the lab sleeps")
+
+
 class Stage:
     """One PC with its firmware. Processes start when the test says so and end with it."""
 

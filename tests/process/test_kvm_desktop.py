@@ -4,7 +4,7 @@ import struct
 
 import pytest
 
-from harness.desktop import Desktop, Viewer, is_same_picture, what_is_missing
+from harness.desktop import Desktop, Viewer, a_picture, is_same_picture, what_is_missing
 from harness.kvm import receive
 from harness.waiting import eventually
 
@@ -21,16 +21,6 @@ def viewers_that_leave_unread_bytes_behind(kvm):
 def desktop(tmp_path):
     with Desktop(tmp_path) as desktop:
         yield desktop
-
-
-def a_picture(size):
-    """What no empty screen shows: a square of each colour, on a ground that changes from left to right."""
-    from PIL import Image, ImageDraw
-    picture = Image.linear_gradient("L").rotate(90).resize(size).convert("RGB")
-    draw = ImageDraw.Draw(picture)
-    for place, color in enumerate(("red", "lime", "blue", "yellow")):
-        draw.rectangle((40 + 150 * place, 100, 140 + 150 * place, 300), fill=color)
-    return picture
 
 
 def test_a_viewer_sees_what_is_on_the_screen_until_the_firmware_ends_the_session(kvm, desktop, tmp_path):

@@ -5,7 +5,7 @@ import struct
 
 import pytest
 
-from harness.desktop import Desktop, Viewer, psnr, what_is_missing
+from harness.desktop import Desktop, Viewer, a_picture, psnr, what_is_missing
 from harness.host import CAPABILITY_QUERY
 from harness.kvm import receive
 from harness.processes import build_folder
@@ -40,16 +40,6 @@ def screen(kvm, desktop):
     kvm.host.await_log("Calling HTTPS Socket Accept")
     kvm.enable()
     return kvm
-
-
-def a_picture(size):
-    """A gradient with a square of each colour, whose edges are where the encoder keeps a colour for two pixels."""
-    from PIL import Image, ImageDraw
-    picture = Image.linear_gradient("L").rotate(90).resize(size).convert("RGB")
-    draw = ImageDraw.Draw(picture)
-    for place, color in enumerate(("red", "lime", "blue", "yellow")):
-        draw.rectangle((40 + 150 * place, 100, 139 + 150 * place, 299), fill=color)
-    return picture
 
 
 def frames(screen):
