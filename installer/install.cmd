@@ -34,5 +34,5 @@ echo The service is installed and runs.
 exit /b 0
 
 :failed
-echo The service could not be installed. Does an administrator run this?
+echo The service could not be installed. This needs an administrator, and no program in "%ROOT%bin" may run.
 exit /b 1

@@ -18,5 +18,5 @@ echo The service is removed.
 exit /b 0
 
 :failed
-echo The service could not be removed. Does an administrator run this?
+echo The service could not be removed. This needs an administrator, and no program in "%ROOT%bin" may run.
 exit /b 1

@@ -2,9 +2,8 @@
 // runs it as SYSTEM; install.cmd and remove.cmd run it as an administrator. It is not installed.
 //
 //     stop                   stops the service and waits for the end of its process
-//     configure PROGRAM      sets the service's command line, and what the SCM does when the service fails
-//     and
-//                            when Windows shuts down
+//     configure PROGRAM      sets the service's command line, its restart after a failure, and how long a
+//                            shutdown of Windows waits for it
 //     open-firewall PROGRAM  adds the firewall's rules for the service's program
 //     close-firewall         removes them
 //     remove-data            deletes what the service has stored, but not its logs
