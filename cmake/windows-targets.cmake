@@ -7,11 +7,14 @@ target_link_libraries(zelservice PUBLIC ws2_32 setupapi iphlpapi psapi wininet a
 set(HARDENED_LINK -static -fstack-protector-strong)
 target_link_options(ZELService PRIVATE ${HARDENED_LINK})
 
-# A program of this tree that runs beside the service: like it, it needs system DLLs only.
-function(add_hardened_program name)
-    add_executable(${name} ${ARGN})
+# A target of this tree that runs beside the service: like it, it needs system DLLs only.
+function(harden name)
     target_compile_definitions(${name} PRIVATE _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
     target_link_options(${name} PRIVATE ${HARDENED_LINK})
+endfunction()
+function(add_hardened_program name)
+    add_executable(${name} ${ARGN})
+    harden(${name})
 endfunction()
 # What tests/sdk asserts of the headers, here of the real SDK's.
 file(GLOB SDK_CONTRACT CONFIGURE_DEPENDS tests/sdk/*.cpp)
@@ -23,5 +26,7 @@ add_subdirectory(installer/setup)
 if(ZEL_RUNTIME)
     add_subdirectory(runtime/software)
 endif()
+add_subdirectory(tests/windows/support)
 add_subdirectory(tests/windows/programs)
 add_subdirectory(tests/windows/wlanapi)
+add_subdirectory(tests/windows/netapi32)

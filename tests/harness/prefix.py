@@ -26,7 +26,7 @@ SYSTEM_CLASS = "{4d36e97d-e325-11ce-bfc1-08002be10318}"
 INSTALLATION_KEY = "HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Tarvix\\Tarvix Manageability Service"
 
 # The driver sets "Linked" while its gate is attached. An empty debugger keeps a crash a crash. Services get the public
-# profile as their PROGRAMDATA from Wine.
+# profile as their PROGRAMDATA from Wine. The service takes the netapi32.dll of a test, if one is there.
 REGISTRY = {
     INTERFACE_KEY: {"DeviceInstance": "ROOT\\MPMBOX\\0000"},
     INTERFACE_KEY + "\\#": {"SymbolicLink": f"\\\\?\\ROOT#MPMBOX#0000#{INTERFACE}"},
@@ -42,6 +42,7 @@ REGISTRY = {
         "ImagePath": f"\"{INSTALLATION}bin\\ZELService.exe\" -service",
     },
     INSTALLATION_KEY: {"InstallationPath": INSTALLATION},
+    f"HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\{SERVICE}.exe\\DllOverrides": {"netapi32": "native,builtin"},
     "HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug": {"Debugger": ""},
     "HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList": {"Public": "C:\\ProgramData"},
 }

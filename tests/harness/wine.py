@@ -8,6 +8,7 @@ import os
 import pathlib
 import shutil
 
+from .directory import Directory
 from .host import INSTALLATION, RUNNING, STOPPED, Footprint, Host
 from .namespace import enter_namespace, entry_command
 from .lines import LineProgram
@@ -22,6 +23,7 @@ def windows_folder():
     return pathlib.Path(os.environ.get("ZEL_WINDOWS_BUILD", REPOSITORY / "build" / "windows"))
 
 
+TCPIP_KEY = "HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Services\\Tcpip\\Parameters"
 # What the service captures the screen with.
 MEDIA_RUNTIME = ("luxrt64.dll", "luxcapture.exe")
 
@@ -40,7 +42,7 @@ class WineHost(Host):
         self.prefix = self.workdir / "wine"
         self.drive = self.prefix / "drive_c"
         self.working_folder = self.drive / "ProgramData" / "Tarvix" / "Manageability"
-        self._executables = self.drive / "Program Files" / "Tarvix" / "bin"
+        self.executables = self.drive / "Program Files" / "Tarvix" / "bin"
         self.session = Session(self.prefix)
         self.gate_log = self.workdir / "mpmgate.log"
         self._services = None
@@ -169,10 +171,20 @@ class WineHost(Host):
         self.boot()
         assert self.session.run("reg", "add", INSTALLATION_KEY, "/v", "InstallationPath", "/d", path, "/f") == 0
 
+    def join_domain(self, name):
+        """Gives the PC a DNS domain, or takes it away when the name is empty."""
+        self.boot()
+        assert self.session.run("reg", "add", TCPIP_KEY, "/v", "Domain", "/d", name, "/f") == 0
+
     def use_wlan(self):
         """The PC's WLAN service, which the service finds when it starts the next time; its remove() ends it."""
         self.boot()
-        return Wlan(self._executables, windows_folder() / "wlan" / "wlanapi.dll")
+        return Wlan(self.executables, windows_folder() / "wlanapi" / "wlanapi.dll")
+
+    def use_directory(self):
+        """The PC's directory, which the service finds when it starts the next time; its remove() ends it."""
+        self.boot()
+        return Directory(self.executables, windows_folder() / "netapi32" / "netapi32.dll")
 
     # --- the user's session and the programs beside the service ---
 
@@ -194,7 +206,7 @@ class WineHost(Host):
 
     def set_agent_behaviour(self, word):
         """What the agents do that start from now on (docs/companions.md); None for nothing special."""
-        behaviour = self._executables / "ZELKVMApp.behaviour"
+        behaviour = self.executables / "ZELKVMApp.behaviour"
         behaviour.write_text(word + "\n") if word else behaviour.unlink(missing_ok=True)
 
     def set_certreq_behaviour(self, word):
@@ -271,7 +283,7 @@ class WineHost(Host):
 
     def stop_service(self):
         """Stops it through the SCM and returns the exit code of the process."""
-        assert self.control(1) == 0
+        assert (error := self.control(1)) == 0, f"the SCM cannot stop the service, error {error}"
         self.await_state(STOPPED)
         return self.wait()
 

@@ -5,8 +5,9 @@ import json
 
 import pytest
 
+from harness.directory import PASSWORD_STATUS, files_with, send_passwords
+
 OLD, NEW = "the old Secret", "the new Secret"
-STATUS = "WritePwdUpdateStatus"
 
 
 def hash_of(password):
@@ -25,26 +26,16 @@ def laptop(stage):
     return boot
 
 
-def send(stage, old, new):
-    record = old.encode().ljust(128, b"\0") + new.encode().ljust(128, b"\0")
-    file = stage.workdir / "record"
-    file.write_bytes(record)
-    stage.firmware.send("AD_SERVICE_PWD_UPDATE_CMD", "--file", file)
-
-
 def test_the_password_changes_and_shows_nowhere(laptop):
     stage = laptop()
-    send(stage, OLD, NEW)
-    assert stage.firmware.await_request(STATUS)["fields"] == {"status": 0}
+    send_passwords(stage, OLD, NEW)
+    assert stage.firmware.await_request(PASSWORD_STATUS)["fields"] == {"status": 0}
     directory = json.loads(stage.host.ctl("description", "--json"))["directory"]
     assert directory["accounts"][0]["passwordHash"] == hash_of(NEW)
     changes = json.loads(stage.host.ctl("password-changes", "--json"))
     assert changes == [{"domain": "CORP.EXAMPLE", "user": "WINHOST-PC_vork_service", "result": 0}]
     assert stage.host.stop_service() == 0
-    (stage.workdir / "record").unlink()
-    for path in stage.workdir.rglob("*"):
-        if path.is_file():
-            assert b"Secret" not in path.read_bytes(), path
+    assert files_with("Secret", stage.workdir) == []
 
 
 @pytest.mark.parametrize("old, new, directory, code", [
@@ -53,13 +44,13 @@ def test_the_password_changes_and_shows_nowhere(laptop):
 def test_a_refusal_reaches_the_firmware(laptop, stage, old, new, directory, code):
     stage.expect_errors("AD Password change failed with error")
     laptop(**directory)
-    send(stage, old, new)
-    assert stage.firmware.await_request(STATUS)["fields"] == {"status": code}
+    send_passwords(stage, old, new)
+    assert stage.firmware.await_request(PASSWORD_STATUS)["fields"] == {"status": code}
 
 
 def test_a_stop_does_not_wait_for_the_directory(laptop):
     stage = laptop(responseMs=600_000)
-    send(stage, OLD, NEW)
+    send_passwords(stage, OLD, NEW)
     stage.host.await_log("Service account name: ")
     assert stage.host.stop_service() == 0
-    assert not stage.firmware.requests(STATUS)
+    assert not stage.firmware.requests(PASSWORD_STATUS)
