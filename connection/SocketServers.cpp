@@ -1,5 +1,10 @@
 #include "connection/SocketServers.h"
 
+#include <windows.h>
+#include <handleapi.h>
+
+#include <bit>
+
 #include "base/Log.h"
 #include "state/ServiceState.h"
 
@@ -13,6 +18,12 @@ void StartWinsock() {
     if (const int error = WSAStartup(MAKEWORD(2, 0), &data)) {
         LogError("WSAStartup() call failed with error: %d", error);
     }
+}
+
+// A program that the service starts may inherit its handles. A listener that such a program holds keeps its
+// port, and its accept() does not end when the service closes it.
+void KeepToThisProcess(SOCKET socket) {
+    SetHandleInformation(std::bit_cast<HANDLE>(socket), HANDLE_FLAG_INHERIT, 0);
 }
 
 }  // namespace
@@ -39,6 +50,7 @@ int SocketServer::CreateSocket(uint16_t port) {
         LogError("socket() API failed with error: %d", error);
         return error;
     }
+    KeepToThisProcess(listener);
     const int error = BindAndListen(listener, port);
     if (error) CloseBaseSocket();
     return error;
@@ -69,6 +81,7 @@ UniqueSocket SocketServer::AcceptSocket(bool blocking, sockaddr_in& peer) {
         if (ReportsFailedAccept()) LogError("accept() API failed with error: %d", error);
         return {};
     }
+    KeepToThisProcess(accepted.Get());
     u_long mode = blocking ? 0 : 1;
     if (ioctlsocket(accepted.Get(), FIONBIO, &mode) != 0) {
         LogError("ioctlsocket() API failed with error: %d", WSAGetLastError());

@@ -58,6 +58,7 @@ std::vector<FailureEntry> MakeTable() {
         {"ReleaseMutex", {}, kOwned},
         {"ResetEvent", {}, kOwned},
         {"SetEvent", {}, kOwned},
+        {"SetHandleInformation", {}, kOwned},
         {"VariantClear", {}, kOwned},
         {"WaitForSingleObject", {}, kOwned},
         {"QueryPerformanceCounter", {}, "never fails since Windows XP"},

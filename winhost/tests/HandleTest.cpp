@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
+#include <handleapi.h>
 #include <setupapi.h>
 
 #include <set>
@@ -88,6 +89,15 @@ TEST(Handles, OfDeviceListsAreNotForCloseHandle) {
         SetupDiGetClassDevsA(&anyClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CloseHandle(list)));
     EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
+}
+
+TEST(Handles, AreInheritedByNoProgram) {
+    const HANDLE event = NewEvent();
+    EXPECT_TRUE(SetHandleInformation(event, HANDLE_FLAG_INHERIT, 0));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED,
+              ErrorOf(SetHandleInformation(event, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT)));
+    CloseHandle(event);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(SetHandleInformation(event, HANDLE_FLAG_INHERIT, 0)));
 }
 
 TEST(Handles, AreCountedWhileOpen) {

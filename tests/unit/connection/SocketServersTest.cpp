@@ -1,5 +1,7 @@
 #include "connection/SocketServers.h"
 
+#include <handleapi.h>
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -85,6 +87,15 @@ TYPED_TEST(SocketServers, AnAcceptedSocketHasNothingToDoWithTheServerAnyMore) {
     server->CloseBaseSocket();
     EXPECT_EQ(send(accepted.Get(), "still here", 10, 0), 10);
     EXPECT_EQ(client.Receive(10), "still here");
+}
+
+TYPED_TEST(SocketServers, KeepTheirSocketsFromOtherPrograms) {
+    TypeParam server;
+    server.CreateSocket(664);
+    const ConsoleClient client = this->Connect();
+    Accept(server, false);
+    EXPECT_EQ(this->ArgumentsOf("SetHandleInformation", "dwMask"),
+              std::vector<uint32_t>(2, HANDLE_FLAG_INHERIT));
 }
 
 TYPED_TEST(SocketServers, CreateSocketReplacesAListenerOfItsOwn) {
