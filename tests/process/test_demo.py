@@ -1,4 +1,4 @@
-"""What ./dev run prints for people works when it is pasted into a shell."""
+"""What ./dev run and ./dev lab print for people works when it is pasted into a shell or a browser."""
 
 import os
 import pathlib
@@ -7,6 +7,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import urllib.request
 
 import pytest
 
@@ -41,3 +42,19 @@ def test_the_lines_of_dev_run_can_be_pasted_and_its_folder_goes(tmp_path, short_
     assert not os.listdir(short_folder)
     [log] = re.findall(r"the service's log: (.*)", run.output())
     assert "ZEL Service DOWN" in pathlib.Path(log).read_text(errors="replace")
+
+
+def test_the_address_of_the_lab_opens_and_its_folder_goes(tmp_path, short_folder):
+    environment = {**os.environ, "PYTHONPATH": str(REPOSITORY / "tests"), "TMPDIR": short_folder}
+    run = Process([sys.executable, REPOSITORY / "demo" / "lab.py"], tmp_path / "lab.out", env=environment)
+    try:
+        [url] = eventually(lambda: re.findall(r"The lab is at (http://127\.0\.0\.1:\S+)", run.output()), "the lab's address", 60)
+        with urllib.request.urlopen(url, timeout=20) as answer:
+            assert "<title>ZEL lab</title>" in answer.read().decode()
+        [log] = eventually(lambda: re.findall(r"The service's log is (.*); Ctrl-C", run.output()), "the line after it")
+        assert "ZEL Service UP" in pathlib.Path(log).read_text(errors="replace")
+        run.signal(signal.SIGINT)
+        assert run.wait(30) == 0, run.output()
+    finally:
+        run.kill()
+    assert not os.listdir(short_folder)

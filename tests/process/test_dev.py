@@ -42,6 +42,7 @@ def dev(tmp_path):
     (("fuzz", "1", "nothing"), "unknown target nothing; the targets are "),
     (("soak", "long"), "invalid float value: 'long'"),
     (("mutants", "nowhere"), "invalid choice: 'nowhere'"),
+    (("lab", "--linux"), "unrecognized arguments: --linux"),
     (("package", "msi"), "package takes no arguments"),
 ])
 def test_wrong_arguments_are_refused_at_once(dev, words, complaint):
@@ -51,7 +52,7 @@ def test_wrong_arguments_are_refused_at_once(dev, words, complaint):
     assert (done.stdout, used) == ("", [])
 
 
-@pytest.mark.parametrize("command", ["bench", "faults", "soak", "mutants"])
+@pytest.mark.parametrize("command", ["bench", "faults", "lab", "soak", "mutants"])
 def test_help_needs_no_build(dev, command):
     done, used = dev(command, "--help")
     assert (done.returncode, done.stderr, used) == (0, "", [])
@@ -62,7 +63,7 @@ def test_help_needs_no_build(dev, command):
     ("bench",), ("bench", "--rounds", "3"), ("bench", "screen"),
     ("faults",), ("faults", "kvm", "--quick", "stop", "--tsan"), ("faults", "kvm", "--site", "0xb1f62e", "--at=1", "-v", "-j8"),
     ("fuzz", "1", "wsman"), ("soak", "0.5", "--seed", "7"), ("mutants", "kvm", "--sample", "3"),
-    ("package",),
+    ("package",), ("lab", "--windows"),
 ])
 def test_right_arguments_go_on_to_the_packages(dev, words):
     done, used = dev(*words)

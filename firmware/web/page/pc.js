@@ -9,10 +9,19 @@ const STATES = { 1: "stopped", 2: "start pending", 3: "stop pending", 4: "runnin
 const UP = 5, UNPLUGGED = 2; // the states of an adapter
 const REFRESH = 2000; // milliseconds
 
+const isRecord = (value) => value !== null && typeof value === "object" && !Array.isArray(value);
+
+function tableOf(rows) {
+  const names = [...new Set(rows.flatMap(Object.keys))];
+  return el("div", { class: "scroll" }, el("table", {}, el("thead", {}, el("tr", {}, names.map((name) => el("th", { scope: "col" }, name)))),
+    el("tbody", {}, rows.map((row) => el("tr", {}, names.map((name) => el("td", {}, name in row ? resultOf(row[name]) : "")))))));
+}
+
 function resultOf(value) {
+  if (Array.isArray(value) && value.length && value.every(isRecord)) return tableOf(value);
   if (Array.isArray(value))
     return value.length ? el("ol", {}, value.map((each) => el("li", {}, resultOf(each)))) : el("span", { class: "hint" }, "nothing");
-  if (value === null || typeof value !== "object") return el("span", {}, valueText(value));
+  if (!isRecord(value)) return el("span", {}, valueText(value));
   const members = Object.entries(value);
   if (!members.length) return el("span", { class: "hint" }, "done");
   return el("dl", { class: "facts" }, members.flatMap(([name, member]) => [el("dt", {}, name), el("dd", {}, resultOf(member))]));
