@@ -164,6 +164,10 @@ void Firmware::SavePicture(const std::string& path) const {
     picture->SaveAs(path);
 }
 
+void Firmware::ObserveScreen(std::shared_ptr<ScreenObserver> observer) {
+    m_implementation->On([&](Processor& processor) { processor.ObserveScreen(std::move(observer)); });
+}
+
 void Firmware::OnDash(std::function<void(std::span<const uint8_t>)> take) {
     m_implementation->On([&](Processor& processor) { processor.OnDash(std::move(take)); });
 }

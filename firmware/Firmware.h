@@ -29,6 +29,8 @@
 
 namespace mpm {
 
+class ScreenObserver;
+
 inline constexpr int kForever = -1;
 inline constexpr std::chrono::milliseconds kPatience{10000};  // real time
 
@@ -169,6 +171,9 @@ class Firmware {
     // Writes the last decoded picture of the session as a PPM file. Throws std::runtime_error when there is
     // none, or the file cannot be written.
     void SavePicture(const std::string& path) const;
+    // Shows the host's frames to the observer too, from the next one on; null ends it. The observer is called
+    // on the firmware's thread.
+    void ObserveScreen(std::shared_ptr<ScreenObserver> observer);
 
     // --- functions called on the firmware's thread ---
     // Takes the bytes of WriteDASHPacket while Settings::Dash is None.

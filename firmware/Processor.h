@@ -46,6 +46,7 @@ class Processor {
     void OnDash(std::function<void(std::span<const uint8_t>)> take);
     void Observe(std::function<void(const Event&)> observer);
 
+    void ObserveScreen(std::shared_ptr<ScreenObserver> observer);
     // Null unless Settings::Kvm is Peer::Screen.
     DisplayClient* Screen() { return m_screen.get(); }
 
@@ -107,6 +108,7 @@ class Processor {
     std::map<std::string, std::vector<uint8_t>> m_host;  // the last accepted record by name
     std::optional<DashEndpoint> m_endpoint;              // made when it is first needed
     std::unique_ptr<DisplayClient> m_screen;
+    std::shared_ptr<ScreenObserver> m_screenObserver;
     std::unique_ptr<StreamPeer> m_dash, m_kvm;  // of the connection that is open
     bool m_dashEnded = false;                   // by command 41, since the connection began
     // Peers whose connection has ended, until the loop's next round: they may be what is running.

@@ -24,6 +24,12 @@ void Processor::AdoptScreen() {
                 [this](std::span<const uint8_t> bytes) { SendStream(MPM_ZEL_CMD_KVM_DATA, bytes); },
             .isBehind = [this] { return HostIsBehind(); },
             .note = [this](const std::string& text) { Note("screen", text); }});
+    m_screen->Observe(m_screenObserver);
+}
+
+void Processor::ObserveScreen(std::shared_ptr<ScreenObserver> observer) {
+    m_screenObserver = std::move(observer);
+    if (m_screen) m_screen->Observe(m_screenObserver);
 }
 
 bool Processor::IsQuiet(uint32_t requestCode) const {

@@ -21,6 +21,8 @@ class Descriptor {
         if (m_value >= 0) close(std::exchange(m_value, -1));
     }
     int Get() const { return m_value; }
+    // Gives it to another owner.
+    int Release() { return std::exchange(m_value, -1); }
     explicit operator bool() const { return m_value >= 0; }
 
   private:

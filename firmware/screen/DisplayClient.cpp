@@ -87,7 +87,8 @@ void DisplayClient::BeginStream() {
     m_streamBegun = true;
     m_meter = {};
     m_before = {};
-    m_shown = nullptr;
+    m_shown = m_observed = nullptr;
+    if (m_observer) m_observer->BeginStream();
     m_decoder.Begin(m_settings.Ivf, m_width, m_height);
 }
 
@@ -189,15 +190,24 @@ void DisplayClient::TakeChunk(std::span<const uint8_t> record) {
               std::to_string(FrameAssembler::kEmptyChunks) + " requests with empty chunks");
     }
     if (m_failing && !m_assembler.InFrame()) PauseAfterFailure();
-    if (result.complete) {
-        m_failuresInARow = 0;
-        std::vector<uint8_t> frame = m_assembler.TakeFrame();
-        m_meter.Add(m_frameAsked, Clock::now(), frame.size(), m_assembler.Chunks());
-        if (m_meter.Frames() == 1)
-            m_host.note("the first frame has come: " + std::to_string(frame.size()) + " bytes");
-        m_decoder.Push(std::move(frame));
-    }
+    if (result.complete) TakeFrame();
     Next();
+}
+
+void DisplayClient::TakeFrame() {
+    m_failuresInARow = 0;
+    std::vector<uint8_t> frame = m_assembler.TakeFrame();
+    const auto now = Clock::now();
+    m_meter.Add(m_frameAsked, now, frame.size(), m_assembler.Chunks());
+    if (m_meter.Frames() == 1)
+        m_host.note("the first frame has come: " + std::to_string(frame.size()) + " bytes");
+    if (m_observer) {
+        const auto complete = std::chrono::system_clock::now();
+        const auto took = std::chrono::duration_cast<std::chrono::microseconds>(now - m_frameAsked);
+        m_observer->TakeFrame(
+            {frame, m_width, m_height, uint32_t(m_meter.Frames()), complete - took, complete});
+    }
+    m_decoder.Push(std::move(frame));
 }
 
 // A host that cannot capture at all would else be kept busy with empty chunks.
@@ -213,11 +223,19 @@ void DisplayClient::ShowNewest() {
     if (m_shown) m_viewer->Show(m_shown);
 }
 
+void DisplayClient::ObserveNewest() {
+    const auto newest = m_decoder.Newest();
+    if (!m_observer || !newest || newest == m_observed) return;
+    m_observed = newest;
+    m_observer->TakePicture(newest);
+}
+
 void DisplayClient::OnNews() {
     eventfd_t count = 0;
     eventfd_read(m_news.Get(), &count);
     for (const std::string& note : m_decoder.CollectNotes())
         Fault(note);
+    ObserveNewest();
     if (m_viewer) {
         for (const std::string& note : m_viewer->CollectNotes())
             m_host.note(note);

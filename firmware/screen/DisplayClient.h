@@ -12,6 +12,7 @@
 #include "firmware/screen/FrameAssembler.h"
 #include "firmware/screen/FrameMeter.h"
 #include "firmware/screen/RfbServer.h"
+#include "firmware/screen/ScreenObserver.h"
 #include "mailbox/MailboxCodes.h"
 
 namespace mpm {
@@ -32,6 +33,8 @@ class DisplayClient {
 
     // New values hold for the next frame; the file for the next session.
     void Adopt(const ScreenSettings& settings);
+    // Null for none.
+    void Observe(std::shared_ptr<ScreenObserver> observer) { m_observer = std::move(observer); }
     // Asks for the configuration (command 49); the host has to have it before a viewer connects.
     void Ask();
     void Configure(uint32_t width, uint32_t height);
@@ -51,6 +54,8 @@ class DisplayClient {
 
     void BeginStream();
     void ShowNewest();
+    void ObserveNewest();
+    void TakeFrame();
     void PauseAfterFailure();
     void Next();
     void Request();
@@ -83,7 +88,8 @@ class DisplayClient {
     EventLoop::TimerId m_dueTimer = 0, m_silenceTimer = 0;
 
     DecoderThread m_decoder;
-    std::shared_ptr<const Picture> m_shown;
+    std::shared_ptr<ScreenObserver> m_observer;
+    std::shared_ptr<const Picture> m_shown, m_observed;
     std::unique_ptr<RfbServer> m_viewer;
     std::shared_ptr<bool> m_viewerStays;             // false once it was stopped from here
     std::list<std::unique_ptr<RfbServer>> m_ending;  // until their threads have ended

@@ -11,7 +11,8 @@ constexpr size_t kMostInBatch = 500;
 constexpr size_t kMostBatchBytes = 256u << 10;
 constexpr size_t kMostWaitingAnswers = 8;
 constexpr size_t kMostJobs = 1024;
-constexpr std::chrono::milliseconds kHostPeriod{200}, kQuietHostPeriod{2000}, kPcPeriod{1000};
+constexpr std::chrono::milliseconds kHostPeriod{200}, kQuietHostPeriod{2000}, kPcPeriod{1000},
+    kScreenPeriod{1000};
 
 void AddMember(std::string& object, const char* name, const std::string& json) {
     (object += object.empty() ? "{\"" : ",\"").append(name).append("\":").append(json);
@@ -25,7 +26,7 @@ void Lab::Status::Set(std::string newest) {
     ++version;
 }
 
-Lab::Lab(const Firmware& firmware, Handle handle, std::shared_ptr<Inbox> inbox, Options options,
+Lab::Lab(Firmware& firmware, Handle handle, std::shared_ptr<Inbox> inbox, Options options,
          std::function<void()> wake)
     : m_firmware(firmware),
       m_handle(std::move(handle)),
@@ -35,9 +36,17 @@ Lab::Lab(const Firmware& firmware, Handle handle, std::shared_ptr<Inbox> inbox, 
       m_wire(kMaxEntries, kMaxEntryBytes, [](uint64_t, const WireEntry& entry) { return entry.ToJson(); }),
       m_log(kMaxEntries, kMaxEntryBytes,
             [](uint64_t serial, const LogLine& line) { return line.ToJson(serial); }),
-      m_worker(kMostJobs) {
+      m_tap(std::make_shared<ScreenTap>(m_wake)),
+      m_worker(kMostJobs),
+      m_inputWorker(kMostJobs) {
     if (!m_options.log.empty()) m_follower.emplace(m_options.log);
     if (!m_options.pc.empty()) m_pc.emplace(m_options.pc);
+    m_firmware.ObserveScreen(m_tap);
+}
+
+Lab::~Lab() {
+    m_tap->Disconnect();
+    m_firmware.ObserveScreen(nullptr);
 }
 
 Lab::PageId Lab::Open() {
@@ -46,6 +55,8 @@ Lab::PageId Lab::Open() {
 }
 
 void Lab::Close(PageId page) {
+    const Page* const found = Find(page);
+    if (found && found->usedInput) ReleaseInput();
     m_pages.erase(page);
 }
 
@@ -62,20 +73,21 @@ bool Lab::IsBusy(PageId page) const {
 
 void Lab::Answer(PageId page, std::string text) {
     if (Page* const found = Find(page))
-        found->answers.push_back(std::make_shared<const Outgoing>(Outgoing{false, std::move(text)}));
+        found->answers.push_back({false, std::make_shared<const std::string>(std::move(text))});
 }
 
-std::shared_ptr<const Outgoing> Lab::Next(PageId id) {
+Outgoing Lab::Next(PageId id) {
     Page& page = m_pages.at(id);
     if (!page.answers.empty()) {
-        const auto answer = std::move(page.answers.front());
+        Outgoing answer = std::move(page.answers.front());
         page.answers.pop_front();
         return answer;
     }
-    if (!page.greeted || page.ticks == m_ticks) return nullptr;
-    page.ticks = m_ticks;
-    std::string batch = BatchFor(page);
-    return batch.empty() ? nullptr : std::make_shared<const Outgoing>(Outgoing{false, std::move(batch)});
+    if (!page.greeted) return {};
+    if (std::exchange(page.ticks, m_ticks) != m_ticks)
+        if (std::string batch = BatchFor(page); !batch.empty())
+            return {false, std::make_shared<const std::string>(std::move(batch))};
+    return FrameFor(page);
 }
 
 std::string Lab::BatchFor(Page& page) {
@@ -88,6 +100,8 @@ std::string Lab::BatchFor(Page& page) {
     if (!wire.array.empty()) AddMember(batch, "wire", wire.array);
     if (!log.array.empty()) AddMember(batch, "log", log.array);
     if (std::exchange(page.host, m_host.version) != m_host.version) AddMember(batch, "host", m_host.text);
+    if (std::exchange(page.screen, m_screen.version) != m_screen.version)
+        AddMember(batch, "screen", m_screen.text);
     if (std::exchange(page.state, m_state.version) != m_state.version)
         AddMember(batch, "state", m_state.text);
     return batch.empty() ? batch : batch + "}";
@@ -98,6 +112,7 @@ void Lab::Tick() {
     DrainInbox();
     ReadLog();
     RefreshHost();
+    RefreshScreen();
     RefreshState();
 }
 
@@ -115,29 +130,36 @@ void Lab::ReadLog() {
         m_log.Add(m_log.Newest() + 1, std::move(line));
 }
 
-// The firmware's thread puts the answer together, so that it is not asked more often than pages can show.
-void Lab::RefreshHost() {
-    const auto age = Clock::now() - m_hostTime;
-    if (m_hostAsked || age < (m_hostMayDiffer ? kHostPeriod : kQuietHostPeriod)) return;
-    const bool posted = m_worker.Post([this] {
+bool Lab::Refresh(const char* verb, Status& status, bool& asked) {
+    return m_worker.Post([this, verb, &status, &asked] {
         std::string text;
         try {
             Json::Value request;
-            request["verb"] = "show";
+            request["verb"] = verb;
             text = Compact(m_handle(request));
-        } catch (const std::exception& error) {
-            Json::Value failure;
-            failure["error"] = error.what();
-            text = Compact(failure);
+        } catch (const std::exception&) {
+            // Without a display client there is no screen.
         }
-        Post([this, text] {
-            m_hostAsked = false;
-            m_host.Set(text);
+        Post([&status, &asked, text] {
+            asked = false;
+            if (!text.empty()) status.Set(text);
         });
     });
-    m_hostAsked = posted;
+}
+
+// The firmware is not asked more often than pages can show.
+void Lab::RefreshHost() {
+    const auto age = Clock::now() - m_hostTime;
+    if (m_hostAsked || age < (m_hostMayDiffer ? kHostPeriod : kQuietHostPeriod)) return;
+    m_hostAsked = Refresh("show", m_host, m_hostAsked);
     m_hostTime = Clock::now();
     m_hostMayDiffer = false;
+}
+
+void Lab::RefreshScreen() {
+    if (!m_watched || m_screenAsked || Clock::now() - m_screenTime < kScreenPeriod) return;
+    m_screenAsked = Refresh("screen", m_screen, m_screenAsked);
+    m_screenTime = Clock::now();
 }
 
 void Lab::RefreshState() {
@@ -150,6 +172,7 @@ void Lab::RefreshState() {
     state["vanished"] = m_inbox->Vanished();
     state["pc"] = !m_pc ? "none" : m_pcOn ? "on" : "off";
     state["pages"] = Json::UInt64(m_pages.size());
+    state["held"] = m_held;
     m_state.Set(Compact(state));
 }
 

@@ -35,6 +35,9 @@ void Lab::Receive(PageId page, std::string_view text) {
 void Lab::Act(PageId page, PageMessage message) {
     if (message.verb == "hello") return Greet(page, message);
     if (message.verb == "pc") return AskPc(page, message);
+    if (message.verb == "watch") return WatchScreen(page, message);
+    if (message.verb == "hold") return Hold(page, message);
+    if (message.verb == "key" || message.verb == "pointer") return Input(page, message);
     if (message.verb == "bytes") return Answer(page, AnswerText(message.id, Bytes(message)));
     if (!IsControlVerb(message.verb))
         throw std::invalid_argument("\"" + message.verb.substr(0, 40) + "\" is not known");
@@ -49,11 +52,11 @@ void Lab::AnswerLater(PageId page, std::string text) {
     });
 }
 
-void Lab::Control(PageId page, const PageMessage& message) {
-    const bool posted = m_worker.Post([this, page, id = message.id, request = ControlRequestOf(message)] {
+void Lab::RunOn(Worker& worker, PageId page, uint64_t id, std::function<Json::Value()> work) {
+    const bool posted = worker.Post([this, page, id, work = std::move(work)] {
         std::string text;
         try {
-            text = AnswerText(id, m_handle(request));
+            text = AnswerText(id, work());
             if (text.size() > kLongestAnswer)
                 text = RefusalText(Json::UInt64(id), "the answer is too long for a page; mpmsim has it");
         } catch (const std::exception& error) {
@@ -63,6 +66,11 @@ void Lab::Control(PageId page, const PageMessage& message) {
     });
     if (!posted) throw std::runtime_error("the firmware has too many requests of pages to serve");
     ++m_pages.at(page).waiting;
+}
+
+void Lab::Control(PageId page, const PageMessage& message) {
+    RunOn(m_worker, page, message.id,
+          [this, request = ControlRequestOf(message)] { return m_handle(request); });
 }
 
 void Lab::AskPc(PageId page, const PageMessage& message) {
@@ -123,7 +131,7 @@ Json::Value Lab::Features() const {
     Json::Value features;
     features["pc"] = m_pc.has_value();
     features["log"] = m_follower.has_value();
-    features["screen"] = false;
+    features["screen"] = true;
     features["vnc"] = m_options.vnc;
     if (!m_options.dash.empty()) features["dash"] = m_options.dash;
     return features;

@@ -13,6 +13,7 @@
 
 #include "firmware/web/HttpAnswer.h"
 #include "firmware/web/PageFiles.h"
+#include "firmware/web/Viewers.h"
 
 namespace mpm::web {
 
@@ -22,7 +23,9 @@ constexpr size_t kMostSockets = 100;        // WebSockets
 constexpr unsigned kMostConnections = 256;  // of all kinds, with the server's own descriptors
 constexpr size_t kLongestMessage = 2u << 20;
 constexpr size_t kPiece = 64u << 10;
-constexpr const char* kEventsProtocol = "zel-lab";
+constexpr const char *kEventsProtocol = "zel-lab", *kVncProtocol = "binary";
+// A page that is loaded anew is back sooner.
+constexpr std::chrono::seconds kHoldWithoutPages{5};
 constexpr const char* kVncClientFolder = "/usr/share/novnc";
 
 std::filesystem::path PageFolder() {
@@ -46,7 +49,7 @@ void WebOptions::Check() const {
 
 class WebServer::Implementation {
   public:
-    Implementation(const WebOptions& options, const Firmware& firmware, Lab::Handle handle,
+    Implementation(const WebOptions& options, Firmware& firmware, Lab::Handle handle,
                    std::shared_ptr<Inbox> inbox);
     ~Implementation();
     std::string Url() const { return m_access->Url(); }
@@ -54,10 +57,11 @@ class WebServer::Implementation {
   private:
     struct Connection {
         HttpAnswer answer;
+        bool isSocket = false;
         // Of a page.
         Lab::PageId page = 0;
         std::string message;  // what has come of it
-        std::shared_ptr<const Outgoing> outgoing;
+        Outgoing outgoing;
         size_t sent = 0;
         bool paused = false;
     };
@@ -73,31 +77,42 @@ class WebServer::Implementation {
     unsigned StatusOf(lws* connection, std::string_view protocol) const;
     int Receive(lws* connection, std::string_view data);
     int Write(lws* connection);
-    void OpenPage(lws* connection);
-    void ClosePage(lws* connection);
+    void OpenSocket(lws* connection);
+    void CloseSocket(lws* connection);
+    void OnHeld(bool held);
     void PauseWhileBusy(lws* connection, Connection& state);
     void Listen(LoopbackAddress address);
     void WriteToPages();
     void StartTimer();
+    void OnTimer();
     void Main();
 
     std::optional<Access> m_access;
     const PageFiles m_files;
-    lws_protocols m_protocols[3]{};
+    lws_protocols m_protocols[5]{};
     lws_context* m_context = nullptr;
+    lws_vhost* m_host = nullptr;
     Timer m_timer{};
     std::unordered_map<lws*, Connection> m_connections;
-    size_t m_sockets = 0;
+    size_t m_sockets = 0;  // of pages and VNC clients
+    bool m_timerRuns = false;
+    std::chrono::steady_clock::time_point m_lastSocket;
+    Viewers m_viewers{[this](bool held) { OnHeld(held); }};
     std::unique_ptr<Lab> m_lab;
     std::atomic<bool> m_stopping = false;
     std::thread m_thread;
 };
 
-WebServer::Implementation::Implementation(const WebOptions& options, const Firmware& firmware,
-                                          Lab::Handle handle, std::shared_ptr<Inbox> inbox)
+WebServer::Implementation::Implementation(const WebOptions& options, Firmware& firmware, Lab::Handle handle,
+                                          std::shared_ptr<Inbox> inbox)
     : m_files(PageFolder(), kVncClientFolder) {
     Listen(LoopbackAddress::Parse(options.address));
-    Lab::Options lab{options.pc, options.log, options.dash, !options.kvm.empty() && m_files.HasVncClient()};
+    Lab::Options lab{
+        options.pc, options.log, options.dash, !options.kvm.empty() && m_files.HasVncClient(), {}};
+    if (!options.kvm.empty()) {
+        m_viewers.Serve(m_host, LoopbackAddress::Parse(options.kvm));
+        lab.hold = [this](bool hold) { m_viewers.Hold(hold); };
+    }
     m_lab = std::make_unique<Lab>(firmware, std::move(handle), std::move(inbox), std::move(lab),
                                   [this] { lws_cancel_service(m_context); });
     m_thread = std::thread(&Implementation::Main, this);
@@ -118,7 +133,9 @@ void WebServer::Implementation::Listen(LoopbackAddress address) {
     lws_set_log_level(0, nullptr);
     m_protocols[0].name = "http";
     m_protocols[1].name = kEventsProtocol;
-    for (lws_protocols& protocol : std::span(m_protocols).first(2)) {
+    m_protocols[2].name = kVncProtocol;
+    m_protocols[3].name = Viewers::kProtocol;
+    for (lws_protocols& protocol : std::span(m_protocols).first(4)) {
         protocol.callback = OnEvent;
         protocol.rx_buffer_size = kPiece;
     }
@@ -140,12 +157,12 @@ void WebServer::Implementation::Listen(LoopbackAddress address) {
     info.uid = info.gid = -1;
     m_context = lws_create_context(&info);
     if (!m_context) throw std::runtime_error("there is no memory for the web server");
-    lws_vhost* const host = lws_create_vhost(m_context, &info);
-    if (!host) {
+    m_host = lws_create_vhost(m_context, &info);
+    if (!m_host) {
         lws_context_destroy(m_context);
         throw std::runtime_error("cannot listen on " + address.Text() + " for the page");
     }
-    address.port = uint16_t(lws_get_vhost_listen_port(host));
+    address.port = uint16_t(lws_get_vhost_listen_port(m_host));
     m_access.emplace(MakeToken(), address);
 }
 
@@ -155,18 +172,25 @@ void WebServer::Implementation::Main() {
 }
 
 void WebServer::Implementation::StartTimer() {
+    if (std::exchange(m_timerRuns, true)) return;
     m_timer.owner = this;
-    const auto period = std::chrono::microseconds(Lab::kPeriod).count();
     lws_sul_schedule(
         m_context, 0, &m_timer.entry,
-        [](lws_sorted_usec_list_t* entry) {
-            Implementation& self = *reinterpret_cast<Timer*>(entry)->owner;
-            if (self.m_sockets == 0) return;
-            self.m_lab->Tick();
-            self.WriteToPages();
-            self.StartTimer();
-        },
-        period);
+        [](lws_sorted_usec_list_t* entry) { reinterpret_cast<Timer*>(entry)->owner->OnTimer(); },
+        std::chrono::microseconds(Lab::kPeriod).count());
+}
+
+void WebServer::Implementation::OnTimer() {
+    m_timerRuns = false;
+    const auto now = std::chrono::steady_clock::now();
+    if (m_sockets > 0)
+        m_lastSocket = now;
+    else if (now - m_lastSocket > kHoldWithoutPages)
+        m_viewers.Hold(false);
+    if (m_sockets == 0 && !m_viewers.Holds()) return;
+    m_lab->Tick();
+    WriteToPages();
+    StartTimer();
 }
 
 void WebServer::Implementation::WriteToPages() {
@@ -196,14 +220,19 @@ int WebServer::Implementation::Serve(lws* connection, lws_callback_reasons reaso
         case LWS_CALLBACK_HTTP_CONFIRM_UPGRADE:
             return Upgrade(connection, data);
         case LWS_CALLBACK_ESTABLISHED:
-            OpenPage(connection);
+            OpenSocket(connection);
             return 0;
         case LWS_CALLBACK_RECEIVE:
+        case LWS_CALLBACK_RAW_RX:
             return Receive(connection, {data, size});
         case LWS_CALLBACK_SERVER_WRITEABLE:
+        case LWS_CALLBACK_RAW_WRITEABLE:
             return Write(connection);
         case LWS_CALLBACK_CLOSED:
-            ClosePage(connection);
+            CloseSocket(connection);
+            return 0;
+        case LWS_CALLBACK_RAW_CLOSE:
+            m_viewers.Close(connection);
             return 0;
         case LWS_CALLBACK_CLOSED_HTTP:
             m_connections.erase(connection);
@@ -245,8 +274,9 @@ unsigned WebServer::Implementation::StatusOf(lws* connection, std::string_view p
     if (!m_access->IsOwnHost(HeaderOf(connection, WSI_TOKEN_HOST)) ||
         !m_access->IsOwnOrigin(HeaderOf(connection, WSI_TOKEN_ORIGIN)))
         return 403;
-    if (name != "events") return 404;
-    if (HeaderOf(connection, WSI_TOKEN_PROTOCOL) != kEventsProtocol) return 400;
+    if (name != "events" && !(name == "vnc" && m_viewers.Serves())) return 404;
+    if (HeaderOf(connection, WSI_TOKEN_PROTOCOL) != (name == "vnc" ? kVncProtocol : kEventsProtocol))
+        return 400;
     return m_sockets >= kMostSockets ? 503 : 0;
 }
 
@@ -257,23 +287,32 @@ int WebServer::Implementation::Upgrade(lws* connection, std::string_view protoco
     return 1;
 }
 
-void WebServer::Implementation::OpenPage(lws* connection) {
+void WebServer::Implementation::OpenSocket(lws* connection) {
+    ++m_sockets;
+    StartTimer();
     Connection& state = m_connections[connection];
-    state.page = m_lab->Open();
-    if (m_sockets++ == 0) StartTimer();
+    state.isSocket = true;
+    if (std::string_view(lws_get_protocol(connection)->name) == kVncProtocol)
+        m_viewers.Open(connection);
+    else
+        state.page = m_lab->Open();
 }
 
-void WebServer::Implementation::ClosePage(lws* connection) {
+void WebServer::Implementation::CloseSocket(lws* connection) {
+    m_viewers.Close(connection);
     const auto found = m_connections.find(connection);
     if (found == m_connections.end()) return;
-    if (found->second.page) {
-        m_lab->Close(found->second.page);
-        --m_sockets;
-    }
+    if (found->second.isSocket) --m_sockets;
+    if (found->second.page) m_lab->Close(found->second.page);
     m_connections.erase(found);
 }
 
+void WebServer::Implementation::OnHeld(bool held) {
+    if (m_lab) m_lab->SetHeld(held);
+}
+
 int WebServer::Implementation::Receive(lws* connection, std::string_view data) {
+    if (m_viewers.Takes(connection)) return m_viewers.Receive(connection, data);
     Connection& state = m_connections.at(connection);
     if (lws_frame_is_binary(connection)) return -1;
     if (state.message.size() + data.size() > kLongestMessage) {
@@ -296,6 +335,7 @@ void WebServer::Implementation::PauseWhileBusy(lws* connection, Connection& stat
 }
 
 int WebServer::Implementation::Write(lws* connection) {
+    if (m_viewers.Takes(connection)) return m_viewers.Write(connection);
     Connection& state = m_connections.at(connection);
     if (!state.outgoing) {
         state.outgoing = m_lab->Next(state.page);
@@ -303,21 +343,21 @@ int WebServer::Implementation::Write(lws* connection) {
         PauseWhileBusy(connection, state);
     }
     if (!state.outgoing) return 0;
-    const std::string& data = state.outgoing->data;
+    const std::string& data = *state.outgoing.data;
     const size_t size = std::min(kPiece, data.size() - state.sent);
     const bool first = state.sent == 0, last = state.sent + size == data.size();
     std::vector<unsigned char> buffer(LWS_PRE + size);
     std::memcpy(buffer.data() + LWS_PRE, data.data() + state.sent, size);
-    const int kind = state.outgoing->binary ? LWS_WRITE_BINARY : LWS_WRITE_TEXT;
+    const int kind = state.outgoing.binary ? LWS_WRITE_BINARY : LWS_WRITE_TEXT;
     const auto flags = lws_write_protocol(lws_write_ws_flags(kind, first, last));
     if (lws_write(connection, buffer.data() + LWS_PRE, size, flags) < int(size)) return -1;
     state.sent += size;
-    if (last) state.outgoing = nullptr;
+    if (last) state.outgoing = {};
     lws_callback_on_writable(connection);
     return 0;
 }
 
-WebServer::WebServer(const WebOptions& options, const Firmware& firmware, Lab::Handle handle,
+WebServer::WebServer(const WebOptions& options, Firmware& firmware, Lab::Handle handle,
                      std::shared_ptr<Inbox> inbox)
     : m_implementation(
           std::make_unique<Implementation>(options, firmware, std::move(handle), std::move(inbox))) {}

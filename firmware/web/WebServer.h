@@ -24,7 +24,7 @@ struct WebOptions {
 class WebServer {
   public:
     // Listens when this returns. Throws std::runtime_error when it cannot.
-    WebServer(const WebOptions& options, const Firmware& firmware, Lab::Handle handle,
+    WebServer(const WebOptions& options, Firmware& firmware, Lab::Handle handle,
               std::shared_ptr<Inbox> inbox);
     ~WebServer();
 
