@@ -1,7 +1,4 @@
 // The functions that the library exports.
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -18,7 +15,8 @@ std::string TextOf(const char* text) {
     return text ? text : "";
 }
 
-// The service gives Windows paths. The current folder has the drives in it.
+// The service gives Windows paths. The current folder of a simulated PC has the drives in it, and Windows
+// takes either separator.
 std::string PathOf(const char* path) {
     std::string turned = TextOf(path);
     std::replace(turned.begin(), turned.end(), '\\', '/');
@@ -27,12 +25,9 @@ std::string PathOf(const char* path) {
 
 }  // namespace
 
-InitData::InitData() : m_end(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
 void InitData::End() {
     m_hasEnded = true;
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(m_end.Get(), &one, sizeof one);
+    m_end.Set();
 }
 
 StandInSettings StandInSettings::FromEnvironment() {
@@ -54,7 +49,12 @@ void LogLine(int8_t level, const std::string& text) {
 extern "C" {
 
 InitData* InitData_new() {
-    return new (std::nothrow) InitData;
+    try {
+        return new InitData;
+    } catch (const std::exception& error) {
+        LogLine(kLogError, error.what());
+        return nullptr;
+    }
 }
 
 void InitData_delete(InitData* data) {

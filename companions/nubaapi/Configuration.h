@@ -7,12 +7,10 @@
 #include <string>
 
 #include "cloud/NubaApi.h"
+#include "companions/nubaapi/Sockets.h"
 #include "companions/nubaapi/Tls.h"
-#include "testbed/Descriptor.h"
 
 struct InitData {
-    InitData();
-
     std::string localHost, cloudHost, port;
     TlsFiles files;
     NubaFilter_Fn filter = nullptr;
@@ -22,10 +20,10 @@ struct InitData {
     void End();
     bool HasEnded() const { return m_hasEnded; }
     // Readable once it has ended.
-    int EndDescriptor() const { return m_end.Get(); }
+    const Socket& EndSocket() const { return m_end; }
 
   private:
-    testbed::Descriptor m_end;
+    Wakeup m_end;
     std::atomic<bool> m_hasEnded{false};
 };
 

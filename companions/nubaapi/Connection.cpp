@@ -1,14 +1,7 @@
 #include "companions/nubaapi/Connection.h"
 
-#include <netdb.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -28,10 +21,6 @@ uint16_t PortOf(const std::string& text) {
     return error == std::errc() && end == text.data() + text.size() ? port : uint16_t{0};
 }
 
-std::string ErrorText(int error) {
-    return std::strerror(error);
-}
-
 }  // namespace
 
 Connection::Connection(InitData& data, const StandInSettings& settings)
@@ -48,44 +37,40 @@ void Connection::Run() {
     m_lastPing = m_lastByte;
     HandleFrames();
     while (!m_isOver && !m_data.HasEnded())
-        Poll();
+        Wait();
     m_tls.Shutdown();
     FlushToCloud();
     LogLine(kLogInfo, "the connection to " + m_data.cloudHost + " has ended");
 }
 
 // False when the configuration has ended, or the time is over.
-bool Connection::AwaitSocket(int socket, short events, Clock::time_point deadline) const {
-    pollfd waits[] = {{socket, events, 0}, {m_data.EndDescriptor(), POLLIN, 0}};
+bool Connection::AwaitSocket(const Socket& socket, unsigned wanted, Clock::time_point deadline) const {
+    std::vector<SocketWait> waits = {{&socket, wanted}, {&m_data.EndSocket(), kReadable}};
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    return poll(waits, 2, static_cast<int>(std::max(left, 0ms).count())) > 0 && !m_data.HasEnded();
+    return AwaitSockets(waits, static_cast<int>(std::max(left, 0ms).count())) && waits[0].ready &&
+           !m_data.HasEnded();
 }
 
 // Leaves no socket when the configuration has ended.
 void Connection::Connect() {
-    addrinfo hints{}, *found = nullptr;
-    hints.ai_socktype = SOCK_STREAM;
-    if (const int error = getaddrinfo(m_data.cloudHost.c_str(), m_data.port.c_str(), &hints, &found))
-        throw std::runtime_error(m_data.cloudHost + ": " + gai_strerror(error));
-    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addresses(found, &freeaddrinfo);
-    int error = 0;
-    for (const addrinfo* address = found; address && !m_data.HasEnded(); address = address->ai_next) {
-        testbed::Descriptor socket(
-            ::socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-        if (connect(socket.Get(), address->ai_addr, address->ai_addrlen) != 0 && errno != EINPROGRESS) {
-            error = errno;
+    constexpr const char* kTooLate = "the time is over";
+    std::string reason;
+    for (const Address& address : Resolve(m_data.cloudHost, m_data.port)) {
+        if (m_data.HasEnded()) return;
+        Socket socket;
+        int error = socket.Connect(address);
+        if (!error && !AwaitSocket(socket, kWritable, Clock::now() + kConnectPatience)) {
+            reason = kTooLate;
             continue;
         }
-        error = ETIMEDOUT;
-        if (!AwaitSocket(socket.Get(), POLLOUT, Clock::now() + kConnectPatience)) continue;
-        socklen_t size = sizeof error;
-        getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size);
-        if (error != 0) continue;
-        m_socket = std::move(socket);
-        return;
+        if (!error) error = socket.ConnectError();
+        if (!error) {
+            m_socket = std::move(socket);
+            return;
+        }
+        reason = ErrorText(error);
     }
-    if (!m_data.HasEnded())
-        throw std::runtime_error("no connection to " + m_data.cloudHost + ": " + ErrorText(error));
+    if (!m_data.HasEnded()) throw std::runtime_error("no connection to " + m_data.cloudHost + ": " + reason);
 }
 
 void Connection::Establish() {
@@ -93,7 +78,7 @@ void Connection::Establish() {
     m_output += m_tls.TakeOutput();
     while (!m_tls.IsEstablished()) {
         if (!FlushToCloud()) throw std::runtime_error("the cloud has closed the connection");
-        if (!AwaitSocket(m_socket.Get(), POLLIN, deadline)) {
+        if (!AwaitSocket(m_socket, kReadable, deadline)) {
             if (m_data.HasEnded()) return;
             throw std::runtime_error("the cloud does not answer");
         }
@@ -103,36 +88,34 @@ void Connection::Establish() {
     }
 }
 
-std::vector<pollfd> Connection::Polled() const {
-    const short toCloud = m_output.empty() ? POLLIN : POLLIN | POLLOUT;
-    std::vector<pollfd> polled = {{m_data.EndDescriptor(), POLLIN, 0}, {m_socket.Get(), toCloud, 0}};
+std::vector<SocketWait> Connection::Waits() const {
+    const unsigned ofCloud = m_output.empty() ? kReadable : kReadable | kWritable;
+    std::vector<SocketWait> waits = {{&m_data.EndSocket(), kReadable}, {&m_socket, ofCloud}};
     for (const auto& [number, stream] : m_streams) {
         const bool reads = stream.isConnected && stream.credit != 0 && m_output.size() < kMaxOutput;
         const bool writes = !stream.isConnected || !stream.pending.empty();
-        const auto events = static_cast<short>((reads ? POLLIN : 0) | (writes ? POLLOUT : 0));
-        // A port that has closed would be reported again and again.
-        polled.push_back({events ? stream.socket.Get() : -1, events, 0});
+        waits.push_back({&stream.socket, (reads ? kReadable : 0U) | (writes ? kWritable : 0U)});
     }
-    return polled;
+    return waits;
 }
 
 int Connection::Timeout() const {
     return static_cast<int>(m_settings.silence) * 1000 / 3 + 1;
 }
 
-void Connection::Poll() {
-    std::vector<pollfd> polled = Polled();
-    if (poll(polled.data(), polled.size(), Timeout()) < 0 && errno != EINTR) {
+void Connection::Wait() {
+    std::vector<SocketWait> waits = Waits();
+    if (!AwaitSockets(waits, Timeout())) {
         m_isOver = true;
         return;
     }
-    if (polled[1].revents && !ReceiveFromCloud()) {
+    if (waits[1].ready && !ReceiveFromCloud()) {
         m_isOver = true;
         if (!m_tls.Reason().empty()) LogLine(kLogError, m_tls.Reason());
         return;
     }
-    // A frame may open or end streams; what poll has found is of those before.
-    ServeStreams(polled);
+    // A frame may open or end streams; the waits are of those before.
+    ServeStreams(waits);
     HandleFrames();
     KeepAlive();
     m_isOver |= !FlushToCloud();
@@ -152,9 +135,8 @@ void Connection::KeepAlive() {
 
 bool Connection::ReceiveFromCloud() {
     char block[kBlock];
-    const ssize_t size = recv(m_socket.Get(), block, sizeof block, 0);
-    if (size < 0) return errno == EAGAIN || errno == EINTR;
-    if (size == 0) return false;
+    const std::ptrdiff_t size = m_socket.Receive(block, sizeof block);
+    if (size <= 0) return size == 0;
     m_lastByte = Clock::now();
     std::string received;
     const bool goesOn = m_tls.Feed({block, static_cast<size_t>(size)}, received);
@@ -166,8 +148,8 @@ bool Connection::ReceiveFromCloud() {
 bool Connection::FlushToCloud() {
     m_output += m_tls.TakeOutput();
     while (!m_output.empty()) {
-        const ssize_t size = send(m_socket.Get(), m_output.data(), m_output.size(), MSG_NOSIGNAL);
-        if (size < 0) return errno == EAGAIN || errno == EINTR;
+        const std::ptrdiff_t size = m_socket.Send(m_output);
+        if (size <= 0) return size == 0;
         m_output.erase(0, static_cast<size_t>(size));
     }
     return true;
@@ -226,16 +208,9 @@ void Connection::Open(uint32_t number, const std::string& target) {
     uint16_t port = PortOf(endpoint.port);
     if (const auto mapped = m_settings.ports.find(port); mapped != m_settings.ports.end())
         port = mapped->second;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     Stream stream;
     stream.target = target;
-    stream.socket = testbed::Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (connect(stream.socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 &&
-        errno != EINPROGRESS)
-        return refuse(ErrorText(errno));
+    if (const int error = stream.socket.Connect(Loopback(port))) return refuse(ErrorText(error));
     m_streams[number] = std::move(stream);
 }
 
@@ -248,21 +223,18 @@ void Connection::TakeData(uint32_t number, const std::string& bytes) {
     m_isOver = true;
 }
 
-void Connection::ServeStreams(const std::vector<pollfd>& polled) {
+void Connection::ServeStreams(const std::vector<SocketWait>& waits) {
     size_t index = 2;
     for (auto stream = m_streams.begin(); stream != m_streams.end(); ++index) {
-        const bool goesOn = Serve(stream->first, stream->second, polled[index].revents);
+        const bool goesOn = Serve(stream->first, stream->second, waits[index].ready);
         stream = goesOn ? std::next(stream) : m_streams.erase(stream);
     }
 }
 
-bool Connection::Serve(uint32_t number, Stream& stream, short events) {
-    if (events == 0) return true;
+bool Connection::Serve(uint32_t number, Stream& stream, unsigned ready) {
+    if (!ready) return true;
     if (!stream.isConnected) {
-        int error = 0;
-        socklen_t size = sizeof error;
-        getsockopt(stream.socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size);
-        if (error != 0) {
+        if (const int error = stream.socket.ConnectError()) {
             LogLine(kLogInfo, "refused " + stream.target + ": " + ErrorText(error));
             Send(FrameType::Refused, number, ErrorText(error));
             return false;
@@ -271,17 +243,15 @@ bool Connection::Serve(uint32_t number, Stream& stream, short events) {
         LogLine(kLogInfo, "opened " + stream.target);
         Send(FrameType::Opened, number);
     }
-    const bool goesOn = FlushToPort(number, stream) &&
-                        (!(events & (POLLIN | POLLHUP | POLLERR)) || ReadFromPort(number, stream));
+    const bool goesOn = FlushToPort(number, stream) && (!(ready & kReadable) || ReadFromPort(number, stream));
     if (!goesOn) Send(FrameType::Close, number);
     return goesOn;
 }
 
 bool Connection::FlushToPort(uint32_t number, Stream& stream) {
     while (!stream.pending.empty()) {
-        const ssize_t size =
-            send(stream.socket.Get(), stream.pending.data(), stream.pending.size(), MSG_NOSIGNAL);
-        if (size < 0) return errno == EAGAIN || errno == EINTR;
+        const std::ptrdiff_t size = stream.socket.Send(stream.pending);
+        if (size <= 0) return size == 0;
         stream.pending.erase(0, static_cast<size_t>(size));
         stream.taken += static_cast<uint32_t>(size);
     }
@@ -292,9 +262,8 @@ bool Connection::FlushToPort(uint32_t number, Stream& stream) {
 bool Connection::ReadFromPort(uint32_t number, Stream& stream) {
     char block[kBlock];
     if (stream.credit == 0) return true;
-    const ssize_t size = recv(stream.socket.Get(), block, std::min<size_t>(sizeof block, stream.credit), 0);
-    if (size < 0) return errno == EAGAIN || errno == EINTR;
-    if (size == 0) return false;
+    const std::ptrdiff_t size = stream.socket.Receive(block, std::min<size_t>(sizeof block, stream.credit));
+    if (size <= 0) return size == 0;
     stream.credit -= static_cast<uint32_t>(size);
     Send(FrameType::Data, number, {block, static_cast<size_t>(size)});
     return true;

@@ -6,12 +6,10 @@
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
 #include "companions/nubaapi/Configuration.h"
 #include "companions/nubaapi/Frames.h"
+#include "companions/nubaapi/Sockets.h"
 #include "companions/nubaapi/Tls.h"
-#include "testbed/Descriptor.h"
 
 class Connection {
   public:
@@ -25,7 +23,7 @@ class Connection {
 
     // A console of the cloud on its way to a port of this host.
     struct Stream {
-        testbed::Descriptor socket;
+        Socket socket;
         bool isConnected = false;
         std::string pending;        // for the port
         uint32_t taken = 0;         // bytes that the port has taken since the last credit
@@ -34,10 +32,10 @@ class Connection {
     };
 
     void Connect();
-    bool AwaitSocket(int socket, short events, Clock::time_point deadline) const;
+    bool AwaitSocket(const Socket& socket, unsigned wanted, Clock::time_point deadline) const;
     void Establish();
-    void Poll();
-    std::vector<pollfd> Polled() const;
+    void Wait();
+    std::vector<SocketWait> Waits() const;
     int Timeout() const;
     void KeepAlive();
     bool ReceiveFromCloud();
@@ -47,16 +45,16 @@ class Connection {
     void Handle(const Frame& frame);
     void Open(uint32_t number, const std::string& target);
     void TakeData(uint32_t number, const std::string& bytes);
-    void ServeStreams(const std::vector<pollfd>& polled);
+    void ServeStreams(const std::vector<SocketWait>& waits);
     // Each returns false when the stream is over.
-    bool Serve(uint32_t number, Stream& stream, short events);
+    bool Serve(uint32_t number, Stream& stream, unsigned ready);
     bool FlushToPort(uint32_t number, Stream& stream);
     bool ReadFromPort(uint32_t number, Stream& stream);
 
     InitData& m_data;
     const StandInSettings m_settings;
     Tls m_tls;
-    testbed::Descriptor m_socket;
+    Socket m_socket;
     std::string m_output;  // for the cloud
     FrameReader m_frames;
     std::string m_received;

@@ -18,13 +18,17 @@ HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPAT = 0x0020, 0x0040, 0x0100
 PROGRAMS = {
     "ZELService.exe": "zelservice", "ZELKVMApp.exe": "ZELKVMApp", "userconsent.exe": "userconsent",
     "zelsetup.exe": "zelsetup", "luxcapture.exe": "luxcapture", "luxrt64.dll": "luxrt",
+    "nubaapi.dll": "nubaapi",
+}
+OPTIONAL = {
+    "luxcapture.exe": "the media runtime", "luxrt64.dll": "the media runtime", "nubaapi.dll": "the stand-in for the cloud library",
 }
 
 
 @pytest.fixture(scope="module", params=PROGRAMS)
 def program(request):
-    if not (windows_folder() / request.param).exists() and request.param.startswith("lux"):
-        pytest.skip("the media runtime is not built for Windows here: ./dev test windows builds it")
+    if not (windows_folder() / request.param).exists() and request.param in OPTIONAL:
+        pytest.skip(f"{OPTIONAL[request.param]} is not built for Windows here: ./dev test windows builds it")
     return request.param
 
 
