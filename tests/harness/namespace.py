@@ -16,6 +16,13 @@ def ip(*words):
     subprocess.run(["ip", *words], check=True, stdin=subprocess.DEVNULL)
 
 
+def set_address(address):
+    """The only one of the adapter, in the gateway's network."""
+    ip("address", "flush", "dev", ADAPTER)
+    ip("address", "add", f"{address}/24", "dev", ADAPTER)
+    ip("route", "add", "default", "via", GATEWAY)
+
+
 def enter_namespace():
     """Moves this process, and what it starts from now on, into a network of its own: loopback and the PC's adapter. Once
     for the whole process; as an ordinary user it must not have threads yet."""
@@ -34,10 +41,9 @@ def enter_namespace():
         _own_user = True
     ip("link", "set", "lo", "up")
     ip("link", "add", ADAPTER, "type", "veth", "peer", "name", ADAPTER + "-switch")
-    ip("address", "add", f"{ADDRESS}/24", "dev", ADAPTER)
     ip("link", "set", ADAPTER + "-switch", "up")
     ip("link", "set", ADAPTER, "up")
-    ip("route", "add", "default", "via", GATEWAY)
+    set_address(ADDRESS)
     _in_namespace = True
 
 

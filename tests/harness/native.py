@@ -15,6 +15,7 @@ class NativeHost(Host):
     description (docs/pc-description.md)."""
 
     name = "native"
+    network_name = "WINHOST-PC"
     captures_screen = True  # of a Desktop (use_desktop)
     asan_options = "detect_leaks=1"
     entry = ""  # what stands ahead of a command that reaches this PC from a shell
@@ -77,6 +78,7 @@ class NativeHost(Host):
     def install_cloud_library(self):
         """The stand-in for nubaapi.dll (docs/cloud-library.md)."""
         (self._executables / "nubaapi.so").symlink_to(build_folder() / "nubaapi.so")
+        self.environment["NUBA_PORTS"] = f"664={self.dash_address[1]},22={self.kvm_address[1]}"
 
     def remove_agent(self):
         self._agent.unlink()

@@ -7,6 +7,7 @@ copy of a prefix that is prepared once and kept under build/wine.
 import os
 import pathlib
 import shutil
+import socket
 
 from .directory import Directory
 from .host import INSTALLATION, RUNNING, STOPPED, Footprint, Host
@@ -24,6 +25,7 @@ def windows_folder():
 
 
 TCPIP_KEY = "HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Services\\Tcpip\\Parameters"
+CLOUD_LIBRARY = "Program Files/Tarvix/bin/nubaapi.dll"
 # What the service captures the screen with.
 MEDIA_RUNTIME = ("luxrt64.dll", "luxcapture.exe")
 
@@ -33,6 +35,7 @@ class WineHost(Host):
     NativeHost offers means the same here."""
 
     name = "windows"
+    network_name = socket.gethostname()
     dash_address = ("127.0.0.1", 664)
     kvm_address = ("127.0.0.1", 22)
 
@@ -180,6 +183,14 @@ class WineHost(Host):
         """The PC's WLAN service, which the service finds when it starts the next time; its remove() ends it."""
         self.boot()
         return Wlan(self.executables, windows_folder() / "wlanapi" / "wlanapi.dll")
+
+    def install_cloud_library(self):
+        """The stand-in for nubaapi.dll (docs/cloud-library.md)."""
+        self.boot()
+        self._install(windows_folder() / "nubaapi.dll", CLOUD_LIBRARY)
+
+    def remove_cloud_library(self):
+        (self.drive / CLOUD_LIBRARY).unlink()
 
     def use_directory(self):
         """The PC's directory, which the service finds when it starts the next time; its remove() ends it."""

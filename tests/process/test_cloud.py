@@ -33,7 +33,7 @@ class CloudStage:
         provision(self.stage.firmware, self.relay.port, certificates or self.certificates, domains=HOME)
         if library:
             self.host.install_cloud_library()
-        self.host.environment.update(NUBA_PORTS=f"664={self.host.dash_address[1]},22={self.host.kvm_address[1]}", **environment)
+        self.host.environment.update(environment)
         self.host.start_service()
         self.host.await_log("Calling HTTPS Socket Accept")
 

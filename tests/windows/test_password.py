@@ -1,7 +1,5 @@
 """The password of the service account, changed on the firmware's command."""
 
-import socket
-
 import pytest
 
 from harness.directory import PASSWORD_STATUS, files_with, send_passwords
@@ -26,7 +24,7 @@ def test_the_directory_gets_the_account_and_the_passwords(stage, directory):
     stage.boot()
     send_passwords(stage, OLD, NEW)
     assert stage.firmware.await_request(PASSWORD_STATUS)["fields"] == {"status": 0}
-    account = f"{socket.gethostname()}_vork_service"
+    account = f"{stage.host.network_name}_vork_service"
     assert directory.calls() == [[DOMAIN.upper(), account, OLD, NEW]]
     assert f"Service account name: {account} Domainname: {DOMAIN} $$" in stage.host.log_text()
     assert "AD Password change successful" in stage.host.log_text()
