@@ -2,29 +2,23 @@
 
 from dash import identify
 from harness.cloud import Relay, make_certificates, provision
-from harness.native import NativeHost
 
 DOMAIN = "corp.example.com"
 
 
 def prepare_cloud(host, firmware, workdir):
-    """A relay, and what the firmware knows of it, before the service starts. Nothing under Wine, where there is no library."""
-    if not isinstance(host, NativeHost):
-        return None
+    """A relay, and what the firmware knows of it, before the service starts."""
     relay = Relay(workdir, make_certificates(workdir / "certificates")).start()
     provision(firmware, relay.port, relay.certificates, domains=DOMAIN)
     host.install_cloud_library()
-    host.environment["NUBA_PORTS"] = f"664={host.dash_address[1]},22={host.kvm_address[1]}"
     return relay
 
 
 def show_cloud(story, host, relay):
-    if not relay:
-        return story.add("PC", "there is no cloud library for Windows; the cloud is part of the native demo")
     event = relay.await_event("connected")
     story.add("PC", f"the laptop is outside of {DOMAIN}; it is connected to the relay as {event['pc']}")
-    identify(story, relay.console(), "a console at the relay")
-    status = relay.console().status_of_connect(f"{event['pc']}:445")
+    identify(story, relay.console(host.network_name), "a console at the relay")
+    status = relay.console(host.network_name).status_of_connect(f"{event['pc']}:445")
     story.add("console", f"the laptop refuses the relay its port 445: HTTP {status}")
     if status != 403:
         raise AssertionError(f"HTTP {status} for another port")

@@ -15,7 +15,6 @@ import threading
 
 from cloud import prepare_cloud, show_cloud
 from dash import identify, power_off, second_client_waits, show_host
-from harness.cloud import PC
 from harness.console import GET_COMPUTER_SYSTEM, IDENTIFY, Console
 from harness.firmware import Firmware
 from harness.host import RUNNING
@@ -71,9 +70,8 @@ def stay_up(story, firmware, host, desktop, relay, workdir, password):
     ended = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: ended.set())
-    if relay:
-        story.add("demo", f"a console at the cloud: add --proxy http://127.0.0.1:{relay.consoles} to the line, "
-                          f"and use https://{PC}:664/wsman")
+    story.add("demo", f"a console at the cloud: add --proxy http://127.0.0.1:{relay.consoles} to the line, "
+                      f"and use https://{host.network_name}:664/wsman")
     story.add("demo", f"logs: {host.log_path()}, {firmware.record_path}; Ctrl-C ends the demo")
     serve_by_hand(story, host, firmware, desktop, ended)
     return {}
