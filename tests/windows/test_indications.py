@@ -4,6 +4,7 @@ One of the two calls that get the header block refuses it here, so that the bloc
 """
 
 import socket
+import struct
 
 import pytest
 
@@ -13,6 +14,7 @@ from harness.waiting import eventually
 
 NOT_SENT = "HttpsWebRequestPost: WinHttpSendRequest failed, Request not sent, error: "
 CANNOT_CONNECT = "12029"
+RESET_AT_CLOSE = struct.pack("ii", 1, 0)
 
 
 @pytest.fixture
@@ -63,6 +65,21 @@ def test_an_alert_for_a_console_that_is_down_is_lost_and_the_next_one_arrives(st
     stage.host.await_log(NOT_SENT + CANNOT_CONNECT)
     console = consoles.start()
     subscribe(stage, console.port)
+    alert(stage, "next")
+    assert [body for _, _, body in received(console)] == [b"next"]
+
+
+def test_an_alert_for_a_console_that_resets_the_connection_is_lost_and_the_next_one_arrives(stage, consoles):
+    with socket.create_server(("127.0.0.1", 0)) as resetting:
+        subscribe(stage, resetting.getsockname()[1], secure=True)
+        alert(stage, "lost")
+        resetting.settimeout(20)
+        connection = resetting.accept()[0]
+        connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET_AT_CLOSE)
+        connection.close()
+        stage.host.await_log(NOT_SENT)
+    console = consoles.start(secure=True)
+    subscribe(stage, console.port, secure=True)
     alert(stage, "next")
     assert [body for _, _, body in received(console)] == [b"next"]
 
