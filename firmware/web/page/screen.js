@@ -8,6 +8,7 @@ import { bytesText } from "./describe.js";
 import { takeInput } from "./input.js";
 
 const TRIES = 12, TRY_PAUSE = 500; // for the port of a service that has just been asked to open it
+const SETTLE = 300; // milliseconds in which a connection that the port refuses has ended
 const CLEAN_UP = 2500; // milliseconds after the end of a session in which the service begins no other
 const MAX_FAILURES = 3;
 const MODES = [["av1", "AV1 frames"], ["picture", "Pictures"], ["vnc", "VNC client"]];
@@ -21,7 +22,7 @@ export function mountScreen(root, lab) {
   const figures = el("dl", { class: "figures" });
   const note = el("span", { class: "hint" });
   const mode = select(MODES, { "aria-label": "How the screen is shown" });
-  const start = button("Start", () => lab.attempt(on ? stop : begin), { class: "primary" });
+  const start = button("Start", () => lab.attempt(() => alone(on ? stop : begin)), { class: "primary", disabled: true });
   let on = false, holds = false, watched = "off", failures = 0;
 
   const painter = new FramePainter(canvas, (text) => {
@@ -36,13 +37,19 @@ export function mountScreen(root, lab) {
 
   function setOn(value) {
     on = value;
+    remembered.write("watching", on);
     start.textContent = on ? "Stop" : "Start";
     start.classList.toggle("primary", !on);
-    figures.hidden = mode.value === "vnc"; // the client measures nothing
-    vncPlace.hidden = !(on && mode.value === "vnc");
-    canvas.hidden = on && mode.value === "vnc";
-    showOverlay();
+    showPlace();
     watch();
+  }
+
+  function showPlace() {
+    const usesVnc = mode.value === "vnc";
+    figures.hidden = usesVnc; // the client measures nothing
+    vncPlace.hidden = !(on && usesVnc);
+    canvas.hidden = on && usesVnc;
+    showOverlay();
   }
 
   function showOverlay() {
@@ -72,13 +79,18 @@ export function mountScreen(root, lab) {
     }
   }
 
+  const lastSession = () => store.sessions.of("KVM");
+
+  async function awaitEnd() {
+    for (let left = TRIES; lastSession().begun && !lastSession().ended && left; --left) await player.wait(TRY_PAUSE / 2);
+  }
+
   // The service opens its port again when the firmware has closed the earlier session, and everything of it is gone.
   async function endEarlierSession() {
-    const last = () => store.sessions.of("KVM");
-    if (!last().begun) return;
-    if (!last().closed) await player.send("MPM_ZEL_CMD_VNC_SOC_CLOSE");
-    for (let left = TRIES; !last().ended && left; --left) await player.wait(TRY_PAUSE);
-    await player.wait(Date.parse(last().ended ?? last().closed) + CLEAN_UP - Date.now());
+    if (!lastSession().begun) return;
+    if (!lastSession().closed) await player.send("MPM_ZEL_CMD_VNC_SOC_CLOSE");
+    await awaitEnd();
+    await player.wait(Date.parse(lastSession().ended ?? lastSession().closed) + CLEAN_UP - Date.now());
   }
 
   async function prepare() {
@@ -101,15 +113,41 @@ export function mountScreen(root, lab) {
     }
   }
 
-  function holdSession() {
+  async function holdSession() {
+    await untilTaken(async () => {
+      await lab.request("hold", { session: true });
+      await player.wait(SETTLE);
+      if (!store.state.held) throw new Error("the KVM port takes no viewer");
+    });
     holds = true;
-    return untilTaken(() => lab.request("hold", { session: true }));
+  }
+
+  // The session of a page that was reloaded goes on; one that has ended elsewhere is over here too.
+  function followHold() {
+    const { held } = store.state;
+    if (held && !on && !start.disabled && mode.value !== "vnc" && remembered.read("watching", false)) {
+      holds = true;
+      setOn(true);
+    } else if (!held && on && holds) {
+      holds = false;
+      setOn(false);
+      note.textContent = "The session has ended.";
+    }
+  }
+
+  // One at a time: what begins or ends a session takes a moment.
+  async function alone(action) {
+    start.disabled = mode.disabled = true;
+    note.textContent = "";
+    try {
+      await action();
+    } finally {
+      start.disabled = mode.disabled = false;
+    }
   }
 
   async function begin() {
-    start.disabled = true;
     overlay.hidden = true;
-    note.textContent = "";
     try {
       if (mode.value === "vnc") {
         await prepare();
@@ -123,8 +161,6 @@ export function mountScreen(root, lab) {
     } catch (problem) {
       setOn(false);
       throw problem;
-    } finally {
-      start.disabled = false;
     }
   }
 
@@ -137,17 +173,18 @@ export function mountScreen(root, lab) {
   }
 
   async function stop() {
+    const ends = holds || vnc.client;
     setOn(false);
     vnc.disconnect();
-    if (!holds) return undefined;
+    if (holds) await lab.request("hold", { session: false });
     holds = false;
-    return lab.request("hold", { session: false });
+    if (ends) await awaitEnd();
   }
 
   function showFigures() {
     if (root.hidden) return;
     const drawn = painter.meter.read(performance.timeOrigin + performance.now());
-    const pulled = store.screen;
+    const pulled = store.screen?.screen;
     const rows = [
       ["Size", painter.meter.drawn ? `${canvas.width} × ${canvas.height}` : "–"],
       ["Frames a second", drawn ? drawn.rate.toFixed(1) : "–"],
@@ -171,17 +208,20 @@ export function mountScreen(root, lab) {
     start.disabled = !can[mode.value];
     // A new connection watches nothing, and holds no session.
     watched = "off";
-    if (on && holds) lab.attempt(holdSession);
-    setOn(on);
+    showPlace();
+    watch();
+    followHold();
   }
 
   mode.addEventListener("change", () => {
     remembered.write("screen", mode.value);
-    if (on) lab.attempt(async () => {
+    const staysInSession = mode.value !== "vnc" && !vnc.client;
+    if (on && !staysInSession) lab.attempt(() => alone(async () => {
       await stop();
       await begin();
-    });
-    else setOn(false);
+    }));
+    showPlace();
+    watch();
   });
   connection.addEventListener("frame", (event) => {
     if (watched === "off") return;
@@ -197,11 +237,12 @@ export function mountScreen(root, lab) {
   root.addEventListener("shown", () => watch());
   document.addEventListener("visibilitychange", () => watch());
   store.on("greeting", learnFeatures);
+  store.on("state", followHold);
   setInterval(showFigures, 500);
   root.append(
     el("div", { class: "toolbar" }, start, mode,
       button("Full screen", () => (mode.value === "vnc" ? vncPlace : canvas).requestFullscreen(), {}),
       note, el("span", { class: "stretch" }), figures),
     el("div", { class: "stage" }, canvas, vncPlace, overlay));
-  setOn(false);
+  showPlace();
 }
