@@ -1,6 +1,7 @@
 // Threads in the cloud library that the service cannot terminate. It leaves them, and goes on without them.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <future>
 #include <iterator>
 #include <set>
@@ -45,19 +46,32 @@ class LeftThread : public CloudFixture {
     // The next connection is as any other, also when the thread that was left goes on during it.
     void ExpectUndisturbedConnection() {
         const size_t graceful = LogCount(kGraceful), terminated = LogCount("Terminating NUBA thread");
-        HoldConnections();
+        HoldConnectionsThatEndSlowly();
         Client().startNUBA();
         ASSERT_TRUE(AwaitConnections(2));
         const size_t threads = Threads();
         LetGo();
         EXPECT_TRUE(Eventually([=] { return Threads() < threads; }));
         EXPECT_TRUE(Client().IsRunning());
-        Client().stopNUBA();
+        InTime([this] { Client().stopNUBA(); });
         EXPECT_EQ(LogCount(kGraceful), graceful + 1);
         EXPECT_EQ(LogCount("Terminating NUBA thread"), terminated);
     }
 
   private:
+    // The stop has to wait for the end of each.
+    void HoldConnectionsThatEndSlowly() {
+        HoldConnections();
+        std::function<void()> hold;
+        {
+            const std::lock_guard lock(Script().mutex);
+            hold = Script().whileConnected;
+        }
+        Script().WhileConnected([hold] {
+            hold();
+            Sleep(1000);
+        });
+    }
     // The service does not free what a thread that is left may still use.
     void FreeConfigurations() {
         std::set<const InitData*> left;

@@ -31,8 +31,8 @@ TEST_F(NubaCallbacks, OnlyTheTwoPortsOfThisHostAreReachable) {
     // As the C runtime reads a number.
     EXPECT_TRUE(Allows("WINHOST-PC", " 664"));
     EXPECT_TRUE(Allows("WINHOST-PC", "22/tcp"));
-    for (const char* port :
-         {"0", "", "23", "80", "663", "665", "6640", "-22", "4294967960", "4294967318", "port"})
+    for (const char* port : {"0", "", "23", "80", "663", "665", "6640", "-22", "4294967960", "4294967318",
+                             "port", "01230", "0x298"})
         EXPECT_FALSE(Allows("WINHOST-PC", port)) << port;
     for (const char* host :
          {"", "WINHOST-P", "WINHOST-PC2", "127.0.0.1", "localhost", "winhost-pc.example.com"})
