@@ -10,6 +10,7 @@ import argparse
 import asyncio
 import contextlib
 import json
+import logging
 import pathlib
 import signal
 import ssl
@@ -287,6 +288,8 @@ def main():
     make.add_argument("--host", default="127.0.0.1", help="the relay's name or address")
     make.add_argument("--pc", default="WINHOST-PC", help="the name in the PC's certificate")
     arguments = parser.parse_args()
+    # It warns at the end of a connection that TLS has no half-open ones.
+    logging.getLogger("asyncio").setLevel(logging.ERROR)
     if arguments.verb == "certificates":
         make_certificates(arguments.folder, arguments.host, arguments.pc)
         return 0

@@ -77,11 +77,14 @@ class AlertConsoles:
             server.close()
 
 
+def destination(port, uri="/events", secure=False):
+    """The payload by which the firmware names the console at this port of 127.0.0.1; an empty URI ends the subscription."""
+    return struct.pack("<1024s1024sIHHI", b"127.0.0.1", uri.encode(), 0, port, 0, secure)
+
+
 def subscribe(stage, port, uri="/events", secure=False):
-    """The firmware names the console at this port of 127.0.0.1; an empty URI ends the subscription."""
-    record = struct.pack("<1024s1024sIHHI", b"127.0.0.1", uri.encode(), 0, port, 0, secure)
     file = stage.workdir / "record"
-    file.write_bytes(record)
+    file.write_bytes(destination(port, uri, secure))
     stage.firmware.send("INDICATION_SUBSCRIBE", "--file", file)
 
 

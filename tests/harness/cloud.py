@@ -19,11 +19,16 @@ def make_certificates(folder):
     return folder
 
 
-def provision(firmware, port, certificates, domains="", host="127.0.0.1"):
-    """Gives the firmware the data of a connection to the relay at this port."""
+def cloud_settings(port, certificates, domains="", host="127.0.0.1"):
+    """What the firmware has to know of the relay at this port, as settings."""
     texts = {"vCloudCert": "pc.pem", "vCloudKey": "pc.key", "vCloudCACert": "ca.pem"}
-    settings = {"Hostname": host, "Port": port, **{name: (certificates / file).read_text() for name, file in texts.items()}}
-    firmware.set(**{f"Cloud.{name}": value for name, value in settings.items()}, Domains=domains)
+    settings = {"Hostname": host, "Port": str(port), **{name: (certificates / file).read_text() for name, file in texts.items()}}
+    return {**{f"Cloud.{name}": value for name, value in settings.items()}, "Domains": domains}
+
+
+def provision(firmware, port, certificates, **others):
+    """Gives the firmware the data of a connection to the relay at this port."""
+    firmware.set(**cloud_settings(port, certificates, **others))
 
 
 class Relay:

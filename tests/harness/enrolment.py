@@ -46,7 +46,7 @@ class Enterprise(Enrolments):
         super().__init__(firmware)
         self._host = host
         self._system = host.root / "C:" / "Windows" / "System32"
-        self._system.mkdir(parents=True)
+        self._system.mkdir(parents=True, exist_ok=True)
         self.install()
         self.set_stores([CA_FILE], [CA_FILE])
 

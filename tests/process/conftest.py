@@ -9,10 +9,16 @@ from harness.firmware import Firmware
 from harness.kvm import SESSION_END_ERRORS, RemoteKvm
 from harness.host import RUNNING, without_encoder_report
 from harness.native import NativeHost
+from harness.processes import build_folder
 from harness.waiting import eventually
+from soak.tally import MEMORY_SLACK, Growth, settled
+
+WARM_UP = 5  # what a process keeps after its first actions of a kind is not growth
+LOOKS = 10
 
 
 def pytest_addoption(parser):
+    parser.addoption("--repetitions", type=int, default=30, help="of the action in each test that nothing of it is left")
     parser.addoption("--sleep-of-page", type=float, default=1, help="how many seconds a page of the lab sleeps")
 
 
@@ -122,3 +128,24 @@ def stage(tmp_path):
 @pytest.fixture
 def kvm(stage):
     return KvmStage(stage)
+
+
+@pytest.fixture
+def stays_small(stage, request):
+    """Repeats an action, which gets its number, and requires that the service does not grow. Returns how often it was done."""
+    repetitions = request.config.getoption("repetitions")
+
+    def repeat(act):
+        for number in range(WARM_UP):
+            act(number)
+        growth = Growth(MEMORY_SLACK.get(build_folder().name, MEMORY_SLACK["native"]))
+        growth.take_first(settled(stage.host.footprint))
+        for look in range(LOOKS):
+            for number in range(repetitions * look // LOOKS, repetitions * (look + 1) // LOOKS):
+                act(WARM_UP + number)
+            growth.next_moment()
+            growth.require_small(stage.host.footprint)
+        print(growth.text(f"{repetitions} repetitions"))
+        return WARM_UP + repetitions
+
+    return repeat

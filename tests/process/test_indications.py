@@ -46,3 +46,17 @@ def test_a_stop_does_not_wait_for_a_silent_console(stage):
         stage.host.await_log("Posting Indication Alert")
         silent.accept()
         assert stage.host.stop_service() == 0
+
+
+@pytest.mark.parametrize("secure", [False, True])
+def test_alerts_leave_nothing_in_the_service(stage, consoles, stays_small, secure):
+    stage.boot()
+    console = consoles.start(secure)
+    subscribe(stage, console.port, secure=secure)
+
+    def send(number):
+        alert(stage, f"<alert number='{number}'/>")
+        eventually(lambda: len(console.alerts) > number, f"alert {number} at the console")
+
+    count = stays_small(send)
+    assert [body for _, _, body in console.alerts] == [f"<alert number='{number}'/>".encode() for number in range(count)]

@@ -20,13 +20,11 @@ from soak.events import Event, order
 from soak.pcs import NativePc, WinePc
 from soak.player import Player
 from soak.stage import Stage
-from soak.tally import Tally
+from soak.tally import MEMORY_SLACK, Tally
 
 LINE_PERIOD = 30  # seconds
 # How many of the PC's seconds pass in one real second: as many as each build can keep up with inside the service's time-outs.
 RATES = {"native": 10, "asan": 4, "tsan": 3, "debug": 5, "windows": 1}
-# Kilobytes of growth that are not a leak: allocators keep freed memory, and a sanitizer's own records grow for hours.
-MEMORY_SLACK = {"native": 4_000, "asan": 200_000, "tsan": 400_000, "debug": 4_000, "windows": 4_000}
 
 
 def arguments():

@@ -29,7 +29,8 @@ UNKNOWN_COMMANDS = [*range(8), *range(13, 19), 20, *range(24, 28), *range(29, 33
 EMPTY_COMMANDS = (8, 9, 10, 12, 39)
 
 NETWORKS = ("office", "lab")
-LEVEL_OF_WIFI = 40  # of the firmware
+COMPANY = "corp.example.com"  # the domain of its network
+LEVEL_OF_WIFI = LEVEL_OF_COMPANY = 40  # of the firmware
 DEEP_SLEEPS = (19, 23)
 ENDS = ("stop", "vanish", "reset", "hold", "busy", "preshutdown")
 
@@ -65,11 +66,16 @@ class _Order:
         yield Event("firmware", {"dash": "echo", "kvm": "echo", "level": 50})
         yield Event("console", {"seed": self._seed(), "sizes": [1000, 100_000], "close": "close"})
         yield Event("viewer", {"seed": self._seed(), "sizes": [1000, 100_000], "trouble": "none", "close": "close", "times": 1})
-        yield Event("screen", {"frames": 3, "trouble": "none", "close": "firmware", "times": 1})
+        yield Event("screen", {"frames": 3, "trouble": "flood", "close": "firmware", "times": 20})
         yield self._network()
         yield Event("wifi", {"network": self._chance.choice(NETWORKS), "reader": None})
         yield Event("driver", {"wireless": True, "provisioned": True, "fault": None})
         yield Event("consent", {"type": 1, "limit": 60, "answer": "yes"})
+        yield Event("cloud", {"what": "new-data"})
+        yield Event("enrolment", {"behaviour": None})
+        yield Event("password", {"seed": self._seed(), "trouble": None})
+        for secure in (False, True):
+            yield Event("alert", {"seed": self._seed(), "sizes": [100], "secure": secure, "trouble": None})
         yield Event("checkpoint", {})
 
     # --- what an event is made of ---
@@ -105,7 +111,8 @@ class _Order:
     def _top(self):
         return getattr(self, "_" + self._pick({
             "console": 50, "rush": 14, "viewer": 15, "screen": 6, "command": 6, "power": 3, "network": 3, "wifi": 3, "driver": 3,
-            "suspend": 3, "consent": 3, "kvm_stray": 2, "idle_console": 1}))()
+            "suspend": 3, "consent": 3, "kvm_stray": 2, "idle_console": 1, "cloud": 4, "enrolment": 3, "alert": 3,
+            "password": 2}))()
 
     def _small(self):
         """What fits into the middle of another event."""
@@ -180,7 +187,10 @@ class _Order:
                      (Event("console", {"seed": self._seed(), "sizes": [self._chance.randint(1, 999)], "close": "close"}),))
 
     def _network(self):
-        return Event("network", {"address": f"192.168.{self._chance.randint(2, 250)}.{self._chance.randint(2, 250)}"})
+        return Event("network", {"address": self._address()})
+
+    def _address(self):
+        return f"192.168.{self._chance.randint(2, 250)}.{self._chance.randint(2, 250)}"
 
     def _wifi(self):
         """The program that reads the profile for a packaged service may fail before it delivers the right one."""
@@ -207,3 +217,28 @@ class _Order:
             answer = "absent"  # such firmware gets no answer
         limit = 10 if answer == "leaves" else self._chance.choice((60, 90, 120))
         return Event("consent", {"type": self._chance.randint(1, 3), "limit": limit, "answer": answer})
+
+    # --- outside of the PC ---
+
+    def _cloud(self):
+        what = self._pick({"console": 4, "loss": 2, "new-data": 2, "home": 2 if self._level >= LEVEL_OF_COMPANY else 0})
+        if what == "home":
+            return Event("cloud", {"what": what, "addresses": [self._address(), self._address()]})
+        # The relay passes on every end of a connection as a close.
+        console = Event("console", {"seed": self._seed(), "sizes": self._sizes(3), "close": self._pick({"close": 3, "firmware": 1}),
+                                    "through_cloud": True})
+        return Event("cloud", {"what": what}, (console,) if what == "console" else ())
+
+    def _enrolment(self):
+        """What certreq.exe does."""
+        return Event("enrolment", {"behaviour": self._pick({None: 6, "refuse": 1, "hang": 1, "length=5000": 1, "absent": 1})})
+
+    def _password(self):
+        return Event("password", {"seed": self._seed(),
+                                  "trouble": self._pick({None: 5, "wrong": 1, "short": 1, "unreachable": 1})})
+
+    def _alert(self):
+        """One, or a flood; the largest fill a message of the firmware."""
+        sizes = [min(self._size(), 131_000) for _ in range(self._pick({1: 4, 3: 2, 30: 1}))]
+        return Event("alert", {"seed": self._seed(), "sizes": sizes, "secure": self._chance.random() < 0.5,
+                               "trouble": self._pick({None: 7, "down": 1, "silent": 1, "unsubscribed": 1})})

@@ -1,18 +1,21 @@
 """The two kinds of PC on which a soak runs, with one interface. What a kind can't have is named in its `cannot`."""
 
 import contextlib
+import copy
 import os
 import pathlib
 import signal
 import time
 
 from harness.control import ask
+from harness.enrolment import CA_FILE, Enterprise
 from harness.host import RUNNING, Footprint
 from harness.native import NativeHost
 from harness.package import DESCRIPTION, PROGRAMS, SCRIPTS, TASKS, Package
 from harness.processes import build_folder, is_running
 from harness.waiting import eventually
 
+from .errands import ACCOUNT, FIRST_PASSWORD, hash_of
 from .screens import SIZE
 from .stage import make_firmware
 
@@ -22,6 +25,8 @@ WIRELESS = {
     "wlanNetworks": [{"name": "office", "ssid": "office"}, {"name": "lab", "ssid": "lab", "authentication": "WPA3SAE"}],
 }
 DRIVER = {"name": "KelmarMnf"}
+DIRECTORY = {"domain": "corp.example", "accounts": [{"name": ACCOUNT, "passwordHash": hash_of(FIRST_PASSWORD)}]}
+INTERFACES = "HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\"
 WIRELESS_ADAPTER = {
     "name": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "description": "Simulated Wi-Fi Adapter", "index": 4, "type": 71,
     "mac": "02:00:5E:10:00:02", "address": "10.9.8.7", "mask": "255.255.255.0",
@@ -35,15 +40,17 @@ class NativePc:
 
     def __init__(self, workdir, clock_rate):
         self.firmware = make_firmware(workdir)
-        self.host = NativeHost(workdir, self.firmware.address, clockRate=clock_rate, **WIRELESS)
+        self.host = NativeHost(workdir, self.firmware.address, clockRate=clock_rate, dnsDomain=DIRECTORY["domain"], **WIRELESS)
         # The screen is the software runtime's test picture.
         self.host.description["screen"] = dict(zip(("width", "height"), SIZE))
         self.host.description["libraryFolders"] = [str(build_folder())]
-        self._classic = {name: self.host.description.get(name, {}) for name in DESCRIPTION}
+        self._classic = {name: copy.deepcopy(self.host.description.get(name, {})) for name in DESCRIPTION}
         self._package = Package(self.host)
         self._is_packaged = False
         self.has_standby = False
+        self.enterprise = Enterprise(self.host, self.firmware)
         self.host.environment["LUXRT_SCREEN"] = "test:{}x{}".format(*SIZE)
+        self.host.install_cloud_library()
         # Memory that a sanitizer keeps back after it was freed would count.
         self.host.asan_options += ":quarantine_size_mb=4:malloc_context_size=8"
 
@@ -52,8 +59,9 @@ class NativePc:
         self._is_packaged, self.has_standby = bool(package), standby
         if package in ("anew", "scripts-fail"):
             self._package.forget_start()
-        self.host.description.update({**(DESCRIPTION if package else self._classic), **WIRELESS, "modernStandby": standby,
-                                      "services": [DRIVER]})
+        self.host.description.update({**copy.deepcopy(DESCRIPTION if package else self._classic), **WIRELESS,
+                                      "modernStandby": standby, "services": [DRIVER], "directory": DIRECTORY})
+        self.enterprise.set_stores([CA_FILE], [CA_FILE])
         with self.failing_scripts() if package == "scripts-fail" else contextlib.nullcontext():
             self.host.start_service()
             self.host.await_state(RUNNING)
@@ -100,6 +108,11 @@ class NativePc:
         _, *wireless = self._adapters()
         adapter = {**self.host.description["adapters"][0], "address": address, "gateway": address.rpartition(".")[0] + ".1"}
         self._ask("change", patch={"adapters": [adapter, *wireless]})
+
+    def set_suffix(self, suffix):
+        """The DNS suffix of the wired adapter."""
+        wired, *_ = self._adapters()
+        self._ask("change", patch={"registry": {INTERFACES + wired["name"]: {"DhcpDomain": suffix}}})
 
     def set_wireless(self, present):
         wired, *_ = self._adapters()
@@ -149,6 +162,19 @@ class NativePc:
     def kill_agents(self):
         self._kill("ZELKVMApp.exe")
 
+    def kill_certreq(self):
+        eventually(lambda: self._processes("certreq.exe"), "certreq.exe to run")
+        self._kill("certreq.exe")
+
+    def directory(self):
+        return self._ask("description")["directory"]
+
+    def change_directory(self, change):
+        self._ask("change", patch={"directory": change})
+
+    def password_changes(self):
+        return self._ask("password-changes")
+
     def _kill(self, name):
         for pid in self._processes(name):
             with contextlib.suppress(ProcessLookupError):
@@ -191,7 +217,7 @@ class WinePc:
     """What Wine lacks: power events, a WLAN service, the desktop's lock, and calls that end the PC but not its session."""
 
     cannot = frozenset(("suspend", "lock", "no-user", "no-agent", "preshutdown", "power-28", "network-reported",
-                        "screen", "wifi", "driver", "package"))
+                        "screen", "wifi", "driver", "package", "cloud", "enrolment", "password", "alert"))
     always_errors = (
         "UnRegisterWlanNotification: WlanRegisterNotification failed with error: 120",
         # Wine's number for a connection that is closed while another thread reads.

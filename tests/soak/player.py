@@ -1,14 +1,15 @@
 """Plays events on a stage, looks at quiet moments whether the service has grown, and ends each of its lives."""
 
-import contextlib
-
 from harness.waiting import eventually
 
+from .cloud import Cloud
 from .consoles import Consoles
 from .driver import Driver
 from .endings import Endings
+from .errands import Errands
 from .screens import Screens
 from .surroundings import Surroundings
+from .tally import settled
 from .viewers import Viewers
 
 
@@ -19,13 +20,18 @@ class Player:
         self._consoles = Consoles(stage, self._play_all)
         self._viewers = Viewers(stage, self._play_all)
         self._surroundings = Surroundings(stage, self._play_all)
+        self._cloud = Cloud(stage, self._play_all, self._surroundings.network)
+        self._errands = Errands(stage)
+        self._endings = Endings(stage, self._viewers)
         self._players = {
-            "start": self._start, "checkpoint": self._checkpoint, "end": Endings(stage, self._viewers).end,
+            "start": self._start, "checkpoint": self._checkpoint, "end": self._end,
             "console": self._consoles.console, "idle-console": self._consoles.idle_console, "rush": self._consoles.rush,
             "viewer": self._viewers.viewer, "screen": Screens(stage, self._viewers).screen, "kvm-stray": self._viewers.kvm_stray,
             "firmware": self._surroundings.firmware, "command": self._surroundings.command, "power": self._surroundings.power,
             "network": self._surroundings.network, "wifi": self._surroundings.wifi, "driver": Driver(stage).driver,
-            "suspend": self._surroundings.suspend, "consent": self._surroundings.consent}
+            "suspend": self._surroundings.suspend, "consent": self._surroundings.consent,
+            "cloud": self._cloud.cloud, "enrolment": self._errands.enrolment, "password": self._errands.password,
+            "alert": self._errands.alert}
 
     def play(self, event):
         """One event, with all that happens in its middle."""
@@ -49,7 +55,12 @@ class Player:
     # --- quiet moments ---
 
     def _start(self, life, package, standby):
+        self._errands.begin_life()
         self._stage.start(None if "package" in self._stage.pc.cannot else package, standby)
+
+    def _end(self, how):
+        self._endings.end(how)
+        self._cloud.check_ended()
 
     def _checkpoint(self):
         self._stage.log.forget_allowances()
@@ -57,33 +68,14 @@ class Player:
             # Its threads wait for a person.
             self._surroundings.firmware(self._stage.dash, self._stage.kvm, 50)
             self._surroundings.consent(2, 60, "yes")
+        self._cloud.check()
         eventually(lambda: not self._stage.pc.agents(), "the agents to leave")
         for server in self._stage.servers.values():
             server.forget()
         growth = self._stage.growth
         if growth.has_first():
             growth.next_moment()
-            self._await_small()
+            growth.require_small(self._stage.pc.footprint, self._stage.kept_handles)
         else:
-            self._settle()
-            growth.take_first(self._stage.pc.footprint())
+            growth.take_first(settled(self._stage.pc.footprint))
         self._stage.account_log()
-
-    def _await_small(self):
-        grown = []
-
-        def small():
-            grown[:] = self._stage.growth.too_much(self._stage.pc.footprint(), self._stage.kept_handles)
-            return not grown
-        with contextlib.suppress(AssertionError):
-            eventually(small, "the service to be as small as it was")
-        assert not grown, "the service has grown: " + "; ".join(grown)
-
-    def _settle(self):
-        """Waits until three looks in a row see the same."""
-        looks = []
-
-        def same():
-            looks.append(self._stage.pc.footprint()[:2])
-            return len(looks) >= 3 and len(set(looks[-3:])) == 1
-        eventually(same, "the service to come to rest")

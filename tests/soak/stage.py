@@ -46,11 +46,18 @@ class Stage:
         self.log.allow_always(*ALWAYS, *pc.always_errors)
         self.servers = {"dash": Listener(), "kvm": Listener()}
         self.dash = self.kvm = self.level = None  # as the firmware was set last
+        self.cloud_address = None  # where consoles reach this PC's DASH port through the cloud
         self.question = None  # the client of a question to the person that is still open; True when there is none
         self.kept_handles = 0  # in this life of the service, on purpose
         self.growth = None
         self.sessions_before = 0
         self._memory_slack = memory_slack
+        self._kept = contextlib.ExitStack()
+
+    def keep(self, peer):
+        """Closes it at the end of the soak, and returns it."""
+        self._kept.callback(peer.close)
+        return peer
 
     @property
     def host(self):
@@ -129,7 +136,8 @@ class Stage:
         assert not printed, f"the service printed:\n{printed[-20000:]}"
         self.log.read()
         self.pc.check_left_files()
-        self.tally.growths.append(self.growth.text(sum(self.tally.sessions.values()) - self.sessions_before, self.kept_handles))
+        sessions = sum(self.tally.sessions.values()) - self.sessions_before
+        self.tally.growths.append(self.growth.text(f"{sessions} sessions", self.kept_handles))
         self.tally.lives += 1
         if self.question not in (None, True):
             self.question.wait()
@@ -140,6 +148,7 @@ class Stage:
         self.tally.errors_explained = self.log.errors_explained
 
     def close(self):
+        self._kept.close()
         for server in self.servers.values():
             server.close()
         self.log.close()

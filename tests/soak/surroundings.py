@@ -11,7 +11,7 @@ HANGS = ("no-connection", "silent")
 ANSWERS = {"yes": 1, "wrong-then-yes": 1, "no": 2, "noresponse": 2}
 POWER_ACTIONS = {19: "sleep", 21: "reboot", 22: "shutdown", 23: "hibernate", 28: "shutdown"}
 DEEP = (19, 23)  # each leaves the handle of a thread
-REQUESTS_OF_UPDATE = 11
+REQUESTS_OF_UPDATE = 13
 # The ERROR line to which each failure of the reader program leads, and those of one that is killed.
 READER_ERRORS = {
     "exit-first": "ConnectNamedPipe failed, error 995", "no-connection": "ConnectNamedPipe failed, error 995",
@@ -20,6 +20,9 @@ READER_ERRORS = {
 }
 KILLED_READER_ERRORS = ("ConnectNamedPipe failed, error 995", "ReadFile failed or incomplete (bytes=0, error=109)")
 READS = 20  # of a reader that fails, at most
+# An update that finds the gate closed when it reads the data of the cloud.
+UNANSWERED_CLOUD = ("Driver IOCTL failed in function GetCloudCertInfo, with error 1062",
+                    "Driver IOCTL failed in function GetDomainInfo, with error 1062", "GetDomainInfo failed with error: 1062")
 CONSENT_SENT = "Consent received by driver is "
 
 
@@ -86,6 +89,9 @@ class Surroundings:
     def wifi(self, network, reader):
         """The PC joins a Wi-Fi network; firmware that takes its profile gets it, unless it has it already."""
         if reader:
+            # The network is read as soon as it is joined.
+            if reader in READER_ERRORS:
+                self._log.allow(READER_ERRORS[reader], times=READS)
             self._stage.pc.set_reader_behaviour(reader)
         self._stage.pc.join(network)
         if reader in READER_ERRORS:
@@ -105,7 +111,6 @@ class Surroundings:
     def _await_reader_failure(self, reader):
         """The profile of a program that fails is empty. The next one is read when the network is looked at again."""
         place, error = self._log.here(), READER_ERRORS[reader]
-        self._log.allow(error, times=READS)
         for _ in range(READS):
             self._wlan_code = 31 - self._wlan_code
             self._stage.pc.tell_of_network(self._wlan_code)
@@ -131,6 +136,7 @@ class Surroundings:
         stage = self._stage
         # What an update that is under way still has to tell finds the gate closed.
         self._log.allow("Service is not signalled as Up", times=REQUESTS_OF_UPDATE)
+        self._log.allow(*UNANSWERED_CLOUD)
         stage.pc.suspend()
         assert not stage.ask("show")["host"]["up"], "the firmware takes the host for awake"
         place = self._log.here()

@@ -1,7 +1,13 @@
 """Counts the sessions, faults and bytes of a soak."""
 
 import collections
+import contextlib
 import time
+
+from harness.waiting import Overdue, eventually
+
+# Kilobytes of growth that are not a leak: allocators keep freed memory, and a sanitizer's own records grow for hours.
+MEMORY_SLACK = {"native": 4_000, "asan": 200_000, "tsan": 400_000, "debug": 4_000, "windows": 4_000}
 
 
 class Tally:
@@ -54,6 +60,17 @@ def _megabytes(size):
     return f"{size / 1e6:.1f} MB"
 
 
+def settled(look):
+    """Returns the footprint that three looks in a row see, but for the memory."""
+    looks = []
+
+    def same():
+        looks.append(look())
+        return len(looks) >= 3 and len({seen[:2] for seen in looks[-3:]}) == 1
+    eventually(same, "the service to come to rest")
+    return looks[-1]
+
+
 class Growth:
     """Compares the footprint of one life of the service at its first quiet moment with that at each later one."""
 
@@ -88,13 +105,24 @@ class Growth:
             grown.append(f"memory from {self._kilobytes} to {footprint.kilobytes} KB")
         return grown
 
-    def text(self, sessions, kept_handles):
+    def require_small(self, look, kept_handles=0):
+        """Waits until nothing has grown; what has passed away is no growth."""
+        grown = []
+
+        def small():
+            grown[:] = self.too_much(look(), kept_handles)
+            return not grown
+        with contextlib.suppress(Overdue):
+            eventually(small, "the service to be as small as it was")
+        assert not grown, "the service has grown: " + "; ".join(grown)
+
+    def text(self, what, kept_handles=0):
         if not self._moments:
-            return f"{sessions} sessions, too short for a comparison"
+            return f"{what}, too short for a comparison"
         first, last = self._first, self._last
         memory = ""
         if last.kilobytes:
             memory = f", memory {self._kilobytes} to {last.kilobytes} KB ({last.kilobytes - self._kilobytes:+})"
         kept = f" ({kept_handles} kept on purpose)" if kept_handles else ""
-        return (f"{sessions} sessions; handles {first.handles} to {last.handles}{kept}, "
+        return (f"{what}; handles {first.handles} to {last.handles}{kept}, "
                 f"threads {first.threads} to {last.threads}{memory}")
