@@ -86,7 +86,9 @@ def test_a_paused_wire_stays_as_it_is(room, page):
     page.press("wire", "Pause")
     room.firmware.send("S0i3_RESUME")
     page.await_text("#wire .count", ", 1 new")
-    assert page.texts("#wire .row:not([hidden])") == []
+    page.fill("#wire input[type=search]", "S0i3 WriteOsInfo")
+    page.await_text("#wire .row:not([hidden]) .name", "WriteOsInfo")
+    assert "S0i3_RESUME" not in page.texts("#wire .row:not([hidden]) .name")
     page.press("wire", "Resume")
     page.await_text("#wire .row:not([hidden]) .name", "S0i3_RESUME")
 
@@ -177,6 +179,19 @@ def test_the_pc_panel_plays_windows(room, page):
     page.fill("#pc input[name=call]", "DeviceIoControl")
     page.press("pc", "Run")
     page.await_text("#pc .output dt", "calls")
+
+
+def test_an_adapter_is_unplugged_by_a_button(room, page):
+    def state():
+        return json.loads(room.host.ctl("description", "--json"))["adapters"][0]["operStatus"]
+    page.show("pc")
+    page.await_text("#pc .item", "Simulated Ethernet Adapter")
+    page.press("pc", "Unplug")
+    page.await_text("#pc .item button", "Plug in")
+    assert state() == 2
+    page.press("pc", "Plug in")
+    page.await_text("#pc .item button", "Unplug")
+    assert state() == 5
 
 
 def test_the_keyboard_alone_reaches_the_panels_and_the_entries(page):

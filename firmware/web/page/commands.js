@@ -88,7 +88,8 @@ function mountSender(lab, answers) {
   lab.store.on("greeting", () => {
     const kept = choice.options.length ? choice.value : null;
     choice.replaceChildren(...lab.store.catalogue.commands.map((command) =>
-      el("option", { value: command.number }, `${command.number}  ${shortName(command.name)}`)), el("option", { value: "" }, "any other number"));
+      el("option", { value: command.number }, `${command.number}  ${shortName(command.name)}`)),
+    el("option", { value: "" }, "any other number"));
     const first = lab.store.catalogue.commands.find(({ name }) => name === FIRST_CHOICE)?.number;
     if ([...choice.options].some(({ value }) => value === kept)) choice.value = kept;
     else if (first !== undefined) choice.value = first;

@@ -45,6 +45,6 @@ export function valueText(value) {
 
 // "state=1 port=22"
 export function fieldsText(fields) {
-  return Object.entries(fields ?? {}).map(([name, value]) => `${name}=${typeof value === "string" ? JSON.stringify(value) : valueText(value)}`)
-    .join(" ");
+  const quoted = (value) => (typeof value === "string" ? JSON.stringify(value) : valueText(value));
+  return Object.entries(fields ?? {}).map(([name, value]) => `${name}=${quoted(value)}`).join(" ");
 }

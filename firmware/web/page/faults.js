@@ -2,12 +2,16 @@
 
 import { button, card, el, labelled, select } from "./dom.js";
 
+// `more` has the further words: [name, value at first, hint].
 const FAULTS = [
-  { name: "refuse", about: "Refuse: answer with an error", request: true, more: [["error", "1450", "Win32 error"], ["times", "", "how often; empty: always"]] },
-  { name: "delay", about: "Delay the answer", request: true, more: [["milliseconds", "2000", "0 ends it"]] },
-  { name: "hold", about: "Hold the request, without an answer", request: true, more: [] },
-  { name: "release", about: "Release what is held", request: true, more: [] },
-  { name: "answer-size", about: "Change the size of the answer", request: true, more: [["bytes", "0", "cut, or filled with zeros"]] },
+  {
+    name: "refuse", about: "Refuse: answer with an error",
+    more: [["error", "1450", "Win32 error"], ["times", "", "how often; empty: always"]],
+  },
+  { name: "delay", about: "Delay the answer", more: [["milliseconds", "2000", "0 ends it"]] },
+  { name: "hold", about: "Hold the request, without an answer", more: [] },
+  { name: "release", about: "Release what is held", more: [] },
+  { name: "answer-size", about: "Change the size of the answer", more: [["bytes", "0", "cut, or filled with zeros"]] },
 ];
 
 export function mountFaults(lab, answers) {

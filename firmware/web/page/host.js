@@ -107,7 +107,8 @@ export function mountHost(root, { store }) {
     const columns = [
       ["Name", "Name", (text) => text], ["MAC", "MACAddress", describe.macText], ["Address", "IPv4Address", (text) => text],
       ["Mask", "Subnet", (text) => text], ["Gateway", "Gateway", (text) => text], ["Origin", "AddressOrigin", describe.originText],
-      ["Speed", "Speed", describe.speedText], ["Kind", "LinkTechnology", describe.technologyText], ["Link", "StatusInfo", describe.linkText],
+      ["Speed", "Speed", describe.speedText], ["Kind", "LinkTechnology", describe.technologyText],
+      ["Link", "StatusInfo", describe.linkText],
     ];
     const rest = (several?.Count ?? 0) - entries.length;
     return el("section", { class: "card whole" }, el("h2", {}, "Adapters"),

@@ -58,7 +58,7 @@ export function mountLog(root, lab) {
   function countErrors(added) {
     errors += added.filter((line) => line.level === "ERROR").length;
     tab.dataset.errors = errors || "";
-    tab.title = errors ? `${errors} errors since this page was loaded` : "";
+    tab.title = errors ? `${errors} errors in the log` : "";
   }
 
   lab.revealLog = (line) => {

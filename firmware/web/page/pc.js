@@ -6,15 +6,17 @@ import { argumentsForm } from "./form.js";
 import { valueText } from "./describe.js";
 
 const STATES = { 1: "stopped", 2: "start pending", 3: "stop pending", 4: "running", 7: "paused" };
-const UP = 5, UNPLUGGED = 2; // the states of an adapter
+const UNPLUGGED = 2, CONNECTED = 4, UP = 5; // states of an adapter
+const JOINED = 1; // state of a Wi-Fi interface
 const REFRESH = 2000; // milliseconds
 
 const isRecord = (value) => value !== null && typeof value === "object" && !Array.isArray(value);
 
 function tableOf(rows) {
   const names = [...new Set(rows.flatMap(Object.keys))];
-  return el("div", { class: "scroll" }, el("table", {}, el("thead", {}, el("tr", {}, names.map((name) => el("th", { scope: "col" }, name)))),
-    el("tbody", {}, rows.map((row) => el("tr", {}, names.map((name) => el("td", {}, name in row ? resultOf(row[name]) : "")))))));
+  const head = el("tr", {}, names.map((name) => el("th", { scope: "col" }, name)));
+  const lines = rows.map((row) => el("tr", {}, names.map((name) => el("td", {}, name in row ? resultOf(row[name]) : ""))));
+  return el("div", { class: "scroll" }, el("table", {}, el("thead", {}, head), el("tbody", {}, lines)));
 }
 
 function resultOf(value) {
@@ -73,31 +75,35 @@ export function mountPc(root, lab) {
       action("Event log", "", { command: "event-log" })),
     el("h3", {}, "What happened"),
     el("div", { class: "buttons" },
-      action("Processes", "", { command: "processes" }), action("Launches", "programs that the service has started", { command: "launches" }),
+      action("Processes", "what runs on the PC", { command: "processes" }),
+      action("Launches", "programs that the service has started", { command: "launches" }),
       action("Power actions", "what the service has asked Windows for", { command: "power-actions" })));
 
+  // A line with a lamp, a name and a button.
+  function item(isOn, name, hint, text, onclick) {
+    return el("div", { class: "item" }, el("span", { class: isOn ? "dot on" : "dot" }),
+      el("span", { class: "grow" }, name, el("span", { class: "hint" }, ` ${hint}`)), button(text, onclick, { class: "small" }));
+  }
+
   function showAdapters() {
-    if (!Array.isArray(description.adapters)) return adapters.replaceChildren(el("p", { class: "hint" }, "The PC has this machine's own adapters."));
     const all = description.adapters;
+    if (!Array.isArray(all)) return adapters.replaceChildren(el("p", { class: "hint" }, "The PC has this machine's own adapters."));
     return adapters.replaceChildren(...all.map((adapter, place) => {
-      const up = (adapter.operStatus ?? UP) >= 4;
-      const patched = all.map((each, index) => (index === place ? { ...each, operStatus: up ? UNPLUGGED : UP } : each));
-      return el("div", { class: "item" }, el("span", { class: up ? "dot on" : "dot" }), el("span", { class: "grow" }, adapter.description || adapter.name,
-        el("span", { class: "hint" }, ` ${adapter.address || "no address"}`)),
-      button(up ? "Unplug" : "Plug in", () => act(`${up ? "Unplug" : "Plug in"} ${adapter.description}`, change({ adapters: patched })), { class: "small" }));
+      const up = (adapter.operStatus ?? UP) >= CONNECTED;
+      const changed = all.map((each, index) => (index === place ? { ...each, operStatus: up ? UNPLUGGED : UP } : each));
+      const name = adapter.description || adapter.name, verb = up ? "Unplug" : "Plug in";
+      return item(up, name, adapter.address || "no address", verb, () => act(`${verb} ${name}`, change({ adapters: changed })));
     }));
   }
 
   function showNetworks() {
-    const radios = description.wlanInterfaces ?? [];
-    if (!radios.length) return networks.replaceChildren(el("p", { class: "hint" }, "The PC has no Wi-Fi adapter."));
-    const joined = radios[0].state === 1 ? radios[0].network : "";
+    const [radio] = description.wlanInterfaces ?? [];
+    if (!radio) return networks.replaceChildren(el("p", { class: "hint" }, "The PC has no Wi-Fi adapter."));
     return networks.replaceChildren(...(description.wlanNetworks ?? []).map(({ name, authentication }) => {
-      const here = name === joined;
-      return el("div", { class: "item" }, el("span", { class: here ? "dot on" : "dot" }), el("span", { class: "grow" }, name,
-        el("span", { class: "hint" }, ` ${authentication ?? ""}`)),
-      here ? button("Leave", () => act("Leave", { command: "wlan", action: "leave" }), { class: "small" })
-        : button("Join", () => act(`Join ${name}`, { command: "wlan", action: "join", network: name }), { class: "small" }));
+      const joined = radio.state === JOINED && radio.network === name;
+      return item(joined, name, authentication ?? "", joined ? "Leave" : "Join", joined
+        ? () => act("Leave", { command: "wlan", action: "leave" })
+        : () => act(`Join ${name}`, { command: "wlan", action: "join", network: name }));
     }));
   }
 

@@ -11,6 +11,7 @@ export const DEFAULTS = {
 const CONSENT_SECONDS = 70;
 
 const alone = (command) => (play) => play.send(command);
+const provisioned = (status) => (play) => play.ask("set", { values: { ProvisionStatus: status } });
 
 // {group, name, about, brief: true?, inputs: [{name, value}]?, needs: "pc"?, run(play, values)}; brief ones are a mere button.
 export const PRESETS = [
@@ -27,8 +28,14 @@ export const PRESETS = [
     },
   },
   { group: "Remote KVM", name: "Enable KVM", brief: true, about: "without a question", run: alone("MPM_ZEL_CMD_KVM_ENABLE_STATUS") },
-  { group: "Remote KVM", name: "End the session", brief: true, about: "closes the viewer's connection", run: alone("MPM_ZEL_CMD_VNC_SOC_CLOSE") },
-  { group: "Power", name: "Off, graceful", brief: true, about: "as the power button of a console", run: alone("MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE") },
+  {
+    group: "Remote KVM", name: "End the session", brief: true, about: "closes the viewer's connection",
+    run: alone("MPM_ZEL_CMD_VNC_SOC_CLOSE"),
+  },
+  {
+    group: "Power", name: "Off, graceful", brief: true, about: "as the power button of a console",
+    run: alone("MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE"),
+  },
   { group: "Power", name: "Off, hard", brief: true, about: "without asking programs to close", run: alone("MPM_ZEL_CMD_HOST_OFF_HARD") },
   { group: "Power", name: "Restart", brief: true, about: "as a reset by a console", run: alone("MPM_ZEL_CMD_HOST_CYCLE_SOFT") },
   { group: "Power", name: "Sleep", brief: true, about: "the service has Windows sleep", run: alone("MPM_ZEL_CMD_HOST_SLEEP_LIGHT") },
@@ -94,8 +101,6 @@ export const PRESETS = [
     inputs: [{ name: "level", value: "50", choices: "levels" }],
     run: (play, { level }) => play.ask("set", { values: { uVORKVersion: String(level) } }),
   },
-  {
-    group: "Firmware", name: "Not provisioned", brief: true, about: "ProvisionStatus 0", run: (play) => play.ask("set", { values: { ProvisionStatus: "0" } }),
-  },
-  { group: "Firmware", name: "Provisioned", brief: true, about: "ProvisionStatus 2", run: (play) => play.ask("set", { values: { ProvisionStatus: "2" } }) },
+  { group: "Firmware", name: "Not provisioned", brief: true, about: "ProvisionStatus 0", run: provisioned("0") },
+  { group: "Firmware", name: "Provisioned", brief: true, about: "ProvisionStatus 2", run: provisioned("2") },
 ];

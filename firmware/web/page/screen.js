@@ -56,11 +56,11 @@ export function mountScreen(root, lab) {
     const waits = on && mode.value !== "vnc" && !painter.meter.drawn;
     overlay.hidden = on && !waits;
     overlay.textContent = waits ? "Waiting for the first frame…"
-      : "Start enables KVM, opens a session, and shows the screen of the PC. Keys and the mouse go to the PC while the picture has the focus; "
-        + "Ctrl+Alt+Shift gives them back to this page.";
+      : "Start enables KVM, opens a session, and shows the screen of the PC. Keys and the mouse go to the PC while the "
+        + "picture has the focus; Ctrl+Alt+Shift gives them back to this page.";
   }
 
-  // Tells the server which frames this page can show now; none while the panel is out of sight.
+  // Asks for the frames that this page can show now: none while the panel is out of sight.
   function watch(again = false) {
     const wanted = on && mode.value !== "vnc" && !root.hidden && !document.hidden ? mode.value : "off";
     if ((wanted === watched && !again) || connection.state !== "open") return;

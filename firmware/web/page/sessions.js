@@ -8,7 +8,8 @@ export class Sessions {
     this.byPort = new Map();
   }
 
-  // A session has `begun`, was `closed` by the firmware, and has `ended`: the times of these. Returns whether something changed.
+  // A session has `begun`, was `closed` by the firmware, and has `ended`: the times of these. Returns whether something
+  // has changed.
   take(entries) {
     let changed = false;
     for (const { name, fields, time, fault } of entries) {
@@ -17,7 +18,7 @@ export class Sessions {
         this.byPort.set(fields.Port, { peer: `${fields.PeerAddress}:${fields.PeerPort}`, begun: time });
       else if (name === "WriteCloseSocketcmd") this.end(fields.port, time);
       else if (name === "MPM_ZEL_CMD_VNC_SOC_CLOSE" && this.byPort.has(22)) this.byPort.get(22).closed = time;
-      else if (name === "gone") for (const session of this.byPort.values()) Object.assign(session, { closed: time, ended: session.ended ?? time });
+      else if (name === "gone") this.endAll(time);
       else continue;
       changed = true;
     }
@@ -27,6 +28,11 @@ export class Sessions {
   end(port, time) {
     const session = this.byPort.get(port);
     if (session && !session.ended) session.ended = time;
+  }
+
+  // The host is gone, and with it what it had.
+  endAll(time) {
+    for (const session of this.byPort.values()) Object.assign(session, { closed: time, ended: session.ended ?? time });
   }
 
   of(name) {

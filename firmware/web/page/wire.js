@@ -3,7 +3,7 @@
 
 import { button, check, download, el, remembered } from "./dom.js";
 import { VirtualList } from "./table.js";
-import { KEPT, Ring, Selection } from "./store.js";
+import { Ring, Selection } from "./store.js";
 import { bytesText, clockText, fieldsText, valueText } from "./describe.js";
 import { dump } from "./hex.js";
 
@@ -56,7 +56,7 @@ function inOrder(fields, layout) {
 export function mountWire(root, lab) {
   const { store } = lab;
   const filter = remembered.read("wire", { name: "", host: true, firmware: true, note: true });
-  let paused = null; // the entries of the moment of the pause
+  let paused = null; // a Selection of the entries that were there when the list was paused
   let missed = 0;
 
   function accepts() {
@@ -85,7 +85,7 @@ export function mountWire(root, lab) {
     select: showDetail,
   });
 
-  const shown = () => paused ?? selection.list;
+  const shown = () => (paused ?? selection).list;
   const count = el("span", { class: "hint count" });
   const name = el("input", {
     type: "search", placeholder: "Filter by name: os dash -kvm", "aria-label": "Filter by name", value: filter.name,
@@ -100,7 +100,7 @@ export function mountWire(root, lab) {
     filter[key] = setting;
     remembered.write("wire", filter);
     selection.change(accepts());
-    if (paused) setPause(true);
+    paused?.change(accepts());
     list.show(shown());
     showCount();
   }
@@ -109,8 +109,9 @@ export function mountWire(root, lab) {
     missed = 0;
     paused = null;
     if (pausing) {
-      paused = new Ring();
-      paused.push([...selection.list]);
+      const all = new Ring();
+      all.push([...store.wire]);
+      paused = new Selection(all, accepts());
     }
     pause.textContent = pausing ? "Resume" : "Pause";
     pause.setAttribute("aria-pressed", pausing);
@@ -119,8 +120,9 @@ export function mountWire(root, lab) {
   }
 
   function showCount() {
-    const of = shown().length === store.wire.length ? "" : ` of ${store.wire.length}`;
-    const news = paused ? `, ${missed} new` : store.wire.length === KEPT ? ", the newest" : "";
+    const all = (paused ?? selection).source.length;
+    const of = shown().length === all ? "" : ` of ${all}`;
+    const news = paused ? `, ${missed} new` : "";
     const text = `${shown().length}${of} entries${news}`;
     if (count.textContent !== text) count.textContent = text;
   }
@@ -168,14 +170,14 @@ export function mountWire(root, lab) {
 
   function showDetail(entry) {
     if (!entry || entry.dropped) return detail.replaceChildren(hintOfDetail());
-    const bytes = el("div");
+    const bytes = el("div"), fields = fieldRows(inOrder(entry.fields, layoutOf(entry)));
     detail.replaceChildren(
       el("h2", {}, entry.name),
       el("p", { class: "hint" }, [SENDERS[entry.direction], clockText(entry.time), entry.code !== undefined && `code ${entry.code}`,
         entry.bytes !== undefined && `${entry.bytes} bytes`].filter(Boolean).join(" · ")),
       entry.fault ? el("p", { class: "error-text" }, entry.fault) : "",
       entry.text ? el("p", {}, entry.text) : "",
-      Object.keys(entry.fields ?? {}).length ? el("table", { class: "fields" }, el("tbody", {}, fieldRows(inOrder(entry.fields, layoutOf(entry))))) : "",
+      fields.length ? el("table", { class: "fields" }, el("tbody", {}, fields)) : "",
       ...(entry.bytes === undefined ? [] : [el("h3", {}, "Bytes"), bytes]),
       el("h3", {}, "The service's log at this moment"), moment(entry));
     if (entry.bytes !== undefined) showBytes(entry, bytes);
