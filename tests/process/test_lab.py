@@ -1,11 +1,13 @@
 """The panels of the lab in a real browser, with a PC and its service."""
 
 import json
+import subprocess
 
 import pytest
 
 from harness.browser import what_is_missing
 from harness.lab import Room
+from harness.processes import build_folder
 from harness.waiting import eventually
 
 missing = what_is_missing()
@@ -136,6 +138,34 @@ def test_a_command_is_sent_with_the_fields_of_its_record(room, page):
                       "the command")
     assert [each["fields"] for each in sent] == [{"address": "127.0.0.1", "port": 0}]
     page.await_text("#commands .answers", "sent")
+
+
+def controls_of_all_choices(page, choice, form):
+    """The names of the controls that the form has for each choice of a list."""
+    return dict(page.run("""const [choice, form] = [...arguments].map((selector) => document.querySelector(selector));
+        return [...choice.options].map((option) => {
+            choice.value = option.value;
+            choice.dispatchEvent(new Event("change"));
+            return [option.value, [...form.querySelectorAll(".fields-form [name], .fields-form .check")]
+                .map((control) => control.name ?? control.textContent.split(":")[0])];
+        });""", choice, form))
+
+
+def test_each_command_of_the_firmware_has_a_form_of_its_record(page):
+    page.show("commands")
+    forms = controls_of_all_choices(page, "#command", "#commands form")
+    catalogue = json.loads(subprocess.check_output([build_folder() / "mpmsim", "catalogue", "--json"], text=True))
+    for command in catalogue["commands"]:
+        fields = [field["name"] for field in command["payload"]["fields"] if field["kind"] not in ("reserved", "records")]
+        bytes_only = ["payload"] if command["payload"]["maxSize"] and not fields else []
+        assert forms[str(command["number"])] == fields + bytes_only, command["name"]
+
+
+def test_each_command_of_the_pc_has_a_form_of_its_arguments(room, page):
+    page.show("pc")
+    forms = controls_of_all_choices(page, "#pc-command", "#pc form")
+    commands = json.loads(room.host.ctl("help", "--json"))
+    assert forms == {name: [argument["name"] for argument in command["arguments"]] for name, command in commands.items()}
 
 
 def test_a_scenario_waits_for_the_answer_of_the_person(room, page):
