@@ -20,10 +20,10 @@ MEMORY = pathlib.Path("/dev/shm")  # each input writes the files of a simulated 
 MOST_FINDINGS = 5
 ARGUMENTS = ["-print_final_stats=1", "-rss_limit_mb=3000", "-timeout=60"]
 # Each input of these runs so much code that libFuzzer's counters would cost more time than the input itself.
-WHOLE_SERVICE = {"agentpipe", "answers", "datareader", "dispatch", "package", "platform", "sessions"}
+WHOLE_SERVICE = {"agentpipe", "answers", "certificates", "datareader", "dispatch", "package", "platform", "sessions"}
 PLAIN = ["-entropic=0", "-use_counters=0"]
 ENTROPIC = ["-entropic_scale_per_exec_time=1"]
-LONGEST = {"dispatch": 256, "sessions": 256, "wsman": 4096, "pcdescription": 4096}
+LONGEST = {"certificates": 8192, "dispatch": 256, "sessions": 256, "wsman": 4096, "pcdescription": 4096}
 
 
 def targets():

@@ -10,15 +10,17 @@ import sys
 import console
 import corpus
 import display
+import identity
 import mailbox
 import packaged
 import service
 import texts
 
 for add in (
-    mailbox.host_records, mailbox.gate_frames, mailbox.cloud_frames, mailbox.link, mailbox.frames, mailbox.device, mailbox.pipes,
-    console.console, texts.descriptions, texts.control_lines, texts.texts, texts.wifi_profiles, service.answers, service.platform,
-    service.dispatch, service.each_command, display.agents, display.escapes, display.runtimes, packaged.readers, packaged.packages,
+    mailbox.host_records, mailbox.gate_frames, mailbox.cloud_frames, mailbox.cloud_streams, mailbox.link, mailbox.frames,
+    mailbox.device, mailbox.pipes, console.console, texts.descriptions, texts.control_lines, texts.texts, texts.wifi_profiles,
+    service.answers, service.platform, service.dispatch, service.errands, service.each_command, identity.certificates,
+    display.agents, display.escapes, display.runtimes, packaged.readers, packaged.packages,
 ):  # fmt: skip
     add()
 if sys.argv[1:] != ["--check"]:

@@ -59,6 +59,31 @@ def cloud_frames():
     seed("cloudframes", "cut", b"\xff" + session[:-4])
 
 
+def cloud_streams():
+    hello, opening, opened, data, close, credit, ping = 1, 2, 3, 5, 6, 7, 8
+
+    def step(kind, stream=1, repeats=0, payload=b""):
+        return bytes([kind, stream, repeats]) + block(payload)
+
+    dash, kvm, other_port, other_host, text = range(5)  # of a target
+    for name, steps in {
+        "session": [step(opening, repeats=dash), step(data, payload=b"request"), step(ping), step(data, payload=b"more"),
+                    step(close), step(ping)],
+        "refused": [step(opening, stream, target) for stream, target in enumerate((kvm, other_port, other_host))],
+        "targets": [step(opening, 1, text, target) for target in (b"", b":", b"PC", b"PC:", b"PC:664:664", b"PC: 664", b"\0:664")],
+        "window": [step(opening, repeats=dash), *[step(data, repeats=255, payload=b"d" * 255)] * 20],
+        "window-unread": [step(opening, repeats=dash), step(credit, payload=b"\xff" * 4), step(credit, payload=b"\0" * 4),
+                          *[step(data, repeats=63, payload=b"d" * 255)] * 16, step(credit, payload=b"\0\0\x40\0")],
+        "twice": [step(opening, repeats=dash), step(opening, repeats=dash), step(close), step(opening, repeats=dash), step(close)],
+        "unopened": [step(data, payload=b"d"), step(close), step(credit, payload=b"\0\0\0\1"), step(ping)],
+        "several": [*[step(opening, stream, dash) for stream in range(4)],
+                    *[step(data, stream, 9, b"d" * 99) for stream in range(4)], step(close, 2)],
+        "unknown": [step(opening, repeats=dash), step(hello)],
+        "not-the-clouds": [step(opened), step(ping)],
+    }.items():
+        seed("cloudstreams", name, b"".join(steps))
+
+
 def host_frame(kind, ident, request, room, payload=b""):
     return bytes([kind, ident, tables.function(request)]) + struct.pack("<H", room) + long_block(payload)
 

@@ -104,7 +104,7 @@ def platform():
 
 # --- sequences of commands ---
 
-OTHER, LONG, SHORT, REFUSE, RESIZE, PASS, CONTROL, LOCK, CONSOLE, VIEWER, PERSON = range(0x80, 0x8B)
+OTHER, LONG, SHORT, REFUSE, RESIZE, PASS, CONTROL, LOCK, CONSOLE, VIEWER, PERSON, RECORD = range(0x80, 0x8C)
 SETTLE, FINISH, CLOSE, RESET = 1, 2, 4, 8
 MESSAGES = 64  # numbers from here on need OTHER
 
@@ -120,6 +120,25 @@ def passing(milliseconds):
 
 def long_message(command, fill, half):
     return bytes([LONG, tables.command(command), fill]) + struct.pack("<H", half)
+
+
+def record(command, size, fields):
+    """Zeros, with these fields at their offsets."""
+    pieces = b"".join(struct.pack("<H", offset) + block(data) for offset, data in fields.items())
+    return bytes([RECORD, tables.command(command)]) + struct.pack("<HB", size, len(fields)) + pieces
+
+
+def destination(host, uri, port=80, secure=0, size=2060):
+    return record("INDICATION_SUBSCRIBE", size, {0: host, 1024: uri, 2052: struct.pack("<HHI", port, 0, secure)})
+
+
+def request(authority=b"Example Root", csr=b"a request", size=None, whole=4296):
+    return record("CSR", whole, {0: b"ca.example.test", 64: authority, 128: b"Machine",
+                                 192: number(len(csr) if size is None else size) + csr})
+
+
+def passwords(old, new, size=256):
+    return record("AD_SERVICE_PWD_UPDATE_CMD", size, {0: old, 128: new})
 
 
 def refuse(request, error, times):
@@ -193,6 +212,34 @@ def dispatch():
     }.items():  # fmt: skip
         others = any(step[0] in (CONSOLE, VIEWER, PERSON) for step in steps)
         seed("sessions" if others else "dispatch", name, bytes([level]) + b"".join(steps))
+
+
+def errands():
+    """What the host does for the firmware outside of the PC."""
+    alert = message("INDICATION_EVENT", b"<alert/>")
+    for name, steps in {
+        "upgrade": [message("SOFTWARE_UPGRADE", b"package 7")],
+        "upgrade-quotes": [message("SOFTWARE_UPGRADE", b'one" two "three\\"'), message("SOFTWARE_UPGRADE", b"first\0second")],
+        "upgrade-longest": [record("SOFTWARE_UPGRADE", 1022, {offset: b"u" * 255 for offset in range(0, 1022, 255)}),
+                            record("SOFTWARE_UPGRADE", 1023, {offset: b"u" * 255 for offset in range(0, 1023, 255)})],
+        "alert-unsubscribed": [alert],
+        "alert": [destination(b"console.example", b"/events", 8080), alert, message("INDICATION_EVENT", b"<a>\0</a>")],
+        "alert-secure": [destination(b"10.0.0.1", b"/events?a=b", 443, 1), alert],
+        "alert-no-host": [destination(b"", b"/"), alert, destination(b"user@host\r\nX: y", b"no path"), alert],
+        "alert-bytes": [destination(b"\xff\xfe%s%n", b"\x80 \t\r\n", 0, 0xFFFFFFFF), alert],
+        "alert-short-record": [destination(b"console.example", b"/events", size=1030), alert],
+        "alert-replaced": [destination(b"first", b"/"), destination(b"second", b""), alert, destination(b"third", b"/"), alert],
+        "enrolment": [request()],
+        "enrolment-empty": [request(b"", b"", whole=0), request(b"", b"")],
+        "enrolment-sizes": [request(size=4097), request(size=0xFFFFFFF0), request(whole=100)],
+        "enrolment-names": [record("CSR", 4296, {0: b"n" * 192}), request(b'" -config "%s\\..')],
+        "enrolment-refused": [refuse("WriteCSRResponse", 1, 0), request()],
+        "password": [passwords(b"old secret", b"new secret")],
+        "password-unterminated": [record("AD_SERVICE_PWD_UPDATE_CMD", 256, {0: b"p" * 255, 255: b"p"})],
+        "password-short": [passwords(b"old secret", b"new secret", size=130), passwords(b"", b"", size=0)],
+        "password-refused": [refuse("WritePwdUpdateStatus", 1, 0), passwords(b"\xc3\xa4", b"\xff" * 128)],
+    }.items():
+        seed("dispatch", name, bytes([50]) + b"".join(steps))
 
 
 def each_command():

@@ -214,17 +214,21 @@ void Host::EndReports() {
     m_service->m_bNetworkUpdatesEnabled = 1;
 }
 
+void Host::EndDisplay() {
+    DisplayManager& display = m_service->m_kvmClientInterface.m_displayManager;
+    m_pace.Patiently([&] { display.EndThreads(); });
+    display.m_bLuxKvmEnabled = 0;
+}
+
 void Host::EndKvm() {
+    EndDisplay();
     KVMClientInterface& kvm = m_service->m_kvmClientInterface;
     m_pace.Patiently([&] {
         kvm.CloseKVMSession();
         if (kvm.m_kvmSocketState == kKvmClientConnected) kvm.DoKVMCleanUp();
-        // Command 35 ends the display's threads only when there is a listener.
-        kvm.m_displayManager.EndThreads();
     });
     kvm.m_kvmState = kKvmNeverEnabled;
     kvm.m_kvmSocketState = kKvmNoClient;
-    kvm.m_displayManager.m_bLuxKvmEnabled = 0;
 }
 
 void Host::RequireAlive() {

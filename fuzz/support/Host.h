@@ -44,6 +44,9 @@ class Host {
         kConsole = 64,   // connections of one
     };
     void Note(unsigned uses);
+    // Ends the threads of the display. The end of a KVM session waits for them without a limit, as required,
+    // and they wait for an agent, which no input has.
+    void EndDisplay();
 
     // The service takes a message and gets an answer from its firmware.
     void RequireAlive();

@@ -30,6 +30,7 @@ unsigned UsesOf(uint8_t command) {
             return Host::kReports;
         case MPM_ZEL_CMD_VNC_SOC_CLOSE:
         case MPM_ZEL_CMD_KVM_ENABLE_STATUS:
+        case MPM_ZEL_CMD_GET_DISPAY_CONFIG:
         case MPM_ZEL_SAFEBOOT:
             return Host::kKvm;
         case MPM_ZEL_CMD_GET_KVM_CONSENT:
@@ -47,7 +48,6 @@ unsigned UsesOf(uint8_t command) {
         case MPM_ZEL_CMD_HOST_OFF_SOFT_GRACE:
         case MPM_ZEL_CMD_KVM_IP_PORT_INFO:
         case MPM_ZEL_CMD_GET_ENCODED_FRAMEBUFFER:
-        case MPM_ZEL_CMD_GET_DISPAY_CONFIG:
             return Host::kNothing;
         case MPM_ZEL_AD_SERVICE_PWD_UPDATE_CMD:
             return Host::kThreads;
@@ -61,6 +61,7 @@ constexpr uint8_t kLevels = 64;   // the level of the firmware is below
 constexpr uint8_t kVerbs = 0x80;  // a smaller byte is a message
 // Of so small a number that many inputs name one that there is. The others have a verb of their own.
 constexpr uint8_t kCommands = 64;
+constexpr int kMostFields = 8;             // of a record
 constexpr uint8_t kRequestFunctions = 64;  // requests are named by a smaller number
 
 class Scenario {
@@ -100,6 +101,8 @@ class Scenario {
                 return Control();
             case 7:
                 return LockDesktop(m_input.Byte() & 1);
+            case 11:
+                return Record();
             default:
                 break;
         }
@@ -153,6 +156,21 @@ class Scenario {
         Deliver(command, read);
     }
 
+    // Zeros with a few fields between them, so that a short input makes a long record.
+    void Record() {
+        const uint8_t command = m_input.Byte();
+        std::vector<uint8_t> read(m_input.Word() % (kMailboxBufferSize - kMailboxTrailerSize));
+        for (int fields = m_input.Byte() % kMostFields; fields > 0; --fields) {
+            const size_t offset = m_input.Word();
+            const fuzz::Bytes field = m_input.Block();
+            if (offset >= read.size()) continue;
+            std::copy_n(field.begin(), std::min(field.size(), read.size() - offset),
+                        read.begin() + static_cast<std::ptrdiff_t>(offset));
+        }
+        read.insert(read.end(), {command, 0});
+        Deliver(command, read);
+    }
+
     void ShortMessage() {
         const auto lines = LinesOf({m_input.Byte()});
         Require(lines == 1 && m_host.Log().Has("is too short for a command, ignored"),
@@ -162,6 +180,7 @@ class Scenario {
     void Deliver(uint8_t command, const std::vector<uint8_t>& read) {
         const unsigned uses = UsesOf(command);
         m_host.Note(uses);
+        if (uses & Host::kKvm) m_host.EndDisplay();
         const size_t lines = LinesOf(read, uses != Host::kNothing);
         const bool known = fuzz::IsCommand(command);
         Require(known ? lines >= 1 && lines <= kMostLines : lines == 2, "the lines of a message are bounded",
