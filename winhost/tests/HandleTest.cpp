@@ -28,6 +28,8 @@ TEST(Handles, AreMultiplesOfFourAndDiffer) {
         EXPECT_EQ(reinterpret_cast<uintptr_t>(handle) % 4, 0u);
         EXPECT_TRUE(seen.insert(handle).second);
     }
+    for (const HANDLE handle : seen)
+        CloseHandle(handle);
 }
 
 TEST(Handles, AreGoneOnceClosed) {

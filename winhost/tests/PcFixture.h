@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "winhost/core/HandleTable.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/tests/Errors.h"
 
@@ -25,6 +26,7 @@ class PcFixture : public testing::Test {
     }
     ~PcFixture() override {
         winhost::Pc::Instance().Reset({});
+        EXPECT_EQ(m_handles, winhost::HandleTable::Instance().Size()) << "a handle is left open";
         std::error_code ignored;
         std::filesystem::current_path(std::filesystem::temp_directory_path(), ignored);
         std::filesystem::remove_all(m_root, ignored);
@@ -59,4 +61,6 @@ class PcFixture : public testing::Test {
         const std::filesystem::directory_iterator entries(folder);
         return static_cast<size_t>(std::distance(begin(entries), end(entries)));
     }
+
+    const size_t m_handles = winhost::HandleTable::Instance().Size();
 };

@@ -2,6 +2,7 @@
 #include <setupapi.h>
 
 #include <cstddef>
+#include <vector>
 
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/tests/MailboxFixture.h"
@@ -12,8 +13,13 @@ constexpr GUID kMailboxClass = {0x70A9067B, 0x708F, 0x443C, {0x84, 0xBA, 0xBC, 0
 
 class SetupApiTest : public MailboxFixture {
   protected:
-    static HDEVINFO List(const GUID& interfaceClass = kMailboxClass) {
-        return SetupDiGetClassDevsA(&interfaceClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+    ~SetupApiTest() override {
+        for (const HDEVINFO list : m_lists)
+            SetupDiDestroyDeviceInfoList(list);
+    }
+    HDEVINFO List(const GUID& interfaceClass = kMailboxClass) {
+        return m_lists.emplace_back(
+            SetupDiGetClassDevsA(&interfaceClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
     }
     static DWORD Enumerate(HDEVINFO list, DWORD index, SP_DEVICE_INTERFACE_DATA& data) {
         return Result(SetupDiEnumDeviceInterfaces(list, nullptr, &kMailboxClass, index, &data));
@@ -23,6 +29,9 @@ class SetupApiTest : public MailboxFixture {
         data.cbSize = sizeof data;
         return data;
     }
+
+  private:
+    std::vector<HDEVINFO> m_lists;
 };
 
 TEST_F(SetupApiTest, TheMailboxIsTheOneInterfaceOfItsClass) {
@@ -66,8 +75,6 @@ TEST_F(SetupApiTest, OtherPathsMayBeListedInstead) {
     EXPECT_EQ(Enumerate(list, 2, data), ERROR_NO_MORE_ITEMS);
     const HDEVINFO own = List();
     EXPECT_EQ(Enumerate(own, 1, data), ERROR_NO_MORE_ITEMS);
-    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
-    EXPECT_TRUE(SetupDiDestroyDeviceInfoList(own));
 }
 
 TEST_F(SetupApiTest, TheSizeOfTheDataIsTested) {

@@ -217,10 +217,9 @@ TEST_F(TerminateThreadInPipe, EndsARead) {
 using TerminateThreadInMailbox = MailboxRequestTest;
 
 TEST_F(TerminateThreadInMailbox, CancelsItsRequests) {
-    Request kept;
+    Request kept, request;
     ASSERT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, kept));
     EndedThread thread([&] {
-        Request request;
         EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
         request.Await();
     });
@@ -231,8 +230,8 @@ TEST_F(TerminateThreadInMailbox, CancelsItsRequests) {
 }
 
 TEST_F(TerminateThreadInMailbox, EndsAWaitForAResult) {
+    Request request;
     EndedThread thread([&] {
-        Request request;
         EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
         GetOverlappedResult(m_device, &request.overlapped, &request.bytes, TRUE);
     });

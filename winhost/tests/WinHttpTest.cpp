@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "winhost/core/Gate.h"
-#include "winhost/core/HandleTable.h"
 #include "winhost/tests/PcFixture.h"
 #include "winhost/tests/PosixPeer.h"
 
@@ -21,7 +20,6 @@ class WinHttpTest : public PcFixture {
     ~WinHttpTest() override {
         for (const HINTERNET handle : {m_request, m_connect, m_session})
             EXPECT_TRUE(!handle || WinHttpCloseHandle(handle));
-        EXPECT_EQ(0u, winhost::HandleTable::Instance().Size());
     }
     HINTERNET Open(const wchar_t* path = L"/path", DWORD flags = 0) {
         EXPECT_TRUE(!m_request || WinHttpCloseHandle(m_request));
