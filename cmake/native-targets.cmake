@@ -83,7 +83,7 @@ endif()
 if(ZEL_TESTS)
     enable_testing()
     find_package(GTest REQUIRED)
-    include(GoogleTest)
+    find_package(Python3 REQUIRED COMPONENTS Interpreter)
     # The code under test is optimised and watched for undefined behaviour, the tests need not be. In the sanitized
     # builds all of them share one set of precompiled headers and are compiled several files at a time.
     set(TEST_OPTIONS -O0 -g0 -fno-sanitize=undefined)
@@ -108,7 +108,15 @@ if(ZEL_TESTS)
     set_source_files_properties(tests/support/ServiceLog.cpp tests/support/ServiceFixture.cpp
         PROPERTIES COMPILE_OPTIONS -O1 SKIP_PRECOMPILE_HEADERS ON)
     precompile(testsupport ${STANDARD_HEADERS} <gmock/gmock.h> <gtest/gtest.h>)
-    # One executable for each folder of unit tests; each test runs in a process of its own.
+    # Each part of a program's tests runs in one process and is one test of ctest; tests/count.py counts the single tests.
+    function(run_in_parts name parts)
+        foreach(part RANGE 1 ${parts})
+            add_test(NAME ${name}.${part} COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/tests/run_unit_tests.py
+                $<TARGET_FILE:${name}> ${part} ${parts})
+            set_tests_properties(${name}.${part} PROPERTIES TIMEOUT 600)
+        endforeach()
+    endfunction()
+    # One executable for each folder of unit tests.
     function(add_unit_tests name folder)
         file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
         if(sources)
@@ -121,7 +129,7 @@ if(ZEL_TESTS)
                 # GCC takes the sources of such a batch for headers, whose classes should have no unnamed namespace.
                 target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
             endif()
-            gtest_discover_tests(${name} PROPERTIES TIMEOUT 60 DISCOVERY_TIMEOUT 30)
+            run_in_parts(${name} 2)
         endif()
     endfunction()
     add_unit_tests(winhost_tests winhost/tests winhost)
@@ -145,7 +153,6 @@ if(ZEL_TESTS)
     add_dependencies(runtime_tests luxrt64)
     add_subdirectory(tests/process/programs)
     add_subdirectory(tests/faults)
-    find_package(Python3 REQUIRED COMPONENTS Interpreter)
     add_test(NAME mutants.operators COMMAND ${Python3_EXECUTABLE} -B -m unittest mutants.test_operators
         WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/tests)
     # Loaded by the tests' programs, and found beside them.

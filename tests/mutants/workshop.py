@@ -14,7 +14,7 @@ from harness.processes import REPOSITORY, with_owner
 _PROCESS_TESTS_SECONDS = 400
 _BUILD_SECONDS = 1800
 _SHARDS = 6  # of one run of a folder's unit tests
-_PROGRAMS = ["ZELService", "mpmsim", "pipeserver", "companions/all", "runtime/software/all"]  # of the process tests
+_PROGRAMS = ["ZELService", "mpmsim", "pipeserver", "sampletests", "companions/all", "runtime/software/all"]  # of the process tests
 
 
 class Broken(Exception):
