@@ -293,10 +293,11 @@ TEST_F(ReadLoop, TenLostReadsEndItWithItsHandleClosed) {
 
 TEST_F(ReadLoop, ReadsThatNeverComeBackKeepTheirBuffers) {
     ExpectError("GetQueuedCompletionStatus failed with error: 6");
+    // The wait behind the harmless message.
+    Gate().FailNth("GetQueuedCompletionStatus", 2, ERROR_INVALID_HANDLE);
     StartLoopAndAwaitReads();
     const size_t held = HeapBytes();
     Gate().FailNth("CancelIoEx", 1, ERROR_GEN_FAILURE, true);
-    Gate().FailNth("GetQueuedCompletionStatus", 1, ERROR_INVALID_HANDLE);
     firmware.Send(kHarmless);
     // Uncancelled, they do not come within the half second that the loop grants them.
     PassSleepOf(std::chrono::milliseconds(500));
