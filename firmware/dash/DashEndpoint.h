@@ -33,7 +33,7 @@ class DashEndpoint {
 
   private:
     Certificate m_certificate;
-    TlsContextPointer m_context;
+    testbed::TlsContextPointer m_context;
     Authentication m_authentication;
     Wsman m_wsman;
 };

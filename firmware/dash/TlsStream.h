@@ -44,7 +44,7 @@ class TlsStream {
   private:
     void Fail();
 
-    std::unique_ptr<SSL, OpensslDelete<SSL_free>> m_ssl;
+    testbed::TlsPointer m_ssl;
     BIO* m_in;   // owned by m_ssl
     BIO* m_out;  // the same
     State m_state = State::Open;

@@ -1,44 +1,33 @@
 #include "firmware/enrol/Enrolment.h"
 
-#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
 #include <cstring>
-#include <stdexcept>
 
 namespace mpm {
 
 namespace {
 
-using BioPointer = std::unique_ptr<BIO, OpensslDelete<BIO_free>>;
-using RequestPointer = std::unique_ptr<X509_REQ, OpensslDelete<X509_REQ_free>>;
+using testbed::BioPointer, testbed::CertificatePointer, testbed::CheckOpenssl, testbed::KeyPointer;
+using testbed::OpensslDelete, testbed::RequestPointer;
 using StorePointer = std::unique_ptr<X509_STORE, OpensslDelete<X509_STORE_free>>;
 using VerifierPointer = std::unique_ptr<X509_STORE_CTX, OpensslDelete<X509_STORE_CTX_free>>;
-
-void Check(bool ok, const char* what) {
-    if (ok) return;
-    char reason[256];
-    ERR_error_string_n(ERR_get_error(), reason, sizeof reason);
-    throw std::runtime_error(std::string(what) + ": " + reason);
-}
 
 std::string RequestFor(EVP_PKEY* key, const std::string& subject) {
     const RequestPointer request(X509_REQ_new());
     const BioPointer bio(BIO_new(BIO_s_mem()));
-    Check(request && bio, "request");
+    CheckOpenssl(request && bio, "request");
     X509_NAME* const name = X509_REQ_get_subject_name(request.get());
-    Check(X509_REQ_set_pubkey(request.get(), key) == 1 &&
-              X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                                         reinterpret_cast<const unsigned char*>(subject.c_str()), -1, -1,
-                                         0) == 1 &&
-              X509_REQ_sign(request.get(), key, EVP_sha256()) > 0 &&
-              PEM_write_bio_X509_REQ(bio.get(), request.get()) == 1,
-          "request");
-    char* text = nullptr;
-    const long size = BIO_get_mem_data(bio.get(), &text);
-    return {text, size_t(size)};
+    CheckOpenssl(X509_REQ_set_pubkey(request.get(), key) == 1 &&
+                     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
+                                                reinterpret_cast<const unsigned char*>(subject.c_str()), -1,
+                                                -1, 0) == 1 &&
+                     X509_REQ_sign(request.get(), key, EVP_sha256()) > 0 &&
+                     PEM_write_bio_X509_REQ(bio.get(), request.get()) == 1,
+                 "request");
+    return TextOf(bio);
 }
 
 // Null for bytes that hold no certificate, neither as PEM nor encoded.
@@ -56,9 +45,7 @@ CertificatePointer Parse(const char* bytes, size_t size) {
 std::string TextOf(const X509_NAME* name) {
     const BioPointer bio(BIO_new(BIO_s_mem()));
     if (!bio || X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253) < 0) return {};
-    char* text = nullptr;
-    const long size = BIO_get_mem_data(bio.get(), &text);
-    return {text, size_t(size)};
+    return TextOf(bio);
 }
 
 bool ChainsTo(X509* root, X509* certificate) {
@@ -87,7 +74,7 @@ std::string VerdictOf(const Json::Value& examined) {
 
 CsrRequest Enrolments::Begin(const EnrolmentNames& names) {
     KeyPointer key(EVP_EC_gen("P-256"));
-    Check(key != nullptr, "key");
+    CheckOpenssl(key != nullptr, "key");
     const std::string csr = RequestFor(key.get(), names.subject);
     CsrRequest request{};
     names.host.copy(request.ADCSName, sizeof request.ADCSName);

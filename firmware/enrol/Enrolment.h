@@ -39,7 +39,7 @@ class Enrolments {
 
     static constexpr size_t kMostKeys = 16;
     mutable std::mutex m_mutex;  // guards what follows
-    std::deque<KeyPointer> m_keys;
+    std::deque<testbed::KeyPointer> m_keys;
     unsigned m_answers = 0;
     Json::Value m_last;
 };

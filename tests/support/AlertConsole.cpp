@@ -89,12 +89,9 @@ class AlertConsole::Stream {
     }
 
   private:
-    struct FreeTls {
-        void operator()(SSL* tls) const { SSL_free(tls); }
-    };
     const AlertConsole& m_console;
     const int m_connection;
-    std::unique_ptr<SSL, FreeTls> m_tls;
+    testbed::TlsPointer m_tls;
 };
 
 AlertConsole::AlertConsole(Certificate certificate, Behaviour behaviour, std::string redirectTo)

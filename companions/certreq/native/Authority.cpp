@@ -1,15 +1,15 @@
 #include "companions/certreq/Authority.h"
 
-#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
-#include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
 #include <fstream>
 #include <iterator>
 #include <random>
 #include <stdexcept>
+
+#include "testbed/Openssl.h"
 
 namespace certreq {
 
@@ -20,68 +20,43 @@ namespace fs = std::filesystem;
 constexpr long kDay = 24L * 60 * 60;
 constexpr long kAuthorityDays = 3650, kCertificateDays = 365;
 
-template <auto Free>
-struct Delete {
-    template <class Object>
-    void operator()(Object* object) const {
-        Free(object);
-    }
-};
-using BioOwner = std::unique_ptr<BIO, Delete<BIO_free>>;
-using RequestOwner = std::unique_ptr<X509_REQ, Delete<X509_REQ_free>>;
-using KeyOwner = std::unique_ptr<EVP_PKEY, Delete<EVP_PKEY_free>>;
-using CertificateOwner = std::unique_ptr<X509, Delete<X509_free>>;
-
-void Check(bool ok, const char* what) {
-    if (ok) return;
-    char reason[256] = "";
-    if (const unsigned long error = ERR_get_error()) ERR_error_string_n(error, reason, sizeof reason);
-    throw std::runtime_error(std::string(what) + (*reason ? ": " : "") + reason);
-}
-
-BioOwner Reader(const std::string& text) {
-    return BioOwner(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-}
-
-std::string TextOf(const BioOwner& bio) {
-    char* text = nullptr;
-    const long size = BIO_get_mem_data(bio.get(), &text);
-    return {text, static_cast<size_t>(size)};
-}
+using testbed::BioPointer, testbed::CertificatePointer, testbed::CheckOpenssl, testbed::KeyPointer;
+using testbed::OpensslDelete, testbed::ReaderOf, testbed::RequestPointer, testbed::TextOf;
 
 std::string PemOf(X509* certificate) {
-    const BioOwner bio(BIO_new(BIO_s_mem()));
-    Check(bio && PEM_write_bio_X509(bio.get(), certificate) == 1, "PEM");
+    const BioPointer bio(BIO_new(BIO_s_mem()));
+    CheckOpenssl(bio && PEM_write_bio_X509(bio.get(), certificate) == 1, "PEM");
     return TextOf(bio);
 }
 
 void AddExtension(X509* certificate, X509* issuer, int nid, const char* value) {
     X509V3_CTX context;
     X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
-    const std::unique_ptr<X509_EXTENSION, Delete<X509_EXTENSION_free>> extension(
+    const std::unique_ptr<X509_EXTENSION, OpensslDelete<X509_EXTENSION_free>> extension(
         X509V3_EXT_conf_nid(nullptr, &context, nid, value));
-    Check(extension && X509_add_ext(certificate, extension.get(), -1) == 1, "certificate extension");
+    CheckOpenssl(extension && X509_add_ext(certificate, extension.get(), -1) == 1, "certificate extension");
 }
 
 // A certificate without a name, an issuer and a signature.
-CertificateOwner Blank(EVP_PKEY* key, long days) {
-    CertificateOwner certificate(X509_new());
+CertificatePointer Blank(EVP_PKEY* key, long days) {
+    CertificatePointer certificate(X509_new());
     X509* const x509 = certificate.get();
     uint64_t serial = 0;
-    Check(x509 && X509_set_version(x509, X509_VERSION_3) == 1 &&
-              RAND_bytes(reinterpret_cast<unsigned char*>(&serial), sizeof serial) == 1 &&
-              ASN1_INTEGER_set_uint64(X509_get_serialNumber(x509), serial >> 1) == 1 &&
-              // A day back, for those whose clock is behind.
-              X509_gmtime_adj(X509_getm_notBefore(x509), -kDay) &&
-              X509_gmtime_adj(X509_getm_notAfter(x509), days * kDay) && X509_set_pubkey(x509, key) == 1,
-          "certificate");
+    CheckOpenssl(x509 && X509_set_version(x509, X509_VERSION_3) == 1 &&
+                     RAND_bytes(reinterpret_cast<unsigned char*>(&serial), sizeof serial) == 1 &&
+                     ASN1_INTEGER_set_uint64(X509_get_serialNumber(x509), serial >> 1) == 1 &&
+                     // A day back, for those whose clock is behind.
+                     X509_gmtime_adj(X509_getm_notBefore(x509), -kDay) &&
+                     X509_gmtime_adj(X509_getm_notAfter(x509), days * kDay) &&
+                     X509_set_pubkey(x509, key) == 1,
+                 "certificate");
     return certificate;
 }
 
 void AddName(X509_NAME* name, const char* field, const char* value) {
-    Check(X509_NAME_add_entry_by_txt(name, field, MBSTRING_UTF8,
-                                     reinterpret_cast<const unsigned char*>(value), -1, -1, 0) == 1,
-          "name");
+    CheckOpenssl(X509_NAME_add_entry_by_txt(name, field, MBSTRING_UTF8,
+                                            reinterpret_cast<const unsigned char*>(value), -1, -1, 0) == 1,
+                 "name");
 }
 
 std::string ReadFile(const fs::path& path) {
@@ -96,44 +71,45 @@ fs::path WriteBeside(const fs::path& path, const std::string& text) {
     std::ofstream file(other, std::ios::binary);
     file << text;
     file.close();
-    Check(!file.fail(), "the authority's folder cannot be written to");
+    if (file.fail()) throw std::runtime_error("the authority's folder cannot be written to");
     return other;
 }
 
-KeyOwner MakeKey() {
-    KeyOwner key(EVP_EC_gen("P-256"));
-    Check(key != nullptr, "key");
+KeyPointer MakeKey() {
+    KeyPointer key(EVP_EC_gen("P-256"));
+    CheckOpenssl(key != nullptr, "key");
     return key;
 }
 
-CertificateOwner MakeCertificate(EVP_PKEY* key) {
-    CertificateOwner certificate = Blank(key, kAuthorityDays);
+CertificatePointer MakeCertificate(EVP_PKEY* key) {
+    CertificatePointer certificate = Blank(key, kAuthorityDays);
     X509* const x509 = certificate.get();
     X509_NAME* const name = X509_get_subject_name(x509);
     AddName(name, "O", "Example");
     AddName(name, "CN", kAuthorityName);
-    Check(X509_set_issuer_name(x509, name) == 1, "name");
+    CheckOpenssl(X509_set_issuer_name(x509, name) == 1, "name");
     AddExtension(x509, x509, NID_basic_constraints, "critical,CA:TRUE");
     AddExtension(x509, x509, NID_key_usage, "critical,keyCertSign,cRLSign");
     AddExtension(x509, x509, NID_subject_key_identifier, "hash");
-    Check(X509_sign(x509, key, EVP_sha256()) > 0, "signature");
+    CheckOpenssl(X509_sign(x509, key, EVP_sha256()) > 0, "signature");
     return certificate;
 }
 
 // Key and certificate in one text.
 std::string MakeSecret() {
-    const KeyOwner key = MakeKey();
-    const BioOwner bio(BIO_new(BIO_s_mem()));
-    Check(bio && PEM_write_bio_PrivateKey(bio.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1,
-          "PEM");
+    const KeyPointer key = MakeKey();
+    const BioPointer bio(BIO_new(BIO_s_mem()));
+    CheckOpenssl(
+        bio && PEM_write_bio_PrivateKey(bio.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1,
+        "PEM");
     return TextOf(bio) + PemOf(MakeCertificate(key.get()).get());
 }
 
 }  // namespace
 
 struct Authority::Keys {
-    KeyOwner key;
-    CertificateOwner certificate;
+    KeyPointer key;
+    CertificatePointer certificate;
 };
 
 Authority::~Authority() = default;
@@ -149,27 +125,28 @@ Authority::Authority(const fs::path& folder) : m_keys(std::make_unique<Keys>()) 
         fs::remove(own);
     }
     const std::string pem = ReadFile(secret);
-    m_keys->key.reset(PEM_read_bio_PrivateKey(Reader(pem).get(), nullptr, nullptr, nullptr));
-    m_keys->certificate.reset(PEM_read_bio_X509(Reader(pem).get(), nullptr, nullptr, nullptr));
-    Check(m_keys->key && m_keys->certificate, "the authority's files cannot be read");
+    m_keys->key.reset(PEM_read_bio_PrivateKey(ReaderOf(pem).get(), nullptr, nullptr, nullptr));
+    m_keys->certificate.reset(PEM_read_bio_X509(ReaderOf(pem).get(), nullptr, nullptr, nullptr));
+    CheckOpenssl(m_keys->key && m_keys->certificate, "the authority's files cannot be read");
     fs::rename(WriteBeside(published, PemOf(m_keys->certificate.get())), published);
 }
 
 std::string Authority::Issue(const std::string& request) const {
-    const RequestOwner csr(PEM_read_bio_X509_REQ(Reader(request).get(), nullptr, nullptr, nullptr));
-    Check(csr != nullptr, "the file is no certificate request");
-    const KeyOwner key(X509_REQ_get_pubkey(csr.get()));
-    Check(key && X509_REQ_verify(csr.get(), key.get()) == 1, "the request is not signed by its own key");
-    const CertificateOwner certificate = Blank(key.get(), kCertificateDays);
+    const RequestPointer csr(PEM_read_bio_X509_REQ(ReaderOf(request).get(), nullptr, nullptr, nullptr));
+    CheckOpenssl(csr != nullptr, "the file is no certificate request");
+    const KeyPointer key(X509_REQ_get_pubkey(csr.get()));
+    CheckOpenssl(key && X509_REQ_verify(csr.get(), key.get()) == 1,
+                 "the request is not signed by its own key");
+    const CertificatePointer certificate = Blank(key.get(), kCertificateDays);
     X509 *const x509 = certificate.get(), *const issuer = m_keys->certificate.get();
-    Check(X509_set_subject_name(x509, X509_REQ_get_subject_name(csr.get())) == 1 &&
-              X509_set_issuer_name(x509, X509_get_subject_name(issuer)) == 1,
-          "name");
+    CheckOpenssl(X509_set_subject_name(x509, X509_REQ_get_subject_name(csr.get())) == 1 &&
+                     X509_set_issuer_name(x509, X509_get_subject_name(issuer)) == 1,
+                 "name");
     AddExtension(x509, issuer, NID_basic_constraints, "critical,CA:FALSE");
     AddExtension(x509, issuer, NID_key_usage, "critical,digitalSignature");
     AddExtension(x509, issuer, NID_ext_key_usage, "clientAuth,serverAuth");
     AddExtension(x509, issuer, NID_authority_key_identifier, "keyid");
-    Check(X509_sign(x509, m_keys->key.get(), EVP_sha256()) > 0, "signature");
+    CheckOpenssl(X509_sign(x509, m_keys->key.get(), EVP_sha256()) > 0, "signature");
     return PemOf(x509);
 }
 

@@ -10,8 +10,7 @@
 namespace mpm::test {
 namespace {
 
-using CsrPointer = std::unique_ptr<X509_REQ, OpensslDelete<X509_REQ_free>>;
-using TextBio = std::unique_ptr<BIO, OpensslDelete<BIO_free>>;
+using testbed::BioPointer, testbed::CertificatePointer, testbed::KeyPointer;
 
 // An authority that certifies any key.
 class Signer {
@@ -19,8 +18,8 @@ class Signer {
     Signer() : m_key(EVP_EC_gen("P-256")), m_certificate(Make("Signer", m_key.get())) {}
     std::string Certificate() const { return Pem(m_certificate.get()); }
     std::string Sign(const CsrRequest& request) const {
-        const TextBio bio(BIO_new_mem_buf(request.CSR, int(request.CSRSize)));
-        const CsrPointer csr(PEM_read_bio_X509_REQ(bio.get(), nullptr, nullptr, nullptr));
+        const BioPointer bio(BIO_new_mem_buf(request.CSR, int(request.CSRSize)));
+        const testbed::RequestPointer csr(PEM_read_bio_X509_REQ(bio.get(), nullptr, nullptr, nullptr));
         const KeyPointer key(csr ? X509_REQ_get_pubkey(csr.get()) : nullptr);
         EXPECT_TRUE(key && X509_REQ_verify(csr.get(), key.get()) == 1);
         return Pem(Make("laptop", key.get()).get());
@@ -44,11 +43,9 @@ class Signer {
         return made;
     }
     static std::string Pem(X509* certificate) {
-        const TextBio bio(BIO_new(BIO_s_mem()));
+        const BioPointer bio(BIO_new(BIO_s_mem()));
         PEM_write_bio_X509(bio.get(), certificate);
-        char* text = nullptr;
-        const long size = BIO_get_mem_data(bio.get(), &text);
-        return {text, size_t(size)};
+        return TextOf(bio);
     }
 
     KeyPointer m_key;

@@ -9,9 +9,8 @@ TlsClient::TlsClient(const std::string& certificate, int maxVersion)
     : m_context(SSL_CTX_new(TLS_client_method())), m_in(BIO_new(BIO_s_mem())), m_out(BIO_new(BIO_s_mem())) {
     SSL_CTX_set_max_proto_version(m_context.get(), maxVersion);
     SSL_CTX_set_verify(m_context.get(), SSL_VERIFY_PEER, nullptr);
-    const std::unique_ptr<BIO, OpensslDelete<BIO_free>> pem(
-        BIO_new_mem_buf(certificate.data(), int(certificate.size())));
-    const CertificatePointer trusted(PEM_read_bio_X509(pem.get(), nullptr, nullptr, nullptr));
+    const testbed::BioPointer pem = testbed::ReaderOf(certificate);
+    const testbed::CertificatePointer trusted(PEM_read_bio_X509(pem.get(), nullptr, nullptr, nullptr));
     X509_STORE_add_cert(SSL_CTX_get_cert_store(m_context.get()), trusted.get());
     m_ssl.reset(SSL_new(m_context.get()));
     SSL_set1_host(m_ssl.get(), "localhost");

@@ -2,14 +2,11 @@
 // to it.
 #pragma once
 
-#include <openssl/ssl.h>
-
-#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "firmware/dash/Certificate.h"
+#include "testbed/Openssl.h"
 
 namespace mpm::test {
 
@@ -38,8 +35,8 @@ class TlsClient {
     void GiveWire(const std::string& bytes);
 
   private:
-    TlsContextPointer m_context;
-    std::unique_ptr<SSL, OpensslDelete<SSL_free>> m_ssl;
+    testbed::TlsContextPointer m_context;
+    testbed::TlsPointer m_ssl;
     BIO* m_in;   // owned by m_ssl
     BIO* m_out;  // the same
     std::string m_alert;
