@@ -1,6 +1,5 @@
 // The sizes of structures and the places of their fields. A WCHAR has 4 bytes in the native build, where it
-// is the compiler's wchar_t; nothing else differs. Some SDKs declare no WTSINFOEXA, and the list of WLAN
-// interfaces without an entry; those are left out.
+// is the compiler's wchar_t; nothing else differs. Some SDKs declare no WTSINFOEXA, which is left out.
 #include "tests/sdk/Sdk.h"
 
 // guiddef.h
@@ -9,47 +8,6 @@ FIELD(GUID, Data1, 0);
 FIELD(GUID, Data2, 4);
 FIELD(GUID, Data3, 6);
 FIELD(GUID, Data4, 8);
-
-// iprtrmib.h
-SIZE(MIB_IFROW, 348 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, wszName, 0);
-FIELD(MIB_IFROW, dwIndex, 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwType, 4 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwMtu, 8 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwSpeed, 12 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwPhysAddrLen, 16 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, bPhysAddr, 20 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwAdminStatus, 28 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwOperStatus, 32 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwLastChange, 36 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwInOctets, 40 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwInUcastPkts, 44 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwInNUcastPkts, 48 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwInDiscards, 52 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwInErrors, 56 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwInUnknownProtos, 60 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwOutOctets, 64 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwOutUcastPkts, 68 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwOutNUcastPkts, 72 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwOutDiscards, 76 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwOutErrors, 80 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwOutQLen, 84 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, dwDescrLen, 88 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFROW, bDescr, 92 + 256 * sizeof(WCHAR));
-SIZE(MIB_IFTABLE, 352 + 256 * sizeof(WCHAR));
-FIELD(MIB_IFTABLE, dwNumEntries, 0);
-FIELD(MIB_IFTABLE, table, 4);
-SIZE(MIB_IPADDRROW, 24);
-FIELD(MIB_IPADDRROW, dwAddr, 0);
-FIELD(MIB_IPADDRROW, dwIndex, 4);
-FIELD(MIB_IPADDRROW, dwMask, 8);
-FIELD(MIB_IPADDRROW, dwBCastAddr, 12);
-FIELD(MIB_IPADDRROW, dwReasmSize, 16);
-FIELD(MIB_IPADDRROW, unused1, 20);
-FIELD(MIB_IPADDRROW, wType, 22);
-SIZE(MIB_IPADDRTABLE, 28);
-FIELD(MIB_IPADDRTABLE, dwNumEntries, 0);
-FIELD(MIB_IPADDRTABLE, table, 4);
 
 // dxgi.h
 SIZE(DXGI_ADAPTER_DESC, 128 * sizeof(WCHAR) + 48);
@@ -68,61 +26,6 @@ FIELD(DXGI_OUTPUT_DESC, DesktopCoordinates, 32 * sizeof(WCHAR));
 FIELD(DXGI_OUTPUT_DESC, AttachedToDesktop, 32 * sizeof(WCHAR) + 16);
 FIELD(DXGI_OUTPUT_DESC, Rotation, 32 * sizeof(WCHAR) + 20);
 FIELD(DXGI_OUTPUT_DESC, Monitor, 32 * sizeof(WCHAR) + 24);
-
-// iptypes.h
-SIZE(IP_ADDR_STRING, 48);
-FIELD(IP_ADDR_STRING, Next, 0);
-FIELD(IP_ADDR_STRING, IpAddress, 8);
-FIELD(IP_ADDR_STRING, IpMask, 24);
-FIELD(IP_ADDR_STRING, Context, 40);
-SIZE(IP_ADAPTER_INFO, 704);
-FIELD(IP_ADAPTER_INFO, Next, 0);
-FIELD(IP_ADAPTER_INFO, ComboIndex, 8);
-FIELD(IP_ADAPTER_INFO, AdapterName, 12);
-FIELD(IP_ADAPTER_INFO, Description, 272);
-FIELD(IP_ADAPTER_INFO, AddressLength, 404);
-FIELD(IP_ADAPTER_INFO, Address, 408);
-FIELD(IP_ADAPTER_INFO, Index, 416);
-FIELD(IP_ADAPTER_INFO, Type, 420);
-FIELD(IP_ADAPTER_INFO, DhcpEnabled, 424);
-FIELD(IP_ADAPTER_INFO, CurrentIpAddress, 432);
-FIELD(IP_ADAPTER_INFO, IpAddressList, 440);
-FIELD(IP_ADAPTER_INFO, GatewayList, 488);
-FIELD(IP_ADAPTER_INFO, DhcpServer, 536);
-FIELD(IP_ADAPTER_INFO, HaveWins, 584);
-FIELD(IP_ADAPTER_INFO, PrimaryWinsServer, 592);
-FIELD(IP_ADAPTER_INFO, SecondaryWinsServer, 640);
-FIELD(IP_ADAPTER_INFO, LeaseObtained, 688);
-FIELD(IP_ADAPTER_INFO, LeaseExpires, 696);
-
-SIZE(IP_ADAPTER_ADDRESSES, 448);
-FIELD(IP_ADAPTER_ADDRESSES, Next, 8);
-FIELD(IP_ADAPTER_ADDRESSES, AdapterName, 16);
-FIELD(IP_ADAPTER_ADDRESSES, FirstUnicastAddress, 24);
-FIELD(IP_ADAPTER_ADDRESSES, DnsSuffix, 56);
-FIELD(IP_ADAPTER_ADDRESSES, Description, 64);
-FIELD(IP_ADAPTER_ADDRESSES, FriendlyName, 72);
-FIELD(IP_ADAPTER_ADDRESSES, PhysicalAddress, 80);
-FIELD(IP_ADAPTER_ADDRESSES, PhysicalAddressLength, 88);
-FIELD(IP_ADAPTER_ADDRESSES, Mtu, 96);
-FIELD(IP_ADAPTER_ADDRESSES, IfType, 100);
-FIELD(IP_ADAPTER_ADDRESSES, OperStatus, 104);
-FIELD(IP_ADAPTER_ADDRESSES, FirstPrefix, 176);
-FIELD(IP_ADAPTER_ADDRESSES, TransmitLinkSpeed, 184);
-FIELD(IP_ADAPTER_ADDRESSES, ReceiveLinkSpeed, 192);
-FIELD(IP_ADAPTER_ADDRESSES, FirstGatewayAddress, 208);
-FIELD(IP_ADAPTER_ADDRESSES, Luid, 224);
-FIELD(IP_ADAPTER_ADDRESSES, Dhcpv4Server, 232);
-FIELD(IP_ADAPTER_ADDRESSES, NetworkGuid, 252);
-FIELD(IP_ADAPTER_ADDRESSES, Dhcpv6Server, 280);
-FIELD(IP_ADAPTER_ADDRESSES, Dhcpv6ClientDuid, 296);
-FIELD(IP_ADAPTER_ADDRESSES, FirstDnsSuffix, 440);
-SIZE(IP_ADAPTER_UNICAST_ADDRESS_LH, 64);
-FIELD(IP_ADAPTER_UNICAST_ADDRESS_LH, Next, 8);
-FIELD(IP_ADAPTER_UNICAST_ADDRESS_LH, Address, 16);
-FIELD(IP_ADAPTER_UNICAST_ADDRESS_LH, OnLinkPrefixLength, 56);
-SIZE(IP_ADAPTER_GATEWAY_ADDRESS_LH, 32);
-FIELD(IP_ADAPTER_GATEWAY_ADDRESS_LH, Address, 16);
 
 // minwinbase.h
 SIZE(SECURITY_ATTRIBUTES, 24);
@@ -336,29 +239,6 @@ FIELD(RECT, top, 4);
 FIELD(RECT, right, 8);
 FIELD(RECT, bottom, 12);
 
-// winsock2.h
-SIZE(WSADATA, 408);
-FIELD(WSADATA, wVersion, 0);
-FIELD(WSADATA, wHighVersion, 2);
-FIELD(WSADATA, iMaxSockets, 4);
-FIELD(WSADATA, iMaxUdpDg, 6);
-FIELD(WSADATA, lpVendorInfo, 8);
-FIELD(WSADATA, szDescription, 16);
-FIELD(WSADATA, szSystemStatus, 273);
-SIZE(IN_ADDR, 4);
-FIELD(IN_ADDR, S_un, 0);
-SIZE(sockaddr, 16);
-FIELD(sockaddr, sa_family, 0);
-FIELD(sockaddr, sa_data, 2);
-SIZE(sockaddr_in, 16);
-FIELD(sockaddr_in, sin_family, 0);
-FIELD(sockaddr_in, sin_port, 2);
-FIELD(sockaddr_in, sin_addr, 4);
-FIELD(sockaddr_in, sin_zero, 8);
-SIZE(fd_set, 520);
-FIELD(fd_set, fd_count, 0);
-FIELD(fd_set, fd_array, 8);
-
 // winnt.h; some SDKs have spare bytes at 18 to 20
 SIZE(SYSTEM_POWER_CAPABILITIES, 76);
 FIELD(SYSTEM_POWER_CAPABILITIES, SystemS3, 5);
@@ -387,18 +267,3 @@ FIELD(QUERY_SERVICE_CONFIGA, lpDisplayName, 56);
 SIZE(SERVICE_TABLE_ENTRYA, 16);
 FIELD(SERVICE_TABLE_ENTRYA, lpServiceName, 0);
 FIELD(SERVICE_TABLE_ENTRYA, lpServiceProc, 8);
-
-// wlanapi.h
-SIZE(WLAN_NOTIFICATION_DATA, 40);
-FIELD(WLAN_NOTIFICATION_DATA, NotificationSource, 0);
-FIELD(WLAN_NOTIFICATION_DATA, NotificationCode, 4);
-FIELD(WLAN_NOTIFICATION_DATA, InterfaceGuid, 8);
-FIELD(WLAN_NOTIFICATION_DATA, dwDataSize, 24);
-FIELD(WLAN_NOTIFICATION_DATA, pData, 32);
-SIZE(WLAN_INTERFACE_INFO, 20 + 256 * sizeof(WCHAR));
-FIELD(WLAN_INTERFACE_INFO, InterfaceGuid, 0);
-FIELD(WLAN_INTERFACE_INFO, strInterfaceDescription, 16);
-FIELD(WLAN_INTERFACE_INFO, isState, 16 + 256 * sizeof(WCHAR));
-FIELD(WLAN_INTERFACE_INFO_LIST, dwNumberOfItems, 0);
-FIELD(WLAN_INTERFACE_INFO_LIST, dwIndex, 4);
-FIELD(WLAN_INTERFACE_INFO_LIST, InterfaceInfo, 8);

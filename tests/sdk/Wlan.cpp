@@ -1,5 +1,5 @@
 // What describes a connection of the WLAN service. Some SDKs name no algorithm of WPA3, and no notification
-// that came with a later Windows.
+// that came with a later Windows. Some declare the list of interfaces without an entry; its size is left out.
 #include "tests/sdk/Sdk.h"
 
 VALUE(DOT11_SSID_MAX_LENGTH, 32);
@@ -27,6 +27,14 @@ VALUE(wlan_notification_acm_profile_change, 15);
 VALUE(wlan_notification_acm_disconnecting, 20);
 VALUE(wlan_notification_acm_adhoc_network_state_change, 22);
 
+SIZE(WLAN_INTERFACE_INFO, 20 + 256 * sizeof(WCHAR));
+FIELD(WLAN_INTERFACE_INFO, InterfaceGuid, 0);
+FIELD(WLAN_INTERFACE_INFO, strInterfaceDescription, 16);
+FIELD(WLAN_INTERFACE_INFO, isState, 16 + 256 * sizeof(WCHAR));
+FIELD(WLAN_INTERFACE_INFO_LIST, dwNumberOfItems, 0);
+FIELD(WLAN_INTERFACE_INFO_LIST, dwIndex, 4);
+FIELD(WLAN_INTERFACE_INFO_LIST, InterfaceInfo, 8);
+
 SIZE(DOT11_SSID, 36);
 FIELD(DOT11_SSID, ucSSID, 4);
 SIZE(WLAN_ASSOCIATION_ATTRIBUTES, 68);
@@ -48,6 +56,12 @@ FIELD(WLAN_CONNECTION_ATTRIBUTES, strProfileName, 8);
 FIELD(WLAN_CONNECTION_ATTRIBUTES, wlanAssociationAttributes, 8 + 256 * sizeof(WCHAR));
 FIELD(WLAN_CONNECTION_ATTRIBUTES, wlanSecurityAttributes, 76 + 256 * sizeof(WCHAR));
 
+SIZE(WLAN_NOTIFICATION_DATA, 40);
+FIELD(WLAN_NOTIFICATION_DATA, NotificationSource, 0);
+FIELD(WLAN_NOTIFICATION_DATA, NotificationCode, 4);
+FIELD(WLAN_NOTIFICATION_DATA, InterfaceGuid, 8);
+FIELD(WLAN_NOTIFICATION_DATA, dwDataSize, 24);
+FIELD(WLAN_NOTIFICATION_DATA, pData, 32);
 FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, strProfileName, 4);
 FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, dot11Ssid, 4 + 256 * sizeof(WCHAR));
 FIELD(WLAN_CONNECTION_NOTIFICATION_DATA, dot11BssType, 40 + 256 * sizeof(WCHAR));

@@ -16,7 +16,7 @@ namespace {
 class HostTableTest : public testing::Test {
   protected:
     template <class Record>
-    void Tell(uint32_t code, const Record& record) {
+    void Report(uint32_t code, const Record& record) {
         EXPECT_EQ(m_host.Ask(code, Bytes::Of(record)).error, 0u);
     }
     std::string Table() { return control::HostTableOf(m_firmware.Host()); }
@@ -50,7 +50,7 @@ TEST_F(HostTableTest, TellsTheSystemAndTheNames) {
     std::u16string(u"64-bit").copy(os.OtherTypeDescription, 63);
     std::u16string(u"10.0.22631").copy(os.Version, 63);
     std::strcpy(os.HostName, "PC-7");
-    Tell(MailboxCode::WriteOsInfo, os);
+    Report(MailboxCode::WriteOsInfo, os);
     ExpectLine("operating system            Windows 11 Pro, version 10.0.22631, 64-bit");
     ExpectLine("name                        PC-7");
     ExpectLine("domain                      -");
@@ -59,7 +59,7 @@ TEST_F(HostTableTest, TellsTheSystemAndTheNames) {
 TEST_F(HostTableTest, TellsTheTimeZoneInHoursAndMinutes) {
     for (const auto& [seconds, text] :
          {std::pair{0, "UTC+00:00"}, {20700, "UTC+05:45"}, {-19800, "UTC-05:30"}, {-1800, "UTC-00:30"}}) {
-        Tell(MailboxCode::WriteADInfo, ADInfo{seconds, {}});
+        Report(MailboxCode::WriteADInfo, ADInfo{seconds, {}});
         ExpectLine(std::string("time zone                   ") + text);
     }
 }
@@ -71,14 +71,14 @@ TEST_F(HostTableTest, ShowsTheWiFiNetworkAndItsKeyOnlyWhenAskedTo) {
     info.channel = 36;
     info.wpaauth = 4;
     info.band = 2;
-    Tell(MailboxCode::WriteWiFiSyncInfo, info);
+    Report(MailboxCode::WriteWiFiSyncInfo, info);
     ExpectLine(
         "Wi-Fi                       office?, WPA3 personal, channel 36 (5 GHz), key (13 bytes, not shown)");
     m_firmware.Change([](Settings& settings) { settings.ShowWiFiKey = true; });
     ExpectLine("Wi-Fi                       office?, WPA3 personal, channel 36 (5 GHz), key correct horse");
     info.wpaauth = 7;
     info.band = 5;
-    Tell(MailboxCode::WriteWiFiSyncInfo, info);
+    Report(MailboxCode::WriteWiFiSyncInfo, info);
     ExpectLine("Wi-Fi                       office?, ?, channel 36 (?), key correct horse");
 }
 
@@ -91,7 +91,7 @@ TEST_F(HostTableTest, PutsTheAdaptersInColumns) {
     info.Entries[1].StatusInfo = 2;
     info.Entries[1].AddressOrigin = 3;
     info.Entries[1].IPv4Address = 0;
-    Tell(MailboxCode::WriteMultiNwInfo, info);
+    Report(MailboxCode::WriteMultiNwInfo, info);
     EXPECT_EQ(Table(),
               "adapter    MAC                address       mask           gateway      origin  link\n"
               "Ethernet   02:00:5E:10:00:01  192.168.1.10  255.255.255.0  192.168.1.1  DHCP    Ethernet, "
@@ -105,12 +105,12 @@ TEST_F(HostTableTest, CountsTheAdaptersThatTheRecordHasNoRoomFor) {
     info.Count = 7;
     for (NwInfoEntry& entry : info.Entries)
         entry = Entry("Ethernet");
-    Tell(MailboxCode::WriteMultiNwInfo, info);
+    Report(MailboxCode::WriteMultiNwInfo, info);
     ExpectLine("and 2 more");
 }
 
 TEST_F(HostTableTest, SaysSoWhenThereIsNoAdapter) {
-    Tell(MailboxCode::WriteMultiNwInfo, MultiNwInfo{});
+    Report(MailboxCode::WriteMultiNwInfo, MultiNwInfo{});
     EXPECT_EQ(Table(), "no adapters\n");
 }
 
@@ -120,7 +120,7 @@ TEST_F(HostTableTest, ShowsTheOneAdapterOfTheShortRecordWithoutAddresses) {
     info.StatusInfo = 9;
     info.LinkTechnology = 0xFFFF;
     info.AddressOrigin = 4;
-    Tell(MailboxCode::WriteNwInfo, info);
+    Report(MailboxCode::WriteNwInfo, info);
     ExpectLine("Ethernet  -    -        -     -        DHCP    state 9");
 }
 
@@ -128,7 +128,7 @@ TEST_F(HostTableTest, KeepsTheHostFromWritingToTheTerminal) {
     MultiNwInfo info{};
     info.Count = 1;
     info.Entries[0] = Entry("\x1b[2J\nfalse line");
-    Tell(MailboxCode::WriteMultiNwInfo, info);
+    Report(MailboxCode::WriteMultiNwInfo, info);
     EXPECT_EQ(Table().find('\x1b'), std::string::npos);
     EXPECT_NE(Table().find("?[2J?false line"), std::string::npos) << Table();
 }
