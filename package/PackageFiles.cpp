@@ -12,6 +12,7 @@
 #include "base/Log.h"
 #include "package/PackageDeployment.h"
 #include "package/ScheduledTasks.h"
+#include "state/LogFileName.h"
 #include "state/ServiceState.h"
 
 namespace {
@@ -19,7 +20,6 @@ namespace {
 constexpr const char* kAgent = "ZELKVMApp.exe";
 constexpr const char* kReader = "WiFiSyncDataReader.exe";
 constexpr const char* kCleanupScript = "ZELUninstallCleanup.ps1";
-constexpr const char* kLog = "zel.log";
 constexpr int kDeleteAttempts = 10;
 constexpr DWORD kDeletePause = 100;  // milliseconds
 
@@ -81,7 +81,7 @@ bool RemoveWhatUsersCanChange(const std::string& folder) {
         for (const auto& entry : std::filesystem::directory_iterator(FilesystemPath(folder))) {
             const std::string name = entry.path().filename().string();
             // The logger has checked its file and has it open.
-            if (name == kLog) continue;
+            if (name == kLogFileName) continue;
             const std::string path = (folder + "\\").append(name);
             const Removal removal = RemoveUnlessTrusted(path);
             if (removal == Removal::Done)

@@ -3,11 +3,10 @@
 #include <winsock2.h>
 #include <windows.h>
 
-#include <stdlib.h>
-
 #include <string>
 
 #include "base/Log.h"
+#include "base/RunCommand.h"
 #include "package/PackageIdentity.h"
 #include "state/ServiceState.h"
 
@@ -17,10 +16,6 @@ constexpr const char* kStartTask = "StartZEL_Service";
 constexpr const char* kCleanUpTask = "CleanUpZEL_Service";
 constexpr const char* kTrayTask = "Start_ZEL_Tray_UI";
 constexpr const char* kPowerShell = "PowerShell -NoProfile -ExecutionPolicy Bypass ";
-
-int Run(const std::string& command) {
-    return system(command.c_str());
-}
 
 std::string Scripts() {
     return g_pServiceState->m_packageContext.m_packagePath + "\\scripts\\";
@@ -35,7 +30,7 @@ std::string RegistrationCommand(const char* trigger, const char* task) {
 }  // namespace
 
 bool TaskExists(const char* name) {
-    return Run(std::string("schtasks /query /tn \"") + name + "\" > nul 2>&1") == 0;
+    return RunCommand(std::string("schtasks /query /tn \"") + name + "\" > nul 2>&1") == 0;
 }
 
 void RegisterStartZELServiceTask() {
@@ -44,7 +39,7 @@ void RegisterStartZELServiceTask() {
         return;
     }
     const std::string command = RegistrationCommand("StartZEL_Service_Trigger_Wake.xml", kStartTask);
-    const int result = Run(command);
+    const int result = RunCommand(command);
     LogInfo("commmand sent to powershell: %s", command);
     if (result != 0)
         LogError("Adding Start_ZEL task to Task Schedular failed with Error: %d", result);
@@ -56,7 +51,7 @@ void RegisterCleanUpTask() {
     int result = ERROR_ACCESS_DENIED;
     if (g_pServiceState->m_bWorkingFolderSecure) {
         const std::string command = RegistrationCommand("ZEL_CleanUp_Trigger.xml", kCleanUpTask);
-        result = Run(command);
+        result = RunCommand(command);
         LogInfo("Command sent to PowerShell: %s", command);
     }
     if (result != 0)
@@ -79,7 +74,7 @@ void RegisterTrayUITask() {
                                 "RegisterStartZELTrayUI.ps1\" -PackageFamilyName \"" + familyName +
                                 "\" -AppId \"App\" -DelaySeconds 10 -TaskName \"" + kTrayTask + "\"";
     LogInfo("Register Tray UI task: %s", command);
-    const int result = Run(command);
+    const int result = RunCommand(command);
     if (result != 0)
         LogError("RegisterStartZELTrayUI.ps1 failed: %d", result);
     else
@@ -93,7 +88,7 @@ void ConfigureRecoveryEnvironment() {
     if (g_pServiceState->m_bWorkingFolderSecure) {
         const std::string command = std::string(kPowerShell) + "-Command \"&'" +
                                     g_pServiceState->GetRecoveryScriptPath() + "' -Action Install\"";
-        result = Run(command);
+        result = RunCommand(command);
         LogInfo("Command sent to PowerShell: %s", command);
     }
     if (result != 0)

@@ -9,6 +9,7 @@
 #include "base/Version.h"
 #include "base/ZELLogger.h"
 #include "service/ZELService.h"
+#include "state/LogFileName.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ bool ZELService::InitializeLogging() {
     }
     ZELLogger* const logger = ZELLogger::Instance();
     if (!logger ||
-        !logger->OpenLog("zel", folder + "\\zel.log", folder, kMaxLogSize, ZELLogger::kOneBackup)) {
+        !logger->OpenLog("zel", folder + "\\" + kLogFileName, folder, kMaxLogSize, ZELLogger::kOneBackup)) {
         LogEventMessage("ZELService failed to create log file", EVENTLOG_ERROR_TYPE);
         return false;
     }
