@@ -31,15 +31,21 @@ def say(text):
     print(text, flush=True)
 
 
-def open_desktop(stack, workdir):
-    """A desktop with a terminal and a clock; None where the packages for it are missing."""
+def open_desktop(stack, workdir, consent):
+    """A desktop with a terminal, a clock and the program that asks the person there, when its command is given; None where the
+    packages for it are missing."""
     missing = what_is_missing() + ([] if shutil.which("xterm") else ["xterm"])
     if missing:
         say(f"The PC has no desktop: these packages are not installed: {' '.join(missing)}")
         return None
     desktop = stack.enter_context(Desktop(workdir, *DESKTOP_SIZE))
     desktop.paint(draw_desktop(desktop.size, "The service captures it and encodes it as AV1,"))
-    for name, place, words in (("terminal", "80x20+30+360", []), ("clock", "12x3+850+20", ["-e", "sh", "-c", CLOCK])):
+    programs = [("terminal", "80x16+30+440", None), ("clock", "12x3+850+20", CLOCK)]
+    if consent:
+        asking = f"echo The person at the PC answers here.; while :; do {consent} --serve; sleep 1; done"
+        programs.append(("consent", "80x7+30+20", asking))
+    for name, place, script in programs:
+        words = ["-e", "sh", "-c", script] if script else []
         window = ["-display", desktop.display, "-title", name, "-fa", "Monospace", "-fs", "12", "-geometry", place]
         stack.callback(Process(["xterm", *window, *words], workdir / f"{name}.log").kill)
     return desktop
@@ -52,6 +58,7 @@ class NativeLab:
         self.host = NativeHost(workdir, f"unix:{workdir}/mailbox.sock", **LAPTOP)
         self.listen = self.host.description["mailbox"]
         self.web = {"pc": self.host.control_socket}
+        self.consent = self.host.consent_command
 
     def open_to_this_machine(self, url):
         pass  # it is there already
@@ -67,6 +74,7 @@ class WindowsLab:
         self.host = WineHost(workdir, MAILBOX_OF_WINDOWS)
         self.listen = f"tcp:{MAILBOX_OF_WINDOWS}"
         self.web = {}
+        self.consent = None
 
     def open_to_this_machine(self, url):
         self._relay.join(urllib.parse.urlsplit(url).port)
@@ -79,7 +87,7 @@ def options_of_page(lab):
 
 def start(stack, lab, workdir):
     """Returns the firmware, whose page is served when this returns."""
-    desktop = open_desktop(stack, workdir)
+    desktop = open_desktop(stack, workdir, lab.consent)
     settings = {}
     if desktop and lab.host.captures_screen:
         lab.host.use_desktop(desktop)
