@@ -18,9 +18,9 @@ import texts
 
 for add in (
     mailbox.host_records, mailbox.gate_frames, mailbox.cloud_frames, mailbox.cloud_streams, mailbox.link, mailbox.frames,
-    mailbox.device, mailbox.pipes, console.console, texts.descriptions, texts.control_lines, texts.texts, texts.wifi_profiles,
-    service.answers, service.platform, service.dispatch, service.errands, service.each_command, identity.certificates,
-    display.agents, display.escapes, display.runtimes, packaged.readers, packaged.packages,
+    mailbox.device, mailbox.pipes, console.console, texts.descriptions, texts.control_lines, texts.page_requests, texts.texts,
+    texts.wifi_profiles, service.answers, service.platform, service.dispatch, service.errands, service.each_command,
+    identity.certificates, display.agents, display.escapes, display.runtimes, packaged.readers, packaged.packages,
 ):  # fmt: skip
     add()
 if sys.argv[1:] != ["--check"]:

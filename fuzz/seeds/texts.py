@@ -2,6 +2,7 @@
 
 import json
 
+import tables
 from corpus import long_block, seed
 
 # --- descriptions and control lines ---
@@ -118,6 +119,42 @@ def control_lines():
         "requests": {"verb": "requests"},
     }.items():
         seed("mpmcontrol", name, json.dumps(line))
+
+
+# --- the page in the browser; the byte in front chooses what reads the rest ---
+
+MESSAGE, LOG_LINE, REQUEST, COMMAND, FRAME, HEADERS = range(6)
+
+
+def page_requests():
+    for name, message in {
+        "hello": {"id": 1, "do": "hello", "since": 7},
+        "send-fields": {"id": 2, "do": "send", "command": 39, "fields": {"address": "127.0.0.1", "port": 5900}},
+        "send-name": {"id": 3, "do": "send", "command": "KVM_ENABLE_STATUS", "trailer": 1},
+        "send-data": {"id": 4, "do": "send", "command": 8, "fields": {"data": "01 02"}},
+        "send-text": {"id": 5, "do": "send", "command": 10, "fields": {"text": "1.2.3"}},
+        "send-raw": {"id": 6, "do": "send", "raw": True, "payload": "00ff"},
+        "passwords": {"id": 7, "do": "send", "command": 51, "fields": {"OldPassword": "a", "NewPassword": "b"}},
+        "set": {"id": 8, "do": "set", "values": {"uVORKVersion": "45", "Screen.Ivf": "x"}},
+        "fault": {"id": 9, "do": "fault", "words": ["refuse", "WriteOsInfo", "5"]},
+        "enrol": {"id": 10, "do": "enrol", "host": "h", "authority": "a", "template": "t", "subject": "s"},
+        "screen": {"id": 11, "do": "screen", "reset": True},
+        "show": {"id": 12, "do": "show"},
+    }.items():
+        seed("webrequests", name, bytes([MESSAGE]) + json.dumps(message).encode())
+    seed("webrequests", "no-message", bytes([MESSAGE]) + b'{"id": -1}')
+    line = b"[1]-[ 2 M ] ERROR: text $$<ZELService> <Fri  Nov 13 17:23:26.5 2026 W. Europe Standard Time> <thread = 9 (0x9)>"
+    seed("webrequests", "log-line", bytes([LOG_LINE]) + line)
+    seed("webrequests", "other-line", bytes([LOG_LINE]) + b"some text \xff")
+    for name in ("WriteZELStatus", "WriteOsInfo", "WriteWiFiSyncInfo", "WriteMultiNwInfo", "WriteIPCompleteInformation"):
+        size = next(row["input"]["minSize"] for row in tables.requests() if row["name"] == name)
+        seed("webrequests", f"request-{name}", bytes([REQUEST, tables.function(name)]) + bytes(n % 255 + 1 for n in range(size)))
+    for row in tables.commands():
+        seed("webrequests", f"command-{row['name']}", bytes([COMMAND, row["number"]]) + b"1" * row["payload"]["minSize"])
+    seed("webrequests", "key-frame", bytes([FRAME, 0x12, 0x00, 0x0A, 0x00, 0x32, 0x01, 0x10]))
+    for name, text in {"host": "localhost:8080", "origin": "http://127.0.0.1:8080", "address": "[::1]:80",
+                       "path": "/0123456789abcdef0123456789abcdef/events"}.items():
+        seed("webrequests", name, bytes([HEADERS]) + text.encode())
 
 
 # --- profiles ---
