@@ -1,6 +1,7 @@
 #include "firmware/web/WebServer.h"
 
 #include <libwebsockets.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <atomic>
@@ -23,6 +24,8 @@ constexpr size_t kMostSockets = 100;        // WebSockets
 constexpr unsigned kMostConnections = 256;  // of all kinds, with the server's own descriptors
 constexpr size_t kLongestMessage = 2u << 20;
 constexpr size_t kPiece = 64u << 10;
+// The system would let the buffer of a page that does not read grow to several megabytes.
+constexpr int kSendBuffer = 256 << 10;
 constexpr const char *kEventsProtocol = "zel-lab", *kVncProtocol = "binary";
 // A page that is loaded anew is back sooner.
 constexpr std::chrono::seconds kHoldWithoutPages{5};
@@ -289,6 +292,7 @@ int WebServer::Implementation::Upgrade(lws* connection, std::string_view protoco
 
 void WebServer::Implementation::OpenSocket(lws* connection) {
     ++m_sockets;
+    setsockopt(lws_get_socket_fd(connection), SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
     StartTimer();
     Connection& state = m_connections[connection];
     state.isSocket = true;
