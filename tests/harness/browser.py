@@ -147,6 +147,5 @@ class Page:
         raise AssertionError(f"no choice {text} in {selector}")
 
     def await_connected(self):
-        self.await_text("#pills .pill", "connected")
-        eventually(lambda: self.find("#banner").get_attribute("hidden"), "the page to be connected")
+        eventually(lambda: "connected" in self.texts("#pills .pill"), "the page to be connected")
         return self

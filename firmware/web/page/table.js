@@ -17,6 +17,7 @@ export class VirtualList {
     this.element.setAttribute("aria-label", label);
     this.spacer = document.createElement("div");
     this.spacer.className = "spacer";
+    this.spacer.setAttribute("role", "presentation");
     this.element.append(this.spacer);
     this.element.addEventListener("scroll", () => this.onScroll());
     this.element.addEventListener("keydown", (event) => this.onKey(event));
