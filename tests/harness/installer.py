@@ -100,7 +100,7 @@ class EmptyPc(WineHost):
 
     def installed_files(self):
         """What lies in the program folder."""
-        folder = self._executables.parent
+        folder = self.executables.parent
         return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if path.is_file())
 
     def data(self):
