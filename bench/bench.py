@@ -24,6 +24,7 @@ from harness.processes import REPOSITORY, Process
 from harness.waiting import eventually
 
 import screen
+import web
 
 BUILD = pathlib.Path(os.environ.get("ZEL_BENCH_BUILD", REPOSITORY / "build" / "bench"))
 # A round trip and bulk in either direction beside socat, log lines beside spdlog, megabytes.
@@ -281,12 +282,12 @@ def measure(workdir, rounds):
     ]
 
 
-PARTS = {"bytes": measure, "screen": screen.measure}
+PARTS = {"bytes": measure, "screen": screen.measure, "web": web.measure}
 
 
 def main():
     parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__.splitlines()[0])
-    parser.add_argument("parts", nargs="*", metavar="bytes|screen", help="what to measure; default: both")
+    parser.add_argument("parts", nargs="*", metavar="bytes|screen|web", help="what to measure; default: all")
     parser.add_argument("--rounds", type=int, default=100, help="blocks of each peer in each measurement")
     parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()

@@ -31,7 +31,7 @@ def dev(tmp_path):
 @pytest.mark.parametrize("words, complaint", [
     (("bench", "--rounds", "many"), "invalid int value: 'many'"),
     (("bench", "--rounds", "0"), "--rounds needs at least 1"),
-    (("bench", "quickly"), "unknown part quickly; the parts are bytes, screen"),
+    (("bench", "quickly"), "unknown part quickly; the parts are bytes, screen, web"),
     (("faults", "kvmm"), "unknown scenario 'kvmm'; there are start, packaged, update, dash, kvm, display, consent, enrolment, "
                          "password, alert, upgrade, power, suspend, network, cloud, reader, driver, stop"),
     (("faults", "kvm", "--quickly"), "unrecognized arguments: --quickly"),
