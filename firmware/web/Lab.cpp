@@ -58,6 +58,7 @@ void Lab::Close(PageId page) {
     const Page* const found = Find(page);
     if (found && found->usedInput) ReleaseInput();
     m_pages.erase(page);
+    CountWatchers();
 }
 
 Lab::Page* Lab::Find(PageId page) {

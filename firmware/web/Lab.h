@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "firmware/Firmware.h"
+#include "firmware/screen/ViewerInput.h"
 #include "firmware/web/Feed.h"
 #include "firmware/web/Inbox.h"
 #include "firmware/web/LogFollower.h"
 #include "firmware/web/Messages.h"
-#include "firmware/screen/ViewerInput.h"
 #include "firmware/web/PcClient.h"
 #include "firmware/web/ScreenTap.h"
 #include "firmware/web/Worker.h"
@@ -94,6 +94,7 @@ class Lab {
     void Control(PageId page, const PageMessage& message);
     void AskPc(PageId page, const PageMessage& message);
     void WatchScreen(PageId page, const PageMessage& message);
+    void CountWatchers();
     void Hold(PageId page, const PageMessage& message);
     void Input(PageId page, const PageMessage& message);
     void ReleaseInput();

@@ -21,10 +21,14 @@ void Lab::WatchScreen(PageId id, const PageMessage& message) {
     Page& page = m_pages.at(id);
     page.watch = how == "av1" ? Watch::Av1 : how == "picture" ? Watch::Picture : Watch::Off;
     page.frame = page.picture = 0;
+    CountWatchers();
+    Answer(id, AnswerText(message.id, Json::objectValue));
+}
+
+void Lab::CountWatchers() {
     m_watched = std::any_of(m_pages.begin(), m_pages.end(),
                             [](const auto& each) { return each.second.watch != Watch::Off; });
     m_tap->SetWatched(m_watched);
-    Answer(id, AnswerText(message.id, Json::objectValue));
 }
 
 // Where no key frame is kept, a page has pictures until the next one comes.

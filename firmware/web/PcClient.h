@@ -1,5 +1,5 @@
-// Asks the control socket of the simulated PC, several questions at a time, on a thread of its own: a PC that
-// does not answer holds up no one.
+// Asks the control socket of the simulated PC, several questions at a time, on a thread of its own, so that a
+// PC that does not answer blocks nothing else.
 #pragma once
 
 #include <json/json.h>

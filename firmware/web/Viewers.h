@@ -33,7 +33,7 @@ class Viewers {
     // Whether it is one of these.
     bool Takes(lws* end) const { return end == m_held || m_ends.contains(end); }
 
-    // Opens or closes the connection that no one reads. Throws std::runtime_error with the reason.
+    // Opens or closes the connection whose bytes are dropped. Throws std::runtime_error with the reason.
     void Hold(bool hold);
     bool Holds() const { return m_held != nullptr; }
 

@@ -259,7 +259,7 @@ def test_the_end_of_a_held_session_is_seen(firmware, port):
         page.await_news(lambda: page.news["state"]["held"] is False, "the session to end")
 
 
-def test_a_session_is_not_held_for_nobody(firmware, port):
+def test_a_session_is_not_held_without_a_page(firmware, port):
     with LabPage(firmware.url) as page:
         page.do("hello")
         page.do("hold", session=True)
