@@ -27,7 +27,15 @@ bool ZELService::EndThreads(DWORD milliseconds) {
     m_networkMonitor.StopNetworkScanThread();
     m_nubaClient.EndThread();
     m_kvmClientInterface.SignalEnd();
-    if (!m_detachedThreads.AwaitEnd(milliseconds)) return false;
+    if (!m_detachedThreads.AwaitEnd(milliseconds)) {
+        // The process ends while a thread hangs, and joins none of those that have returned.
+        std::lock_guard lock(m_threadObjectsMutex);
+        for (auto* owner : {&m_pDASHClientThreadObj, &m_pMBDriverReadThreadObj}) {
+            if (*owner) (*owner)->detach();
+            owner->reset();
+        }
+        return false;
+    }
     JoinThreads();
     return true;
 }
