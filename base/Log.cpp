@@ -3,9 +3,6 @@
 #include <winsock2.h>
 #include <windows.h>
 
-#include <cstdarg>
-#include <cstdio>
-
 #include "base/ZELLogger.h"
 
 namespace {
@@ -29,14 +26,10 @@ void Pass(ZELLogger& logger, logging::Level level, const char* message) {
 
 }  // namespace
 
-void logging::Write(Level level, const char* format, ...) {
+void logging::Write(Level level, const FormatView& format, std::initializer_list<Value> values) {
     // Callers report GetLastError more than once along the way.
     const DWORD error = GetLastError();
-    char message[kMessageSize];
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(message, sizeof message, format, arguments);
-    va_end(arguments);
-    if (ZELLogger* const logger = ZELLogger::Instance(); logger && length >= 0) Pass(*logger, level, message);
+    if (ZELLogger* const logger = ZELLogger::Instance())
+        Pass(*logger, level, Assemble(format, values).Text());
     SetLastError(error);
 }

@@ -5,6 +5,7 @@
 #include <psapi.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cwchar>
 #include <iterator>
 
@@ -39,34 +40,46 @@ const char* InCodePage(const ZoneName& name) {
     return last.to;
 }
 
-// "Fri  Nov 13 17:23:26.512 2026 W. Europe Standard Time"; English whatever the locale, the standard name
-// also in daylight saving time.
+// "Fri  Nov 13 17:23:26."; English whatever the locale. A thread keeps the text for its lines of the same
+// second.
+std::string_view TextOfSecond(SYSTEMTIME now) {
+    struct Kept {
+        SYSTEMTIME second;
+        FixedText<32> text;
+    };
+    thread_local Kept kept{};
+    now.wMilliseconds = 0;
+    if (std::memcmp(&now, &kept.second, sizeof now) == 0) return kept.text.View();
+    kept.second = now;
+    kept.text.Clear();
+    kept.text.Append(kDays[now.wDayOfWeek % std::size(kDays)]);
+    kept.text.Append("  ");
+    kept.text.Append(kMonths[(now.wMonth + 11u) % std::size(kMonths)]);
+    kept.text.Append(" ");
+    kept.text.AppendNumber(now.wDay, 10, 2);
+    kept.text.Append(" ");
+    kept.text.AppendNumber(now.wHour, 10, 2);
+    kept.text.Append(":");
+    kept.text.AppendNumber(now.wMinute, 10, 2);
+    kept.text.Append(":");
+    kept.text.AppendNumber(now.wSecond, 10, 2);
+    kept.text.Append(".");
+    return kept.text.View();
+}
+
+// "Fri  Nov 13 17:23:26.512 2026 W. Europe Standard Time", the standard name also in daylight saving time.
 void AppendTimeStamp(FixedText<512>& text) {
     SYSTEMTIME now{};
     GetLocalTime(&now);
     TIME_ZONE_INFORMATION zone;
     zone.StandardName[0] = L'\0';  // should the call fail
     GetTimeZoneInformation(&zone);
-
-    FixedText<256> stamp;
-    stamp.Append(kDays[now.wDayOfWeek % std::size(kDays)]);
-    stamp.Append("  ");
-    stamp.Append(kMonths[(now.wMonth + 11u) % std::size(kMonths)]);
-    stamp.Append(" ");
-    stamp.AppendNumber(now.wDay, 10, 2);
-    stamp.Append(" ");
-    stamp.AppendNumber(now.wHour, 10, 2);
-    stamp.Append(":");
-    stamp.AppendNumber(now.wMinute, 10, 2);
-    stamp.Append(":");
-    stamp.AppendNumber(now.wSecond, 10, 2);
-    stamp.Append(".");
-    stamp.AppendNumber(now.wMilliseconds);  // without leading zeros
-    stamp.Append(" ");
-    stamp.AppendNumber(now.wYear);
-    stamp.Append(" ");
-    stamp.Append(InCodePage(zone.StandardName));
-    text.Append(stamp.View());
+    text.Append(TextOfSecond(now));
+    text.AppendNumber(now.wMilliseconds);  // without leading zeros
+    text.Append(" ");
+    text.AppendNumber(now.wYear);
+    text.Append(" ");
+    text.Append(InCodePage(zone.StandardName));
 }
 
 void AppendWithoutLineBreaks(FixedText<1025>& line, std::string_view message, size_t room) {

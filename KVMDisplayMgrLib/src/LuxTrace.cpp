@@ -1,8 +1,5 @@
 #include "KVMDisplayMgrLib/src/LuxTrace.h"
 
-#include <cstdarg>
-#include <cstdio>
-
 const char* LuxTrace::ResultText(lux::LUX_RESULT result) const {
     lux::LUXTrace* const trace = m_factory.GetTrace();
     return trace ? trace->GetResultText(result) : "";
@@ -23,14 +20,10 @@ std::string LuxTrace::AssertionHead(const char* condition) {
     return *condition ? head + condition + ": " : head;
 }
 
-void LuxTrace::WriteFormatted(const std::string& head, int line, lux::LUXTraceLevel level, const char* format,
-                              ...) const {
+void LuxTrace::WriteWithHead(const std::string& head, int line, lux::LUXTraceLevel level,
+                             const logging::FormatView& format,
+                             std::initializer_list<logging::Value> values) const {
     lux::LUXTrace* const trace = m_factory.GetTrace();
     if (!trace) return;
-    char message[logging::kMessageSize];
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(message, sizeof message, format, arguments);
-    va_end(arguments);
-    if (length >= 0) trace->TraceText(m_file, line, level, m_scope, (head + message).c_str());
+    trace->TraceText(m_file, line, level, m_scope, (head + Assemble(format, values).Text()).c_str());
 }

@@ -1,8 +1,8 @@
 // Writes to the runtime's trace. Nothing is written while no runtime is loaded.
 #pragma once
 
+#include <initializer_list>
 #include <string>
-#include <utility>
 
 #include "KVMDisplayMgrLib/src/LUXFactoryHelper.h"
 #include "base/Log.h"
@@ -18,24 +18,26 @@ class LuxTrace {
     template <class... Args>
     void Write(int line, lux::LUXTraceLevel level,
                const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) const {
-        WriteWithHead("", line, level, format, args...);
+        WriteWithHead("", line, level, format.View(), {logging::Held(args)...});
     }
     template <class... Args>
     void Info(int line, const logging::Format<std::type_identity_t<Args>...>& format,
               const Args&... args) const {
-        WriteWithHead("", line, lux::LUX_TRACE_INFO, format, args...);
+        WriteWithHead("", line, lux::LUX_TRACE_INFO, format.View(), {logging::Held(args)...});
     }
     // An error, with the result of a call and its text in front.
     template <class... Args>
     void Failure(int line, lux::LUX_RESULT result,
                  const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) const {
-        WriteWithHead(FailureHead(result), line, lux::LUX_TRACE_ERROR, format, args...);
+        WriteWithHead(FailureHead(result), line, lux::LUX_TRACE_ERROR, format.View(),
+                      {logging::Held(args)...});
     }
     // An error, with the condition that does not hold in front, unless that is empty.
     template <class... Args>
     void Assertion(int line, const char* condition,
                    const logging::Format<std::type_identity_t<Args>...>& format, const Args&... args) const {
-        WriteWithHead(AssertionHead(condition), line, lux::LUX_TRACE_ERROR, format, args...);
+        WriteWithHead(AssertionHead(condition), line, lux::LUX_TRACE_ERROR, format.View(),
+                      {logging::Held(args)...});
     }
 
     // The runtime's texts, or an empty one without a runtime.
@@ -43,23 +45,10 @@ class LuxTrace {
     const char* FormatName(lux::LUXSurfaceFormat format) const;
 
   private:
-    template <class... Args>
-    void WriteWithHead(const std::string& head, int line, lux::LUXTraceLevel level,
-                       const logging::Format<Args...>& format, const Args&... args) const {
-        WriteWidened(head, line, level, format, std::index_sequence_for<Args...>{}, args...);
-    }
-    template <class... Args, size_t... I>
-    void WriteWidened(const std::string& head, int line, lux::LUXTraceLevel level,
-                      const logging::Format<Args...>& format, std::index_sequence<I...>,
-                      const Args&... args) const {
-        WriteFormatted(head, line, level, format.Text(),
-                       logging::ForPrintf(logging::Widen(format.Of(I), args))...);
-    }
-
     std::string FailureHead(lux::LUX_RESULT result) const;
     static std::string AssertionHead(const char* condition);
-    void WriteFormatted(const std::string& head, int line, lux::LUXTraceLevel level, const char* format,
-                        ...) const;
+    void WriteWithHead(const std::string& head, int line, lux::LUXTraceLevel level,
+                       const logging::FormatView& format, std::initializer_list<logging::Value> values) const;
 
     const LUXFactoryHelper& m_factory;
     const char* m_file;

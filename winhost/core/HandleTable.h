@@ -10,6 +10,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
+#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -18,9 +20,14 @@
 
 namespace winhost {
 
+class WaitableObject;
+
 class Object {
   public:
     virtual ~Object() = default;
+    // Null for the kinds that no thread waits for. Each line of a log waits for an object, and a cast to a
+    // base class costs more than the wait.
+    virtual WaitableObject* AsWaitable() { return nullptr; }
     // True for the kinds that CloseHandle is for; the others have closing calls of their own.
     virtual bool IsClosedByCloseHandle() const { return true; }
     // The handle has gone; whoever waits for the object or uses it right now may still hold a reference.
@@ -38,7 +45,16 @@ class HandleTable {
     // The same, and null for an object of another kind.
     template <class Kind>
     std::shared_ptr<Kind> Find(HANDLE handle) {
-        return std::dynamic_pointer_cast<Kind>(Find(handle));
+        std::shared_ptr<Object> object = Find(handle);
+        if constexpr (std::is_same_v<Kind, WaitableObject>) {
+            WaitableObject* const waitable = object ? object->AsWaitable() : nullptr;
+            return waitable ? std::shared_ptr<WaitableObject>(std::move(object), waitable) : nullptr;
+        } else if constexpr (std::is_final_v<Kind>) {
+            const bool isOne = object && typeid(*object) == typeid(Kind);
+            return isOne ? std::static_pointer_cast<Kind>(std::move(object)) : nullptr;
+        } else {
+            return std::dynamic_pointer_cast<Kind>(std::move(object));
+        }
     }
 
     // Takes the handle out of the table if it names a Kind, and tells the object. False when it doesn't.

@@ -66,9 +66,9 @@ const Zone& LocalZone() {
 constexpr int64_t kTicksPerSecond = 10'000'000;
 
 // Seconds since 1970.
-int64_t Now() {
+int64_t SecondsOf(uint64_t fileTime) {
     constexpr int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-    return static_cast<int64_t>(Clock::Instance().FileTime()) / kTicksPerSecond - kSecondsFrom1601To1970;
+    return static_cast<int64_t>(fileTime) / kTicksPerSecond - kSecondsFrom1601To1970;
 }
 
 SYSTEMTIME FromFileTime(uint64_t fileTime) {
@@ -95,8 +95,9 @@ SYSTEMTIME FromFileTime(uint64_t fileTime) {
 
 void GetLocalTime(LPSYSTEMTIME time) {
     WINHOST_GATE_PASS("GetLocalTime");
-    const int64_t east = LocalZone().rules.SecondsEast(Now());
-    *time = FromFileTime(Clock::Instance().FileTime() + static_cast<uint64_t>(east * kTicksPerSecond));
+    const uint64_t now = Clock::Instance().FileTime();
+    const int64_t east = LocalZone().rules.SecondsEast(SecondsOf(now));
+    *time = FromFileTime(now + static_cast<uint64_t>(east * kTicksPerSecond));
 }
 
 void GetSystemTimeAsFileTime(LPFILETIME time) {
@@ -122,5 +123,5 @@ DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone) {
     const Zone& local = LocalZone();
     *zone = local.information;
     if (!local.rules.HasSummerTime()) return TIME_ZONE_ID_UNKNOWN;
-    return local.rules.IsSummer(Now()) ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
+    return local.rules.IsSummer(SecondsOf(Clock::Instance().FileTime())) ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
 }

@@ -21,6 +21,20 @@ TEST_F(LogFront, NumbersHaveTheSizesThatTheirConversionsHaveOnWindows) {
     EXPECT_EQ(Last(), "03|0B|ff|100%");
 }
 
+TEST_F(LogFront, LeadingZerosCountTheSignAndDigitsDoNot) {
+    LogInfo("%03d|%03d|%.3d|%.3i", 5, -5, -5, 1234);
+    EXPECT_EQ(Last(), "005|-05|-005|1234");
+    LogInfo("%08x|%016llX|%.2X|%X", 0xBEEF, uint64_t{0xABCDEF}, 0x1234, 0);
+    EXPECT_EQ(Last(), "0000beef|0000000000ABCDEF|1234|0");
+}
+
+TEST_F(LogFront, TheSmallestAndLargestNumbersAreWhole) {
+    LogInfo("%lld %lld %llu", INT64_MIN, INT64_MAX, UINT64_MAX);
+    EXPECT_EQ(Last(), "-9223372036854775808 9223372036854775807 18446744073709551615");
+    LogInfo("%hhd %hd %d %hhu", 0x80, 0x8000, 0x80000000u, -1);
+    EXPECT_EQ(Last(), "-128 -32768 -2147483648 255");
+}
+
 TEST_F(LogFront, PointersHaveSixteenDigits) {
     const int* const none = nullptr;
     LogInfo("%p and %p", none, reinterpret_cast<const void*>(uintptr_t{0x1234567890AB}));
@@ -31,6 +45,11 @@ TEST_F(LogFront, TextsComeAsPointersOrStrings) {
     const char* none = nullptr;
     LogInfo("%s %s %s", "a", std::string("b"), none);
     EXPECT_EQ(Last(), "a b (null)");
+}
+
+TEST_F(LogFront, ATextEndsAtItsFirstNul) {
+    LogInfo("%s|%s", std::string("a\0b", 3), "c");
+    EXPECT_EQ(Last(), "a|c");
 }
 
 TEST_F(LogFront, LongTextsAreCut) {
