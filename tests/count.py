@@ -36,8 +36,9 @@ class Results:
         self.again = []
         root = xml.parse(path).getroot()
         self._add(root)
+        parts = {part.stem: part for part in path.with_suffix("").glob("*.xml")}
         for case in root.iter("testcase"):
-            if (part := path.with_suffix("") / f"{case.get('name')}.xml").exists():
+            if part := parts.get(case.get("name")):
                 self._replace(case, xml.parse(part).getroot())
         # ctest writes only the last run of a test to its junit file, but each run to its output.
         if (log := path.with_suffix(".log")).exists():

@@ -96,3 +96,9 @@ def test_a_part_that_ctest_ended_is_one_failure(sample):
     assert sample.count(failed=True) == (1, ["1 tests failed:", "unit: sampletests.1", "1 passed, 1 failed"])
     assert sample.run() == 0
     assert sample.count(failed=True) == (1, ["1 tests failed:", "unit: sampletests.1", "4 passed, 1 failed, 1 skipped"])
+
+
+def test_a_name_may_be_longer_than_that_of_a_file(tmp_path):
+    (tmp_path / "process.xml").write_text(f'<testsuite><testcase name="{"x" * 5000}"/></testsuite>')
+    done = subprocess.run([sys.executable, "-B", REPOSITORY / "tests/count.py", tmp_path], capture_output=True, text=True)
+    assert done.stdout.splitlines()[-1] == "1 passed, 0 failed"

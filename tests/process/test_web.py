@@ -151,7 +151,7 @@ def test_files_are_only_read(firmware):
     b"GET / HTTP/9.9\r\n\r\n", b"BREW / HTTP/1.1\r\nHost: x\r\n\r\n", b"GET / HTTP/1.1\r\nHost: a\r\nHost: b\r\n\r\n",
     b"GET / HTTP/1.1\r\nContent-Length: -1\r\n\r\n", b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n", b"\x16\x03\x01\x02\x00\x01\x00",
     b"GET / HTTP/1.1\r\nConnection: Upgrade, HTTP2-Settings\r\nUpgrade: h2c\r\nHTTP2-Settings: AAMAAABkAAQAAP__\r\n\r\n",
-])
+], ids=range(12))
 def test_malformed_http_changes_nothing(firmware, page, request_bytes):
     answer = exchange(firmware.url, request_bytes, patience=0.5)
     assert b" 200 " not in answer and b" 101 " not in answer
