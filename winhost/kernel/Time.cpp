@@ -123,5 +123,6 @@ DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone) {
     const Zone& local = LocalZone();
     *zone = local.information;
     if (!local.rules.HasSummerTime()) return TIME_ZONE_ID_UNKNOWN;
-    return local.rules.IsSummer(SecondsOf(Clock::Instance().FileTime())) ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
+    return local.rules.IsSummer(SecondsOf(Clock::Instance().FileTime())) ? TIME_ZONE_ID_DAYLIGHT
+                                                                         : TIME_ZONE_ID_STANDARD;
 }
