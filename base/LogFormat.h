@@ -89,7 +89,7 @@ class Format {
 
   private:
     // Reads the conversion behind a percent sign, and steps over it.
-    consteval Conversion Take(const char* text, size_t& in) const {
+    constexpr Conversion Take(const char* text, size_t& in) const {
         Conversion result;
         result.textEnd = static_cast<uint16_t>(m_size);
         const size_t begin = in;
@@ -133,7 +133,7 @@ class Format {
         }
     }
 
-    static consteval uint8_t TakeNumber(const char* text, size_t& in) {
+    static constexpr uint8_t TakeNumber(const char* text, size_t& in) {
         unsigned number = 0;
         while (text[in] >= '0' && text[in] <= '9')
             number = number * 10 + static_cast<unsigned>(text[in++] - '0');
@@ -142,7 +142,7 @@ class Format {
     }
 
     // Returns the bits that the length modifier names on Windows, and steps over it.
-    static consteval uint8_t TakeBits(const char* text, size_t& in) {
+    static constexpr uint8_t TakeBits(const char* text, size_t& in) {
         if (text[in] == 'I' && text[in + 1] == '6' && text[in + 2] == '4') return in += 3, 64;
         if (text[in] == 'l' && text[in + 1] == 'l') return in += 2, 64;
         if (text[in] == 'z') return in += 1, 64;
