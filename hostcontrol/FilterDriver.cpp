@@ -3,10 +3,10 @@
 #include <powrprof.h>
 
 #include <cstddef>
+#include <cstdlib>
 #include <string>
 
 #include "base/Log.h"
-#include "base/RunCommand.h"
 #include "base/ServiceHandle.h"
 #include "state/ServiceState.h"
 
@@ -34,7 +34,7 @@ bool HasModernStandby(const SYSTEM_POWER_CAPABILITIES& capabilities) {
 
 // Blocks until PowerShell ends.
 bool RunPowerShell(const std::string& command) {
-    return RunCommand("powershell -Command \"" + command + "\"") == 0;
+    return std::system(("powershell -Command \"" + command + "\"").c_str()) == 0;
 }
 
 UniqueServiceHandle OpenDriver(SC_HANDLE manager, DWORD access) {

@@ -3,10 +3,10 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "base/Log.h"
-#include "base/RunCommand.h"
 #include "package/PackageIdentity.h"
 #include "state/ServiceState.h"
 
@@ -30,7 +30,8 @@ std::string RegistrationCommand(const char* trigger, const char* task) {
 }  // namespace
 
 bool TaskExists(const char* name) {
-    return RunCommand(std::string("schtasks /query /tn \"") + name + "\" > nul 2>&1") == 0;
+    const std::string command = std::string("schtasks /query /tn \"") + name + "\" > nul 2>&1";
+    return std::system(command.c_str()) == 0;
 }
 
 void RegisterStartZELServiceTask() {
@@ -39,7 +40,7 @@ void RegisterStartZELServiceTask() {
         return;
     }
     const std::string command = RegistrationCommand("StartZEL_Service_Trigger_Wake.xml", kStartTask);
-    const int result = RunCommand(command);
+    const int result = std::system(command.c_str());
     LogInfo("commmand sent to powershell: %s", command);
     if (result != 0)
         LogError("Adding Start_ZEL task to Task Schedular failed with Error: %d", result);
@@ -51,7 +52,7 @@ void RegisterCleanUpTask() {
     int result = ERROR_ACCESS_DENIED;
     if (g_pServiceState->m_bWorkingFolderSecure) {
         const std::string command = RegistrationCommand("ZEL_CleanUp_Trigger.xml", kCleanUpTask);
-        result = RunCommand(command);
+        result = std::system(command.c_str());
         LogInfo("Command sent to PowerShell: %s", command);
     }
     if (result != 0)
@@ -74,7 +75,7 @@ void RegisterTrayUITask() {
                                 "RegisterStartZELTrayUI.ps1\" -PackageFamilyName \"" + familyName +
                                 "\" -AppId \"App\" -DelaySeconds 10 -TaskName \"" + kTrayTask + "\"";
     LogInfo("Register Tray UI task: %s", command);
-    const int result = RunCommand(command);
+    const int result = std::system(command.c_str());
     if (result != 0)
         LogError("RegisterStartZELTrayUI.ps1 failed: %d", result);
     else
@@ -88,7 +89,7 @@ void ConfigureRecoveryEnvironment() {
     if (g_pServiceState->m_bWorkingFolderSecure) {
         const std::string command = std::string(kPowerShell) + "-Command \"&'" +
                                     g_pServiceState->GetRecoveryScriptPath() + "' -Action Install\"";
-        result = RunCommand(command);
+        result = std::system(command.c_str());
         LogInfo("Command sent to PowerShell: %s", command);
     }
     if (result != 0)
