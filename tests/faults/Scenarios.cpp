@@ -51,6 +51,11 @@ void HoldFirstUpdateOfPackage(World& world) {
     HoldFirstUpdate(world);
 }
 
+void SettledPackage(World& world) {
+    world.InstallPackage();
+    world.LaunchAndSettle();
+}
+
 void Start(World& world) {
     world.Launch();
     world.Until([&] { return world.firmware.HostListening(); });
@@ -305,8 +310,8 @@ void InSessions(World& world) {
 const std::vector<Scenario>& Scenarios() {
     static const std::vector<Scenario> scenarios = {
         {"start", "the process from its first call until it reads from the firmware", HoldFirstUpdate, Start},
-        {"packaged", "the start and the stop of a service that runs from a package", HoldFirstUpdateOfPackage,
-         Start, true},
+        {"packaged", "the start of a service that runs from a package", HoldFirstUpdateOfPackage, Start},
+        {"packaged-stop", "the stop of such a service", SettledPackage, Nothing, true},
         {"update", "the first report to the firmware, until the service listens for consoles",
          BeforeFirstUpdate, FirstUpdate},
         {"dash", "two consoles, one after the other; the second one stays idle", Settled, Dash},

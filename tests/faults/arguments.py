@@ -6,7 +6,7 @@ import re
 
 FOLDER = pathlib.Path(__file__).parent
 OPTION = re.compile(r'app\.add_(option|flag)\("([^"]+)",[^"]*"([^"]+)"\)')
-SCENARIO = re.compile(r'^        \{"(\w+)", ', re.MULTILINE)
+SCENARIO = re.compile(r'^        \{"([\w-]+)", ', re.MULTILINE)
 
 
 def scenario(name):

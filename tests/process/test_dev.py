@@ -32,8 +32,8 @@ def dev(tmp_path):
     (("bench", "--rounds", "many"), "invalid int value: 'many'"),
     (("bench", "--rounds", "0"), "--rounds needs at least 1"),
     (("bench", "quickly"), "unknown part quickly; the parts are bytes, screen, web"),
-    (("faults", "kvmm"), "unknown scenario 'kvmm'; there are start, packaged, update, dash, kvm, display, consent, enrolment, "
-                         "password, alert, upgrade, power, suspend, network, cloud, reader, driver, stop"),
+    (("faults", "kvmm"), "unknown scenario 'kvmm'; there are start, packaged, packaged-stop, update, dash, kvm, display, consent, "
+                         "enrolment, password, alert, upgrade, power, suspend, network, cloud, reader, driver, stop"),
     (("faults", "kvm", "--quickly"), "unrecognized arguments: --quickly"),
     (("faults", "kvm", "--tsan", "--at"), "argument --at: expected one argument"),
     (("faults", "--debug", "kvm", "--at", "-1"), "invalid number value: '-1'"),
