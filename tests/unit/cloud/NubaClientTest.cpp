@@ -255,7 +255,7 @@ TEST_F(CloudClient, AStopBetweenTwoAttemptsTakesNoTime) {
     const auto before = Clock().Steady();
     Client().stopNUBA();
     EXPECT_EQ(Clock().Steady(), before);
-    EXPECT_TRUE(HasLine("INFO", "NUBA Thread exiting"));
+    AwaitLog("NUBA Thread exiting");
     EXPECT_EQ(Script().Count("nuba_server_deinit"), 2u);
     EXPECT_EQ(Script().Count("nuba_server_init"), 1u);
 }
