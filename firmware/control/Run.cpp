@@ -141,7 +141,7 @@ int Run(const RunOptions& options) {
     if (print) WriteLine(STDOUT_FILENO, "mpmsim listens on " + firmware.Address());
     if (!options.readyFile.empty()) WriteFile(options.readyFile, firmware.Address() + "\n");
     if (page && print) WriteLine(STDOUT_FILENO, "the page is " + page->Url());
-    // Its token lets whoever has it control the PC.
+    // The URL contains the token, which gives full control of the PC.
     if (page && !options.web.readyFile.empty()) WriteFile(options.web.readyFile, page->Url() + "\n", 0600);
     AwaitSignal(signals);
     return 0;

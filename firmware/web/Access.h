@@ -1,5 +1,5 @@
-// Who may use the page: only who knows the token, and only a browser that has been sent to this machine's own
-// loopback address.
+// The access check of the page: a request needs the token, and has to be addressed to the loopback address of
+// this machine.
 #pragma once
 
 #include <cstdint>

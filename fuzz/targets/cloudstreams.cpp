@@ -54,7 +54,7 @@ bool Filter(void*, const Endpoint* endpoint) {
     return IsAllowed(endpoint->host, endpoint->port);
 }
 
-// What the cloud knows of a stream.
+// The state of a stream at the cloud.
 struct Known {
     size_t unanswered = 0;         // requests to open it
     bool mayBeAllowed = false;     // one of them

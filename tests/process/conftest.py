@@ -7,7 +7,7 @@ import pytest
 from harness.console import Console
 from harness.firmware import Firmware
 from harness.kvm import SESSION_END_ERRORS, RemoteKvm
-from harness.host import RUNNING, without_encoder_report
+from harness.host import CAPABILITY_QUERY, RUNNING, without_encoder_report
 from harness.native import NativeHost
 from harness.processes import build_folder
 from harness.waiting import eventually
@@ -94,6 +94,22 @@ class KvmStage(RemoteKvm):
         """The service up, and KVM not yet enabled."""
         self.use_firmware(kvm, level)
         self.stage.boot(**pc)
+        return self
+
+    def boot_with_screen(self, desktop, port=None):
+        """The service up with the desktop as the screen of its PC, and KVM enabled, at this port of the machine if one is given."""
+        self.stage.expect_errors("LUX_KVM: Recevied DispEvtCaptureEncodeExit", "recv() failed with error: 10054",
+                                 "send() failed with error: 10054")
+        self.stage.expect_output(CAPABILITY_QUERY)
+        width, height = desktop.size
+        self.stage.power_up(screen={"width": width, "height": height}, libraryFolders=[str(build_folder())])
+        if port:
+            self.host.kvm_address = ("127.0.0.1", port)
+            self.host.description["ports"]["22"] = port
+        self.host.environment = {"DISPLAY": desktop.display}
+        self.host.start_service()
+        self.host.await_log("Calling HTTPS Socket Accept")
+        self.enable()
         return self
 
     def await_close_told(self, count=1):

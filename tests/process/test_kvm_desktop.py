@@ -6,10 +6,10 @@ import pytest
 
 from harness.desktop import Desktop, Viewer, a_picture, is_same_picture, what_is_missing
 from harness.kvm import receive
+from harness.needs import needs_packages
 from harness.waiting import eventually
 
-missing = what_is_missing()
-pytestmark = pytest.mark.skipif(bool(missing), reason=f"these Debian packages are not installed here: {' '.join(missing)}")
+pytestmark = needs_packages(what_is_missing())
 
 
 @pytest.fixture(autouse=True)

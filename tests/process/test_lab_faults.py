@@ -7,11 +7,11 @@ import pytest
 
 from harness.browser import Browser, what_is_missing
 from harness.lab import Lab
+from harness.needs import needs_packages
 from harness.waiting import eventually
 
-missing = what_is_missing()
 pytestmark = [
-    pytest.mark.skipif(bool(missing), reason=f"these Debian packages are not installed here: {' '.join(missing)}"),
+    needs_packages(what_is_missing()),
     pytest.mark.xdist_group("lab faults"),
 ]
 

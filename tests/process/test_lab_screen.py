@@ -5,13 +5,12 @@ import pytest
 from harness import browser, desktop
 from harness.desktop import a_picture, psnr
 from harness.lab import SIZE, Room
-from harness.processes import build_folder
+from harness.needs import needs_media_runtime, needs_packages
 from harness.waiting import eventually
 
-missing = browser.what_is_missing() + desktop.what_is_missing()
 pytestmark = [
-    pytest.mark.skipif(bool(missing), reason=f"these Debian packages are not installed here: {' '.join(missing)}"),
-    pytest.mark.skipif(not (build_folder() / "luxrt64.so").exists(), reason="the software media runtime is not built"),
+    needs_packages(browser.what_is_missing() + desktop.what_is_missing()),
+    needs_media_runtime(),
     pytest.mark.xdist_group("lab screen"),
 ]
 

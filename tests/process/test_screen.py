@@ -6,15 +6,13 @@ import struct
 import pytest
 
 from harness.desktop import Desktop, Viewer, a_picture, psnr, what_is_missing
-from harness.host import CAPABILITY_QUERY
 from harness.kvm import receive
-from harness.processes import build_folder
+from harness.needs import needs_media_runtime, needs_packages
 from harness.waiting import eventually
 
-missing = what_is_missing()
 pytestmark = [
-    pytest.mark.skipif(bool(missing), reason=f"these Debian packages are not installed here: {' '.join(missing)}"),
-    pytest.mark.skipif(not (build_folder() / "luxrt64.so").exists(), reason="the software media runtime is not built"),
+    needs_packages(what_is_missing()),
+    needs_media_runtime(),
 ]
 
 CLEAR = 35  # dB: what a picture that went through the encoder keeps at least
@@ -29,17 +27,8 @@ def desktop(tmp_path):
 @pytest.fixture
 def screen(kvm, desktop):
     """KVM with the desktop as the screen of the PC, the service up and its port open."""
-    kvm.stage.expect_errors("LUX_KVM: Recevied DispEvtCaptureEncodeExit", "recv() failed with error: 10054",
-                            "send() failed with error: 10054")
-    kvm.stage.expect_output(CAPABILITY_QUERY)
     kvm.use_firmware(kvm="screen", Screen={"Display": desktop.display})
-    width, height = desktop.size
-    kvm.stage.power_up(screen={"width": width, "height": height}, libraryFolders=[str(build_folder())])
-    kvm.host.environment = {"DISPLAY": desktop.display}
-    kvm.host.start_service()
-    kvm.host.await_log("Calling HTTPS Socket Accept")
-    kvm.enable()
-    return kvm
+    return kvm.boot_with_screen(desktop)
 
 
 def frames(screen):

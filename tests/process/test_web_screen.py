@@ -8,8 +8,7 @@ import pytest
 
 from harness.desktop import Desktop, psnr, what_is_missing
 from harness.firmware import Firmware
-from harness.host import CAPABILITY_QUERY
-from harness.processes import build_folder
+from harness.needs import needs_media_runtime, needs_packages
 from harness.viewer import Notepad
 from harness.waiting import eventually
 from harness.websocket import LabPage, Refused, WebSocket
@@ -18,10 +17,9 @@ AV1, PICTURE = 1, 2
 HEAD = struct.Struct("<BBHIIIQQ")
 CLEAR = 35  # dB
 
-missing = what_is_missing()
 needs_screen = [
-    pytest.mark.skipif(bool(missing), reason=f"these Debian packages are not installed here: {' '.join(missing)}"),
-    pytest.mark.skipif(not (build_folder() / "luxrt64.so").exists(), reason="the software media runtime is not built"),
+    needs_packages(what_is_missing()),
+    needs_media_runtime(),
 ]
 
 
@@ -48,22 +46,11 @@ def desktop(tmp_path):
 @pytest.fixture
 def screen(kvm, desktop):
     """KVM with the desktop as the screen of the PC, its port open, and a page that may use it."""
-    stage = kvm.stage
-    stage.expect_errors("LUX_KVM: Recevied DispEvtCaptureEncodeExit", "recv() failed with error: 10054",
-                        "send() failed with error: 10054")
-    stage.expect_output(CAPABILITY_QUERY)
     with socket.create_server(("127.0.0.1", 0)) as reserved:
         port = reserved.getsockname()[1]
-    stage.firmware = Firmware(stage.workdir, kvm="screen", web={"kvm": f"127.0.0.1:{port}"},
-                              settings={"uVORKVersion": 50, "Screen": {"Display": desktop.display}})
-    stage.power_up(screen=dict(zip(("width", "height"), desktop.size)), libraryFolders=[str(build_folder())])
-    kvm.host.kvm_address = ("127.0.0.1", port)
-    kvm.host.description["ports"]["22"] = port
-    kvm.host.environment = {"DISPLAY": desktop.display}
-    kvm.host.start_service()
-    kvm.host.await_log("Calling HTTPS Socket Accept")
-    kvm.enable()
-    return kvm
+    kvm.stage.firmware = Firmware(kvm.stage.workdir, kvm="screen", web={"kvm": f"127.0.0.1:{port}"},
+                                  settings={"uVORKVersion": 50, "Screen": {"Display": desktop.display}})
+    return kvm.boot_with_screen(desktop, port)
 
 
 @pytest.fixture

@@ -1,4 +1,4 @@
-// The panel "Host": what the firmware knows of its PC. What has just changed is highlighted.
+// The panel "Host": the records that the PC has reported to the firmware. What has just changed is highlighted.
 
 import { el, card } from "./dom.js";
 import * as describe from "./describe.js";

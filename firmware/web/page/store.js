@@ -1,4 +1,4 @@
-// What the page knows. Panels read its members and follow its topics: "wire" and "log" with how many entries were
+// The state of the page. Panels read its members and follow its topics: "wire" and "log" with how many entries were
 // added and removed, "host", "screen", "state", "greeting", "sessions".
 
 import { Sessions } from "./sessions.js";
