@@ -1,6 +1,17 @@
 # shellcheck shell=bash
-# To be sourced: get_source PACKAGE FOLDER unpacks the Debian source package of PACKAGE to FOLDER/source. It comes from
-# wherever this machine takes its packages, and needs no privileges.
+# `. cmake/debian-source.sh LIBRARY` begins each fetch-LIBRARY.sh. It ends the script when the library is there already.
+# Otherwise the library is built in $work, which is removed at the end, and installed into $prefix, and then $stamp is made.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+prefix=$PWD/build/deps/windows
+stamp=$prefix/$1.complete
+[ ! -e "$stamp" ] || exit 0
+mkdir -p "$prefix"/{lib,include}
+work=$(mktemp -d "$PWD/build/deps/$1.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+# get_source PACKAGE FOLDER unpacks the Debian source package of PACKAGE to FOLDER/source. It comes from wherever this
+# machine takes its packages, and needs no privileges.
 get_source() {
     local package=$1 work=$2 list parts file options version
     # The machine's own package sources, asked for source packages instead, with lists and a cache apart from its own.

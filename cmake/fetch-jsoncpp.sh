@@ -2,17 +2,9 @@
 # jsoncpp for the Windows build: Debian has the library for its own architectures only, so its source package is
 # fetched, cross built and installed into build/deps/windows. Needs dpkg-dev, cmake, ninja and the cross compiler, no
 # privileges. Does nothing when the library is there already.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
-. cmake/debian-source.sh
+# shellcheck source=cmake/debian-source.sh
+. "$(dirname "${BASH_SOURCE[0]}")/debian-source.sh" jsoncpp
 
-prefix=$PWD/build/deps/windows
-stamp=$prefix/jsoncpp.complete
-[ -e "$stamp" ] && exit 0
-
-mkdir -p build/deps
-work=$(mktemp -d "$PWD/build/deps/jsoncpp.XXXXXX")
-trap 'rm -rf "$work"' EXIT
 get_source libjsoncpp-dev "$work"
 
 cmake -G Ninja -S "$work"/source/*/ -B "$work/build" -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/windows.cmake" \

@@ -3,17 +3,9 @@
 # so their source packages are fetched, cross built and installed into build/deps/windows. Of libaom only the real-time
 # encoder is built. Needs dpkg-dev, cmake, ninja, nasm, perl and the cross compiler, no privileges. Does nothing when the
 # libraries are there already.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
-. cmake/debian-source.sh
+# shellcheck source=cmake/debian-source.sh
+. "$(dirname "${BASH_SOURCE[0]}")/debian-source.sh" media
 
-prefix=$PWD/build/deps/windows
-stamp=$prefix/media.complete
-[ -e "$stamp" ] && exit 0
-
-mkdir -p build/deps
-work=$(mktemp -d "$PWD/build/deps/media.XXXXXX")
-trap 'rm -rf "$work"' EXIT
 get_source libaom-dev "$work/aom"
 get_source libyuv-dev "$work/yuv"
 

@@ -3,17 +3,9 @@
 # its source package is fetched, cross built and installed into build/deps/windows. Only the static libraries are built,
 # without the algorithms and protocols that TLS 1.2 and later do not need. Needs dpkg-dev, make, perl and the cross
 # compiler, no privileges. Does nothing when the libraries are there already.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
-. cmake/debian-source.sh
+# shellcheck source=cmake/debian-source.sh
+. "$(dirname "${BASH_SOURCE[0]}")/debian-source.sh" openssl
 
-prefix=$PWD/build/deps/windows
-stamp=$prefix/openssl.complete
-[ -e "$stamp" ] && exit 0
-
-mkdir -p build/deps "$prefix/lib" "$prefix/include"
-work=$(mktemp -d "$PWD/build/deps/openssl.XXXXXX")
-trap 'rm -rf "$work"' EXIT
 get_source libssl-dev "$work"
 
 cd "$work"/source/*/
