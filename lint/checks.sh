@@ -45,13 +45,8 @@ check_shell() {
 # .clang-tidy names the checks. The configuration for it is not built: only its compile_commands.json is read.
 check_tidy() {
     step "clang-tidy"
-    local log=build/native/tidy.log headers
     configure native
-    headers="/($(product_folders | tr ' ' '|'))/[^/]*$"
-    product_folders | sed 's/[^ ]*/&\/*.cpp/g' | xargs git ls-files |
-        xargs -P "$jobs" -n 1 clang-tidy -p build/native --quiet --header-filter="$headers" \
-            --extra-arg=-Wno-unknown-warning-option >"$log" 2>&1 ||
-        { grep -vE '^[0-9]+ warnings' "$log" >&2; fail "clang-tidy rejects these lines (.clang-tidy names the checks)"; }
+    "$python" lint/tidy.py build/native "$jobs" $(product_folders) || fail "clang-tidy rejects these lines"
 }
 
 lint() {
