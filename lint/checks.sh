@@ -46,15 +46,20 @@ check_shell() {
 check_tidy() {
     step "clang-tidy"
     configure native
-    "$python" lint/tidy.py build/native "$jobs" $(product_folders) || fail "clang-tidy rejects these lines"
+    nice "$python" lint/tidy.py build/native "$jobs" $(product_folders) || fail "clang-tidy rejects these lines"
 }
 
-lint() {
+# All but clang-tidy, which takes minutes.
+check_quickly() {
     need $packages_native $packages_lint
     check_format
     check_words
     check_layers
     check_python
     check_shell
+}
+
+lint() {
+    check_quickly
     check_tidy
 }
