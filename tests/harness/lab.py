@@ -2,14 +2,23 @@
 
 import contextlib
 import json
+import os
+import pathlib
+import re
+import signal
 import socket
+import sys
+import tempfile
+import urllib.request
 
 from .browser import Browser
 from .desktop import Desktop, a_picture
 from .firmware import Firmware
 from .host import RUNNING
 from .native import NativeHost
+from .processes import REPOSITORY, Process
 from .viewer import Notepad
+from .waiting import eventually
 
 SIZE = (640, 480)  # of the desktop
 NETWORKS = {
@@ -92,3 +101,26 @@ class Room:
 
     def close(self):
         self._stack.close()
+
+
+def short_folder_for_sockets():
+    """A folder whose path leaves room for the paths of sockets, which pytest's own do not."""
+    return tempfile.TemporaryDirectory(prefix="zel-")
+
+
+def open_and_end_lab(workdir, temporary, *arguments, patience=60):
+    """Runs the program of ./dev lab until its page has been opened and the service is up, and interrupts it. Its own folder is
+    made in `temporary`."""
+    environment = {**os.environ, "PYTHONPATH": str(REPOSITORY / "tests"), "TMPDIR": temporary}
+    run = Process([sys.executable, "-B", REPOSITORY / "demo" / "lab.py", *arguments], workdir / "lab.out", env=environment)
+    try:
+        eventually(lambda: "Ctrl-C" in run.output() or not run.running(), "the lab", patience)
+        [url] = re.findall(r"The lab is at (http://127\.0\.0\.1:\S+)", run.output())
+        with urllib.request.urlopen(url, timeout=20) as answer:
+            assert "<title>ZEL lab</title>" in answer.read().decode()
+        [log] = re.findall(r"The service's log is (.*); Ctrl-C", run.output())
+        eventually(lambda: "ZEL Service UP" in pathlib.Path(log).read_text(errors="replace"), "the service", patience)
+        run.signal(signal.SIGINT)
+        assert run.wait(patience) == 0, run.output()
+    finally:
+        run.kill()

@@ -6,19 +6,17 @@ import re
 import signal
 import subprocess
 import sys
-import tempfile
-import urllib.request
 
 import pytest
 
+from harness.lab import open_and_end_lab, short_folder_for_sockets
 from harness.processes import REPOSITORY, Process
 from harness.waiting import eventually
 
 
 @pytest.fixture
 def short_folder():
-    """A folder whose path leaves room for the paths of the run's sockets, which pytest's own do not."""
-    with tempfile.TemporaryDirectory(prefix="zel-") as folder:
+    with short_folder_for_sockets() as folder:
         yield folder
 
 
@@ -45,16 +43,5 @@ def test_the_lines_of_dev_run_can_be_pasted_and_its_folder_goes(tmp_path, short_
 
 
 def test_the_address_of_the_lab_opens_and_its_folder_goes(tmp_path, short_folder):
-    environment = {**os.environ, "PYTHONPATH": str(REPOSITORY / "tests"), "TMPDIR": short_folder}
-    run = Process([sys.executable, REPOSITORY / "demo" / "lab.py"], tmp_path / "lab.out", env=environment)
-    try:
-        [url] = eventually(lambda: re.findall(r"The lab is at (http://127\.0\.0\.1:\S+)", run.output()), "the lab's address", 60)
-        with urllib.request.urlopen(url, timeout=20) as answer:
-            assert "<title>ZEL lab</title>" in answer.read().decode()
-        [log] = eventually(lambda: re.findall(r"The service's log is (.*); Ctrl-C", run.output()), "the line after it")
-        assert "ZEL Service UP" in pathlib.Path(log).read_text(errors="replace")
-        run.signal(signal.SIGINT)
-        assert run.wait(30) == 0, run.output()
-    finally:
-        run.kill()
+    open_and_end_lab(tmp_path, short_folder)
     assert not os.listdir(short_folder)
