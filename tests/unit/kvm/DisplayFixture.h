@@ -225,7 +225,8 @@ class DisplayFixture : public KvmFixture {
     mpm::Request AskForChunk() {
         const size_t before = firmware.Count("WriteEncodedBuffer");
         manager->SetDisplayMgrEvent(DispEvtCaptureEncodeStart);
-        EXPECT_TRUE(firmware.AwaitCount("WriteEncodedBuffer", before + 1));
+        if (!firmware.AwaitCount("WriteEncodedBuffer", before + 1, kPatience))
+            throw std::runtime_error("no record of a chunk");
         return firmware.Requests("WriteEncodedBuffer").back();
     }
 
