@@ -127,7 +127,7 @@ void AlertConsole::Listen() {
     socklen_t size = sizeof address;
     // A connection has hardly any room for what is not read.
     const int room = 4096;
-    if (m_behaviour == Behaviour::IsSilent)
+    if (m_behaviour == Behaviour::IsSilent || m_behaviour == Behaviour::Resets)
         setsockopt(m_listener.Get(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     const int backlog = m_behaviour == Behaviour::IsFull ? 0 : 512;
     if (bind(m_listener.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||

@@ -20,6 +20,9 @@ class HttpsPost : public ServiceFixture {
     static constexpr char kNotSent[] =
         "HttpsWebRequestPost: WinHttpSendRequest failed, Request not sent, error: ";
 
+    // More bytes than the sockets of a connection take while the console does not read.
+    static constexpr size_t kMoreThanBuffers = 16 << 20;
+
     static uint32_t Post(const AlertConsole& console, bool secure, const std::string& body = "<alert/>") {
         return HttpsWebRequestPost(kHost, console.Port(), kUri, secure, body.c_str());
     }
@@ -144,7 +147,7 @@ TEST_F(HttpsPost, AConnectionWithoutAnAnswerEndsAfterTenSeconds) {
 
 TEST_F(HttpsPost, AConsoleThatDoesNotReadEndsItAfterTenSeconds) {
     const AlertConsole console(Certificate::None, Behaviour::IsSilent);
-    EXPECT_EQ(PostThatWaits(console, false, 10s, std::string(64 << 20, 'x')), 12002u);
+    EXPECT_EQ(PostThatWaits(console, false, 10s, std::string(kMoreThanBuffers, 'x')), 12002u);
 }
 
 TEST_F(HttpsPost, AConsoleThatResetsFails) {
@@ -152,7 +155,7 @@ TEST_F(HttpsPost, AConsoleThatResetsFails) {
     EXPECT_EQ(Post(secure, true), 12030u);
     EXPECT_TRUE(HasLine("INFO", std::string(kNotSent) + "12030"));
     const AlertConsole plain(Certificate::None, Behaviour::Resets);
-    EXPECT_EQ(Post(plain, false, std::string(64 << 20, 'x')), 12030u);
+    EXPECT_EQ(Post(plain, false, std::string(kMoreThanBuffers, 'x')), 12030u);
 }
 
 TEST_F(HttpsPost, AConsoleThatIsDownFailsAtOnce) {
