@@ -36,12 +36,14 @@ DWORD AwaitLogBuffer(const char* name, HANDLE device, OVERLAPPED& overlapped, DW
     return pending;
 }
 
-// A record that does not end within its bytes runs on into the next one. The ring itself ends it.
+// A record that does not end within its bytes runs on into the next one. The ring itself ends it. A line of
+// the log is never longer than a message.
 void LogRecords(const FirmwareLogRing& ring, uint32_t begin, uint32_t end) {
     const char* const limit = ring.records[FirmwareLogRing::kLastIndex] + FirmwareLogRing::kRecordSize;
     for (uint32_t index = begin; index < end; ++index) {
         const char* const text = ring.records[index];
-        LogInfo("LogBuffer: %s", std::string(text, std::find(text, limit, '\0')));
+        const size_t most = std::min<size_t>(limit - text, logging::kMessageSize);
+        LogInfo("LogBuffer: %s", std::string(text, std::find(text, text + most, '\0')));
     }
 }
 
