@@ -29,12 +29,12 @@ bool OpenKey(UniqueRegistryKey& key, HKEY rootKey, const char* subkey) {
 }
 
 // Returns the value's bytes with a terminating NUL, or null when there is no memory; `error` is the error of
-// the read.
+// the read. After an error the bytes are undefined.
 std::unique_ptr<char[]> QueryValue(HKEY key, const char* valueName, LONG& error) {
     std::unique_ptr<char[]> buffer;
     for (DWORD blocks = 1; blocks <= kMaxBlocks; ++blocks) {
         DWORD size = blocks * kBlock;
-        buffer.reset(new (std::nothrow) char[size + 1]());
+        buffer.reset(new (std::nothrow) char[size + 1]);
         if (!buffer) {
             if (blocks == 1) {
                 LogInfo("Failed to allocate memory while reading from registry.");
@@ -45,6 +45,7 @@ std::unique_ptr<char[]> QueryValue(HKEY key, const char* valueName, LONG& error)
         }
         error =
             RegQueryValueExA(key, valueName, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer.get()), &size);
+        if (error == ERROR_SUCCESS) buffer[size] = '\0';
         if (error != ERROR_MORE_DATA) break;
     }
     return buffer;

@@ -9,14 +9,13 @@ namespace {
 
 class Registry : public ServiceFixture {
   protected:
+    static constexpr char kKey[] = "SOFTWARE\\WOW6432Node\\Tarvix\\Tarvix Manageability Service";
+
     // Each try takes a second.
     static bool ReadPath(std::string& path) {
         bool isRead = false;
-        std::thread reader([&] {
-            isRead = ReadRegistryString(path, HKEY_LOCAL_MACHINE,
-                                        "SOFTWARE\\WOW6432Node\\Tarvix\\Tarvix Manageability Service",
-                                        "InstallationPath");
-        });
+        std::thread reader(
+            [&] { isRead = ReadRegistryString(path, HKEY_LOCAL_MACHINE, kKey, "InstallationPath"); });
         PassSleepOf(std::chrono::seconds(1));
         reader.join();
         return isRead;
@@ -41,6 +40,17 @@ TEST_F(Registry, AnInstallationPathWithoutANameIsEmpty) {
     std::string path;
     EXPECT_FALSE(GetInstallationPath(path, nullptr));
     EXPECT_EQ(Messages().back(), "Installation path is empty.");
+}
+
+TEST_F(Registry, AValueWithoutATerminatorEndsWithItsBytes) {
+    Pc().Change([](auto& pc) {
+        const std::string key = std::string("HKEY_LOCAL_MACHINE\\") + kKey;
+        pc.registry.erase(key);
+        pc.registryNumbers[key]["InstallationPath"] = 0x64636261;
+    });
+    std::string path;
+    EXPECT_TRUE(ReadPath(path));
+    EXPECT_EQ(path, "abcd");
 }
 
 TEST_F(Registry, AValueForWhichThereIsNoMemoryIsNotRead) {
