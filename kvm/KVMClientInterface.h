@@ -77,10 +77,10 @@ class KVMClientInterface {
 
     // The service stops, and the clean-up waits for the agent no longer. Any thread.
     void SignalStop() { m_displayManager.SignalStop(); }
-    // The process ends: SignalEnd makes the listener thread end and ends the display's threads, JoinThread
-    // joins the listener thread. Any thread except these.
+    // The process ends: SignalEnd makes the listener thread end and ends the display's threads, TakeThread
+    // returns the listener thread for its caller to join, or null. Any thread except these.
     void SignalEnd();
-    void JoinThread();
+    std::unique_ptr<std::thread> TakeThread();
 
     // Resets the trusted address, so that every peer is trusted until the firmware sets a new one. Any
     // thread.

@@ -49,7 +49,7 @@ void KVMClientInterface::CloseKVMSession() {
     LogInfo("MPM_ZEL_CMD_VNC_SOC_CLOSE received");
     TriggerKVMShutdown();
     if (g_pServiceState->m_vorkVersion >= FirmwareLevel::DisplayKvm) m_displayManager.m_bLuxKvmEnabled = 0;
-    JoinThread();
+    if (const std::unique_ptr<std::thread> thread = TakeThread()) thread->join();
 }
 
 bool KVMClientInterface::BeginDisplaySession() {

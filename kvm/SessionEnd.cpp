@@ -46,13 +46,9 @@ void KVMClientInterface::SignalEnd() {
     m_displayManager.EndThreads();
 }
 
-void KVMClientInterface::JoinThread() {
-    std::unique_ptr<std::thread> thread;
-    {
-        std::lock_guard lock(m_threadObjectMutex);
-        thread = std::move(m_pKVMThreadObj);
-    }
-    if (thread) thread->join();
+std::unique_ptr<std::thread> KVMClientInterface::TakeThread() {
+    std::lock_guard lock(m_threadObjectMutex);
+    return std::move(m_pKVMThreadObj);
 }
 
 void KVMClientInterface::SetKVMStatus(bool running) {

@@ -10,7 +10,6 @@ ZELService::ZELService(const char* serviceName)
 
 ZELService::~ZELService() {
     EndThreads(INFINITE);
-    JoinThreads();
     // The workers of the sessions use the other members, which still exist here.
     m_dashClientInterface.EndSessions();
 }
@@ -27,24 +26,13 @@ bool ZELService::EndThreads(DWORD milliseconds) {
     m_networkMonitor.StopNetworkScanThread();
     m_nubaClient.EndThread();
     m_kvmClientInterface.SignalEnd();
-    if (!m_detachedThreads.AwaitEnd(milliseconds)) {
-        // The process ends while a thread hangs, and joins none of those that have returned.
-        std::lock_guard lock(m_threadObjectsMutex);
-        for (auto* owner : {&m_pDASHClientThreadObj, &m_pMBDriverReadThreadObj}) {
-            if (*owner) (*owner)->detach();
-            owner->reset();
-        }
-        return false;
-    }
-    JoinThreads();
-    return true;
-}
-
-void ZELService::JoinThreads() {
+    const bool allEnded = m_detachedThreads.AwaitEnd(milliseconds);
     std::lock_guard lock(m_threadObjectsMutex);
-    for (auto* owner : {&m_pDASHClientThreadObj, &m_pMBDriverReadThreadObj}) {
-        if (*owner) (*owner)->join();
+    std::unique_ptr<std::thread> kvmThread = m_kvmClientInterface.TakeThread();
+    for (auto* owner : {&m_pDASHClientThreadObj, &m_pMBDriverReadThreadObj, &kvmThread}) {
+        // One of them may be the thread that hangs.
+        if (*owner) allEnded ? (*owner)->join() : (*owner)->detach();
         owner->reset();
     }
-    m_kvmClientInterface.JoinThread();
+    return allEnded;
 }

@@ -68,8 +68,9 @@ class ZELService : public ServiceState {
     // Reports one of ZELServiceState to the firmware.
     void SetZELServiceState(uint32_t state);
 
-    // The end of the process: ends the read loop, joins the owned threads and waits for the detached ones.
-    // Returns false when some of them still run after the given time. May be called again.
+    // The end of the process: ends the read loop, and waits for the owned threads and the detached ones.
+    // Returns false when some of them still run after the given time. Either way no thread has an owner
+    // afterwards. May be called again.
     bool EndThreads(DWORD milliseconds);
 
     // --- the wake update (WakeUpdate.cpp) ---
@@ -137,7 +138,6 @@ class ZELService : public ServiceState {
     void ReportSafeBoot(Presence::Epoch epoch);
     void StopService(bool shutdown);
     void StopDASHAndReadThread();
-    void JoinThreads();
     uint32_t CheckInstallationPath();
     void CheckBootMode();
     bool OpenDeviceWithRetries();

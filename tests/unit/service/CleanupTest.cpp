@@ -158,6 +158,22 @@ TEST_F(Cleanup, TheEndOfTheProcessWaitsForTheStop) {
     EXPECT_EQ(Messages().back(), "Gracefully exitting ZEL Service. Close Log File.");
 }
 
+TEST_F(Cleanup, NoThreadIsLeftWithAnOwnerWhenOneHangs) {
+    Start();
+    service->m_kvmClientInterface.EnableKVM();
+    AwaitLog("Calling KVM Socket Accept");
+    const UniqueHandle release(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    service->m_detachedThreads.Start([&] { WaitForSingleObject(release.Get(), INFINITE); });
+    service->ServiceCleanup();
+    ExpectErrors({"GetQueuedCompletionStatus failed with error: 995",
+                  "accept() API failed with error: ", "KVM socket Accept failed"});
+    EXPECT_FALSE(service->EndThreads(0));
+    EXPECT_FALSE(service->m_pMBDriverReadThreadObj);
+    EXPECT_FALSE(service->m_kvmClientInterface.TakeThread());
+    SetEvent(release.Get());
+    EXPECT_TRUE(service->EndThreads(INFINITE));
+}
+
 TEST_F(Cleanup, AServiceThatNeverStartedEndsAtOnce) {
     const size_t lines = Log().size();
     EXPECT_TRUE(service->EndThreads(0));
