@@ -2,7 +2,6 @@
 #pragma once
 
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -12,6 +11,8 @@
 template <size_t Capacity>
 class FixedText {
   public:
+    static constexpr size_t kMostDigits = 20;
+
     FixedText() { Clear(); }
 
     void Clear() {
@@ -31,13 +32,18 @@ class FixedText {
         m_text[m_length] = '\0';
     }
 
-    // With leading zeros up to minDigits.
-    void AppendNumber(uint64_t number, int base = 10, size_t minDigits = 1) {
-        char digits[20];
-        const char* end = std::to_chars(digits, digits + sizeof digits, number, base).ptr;
-        for (size_t have = end - digits; have < minDigits; ++have)
-            Append("0");
-        Append({digits, static_cast<size_t>(end - digits)});
+    // With leading zeros up to minDigits, which is at most kMostDigits. `digits` holds those of the base.
+    // Always inline, so that the compiler divides by a constant.
+    [[gnu::always_inline]] void AppendNumber(uint64_t number, unsigned base = 10, size_t minDigits = 1,
+                                             const char* digits = "0123456789abcdef") {
+        char text[kMostDigits];
+        char* const end = text + kMostDigits;
+        char* begin = end;
+        do {
+            *--begin = digits[number % base];
+            number /= base;
+        } while (number != 0 || begin + minDigits > end);
+        Append({begin, static_cast<size_t>(end - begin)});
     }
 
     size_t Room() const { return Capacity - 1 - m_length; }

@@ -1,21 +1,18 @@
 #include "base/LogFormat.h"
 
-#include <algorithm>
-#include <bit>
-
 namespace logging {
 
 namespace {
 
 void AppendDigits(Message& message, const Conversion& conversion, uint64_t magnitude, size_t minDigits) {
-    const bool isDecimal =
-        conversion.kind == Conversion::Kind::Signed || conversion.kind == Conversion::Kind::Unsigned;
-    if (conversion.kind != Conversion::Kind::UpperHex) {
-        message.AppendNumber(magnitude, isDecimal ? 10 : 16, minDigits);
-        return;
+    switch (conversion.kind) {
+        case Conversion::Kind::Hex:
+            return message.AppendNumber(magnitude, 16, minDigits);
+        case Conversion::Kind::UpperHex:
+            return message.AppendNumber(magnitude, 16, minDigits, "0123456789ABCDEF");
+        default:
+            return message.AppendNumber(magnitude, 10, minDigits);
     }
-    for (size_t digit = std::max<size_t>(minDigits, (std::bit_width(magnitude) + 3) / 4); digit > 0; --digit)
-        message.Append({&"0123456789ABCDEF"[magnitude >> 4 * (digit - 1) & 0xF], 1});
 }
 
 // The number is cut to the bits of its conversion.

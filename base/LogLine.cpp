@@ -25,21 +25,6 @@ size_t PrivateMebibytes() {
 
 using ZoneName = decltype(TIME_ZONE_INFORMATION::StandardName);
 
-// The name in the thread's code page. Each thread converts it only when it has changed since its last line.
-const char* InCodePage(const ZoneName& name) {
-    constexpr int kSize = 128;
-    struct Converted {
-        ZoneName from;
-        char to[kSize];
-    };
-    thread_local Converted last{};
-    if (std::wcsncmp(last.from, name, std::size(name)) == 0) return last.to;
-    last = {};
-    if (WideCharToMultiByte(CP_THREAD_ACP, 0, name, -1, last.to, kSize - 1, nullptr, nullptr) == 0) return "";
-    std::copy(std::begin(name), std::end(name), last.from);
-    return last.to;
-}
-
 // "Fri  Nov 13 17:23:26."; English whatever the locale. A thread keeps the text for its lines of the same
 // second.
 std::string_view TextOfSecond(SYSTEMTIME now) {
@@ -67,19 +52,33 @@ std::string_view TextOfSecond(SYSTEMTIME now) {
     return kept.text.View();
 }
 
-// "Fri  Nov 13 17:23:26.512 2026 W. Europe Standard Time", the standard name also in daylight saving time.
-void AppendTimeStamp(FixedText<512>& text) {
-    SYSTEMTIME now{};
-    GetLocalTime(&now);
-    TIME_ZONE_INFORMATION zone;
-    zone.StandardName[0] = L'\0';  // should the call fail
-    GetTimeZoneInformation(&zone);
-    text.Append(TextOfSecond(now));
-    text.AppendNumber(now.wMilliseconds);  // without leading zeros
-    text.Append(" ");
-    text.AppendNumber(now.wYear);
-    text.Append(" ");
-    text.Append(InCodePage(zone.StandardName));
+// " 2026 W. Europe Standard Time> <thread = 512 (0x200)>\n"; the standard name also in daylight saving time,
+// in the thread's code page. A thread puts the text together only when the year or the name has changed.
+std::string_view EndOfLine(WORD year, const ZoneName& zone) {
+    struct Kept {
+        WORD year;
+        ZoneName zone;
+        FixedText<256> text;
+    };
+    thread_local Kept kept{};
+    if (year == kept.year && std::wcsncmp(zone, kept.zone, std::size(zone)) == 0) return kept.text.View();
+    const DWORD thread = GetCurrentThreadId();
+    char name[128]{};
+    const bool isConverted =
+        WideCharToMultiByte(CP_THREAD_ACP, 0, zone, -1, name, sizeof name - 1, nullptr, nullptr) != 0;
+    kept.text.Clear();
+    kept.text.Append(" ");
+    kept.text.AppendNumber(year);
+    kept.text.Append(" ");
+    if (isConverted) kept.text.Append(name);
+    kept.text.Append("> <thread = ");
+    kept.text.AppendNumber(thread);
+    kept.text.Append(" (0x");
+    kept.text.AppendNumber(thread, 16);
+    kept.text.Append(")>\n");
+    kept.year = isConverted ? year : 0;  // the next line tries again
+    std::copy(std::begin(zone), std::end(zone), kept.zone);
+    return kept.text.View();
 }
 
 void AppendWithoutLineBreaks(FixedText<1025>& line, std::string_view message, size_t room) {
@@ -96,17 +95,19 @@ void AppendWithoutLineBreaks(FixedText<1025>& line, std::string_view message, si
 }  // namespace
 
 void AssembleLogLine(FixedText<1025>& line, const char* tag, const char* message, std::string_view level) {
-    const DWORD thread = GetCurrentThreadId();
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    TIME_ZONE_INFORMATION zone;
+    zone.StandardName[0] = L'\0';  // should the call fail
+    GetTimeZoneInformation(&zone);
+
     FixedText<512> suffix;
     suffix.Append(" $$<");
     suffix.Append(tag);
     suffix.Append("> <");
-    AppendTimeStamp(suffix);
-    suffix.Append("> <thread = ");
-    suffix.AppendNumber(thread);
-    suffix.Append(" (0x");
-    suffix.AppendNumber(thread, 16);
-    suffix.Append(")>\n");
+    suffix.Append(TextOfSecond(now));
+    suffix.AppendNumber(now.wMilliseconds);  // without leading zeros
+    suffix.Append(EndOfLine(now.wYear, zone.StandardName));
 
     line.Append("[");
     line.AppendNumber(GetCurrentProcessId());
