@@ -94,7 +94,7 @@ SYSTEMTIME FromFileTime(uint64_t fileTime) {
 }  // namespace
 
 void GetLocalTime(LPSYSTEMTIME time) {
-    WINHOST_GATE_PASS("GetLocalTime");
+    WINHOST_CALL("GetLocalTime");
     const uint64_t now = Clock::Instance().FileTime();
     const int64_t east = LocalZone().rules.SecondsEast(SecondsOf(now));
     *time = FromFileTime(now + static_cast<uint64_t>(east * kTicksPerSecond));

@@ -19,18 +19,18 @@ using winhost::Fail;
 using winhost::Pc;
 
 HANDLE GetCurrentProcess() {
-    WINHOST_GATE_PASS("GetCurrentProcess");
+    WINHOST_CALL("GetCurrentProcess");
     return reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
 }
 
 DWORD GetCurrentProcessId() {
-    WINHOST_GATE_PASS("GetCurrentProcessId");
+    WINHOST_CALL("GetCurrentProcessId");
     static const DWORD id = static_cast<DWORD>(getpid());
     return id;
 }
 
 DWORD GetCurrentThreadId() {
-    WINHOST_GATE_PASS("GetCurrentThreadId");
+    WINHOST_CALL("GetCurrentThreadId");
     thread_local const DWORD id = static_cast<DWORD>(gettid());
     return id;
 }
