@@ -220,6 +220,13 @@ TEST_F(MutexTest, ClosedWhileOwnedIsReleasedFromMemoryWithItsOwner) {
     EXPECT_EQ(WaitForSingleObject(m_mutex, 0), WAIT_FAILED);
 }
 
+TEST_F(MutexTest, ClosedWhileOwnedHasNoHandleToReleaseItBy) {
+    WaitForSingleObject(m_mutex, INFINITE);
+    CloseHandle(m_mutex);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(ReleaseMutex(m_mutex)));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(ReleaseMutex(nullptr)));
+}
+
 TEST_F(MutexTest, OwnersOfSeveralReleaseThemInAnyOrder) {
     const HANDLE other = CreateMutexA(nullptr, TRUE, nullptr);
     WaitForSingleObject(m_mutex, INFINITE);
