@@ -1,16 +1,20 @@
 // C streams on Windows paths.
 //
 // A log asks for the end of its file before each line. The C library answers that for a stream of its own by
-// reading the last block of the file again; for one that brings its own functions it asks these, and they
-// know the answer.
+// reading the last block of the file again, and for one that brings its own functions in ten steps. Here the
+// calls that ask find the stream's file on their own.
 #include <stdio.h>
+#include <stdio_ext.h>
 
 #include <fcntl.h>
 #include <share.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -23,10 +27,31 @@
 namespace {
 
 struct Stream {
-    int file;
+    std::atomic<bool> isTaken{false};
+    std::atomic<FILE*> opened{nullptr};
+    int file = -1;
+    bool appends = false;  // each write goes to the end
     // Where the file stands, when that is known without asking.
     std::optional<off64_t> position;
 };
+
+// Never freed, so that a thread may look for its stream while another one opens or closes theirs.
+std::array<Stream, 64> s_streams;
+
+// Null when all are open.
+Stream* TakeStream() {
+    const auto free = std::find_if(s_streams.begin(), s_streams.end(),
+                                   [](Stream& stream) { return !stream.isTaken.exchange(true); });
+    return free == s_streams.end() ? nullptr : &*free;
+}
+
+// Null unless the stream appends and holds no text. The caller has it open.
+Stream* FindFlushedLog(FILE* opened) {
+    for (Stream& stream : s_streams)
+        if (stream.opened.load(std::memory_order_acquire) == opened)
+            return stream.appends && __fpending(opened) == 0 ? &stream : nullptr;
+    return nullptr;
+}
 
 ssize_t ReadStream(void* cookie, char* buffer, size_t size) {
     auto* stream = static_cast<Stream*>(cookie);
@@ -38,13 +63,21 @@ ssize_t ReadStream(void* cookie, char* buffer, size_t size) {
     return count;
 }
 
+// A file that is open for appending takes every write at its end, whatever the offset, and pwrite spares it
+// the lock of its position. Not called by its name, as that is a point where a thread may be cancelled, which
+// costs two locked steps.
+ssize_t WriteSome(const Stream& stream, const char* text, size_t size) {
+    return stream.appends ? syscall(SYS_pwrite64, stream.file, text, size, off64_t{0})
+                          : write(stream.file, text, size);
+}
+
 ssize_t WriteStream(void* cookie, const char* buffer, size_t size) {
     auto* stream = static_cast<Stream*>(cookie);
     // With several that append to one file, this is not where the last position was.
     stream->position.reset();
     size_t done = 0;
     while (done < size) {
-        const ssize_t count = write(stream->file, buffer + done, size - done);
+        const ssize_t count = WriteSome(*stream, buffer + done, size - done);
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) break;
         done += static_cast<size_t>(count);
@@ -58,6 +91,7 @@ int SeekStream(void* cookie, off64_t* offset, int origin) {
         *offset = *stream->position;
         return 0;
     }
+    if (origin == SEEK_CUR && stream->appends) origin = SEEK_END;
     const off64_t position = lseek64(stream->file, *offset, origin);
     if (position < 0) return -1;
     stream->position = *offset = position;
@@ -65,8 +99,11 @@ int SeekStream(void* cookie, off64_t* offset, int origin) {
 }
 
 int CloseStream(void* cookie) {
-    const std::unique_ptr<Stream> stream(static_cast<Stream*>(cookie));
-    return close(stream->file);
+    auto* stream = static_cast<Stream*>(cookie);
+    stream->opened = nullptr;
+    const int result = close(stream->file);
+    stream->isTaken = false;
+    return result;
 }
 
 // -1 for a mode that the C library doesn't know.
@@ -111,25 +148,38 @@ FILE* _fsopen(const char* path, const char* mode, int shareFlag) {
     const int file = open(hostPath.c_str(), flags | O_CLOEXEC, 0666);
     if (file < 0) return nullptr;
     if (!exists) winhost::StoreInitialSecurity(hostPath, nullptr);
-    auto stream = std::make_unique<Stream>(Stream{file, {}});
     std::string kind(1, mode[0]);
     if (flags & O_RDWR) kind += '+';
-    FILE* opened =
-        fopencookie(stream.get(), kind.c_str(), {ReadStream, WriteStream, SeekStream, CloseStream});
-    if (opened) {
-        stream.release();
-    } else {
-        close(file);
+    FILE* opened = nullptr;
+    if (Stream* stream = TakeStream()) {
+        stream->file = file;
+        stream->appends = flags & O_APPEND;
+        stream->position.reset();
+        opened = fopencookie(stream, kind.c_str(), {ReadStream, WriteStream, SeekStream, CloseStream});
+        stream->opened = opened;
+        stream->isTaken = opened != nullptr;
     }
+    if (!opened) {
+        close(file);
+        return Refuse(EMFILE);
+    }
+    // The program's own lock guards a stream that several threads use. A second one would cost each line of a
+    // log as much, and hide a missing lock from the thread sanitizer.
+    __fsetlocking(opened, FSETLOCKING_BYCALLER);
     return opened;
 }
 
 int _fseeki64(FILE* stream, long long offset, int origin) {
     WINHOST_GATE("_fseeki64", -1);
+    off64_t position = offset;
+    if (Stream* log = FindFlushedLog(stream)) return SeekStream(log, &position, origin);
     return fseeko(stream, offset, origin);
 }
 
 long long _ftelli64(FILE* stream) {
     WINHOST_GATE("_ftelli64", -1);
+    off64_t position = 0;
+    if (Stream* log = FindFlushedLog(stream))
+        return SeekStream(log, &position, SEEK_CUR) == 0 ? position : -1;
     return ftello(stream);
 }

@@ -5,7 +5,8 @@
 #include_next <stdio.h>
 
 // Share flag _SH_DENYNO alone: any other is refused with EINVAL, as nothing here could enforce it. A stream
-// that appends can't be read from, in mode "a+" either.
+// that appends can't be read from, in mode "a+" either. At most 64 are open at a time; one more is refused
+// with EMFILE.
 FILE* _fsopen(const char* path, const char* mode, int shareFlag);
 int _fseeki64(FILE* stream, long long offset, int origin);
 long long _ftelli64(FILE* stream);

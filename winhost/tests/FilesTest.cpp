@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "winhost/tests/PcFixture.h"
 
@@ -190,6 +191,29 @@ TEST_F(StreamTest, TellsWhereUnflushedTextWillEnd) {
     ASSERT_TRUE(Open("w"));
     fputs("12345", m_stream);
     EXPECT_EQ(_ftelli64(m_stream), 5);
+}
+
+TEST_F(StreamTest, TellsWhereAppendedTextWillEnd) {
+    Write("zel.log", "old\n");
+    ASSERT_TRUE(Open("a+"));
+    fputs("12345", m_stream);
+    EXPECT_EQ(_ftelli64(m_stream), 9);
+    fflush(m_stream);
+    EXPECT_EQ(_ftelli64(m_stream), 9);
+    EXPECT_EQ(_fseeki64(m_stream, 2, SEEK_SET), 0);
+    EXPECT_EQ(_ftelli64(m_stream), 2);
+}
+
+TEST_F(StreamTest, AreAtMost64AtATime) {
+    std::vector<FILE*> streams;
+    while (FILE* stream = _fsopen(R"(C:\zel.log)", "a", _SH_DENYNO))
+        streams.push_back(stream);
+    EXPECT_EQ(errno, EMFILE);
+    EXPECT_EQ(streams.size(), 64u);
+    fclose(streams.back());
+    EXPECT_TRUE(streams.back() = _fsopen(R"(C:\zel.log)", "a", _SH_DENYNO));
+    for (FILE* stream : streams)
+        fclose(stream);
 }
 
 TEST_F(StreamTest, ReadsBackWhatItWrote) {
