@@ -6,6 +6,7 @@
 #include <list>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "firmware/link/LinkProtocol.h"
 #include "testbed/Descriptor.h"
@@ -84,6 +85,8 @@ class MailboxHandle : public OverlappedFile {
     // what still comes is dropped.
     mpmlink::Header m_header{};
     size_t m_received = 0;  // of header and payload
+    char m_buffer[512];
+    std::string_view m_ahead;  // in the buffer: what has come behind it
     bool m_isAddressed = false;
     PendingList::iterator m_taker = m_pending.end();
     DWORD m_wanted = 0;

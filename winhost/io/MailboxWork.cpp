@@ -2,9 +2,11 @@
 // what comes from the firmware.
 //
 // The payload of a frame is taken only when a request is there for it: a message that nothing reads yet stays
-// in the socket, which holds the firmware back. The payload goes straight into the buffer of the request.
+// in the socket, which holds the firmware back, but for a few hundred bytes. The payload goes straight into
+// the buffer of the request.
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -33,6 +35,7 @@ void MailboxHandle::Poll(const RealTime* until) {
     pollfd watched[] = {{m_interrupt.Get(), POLLIN, 0}, {-1, 0, 0}};
     {
         std::lock_guard lock(m_mutex);
+        if (!m_ahead.empty() && !IsStalled()) return;
         watched[1].events = static_cast<short>((IsStalled() ? 0 : POLLIN) | (m_unsent.empty() ? 0 : POLLOUT));
         if (watched[1].events != 0) watched[1].fd = m_socket.Get();
     }
@@ -96,10 +99,24 @@ void MailboxHandle::SendKept() {
     }
 }
 
+// What comes behind the bytes that are wanted is received with them and kept, so that a short frame takes one
+// system call.
 MailboxHandle::Progress MailboxHandle::ReceiveSome(void* into, size_t room) {
-    const ssize_t received = recv(m_socket.Get(), into, room, MSG_DONTWAIT);
-    if (received <= 0) return received < 0 && IsToBeTriedAgain(errno) ? Progress::NotYet : Progress::Broken;
-    m_received += static_cast<size_t>(received);
+    if (m_ahead.empty()) {
+        iovec parts[] = {{into, room}, {m_buffer, sizeof m_buffer}};
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = room < sizeof m_buffer ? 2 : 1;
+        const ssize_t result = recvmsg(m_socket.Get(), &message, MSG_DONTWAIT);
+        if (result <= 0) return result < 0 && IsToBeTriedAgain(errno) ? Progress::NotYet : Progress::Broken;
+        const auto received = static_cast<size_t>(result);
+        if (received > room) m_ahead = {m_buffer, received - room};
+        m_received += std::min(received, room);
+    } else {
+        const size_t size = m_ahead.copy(static_cast<char*>(into), room);
+        m_ahead.remove_prefix(size);
+        m_received += size;
+    }
     return Progress::Done;
 }
 

@@ -1,4 +1,5 @@
 // Messages of the firmware, and the completion port that they arrive at.
+#include <span>
 #include <thread>
 
 #include "winhost/core/Clock.h"
@@ -53,6 +54,36 @@ TEST_F(MailboxReadTest, AMessageOfTheLargestBufferArrivesWhole) {
     EXPECT_EQ(read.Await(), ERROR_SUCCESS);
     EXPECT_TRUE(read.buffer == message);
     EXPECT_EQ(read.bytes, 0x20000u);
+}
+
+TEST_F(MailboxReadTest, MessagesThatComeTogetherAreReadOneByOne) {
+    Request first;
+    Read(m_device, first);
+    const size_t sizes[] = {0, 1, 40, 0, 511, 512, 513, 3, 5000, 2};
+    for (const size_t size : sizes)
+        m_firmware.SendMessage(std::string(size, static_cast<char>('a' + size % 26)));
+    EXPECT_EQ(first.Await(), ERROR_SUCCESS);
+    for (const size_t size : std::span(sizes).subspan(1)) {
+        Request read(8192);
+        Read(m_device, read);
+        ASSERT_EQ(read.Await(), ERROR_SUCCESS) << size;
+        EXPECT_EQ(read.Received(), std::string(size, static_cast<char>('a' + size % 26)));
+    }
+}
+
+TEST_F(MailboxReadTest, AMessageBehindAnAnswerIsThereForTheThreadThatReads) {
+    Request read, query;
+    Read(m_device, read);
+    m_firmware.Receive();
+    DWORD error = ERROR_GEN_FAILURE;
+    std::thread reader([&] { error = read.Await(); });
+    Query(m_device, query);
+    m_firmware.Respond(m_firmware.Receive(), ERROR_SUCCESS, "1234");
+    m_firmware.SendMessage("message");
+    EXPECT_EQ(query.Await(), ERROR_SUCCESS);
+    reader.join();
+    EXPECT_EQ(error, ERROR_SUCCESS);
+    EXPECT_EQ(read.Received(), "message");
 }
 
 TEST_F(MailboxReadTest, AMessageThatIsTooLongFillsTheBufferAndLosesItsRest) {
