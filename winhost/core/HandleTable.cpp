@@ -24,14 +24,14 @@ HandleTable& HandleTable::Instance() {
 }
 
 HANDLE HandleTable::Add(std::shared_ptr<Object> object) {
-    std::lock_guard lock(m_mutex);
+    std::lock_guard lock(m_lock);
     if (m_objects.size() == kMostHandles) return nullptr;
     m_objects.emplace(m_next, std::move(object));
     return reinterpret_cast<HANDLE>(std::exchange(m_next, m_next + kStep));
 }
 
 std::shared_ptr<Object> HandleTable::Find(HANDLE handle) {
-    std::lock_guard lock(m_mutex);
+    std::lock_guard lock(m_lock);
     const auto found = m_objects.find(NumberOf(handle));
     if (found != m_objects.end()) return found->second;
     if (WasMade(handle)) ++m_staleUses;
@@ -39,12 +39,12 @@ std::shared_ptr<Object> HandleTable::Find(HANDLE handle) {
 }
 
 size_t HandleTable::Size() const {
-    std::lock_guard lock(m_mutex);
+    std::lock_guard lock(m_lock);
     return m_objects.size();
 }
 
 std::vector<std::string> HandleTable::Kinds() {
-    std::lock_guard lock(m_mutex);
+    std::lock_guard lock(m_lock);
     std::vector<std::string> kinds;
     for (const auto& [number, object] : m_objects)
         kinds.push_back(ClassNameOf(*object));
@@ -54,7 +54,7 @@ std::vector<std::string> HandleTable::Kinds() {
 bool HandleTable::CloseIf(HANDLE handle, bool (*matches)(const Object&)) {
     std::shared_ptr<Object> object;
     {
-        std::lock_guard lock(m_mutex);
+        std::lock_guard lock(m_lock);
         const auto found = m_objects.find(NumberOf(handle));
         if (found == m_objects.end()) {
             if (WasMade(handle)) ++m_staleCloses;

@@ -6,10 +6,12 @@
 #pragma once
 
 #include <atomic>
+#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <typeinfo>
 #include <unordered_map>
@@ -21,6 +23,7 @@
 namespace winhost {
 
 class WaitableObject;
+class OverlappedFile;
 
 class Object {
   public:
@@ -28,10 +31,24 @@ class Object {
     // Null for the kinds that no thread waits for. Each line of a log waits for an object, and a cast to a
     // base class costs more than the wait.
     virtual WaitableObject* AsWaitable() { return nullptr; }
+    virtual OverlappedFile* AsOverlappedFile() { return nullptr; }
     // True for the kinds that CloseHandle is for; the others have closing calls of their own.
     virtual bool IsClosedByCloseHandle() const { return true; }
     // The handle has gone; whoever waits for the object or uses it right now may still hold a reference.
     virtual void OnClose() {}
+};
+
+// A lock that is held for moments. Each line of a log takes it, and a std::mutex costs twice as much.
+class MomentaryLock {
+  public:
+    void lock() {
+        while (m_isHeld.exchange(true, std::memory_order_acquire))
+            std::this_thread::yield();
+    }
+    void unlock() { m_isHeld.store(false, std::memory_order_release); }
+
+  private:
+    std::atomic<bool> m_isHeld{false};
 };
 
 class HandleTable {
@@ -46,12 +63,14 @@ class HandleTable {
     template <class Kind>
     std::shared_ptr<Kind> Find(HANDLE handle) {
         std::shared_ptr<Object> object = Find(handle);
-        if constexpr (std::is_same_v<Kind, WaitableObject>) {
-            WaitableObject* const waitable = object ? object->AsWaitable() : nullptr;
-            return waitable ? std::shared_ptr<WaitableObject>(std::move(object), waitable) : nullptr;
-        } else if constexpr (std::is_final_v<Kind>) {
+        if constexpr (std::is_final_v<Kind>) {
             const bool isOne = object && typeid(*object) == typeid(Kind);
             return isOne ? std::static_pointer_cast<Kind>(std::move(object)) : nullptr;
+        } else if constexpr (requires {
+                                 { Kind::Of(*object) } -> std::same_as<Kind*>;
+                             }) {
+            Kind* const kind = object ? Kind::Of(*object) : nullptr;
+            return kind ? std::shared_ptr<Kind>(std::move(object), kind) : nullptr;
         } else {
             return std::dynamic_pointer_cast<Kind>(std::move(object));
         }
@@ -89,7 +108,7 @@ class HandleTable {
     bool WasMade(HANDLE handle) const { return NumberOf(handle) >= kFirst && NumberOf(handle) < m_next; }
     bool CloseIf(HANDLE handle, bool (*matches)(const Object&));
 
-    mutable std::mutex m_mutex;
+    mutable MomentaryLock m_lock;
     std::unordered_map<uintptr_t, std::shared_ptr<Object>> m_objects;
     uintptr_t m_next = kFirst;
     std::atomic<size_t> m_staleUses{0};

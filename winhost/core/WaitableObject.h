@@ -14,6 +14,7 @@ namespace winhost {
 
 class WaitableObject : public Object {
   public:
+    static WaitableObject* Of(Object& object) { return object.AsWaitable(); }
     WaitableObject* AsWaitable() final { return this; }
     // Takes the object for the calling thread as soon as it is signalled: WAIT_OBJECT_0 or WAIT_ABANDONED, or
     // WAIT_TIMEOUT at the deadline. WAIT_FAILED with the calling thread's error where a kind can't be waited

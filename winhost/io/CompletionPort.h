@@ -11,7 +11,7 @@
 
 namespace winhost {
 
-class CompletionPort : public Object {
+class CompletionPort final : public Object {
   public:
     // The end of one request.
     struct Packet {

@@ -52,15 +52,13 @@ BOOL RefuseRequest(HANDLE handle, LPDWORD bytes) {
     return Answer(isFile ? ERROR_INVALID_FUNCTION : ERROR_INVALID_HANDLE, bytes);
 }
 
-// Finds the file, begins the request and makes it by `issue(file, request)`.
+// Begins the request and makes it by `issue(request)`.
 template <class Issue>
-BOOL MakeRequest(HANDLE handle, LPDWORD bytes, LPOVERLAPPED overlapped, Issue issue) {
-    const auto file = HandleTable::Instance().Find<OverlappedFile>(handle);
+BOOL MakeRequest(OverlappedFile& file, LPDWORD bytes, LPOVERLAPPED overlapped, Issue issue) {
     OverlappedRequest request;
-    if (!file) return RefuseRequest(handle, bytes);
     if (!overlapped) return Answer(ERROR_INVALID_PARAMETER, bytes);
-    if (const DWORD error = request.Begin(*file, overlapped)) return Answer(error, bytes);
-    return Answer(issue(*file, std::move(request)), bytes);
+    if (const DWORD error = request.Begin(file, overlapped)) return Answer(error, bytes);
+    return Answer(issue(std::move(request)), bytes);
 }
 
 // Makes a request that has ended when the call returns, by `issue(moved)`.
@@ -103,20 +101,24 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD shareMode, LPSECURITY_ATTRIB
 BOOL DeviceIoControl(HANDLE device, DWORD controlCode, LPVOID input, DWORD inputSize, LPVOID output,
                      DWORD outputSize, LPDWORD bytesReturned, LPOVERLAPPED overlapped) {
     WINHOST_GATE("DeviceIoControl", FALSE);
-    return MakeRequest(
-        device, bytesReturned, overlapped, [&](OverlappedFile& file, OverlappedRequest request) {
-            return file.Control(std::move(request), controlCode, input, inputSize, output, outputSize);
-        });
+    const auto file = HandleTable::Instance().Find<OverlappedFile>(device);
+    if (!file) return RefuseRequest(device, bytesReturned);
+    return MakeRequest(*file, bytesReturned, overlapped, [&](OverlappedRequest request) {
+        return file->Control(std::move(request), controlCode, input, inputSize, output, outputSize);
+    });
 }
 
 BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD bytesRead, LPOVERLAPPED overlapped) {
     WINHOST_GATE("ReadFile", FALSE);
-    if (const auto file = HandleTable::Instance().Find<SynchronousFile>(handle))
-        return MakeRequestNow(buffer, size, bytesRead, overlapped,
-                              [&](DWORD& moved) { return file->Read(buffer, size, moved); });
-    return MakeRequest(handle, bytesRead, overlapped, [&](OverlappedFile& file, OverlappedRequest request) {
-        return file.Read(std::move(request), buffer, size);
-    });
+    HandleTable& table = HandleTable::Instance();
+    if (const auto file = table.Find<OverlappedFile>(handle))
+        return MakeRequest(*file, bytesRead, overlapped, [&](OverlappedRequest request) {
+            return file->Read(std::move(request), buffer, size);
+        });
+    const auto file = table.Find<SynchronousFile>(handle);
+    if (!file) return RefuseRequest(handle, bytesRead);
+    return MakeRequestNow(buffer, size, bytesRead, overlapped,
+                          [&](DWORD& moved) { return file->Read(buffer, size, moved); });
 }
 
 BOOL WriteFile(HANDLE handle, LPCVOID data, DWORD size, LPDWORD bytesWritten, LPOVERLAPPED overlapped) {

@@ -52,6 +52,8 @@ class FileObject : public Object {
 
 class OverlappedFile : public FileObject, public PolledDevice {
   public:
+    static OverlappedFile* Of(Object& object) { return object.AsOverlappedFile(); }
+    OverlappedFile* AsOverlappedFile() final { return this; }
     // Each answers ERROR_IO_PENDING, and completes the request later; or ERROR_SUCCESS, and has completed it
     // with 0 bytes; or the error with which it was refused, and never completes it.
     virtual DWORD Read(OverlappedRequest request, void* buffer, DWORD size) = 0;

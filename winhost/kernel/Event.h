@@ -4,7 +4,7 @@
 
 namespace winhost {
 
-class Event : public WaitableObject {
+class Event final : public WaitableObject {
   public:
     Event(bool manualReset, bool signalled) : m_manualReset(manualReset), m_isSet(signalled) {}
 
