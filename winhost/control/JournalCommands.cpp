@@ -22,7 +22,8 @@ Json::Value ToJson(const Value& value) {
 template <class Record>
 Json::Value RecordToJson(const Record& record) {
     Json::Value json(Json::objectValue);
-    record.Visit([&](const char* name, const auto& value) { json[name] = ToJson(value); });
+    const auto add = [&](const char* name, const auto& value) { json[name] = ToJson(value); };
+    VisitFields(add, record);
     return json;
 }
 

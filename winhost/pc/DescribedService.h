@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "winhost/pc/Fields.h"
+
 namespace winhost {
 
 struct DescribedService {
@@ -15,5 +17,7 @@ struct DescribedService {
     // With which it refuses, 0 for none: OpenServiceA, StartServiceA, ControlService, ChangeServiceConfigA.
     uint32_t openError = 0, startError = 0, stopError = 0, changeError = 0;
 };
+WINHOST_FIELDS(DescribedService, name, type, startType, state, stopMs, openError, startError, stopError,
+               changeError)
 
 }  // namespace winhost

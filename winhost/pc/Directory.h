@@ -2,12 +2,12 @@
 // PC shows one.
 #pragma once
 
-#include <concepts>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
+
+#include "winhost/pc/Fields.h"
 
 namespace winhost {
 
@@ -18,6 +18,7 @@ struct DirectoryAccount {
     bool locked = false;
     bool mayChangePassword = true;
 };
+WINHOST_FIELDS(DirectoryAccount, name, passwordHash, earlierHashes, locked, mayChangePassword)
 
 struct Directory {
     std::string domain;       // its DNS name, in any case; empty: there is none
@@ -28,30 +29,10 @@ struct Directory {
     bool complexPasswords = false;  // three kinds of character
     std::vector<DirectoryAccount> accounts;
 };
+WINHOST_FIELDS(Directory, domain, reachable, responseMs, minPasswordLength, passwordHistory, complexPasswords,
+               accounts)
 
 // SHA-256 of the bytes, in hexadecimal.
 std::string PasswordHash(std::string_view utf8);
-
-template <class Visitor, class D>
-requires std::same_as<std::remove_const_t<D>, DirectoryAccount>
-void VisitFields(Visitor& visit, D& account) {
-    visit("name", account.name);
-    visit("passwordHash", account.passwordHash);
-    visit("earlierHashes", account.earlierHashes);
-    visit("locked", account.locked);
-    visit("mayChangePassword", account.mayChangePassword);
-}
-
-template <class Visitor, class D>
-requires std::same_as<std::remove_const_t<D>, Directory>
-void VisitFields(Visitor& visit, D& directory) {
-    visit("domain", directory.domain);
-    visit("reachable", directory.reachable);
-    visit("responseMs", directory.responseMs);
-    visit("minPasswordLength", directory.minPasswordLength);
-    visit("passwordHistory", directory.passwordHistory);
-    visit("complexPasswords", directory.complexPasswords);
-    visit("accounts", directory.accounts);
-}
 
 }  // namespace winhost

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "winhost/pc/Fields.h"
+
 namespace winhost {
 
 // What the driver answers to an escape.
@@ -14,6 +16,7 @@ struct EscapeAnswer {
     uint32_t status = 0;              // NTSTATUS; the rest counts when it is 0
     std::vector<uint32_t> numbers{};  // fill the output: the end of the buffer
 };
+WINHOST_FIELDS(EscapeAnswer, code, query, status, numbers)
 
 struct GraphicsAdapter {
     std::string description = "Simulated Graphics Adapter";
@@ -31,5 +34,8 @@ struct GraphicsAdapter {
     uint32_t featureLevel = 111;          // of Direct3D: 100, 101, 110 or 111
     uint32_t direct3dError = 0;           // HRESULT of D3D11CreateDevice, 0 for none
 };
+WINHOST_FIELDS(GraphicsAdapter, description, vendor, device, outputs, luid, pciBus, pciDevice, pciFunction,
+               hasPciAddress, driverPath, privateData, engineCount, engines, encoderCores, escapes,
+               featureLevel, direct3dError)
 
 }  // namespace winhost

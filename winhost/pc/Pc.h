@@ -14,6 +14,7 @@
 
 #include "winhost/pc/DescribedService.h"
 #include "winhost/pc/Directory.h"
+#include "winhost/pc/Fields.h"
 #include "winhost/pc/GraphicsAdapter.h"
 #include "winhost/pc/Journal.h"
 #include "winhost/pc/Wlan.h"
@@ -26,6 +27,7 @@ struct AdapterAddress {
     bool dhcp = false;
     uint32_t bits = 0;  // set in MIB_IPADDRROW's wType beside those that follow from the adapter
 };
+WINHOST_FIELDS(AdapterAddress, address, mask, dhcp, bits)
 
 struct Adapter {
     std::string name;         // "{GUID}"
@@ -42,6 +44,8 @@ struct Adapter {
     uint32_t addressBits = 0;  // as AdapterAddress::bits, for the first address
     std::vector<AdapterAddress> moreAddresses;
 };
+WINHOST_FIELDS(Adapter, name, description, index, type, mac, address, mask, gateway, dhcp, dhcpServer, speed,
+               operStatus, mtu, addressBits, moreAddresses)
 
 // The moment in each year at which the local time changes: 02:00 on the last Sunday of March, by the time
 // that is in force until then.
@@ -51,6 +55,7 @@ struct ZoneTransition {
     uint32_t weekday = 0;  // 0 is Sunday
     uint32_t hour = 2;
 };
+WINHOST_FIELDS(ZoneTransition, month, week, weekday, hour)
 
 // A process that is listed and can be opened, but is none of Linux.
 struct DescribedProcess {
@@ -58,6 +63,7 @@ struct DescribedProcess {
     uint32_t pid = 0;
     uint32_t session = 0;
 };
+WINHOST_FIELDS(DescribedProcess, name, pid, session)
 
 // The package that the process runs from.
 struct Package {
@@ -65,10 +71,12 @@ struct Package {
     std::string path;        // "C:\\Program Files\\WindowsApps\\Tarvix.ZEL_1.0.0.0_x64__8wekyb3d8bbwe"
     std::string familyName;  // "Tarvix.ZEL_8wekyb3d8bbwe"
 };
+WINHOST_FIELDS(Package, fullName, path, familyName)
 
 struct Screen {
     uint32_t width = 1920, height = 1080;  // pixels
 };
+WINHOST_FIELDS(Screen, width, height)
 
 struct PcDescription {
     static constexpr uint32_t kNoSession = 0xFFFFFFFF;
@@ -142,6 +150,15 @@ struct PcDescription {
     std::string mailbox;                 // "unix:/path" or "tcp:127.0.0.1:4711"; empty: no such device
     std::string controlSocket;           // path of the Unix socket for winhostctl; empty: none
 };
+WINHOST_FIELDS(PcDescription, root, environment, modulePath, libraryFolders, package, userName, computerName,
+               osVersionLine, osVersion, osType, processorArchitecture, wmiConnectError, wmiQueryError,
+               dnsDomain, directory, timeZoneName, timeZoneBiasMinutes, timeZoneDaylightBiasMinutes,
+               timeZoneDaylightStart, timeZoneStandardStart, registry, registryExpandTexts, registryNumbers,
+               adapters, dnsServers, connectedFlags, wlanService, wlanInterfaces, wlanNetworks,
+               rootCertificates, modernStandby, sleepS3, hibernation, shuttingDown, privileges,
+               consoleSession, desktopLocked, sessionInfoLevel, sessionInfoBytes, screen, graphicsAdapters,
+               softwareDirect3d, timerPeriod, processes, services, clockRate, cleanBoot, startedByScm,
+               controlTimeoutMs, ports, openPorts, mailbox, controlSocket)
 
 class Pc {
   public:

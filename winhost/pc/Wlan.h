@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "winhost/pc/Fields.h"
+
 namespace winhost {
 
 // An interface of the WLAN service.
@@ -14,6 +16,7 @@ struct WlanInterface {
     // The profile of the network that it is connected to. Empty: the first network of the PC.
     std::string network = "";
 };
+WINHOST_FIELDS(WlanInterface, guid, description, state, network)
 
 // A network that is in range and has a profile.
 struct WlanNetwork {
@@ -35,5 +38,8 @@ struct WlanNetwork {
     std::string profile;      // the whole profile; empty: made of the above
     std::string profileFile;  // a file of the PC or of this machine that holds it
 };
+WINHOST_FIELDS(WlanNetwork, name, ssid, ssidBytes, authentication, encryption, key, keyType, authAlgorithm,
+               cipherAlgorithm, channel, frequency, signalQuality, receivingRate, transmissionRate, oneX,
+               listed, profile, profileFile)
 
 }  // namespace winhost

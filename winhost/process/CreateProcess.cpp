@@ -119,7 +119,7 @@ struct Launch {
     std::string program, commandLine;  // the Windows path, and what the program gets
     std::vector<std::string> variables;
     DWORD session = 0, flags = 0;
-    bool withEnvironment = false;
+    bool environment = false;
 };
 
 BOOL Start(const Launch& launch, const STARTUPINFOA& startup, PROCESS_INFORMATION& information) {
@@ -135,7 +135,7 @@ BOOL Start(const Launch& launch, const STARTUPINFOA& startup, PROCESS_INFORMATIO
     if (const DWORD error = winhost::Spawn(request, entry)) return Fail(error);
     Pc::Instance().Record(winhost::ProcessLaunch{launch.commandLine,
                                                  startup.lpDesktop ? startup.lpDesktop : "", launch.session,
-                                                 launch.flags, launch.withEnvironment, entry.id});
+                                                 launch.flags, launch.environment, entry.id});
     return GiveHandles(entry, information);
 }
 

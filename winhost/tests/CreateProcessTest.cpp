@@ -228,7 +228,7 @@ TEST_F(CreateProcessTest, WhatWasStartedIsRecorded) {
     EXPECT_EQ("Winsta0\\Default", launches[0].desktop);
     EXPECT_EQ(1u, launches[0].session);
     EXPECT_EQ(0x408u, launches[0].flags);
-    EXPECT_FALSE(launches[0].withEnvironment);
+    EXPECT_FALSE(launches[0].environment);
 }
 
 }  // namespace

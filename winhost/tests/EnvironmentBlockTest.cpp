@@ -62,7 +62,7 @@ TEST_F(EnvironmentBlock, GoesToTheProgram) {
     Run(R"("C:\app.exe")", kFlags, block);
     EXPECT_TRUE(DestroyEnvironmentBlock(block));
     EXPECT_EQ(R"(C:\ProgramData)", ReadFromC("value"));
-    EXPECT_TRUE(winhost::Pc::Instance().Records<winhost::ProcessLaunch>().back().withEnvironment);
+    EXPECT_TRUE(winhost::Pc::Instance().Records<winhost::ProcessLaunch>().back().environment);
     CloseHandle(token);
 }
 

@@ -74,7 +74,7 @@ TEST_F(SoftwareUpgrade, TheProgramBelongsToTheDesktopAndIsDetached) {
     EXPECT_EQ(Launches()[0].desktop, "Winsta0\\Default");
     EXPECT_EQ(Launches()[0].flags, 8u);
     EXPECT_EQ(Launches()[0].session, 0u);
-    EXPECT_FALSE(Launches()[0].withEnvironment);
+    EXPECT_FALSE(Launches()[0].environment);
     EXPECT_EQ(ArgumentsOf("CreateProcessA", "bInheritHandles"), std::vector<uint32_t>{1});
     EXPECT_EQ(ArgumentsOf("CreateProcessA", "wShowWindow"), std::vector<uint32_t>{5});
 }

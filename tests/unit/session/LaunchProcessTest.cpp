@@ -61,7 +61,7 @@ TEST_F(Launch, StartsTheProgramOnTheDesktopOfTheConsolesSession) {
     EXPECT_EQ(launch.desktop, "Winsta0\\Default");
     EXPECT_EQ(launch.session, 1u);
     EXPECT_EQ(launch.flags, kWithBlock);
-    EXPECT_TRUE(launch.withEnvironment);
+    EXPECT_TRUE(launch.environment);
     EXPECT_EQ(launch.pid, m_pid);
 }
 
@@ -175,7 +175,7 @@ TEST_F(Launch, GoesWithoutAnEnvironmentBlockThatCannotBeHad) {
     EXPECT_EQ(LogCount("CreateProcessAsUser success"), 0u);
     const winhost::ProcessLaunch launch = TheLaunch();
     EXPECT_EQ(launch.flags, DWORD{DETACHED_PROCESS});
-    EXPECT_FALSE(launch.withEnvironment);
+    EXPECT_FALSE(launch.environment);
     EXPECT_EQ(launch.session, 1u);
     EXPECT_EQ(launch.desktop, "Winsta0\\Default");
     EXPECT_EQ(Gate().Count("DestroyEnvironmentBlock"), 0u);
