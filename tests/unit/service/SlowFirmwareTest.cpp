@@ -89,7 +89,7 @@ TEST_F(SlowFirmware, ACloseRequestOfAConsoleOutlivesASuspendAndItsResume) {
     EXPECT_EQ(LogCount("MPM returned code"), 0u);
     EXPECT_EQ(LogCount("Resetting DASH communication"), 0u);
 
-    firmware.Send(MPM_ZEL_CMD_WEBUI_CLOSE_SOCKET);
+    // The firmware asks for the end of the connection after its answer.
     EXPECT_TRUE(console.AwaitClose());
     ConsoleClient next = ConnectConsole();
     next.Send("request");
