@@ -69,7 +69,6 @@ std::vector<FailureEntry> MakeTable() {
         {"CreateThread", {kNotEnoughMemory, kAccessDenied}},
         {"TerminateThread", {kInvalidHandle, kAccessDenied}},
         {"OpenThread", {kInvalidParameter, kAccessDenied}},
-        {"GetExitCodeThread", {kInvalidHandle, kAccessDenied}},
         {"CreateEventA", {kNotEnoughMemory, kNoSystemResources}},
         {"CreateMutexA",
          {kNotEnoughMemory, kAccessDenied},
@@ -199,7 +198,6 @@ std::vector<FailureEntry> MakeTable() {
         {"D3DKMTQueryAdapterInfo", {kStatusUnsuccessful, kStatusNoMemory}, kFirstAdapter},
         {"D3DKMTEscape", {kStatusUnsuccessful, kStatusNoMemory}, kFirstAdapter},
         {"timeBeginPeriod", {kTimerCannotDo}, "tried again with a longer period"},
-        {"timeEndPeriod", {kTimerCannotDo}, "not examined: the work is done"},
         {"CoInitializeEx", {kComOutOfMemory, kComChangedMode}},
         {"CoInitializeSecurity", {kComOutOfMemory, kComTooLate}},
         {"CoCreateInstance",
@@ -218,7 +216,6 @@ std::vector<FailureEntry> MakeTable() {
         {"SysAllocString",
          {kOutOfMemory},
          "without the locale WMI answers in the host's language; a call that gets no text fails itself"},
-        {"SysAllocStringLen", {kOutOfMemory}, "as SysAllocString, which is made of it"},
 
         // ---- Winsock ----
         {"WSAStartup", {kWsaSystemNotReady}, "made before the log is open; later calls tell"},

@@ -20,12 +20,10 @@ VALUE(wlan_connection_mode_profile, 0);
 VALUE(wlan_intf_opcode_current_connection, 7);
 VALUE(wlan_intf_opcode_channel_number, 8);
 VALUE(wlan_opcode_value_type_query_only, 0);
-VALUE(wlan_notification_acm_start, 0);
 VALUE(wlan_notification_acm_scan_complete, 7);
 VALUE(wlan_notification_acm_connection_start, 9);
 VALUE(wlan_notification_acm_profile_change, 15);
 VALUE(wlan_notification_acm_disconnecting, 20);
-VALUE(wlan_notification_acm_adhoc_network_state_change, 22);
 
 SIZE(WLAN_INTERFACE_INFO, 20 + 256 * sizeof(WCHAR));
 FIELD(WLAN_INTERFACE_INFO, InterfaceGuid, 0);

@@ -32,7 +32,7 @@ uint32_t StateOf(const Json::Value& request) {
 }
 
 uint32_t InterfaceOf(const Json::Value& request) {
-    return request.isMember("interface") ? Unsigned32Of(request, "interface") : 0;
+    return Unsigned32Or(request, "interface", 0);
 }
 
 Json::Value Interfaces() {
@@ -63,7 +63,7 @@ Json::Value ReadWlan(const Json::Value&) {
 Json::Value NotifyWlan(const Json::Value& request) {
     WlanNotification notification;
     notification.code = Unsigned32Of(request, "code");
-    if (request.isMember("source")) notification.source = Unsigned32Of(request, "source", 1);
+    notification.source = Unsigned32Or(request, "source", notification.source);
     notification.interfaceNumber = InterfaceOf(request);
     WlanService::Instance().Notify(notification);
     return ReadWlan(request);
@@ -85,37 +85,24 @@ Json::Value SetWlanState(const Json::Value& request) {
     return ReadWlan(request);
 }
 
-// What the PC refuses goes to the client.
-template <class Act>
-Json::Value Refusable(const Json::Value& request, const Act& act) {
-    try {
-        act();
-    } catch (const std::runtime_error& error) {
-        throw CommandError(error.what());
-    }
+Json::Value JoinWlan(const Json::Value& request) {
+    JoinNetwork(InterfaceOf(request), TextOf(request, "network"));
     return ReadWlan(request);
 }
 
-Json::Value JoinWlan(const Json::Value& request) {
-    const std::string network = TextOf(request, "network");
-    const uint32_t number = InterfaceOf(request);
-    return Refusable(request, [&] { JoinNetwork(number, network); });
-}
-
 Json::Value LeaveWlan(const Json::Value& request) {
-    const uint32_t number = InterfaceOf(request);
-    return Refusable(request, [&] { LeaveNetwork(number); });
+    LeaveNetwork(InterfaceOf(request));
+    return ReadWlan(request);
 }
 
 Json::Value RoamWlan(const Json::Value& request) {
-    const uint32_t number = InterfaceOf(request), channel = Unsigned32Of(request, "channel");
-    const uint32_t frequency = request.isMember("frequency") ? Unsigned32Of(request, "frequency") : 0;
-    return Refusable(request, [&] { Roam(number, channel, frequency); });
+    Roam(InterfaceOf(request), Unsigned32Of(request, "channel"), Unsigned32Or(request, "frequency", 0));
+    return ReadWlan(request);
 }
 
 Json::Value ChangeWlanKey(const Json::Value& request) {
-    const std::string network = TextOf(request, "network"), key = TextOf(request, "key");
-    return Refusable(request, [&] { ChangeKey(network, key); });
+    ChangeKey(TextOf(request, "network"), TextOf(request, "key"));
+    return ReadWlan(request);
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ NamedControl ControlOf(const Json::Value& request) {
     } else {
         control.control = Unsigned32Of(request, "code", 1);
     }
-    if (request.isMember("event")) control.eventType = Unsigned32Of(request, "event");
+    control.eventType = Unsigned32Or(request, "event", control.eventType);
     return control;
 }
 

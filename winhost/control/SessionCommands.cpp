@@ -15,17 +15,10 @@ Json::Value SessionNow() {
     return json;
 }
 
-Json::Value SetLocked(bool locked) {
-    Pc::Instance().Change([&](PcDescription& pc) { pc.desktopLocked = locked; });
+template <bool locked>
+Json::Value SetLocked(const Json::Value&) {
+    Pc::Instance().Change([](PcDescription& pc) { pc.desktopLocked = locked; });
     return SessionNow();
-}
-
-Json::Value Lock(const Json::Value&) {
-    return SetLocked(true);
-}
-
-Json::Value Unlock(const Json::Value&) {
-    return SetLocked(false);
 }
 
 Json::Value Session(const Json::Value& request) {
@@ -54,8 +47,8 @@ Json::Value Processes(const Json::Value&) {
 
 std::vector<Command> SessionCommands() {
     return {
-        {"lock", "locks the desktop at the console", Lock},
-        {"unlock", "unlocks it", Unlock},
+        {"lock", "locks the desktop at the console", SetLocked<true>},
+        {"unlock", "unlocks it", SetLocked<false>},
         {"session",
          "brings another session to the console; the processes stay",
          Session,

@@ -10,12 +10,11 @@ CallingThread::~CallingThread() = default;
 // The mutex of the wait is taken before its condition is notified, so that a thread that has just looked is
 // not missed. It can't be taken under m_guard, which the thread takes while it holds its own: the pin keeps
 // the wait alive instead.
-void CallingThread::Terminate(uint32_t exitCode) {
+void CallingThread::Terminate() {
     const TerminableWait* wait = nullptr;
     {
         std::lock_guard lock(m_guard);
         if (m_isTerminated) return;
-        m_exitCode = exitCode;
         m_isTerminated.store(true, std::memory_order_release);
         if (m_end) m_end->Raise();
         if (!m_wait) return;
@@ -29,16 +28,6 @@ void CallingThread::Terminate(uint32_t exitCode) {
     std::lock_guard lock(m_guard);
     --m_pins;
     m_unpinned.notify_all();
-}
-
-uint32_t CallingThread::ExitCode() const {
-    std::lock_guard lock(m_guard);
-    return m_exitCode;
-}
-
-void CallingThread::SetExitCode(uint32_t exitCode) {
-    std::lock_guard lock(m_guard);
-    if (!m_isTerminated) m_exitCode = exitCode;
 }
 
 int CallingThread::EndDescriptor() {

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -23,12 +22,9 @@ class CallingThread {
     CallingThread(const CallingThread&) = delete;
     CallingThread& operator=(const CallingThread&) = delete;
 
-    // From now on no wait of the thread blocks, and it ends with this code. The first one counts. Any thread.
-    void Terminate(uint32_t exitCode);
+    // From now on no wait of the thread blocks, and it ends. Any thread.
+    void Terminate();
     bool IsTerminated() const { return m_isTerminated.load(std::memory_order_acquire); }
-    uint32_t ExitCode() const;
-    // The code of a thread that ends by itself.
-    void SetExitCode(uint32_t exitCode);
 
     // Readable when the thread is to end, for its own waits on descriptors; -1 when the host has none left.
     int EndDescriptor();
@@ -37,8 +33,7 @@ class CallingThread {
     friend class TerminableWait;
 
     std::atomic<bool> m_isTerminated{false};
-    mutable std::mutex m_guard;  // taken after the mutex of a wait
-    uint32_t m_exitCode = 0;
+    std::mutex m_guard;  // taken after the mutex of a wait
     std::unique_ptr<Interrupt> m_end;
     const TerminableWait* m_wait = nullptr;
     int m_pins = 0;  // of m_wait: it has to live so long

@@ -36,6 +36,11 @@ uint64_t Clock::FileTime() const {
     return kFileTimeAt1970 + static_cast<uint64_t>(wall.count() / 100);
 }
 
+int64_t Clock::UnixTime() const {
+    constexpr int64_t kTicksPerSecond = 10'000'000;
+    return static_cast<int64_t>(FileTime() - kFileTimeAt1970) / kTicksPerSecond;
+}
+
 Clock::Deadline Clock::DeadlineIn(uint32_t milliseconds) const {
     return milliseconds == UINT32_MAX ? kNever : Steady() + std::chrono::milliseconds(milliseconds);
 }

@@ -36,8 +36,9 @@ class Clock {
 
     // Time since the PC was started.
     Duration Steady() const;
-    // UTC in 100 ns units since 1601, as a FILETIME holds it.
+    // UTC in 100 ns units since 1601, as a FILETIME holds it, and in seconds since 1970.
     uint64_t FileTime() const;
+    int64_t UnixTime() const;
 
     // Steady() in so many milliseconds; kNever for INFINITE (0xFFFFFFFF).
     Deadline DeadlineIn(uint32_t milliseconds) const;

@@ -3,6 +3,11 @@
 
 #include <winbase.h>
 
+#include <memory>
+#include <utility>
+
+#include "winhost/core/HandleTable.h"
+
 namespace winhost {
 
 template <class Failure>
@@ -15,6 +20,11 @@ inline BOOL Fail(DWORD error) {
     return Fail(error, FALSE);
 }
 
+// The handle of a new object. Null, with ERROR_NO_SYSTEM_RESOURCES, when there are too many.
+inline HANDLE AddHandle(std::shared_ptr<Object> object) {
+    const HANDLE handle = HandleTable::Instance().Add(std::move(object));
+    return handle ? handle : Fail(ERROR_NO_SYSTEM_RESOURCES, HANDLE{});
+}
 // TRUE for ERROR_SUCCESS.
 inline BOOL Finish(DWORD error) {
     return error == ERROR_SUCCESS ? TRUE : Fail(error);

@@ -20,31 +20,10 @@ using winhost::Pc;
 namespace {
 
 constexpr DWORD kInvalidPassword = 86, kNoDomainInformation = 1351, kAccountLocked = 1909;
-constexpr int kKindsOfCharacters = 3;
+constexpr size_t kShortestPassword = 7;
 
 bool IsSameName(const std::string& one, const std::string& other) {
     return strcasecmp(one.c_str(), other.c_str()) == 0;
-}
-
-// Upper case, lower case, digits, and all else.
-int KindsIn(const std::string& password) {
-    bool kinds[4] = {};
-    for (const char c : password) {
-        const auto byte = static_cast<unsigned char>(c);
-        kinds[std::isupper(byte) ? 0 : std::islower(byte) ? 1 : std::isdigit(byte) ? 2 : 3] = true;
-    }
-    return static_cast<int>(std::count(std::begin(kinds), std::end(kinds), true));
-}
-
-bool ObeysRules(const Directory& directory, const DirectoryAccount& account, const std::wstring& password) {
-    if (password.size() < directory.minPasswordLength) return false;
-    const std::string utf8 = testbed::ToUtf8(password);
-    if (directory.complexPasswords && KindsIn(utf8) < kKindsOfCharacters) return false;
-    if (directory.passwordHistory == 0) return true;
-    const std::string hash = winhost::PasswordHash(utf8);
-    const size_t remembered = std::min<size_t>(directory.passwordHistory - 1, account.earlierHashes.size());
-    const auto end = account.earlierHashes.begin() + static_cast<std::ptrdiff_t>(remembered);
-    return hash != account.passwordHash && std::find(account.earlierHashes.begin(), end, hash) == end;
 }
 
 DWORD Change(Directory& directory, const std::string& user, const std::wstring& oldPassword,
@@ -55,9 +34,7 @@ DWORD Change(Directory& directory, const std::string& user, const std::wstring& 
     if (account == directory.accounts.end()) return NERR_UserNotFound;
     if (account->locked) return kAccountLocked;
     if (account->passwordHash != winhost::PasswordHash(testbed::ToUtf8(oldPassword))) return kInvalidPassword;
-    if (!account->mayChangePassword) return ERROR_ACCESS_DENIED;
-    if (!ObeysRules(directory, *account, newPassword)) return NERR_PasswordTooShort;
-    account->earlierHashes.insert(account->earlierHashes.begin(), account->passwordHash);
+    if (newPassword.size() < kShortestPassword) return NERR_PasswordTooShort;
     account->passwordHash = winhost::PasswordHash(testbed::ToUtf8(newPassword));
     return NERR_Success;
 }

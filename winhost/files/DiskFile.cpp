@@ -45,8 +45,7 @@ DWORD Unopened(DWORD disposition, DWORD flags) {
 }  // namespace
 
 bool IsOnDrive(const std::string& name) {
-    return name.size() > 2 && std::isalpha(static_cast<unsigned char>(name[0])) && name[1] == ':' &&
-           (name[2] == '\\' || name[2] == '/');
+    return HasDrive(name) && name.size() > 2 && (name[2] == '\\' || name[2] == '/');
 }
 
 DWORD OpenDiskFile(const std::string& name, DWORD access, const SECURITY_ATTRIBUTES* attributes,

@@ -13,6 +13,7 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
+#include "winhost/files/DiskFile.h"
 #include "winhost/files/FileErrors.h"
 #include "winhost/files/FileSecurity.h"
 #include "winhost/files/FileUse.h"
@@ -51,11 +52,7 @@ DWORD Move(const std::string& from, const std::string& to) {
     if (const DWORD error = winhost::MayRemove(from)) return error;
     if (const DWORD error = winhost::MayCreate(to, IsFolder(from))) return error;
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return ERROR_SUCCESS;
-    if (errno != EINVAL && errno != ENOSYS)
-        return winhost::FileErrorOf(errno, access(from.c_str(), F_OK) == 0 ? to : from);
-    // A file system that can't rename so: a second name never replaces either.
-    if (link(from.c_str(), to.c_str()) != 0) return winhost::FileErrorOf(errno, to);
-    return Delete(from);
+    return winhost::FileErrorOf(errno, access(from.c_str(), F_OK) == 0 ? to : from);
 }
 
 DWORD Replace(const std::string& from, const std::string& to) {
@@ -69,11 +66,6 @@ DWORD Replace(const std::string& from, const std::string& to) {
     if (const DWORD error = winhost::MayCreate(to, false)) return error;
     if (rename(from.c_str(), to.c_str()) == 0) return ERROR_SUCCESS;
     return winhost::FileErrorOf(errno, access(from.c_str(), F_OK) == 0 ? to : from);
-}
-
-bool IsComplete(const std::string& path) {
-    const bool isSeparator = path.size() > 2 && (path[2] == '\\' || path[2] == '/');
-    return isSeparator && isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
 }
 
 // The folders that lead to it are made where they are missing; 0 also for those that are there.
@@ -125,7 +117,7 @@ BOOL MoveFileExA(LPCSTR from, LPCSTR to, DWORD flags) {
 int SHCreateDirectoryExA(HWND, LPCSTR path, const SECURITY_ATTRIBUTES* attributes) {
     WINHOST_GATE_CODE("SHCreateDirectoryExA");
     std::string folder = path ? path : "";
-    if (!IsComplete(folder)) return ERROR_BAD_PATHNAME;
+    if (!winhost::IsOnDrive(folder)) return ERROR_BAD_PATHNAME;
     while (folder.size() > 3 && (folder.back() == '\\' || folder.back() == '/'))
         folder.pop_back();
     const DWORD error = MakeFolders(folder, attributes ? attributes->lpSecurityDescriptor : nullptr);

@@ -6,9 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <optional>
 #include <string>
-#include <vector>
 
 #include "winhost/core/Gate.h"
 #include "winhost/graphics/Adapters.h"
@@ -62,30 +60,18 @@ D3D_FEATURE_LEVEL LevelOf(uint32_t described) {
     return static_cast<D3D_FEATURE_LEVEL>((described / 10) << 12 | (described % 10) << 8);
 }
 
-// What a device is made of.
-struct Source {
-    HRESULT error = S_OK;
-    uint32_t featureLevel = 0;
-};
-
-Source SourceOf(IDXGIAdapter* adapter, D3D_DRIVER_TYPE type, HMODULE library) {
+// What a device is made of: an adapter, or software.
+HRESULT FindLevel(IDXGIAdapter* adapter, D3D_DRIVER_TYPE type, HMODULE library, uint32_t& featureLevel) {
     constexpr uint32_t kLevelOfSoftware = 111;
-    if ((adapter != nullptr) != (type == D3D_DRIVER_TYPE_UNKNOWN)) return {E_INVALIDARG};
-    const PcDescription pc = Pc::Instance().Description();
-    if (type == D3D_DRIVER_TYPE_SOFTWARE) {
-        if (library || !pc.softwareDirect3d) return {E_INVALIDARG};
-        return {S_OK, kLevelOfSoftware};
-    }
-    std::optional<GraphicsAdapter> described;
-    if (adapter) {
-        const auto* own = dynamic_cast<DxgiAdapter*>(adapter);
-        if (!own) return {E_INVALIDARG};
-        described = own->Described();
-    } else if (type == D3D_DRIVER_TYPE_HARDWARE && !pc.graphicsAdapters.empty()) {
-        described = pc.graphicsAdapters.front();
-    }
-    if (!described) return {DXGI_ERROR_UNSUPPORTED};
-    return {static_cast<HRESULT>(described->direct3dError), described->featureLevel};
+    const bool isSoftware = type == D3D_DRIVER_TYPE_SOFTWARE;
+    if (!isSoftware && type != D3D_DRIVER_TYPE_UNKNOWN) return DXGI_ERROR_UNSUPPORTED;
+    if (isSoftware == (adapter != nullptr)) return E_INVALIDARG;
+    const auto* own = dynamic_cast<DxgiAdapter*>(adapter);
+    const bool has =
+        isSoftware ? !library && Pc::Instance().Get(&PcDescription::softwareDirect3d) : own != nullptr;
+    if (!has) return E_INVALIDARG;
+    featureLevel = isSoftware ? kLevelOfSoftware : own->Described().featureLevel;
+    return S_OK;
 }
 
 }  // namespace
@@ -101,18 +87,16 @@ HRESULT D3D11CreateDevice(IDXGIAdapter* adapter, D3D_DRIVER_TYPE driver_type, HM
                           ID3D11Device** device, D3D_FEATURE_LEVEL* obtained, ID3D11DeviceContext** context) {
     WINHOST_GATE_HRESULT("D3D11CreateDevice");
     if (device) *device = nullptr;
-    if (sdk_version != D3D11_SDK_VERSION || context || (feature_levels != nullptr) != (levels != 0))
-        return E_INVALIDARG;
+    if (sdk_version != D3D11_SDK_VERSION || context || !feature_levels || levels == 0) return E_INVALIDARG;
     if (flags != 0) return DXGI_ERROR_UNSUPPORTED;
-    const winhost::Source source = winhost::SourceOf(adapter, driver_type, swrast);
-    if (FAILED(source.error)) return source.error;
-    const std::vector<D3D_FEATURE_LEVEL> asked =
-        feature_levels ? std::vector(feature_levels, feature_levels + levels)
-                       : std::vector{D3D_FEATURE_LEVEL_11_0, D3D_FEATURE_LEVEL_10_1, D3D_FEATURE_LEVEL_10_0};
-    const D3D_FEATURE_LEVEL highest = winhost::LevelOf(source.featureLevel);
+    uint32_t featureLevel = 0;
+    const HRESULT error = winhost::FindLevel(adapter, driver_type, swrast, featureLevel);
+    if (FAILED(error)) return error;
+    const D3D_FEATURE_LEVEL highest = winhost::LevelOf(featureLevel);
+    const D3D_FEATURE_LEVEL* const end = feature_levels + levels;
     const auto level =
-        std::find_if(asked.begin(), asked.end(), [&](D3D_FEATURE_LEVEL one) { return one <= highest; });
-    if (level == asked.end()) return DXGI_ERROR_UNSUPPORTED;
+        std::find_if(feature_levels, end, [&](D3D_FEATURE_LEVEL one) { return one <= highest; });
+    if (level == end) return DXGI_ERROR_UNSUPPORTED;
     if (obtained) *obtained = *level;
     if (!device) return S_FALSE;
     *device = new winhost::Device(*level);

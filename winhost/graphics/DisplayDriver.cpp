@@ -1,6 +1,4 @@
 // The display drivers of the graphics adapters, as gdi32.dll reaches them.
-#include <d3dkmthk.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -12,6 +10,7 @@
 
 #include <winbase.h>
 
+#include "KVMDisplayMgrLib/src/D3dkmt.h"
 #include "testbed/Utf8.h"
 #include "winhost/core/Gate.h"
 #include "winhost/graphics/Adapters.h"
@@ -30,6 +29,7 @@ constexpr size_t kEngineCountAt = 8, kEngineTableAt = 4604, kCoreCountAt = 16460
 // The buffer of an escape: a prefix when the driver has private data, and a header.
 constexpr uint32_t kPrefixSize = 76, kHeaderSize = 128, kHeaderVersion = 0x10000, kMagic = 0xBADCAFFE;
 constexpr uint32_t kPrefixKind = 2, kPrefixVersion = 0x10002;
+constexpr uint32_t kToTheDriver = 0;  // a type of escape
 
 enum class Kind { Adapter, Device, Context };
 struct Entry {
@@ -39,8 +39,8 @@ struct Entry {
 
 struct Handles {
     std::mutex mutex;
-    std::map<D3DKMT_HANDLE, Entry> open;
-    D3DKMT_HANDLE next = 0x40000000;
+    std::map<d3dkmt::Handle, Entry> open;
+    d3dkmt::Handle next = 0x40000000;
 };
 
 // Never destroyed: handles may be open until the process is gone.
@@ -49,15 +49,15 @@ Handles& TheHandles() {
     return handles;
 }
 
-D3DKMT_HANDLE Add(Kind kind, uint64_t luid) {
-    constexpr D3DKMT_HANDLE kStep = 0x40;
+d3dkmt::Handle Add(Kind kind, uint64_t luid) {
+    constexpr d3dkmt::Handle kStep = 0x40;
     Handles& handles = TheHandles();
     std::lock_guard lock(handles.mutex);
     handles.open[handles.next += kStep] = {kind, luid};
     return handles.next;
 }
 
-LONG Remove(Kind kind, D3DKMT_HANDLE handle) {
+LONG Remove(Kind kind, d3dkmt::Handle handle) {
     Handles& handles = TheHandles();
     std::lock_guard lock(handles.mutex);
     const auto found = handles.open.find(handle);
@@ -73,7 +73,7 @@ std::optional<GraphicsAdapter> AdapterWith(uint64_t luid) {
 }
 
 // The adapter of a handle; the error when there is none, or the adapter has gone.
-LONG Find(Kind kind, D3DKMT_HANDLE handle, GraphicsAdapter& adapter) {
+LONG Find(Kind kind, d3dkmt::Handle handle, GraphicsAdapter& adapter) {
     uint64_t luid = 0;
     {
         Handles& handles = TheHandles();
@@ -112,9 +112,9 @@ LONG GivePrivateData(const GraphicsAdapter& adapter, void* into, size_t room) {
 }
 
 LONG GiveDriverName(const GraphicsAdapter& adapter, void* into, size_t room) {
-    if (room < sizeof(D3DKMT_UMDFILENAMEINFO)) return kInvalidParameter;
+    if (room < sizeof(d3dkmt::DriverName)) return kInvalidParameter;
     if (adapter.driverPath.empty()) return kNotSupported;
-    D3DKMT_UMDFILENAMEINFO name{};
+    d3dkmt::DriverName name{};
     std::memcpy(&name, into, sizeof name);  // the version is the caller's
     size_t length = 0;
     for (const wchar_t character : testbed::FromUtf8(adapter.driverPath))
@@ -127,9 +127,9 @@ LONG GiveDriverName(const GraphicsAdapter& adapter, void* into, size_t room) {
 }
 
 LONG GiveAddress(const GraphicsAdapter& adapter, void* into, size_t room) {
-    if (room < sizeof(D3DKMT_ADAPTERADDRESS)) return kInvalidParameter;
+    if (room < sizeof(d3dkmt::AdapterAddress)) return kInvalidParameter;
     if (!adapter.hasPciAddress) return kNotSupported;
-    const D3DKMT_ADAPTERADDRESS address{adapter.pciBus, adapter.pciDevice, adapter.pciFunction};
+    const d3dkmt::AdapterAddress address{adapter.pciBus, adapter.pciDevice, adapter.pciFunction};
     std::memcpy(into, &address, sizeof address);
     return kSuccess;
 }
@@ -165,7 +165,7 @@ LONG AnswerEscape(const GraphicsAdapter& adapter, char* buffer, size_t size) {
     return kNotSupported;
 }
 
-LONG WINAPI OpenAdapterFromLuid(D3DKMT_OPENADAPTERFROMLUID* arguments) {
+LONG WINAPI OpenAdapterFromLuid(d3dkmt::OpenAdapterFromLuid* arguments) {
     WINHOST_GATE_CODE("D3DKMTOpenAdapterFromLuid");
     const uint64_t luid = NumberOf(arguments->AdapterLuid);
     if (!AdapterWith(luid)) return kInvalidParameter;
@@ -173,12 +173,12 @@ LONG WINAPI OpenAdapterFromLuid(D3DKMT_OPENADAPTERFROMLUID* arguments) {
     return kSuccess;
 }
 
-LONG WINAPI CloseAdapter(const D3DKMT_CLOSEADAPTER* arguments) {
+LONG WINAPI CloseAdapter(const d3dkmt::CloseAdapter* arguments) {
     WINHOST_GATE_CODE("D3DKMTCloseAdapter");
     return Remove(Kind::Adapter, arguments->hAdapter);
 }
 
-LONG WINAPI CreateDevice(D3DKMT_CREATEDEVICE* arguments) {
+LONG WINAPI CreateDevice(d3dkmt::CreateDevice* arguments) {
     WINHOST_GATE_CODE("D3DKMTCreateDevice");
     GraphicsAdapter adapter;
     if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
@@ -186,13 +186,13 @@ LONG WINAPI CreateDevice(D3DKMT_CREATEDEVICE* arguments) {
     return kSuccess;
 }
 
-LONG WINAPI DestroyDevice(const D3DKMT_DESTROYDEVICE* arguments) {
+LONG WINAPI DestroyDevice(const d3dkmt::DestroyDevice* arguments) {
     WINHOST_GATE_CODE("D3DKMTDestroyDevice");
     return Remove(Kind::Device, arguments->hDevice);
 }
 
 // On an engine of the table.
-LONG WINAPI CreateContext(D3DKMT_CREATECONTEXT* arguments) {
+LONG WINAPI CreateContext(d3dkmt::CreateContext* arguments) {
     WINHOST_GATE_CODE("D3DKMTCreateContext");
     GraphicsAdapter adapter;
     if (const LONG error = Find(Kind::Device, arguments->hDevice, adapter)) return error;
@@ -201,12 +201,12 @@ LONG WINAPI CreateContext(D3DKMT_CREATECONTEXT* arguments) {
     return kSuccess;
 }
 
-LONG WINAPI DestroyContext(const D3DKMT_DESTROYCONTEXT* arguments) {
+LONG WINAPI DestroyContext(const d3dkmt::DestroyContext* arguments) {
     WINHOST_GATE_CODE("D3DKMTDestroyContext");
     return Remove(Kind::Context, arguments->hContext);
 }
 
-LONG WINAPI QueryAdapterInfo(const D3DKMT_QUERYADAPTERINFO* arguments) {
+LONG WINAPI QueryAdapterInfo(const d3dkmt::QueryAdapterInfo* arguments) {
     WINHOST_GATE_CODE("D3DKMTQueryAdapterInfo");
     GraphicsAdapter adapter;
     if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
@@ -214,21 +214,21 @@ LONG WINAPI QueryAdapterInfo(const D3DKMT_QUERYADAPTERINFO* arguments) {
     const size_t room = arguments->PrivateDriverDataSize;
     if (!into) return kInvalidParameter;
     switch (arguments->Type) {
-        case KMTQAITYPE_UMDRIVERPRIVATE:
+        case d3dkmt::kDriverPrivate:
             return GivePrivateData(adapter, into, room);
-        case KMTQAITYPE_UMDRIVERNAME:
+        case d3dkmt::kDriverName:
             return GiveDriverName(adapter, into, room);
-        case KMTQAITYPE_ADAPTERADDRESS:
+        case d3dkmt::kAdapterAddress:
             return GiveAddress(adapter, into, room);
     }
     return kNotSupported;
 }
 
-LONG WINAPI Escape(const D3DKMT_ESCAPE* arguments) {
+LONG WINAPI Escape(const d3dkmt::Escape* arguments) {
     WINHOST_GATE_CODE("D3DKMTEscape");
     GraphicsAdapter adapter;
     if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
-    if (arguments->Type != D3DKMT_ESCAPE_DRIVERPRIVATE) return kNotSupported;
+    if (arguments->Type != kToTheDriver) return kNotSupported;
     if (!arguments->pPrivateDriverData) return kInvalidParameter;
     return AnswerEscape(adapter, static_cast<char*>(arguments->pPrivateDriverData),
                         arguments->PrivateDriverDataSize);

@@ -8,22 +8,13 @@
 #include <algorithm>
 #include <string>
 
-#include "testbed/Utf8.h"
 #include "winhost/core/Gate.h"
+#include "winhost/core/WideText.h"
 #include "winhost/graphics/Adapters.h"
 #include "winhost/pc/Pc.h"
 
 namespace winhost {
 namespace {
-
-// Cuts what the description's check has not.
-template <size_t kRoom>
-void Copy(const std::string& text, WCHAR (&into)[kRoom]) {
-    const std::wstring wide = testbed::FromUtf8(text);
-    const size_t length = std::min(wide.size(), kRoom - 1);
-    std::copy_n(wide.begin(), length, into);
-    into[length] = L'\0';
-}
 
 class DxgiOutput final : public ComObject<IDXGIOutput, IID_IDXGIOutput, false> {
   public:
@@ -33,7 +24,7 @@ class DxgiOutput final : public ComObject<IDXGIOutput, IID_IDXGIOutput, false> {
         WINHOST_GATE_HRESULT("IDXGIOutput::GetDesc");
         if (!desc) return E_INVALIDARG;
         *desc = {};
-        Copy(m_deviceName, desc->DeviceName);
+        PutWide(desc->DeviceName, m_deviceName);
         const Screen screen = Pc::Instance().Description().screen;
         const LONG width = static_cast<LONG>(screen.width);
         desc->DesktopCoordinates.left = static_cast<LONG>(m_place) * width;
@@ -50,8 +41,12 @@ class DxgiOutput final : public ComObject<IDXGIOutput, IID_IDXGIOutput, false> {
     const size_t m_place;
 };
 
-class DxgiFactory final : public ComObject<IDXGIFactory, IID_IDXGIFactory, false> {
+// Answers to the earlier interface as well.
+class DxgiFactory final : public ComObject<IDXGIFactory1, IID_IDXGIFactory1, false> {
   public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppvObject) override {
+        return ComObject::QueryInterface(riid == IID_IDXGIFactory ? IID_IDXGIFactory1 : riid, ppvObject);
+    }
     HRESULT STDMETHODCALLTYPE EnumAdapters(UINT adapter_idx, IDXGIAdapter** adapter) override {
         WINHOST_GATE_HRESULT("IDXGIFactory::EnumAdapters");
         if (!adapter) return DXGI_ERROR_INVALID_CALL;
@@ -68,26 +63,9 @@ class DxgiFactory final : public ComObject<IDXGIFactory, IID_IDXGIFactory, false
     const std::vector<GraphicsAdapter> m_adapters = Pc::Instance().Description().graphicsAdapters;
 };
 
-// The same with the later interface.
-class DxgiFactory1 final : public ComObject<IDXGIFactory1, IID_IDXGIFactory1, false> {
-  public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppvObject) override {
-        return ComObject::QueryInterface(riid == IID_IDXGIFactory ? IID_IDXGIFactory1 : riid, ppvObject);
-    }
-    HRESULT STDMETHODCALLTYPE EnumAdapters(UINT adapter_idx, IDXGIAdapter** adapter) override {
-        return m_factory->EnumAdapters(adapter_idx, adapter);
-    }
-
-  private:
-    ~DxgiFactory1() override { m_factory->Release(); }
-
-    DxgiFactory* const m_factory = new DxgiFactory;
-};
-
-template <class Factory>
-HRESULT Create(REFIID riid, void** factory) {
+HRESULT MakeFactory(REFIID riid, void** factory) {
     if (!factory) return DXGI_ERROR_INVALID_CALL;
-    auto* made = new Factory;
+    auto* const made = new DxgiFactory;
     const HRESULT result = made->QueryInterface(riid, factory);
     made->Release();
     return result;
@@ -108,7 +86,7 @@ HRESULT DxgiAdapter::GetDesc(DXGI_ADAPTER_DESC* desc) {
     WINHOST_GATE_HRESULT("IDXGIAdapter::GetDesc");
     if (!desc) return E_INVALIDARG;
     *desc = {};
-    Copy(m_adapter.description, desc->Description);
+    PutWide(desc->Description, m_adapter.description);
     desc->VendorId = m_adapter.vendor;
     desc->DeviceId = m_adapter.device;
     desc->AdapterLuid = LuidOf(m_adapter.luid);
@@ -125,16 +103,16 @@ std::vector<Export> DxgiExports() {
 
 HRESULT CreateDXGIFactory(REFIID riid, void** factory) {
     WINHOST_GATE_HRESULT("CreateDXGIFactory");
-    return winhost::Create<winhost::DxgiFactory>(riid, factory);
+    return winhost::MakeFactory(riid, factory);
 }
 
 HRESULT CreateDXGIFactory1(REFIID riid, void** factory) {
     WINHOST_GATE_HRESULT("CreateDXGIFactory1");
-    return winhost::Create<winhost::DxgiFactory1>(riid, factory);
+    return winhost::MakeFactory(riid, factory);
 }
 
 HRESULT CreateDXGIFactory2(UINT flags, REFIID iid, void** factory) {
     WINHOST_GATE_HRESULT("CreateDXGIFactory2");
     if (flags != 0) return DXGI_ERROR_INVALID_CALL;
-    return winhost::Create<winhost::DxgiFactory1>(iid, factory);
+    return winhost::MakeFactory(iid, factory);
 }

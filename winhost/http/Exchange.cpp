@@ -12,14 +12,13 @@
 #include <string_view>
 #include <vector>
 
+#include <winhttp.h>
+
 #include "winhost/http/AwaitDescriptors.h"
 #include "winhost/pc/Pc.h"
 
 namespace winhost {
 namespace {
-
-constexpr uint32_t kTimeout = 12002, kInternalError = 12004, kNameNotResolved = 12007, kCannotConnect = 12029,
-                   kConnectionError = 12030, kSecureFailure = 12175;
 
 using Url = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
 
@@ -142,11 +141,11 @@ bool HttpExchange::SetUp(const std::string& host, uint16_t port, bool secure) {
 }
 
 uint32_t HttpExchange::Connect(const std::string& host, uint16_t port, bool secure) {
-    if (!SetUp(host, port, secure)) return kInternalError;
+    if (!SetUp(host, port, secure)) return ERROR_WINHTTP_INTERNAL_ERROR;
     EnterPhase(Phase::Resolve);
     for (;;) {
         int running = 0, left = 0;
-        if (curl_multi_perform(m_multi, &running) != CURLM_OK) return kInternalError;
+        if (curl_multi_perform(m_multi, &running) != CURLM_OK) return ERROR_WINHTTP_INTERNAL_ERROR;
         if (const CURLMsg* message = curl_multi_info_read(m_multi, &left)) {
             curl_easy_getinfo(m_easy, CURLINFO_ACTIVESOCKET, &m_socket);
             return message->data.result == CURLE_OK ? 0 : ErrorOf(message->data.result);
@@ -155,7 +154,7 @@ uint32_t HttpExchange::Connect(const std::string& host, uint16_t port, bool secu
         // curl has times of its own at which it wants to be called, such as for the next address of a host.
         long milliseconds = -1;
         curl_multi_timeout(m_multi, &milliseconds);
-        if (!AwaitDescriptors(DescriptorsOf(m_multi), m_deadline, milliseconds)) return kTimeout;
+        if (!AwaitDescriptors(DescriptorsOf(m_multi), m_deadline, milliseconds)) return ERROR_WINHTTP_TIMEOUT;
     }
 }
 
@@ -167,9 +166,9 @@ uint32_t HttpExchange::Send(const std::string& bytes) {
         const CURLcode code = curl_easy_send(m_easy, bytes.data() + sent, bytes.size() - sent, &count);
         sent += count;
         if (code == CURLE_AGAIN) {
-            if (!AwaitDescriptors({{m_socket, POLLOUT, 0}}, deadline, -1)) return kTimeout;
+            if (!AwaitDescriptors({{m_socket, POLLOUT, 0}}, deadline, -1)) return ERROR_WINHTTP_TIMEOUT;
         } else if (code != CURLE_OK) {
-            return kConnectionError;
+            return ERROR_WINHTTP_CONNECTION_ERROR;
         }
     }
     return 0;
@@ -178,23 +177,23 @@ uint32_t HttpExchange::Send(const std::string& bytes) {
 uint32_t HttpExchange::ErrorOf(CURLcode code) const {
     switch (code) {
         case CURLE_COULDNT_RESOLVE_HOST:
-            return kNameNotResolved;
+            return ERROR_WINHTTP_NAME_NOT_RESOLVED;
         case CURLE_COULDNT_CONNECT: {
             long error = 0;
             curl_easy_getinfo(m_easy, CURLINFO_OS_ERRNO, &error);
-            return error == ECONNRESET ? kConnectionError : kCannotConnect;
+            return error == ECONNRESET ? ERROR_WINHTTP_CONNECTION_ERROR : ERROR_WINHTTP_CANNOT_CONNECT;
         }
         case CURLE_OPERATION_TIMEDOUT:
-            return kTimeout;
+            return ERROR_WINHTTP_TIMEOUT;
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CACERT_BADFILE:
-            return kSecureFailure;
+            return ERROR_WINHTTP_SECURE_FAILURE;
         case CURLE_SSL_CONNECT_ERROR:
-            return TellsOfAnEnd(m_errorText) ? kConnectionError : kSecureFailure;
+            return TellsOfAnEnd(m_errorText) ? ERROR_WINHTTP_CONNECTION_ERROR : ERROR_WINHTTP_SECURE_FAILURE;
         case CURLE_OUT_OF_MEMORY:
-            return kInternalError;
+            return ERROR_WINHTTP_INTERNAL_ERROR;
         default:
-            return kConnectionError;
+            return ERROR_WINHTTP_CONNECTION_ERROR;
     }
 }
 

@@ -6,18 +6,13 @@
 #include <winerror.h>
 #include <wtypes.h>
 
-typedef enum tagCOINIT {
-    COINIT_APARTMENTTHREADED = 0x2,
-    COINIT_MULTITHREADED = 0x0,
-    COINIT_DISABLE_OLE1DDE = 0x4,
-    COINIT_SPEED_OVER_MEMORY = 0x8
-} COINIT;
+typedef enum tagCOINIT { COINIT_MULTITHREADED = 0x0 } COINIT;
 typedef enum tagEOLE_AUTHENTICATION_CAPABILITIES { EOAC_NONE = 0 } EOLE_AUTHENTICATION_CAPABILITIES;
 typedef struct tagSOLE_AUTHENTICATION_SERVICE SOLE_AUTHENTICATION_SERVICE;
 typedef PVOID PSECURITY_DESCRIPTOR;
 
-// S_FALSE when the calling thread is in the apartment already: that call too wants its CoUninitialize.
-// RPC_E_CHANGED_MODE when it is in one of the other kind.
+// The apartment of many threads alone: E_INVALIDARG. S_FALSE when the calling thread is in it already: that
+// call too wants its CoUninitialize.
 HRESULT CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit);
 void CoUninitialize();
 // Once in the life of the process's COM, and before any object of another process is met: RPC_E_TOO_LATE

@@ -21,7 +21,7 @@ struct ID3D11Device : public IUnknown {
 //
 // E_INVALIDARG for an adapter with another driver type, no adapter with D3D_DRIVER_TYPE_UNKNOWN, a software
 // device on a PC without one, another SDK version, and an empty list; DXGI_ERROR_UNSUPPORTED where no level
-// of the list is there, and for the other driver types and any flag; or the adapter's "direct3dError". Memory
+// of the list is there, and for the other driver types and any flag. Memory
 // for a device is not needed: `device` may be null, and S_FALSE says that one could be made. The context has
 // to be null: E_INVALIDARG.
 HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* adapter, D3D_DRIVER_TYPE driver_type, HMODULE swrast,

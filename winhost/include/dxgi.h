@@ -5,10 +5,7 @@
 #include <windef.h>
 #include <winerror.h>
 
-typedef enum DXGI_MODE_ROTATION {
-    DXGI_MODE_ROTATION_UNSPECIFIED = 0,
-    DXGI_MODE_ROTATION_IDENTITY = 1
-} DXGI_MODE_ROTATION;
+typedef enum DXGI_MODE_ROTATION { DXGI_MODE_ROTATION_IDENTITY = 1 } DXGI_MODE_ROTATION;
 
 typedef struct DXGI_ADAPTER_DESC {
     WCHAR Description[128];

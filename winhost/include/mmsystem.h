@@ -9,7 +9,6 @@ typedef UINT MMRESULT;
 #define TIMERR_NOERROR (0)
 #define TIMERR_NOCANDO (TIMERR_BASE + 1)
 
-// Milliseconds. TIMERR_NOCANDO below the PC's "timerPeriod", and for the end of a period that has not begun.
-// It is counted and has no effect: waits are as exact as those of Linux.
+// Milliseconds. TIMERR_NOCANDO below the PC's "timerPeriod". It has no effect: waits are as exact as those of
+// Linux.
 MMRESULT timeBeginPeriod(UINT uPeriod);
-MMRESULT timeEndPeriod(UINT uPeriod);

@@ -10,7 +10,6 @@ typedef DWORD(WINAPI* LPTHREAD_START_ROUTINE)(LPVOID lpThreadParameter);
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE routine,
                     LPVOID parameter, DWORD flags, LPDWORD threadId);
 
-HANDLE GetCurrentThread();
 // A thread of this process that has made a call, until it ends; else ERROR_INVALID_PARAMETER. Any access is
 // granted, as by OpenProcess. The handle is signalled when the thread has ended.
 HANDLE OpenThread(DWORD access, BOOL inheritHandle, DWORD threadId);
@@ -18,10 +17,8 @@ HANDLE OpenThread(DWORD access, BOOL inheritHandle, DWORD threadId);
 // call does not wait for that. Its pending requests are cancelled, its mutexes (CreateMutex) are abandoned,
 // and all else stays as it is: no destructor of a local object runs, and other locks stay locked. A thread
 // that blocks in accept, recv, send or connect, or outside of these calls, ends when that returns; the
-// destructors of its thread_local objects run.
+// destructors of its thread_local objects run. No call here asks for the exit code.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
-// Needs THREAD_QUERY_INFORMATION or THREAD_QUERY_LIMITED_INFORMATION. STILL_ACTIVE until it has ended.
-BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode);
 
 // ---- processes ----
 

@@ -15,7 +15,6 @@
 
 #define INVALID_HANDLE_VALUE ((HANDLE)(LONG_PTR)-1)
 #define INFINITE 0xffffffff
-#define STILL_ACTIVE ((DWORD)0x103)
 #define WAIT_OBJECT_0 ((STATUS_WAIT_0) + 0)
 #define WAIT_ABANDONED ((STATUS_ABANDONED_WAIT_0) + 0)
 #define WAIT_FAILED ((DWORD)0xffffffff)
@@ -23,7 +22,8 @@
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
-// Any object of the table that CloseHandle is for. Pseudo handles (-1, -2) are left alone, successfully.
+// Any object of the table that CloseHandle is for. The pseudo handle of the process (-1) is left alone,
+// successfully.
 BOOL CloseHandle(HANDLE object);
 
 // Security attributes mean nothing here. A name is known to this process alone. When an event of the name

@@ -15,56 +15,23 @@ typedef WCHAR* LPWSTR;
 #define WLAN_NOTIFICATION_SOURCE_MSM L2_NOTIFICATION_SOURCE_WLAN_MSM
 
 typedef enum _WLAN_NOTIFICATION_ACM {
-    wlan_notification_acm_start = 0,
-    wlan_notification_acm_autoconf_enabled = 1,
-    wlan_notification_acm_autoconf_disabled = 2,
-    wlan_notification_acm_background_scan_enabled = 3,
-    wlan_notification_acm_background_scan_disabled = 4,
-    wlan_notification_acm_bss_type_change = 5,
-    wlan_notification_acm_power_setting_change = 6,
     wlan_notification_acm_scan_complete = 7,
-    wlan_notification_acm_scan_fail = 8,
     wlan_notification_acm_connection_start = 9,
     wlan_notification_acm_connection_complete = 10,
-    wlan_notification_acm_connection_attempt_fail = 11,
-    wlan_notification_acm_filter_list_change = 12,
-    wlan_notification_acm_interface_arrival = 13,
-    wlan_notification_acm_interface_removal = 14,
     wlan_notification_acm_profile_change = 15,
-    wlan_notification_acm_profile_name_change = 16,
-    wlan_notification_acm_profiles_exhausted = 17,
-    wlan_notification_acm_network_not_available = 18,
-    wlan_notification_acm_network_available = 19,
     wlan_notification_acm_disconnecting = 20,
     wlan_notification_acm_disconnected = 21,
-    wlan_notification_acm_adhoc_network_state_change = 22,
-    wlan_notification_acm_profile_unblocked = 23,
-    wlan_notification_acm_screen_power_change = 24,
-    wlan_notification_acm_profile_blocked = 25,
     wlan_notification_acm_scan_list_refresh = 26,
-    wlan_notification_acm_operational_state_change = 27,
-    wlan_notification_acm_end = 28
 } WLAN_NOTIFICATION_ACM;
 
 typedef enum _WLAN_NOTIFICATION_MSM {
-    wlan_notification_msm_start = 0,
     wlan_notification_msm_associating = 1,
     wlan_notification_msm_associated = 2,
     wlan_notification_msm_authenticating = 3,
     wlan_notification_msm_connected = 4,
     wlan_notification_msm_roaming_start = 5,
     wlan_notification_msm_roaming_end = 6,
-    wlan_notification_msm_radio_state_change = 7,
-    wlan_notification_msm_signal_quality_change = 8,
-    wlan_notification_msm_disassociating = 9,
     wlan_notification_msm_disconnected = 10,
-    wlan_notification_msm_peer_join = 11,
-    wlan_notification_msm_peer_leave = 12,
-    wlan_notification_msm_adapter_removal = 13,
-    wlan_notification_msm_adapter_operation_mode_change = 14,
-    wlan_notification_msm_link_degraded = 15,
-    wlan_notification_msm_link_improved = 16,
-    wlan_notification_msm_end = 17
 } WLAN_NOTIFICATION_MSM;
 
 typedef enum _WLAN_INTERFACE_STATE {
@@ -199,7 +166,7 @@ DWORD WINAPI WlanQueryInterface(HANDLE hClientHandle, const GUID* pInterfaceGuid
                                 PVOID pReserved, PDWORD pdwDataSize, PVOID* ppData,
                                 PWLAN_OPCODE_VALUE_TYPE pWlanOpcodeValueType);
 // The profile as XML. Its key is plain only with bit 2 of *pdwFlags, and protected otherwise. ERROR_NOT_FOUND
-// for a profile that does not exist, or whose file cannot be read. WlanFreeMemory frees the text.
+// for a profile that does not exist. WlanFreeMemory frees the text.
 DWORD WINAPI WlanGetProfile(HANDLE hClientHandle, const GUID* pInterfaceGuid, LPCWSTR strProfileName,
                             PVOID pReserved, LPWSTR* pstrProfileXml, DWORD* pdwFlags,
                             PDWORD pdwGrantedAccess);

@@ -17,14 +17,12 @@ typedef enum _DOT11_AUTH_ALGORITHM {
     DOT11_AUTH_ALGO_80211_SHARED_KEY = 2,
     DOT11_AUTH_ALGO_WPA = 3,
     DOT11_AUTH_ALGO_WPA_PSK = 4,
-    DOT11_AUTH_ALGO_WPA_NONE = 5,
     DOT11_AUTH_ALGO_RSNA = 6,
     DOT11_AUTH_ALGO_RSNA_PSK = 7,
     DOT11_AUTH_ALGO_WPA3 = 8,
     DOT11_AUTH_ALGO_WPA3_SAE = 9,
     DOT11_AUTH_ALGO_OWE = 10,
     DOT11_AUTH_ALGO_IHV_START = (int)0x80000000,
-    DOT11_AUTH_ALGO_IHV_END = (int)0xFFFFFFFF
 } DOT11_AUTH_ALGORITHM;
 
 typedef enum _DOT11_CIPHER_ALGORITHM {
@@ -34,7 +32,6 @@ typedef enum _DOT11_CIPHER_ALGORITHM {
     DOT11_CIPHER_ALGO_GCMP_256 = 9,
     DOT11_CIPHER_ALGO_WEP = 0x101,
     DOT11_CIPHER_ALGO_IHV_START = (int)0x80000000,
-    DOT11_CIPHER_ALGO_IHV_END = (int)0xFFFFFFFF
 } DOT11_CIPHER_ALGORITHM;
 
 typedef enum _DOT11_BSS_TYPE {
@@ -46,9 +43,5 @@ typedef enum _DOT11_BSS_TYPE {
 typedef UCHAR DOT11_MAC_ADDRESS[6];
 
 typedef enum _DOT11_PHY_TYPE {
-    dot11_phy_type_unknown = 0,
-    dot11_phy_type_ht = 7,
     dot11_phy_type_vht = 8,
-    dot11_phy_type_IHV_start = (int)0x80000000,
-    dot11_phy_type_IHV_end = (int)0xFFFFFFFF
 } DOT11_PHY_TYPE;

@@ -7,7 +7,6 @@
 #include "winhost/io/FileObject.h"
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/io/MailboxHandle.h"
-#include "winhost/io/NtStatus.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/pipe/PipeClient.h"
 
@@ -22,21 +21,12 @@ using winhost::SynchronousFile;
 
 namespace {
 
-// Asks those who may know the name in turn; each leaves what is not its own at ERROR_FILE_NOT_FOUND.
-DWORD OpenDevice(const std::string& name, DWORD access, std::shared_ptr<FileObject>& file) {
-    constexpr decltype(&winhost::OpenMailbox) kOpeners[] = {winhost::OpenMailbox};
-    DWORD error = ERROR_FILE_NOT_FOUND;
-    for (const auto opener : kOpeners)
-        if ((error = opener(name, access, file)) != ERROR_FILE_NOT_FOUND) break;
-    return error;
-}
-
 DWORD Open(const std::string& name, DWORD access, DWORD flags, std::shared_ptr<FileObject>& file) {
     const bool overlapped = flags & FILE_FLAG_OVERLAPPED;
     if (winhost::IsPipeName(name))
         return flags & ~DWORD{FILE_ATTRIBUTE_NORMAL} ? static_cast<DWORD>(ERROR_NOT_SUPPORTED)
                                                      : winhost::OpenPipe(name, access, file);
-    return overlapped ? OpenDevice(name, access, file) : static_cast<DWORD>(ERROR_NOT_SUPPORTED);
+    return overlapped ? winhost::OpenMailbox(name, access, file) : static_cast<DWORD>(ERROR_NOT_SUPPORTED);
 }
 
 // What the call answers: TRUE when the request has ended already, and else FALSE with the reason.

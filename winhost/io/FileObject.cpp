@@ -2,8 +2,6 @@
 
 #include <atomic>
 
-#include "winhost/io/NtStatus.h"
-
 namespace winhost {
 
 OverlappedRequest::~OverlappedRequest() {
@@ -31,7 +29,7 @@ DWORD OverlappedRequest::Begin(OverlappedFile& file, OVERLAPPED* overlapped) {
 
 void OverlappedRequest::Complete(DWORD error, DWORD bytes) {
     m_overlapped->InternalHigh = bytes;
-    std::atomic_ref(m_overlapped->Internal).store(NtStatusOf(error), std::memory_order_release);
+    std::atomic_ref(m_overlapped->Internal).store(StatusOf(error), std::memory_order_release);
     if (const auto event = std::move(m_event)) event->EndRequest(true);
     if (m_port) m_port->Post({m_key, m_overlapped, error, bytes});
 }

@@ -1,6 +1,6 @@
 // What is read and written by its handle, and the requests made of it. A new kind of device is a class
-// derived from OverlappedFile and a row in the list of openers in FileCalls.cpp; handles that block are of a
-// class derived from SynchronousFile.
+// derived from OverlappedFile that FileCalls.cpp opens; handles that block are of a class derived from
+// SynchronousFile.
 #pragma once
 
 #include <memory>
@@ -14,6 +14,17 @@
 #include "winhost/kernel/Event.h"
 
 namespace winhost {
+
+// The status that an OVERLAPPED holds for a Win32 error: it stands in the facility that is made for these. A
+// number that no error has counts as ERROR_MR_MID_NOT_FOUND.
+inline ULONG_PTR StatusOf(DWORD error) {
+    constexpr DWORD kWin32Facility = 0xC0070000, kHighestError = 0xFFFF;
+    if (error == ERROR_SUCCESS) return 0;
+    return kWin32Facility | (error <= kHighestError ? error : DWORD{ERROR_MR_MID_NOT_FOUND});
+}
+inline DWORD ErrorOf(ULONG_PTR status) {
+    return static_cast<DWORD>(status & 0xFFFF);
+}
 
 class OverlappedFile;
 

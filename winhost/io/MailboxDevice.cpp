@@ -4,10 +4,10 @@
 #include <netinet/tcp.h>
 #include <strings.h>
 
-#include <charconv>
 #include <string_view>
 #include <utility>
 
+#include "testbed/Numbers.h"
 #include "testbed/Sockets.h"
 #include "winhost/io/MailboxHandle.h"
 #include "winhost/pc/Pc.h"
@@ -20,10 +20,9 @@ namespace {
 constexpr int kSendBuffer = 1 << 20;
 
 testbed::Descriptor ConnectTcp(std::string_view port) {
-    uint16_t number = 0;
-    const auto parsed = std::from_chars(port.data(), port.data() + port.size(), number);
-    if (parsed.ec != std::errc() || parsed.ptr != port.data() + port.size()) return {};
-    testbed::Descriptor socket = testbed::ConnectTcp(number);
+    const auto number = testbed::ParseNumber<uint16_t>(port);
+    if (!number) return {};
+    testbed::Descriptor socket = testbed::ConnectTcp(*number);
     const int on = 1;
     if (socket) setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return socket;

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
-#include <sstream>
 #include <string_view>
 #include <vector>
 
@@ -18,14 +17,14 @@
 #include "winhost/core/Results.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/ProcessList.h"
+#include "winhost/process/ProgramSearch.h"
 
 namespace winhost {
 namespace {
 
 struct Library {
-    std::string name;            // "luxrt64.dll", without its folder
-    std::filesystem::path file;  // of Linux
-    void* object = nullptr;      // of dlopen
+    std::string name;        // "luxrt64.dll"
+    void* object = nullptr;  // of dlopen
     unsigned holds = 0;
 };
 
@@ -45,21 +44,6 @@ Libraries& TheLibraries() {
     return libraries;
 }
 
-bool HasFolder(const std::string& name) {
-    return name.find_first_of("\\/:") != std::string::npos;
-}
-
-std::string BaseName(const std::string& name) {
-    return name.substr(name.find_last_of("\\/:") + 1);
-}
-
-// A name without an ending gets one, except when it ends with a dot.
-std::string WithEnding(std::string name) {
-    if (BaseName(name).find('.') == std::string::npos) return name + ".dll";
-    if (name.back() == '.') name.pop_back();
-    return name;
-}
-
 // The folder of a Windows path, or of a Linux one.
 std::string FolderOf(const std::string& path) {
     const size_t end = path.find_last_of("\\/");
@@ -71,12 +55,8 @@ std::vector<std::string> SearchedFolders() {
     std::vector<std::string> folders = {FolderOf(OwnPath())};
     folders.insert(folders.end(), pc.libraryFolders.begin(), pc.libraryFolders.end());
     folders.insert(folders.end(), {"C:\\Windows\\System32", "C:\\Windows", "."});
-    for (const auto& [variable, value] : pc.environment) {
-        if (strcasecmp(variable.c_str(), "PATH") != 0) continue;
-        std::istringstream list(value);
-        for (std::string folder; std::getline(list, folder, ';');)
-            if (!folder.empty()) folders.push_back(folder);
-    }
+    const std::vector<std::string> path = SearchPath();
+    folders.insert(folders.end(), path.begin(), path.end());
     return folders;
 }
 
@@ -92,7 +72,6 @@ std::filesystem::path FileIn(const std::filesystem::path& folder, const std::str
 }
 
 std::filesystem::path FileOf(const std::string& name) {
-    if (HasFolder(name)) return FileIn(Pc::Instance().HostPath(FolderOf(name)), BaseName(name));
     for (const std::string& folder : SearchedFolders()) {
         auto file = FileIn(Pc::Instance().HostPath(folder), name);
         if (!file.empty()) return file;
@@ -111,12 +90,9 @@ DWORD ErrorOfLoading(const std::filesystem::path& file) {
 }
 
 // The caller holds the mutex.
-HMODULE FindLoaded(const Libraries& libraries, const std::string& name, const std::filesystem::path& file) {
-    for (const auto& [handle, library] : libraries.loaded) {
-        const bool same =
-            file.empty() ? strcasecmp(library.name.c_str(), name.c_str()) == 0 : library.file == file;
-        if (same) return handle;
-    }
+HMODULE FindLoaded(const Libraries& libraries, const std::string& name) {
+    for (const auto& [handle, library] : libraries.loaded)
+        if (strcasecmp(library.name.c_str(), name.c_str()) == 0) return handle;
     return nullptr;
 }
 
@@ -127,33 +103,28 @@ const link_map* MapOf(void* object) {
 
 }  // namespace
 
-HMODULE LoadSharedObject(const std::string& given) {
-    const std::string name = WithEnding(given);
+HMODULE LoadSharedObject(const std::string& name) {
     Libraries& libraries = TheLibraries();
     // Held while the library's constructors run, as on Windows.
     std::lock_guard lock(libraries.mutex);
-    HMODULE handle = HasFolder(name) ? nullptr : FindLoaded(libraries, name, {});
+    HMODULE handle = FindLoaded(libraries, name);
     if (!handle) {
         const auto file = FileOf(name);
         if (file.empty()) return Fail(ERROR_MOD_NOT_FOUND, nullptr);
-        handle = FindLoaded(libraries, name, file);
-        if (!handle) {
-            void* object = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-            if (!object) return Fail(ErrorOfLoading(file), nullptr);
-            handle = reinterpret_cast<HMODULE>(libraries.next);
-            libraries.next += Libraries::kStep;
-            libraries.loaded[handle] = {BaseName(name), file, object, 0};
-        }
+        void* object = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (!object) return Fail(ErrorOfLoading(file), nullptr);
+        handle = reinterpret_cast<HMODULE>(libraries.next);
+        libraries.next += Libraries::kStep;
+        libraries.loaded[handle] = {name, object, 0};
     }
     ++libraries.loaded[handle].holds;
     return handle;
 }
 
-HMODULE FindSharedObject(const std::string& given) {
-    const std::string name = WithEnding(given);
+HMODULE FindSharedObject(const std::string& name) {
     Libraries& libraries = TheLibraries();
     std::lock_guard lock(libraries.mutex);
-    return HasFolder(name) ? nullptr : FindLoaded(libraries, name, {});
+    return FindLoaded(libraries, name);
 }
 
 bool IsSharedObject(HMODULE module) {

@@ -13,8 +13,9 @@ namespace winhost {
 // missing), ERROR_PROC_NOT_FOUND (a function that it needs is missing), ERROR_ACCESS_DENIED,
 // ERROR_BAD_EXE_FORMAT.
 //
-// A name without a folder is that of a loaded library, or is searched: in the executable's folder, the PC's
-// "libraryFolders", C:\Windows\System32, C:\Windows, the current folder, and the PC's PATH.
+// The name, without a folder and with its ending, is that of a loaded library, or is searched: in the
+// executable's folder, the PC's "libraryFolders", C:\Windows\System32, C:\Windows, the current folder, and
+// the PC's PATH.
 HMODULE LoadSharedObject(const std::string& name);
 // Null for a library that is not loaded; takes no hold on it.
 HMODULE FindSharedObject(const std::string& name);

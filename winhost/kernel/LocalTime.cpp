@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr int64_t kTicksPerSecond = 10'000'000;
-constexpr int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 constexpr time_t kEndOfYear3000 = 32'535'215'999;
 constexpr size_t kTextSize = 26;
 
@@ -103,8 +101,7 @@ errno_t ToCalendar(struct tm* calendar, const time_t* time, const Zone& zone) {
 
 __time64_t _time64(__time64_t* time) {
     WINHOST_GATE_PASS("_time64");
-    const auto now = static_cast<int64_t>(winhost::Clock::Instance().FileTime()) / kTicksPerSecond -
-                     kSecondsFrom1601To1970;
+    const __time64_t now = winhost::Clock::Instance().UnixTime();
     if (time) *time = now;
     return now;
 }

@@ -47,18 +47,13 @@ const char* TextOf(DWORD number) {
     return nullptr;
 }
 
-// The system's own language, whichever way it is asked for.
-bool IsOwnLanguage(DWORD language) {
-    return language == 0 || language == MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT) || language == kEnglish;
-}
-
 }  // namespace
 
 DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD number, DWORD language, LPSTR buffer, DWORD size, va_list*) {
     WINHOST_GATE("FormatMessageA", 0);
     if (!buffer) return Fail(ERROR_INVALID_PARAMETER, DWORD{0});
     if (flags != kAnswered) return Fail(ERROR_NOT_SUPPORTED, DWORD{0});
-    if (!IsOwnLanguage(language)) return Fail(ERROR_RESOURCE_LANG_NOT_FOUND, DWORD{0});
+    if (language != 0) return Fail(ERROR_RESOURCE_LANG_NOT_FOUND, DWORD{0});
     const char* line = TextOf(number);
     if (!line) return Fail(ERROR_MR_MID_NOT_FOUND, DWORD{0});
     const std::string text = std::string(line) + "\r\n";

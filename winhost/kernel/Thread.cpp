@@ -19,8 +19,6 @@
 namespace winhost {
 namespace {
 
-const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-2));
-
 struct Threads {
     std::mutex mutex;
     std::map<DWORD, std::shared_ptr<Thread>> byId;
@@ -86,11 +84,6 @@ std::shared_ptr<Thread> FindThread(DWORD id) {
     return found == TheThreads().byId.end() ? nullptr : found->second;
 }
 
-std::shared_ptr<ThreadHandle> FindThreadHandle(HANDLE handle) {
-    if (handle != kCurrentThread) return HandleTable::Instance().Find<ThreadHandle>(handle);
-    return std::make_shared<ThreadHandle>(FindThread(static_cast<DWORD>(gettid())), THREAD_ALL_ACCESS);
-}
-
 }  // namespace
 
 void Thread::End() {
@@ -99,11 +92,6 @@ void Thread::End() {
         m_ended = true;
     }
     m_signalled.notify_all();
-}
-
-bool Thread::HasEnded() {
-    std::lock_guard lock(m_mutex);
-    return m_ended;
 }
 
 DWORD ThreadHandle::Wait(Clock::Deadline deadline) {
@@ -134,9 +122,7 @@ namespace {
 constexpr DWORD kGenericRights = GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL;
 
 HANDLE AddHandle(std::shared_ptr<Thread> thread, DWORD access) {
-    const HANDLE handle =
-        HandleTable::Instance().Add(std::make_shared<ThreadHandle>(std::move(thread), access));
-    return handle ? handle : Fail(ERROR_NO_SYSTEM_RESOURCES, nullptr);
+    return winhost::AddHandle(std::make_shared<ThreadHandle>(std::move(thread), access));
 }
 
 }  // namespace
@@ -146,7 +132,7 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routin
     WINHOST_GATE("CreateThread", nullptr);
     if (!routine || flags != 0) return Fail(routine ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER, nullptr);
     const auto thread = std::make_shared<Thread>();
-    const HANDLE handle = AddHandle(thread, THREAD_ALL_ACCESS);
+    const HANDLE handle = AddHandle(thread, THREAD_TERMINATE | SYNCHRONIZE);
     if (!handle) return nullptr;
     std::promise<DWORD> id;
     std::future<DWORD> started = id.get_future();
@@ -154,7 +140,7 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routin
         std::thread([thread, routine, parameter, id = std::move(id)]() mutable {
             winhost::Adopt(thread);
             id.set_value(GetCurrentThreadId());
-            thread->SetExitCode(routine(parameter));
+            routine(parameter);
         }).detach();
     } catch (const std::system_error&) {
         HandleTable::Instance().Close<ThreadHandle>(handle);
@@ -165,11 +151,6 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE routin
     return handle;
 }
 
-HANDLE GetCurrentThread() {
-    WINHOST_GATE_PASS("GetCurrentThread");
-    return winhost::kCurrentThread;
-}
-
 HANDLE OpenThread(DWORD access, BOOL inheritHandle, DWORD threadId) {
     WINHOST_GATE("OpenThread", nullptr);
     if (inheritHandle || access & kGenericRights) return Fail(ERROR_NOT_SUPPORTED, nullptr);
@@ -177,21 +158,11 @@ HANDLE OpenThread(DWORD access, BOOL inheritHandle, DWORD threadId) {
     return thread ? AddHandle(std::move(thread), access) : Fail(ERROR_INVALID_PARAMETER, nullptr);
 }
 
-BOOL TerminateThread(HANDLE handle, DWORD exitCode) {
+BOOL TerminateThread(HANDLE handle, DWORD) {
     WINHOST_GATE("TerminateThread", FALSE);
-    const auto thread = winhost::FindThreadHandle(handle);
+    const auto thread = HandleTable::Instance().Find<ThreadHandle>(handle);
     if (!thread) return Fail(ERROR_INVALID_HANDLE);
     if (!thread->Allows(THREAD_TERMINATE)) return Fail(ERROR_ACCESS_DENIED);
-    if (!thread->Named().HasEnded()) thread->Named().Terminate(exitCode);
-    return TRUE;
-}
-
-BOOL GetExitCodeThread(HANDLE handle, LPDWORD exitCode) {
-    WINHOST_GATE("GetExitCodeThread", FALSE);
-    const auto thread = winhost::FindThreadHandle(handle);
-    if (!thread) return Fail(ERROR_INVALID_HANDLE);
-    if (!thread->Allows(THREAD_QUERY_INFORMATION) && !thread->Allows(THREAD_QUERY_LIMITED_INFORMATION))
-        return Fail(ERROR_ACCESS_DENIED);
-    *exitCode = thread->Named().HasEnded() ? thread->Named().ExitCode() : STILL_ACTIVE;
+    thread->Named().Terminate();
     return TRUE;
 }

@@ -13,7 +13,6 @@ namespace winhost {
 class Thread : public WaitableObject, public CallingThread {
   public:
     void End();
-    bool HasEnded();
 
   private:
     Taken TryTake() override { return m_ended ? Taken::Yes : Taken::No; }

@@ -8,8 +8,8 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
+#include "winhost/core/WideText.h"
 #include "winhost/kernel/ZoneRules.h"
-#include "testbed/Utf8.h"
 #include "winhost/pc/Pc.h"
 
 using winhost::Clock;
@@ -41,10 +41,8 @@ Zone ZoneOf(const winhost::PcDescription& pc) {
         information.DaylightDate = TransitionDate(zone.rules.daylightStart);
         information.StandardDate = TransitionDate(zone.rules.standardStart);
     }
-    const std::wstring name = testbed::FromUtf8(pc.timeZoneName);
-    const size_t length = std::min(name.size(), std::size(information.StandardName) - 1);
-    std::copy_n(name.begin(), length, information.StandardName);
-    std::copy_n(name.begin(), length, information.DaylightName);
+    winhost::PutWide(information.StandardName, pc.timeZoneName);
+    winhost::PutWide(information.DaylightName, pc.timeZoneName);
     return zone;
 }
 
@@ -61,14 +59,6 @@ const Zone& LocalZone() {
         revision = now;
     }
     return zone;
-}
-
-constexpr int64_t kTicksPerSecond = 10'000'000;
-
-// Seconds since 1970.
-int64_t SecondsOf(uint64_t fileTime) {
-    constexpr int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-    return static_cast<int64_t>(fileTime) / kTicksPerSecond - kSecondsFrom1601To1970;
 }
 
 SYSTEMTIME FromFileTime(uint64_t fileTime) {
@@ -95,9 +85,9 @@ SYSTEMTIME FromFileTime(uint64_t fileTime) {
 
 void GetLocalTime(LPSYSTEMTIME time) {
     WINHOST_CALL("GetLocalTime");
-    const uint64_t now = Clock::Instance().FileTime();
-    const int64_t east = LocalZone().rules.SecondsEast(SecondsOf(now));
-    *time = FromFileTime(now + static_cast<uint64_t>(east * kTicksPerSecond));
+    const Clock& clock = Clock::Instance();
+    const int64_t ticksEast = LocalZone().rules.SecondsEast(clock.UnixTime()) * 10'000'000;
+    *time = FromFileTime(clock.FileTime() + static_cast<uint64_t>(ticksEast));
 }
 
 void GetSystemTimeAsFileTime(LPFILETIME time) {
@@ -123,6 +113,5 @@ DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone) {
     const Zone& local = LocalZone();
     *zone = local.information;
     if (!local.rules.HasSummerTime()) return TIME_ZONE_ID_UNKNOWN;
-    return local.rules.IsSummer(SecondsOf(Clock::Instance().FileTime())) ? TIME_ZONE_ID_DAYLIGHT
-                                                                         : TIME_ZONE_ID_STANDARD;
+    return local.rules.IsSummer(Clock::Instance().UnixTime()) ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
 }

@@ -16,8 +16,7 @@ namespace {
 thread_local DWORD t_lastError = 0;
 
 bool IsPseudoHandle(HANDLE handle) {
-    const auto value = reinterpret_cast<intptr_t>(handle);
-    return value == -1 || value == -2;
+    return reinterpret_cast<intptr_t>(handle) == -1;
 }
 
 }  // namespace

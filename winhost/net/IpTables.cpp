@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "winhost/core/Gate.h"
-#include "testbed/Utf8.h"
+#include "winhost/core/WideText.h"
 #include "winhost/net/IpFields.h"
 #include "winhost/net/NetworkSource.h"
 
@@ -14,7 +14,7 @@ using winhost::AdapterAddress;
 
 namespace {
 
-constexpr const wchar_t* kDevicePrefix = L"\\DEVICE\\TCPIP_";
+constexpr const char* kDevicePrefix = "\\DEVICE\\TCPIP_";
 constexpr DWORD kBroadcastOfOnes = 1;
 constexpr DWORD kReassemblySize = 65535;
 
@@ -46,8 +46,7 @@ std::vector<MIB_IPADDRROW> AddressRows(const std::vector<Adapter>& adapters) {
 
 void Fill(MIB_IFROW& row, const Adapter& adapter) {
     row = {};
-    const std::wstring name = kDevicePrefix + testbed::FromUtf8(adapter.name);
-    std::copy_n(name.begin(), std::min(name.size(), std::size(row.wszName) - 1), row.wszName);
+    winhost::PutWide(row.wszName, kDevicePrefix + adapter.name);
     row.dwIndex = adapter.index;
     row.dwType = adapter.type;
     row.dwMtu = adapter.mtu;
@@ -84,30 +83,16 @@ DWORD HandOver(const std::vector<Row>& rows, Table* table, PULONG size) {
 DWORD GetIpAddrTable(PMIB_IPADDRTABLE pIpAddrTable, PULONG pdwSize, BOOL bOrder) {
     WINHOST_GATE_CODE("GetIpAddrTable");
     if (!pdwSize) return ERROR_INVALID_PARAMETER;
-    return winhost::Guarded([&] {
-        auto rows = AddressRows(winhost::Adapters());
-        if (bOrder) {
-            std::stable_sort(rows.begin(), rows.end(), [](const MIB_IPADDRROW& a, const MIB_IPADDRROW& b) {
-                return std::lexicographical_compare(
-                    reinterpret_cast<const BYTE*>(&a.dwAddr), reinterpret_cast<const BYTE*>(&a.dwAddr + 1),
-                    reinterpret_cast<const BYTE*>(&b.dwAddr), reinterpret_cast<const BYTE*>(&b.dwAddr + 1));
-            });
-        }
-        return HandOver(rows, pIpAddrTable, pdwSize);
-    });
+    if (bOrder) return ERROR_NOT_SUPPORTED;
+    return winhost::Guarded(
+        [&] { return HandOver(AddressRows(winhost::Adapters()), pIpAddrTable, pdwSize); });
 }
 
 DWORD GetIfTable(PMIB_IFTABLE pIfTable, PULONG pdwSize, BOOL bOrder) {
     WINHOST_GATE_CODE("GetIfTable");
     if (!pdwSize) return ERROR_INVALID_PARAMETER;
-    return winhost::Guarded([&] {
-        auto rows = InterfaceRows(winhost::Adapters());
-        if (bOrder) {
-            std::stable_sort(rows.begin(), rows.end(),
-                             [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
-        }
-        return HandOver(rows, pIfTable, pdwSize);
-    });
+    if (bOrder) return ERROR_NOT_SUPPORTED;
+    return winhost::Guarded([&] { return HandOver(InterfaceRows(winhost::Adapters()), pIfTable, pdwSize); });
 }
 
 DWORD GetIfEntry(PMIB_IFROW pIfRow) {

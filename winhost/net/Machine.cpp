@@ -22,38 +22,12 @@
 namespace winhost {
 namespace {
 
-constexpr uint32_t kOther = 1, kEthernet = 6, kTokenRing = 9, kPpp = 23, kLoopback = 24, kAtm = 37,
-                   kWireless = 71;
-constexpr uint32_t kTunnel = 131, kFirewire = 144;
+constexpr uint32_t kOther = 1, kEthernet = 6, kLoopback = 24, kWireless = 71;
 constexpr uint32_t kNonOperational = 0, kDisconnected = 2, kConnecting = 3, kOperational = 5;
 
 uint32_t TypeOf(uint16_t hardware) {
-    switch (hardware) {
-        case ARPHRD_ETHER:
-            return kEthernet;
-        case ARPHRD_LOOPBACK:
-            return kLoopback;
-        case ARPHRD_PRONET:
-        case ARPHRD_IEEE802_TR:
-            return kTokenRing;
-        case ARPHRD_PPP:
-            return kPpp;
-        case ARPHRD_ATM:
-            return kAtm;
-        case ARPHRD_IEEE80211:
-            return kWireless;
-        case ARPHRD_IEEE1394:
-            return kFirewire;
-        case ARPHRD_TUNNEL:
-        case ARPHRD_TUNNEL6:
-        case ARPHRD_SIT:
-        case ARPHRD_IPGRE:
-        case ARPHRD_IP6GRE:
-        case ARPHRD_NONE:
-            return kTunnel;
-        default:
-            return kOther;
-    }
+    if (hardware == ARPHRD_ETHER) return kEthernet;
+    return hardware == ARPHRD_LOOPBACK ? kLoopback : kOther;
 }
 
 uint32_t StatusOf(unsigned flags, uint32_t state) {
@@ -154,16 +128,6 @@ struct DefaultRoute {
     std::string gateway;  // empty on a point-to-point link
 };
 
-void AddHops(const Attributes& attributes, std::vector<DefaultRoute>& routes) {
-    if (attributes.Has(RTA_OIF)) {
-        routes.push_back(
-            {attributes.Number(RTA_OIF), attributes.Number(RTA_PRIORITY), attributes.Address(RTA_GATEWAY)});
-    }
-    attributes.ForEachHop(RTA_MULTIPATH, [&](uint32_t index, const Attributes& hop) {
-        routes.push_back({index, attributes.Number(RTA_PRIORITY), hop.Address(RTA_GATEWAY)});
-    });
-}
-
 std::vector<DefaultRoute> DefaultRoutes(Netlink& kernel) {
     std::vector<DefaultRoute> routes;
     kernel.Dump<rtmsg>(
@@ -172,7 +136,10 @@ std::vector<DefaultRoute> DefaultRoutes(Netlink& kernel) {
             const uint32_t table = attributes.Has(RTA_TABLE) ? attributes.Number(RTA_TABLE) : row.rtm_table;
             const bool isDefault = row.rtm_family == AF_INET && row.rtm_dst_len == 0 &&
                                    row.rtm_type == RTN_UNICAST && table == RT_TABLE_MAIN;
-            if (isDefault && !(row.rtm_flags & (RTNH_F_DEAD | RTNH_F_LINKDOWN))) AddHops(attributes, routes);
+            const bool isUsable = !(row.rtm_flags & (RTNH_F_DEAD | RTNH_F_LINKDOWN));
+            if (isDefault && isUsable)
+                routes.push_back({attributes.Number(RTA_OIF), attributes.Number(RTA_PRIORITY),
+                                  attributes.Address(RTA_GATEWAY)});
         });
     std::stable_sort(routes.begin(), routes.end(),
                      [](const DefaultRoute& a, const DefaultRoute& b) { return a.metric < b.metric; });
@@ -199,24 +166,6 @@ std::vector<Adapter> MachineAdapters() {
     for (auto& [index, adapter] : adapters)
         list.push_back(std::move(adapter));
     return list;
-}
-
-std::optional<Adapter> MachineAdapter(uint32_t index) {
-    ifinfomsg link{};
-    link.ifi_index = static_cast<int>(index);
-    std::optional<Adapter> adapter;
-    if (link.ifi_index > 0) {
-        Netlink().Ask<ifinfomsg>(RTM_GETLINK, link,
-                                 [&](const ifinfomsg& found, const Attributes& attributes) {
-                                     adapter = FromLink(found, attributes);
-                                 });
-    }
-    return adapter;
-}
-
-bool MachineHasDefaultRoute() {
-    Netlink kernel;
-    return !DefaultRoutes(kernel).empty();
 }
 
 std::vector<std::string> NameServersIn(std::istream& resolvConf) {

@@ -2,9 +2,7 @@
 // thread.
 #pragma once
 
-#include <cstdint>
 #include <istream>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,11 +15,8 @@ constexpr const char* kLoopbackDescription = "Software Loopback Interface 1";
 // By index. As Linux tells it, but for these: the name is the interface's, the description its alias when it
 // has one, else the name, and kLoopbackDescription for the loopback. An address with a lifetime counts as
 // given by DHCP, by a server that isn't known. The gateway is that of the interface's default route with the
-// lowest metric. Each throws std::system_error when the kernel can't be asked.
+// lowest metric. Throws std::system_error when the kernel can't be asked.
 std::vector<Adapter> MachineAdapters();
-// The same without its addresses and gateway.
-std::optional<Adapter> MachineAdapter(uint32_t index);
-bool MachineHasDefaultRoute();
 
 // The IPv4 ones of a resolv.conf.
 std::vector<std::string> NameServersIn(std::istream& resolvConf);

@@ -64,45 +64,28 @@ std::string Attributes::Mac(uint16_t type) const {
     return text;
 }
 
-void Attributes::ForEachHop(uint16_t type,
-                            const std::function<void(uint32_t, const Attributes&)>& each) const {
-    const auto found = m_values.find(type);
-    if (found == m_values.end()) return;
-    auto left = static_cast<int>(found->second.size);
-    for (const auto* hop = reinterpret_cast<const rtnexthop*>(found->second.data); RTNH_OK(hop, left);) {
-        each(static_cast<uint32_t>(hop->rtnh_ifindex),
-             Attributes(RTNH_DATA(hop), hop->rtnh_len - sizeof(rtnexthop)));
-        left -= RTNH_ALIGN(hop->rtnh_len);
-        hop = RTNH_NEXT(hop);
-    }
+Netlink::Netlink() : m_socket(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)) {
+    if (!m_socket) Throw(errno, "no netlink socket");
 }
 
-Netlink::Netlink() : m_descriptor(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)) {
-    if (m_descriptor < 0) Throw(errno, "no netlink socket");
-}
-
-Netlink::~Netlink() {
-    close(m_descriptor);
-}
-
-void Netlink::Send(uint16_t type, uint16_t flags, const void* header, size_t size) {
+void Netlink::Send(uint16_t type, const void* header, size_t size) {
     std::vector<unsigned char> request(NLMSG_SPACE(size));
     nlmsghdr message{};
     message.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(size));
     message.nlmsg_type = type;
-    message.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
+    message.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     message.nlmsg_seq = ++m_sequence;
     std::memcpy(request.data(), &message, sizeof(message));
     std::memcpy(request.data() + NLMSG_HDRLEN, header, size);
-    if (send(m_descriptor, request.data(), request.size(), 0) < 0) Throw(errno, "netlink request");
+    if (send(m_socket.Get(), request.data(), request.size(), 0) < 0) Throw(errno, "netlink request");
 }
 
-bool Netlink::Exchange(uint16_t type, uint16_t flags, const void* header, size_t size, const Each& each) {
-    Send(type, flags, header, size);
+bool Netlink::Exchange(uint16_t type, const void* header, size_t size, const Each& each) {
+    Send(type, header, size);
     std::vector<unsigned char> buffer(kBufferSize);
     bool whole = true;
     while (true) {
-        const ssize_t received = recv(m_descriptor, buffer.data(), buffer.size(), 0);
+        const ssize_t received = recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
         if (received < 0 && errno == EINTR) continue;
         if (received < 0) Throw(errno, "netlink answer");
         auto left = static_cast<unsigned>(received);
@@ -114,11 +97,9 @@ bool Netlink::Exchange(uint16_t type, uint16_t flags, const void* header, size_t
             if (message->nlmsg_type == NLMSG_ERROR) {
                 int error = 0;
                 std::memcpy(&error, reinterpret_cast<unsigned char*>(message) + NLMSG_HDRLEN, sizeof(error));
-                if (error == -ENODEV || error == -ENXIO) return false;
                 Throw(-error, "netlink");
             }
             each(*message);
-            if (!(flags & NLM_F_DUMP)) return true;
         }
     }
 }

@@ -11,6 +11,8 @@
 #include <map>
 #include <string>
 
+#include "testbed/Descriptor.h"
+
 namespace winhost {
 
 // The attributes of one message, by their number; valid as long as the message is.
@@ -27,8 +29,6 @@ class Attributes {
     std::string Address(uint16_t type) const;
     // "00:11:22:33:44:55"; empty when there is none or it has another length.
     std::string Mac(uint16_t type) const;
-    // The next hops of a route that has several: the index of the interface, and the hop's own attributes.
-    void ForEachHop(uint16_t type, const std::function<void(uint32_t, const Attributes&)>& each) const;
 
   private:
     struct Bytes {
@@ -40,11 +40,8 @@ class Attributes {
 
 class Netlink {
   public:
-    // Throws std::system_error, as Dump and Ask do.
+    // Throws std::system_error, as Dump does.
     Netlink();
-    ~Netlink();
-    Netlink(const Netlink&) = delete;
-    Netlink& operator=(const Netlink&) = delete;
 
     // Each object of a kind. Header is the fixed part of its messages: ifinfomsg, ifaddrmsg, rtmsg. Starts
     // again, with `restart`, when the kernel's picture changed meanwhile.
@@ -55,14 +52,8 @@ class Netlink {
         std::memcpy(&header, &family, sizeof(family));  // the first field of all three
         for (int tries = 0; tries < kMaxTries; ++tries) {
             restart();
-            if (Exchange(type, NLM_F_DUMP, &header, sizeof(header), Unpack<Header>(each))) return;
+            if (Exchange(type, &header, sizeof(header), Unpack<Header>(each))) return;
         }
-    }
-    // One object. False when the kernel has none.
-    template <class Header>
-    bool Ask(uint16_t type, const Header& header,
-             const std::function<void(const Header&, const Attributes&)>& answer) {
-        return Exchange(type, 0, &header, sizeof(header), Unpack<Header>(answer));
     }
 
   private:
@@ -80,11 +71,11 @@ class Netlink {
             each(header, Attributes(bytes + used, message.nlmsg_len - used));
         };
     }
-    // False when a dump was cut by a change, or when there is no such object.
-    bool Exchange(uint16_t type, uint16_t flags, const void* header, size_t size, const Each& each);
-    void Send(uint16_t type, uint16_t flags, const void* header, size_t size);
+    // False when the dump was cut by a change.
+    bool Exchange(uint16_t type, const void* header, size_t size, const Each& each);
+    void Send(uint16_t type, const void* header, size_t size);
 
-    int m_descriptor;
+    const testbed::Descriptor m_socket;
     uint32_t m_sequence = 0;
 };
 

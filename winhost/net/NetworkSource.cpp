@@ -34,26 +34,19 @@ void AddLoopback(std::vector<Adapter>& adapters) {
     adapters.insert(adapters.begin(), loopback);
 }
 
-// None when the description leaves the adapters to this machine.
-std::optional<std::vector<Adapter>> DescribedAdapters() {
-    auto described = Pc::Instance().Get(&PcDescription::adapters);
-    if (described) AddLoopback(*described);
-    return described;
-}
-
 }  // namespace
 
 std::vector<Adapter> Adapters() {
-    const auto described = DescribedAdapters();
-    return described ? *described : MachineAdapters();
+    auto described = Pc::Instance().Get(&PcDescription::adapters);
+    if (!described) return MachineAdapters();
+    AddLoopback(*described);
+    return *described;
 }
 
 std::optional<Adapter> AdapterByIndex(uint32_t index) {
-    const auto described = DescribedAdapters();
-    if (!described) return MachineAdapter(index);
-    const auto found = std::find_if(described->begin(), described->end(),
-                                    [&](const Adapter& adapter) { return adapter.index == index; });
-    return found == described->end() ? std::nullopt : std::optional(*found);
+    for (const Adapter& adapter : Adapters())
+        if (adapter.index == index) return adapter;
+    return std::nullopt;
 }
 
 std::vector<std::string> DnsServers() {
@@ -65,9 +58,8 @@ std::vector<std::string> DnsServers() {
 }
 
 bool HasWayOut() {
-    const auto described = DescribedAdapters();
-    if (!described) return MachineHasDefaultRoute();
-    return std::any_of(described->begin(), described->end(), [](const Adapter& adapter) {
+    const auto adapters = Adapters();
+    return std::any_of(adapters.begin(), adapters.end(), [](const Adapter& adapter) {
         return !adapter.gateway.empty() && adapter.operStatus >= kConnectedAtLeast;
     });
 }

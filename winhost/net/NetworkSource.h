@@ -16,7 +16,6 @@ inline constexpr const char* kUnknownDhcpServer = "255.255.255.255";
 // The PC's IPv4 adapters as they stand now, loopback included. Each throws std::system_error when this
 // machine can't be asked.
 std::vector<Adapter> Adapters();
-// Without its addresses when it is one of this machine's.
 std::optional<Adapter> AdapterByIndex(uint32_t index);
 std::vector<std::string> DnsServers();
 // True while an adapter that is up leads to other networks.

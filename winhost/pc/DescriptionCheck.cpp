@@ -37,6 +37,13 @@ void Require(bool holds, const std::string& place, const std::string& what) {
     if (!holds) throw DescriptionError(place, what);
 }
 
+// Calls check(entry, place) for each entry of the list at this place.
+template <class List, class Check>
+void CheckEach(const List& list, const std::string& place, Check check) {
+    for (size_t i = 0; i < list.size(); ++i)
+        check(list[i], place + "[" + std::to_string(i) + "]");
+}
+
 void RequireAddress(const std::string& text, const std::string& place) {
     in_addr address;
     Require(inet_pton(AF_INET, text.c_str(), &address) == 1, place,
@@ -59,22 +66,19 @@ void CheckAdapter(const Adapter& adapter, const std::string& place) {
     RequireAddressOrNone(adapter.gateway, place + ".gateway");
     RequireAddressOrNone(adapter.dhcpServer, place + ".dhcpServer");
     Require(adapter.addressBits <= kAllBits, place + ".addressBits", "16 bits at most");
-    for (size_t i = 0; i < adapter.moreAddresses.size(); ++i) {
-        const AdapterAddress& more = adapter.moreAddresses[i];
-        const std::string entry = place + ".moreAddresses[" + std::to_string(i) + "]";
-        RequireAddress(more.address, entry + ".address");
-        RequireAddress(more.mask, entry + ".mask");
-        Require(more.bits <= kAllBits, entry + ".bits", "16 bits at most");
-    }
+    CheckEach(adapter.moreAddresses, place + ".moreAddresses", [](const auto& more, const auto& at) {
+        RequireAddress(more.address, at + ".address");
+        RequireAddress(more.mask, at + ".mask");
+        Require(more.bits <= kAllBits, at + ".bits", "16 bits at most");
+    });
 }
 
 void CheckAdapters(const std::vector<Adapter>& adapters) {
     std::set<uint32_t> indices;
-    for (size_t i = 0; i < adapters.size(); ++i) {
-        const std::string place = "adapters[" + std::to_string(i) + "]";
-        CheckAdapter(adapters[i], place);
-        Require(indices.insert(adapters[i].index).second, place + ".index", "another adapter has it");
-    }
+    CheckEach(adapters, "adapters", [&](const auto& adapter, const auto& place) {
+        CheckAdapter(adapter, place);
+        Require(indices.insert(adapter.index).second, place + ".index", "another adapter has it");
+    });
 }
 
 void CheckWlan(const WlanInterface& wlan, const std::string& place) {
@@ -90,24 +94,19 @@ void CheckWlanNetwork(const WlanNetwork& network, const std::string& place) {
     Require(network.ssid.size() <= kLongestSsid, place + ".ssid", "32 bytes at most");
     Require(std::regex_match(network.ssidBytes, kBytes), place + ".ssidBytes",
             "expected up to 32 bytes in hexadecimal");
-    Require(network.profile.empty() || network.profileFile.empty(), place + ".profileFile",
-            "\"profile\" is there too");
 }
 
 void CheckWlans(const PcDescription& pc) {
     std::set<std::string> names;
-    for (size_t i = 0; i < pc.wlanNetworks.size(); ++i) {
-        const std::string place = "wlanNetworks[" + std::to_string(i) + "]";
-        CheckWlanNetwork(pc.wlanNetworks[i], place);
-        Require(names.insert(pc.wlanNetworks[i].name).second, place + ".name", "another network has it");
-    }
-    for (size_t i = 0; i < pc.wlanInterfaces.size(); ++i) {
-        const std::string place = "wlanInterfaces[" + std::to_string(i) + "]";
-        const std::string& network = pc.wlanInterfaces[i].network;
-        CheckWlan(pc.wlanInterfaces[i], place);
-        Require(network.empty() || names.contains(network), place + ".network",
-                "\"" + network + "\" is none of wlanNetworks");
-    }
+    CheckEach(pc.wlanNetworks, "wlanNetworks", [&](const auto& network, const auto& place) {
+        CheckWlanNetwork(network, place);
+        Require(names.insert(network.name).second, place + ".name", "another network has it");
+    });
+    CheckEach(pc.wlanInterfaces, "wlanInterfaces", [&](const auto& wlan, const auto& place) {
+        CheckWlan(wlan, place);
+        Require(wlan.network.empty() || names.contains(wlan.network), place + ".network",
+                "\"" + wlan.network + "\" is none of wlanNetworks");
+    });
 }
 
 void CheckTransition(const ZoneTransition& transition, const std::string& place) {
@@ -139,10 +138,9 @@ void CheckSystem(const PcDescription& pc) {
     Require(pc.processorArchitecture <= kAllBits, "processorArchitecture", "16 bits at most");
     RequireFailure(pc.wmiConnectError, "wmiConnectError");
     RequireFailure(pc.wmiQueryError, "wmiQueryError");
-    for (size_t i = 0; i < pc.privileges.size(); ++i) {
-        Require(PrivilegeByName(pc.privileges[i]) != 0, "privileges[" + std::to_string(i) + "]",
-                "\"" + pc.privileges[i] + "\" is not a privilege");
-    }
+    CheckEach(pc.privileges, "privileges", [](const auto& name, const auto& place) {
+        Require(PrivilegeByName(name) != 0, place, "\"" + name + "\" is not a privilege");
+    });
 }
 
 void CheckSessions(const PcDescription& pc) {
@@ -151,21 +149,17 @@ void CheckSessions(const PcDescription& pc) {
          {std::pair(pc.screen.width, "screen.width"), {pc.screen.height, "screen.height"}})
         Require(size >= 1 && size <= kLargestScreen, place, "expected 1 to 32767");
     std::set<uint32_t> ids;
-    for (size_t i = 0; i < pc.processes.size(); ++i) {
-        const DescribedProcess& process = pc.processes[i];
-        const std::string place = "processes[" + std::to_string(i) + "]";
+    CheckEach(pc.processes, "processes", [&](const auto& process, const auto& place) {
         Require(!process.name.empty(), place + ".name", "a process has a name");
         Require(process.name.size() <= kLongestProcessName, place + ".name", "too long");
         Require(process.pid != 0, place + ".pid", "0 is none");
         Require(ids.insert(process.pid).second, place + ".pid", "another process has it");
-    }
+    });
 }
 
 void CheckServices(const PcDescription& pc) {
     std::set<std::string> names;
-    for (size_t i = 0; i < pc.services.size(); ++i) {
-        const DescribedService& service = pc.services[i];
-        const std::string place = "services[" + std::to_string(i) + "]";
+    CheckEach(pc.services, "services", [&](const auto& service, const auto& place) {
         Require(!service.name.empty(), place + ".name", "a service has a name");
         Require(service.name.size() <= kLongestServiceName, place + ".name", "too long");
         Require(service.name.find_first_of("/\\") == std::string::npos, place + ".name",
@@ -177,7 +171,7 @@ void CheckServices(const PcDescription& pc) {
         Require(service.startType <= kHighestStartType, place + ".startType", "expected 0 to 4");
         Require(service.state >= 1 && service.state <= kHighestServiceState, place + ".state",
                 "expected 1 to 7");
-    }
+    });
 }
 
 void CheckHash(const std::string& hash, const std::string& place) {
@@ -187,56 +181,45 @@ void CheckHash(const std::string& hash, const std::string& place) {
 
 void CheckDirectory(const Directory& directory) {
     std::set<std::string> names;
-    for (size_t i = 0; i < directory.accounts.size(); ++i) {
-        const DirectoryAccount& account = directory.accounts[i];
-        const std::string place = "directory.accounts[" + std::to_string(i) + "]";
+    CheckEach(directory.accounts, "directory.accounts", [&](const auto& account, const auto& place) {
         Require(!account.name.empty(), place + ".name", "an account has a name");
         Require(names.insert(account.name).second, place + ".name", "another account has it");
         CheckHash(account.passwordHash, place + ".passwordHash");
-        for (size_t j = 0; j < account.earlierHashes.size(); ++j)
-            CheckHash(account.earlierHashes[j], place + ".earlierHashes[" + std::to_string(j) + "]");
-    }
+    });
 }
 
 void CheckGraphicsAdapter(const GraphicsAdapter& adapter, const std::string& place) {
     Require(adapter.description.size() <= kLongestGraphicsText, place + ".description", "too long");
     Require(adapter.luid != 0, place + ".luid", "0 is none");
     Require(adapter.driverPath.size() <= kLongestDriverPath, place + ".driverPath", "too long");
-    for (size_t i = 0; i < adapter.outputs.size(); ++i)
-        Require(!adapter.outputs[i].empty() && adapter.outputs[i].size() <= kLongestOutputName,
-                place + ".outputs[" + std::to_string(i) + "]", "expected 1 to 31 bytes");
+    CheckEach(adapter.outputs, place + ".outputs", [](const auto& name, const auto& at) {
+        Require(!name.empty() && name.size() <= kLongestOutputName, at, "expected 1 to 31 bytes");
+    });
     Require(adapter.engines.size() <= kMostEngines, place + ".engines", "64 at most");
-    for (size_t i = 0; i < adapter.engines.size(); ++i)
-        Require(adapter.engines[i] <= kHighestEngine, place + ".engines[" + std::to_string(i) + "]",
-                "expected 0 to 255");
+    CheckEach(adapter.engines, place + ".engines", [](uint32_t engine, const auto& at) {
+        Require(engine <= kHighestEngine, at, "expected 0 to 255");
+    });
     const uint32_t level = adapter.featureLevel;
     Require(level == 100 || level == 101 || level == 110 || level == 111, place + ".featureLevel",
             "expected 100, 101, 110 or 111");
-    RequireFailure(adapter.direct3dError, place + ".direct3dError");
 }
 
 void CheckGraphics(const PcDescription& pc) {
     std::set<uint64_t> luids;
-    for (size_t i = 0; i < pc.graphicsAdapters.size(); ++i) {
-        const std::string place = "graphicsAdapters[" + std::to_string(i) + "]";
-        CheckGraphicsAdapter(pc.graphicsAdapters[i], place);
-        Require(luids.insert(pc.graphicsAdapters[i].luid).second, place + ".luid", "another adapter has it");
-    }
+    CheckEach(pc.graphicsAdapters, "graphicsAdapters", [&](const auto& adapter, const auto& place) {
+        CheckGraphicsAdapter(adapter, place);
+        Require(luids.insert(adapter.luid).second, place + ".luid", "another adapter has it");
+    });
     Require(pc.timerPeriod >= 1 && pc.timerPeriod <= kHighestTimerPeriod, "timerPeriod",
             "expected 1 to 1000");
 }
 
-bool HasRootKey(const std::string& key) {
-    for (const char* root :
-         {"HKEY_LOCAL_MACHINE\\", "HKEY_CURRENT_USER\\", "HKEY_CLASSES_ROOT\\", "HKEY_USERS\\"})
-        if (key.starts_with(root) && key.size() > std::char_traits<char>::length(root)) return true;
-    return false;
-}
-
 template <class Value>
 void CheckKeys(const std::map<std::string, std::map<std::string, Value>>& keys, const std::string& place) {
+    constexpr std::string_view kRoot = "HKEY_LOCAL_MACHINE\\";
     for (const auto& [key, values] : keys)
-        Require(HasRootKey(key), place + key, "expected a key below HKEY_LOCAL_MACHINE or another root");
+        Require(key.starts_with(kRoot) && key.size() > kRoot.size(), place + key,
+                "expected a key below HKEY_LOCAL_MACHINE");
 }
 
 }  // namespace
@@ -257,9 +240,7 @@ void CheckDescription(const PcDescription& pc) {
     CheckDirectory(pc.directory);
     CheckGraphics(pc);
     if (pc.adapters) CheckAdapters(*pc.adapters);
-    for (size_t i = 0; pc.dnsServers && i < pc.dnsServers->size(); ++i) {
-        RequireAddress((*pc.dnsServers)[i], "dnsServers[" + std::to_string(i) + "]");
-    }
+    if (pc.dnsServers) CheckEach(*pc.dnsServers, "dnsServers", RequireAddress);
     CheckWlans(pc);
     Require(pc.clockRate >= 1 && pc.clockRate <= kHighestClockRate, "clockRate", "expected 1 to 1000");
     Require(pc.cleanBoot <= 2, "cleanBoot", "expected 0, 1 or 2");

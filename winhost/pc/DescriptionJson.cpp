@@ -7,6 +7,8 @@
 #include <limits>
 #include <set>
 
+#include "testbed/Numbers.h"
+
 namespace winhost {
 namespace {
 
@@ -64,11 +66,9 @@ void ReadKey(const std::string& text, const std::string&, std::string& key) {
 }
 
 void ReadKey(const std::string& text, const std::string& place, uint16_t& port) {
-    const bool digits =
-        !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
-    const unsigned long value = digits ? std::stoul(text) : std::numeric_limits<unsigned long>::max();
-    Expect(value <= std::numeric_limits<uint16_t>::max(), place, "a port number as the key");
-    port = static_cast<uint16_t>(value);
+    const auto number = testbed::ParseNumber<uint16_t>(text);
+    Expect(number.has_value(), place, "a port number as the key");
+    port = *number;
 }
 
 template <class Key, class T>

@@ -32,10 +32,9 @@ struct GraphicsAdapter {
     uint32_t encoderCores = 0;
     std::vector<EscapeAnswer> escapes{};  // the first that fits answers
     uint32_t featureLevel = 111;          // of Direct3D: 100, 101, 110 or 111
-    uint32_t direct3dError = 0;           // HRESULT of D3D11CreateDevice, 0 for none
 };
 WINHOST_FIELDS(GraphicsAdapter, description, vendor, device, outputs, luid, pciBus, pciDevice, pciFunction,
                hasPciAddress, driverPath, privateData, engineCount, engines, encoderCores, escapes,
-               featureLevel, direct3dError)
+               featureLevel)
 
 }  // namespace winhost

@@ -3,9 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <string_view>
+
+#include "testbed/Numbers.h"
 
 namespace winhost {
 namespace {
@@ -16,17 +17,10 @@ constexpr std::string_view kSession = "WINHOST_SESSION=";
 constexpr std::string_view kModule = "WINHOST_MODULE=";
 constexpr std::string_view kDescriptionFile = "WINHOST_PC=";
 
-std::optional<uint32_t> NumberOf(std::string_view text) {
-    uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return number;
-}
-
 void ParseVariable(std::string_view variable, Marks& marks) {
     const auto value = [&](std::string_view name) { return variable.substr(name.size()); };
     if (variable.starts_with(kRoot)) marks.root = value(kRoot);
-    if (variable.starts_with(kSession)) marks.session = NumberOf(value(kSession));
+    if (variable.starts_with(kSession)) marks.session = testbed::ParseNumber<uint32_t>(value(kSession));
     if (variable.starts_with(kModule)) marks.module = value(kModule);
     if (variable.starts_with(kDescriptionFile)) marks.descriptionFile = value(kDescriptionFile);
 }

@@ -37,15 +37,12 @@ void MakeAbsolute(std::string& path) {
 
 // A file of this machine that the description names: an absolute path, or one relative to the current folder.
 void MakeFileAbsolute(std::string& file) {
-    const bool isOfPc = file.size() >= 2 && file[1] == ':';
-    if (!isOfPc) MakeAbsolute(file);
+    if (!HasDrive(file)) MakeAbsolute(file);
 }
 
 void MakePathsAbsolute(PcDescription& description) {
     MakeAbsolute(description.root);
     MakeAbsolute(description.controlSocket);
-    for (WlanNetwork& network : description.wlanNetworks)
-        MakeFileAbsolute(network.profileFile);
     for (std::string& certificate : description.rootCertificates)
         if (!certificate.starts_with("-----BEGIN")) MakeFileAbsolute(certificate);
     if (description.mailbox.starts_with(kUnixScheme)) {
@@ -69,6 +66,10 @@ void EnterRoot(const std::string& root) {
 }
 
 }  // namespace
+
+bool HasDrive(const std::string& path) {
+    return path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+}
 
 // Never destroyed: detached threads call on it until the process is gone.
 Pc& Pc::Instance() {
@@ -146,9 +147,7 @@ std::string Pc::HostPath(const std::string& windowsPath) const {
     std::string path = windowsPath;
     for (char& c : path)
         if (c == '\\') c = '/';
-    const bool onDrive =
-        path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
-    if (!onDrive) return path;
+    if (!HasDrive(path)) return path;
     path[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(path[0])));
     std::lock_guard lock(m_mutex);
     return m_description.root.empty() ? path : m_description.root + "/" + path;

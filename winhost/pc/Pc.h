@@ -160,6 +160,9 @@ WINHOST_FIELDS(PcDescription, root, environment, modulePath, libraryFolders, pac
                softwareDirect3d, timerPeriod, processes, services, clockRate, cleanBoot, startedByScm,
                controlTimeoutMs, ports, openPorts, mailbox, controlSocket)
 
+// Whether a path of Windows begins with a drive.
+bool HasDrive(const std::string& path);
+
 class Pc {
   public:
     // The PC of this process. The first use reads WINHOST_PC when it is set; a broken file, or a WINHOST_ROOT

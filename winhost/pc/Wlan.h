@@ -31,15 +31,11 @@ struct WlanNetwork {
     uint32_t cipherAlgorithm = 0;  // of the connection, DOT11_CIPHER_ALGORITHM; 0: follows from the profile
     uint32_t channel = 36;
     uint32_t frequency = 0;  // in kHz; 0: follows from the channel, of 2.4 or 5 GHz
-    uint32_t signalQuality = 80;
-    uint32_t receivingRate = 866000, transmissionRate = 866000;  // in kbit/s
     bool oneX = false;
-    bool listed = true;       // among the BSSs in range
-    std::string profile;      // the whole profile; empty: made of the above
-    std::string profileFile;  // a file of the PC or of this machine that holds it
+    bool listed = true;   // among the BSSs in range
+    std::string profile;  // the whole profile; empty: made of the above
 };
 WINHOST_FIELDS(WlanNetwork, name, ssid, ssidBytes, authentication, encryption, key, keyType, authAlgorithm,
-               cipherAlgorithm, channel, frequency, signalQuality, receivingRate, transmissionRate, oneX,
-               listed, profile, profileFile)
+               cipherAlgorithm, channel, frequency, oneX, listed, profile)
 
 }  // namespace winhost

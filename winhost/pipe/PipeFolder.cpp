@@ -9,13 +9,13 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <charconv>
 #include <climits>
 #include <filesystem>
 
 #include <namedpipeapi.h>
 #include <winerror.h>
 
+#include "testbed/Numbers.h"
 #include "testbed/Sockets.h"
 #include "winhost/files/FileErrors.h"
 #include "winhost/pc/Pc.h"
@@ -164,10 +164,9 @@ std::vector<PipeFolder::Instance> PipeFolder::Instances() {
     std::vector<Instance> instances;
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(Path(), ignored)) {
-        const std::string name = entry.path().filename().string();
-        Instance instance{};
-        const auto parsed = std::from_chars(name.data(), name.data() + name.size(), instance.number);
-        if (parsed.ec != std::errc() || parsed.ptr != name.data() + name.size()) continue;
+        const auto number = testbed::ParseNumber<uint32_t>(entry.path().filename().string());
+        if (!number) continue;
+        Instance instance{*number, {}};
         if (ReadTerms(instance.number, instance.terms)) {
             instances.push_back(instance);
         } else {

@@ -14,27 +14,13 @@ struct Privilege {
     const char* name;
     uint32_t luid;
 };
+
+// Those that the calls of this library ask for.
 constexpr Privilege kPrivileges[] = {
-    {"SeCreateTokenPrivilege", 2},
     {"SeAssignPrimaryTokenPrivilege", 3},
-    {"SeLockMemoryPrivilege", 4},
     {"SeIncreaseQuotaPrivilege", 5},
     {"SeTcbPrivilege", 7},
-    {"SeSecurityPrivilege", 8},
-    {"SeTakeOwnershipPrivilege", 9},
-    {"SeLoadDriverPrivilege", 10},
-    {"SeSystemProfilePrivilege", 11},
-    {"SeSystemtimePrivilege", 12},
-    {"SeIncreaseBasePriorityPrivilege", 14},
-    {"SeBackupPrivilege", 17},
-    {"SeRestorePrivilege", 18},
     {"SeShutdownPrivilege", 19},
-    {"SeDebugPrivilege", 20},
-    {"SeAuditPrivilege", 21},
-    {"SeSystemEnvironmentPrivilege", 22},
-    {"SeChangeNotifyPrivilege", 23},
-    {"SeRemoteShutdownPrivilege", 24},
-    {"SeImpersonatePrivilege", 29},
 };
 
 // A bit for each LUID.

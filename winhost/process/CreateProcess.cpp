@@ -91,7 +91,6 @@ std::vector<std::string> Marked(std::vector<std::string> variables, const winhos
 DWORD CheckToken(const winhost::Token* token) {
     if (!token) return ERROR_INVALID_HANDLE;
     if (!token->Allows(TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_ASSIGN_PRIMARY)) return ERROR_ACCESS_DENIED;
-    if (token->Type() != TokenPrimary) return ERROR_BAD_TOKEN_TYPE;
     for (const char* needed : {SE_INCREASE_QUOTA_NAME, SE_ASSIGNPRIMARYTOKEN_NAME})
         if (!winhost::HoldsPrivilege(winhost::PrivilegeByName(needed))) return ERROR_PRIVILEGE_NOT_HELD;
     return ERROR_SUCCESS;

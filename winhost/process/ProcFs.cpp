@@ -5,11 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#include "testbed/Numbers.h"
 
 namespace winhost {
 namespace {
@@ -59,13 +60,11 @@ std::vector<pid_t> ReadProcessIds() {
     std::error_code ignored;
     const uid_t user = geteuid();
     for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
-        const std::string name = entry.path().filename().string();
-        pid_t id = 0;
-        const auto parsed = std::from_chars(name.data(), name.data() + name.size(), id);
-        if (parsed.ec != std::errc() || parsed.ptr != name.data() + name.size()) continue;
+        const auto id = testbed::ParseNumber<pid_t>(entry.path().filename().string());
+        if (!id) continue;
         struct stat status;
         if (user != 0 && (stat(entry.path().c_str(), &status) != 0 || status.st_uid != user)) continue;
-        ids.push_back(id);
+        ids.push_back(*id);
     }
     std::sort(ids.begin(), ids.end());
     return ids;

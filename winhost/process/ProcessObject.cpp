@@ -156,8 +156,7 @@ HANDLE OpenProcess(DWORD access, BOOL inheritHandle, DWORD processId) {
     if (inheritHandle || access & kGenericRights) return Fail(ERROR_NOT_SUPPORTED, HANDLE{});
     const auto entry = winhost::FindProcess(processId);
     if (!entry) return Fail(ERROR_INVALID_PARAMETER, HANDLE{});
-    const HANDLE handle = HandleTable::Instance().Add(std::make_shared<winhost::Process>(*entry, access));
-    return handle ? handle : Fail(ERROR_NO_SYSTEM_RESOURCES, handle);
+    return winhost::AddHandle(std::make_shared<winhost::Process>(*entry, access));
 }
 
 BOOL TerminateProcess(HANDLE handle, UINT exitCode) {

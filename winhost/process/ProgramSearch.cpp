@@ -28,9 +28,7 @@ std::string OwnProgramFolder() {
 std::optional<std::string> FileIn(const std::string& folder, const std::string& name) {
     std::error_code error;
     // Any other folder could be one of Linux.
-    const bool isOnDrive =
-        folder.size() >= 2 && isalpha(static_cast<unsigned char>(folder[0])) && folder[1] == ':';
-    if (!isOnDrive || folder.find("..") != std::string::npos) return std::nullopt;
+    if (!HasDrive(folder) || folder.find("..") != std::string::npos) return std::nullopt;
     for (const auto& entry : fs::directory_iterator(Pc::Instance().HostPath(folder), error)) {
         const std::string found = entry.path().filename().string();
         if (strcasecmp(found.c_str(), name.c_str()) == 0 && entry.is_regular_file(error))

@@ -17,8 +17,8 @@ using winhost::Token;
 namespace {
 
 BOOL Give(std::shared_ptr<Token> token, PHANDLE handle) {
-    *handle = HandleTable::Instance().Add(std::move(token));
-    return *handle ? TRUE : Fail(ERROR_NO_SYSTEM_RESOURCES);
+    *handle = winhost::AddHandle(std::move(token));
+    return *handle ? TRUE : FALSE;
 }
 
 // False when the token doesn't hold one of them; the others are set all the same.
@@ -50,19 +50,14 @@ BOOL OpenProcessToken(HANDLE handle, DWORD access, PHANDLE token) {
     return Give(std::make_shared<Token>(origin, access, process->Entry().session), token);
 }
 
-BOOL DuplicateTokenEx(HANDLE handle, DWORD access, LPSECURITY_ATTRIBUTES, SECURITY_IMPERSONATION_LEVEL level,
+BOOL DuplicateTokenEx(HANDLE handle, DWORD access, LPSECURITY_ATTRIBUTES, SECURITY_IMPERSONATION_LEVEL,
                       TOKEN_TYPE type, PHANDLE newToken) {
     WINHOST_GATE("DuplicateTokenEx", FALSE);
-    if (level > SecurityDelegation || (type != TokenPrimary && type != TokenImpersonation))
-        return Fail(ERROR_INVALID_PARAMETER);
+    if (type != TokenPrimary) return Fail(ERROR_NOT_SUPPORTED);
     const auto token = HandleTable::Instance().Find<Token>(handle);
     if (!token) return Fail(ERROR_INVALID_HANDLE);
     if (!token->Allows(TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
-    if (token->Type() == TokenImpersonation && level > token->Level())
-        return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
-    if (!newToken) return Fail(ERROR_NOACCESS);
-    return Give(std::make_shared<Token>(*token, access == 0 ? token->Access() : access, type, level),
-                newToken);
+    return Give(std::make_shared<Token>(*token, access), newToken);
 }
 
 BOOL SetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS informationClass, LPVOID information,

@@ -45,19 +45,14 @@ bool SameName(const std::string& a, const std::string& b) {
     return a.size() == b.size() && BeginsWith(a, b);
 }
 
-// Empty for a handle that isn't one of the roots.
-std::string RootPath(HKEY key) {
-    if (key == HKEY_LOCAL_MACHINE) return "HKEY_LOCAL_MACHINE";
-    if (key == HKEY_CURRENT_USER) return "HKEY_CURRENT_USER";
-    if (key == HKEY_CLASSES_ROOT) return "HKEY_CLASSES_ROOT";
-    if (key == HKEY_USERS) return "HKEY_USERS";
-    return {};
+// The one root here.
+bool IsRoot(HKEY key) {
+    return key == HKEY_LOCAL_MACHINE;
 }
 
 // Empty for what is no key.
 std::string PathOf(HKEY key) {
-    std::string root = RootPath(key);
-    if (!root.empty()) return root;
+    if (IsRoot(key)) return "HKEY_LOCAL_MACHINE";
     const auto object = HandleTable::Instance().Find<RegistryKey>(reinterpret_cast<HANDLE>(key));
     return object ? object->Path() : std::string();
 }
@@ -146,7 +141,7 @@ LSTATUS RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDW
 
 LSTATUS RegCloseKey(HKEY hKey) {
     WINHOST_GATE_CODE("RegCloseKey");
-    if (!RootPath(hKey).empty()) return ERROR_SUCCESS;
+    if (IsRoot(hKey)) return ERROR_SUCCESS;
     return HandleTable::Instance().Close<RegistryKey>(reinterpret_cast<HANDLE>(hKey)) ? ERROR_SUCCESS
                                                                                       : ERROR_INVALID_HANDLE;
 }

@@ -36,8 +36,7 @@ HANDLE RegisterEventSourceA(LPCSTR server, LPCSTR source) {
     if (!source) return Fail(ERROR_INVALID_PARAMETER, nullptr);
     if (server && *server) return Fail(RPC_S_SERVER_UNAVAILABLE, nullptr);
     // An empty name is legal: such entries stand in the application log without a source.
-    const HANDLE handle = winhost::HandleTable::Instance().Add(std::make_shared<EventSource>(source));
-    return handle ? handle : Fail(ERROR_NO_SYSTEM_RESOURCES, nullptr);
+    return winhost::AddHandle(std::make_shared<EventSource>(source));
 }
 
 BOOL ReportEventA(HANDLE log, WORD type, WORD, DWORD eventId, PSID, WORD stringCount, DWORD, LPCSTR* strings,

@@ -44,11 +44,6 @@ class Service final : public winhost::Object {
     const DWORD m_access;
 };
 
-SC_HANDLE HandleOf(std::shared_ptr<winhost::Object> object) {
-    const HANDLE handle = HandleTable::Instance().Add(std::move(object));
-    return handle ? static_cast<SC_HANDLE>(handle) : Fail(ERROR_NO_SYSTEM_RESOURCES, SC_HANDLE{});
-}
-
 // ---- stops that take their time ----
 
 // When the services that are stopping will have stopped. One that the description itself shows as stopping
@@ -214,7 +209,7 @@ SC_HANDLE OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDatabaseName, DWORD dwDe
     if (lpDatabaseName && strcasecmp(lpDatabaseName, "ServicesActive") != 0)
         return Fail(ERROR_DATABASE_DOES_NOT_EXIST, SC_HANDLE{});
     if (dwDesiredAccess != SC_MANAGER_CONNECT) return Fail(ERROR_NOT_SUPPORTED, SC_HANDLE{});
-    return HandleOf(std::make_shared<ServiceManager>());
+    return static_cast<SC_HANDLE>(winhost::AddHandle(std::make_shared<ServiceManager>()));
 }
 
 SC_HANDLE OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD dwDesiredAccess) {
@@ -229,7 +224,8 @@ SC_HANDLE OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD dwDesir
             return isSystem || !(dwDesiredAccess & ~kReadingRights) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
         });
     if (error != ERROR_SUCCESS) return Fail(error, SC_HANDLE{});
-    return HandleOf(std::make_shared<Service>(lpServiceName, dwDesiredAccess));
+    return static_cast<SC_HANDLE>(
+        winhost::AddHandle(std::make_shared<Service>(lpServiceName, dwDesiredAccess)));
 }
 
 BOOL CloseServiceHandle(SC_HANDLE hSCObject) {

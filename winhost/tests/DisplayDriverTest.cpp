@@ -1,12 +1,11 @@
 // The display driver of an adapter, through gdi32.dll.
 #include <windows.h>
 
-#include <d3dkmthk.h>
-
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "KVMDisplayMgrLib/src/D3dkmt.h"
 #include "winhost/core/Gate.h"
 #include "winhost/tests/GraphicsFixture.h"
 
@@ -34,22 +33,22 @@ class DisplayDriverTest : public GraphicsFixture {
     void Open(GraphicsAdapter adapter) {
         adapter.luid = 0x300000007;
         Describe({adapter});
-        D3DKMT_OPENADAPTERFROMLUID open{{7, 3}, 0};
+        d3dkmt::OpenAdapterFromLuid open{{7, 3}, 0};
         ASSERT_EQ(0, Call("D3DKMTOpenAdapterFromLuid", open));
         m_adapter = open.hAdapter;
     }
     void CloseAll() {
-        D3DKMT_CLOSEADAPTER close{m_adapter};
+        d3dkmt::CloseAdapter close{m_adapter};
         if (m_adapter == 0) return;
         EXPECT_EQ(0, Call("D3DKMTCloseAdapter", close)) << "it was open";
         m_adapter = 0;
     }
-    LONG Query(KMTQUERYADAPTERINFOTYPE type, void* into, size_t size) const {
-        D3DKMT_QUERYADAPTERINFO query{m_adapter, type, into, static_cast<UINT>(size)};
+    LONG Query(d3dkmt::QueryType type, void* into, size_t size) const {
+        d3dkmt::QueryAdapterInfo query{m_adapter, type, into, static_cast<UINT>(size)};
         return Call("D3DKMTQueryAdapterInfo", query);
     }
     LONG Escape(std::vector<uint32_t>& buffer) const {
-        D3DKMT_ESCAPE escape{};
+        d3dkmt::Escape escape{};
         escape.hAdapter = m_adapter;
         escape.pPrivateDriverData = buffer.data();
         escape.PrivateDriverDataSize = static_cast<UINT>(buffer.size() * sizeof(uint32_t));
@@ -75,54 +74,54 @@ class DisplayDriverTest : public GraphicsFixture {
         return prefix;
     }
 
-    D3DKMT_HANDLE m_adapter = 0;
+    d3dkmt::Handle m_adapter = 0;
 };
 
 TEST_F(DisplayDriverTest, AnAdapterIsOpenedByItsLuid) {
     Open({});
-    D3DKMT_OPENADAPTERFROMLUID other{{8, 3}, 0};
+    d3dkmt::OpenAdapterFromLuid other{{8, 3}, 0};
     EXPECT_EQ(kInvalidParameter, Call("D3DKMTOpenAdapterFromLuid", other));
     EXPECT_EQ(0u, other.hAdapter);
-    const D3DKMT_HANDLE stale = m_adapter;
+    const d3dkmt::Handle stale = m_adapter;
     CloseAll();
-    D3DKMT_CLOSEADAPTER close{stale};
+    d3dkmt::CloseAdapter close{stale};
     EXPECT_EQ(kInvalidParameter, Call("D3DKMTCloseAdapter", close));
 }
 
 TEST_F(DisplayDriverTest, ItsPciAddressIsTold) {
     Open({.pciBus = 3, .pciDevice = 2, .pciFunction = 1});
-    D3DKMT_ADAPTERADDRESS address{};
-    ASSERT_EQ(0, Query(KMTQAITYPE_ADAPTERADDRESS, &address, sizeof address));
+    d3dkmt::AdapterAddress address{};
+    ASSERT_EQ(0, Query(d3dkmt::kAdapterAddress, &address, sizeof address));
     EXPECT_EQ(3u, address.BusNumber);
     EXPECT_EQ(2u, address.DeviceNumber);
     EXPECT_EQ(1u, address.FunctionNumber);
-    EXPECT_EQ(kInvalidParameter, Query(KMTQAITYPE_ADAPTERADDRESS, &address, sizeof address - 1));
-    EXPECT_EQ(kInvalidParameter, Query(KMTQAITYPE_ADAPTERADDRESS, nullptr, sizeof address));
+    EXPECT_EQ(kInvalidParameter, Query(d3dkmt::kAdapterAddress, &address, sizeof address - 1));
+    EXPECT_EQ(kInvalidParameter, Query(d3dkmt::kAdapterAddress, nullptr, sizeof address));
     CloseAll();
     Open({.hasPciAddress = false});
-    EXPECT_EQ(kNotSupported, Query(KMTQAITYPE_ADAPTERADDRESS, &address, sizeof address));
+    EXPECT_EQ(kNotSupported, Query(d3dkmt::kAdapterAddress, &address, sizeof address));
 }
 
 TEST_F(DisplayDriverTest, ItsDriverIsTold) {
     Open({.driverPath = "C:\\drivers\\gpu64.dll"});
-    D3DKMT_UMDFILENAMEINFO name{};
-    ASSERT_EQ(0, Query(KMTQAITYPE_UMDRIVERNAME, &name, sizeof name));
+    d3dkmt::DriverName name{};
+    ASSERT_EQ(0, Query(d3dkmt::kDriverName, &name, sizeof name));
     EXPECT_EQ(u"C:\\drivers\\gpu64.dll", std::u16string(name.UmdFileName));
-    EXPECT_EQ(kInvalidParameter, Query(KMTQAITYPE_UMDRIVERNAME, &name, sizeof name - 1));
+    EXPECT_EQ(kInvalidParameter, Query(d3dkmt::kDriverName, &name, sizeof name - 1));
     CloseAll();
     Open({});
-    EXPECT_EQ(kNotSupported, Query(KMTQAITYPE_UMDRIVERNAME, &name, sizeof name));
-    EXPECT_EQ(kNotSupported, Query(static_cast<KMTQUERYADAPTERINFOTYPE>(2), &name, sizeof name));
+    EXPECT_EQ(kNotSupported, Query(d3dkmt::kDriverName, &name, sizeof name));
+    EXPECT_EQ(kNotSupported, Query(static_cast<d3dkmt::QueryType>(2), &name, sizeof name));
 }
 
 TEST_F(DisplayDriverTest, ItsPrivateDataHaveTheirPlaces) {
     Open({.privateData = true, .engineCount = 2, .engines = {7, 48, 255}, .encoderCores = 3});
     std::vector<unsigned char> data(61'792, 0xEE);
-    EXPECT_EQ(kInvalidParameter, Query(KMTQAITYPE_UMDRIVERPRIVATE, data.data(), 2399));
-    ASSERT_EQ(0, Query(KMTQAITYPE_UMDRIVERPRIVATE, data.data(), 2400));
+    EXPECT_EQ(kInvalidParameter, Query(d3dkmt::kDriverPrivate, data.data(), 2399));
+    ASSERT_EQ(0, Query(d3dkmt::kDriverPrivate, data.data(), 2400));
     EXPECT_EQ(2, data[8]);
     EXPECT_EQ(0xEE, data[2400]) << "behind the room";
-    ASSERT_EQ(0, Query(KMTQAITYPE_UMDRIVERPRIVATE, data.data(), data.size()));
+    ASSERT_EQ(0, Query(d3dkmt::kDriverPrivate, data.data(), data.size()));
     EXPECT_EQ(7, data[4604]);
     EXPECT_EQ(48, data[4605]);
     EXPECT_EQ(255, data[4606]);
@@ -130,7 +129,7 @@ TEST_F(DisplayDriverTest, ItsPrivateDataHaveTheirPlaces) {
     EXPECT_EQ(3, data[16'460]);
     CloseAll();
     Open({});
-    EXPECT_EQ(kNotSupported, Query(KMTQAITYPE_UMDRIVERPRIVATE, data.data(), data.size()));
+    EXPECT_EQ(kNotSupported, Query(d3dkmt::kDriverPrivate, data.data(), data.size()));
 }
 
 TEST_F(DisplayDriverTest, AnEscapeIsAnsweredAsDescribed) {
@@ -169,20 +168,20 @@ TEST_F(DisplayDriverTest, AnEscapeNeedsItsHeader) {
 
 TEST_F(DisplayDriverTest, DevicesAndContextsAreMadeAndDestroyed) {
     Open({.engines = {41}});
-    D3DKMT_CREATEDEVICE device{};
+    d3dkmt::CreateDevice device{};
     device.hAdapter = m_adapter;
     ASSERT_EQ(0, Call("D3DKMTCreateDevice", device));
     ASSERT_NE(0u, device.hDevice);
-    D3DKMT_CREATECONTEXT context{};
+    d3dkmt::CreateContext context{};
     context.hDevice = device.hDevice;
     ASSERT_EQ(0, Call("D3DKMTCreateContext", context));
     ASSERT_NE(0u, context.hContext);
     context.NodeOrdinal = 1;
     EXPECT_EQ(kInvalidParameter, Call("D3DKMTCreateContext", context)) << "the table has one engine";
-    D3DKMT_DESTROYCONTEXT endOfContext{context.hContext};
+    d3dkmt::DestroyContext endOfContext{context.hContext};
     EXPECT_EQ(0, Call("D3DKMTDestroyContext", endOfContext));
     EXPECT_EQ(kInvalidParameter, Call("D3DKMTDestroyContext", endOfContext));
-    D3DKMT_DESTROYDEVICE endOfDevice{device.hDevice};
+    d3dkmt::DestroyDevice endOfDevice{device.hDevice};
     EXPECT_EQ(0, Call("D3DKMTDestroyDevice", endOfDevice));
     EXPECT_EQ(kInvalidParameter, Call("D3DKMTDestroyDevice", endOfDevice));
     device.hAdapter = device.hDevice;
@@ -192,8 +191,8 @@ TEST_F(DisplayDriverTest, DevicesAndContextsAreMadeAndDestroyed) {
 TEST_F(DisplayDriverTest, AnAdapterMayGo) {
     Open({});
     winhost::Pc::Instance().Change([](auto& pc) { pc.graphicsAdapters.clear(); });
-    D3DKMT_ADAPTERADDRESS address{};
-    EXPECT_EQ(kDeviceRemoved, Query(KMTQAITYPE_ADAPTERADDRESS, &address, sizeof address));
+    d3dkmt::AdapterAddress address{};
+    EXPECT_EQ(kDeviceRemoved, Query(d3dkmt::kAdapterAddress, &address, sizeof address));
 }
 
 TEST_F(DisplayDriverTest, EachCallCanFail) {
@@ -202,21 +201,21 @@ TEST_F(DisplayDriverTest, EachCallCanFail) {
         winhost::Gate::Instance().FailNth(name, 1, 0xC0000001);
         return name;
     };
-    D3DKMT_OPENADAPTERFROMLUID open{};
+    d3dkmt::OpenAdapterFromLuid open{};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTOpenAdapterFromLuid"), open));
-    D3DKMT_CREATEDEVICE device{};
+    d3dkmt::CreateDevice device{};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTCreateDevice"), device));
-    D3DKMT_CREATECONTEXT context{};
+    d3dkmt::CreateContext context{};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTCreateContext"), context));
-    D3DKMT_DESTROYCONTEXT endOfContext{};
+    d3dkmt::DestroyContext endOfContext{};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTDestroyContext"), endOfContext));
-    D3DKMT_DESTROYDEVICE endOfDevice{};
+    d3dkmt::DestroyDevice endOfDevice{};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTDestroyDevice"), endOfDevice));
-    D3DKMT_QUERYADAPTERINFO query{};
+    d3dkmt::QueryAdapterInfo query{};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTQueryAdapterInfo"), query));
-    D3DKMT_ESCAPE escape{};
+    d3dkmt::Escape escape{};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTEscape"), escape));
-    D3DKMT_CLOSEADAPTER close{m_adapter};
+    d3dkmt::CloseAdapter close{m_adapter};
     EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTCloseAdapter"), close));
 }
 

@@ -105,13 +105,11 @@ TEST_F(DxgiTest, APcMayHaveNoAdapter) {
     Describe({});
     IDXGIAdapter* adapter = nullptr;
     EXPECT_EQ(DXGI_ERROR_NOT_FOUND, Factory()->EnumAdapters(0, &adapter));
-    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0));
+    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
 }
 
 TEST_F(DxgiTest, AFactoryAnswersToTheInterfacesOfItsTime) {
     void* found = nullptr;
-    EXPECT_EQ(E_NOINTERFACE, CreateDXGIFactory(IID_IDXGIFactory1, &found));
-    EXPECT_EQ(nullptr, found);
     EXPECT_EQ(DXGI_ERROR_INVALID_CALL, CreateDXGIFactory(IID_IDXGIFactory, nullptr));
     for (const IID& id : {IID_IDXGIFactory, IID_IDXGIFactory1, IID_IUnknown}) {
         ASSERT_EQ(S_OK, CreateDXGIFactory1(id, &found));
@@ -165,7 +163,7 @@ TEST_F(DxgiTest, EachCallCanFail) {
     EXPECT_EQ(E_OUTOFMEMORY, adapter->GetDesc(&desc));
     DXGI_OUTPUT_DESC outputDesc;
     EXPECT_EQ(E_OUTOFMEMORY, output->GetDesc(&outputDesc));
-    EXPECT_EQ(E_OUTOFMEMORY, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN, nullptr, 0));
+    EXPECT_EQ(E_OUTOFMEMORY, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
 }
 
 TEST_F(DxgiTest, ADeviceHasTheFirstLevelThatTheAdapterHas) {
@@ -179,15 +177,10 @@ TEST_F(DxgiTest, ADeviceHasTheFirstLevelThatTheAdapterHas) {
     Describe({{.featureLevel = 101}});
     EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
     EXPECT_EQ(nullptr, m_device);
-    EXPECT_EQ(S_OK, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN, nullptr, 0));
-    EXPECT_EQ(D3D_FEATURE_LEVEL_10_1, m_obtained);
-    EXPECT_EQ(S_OK, Make(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0)) << "of the first adapter";
 }
 
-TEST_F(DxgiTest, AnAdapterMayHaveNoDirect3D) {
-    Describe({{.direct3dError = 0x887A0004}});
-    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
-    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_SOFTWARE, kLevels, 2)) << "nor software for it";
+TEST_F(DxgiTest, ThePcMayHaveASoftwareDevice) {
+    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_SOFTWARE, kLevels, 2));
     StartPc([](auto& pc) {
         pc.graphicsAdapters = {};
         pc.softwareDirect3d = true;
@@ -198,7 +191,8 @@ TEST_F(DxgiTest, AnAdapterMayHaveNoDirect3D) {
 
 TEST_F(DxgiTest, ArgumentsThatDoNotFitAreRefused) {
     IDXGIAdapter* adapter = Adapter();
-    EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_HARDWARE, kLevels, 2));
+    EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_SOFTWARE, kLevels, 2));
+    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(adapter, D3D_DRIVER_TYPE_HARDWARE, kLevels, 2));
     EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
     EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 0));
     EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2, 6));

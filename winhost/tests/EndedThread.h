@@ -16,7 +16,7 @@ class EndedThread {
   public:
     explicit EndedThread(std::function<void()> work)
         : m_work(std::move(work)), m_thread([this] { Run(); }), m_id(m_started.get_future().get()) {
-        m_handle = OpenThread(THREAD_TERMINATE | THREAD_QUERY_INFORMATION | SYNCHRONIZE, FALSE, m_id);
+        m_handle = OpenThread(THREAD_TERMINATE | SYNCHRONIZE, FALSE, m_id);
     }
     ~EndedThread() {
         if (m_thread.joinable()) m_thread.join();
@@ -36,17 +36,14 @@ class EndedThread {
         }
     }
     // Ends it while it blocks; true when it has ended in the middle of its work, as on Windows.
-    bool Ends(DWORD exitCode = 7) {
+    bool Ends() {
         AwaitBlocked();
-        EXPECT_TRUE(TerminateThread(m_handle, exitCode));
-        return HasEnded(exitCode);
+        EXPECT_TRUE(TerminateThread(m_handle, 7));
+        return HasEnded();
     }
-    bool HasEnded(DWORD exitCode) {
+    bool HasEnded() {
         m_thread.join();
         EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(m_handle, INFINITE));
-        DWORD code = 0;
-        EXPECT_TRUE(GetExitCodeThread(m_handle, &code));
-        EXPECT_EQ(exitCode, code);
         EXPECT_FALSE(m_unwound) << "the destructor of a local object ran";
         return !m_done;
     }

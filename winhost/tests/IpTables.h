@@ -14,22 +14,22 @@
 #include "winhost/pc/Pc.h"
 
 template <class Table, class Row>
-std::vector<Row> RowsOf(DWORD (*call)(Table*, PULONG, BOOL), BOOL ordered) {
+std::vector<Row> RowsOf(DWORD (*call)(Table*, PULONG, BOOL)) {
     ULONG size = 0;
-    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, call(nullptr, &size, ordered));
+    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, call(nullptr, &size, FALSE));
     std::vector<std::byte> buffer(size);
     auto* table = reinterpret_cast<Table*>(buffer.data());
-    EXPECT_EQ(DWORD{NO_ERROR}, call(table, &size, ordered));
+    EXPECT_EQ(DWORD{NO_ERROR}, call(table, &size, FALSE));
     const Row* rows = &table->table[0];
     return {rows, rows + table->dwNumEntries};
 }
 
-inline std::vector<MIB_IPADDRROW> AddressRows(BOOL ordered = FALSE) {
-    return RowsOf<MIB_IPADDRTABLE, MIB_IPADDRROW>(GetIpAddrTable, ordered);
+inline std::vector<MIB_IPADDRROW> AddressRows() {
+    return RowsOf<MIB_IPADDRTABLE, MIB_IPADDRROW>(GetIpAddrTable);
 }
 
-inline std::vector<MIB_IFROW> InterfaceRows(BOOL ordered = FALSE) {
-    return RowsOf<MIB_IFTABLE, MIB_IFROW>(GetIfTable, ordered);
+inline std::vector<MIB_IFROW> InterfaceRows() {
+    return RowsOf<MIB_IFTABLE, MIB_IFROW>(GetIfTable);
 }
 
 inline std::string DescriptionOf(const MIB_IFROW& row) {

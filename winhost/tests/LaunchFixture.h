@@ -72,11 +72,11 @@ class LaunchFixture : public PcFixture {
     }
 
     // A primary token of the console's logon program, for its session.
-    static HANDLE LogonToken(DWORD access = TOKEN_ALL_ACCESS, TOKEN_TYPE type = TokenPrimary) {
+    static HANDLE LogonToken(DWORD access = TOKEN_ALL_ACCESS) {
         const HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, IdOf("winlogon.exe"));
         HANDLE own = nullptr, token = nullptr;
         EXPECT_TRUE(OpenProcessToken(process, TOKEN_ALL_ACCESS, &own));
-        EXPECT_TRUE(DuplicateTokenEx(own, access, nullptr, SecurityImpersonation, type, &token));
+        EXPECT_TRUE(DuplicateTokenEx(own, access, nullptr, SecurityImpersonation, TokenPrimary, &token));
         CloseHandle(own);
         CloseHandle(process);
         return token;

@@ -164,18 +164,6 @@ TEST_F(MachineNetworkDeathTest, EachInterfaceHasTheGatewayOfItsBestDefaultRoute)
     });
 }
 
-TEST_F(MachineNetworkDeathTest, ADefaultRouteMayHaveSeveralHops) {
-    EXPECT_IN_OWN_NETWORK([] {
-        AddCable("eth0", "far0");
-        AddCable("eth1", "far1");
-        Ip("address add 10.0.0.2/24 dev eth0");
-        Ip("address add 10.0.1.2/24 dev eth1");
-        Ip("route add default nexthop via 10.0.0.1 dev eth0 nexthop via 10.0.1.1 dev eth1");
-        EXPECT_STREQ("10.0.0.1", AdapterOf("eth0")->GatewayList.IpAddress.String);
-        EXPECT_STREQ("10.0.1.1", AdapterOf("eth1")->GatewayList.IpAddress.String);
-    });
-}
-
 TEST_F(MachineNetworkDeathTest, AnAliasIsTheDescription) {
     EXPECT_IN_OWN_NETWORK([] {
         AddCable("eth0", "far0");

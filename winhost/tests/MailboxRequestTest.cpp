@@ -223,7 +223,7 @@ TEST_F(MailboxRequestTest, TellsItsStateInTheOverlapped) {
     EXPECT_EQ(request.overlapped.Internal, STATUS_PENDING);
     CancelIoEx(m_device, &request.overlapped);
     EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
-    EXPECT_EQ(request.overlapped.Internal, 0xC0000120u);
+    EXPECT_EQ(request.overlapped.Internal, 0xC00703E3u);
     Request answered(8);
     Query(m_device, answered);
     m_firmware.Receive();

@@ -144,8 +144,8 @@ TEST_F(MailboxWaitTest, ACloseEndsTheWaitsOfAll) {
     CloseHandle(m_device);
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
     EXPECT_EQ(m_follower->Result(), WAIT_OBJECT_0);
-    EXPECT_EQ(m_first.overlapped.Internal, 0xC0000120u);
-    EXPECT_EQ(m_second.overlapped.Internal, 0xC0000120u);
+    EXPECT_EQ(m_first.overlapped.Internal, 0xC00703E3u);
+    EXPECT_EQ(m_second.overlapped.Internal, 0xC00703E3u);
 }
 
 TEST_F(MailboxWaitTest, TheFirmwaresEndEndsTheWaitsOfAll) {

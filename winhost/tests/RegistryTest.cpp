@@ -84,7 +84,7 @@ TEST_F(RegistryTest, ABufferThatIsTooSmallLearnsTheSize) {
 }
 
 TEST_F(RegistryTest, MissingKeysAndValuesAreNotFound) {
-    HKEY none = HKEY_USERS;
+    HKEY none = HKEY_LOCAL_MACHINE;
     EXPECT_EQ(ERROR_FILE_NOT_FOUND,
               RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Vendor", 0, KEY_READ, &none));
     EXPECT_EQ(nullptr, none);

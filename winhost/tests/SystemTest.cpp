@@ -128,8 +128,8 @@ TEST_F(SystemTest, AnErrorHasAText) {
         FormatMessageA(kSystemText, nullptr, ERROR_ACCESS_DENIED, 0, text, sizeof text, nullptr);
     EXPECT_STREQ("Access is denied.\r\n", text);
     EXPECT_EQ(std::strlen(text), length);
-    EXPECT_NE(0u, FormatMessageA(kSystemText, nullptr, ERROR_INVALID_PARAMETER,
-                                 MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), text, sizeof text, nullptr));
+    EXPECT_NE(0u,
+              FormatMessageA(kSystemText, nullptr, ERROR_INVALID_PARAMETER, 0, text, sizeof text, nullptr));
     EXPECT_STREQ("The parameter is incorrect.\r\n", text);
 }
 

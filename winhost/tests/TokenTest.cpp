@@ -71,16 +71,6 @@ TEST_F(TokenTest, DuplicatingNeedsItsRight) {
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(Duplicate(nullptr)));
 }
 
-TEST_F(TokenTest, ALevelCannotRise) {
-    const HANDLE token = TokenOf(IdOf("winlogon.exe"));
-    const HANDLE low = Duplicate(token, TokenImpersonation, SecurityIdentification);
-    ASSERT_TRUE(low);
-    EXPECT_EQ(ERROR_BAD_IMPERSONATION_LEVEL, ErrorOf(Duplicate(low, TokenPrimary, SecurityImpersonation)));
-    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(Duplicate(token, static_cast<TOKEN_TYPE>(3))));
-    CloseHandle(low);
-    CloseHandle(token);
-}
-
 TEST_F(TokenTest, ASessionIsSetWithThePrivilegeEnabled) {
     const HANDLE token = LogonToken();
     EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, ErrorOfSession(token, 2));

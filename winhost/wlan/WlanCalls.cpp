@@ -7,7 +7,7 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Guid.h"
-#include "testbed/Utf8.h"
+#include "winhost/core/WideText.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/wlan/WlanMemory.h"
 
@@ -24,9 +24,7 @@ bool IsServiceRunning() {
 void Fill(WLAN_INTERFACE_INFO& info, const winhost::WlanInterface& wlan) {
     info = {};
     info.InterfaceGuid = winhost::ParseGuid(wlan.guid).value_or(GUID{});
-    const std::wstring text = testbed::FromUtf8(wlan.description);
-    std::copy_n(text.begin(), std::min(text.size(), std::size(info.strInterfaceDescription) - 1),
-                info.strInterfaceDescription);
+    winhost::PutWide(info.strInterfaceDescription, wlan.description);
     info.isState = static_cast<WLAN_INTERFACE_STATE>(wlan.state);
 }
 

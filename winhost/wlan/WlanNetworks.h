@@ -21,8 +21,8 @@ DOT11_AUTH_ALGORITHM AuthAlgorithmOf(const WlanNetwork& network);
 DOT11_CIPHER_ALGORITHM CipherAlgorithmOf(const WlanNetwork& network);
 ULONG FrequencyOf(const WlanNetwork& network);
 
-// Its profile as XML. None when its file cannot be read.
-std::optional<std::string> ProfileOf(const WlanNetwork& network, bool withPlainKey);
+// Its profile as XML.
+std::string ProfileOf(const WlanNetwork& network, bool withPlainKey);
 
 // The radio of the PC's interface `number`, with the notifications that Windows sends, in their order. They
 // return when the callbacks of the listeners have returned, and throw std::runtime_error for an interface or

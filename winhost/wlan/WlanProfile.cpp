@@ -84,15 +84,8 @@ std::string True(const std::string&) {
 
 }  // namespace
 
-std::optional<std::string> ProfileOf(const WlanNetwork& network, bool withPlainKey) {
-    std::string xml = network.profile;
-    if (!network.profileFile.empty()) {
-        std::ifstream file(Pc::Instance().HostPath(network.profileFile), std::ios::binary);
-        if (!file) return std::nullopt;
-        xml.assign(std::istreambuf_iterator<char>(file), {});
-    } else if (xml.empty()) {
-        xml = MadeProfile(network);
-    }
+std::string ProfileOf(const WlanNetwork& network, bool withPlainKey) {
+    std::string xml = network.profile.empty() ? MadeProfile(network) : network.profile;
     if (!withPlainKey) {
         ReplaceText(xml, "protected", True);
         ReplaceText(xml, "keyMaterial", Protected);

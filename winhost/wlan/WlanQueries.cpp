@@ -9,6 +9,7 @@
 #include "testbed/Utf8.h"
 #include "winhost/core/Gate.h"
 #include "winhost/core/Guid.h"
+#include "winhost/core/WideText.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/wlan/WlanMemory.h"
 #include "winhost/wlan/WlanNetworks.h"
@@ -22,12 +23,8 @@ constexpr DWORD kPlainKey = 4;           // WLAN_PROFILE_GET_PLAINTEXT_KEY
 constexpr DWORD kWriteAccess = 0x70023;  // WLAN_WRITE_ACCESS
 constexpr DWORD kInvalidState = 5023;    // ERROR_INVALID_STATE
 constexpr USHORT kPrivacyCapability = 0x10;
-
-template <size_t N>
-void CopyWide(WCHAR (&field)[N], const std::string& utf8) {
-    const std::wstring text = testbed::FromUtf8(utf8);
-    std::copy_n(text.begin(), std::min(text.size(), N - 1), field);
-}
+constexpr ULONG kSignalQuality = 80;  // percent
+constexpr ULONG kRate = 866'000;      // in kbit/s
 
 // The PC with the interface that a call names.
 class Query {
@@ -61,14 +58,13 @@ WLAN_CONNECTION_ATTRIBUTES AttributesOf(const WlanNetwork& network) {
     WLAN_CONNECTION_ATTRIBUTES attributes{};
     attributes.isState = wlan_interface_state_connected;
     attributes.wlanConnectionMode = wlan_connection_mode_profile;
-    CopyWide(attributes.strProfileName, network.name);
+    winhost::PutWide(attributes.strProfileName, network.name);
     WLAN_ASSOCIATION_ATTRIBUTES& association = attributes.wlanAssociationAttributes;
     association.dot11Ssid = winhost::Dot11SsidOf(network);
     association.dot11BssType = dot11_BSS_type_infrastructure;
     association.dot11PhyType = dot11_phy_type_vht;
-    association.wlanSignalQuality = network.signalQuality;
-    association.ulRxRate = network.receivingRate;
-    association.ulTxRate = network.transmissionRate;
+    association.wlanSignalQuality = kSignalQuality;
+    association.ulRxRate = association.ulTxRate = kRate;
     WLAN_SECURITY_ATTRIBUTES& security = attributes.wlanSecurityAttributes;
     security.bSecurityEnabled = winhost::IsSecured(network);
     security.bOneXEnabled = network.oneX;
@@ -91,8 +87,8 @@ WLAN_BSS_ENTRY EntryOf(const WlanNetwork& network) {
     entry.dot11Ssid = winhost::Dot11SsidOf(network);
     entry.dot11BssType = dot11_BSS_type_infrastructure;
     entry.dot11BssPhyType = dot11_phy_type_vht;
-    entry.uLinkQuality = network.signalQuality;
-    entry.lRssi = static_cast<LONG>(network.signalQuality / 2) - 100;
+    entry.uLinkQuality = kSignalQuality;
+    entry.lRssi = static_cast<LONG>(kSignalQuality / 2) - 100;
     entry.bInRegDomain = TRUE;
     entry.usBeaconPeriod = 100;
     entry.usCapabilityInformation = winhost::IsSecured(network) ? kPrivacyCapability : 0;
@@ -131,9 +127,8 @@ DWORD WlanGetProfile(HANDLE hClientHandle, const GUID* pInterfaceGuid, LPCWSTR s
     const std::string name = testbed::ToUtf8(std::wstring_view(strProfileName));
     for (const WlanNetwork& network : query.Pc().wlanNetworks) {
         if (network.name != name) continue;
-        const auto xml = winhost::ProfileOf(network, pdwFlags && (*pdwFlags & kPlainKey));
-        if (!xml) break;
-        const std::wstring text = testbed::FromUtf8(*xml);
+        const std::wstring text =
+            testbed::FromUtf8(winhost::ProfileOf(network, pdwFlags && (*pdwFlags & kPlainKey)));
         auto* const copy = static_cast<WCHAR*>(AllocateWlanMemory((text.size() + 1) * sizeof(WCHAR)));
         if (!copy) return ERROR_NOT_ENOUGH_MEMORY;
         std::copy(text.begin(), text.end(), copy);

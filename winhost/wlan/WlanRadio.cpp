@@ -4,7 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "testbed/Utf8.h"
+#include "winhost/core/WideText.h"
 #include "winhost/wlan/WlanNetworks.h"
 #include "winhost/wlan/WlanService.h"
 
@@ -55,8 +55,7 @@ void Notify(uint32_t number, uint32_t source, uint32_t code, const std::string& 
 std::string ConnectionData(const WlanNetwork& network) {
     WLAN_CONNECTION_NOTIFICATION_DATA data{};
     data.wlanConnectionMode = wlan_connection_mode_profile;
-    const std::wstring name = testbed::FromUtf8(network.name);
-    std::copy_n(name.begin(), std::min(name.size(), std::size(data.strProfileName) - 1), data.strProfileName);
+    PutWide(data.strProfileName, network.name);
     data.dot11Ssid = Dot11SsidOf(network);
     data.dot11BssType = dot11_BSS_type_infrastructure;
     data.bSecurityEnabled = IsSecured(network);

@@ -12,12 +12,7 @@
 namespace winhost {
 namespace {
 
-// Of the calling thread: how often it has entered its apartment, and which kind that is.
-struct Apartment {
-    unsigned entered = 0;
-    DWORD kind = COINIT_MULTITHREADED;
-};
-thread_local Apartment t_apartment;
+thread_local unsigned t_entered = 0;  // how often the calling thread has entered the apartment
 
 }  // namespace
 
@@ -81,25 +76,19 @@ Com& Com::Instance() {
 
 bool Com::IsReady() const {
     std::lock_guard lock(m_mutex);
-    return t_apartment.entered > 0 || m_enteredByMany > 0;
+    return m_entered > 0;
 }
 
-HRESULT Com::Enter(DWORD kind) {
+HRESULT Com::Enter() {
     std::lock_guard lock(m_mutex);
-    const bool again = t_apartment.entered > 0;
-    if (again && t_apartment.kind != kind) return RPC_E_CHANGED_MODE;
-    t_apartment.kind = kind;
-    ++t_apartment.entered;
     ++m_entered;
-    if (kind == COINIT_MULTITHREADED) ++m_enteredByMany;
-    return again ? S_FALSE : S_OK;
+    return t_entered++ > 0 ? S_FALSE : S_OK;
 }
 
 void Com::Leave() {
     std::lock_guard lock(m_mutex);
-    if (t_apartment.entered == 0) return;
-    --t_apartment.entered;
-    if (t_apartment.kind == COINIT_MULTITHREADED) --m_enteredByMany;
+    if (t_entered == 0) return;
+    --t_entered;
     // The last one takes the process's security along.
     if (--m_entered == 0) m_impersonationLevel = 0;
 }
@@ -123,9 +112,8 @@ using winhost::Com;
 
 HRESULT CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit) {
     WINHOST_GATE_HRESULT("CoInitializeEx");
-    constexpr DWORD kFlags = COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE | COINIT_SPEED_OVER_MEMORY;
-    if (pvReserved || dwCoInit & ~kFlags) return E_INVALIDARG;
-    return Com::Instance().Enter(dwCoInit & COINIT_APARTMENTTHREADED);
+    if (pvReserved || dwCoInit != COINIT_MULTITHREADED) return E_INVALIDARG;
+    return Com::Instance().Enter();
 }
 
 void CoUninitialize() {

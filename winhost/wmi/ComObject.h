@@ -31,8 +31,7 @@ inline HRESULT AsFailure(uint32_t error) {
     return error >> 31 ? static_cast<HRESULT>(error) : HRESULT_FROM_WIN32(error);
 }
 
-// False while neither the calling thread nor one for many threads has an apartment; counts the use of an
-// object as a stale one.
+// False while no thread is in an apartment; counts the use of an object as a stale one.
 bool CheckComUse();
 
 class ComObjectCount {
@@ -95,14 +94,13 @@ class Com {
   public:
     static Com& Instance();
 
-    // True when the calling thread is in an apartment: its own, or the one of many threads that another one
-    // entered.
+    // True while a thread of the process is in the apartment of many threads, which is then everybody's.
     bool IsReady() const;
     // To be called when an object of another process is first met: from now on it's too late for
     // CoInitializeSecurity. The impersonation level that proxies begin with.
     DWORD UseSecurity();
 
-    HRESULT Enter(DWORD kind);
+    HRESULT Enter();
     void Leave();
     HRESULT SetSecurity(DWORD impersonationLevel);
 
@@ -111,7 +109,6 @@ class Com {
 
     mutable std::mutex m_mutex;
     unsigned m_entered = 0;          // by all threads
-    unsigned m_enteredByMany = 0;    // of these, into the apartment of many threads
     DWORD m_impersonationLevel = 0;  // 0 until security is settled
 };
 

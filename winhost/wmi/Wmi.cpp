@@ -48,7 +48,7 @@ class System : public ComObject<IWbemClassObject, IID_IWbemClassObject> {
             pVal->vt = VT_I4;
             pVal->lVal = static_cast<LONG>(m_type);
         } else {
-            pVal->bstrVal = SysAllocStringLen(m_version.data(), static_cast<UINT>(m_version.size()));
+            pVal->bstrVal = SysAllocString(m_version.c_str());
             if (!pVal->bstrVal) return WBEM_E_OUT_OF_MEMORY;
             pVal->vt = VT_BSTR;
         }
