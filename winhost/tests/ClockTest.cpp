@@ -14,43 +14,40 @@ const auto kUnixTimeAtStart = std::chrono::system_clock::now().time_since_epoch(
 
 class ManualClock : public testing::Test {
   protected:
+    // A thread that sleeps so long on the clock.
+    std::thread Sleeper(Clock::Duration time) {
+        return std::thread([this, deadline = m_clock.Steady() + time] { m_clock.SleepUntil(deadline); });
+    }
+
     ManualTime m_manual;
     Clock& m_clock = Clock::Instance();
 };
 
-TEST_F(ManualClock, StandsStillButForAdvance) {
+TEST_F(ManualClock, StandsStillButForAdvanceWhichMovesTheWallTimeToo) {
     const auto before = m_clock.Steady();
+    const uint64_t wallBefore = m_clock.FileTime();
     EXPECT_EQ(m_clock.Steady(), before);
     m_clock.Advance(61s);
     EXPECT_EQ(m_clock.Steady(), before + 61s);
-}
-
-TEST_F(ManualClock, MovesTheWallTimeToo) {
-    const uint64_t before = m_clock.FileTime();
-    m_clock.Advance(1s);
-    EXPECT_EQ(m_clock.FileTime(), before + 10'000'000);
+    EXPECT_EQ(m_clock.FileTime(), wallBefore + 610'000'000);
 }
 
 TEST_F(ManualClock, EndsASleepWhenItsDeadlineIsReached) {
     std::atomic<bool> awake = false;
-    const auto deadline = m_clock.Steady() + 10s;
-    std::thread sleeper([&] {
+    std::thread sleeper([&, deadline = m_clock.Steady() + 10s] {
         m_clock.SleepUntil(deadline);
         awake = true;
     });
     ASSERT_TRUE(m_clock.AwaitSleeper(10s));
     m_clock.Advance(9s);
-    // Still there, one second from its end.
-    ASSERT_TRUE(m_clock.AwaitSleeper(1s));
+    ASSERT_TRUE(m_clock.AwaitSleeper(1s)) << "still there, one second from its end";
     EXPECT_FALSE(awake);
     m_clock.Advance(1s);
     sleeper.join();
-    EXPECT_TRUE(awake);
 }
 
 TEST_F(ManualClock, WakesEachSleeperAtItsOwnTime) {
-    std::thread first([&, deadline = m_clock.Steady() + 1s] { m_clock.SleepUntil(deadline); });
-    std::thread second([&, deadline = m_clock.Steady() + 1h] { m_clock.SleepUntil(deadline); });
+    std::thread first = Sleeper(1s), second = Sleeper(1h);
     ASSERT_TRUE(m_clock.AwaitSleepers(2));
     m_clock.Advance(1s);
     first.join();
@@ -59,31 +56,21 @@ TEST_F(ManualClock, WakesEachSleeperAtItsOwnTime) {
     second.join();
 }
 
-TEST_F(ManualClock, DoesNotCountASleeperWhoseTimeHasCome) {
-    std::thread sleeper([&, deadline = m_clock.Steady() + 1s] { m_clock.SleepUntil(deadline); });
-    ASSERT_TRUE(m_clock.AwaitSleepers(1));
-    m_clock.Advance(1s);
+TEST_F(ManualClock, CountsNoSleeperWhoseTimeHasComeOrDiffersByAMillisecond) {
+    EXPECT_FALSE(m_clock.AwaitSleepers(1, 1ms)) << "there is none";
+    std::thread sleeper = Sleeper(999ms);
+    ASSERT_TRUE(m_clock.AwaitSleeper(999ms));
+    EXPECT_FALSE(m_clock.AwaitSleeper(1s, 0ms));
+    m_clock.Advance(999ms);
     EXPECT_FALSE(m_clock.AwaitSleepers(1, 0ms));
     sleeper.join();
 }
 
-TEST_F(ManualClock, DoesNotCountASleeperWhoseTimeDiffersByAMillisecond) {
-    std::thread sleeper([&, deadline = m_clock.Steady() + 999ms] { m_clock.SleepUntil(deadline); });
-    ASSERT_TRUE(m_clock.AwaitSleeper(999ms));
-    EXPECT_FALSE(m_clock.AwaitSleeper(1s, 0ms));
-    m_clock.Advance(1s);
-    sleeper.join();
-}
-
 TEST_F(ManualClock, LetsSleepersGoOnWithTheMachineWhenItRunsAgain) {
-    std::thread sleeper([&, deadline = m_clock.Steady() + 5ms] { m_clock.SleepUntil(deadline); });
+    std::thread sleeper = Sleeper(5ms);
     ASSERT_TRUE(m_clock.AwaitSleepers(1));
     m_clock.SetManual(false);
     sleeper.join();
-}
-
-TEST_F(ManualClock, TellsThatNobodySleeps) {
-    EXPECT_FALSE(m_clock.AwaitSleepers(1, 1ms));
 }
 
 TEST_F(ManualClock, EndsAWaitByItsConditionBeforeTheDeadline) {

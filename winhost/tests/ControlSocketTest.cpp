@@ -1,18 +1,14 @@
 // The control socket, as another process meets it: one line of JSON each way.
 #include <json/reader.h>
 #include <json/writer.h>
+#include <powrprof.h>
 #include <winsvc.h>
-#include <windows.h>
 
-#include <chrono>
-#include <memory>
 #include <semaphore>
-#include <thread>
 
 #include "testbed/ControlSocket.h"
-#include "winhost/core/Clock.h"
-#include "winhost/core/Gate.h"
 #include "winhost/io/MailboxDevice.h"
+#include "winhost/power/Privileges.h"
 #include "winhost/service/Scm.h"
 #include "winhost/tests/PcFixture.h"
 #include "winhost/tests/PosixPeer.h"
@@ -22,10 +18,7 @@ namespace {
 class ControlSocket : public PcFixture {
   protected:
     ControlSocket() {
-        StartPc([this](winhost::PcDescription& pc) { pc.controlSocket = Path(); });
-    }
-    ~ControlSocket() override {
-        StartPc([](winhost::PcDescription&) {});
+        StartPc([this](auto& pc) { pc.controlSocket = Path(); });
     }
     std::string Path() const { return (m_root / "control.sock").string(); }
 
@@ -41,7 +34,9 @@ class ControlSocket : public PcFixture {
         PosixPeer client = PosixPeer::ConnectToUnix(Path());
         return AskLine(client, line);
     }
-    Json::Value Result(const std::string& line) {
+    // A command without arguments goes by its name.
+    Json::Value Result(const std::string& command) {
+        const std::string line = command[0] == '{' ? command : R"({"command": ")" + command + "\"}";
         const Json::Value answer = Ask(line);
         EXPECT_TRUE(answer["ok"].asBool()) << answer.toStyledString();
         return answer["result"];
@@ -112,9 +107,7 @@ TEST_F(ControlSocket, AnUnknownCommandIsNamed) {
 TEST_F(ControlSocket, ALineWithoutAnEndIsBounded) {
     PosixPeer client = PosixPeer::ConnectToUnix(Path());
     try {
-        const std::string block(1 << 16, 'x');
-        for (int i = 0; i < 64; ++i)
-            client.Send(block);
+        client.Send(std::string(1 << 22, 'x'));
     } catch (const std::runtime_error&) {
         // The connection may be closed while it is still being filled.
     }
@@ -132,7 +125,7 @@ TEST_F(ControlSocket, ManyClientsAreServedSideBySide) {
 }
 
 TEST_F(ControlSocket, HelpListsTheCommandsAndTheirArguments) {
-    const Json::Value help = Result(R"({"command": "help"})");
+    const Json::Value help = Result("help");
     for (const char* name : {"status", "reports", "control", "event-log", "clock advance", "change",
                              "gate fail", "wlan notify", "mailbox", "handles"}) {
         EXPECT_FALSE(help[name]["help"].asString().empty()) << name;
@@ -145,8 +138,8 @@ TEST_F(ControlSocket, HelpListsTheCommandsAndTheirArguments) {
 }
 
 TEST_F(ControlSocket, BeforeTheFirstReportTheStateIsZero) {
-    EXPECT_EQ(0, Result(R"({"command": "status"})")["state"].asInt());
-    EXPECT_EQ(0u, Result(R"({"command": "reports"})").size());
+    EXPECT_EQ(0, Result("status")["state"].asInt());
+    EXPECT_EQ(0u, Result("reports").size());
 }
 
 TEST_F(ControlSocket, AControlToNoServiceIsAnError) {
@@ -154,11 +147,11 @@ TEST_F(ControlSocket, AControlToNoServiceIsAnError) {
 }
 
 TEST_F(ControlSocketWithService, StatusIsTheLastReport) {
-    const Json::Value status = Result(R"({"command": "status"})");
+    const Json::Value status = Result("status");
     EXPECT_EQ(SERVICE_RUNNING, status["state"].asInt());
     EXPECT_EQ("running", status["stateName"].asString());
     EXPECT_EQ(0x41, status["controlsAccepted"].asInt());
-    EXPECT_EQ(1u, Result(R"({"command": "reports"})").size());
+    EXPECT_EQ(1u, Result("reports").size());
 }
 
 TEST_F(ControlSocketWithService, ControlsGoByNumberAndByName) {
@@ -194,21 +187,31 @@ TEST_F(ControlSocketWithService, AControlIsAnsweredWhenItsHandlerHasReturned) {
 
 TEST_F(ControlSocket, TheEventLogIsTold) {
     winhost::Pc::Instance().Record(winhost::EventLogEntry{"Source", 1, 0xC0020001, {"a", "b"}});
-    const Json::Value log = Result(R"({"command": "event-log"})");
+    const Json::Value log = Result("event-log");
     ASSERT_EQ(1u, log.size());
     EXPECT_EQ(0xC0020001, log[0]["eventId"].asUInt());
     EXPECT_EQ("b", log[0]["strings"][1].asString());
 }
 
+TEST_F(ControlSocket, ThePowerActionsAreListed) {
+    EXPECT_EQ(Json::Value(Json::arrayValue), Result("power-actions"));
+    winhost::EnablePrivilege(winhost::PrivilegeByName("SeShutdownPrivilege"), true);
+    ASSERT_TRUE(SetSuspendState(TRUE, TRUE, FALSE));
+    const Json::Value list = Result("power-actions");
+    ASSERT_EQ(1u, list.size());
+    EXPECT_EQ("hibernate", list[0]["action"].asString());
+    EXPECT_EQ("SetSuspendState(1, 1, 0)", list[0]["call"].asString());
+}
+
 TEST_F(ControlSocket, TheClockMoves) {
     Result(R"({"command": "clock", "action": "manual"})");
-    const auto before = winhost::Clock::Instance().Steady();
-    const auto wallBefore = winhost::Clock::Instance().FileTime();
+    const auto before = Clock().Steady();
+    const auto wallBefore = Clock().FileTime();
     Result(R"({"command": "clock", "action": "advance", "milliseconds": 61000})");
-    EXPECT_EQ(std::chrono::seconds(61), winhost::Clock::Instance().Steady() - before);
+    EXPECT_EQ(std::chrono::seconds(61), Clock().Steady() - before);
     Result(R"({"command": "clock", "action": "wall-offset", "milliseconds": -3600000})");
-    EXPECT_LT(winhost::Clock::Instance().FileTime(), wallBefore);
-    EXPECT_EQ(std::chrono::seconds(61), winhost::Clock::Instance().Steady() - before);
+    EXPECT_LT(Clock().FileTime(), wallBefore);
+    EXPECT_EQ(std::chrono::seconds(61), Clock().Steady() - before);
     Result(R"({"command": "clock", "action": "running"})");
     EXPECT_TRUE(
         Error(R"({"command": "clock", "action": "advance"})").starts_with("\"milliseconds\" has to be"));
@@ -217,17 +220,17 @@ TEST_F(ControlSocket, TheClockMoves) {
 
 TEST_F(ControlSocket, APatchChangesWhatItNamesAndNullBringsTheDefaultBack) {
     Result(R"({"command": "change", "patch": {"userName": "someone", "connectedFlags": 0}})");
-    EXPECT_EQ("someone", winhost::Pc::Instance().Description().userName);
+    EXPECT_EQ("someone", Description().userName);
     Result(R"({"command": "change", "patch": {"userName": null}})");
-    EXPECT_EQ("SYSTEM", winhost::Pc::Instance().Description().userName);
-    EXPECT_EQ(0, Result(R"({"command": "description"})")["connectedFlags"].asInt());
-    EXPECT_EQ(m_root.string(), winhost::Pc::Instance().Description().root);
+    EXPECT_EQ("SYSTEM", Description().userName);
+    EXPECT_EQ(0, Result("description")["connectedFlags"].asInt());
+    EXPECT_EQ(m_root.string(), Description().root);
 }
 
 TEST_F(ControlSocket, APatchThatIsRefusedChangesNothing) {
     EXPECT_EQ("userNam: unknown key",
               Error(R"({"command": "change", "patch": {"computerName": "OTHER", "userNam": "x"}})"));
-    EXPECT_EQ("WINHOST-PC", winhost::Pc::Instance().Description().computerName);
+    EXPECT_EQ("WINHOST-PC", Description().computerName);
     EXPECT_EQ("root: cannot change while the PC runs",
               Error(R"({"command": "change", "patch": {"root": "/"}})"));
 }
@@ -235,8 +238,7 @@ TEST_F(ControlSocket, APatchThatIsRefusedChangesNothing) {
 TEST_F(ControlSocket, TheGateIsArmedCountedAndReset) {
     Result(R"({"command": "gate", "action": "fail", "call": "GetCurrentProcessId", "n": 3, "error": 5})");
     Result(R"({"command": "gate", "action": "fail", "call": "RegisterEventSourceA", "n": 1, "error": 1722})");
-    EXPECT_EQ(nullptr, RegisterEventSourceA(nullptr, ""));
-    EXPECT_EQ(1722u, GetLastError());
+    EXPECT_EQ(1722u, ErrorOf(RegisterEventSourceA(nullptr, "")));
     const Json::Value counted =
         Result(R"({"command": "gate", "action": "count", "call": "RegisterEventSourceA"})");
     EXPECT_EQ(1, counted["calls"].asInt());
@@ -246,19 +248,14 @@ TEST_F(ControlSocket, TheGateIsArmedCountedAndReset) {
                     .starts_with("\"n\""));
 }
 
-TEST_F(ControlSocket, OpenHandlesAreCounted) {
-    const int before = Result(R"({"command": "handles"})")["open"].asInt();
-    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    EXPECT_EQ(before + 1, Result(R"({"command": "handles"})")["open"].asInt());
+TEST_F(ControlSocket, OpenHandlesAndPendingRequestsAreCounted) {
+    const int before = Result("handles")["open"].asInt();
+    const HANDLE event = NewEvent();
+    EXPECT_EQ(before + 1, Result("handles")["open"].asInt());
     CloseHandle(event);
-    EXPECT_EQ(before, Result(R"({"command": "handles"})")["open"].asInt());
-}
-
-TEST_F(ControlSocket, TheMailboxTellsWhatIsPending) {
-    const Json::Value mailbox = Result(R"({"command": "mailbox"})");
-    EXPECT_EQ(0, mailbox["openHandles"].asInt());
-    EXPECT_EQ(0, mailbox["pendingReads"].asInt());
-    EXPECT_EQ(0, mailbox["pendingRequests"].asInt());
+    EXPECT_EQ(before, Result("handles")["open"].asInt());
+    for (const char* count : {"openHandles", "pendingReads", "pendingRequests"})
+        EXPECT_EQ(0, Result("mailbox")[count].asInt()) << count;
 }
 
 TEST_F(ControlSocket, IsLeftToTheProcessThatListensThere) {
@@ -270,19 +267,19 @@ TEST_F(ControlSocket, IsLeftToTheProcessThatListensThere) {
         EXPECT_EQ(refusal.what(), "control socket " + Path() + ": another process listens there");
     }
     EXPECT_FALSE(std::filesystem::exists(Path() + ".new"));
-    EXPECT_EQ(0, Result(R"({"command": "mailbox"})")["openHandles"].asInt());
+    EXPECT_EQ(0, Result("mailbox")["openHandles"].asInt());
 }
 
 TEST_F(ControlSocket, TakesThePlaceOfOneThatWasLeftBehind) {
-    StartPc([](winhost::PcDescription&) {});
+    StartPc([](auto&) {});
     PosixPeer::LeaveUnixSocketBehind(Path());
     PosixPeer::LeaveUnixSocketBehind(Path() + ".new");
-    StartPc([this](winhost::PcDescription& pc) { pc.controlSocket = Path(); });
-    EXPECT_EQ(0, Result(R"({"command": "mailbox"})")["openHandles"].asInt());
+    StartPc([this](auto& pc) { pc.controlSocket = Path(); });
+    EXPECT_EQ(0, Result("mailbox")["openHandles"].asInt());
 }
 
 TEST_F(ControlSocket, APcWithoutOneClosesTheOldOne) {
-    StartPc([](winhost::PcDescription&) {});
+    StartPc([](auto&) {});
     EXPECT_FALSE(std::filesystem::exists(Path()));
     EXPECT_THROW(PosixPeer::ConnectToUnix(Path()), std::runtime_error);
 }

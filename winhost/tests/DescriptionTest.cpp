@@ -1,17 +1,12 @@
 // The PC's description as a JSON file, and the paths that hang on it.
 #include "winhost/pc/DescriptionJson.h"
 
-#include <gtest/gtest.h>
 #include <json/reader.h>
 
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <memory>
-
-#include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
 
 namespace {
@@ -53,40 +48,88 @@ TEST(Description, EachKindOfValueIsRead) {
     EXPECT_EQ(40664, pc.ports.at(664));
 }
 
-TEST(Description, UnknownKeysAreRefusedWithTheirPlace) {
-    EXPECT_EQ("prots: unknown key", Refusal(R"({"prots": {}})"));
-    EXPECT_EQ("adapters[1].adress: unknown key",
-              Refusal(R"({"adapters": [{"name": "{A}"}, {"name": "{B}", "adress": "10.0.0.1"}]})"));
+TEST(Description, WhatNoPcCanHaveIsRefusedWithItsPlace) {
+    const std::string longName(32, 'x'), longText(128, 'x'), longPath(260, 'x');
+    std::string manyEngines = "1";
+    for (int i = 0; i < 64; ++i)
+        manyEngines += ", 1";
+    const std::pair<std::string, std::string> refusals[] = {
+        // Keys.
+        {"prots: unknown key", R"({"prots": {}})"},
+        {"adapters[1].adress: unknown key",
+         R"({"adapters": [{"name": "{A}"}, {"name": "{B}", "adress": "10.0.0.1"}]})"},
+        {"a?b?c: unknown key", R"({"a\u0000b\nc": 1})"},
+        // Types.
+        {"description: expected an object", "[]"},
+        {"userName: expected a text", R"({"userName": 5})"},
+        {"startedByScm: expected true or false", R"({"startedByScm": 1})"},
+        {"environment.A: expected a text", R"({"environment": {"A": 5}})"},
+        {"ports.664: expected a port number", R"({"ports": {"664": 70000}})"},
+        {"ports.http: expected a port number as the key", R"({"ports": {"http": 80}})"},
+        {"adapters: expected a list", R"({"adapters": "all"})"},
+        {"adapters[0].index: expected a whole number from 0 to 4294967295",
+         R"({"adapters": [{"name": "{A}", "index": -1}]})"},
+        // The network.
+        {R"(adapters[0].mac: "00-11-22-33-44-55" is not six pairs of hexadecimal digits with colons between)",
+         R"({"adapters": [{"name": "{A}", "mac": "00-11-22-33-44-55"}]})"},
+        {R"(adapters[0].moreAddresses[0].mask: "" is not an IPv4 address)",
+         R"({"adapters": [{"name": "{A}", "moreAddresses": [{"address": "10.0.0.3"}]}]})"},
+        {"adapters[1].index: another adapter has it",
+         R"({"adapters": [{"name": "{A}", "index": 3}, {"name": "{B}", "index": 3}]})"},
+        {"wlanInterfaces[0].guid: \"{A}\" is not a GUID", R"({"wlanInterfaces": [{"guid": "{A}"}]})"},
+        {"wlanInterfaces[0].state: expected 0 to 7",
+         R"({"wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "state": 8}]})"},
+        // The system.
+        {"mailbox: expected unix:<path> or tcp:127.0.0.1:<port>", R"({"mailbox": "/tmp/x"})"},
+        {"cleanBoot: expected 0, 1 or 2", R"({"cleanBoot": 3})"},
+        {"clockRate: expected 1 to 1000", R"({"clockRate": 0})"},
+        {"timerPeriod: expected 1 to 1000", R"({"timerPeriod": 0})"},
+        {"registry.SOFTWARE\\X: expected a key below HKEY_LOCAL_MACHINE",
+         R"({"registry": {"SOFTWARE\\X": {}}})"},
+        {"wmiConnectError: expected 0 or an HRESULT of a failure", R"({"wmiConnectError": 1})"},
+        {R"(privileges[0]: "SeFlyPrivilege" is not a privilege)", R"({"privileges": ["SeFlyPrivilege"]})"},
+        // Sessions, processes and services.
+        {"consoleSession: session 0 is that of the services", R"({"consoleSession": 0})"},
+        {"screen.height: expected 1 to 32767", R"({"screen": {"height": 0}})"},
+        {"processes[0].name: a process has a name", R"({"processes": [{"pid": 8}]})"},
+        {"processes[0].pid: 0 is none", R"({"processes": [{"name": "a.exe"}]})"},
+        {"processes[1].pid: another process has it",
+         R"({"processes": [{"name": "a.exe", "pid": 8}, {"name": "b.exe", "pid": 8}]})"},
+        {"services[0].startType: expected 0 to 4", R"({"services": [{"name": "a", "startType": 5}]})"},
+        {"services[0].state: expected 1 to 7", R"({"services": [{"name": "a", "state": 0}]})"},
+        {"services[1].name: another service has it", R"({"services": [{"name": "ab"}, {"name": "AB"}]})"},
+        {"services[0].name: a service has a name", R"({"services": [{"name": ""}]})"},
+        {"services[0].name: a service's name has no separator", R"({"services": [{"name": "a\\b"}]})"},
+        // Graphics adapters.
+        {"graphicsAdapters[0].luid: 0 is none", R"({"graphicsAdapters": [{"luid": 0}]})"},
+        {"graphicsAdapters[1].luid: another adapter has it", R"({"graphicsAdapters": [{}, {}]})"},
+        {"graphicsAdapters[0].outputs[0]: expected 1 to 31 bytes",
+         R"({"graphicsAdapters": [{"outputs": [""]}]})"},
+        {"graphicsAdapters[0].outputs[1]: expected 1 to 31 bytes",
+         R"({"graphicsAdapters": [{"outputs": ["x", ")" + longName + "\"]}]}"},
+        {"graphicsAdapters[0].description: too long",
+         R"({"graphicsAdapters": [{"description": ")" + longText + "\"}]}"},
+        {"graphicsAdapters[0].driverPath: too long",
+         R"({"graphicsAdapters": [{"driverPath": ")" + longPath + "\"}]}"},
+        {"graphicsAdapters[0].engines[1]: expected 0 to 255",
+         R"({"graphicsAdapters": [{"engines": [1, 256]}]})"},
+        {"graphicsAdapters[0].engines: 64 at most",
+         R"({"graphicsAdapters": [{"engines": [)" + manyEngines + "]}]}"},
+        {"graphicsAdapters[0].featureLevel: expected 100, 101, 110 or 111",
+         R"({"graphicsAdapters": [{"featureLevel": 120}]})"},
+    };
+    for (const auto& [problem, json] : refusals)
+        EXPECT_EQ(problem, Refusal(json)) << json;
 }
 
-TEST(Description, ARefusalIsOneLineWhateverTheKey) {
-    EXPECT_EQ("a?b?c: unknown key", Refusal(R"({"a\u0000b\nc": 1})"));
-}
-
-TEST(Description, WrongTypesAreRefusedWithTheirPlace) {
-    EXPECT_EQ("description: expected an object", Refusal("[]"));
-    EXPECT_EQ("userName: expected a text", Refusal(R"({"userName": 5})"));
-    EXPECT_EQ("startedByScm: expected true or false", Refusal(R"({"startedByScm": 1})"));
-    EXPECT_EQ("environment.A: expected a text", Refusal(R"({"environment": {"A": 5}})"));
-    EXPECT_EQ("ports.664: expected a port number", Refusal(R"({"ports": {"664": 70000}})"));
-    EXPECT_EQ("ports.http: expected a port number as the key", Refusal(R"({"ports": {"http": 80}})"));
-    EXPECT_EQ("adapters[0].index: expected a whole number from 0 to 4294967295",
-              Refusal(R"({"adapters": [{"name": "{A}", "index": -1}]})"));
-}
-
-TEST(Description, ValuesThatNoPcCanHaveAreRefused) {
-    EXPECT_EQ(
-        "adapters[0].mac: \"00-11-22-33-44-55\" is not six pairs of hexadecimal digits with colons between",
-        Refusal(R"({"adapters": [{"name": "{A}", "mac": "00-11-22-33-44-55"}]})"));
-    for (const char* address : {"10.0.0", "10.0.0.256", "10.0.0.1 ", " 10.0.0.1", "a.b.c.d", "1.2.3.-4"}) {
-        EXPECT_EQ("dnsServers[0]: \"" + std::string(address) + "\" is not an IPv4 address",
-                  Refusal("{\"dnsServers\": [\"" + std::string(address) + "\"]}"));
-    }
-    EXPECT_EQ("mailbox: expected unix:<path> or tcp:127.0.0.1:<port>", Refusal(R"({"mailbox": "/tmp/x"})"));
-    EXPECT_EQ("cleanBoot: expected 0, 1 or 2", Refusal(R"({"cleanBoot": 3})"));
-    EXPECT_EQ("clockRate: expected 1 to 1000", Refusal(R"({"clockRate": 0})"));
-    EXPECT_EQ("registry.SOFTWARE\\X: expected a key below HKEY_LOCAL_MACHINE",
-              Refusal(R"({"registry": {"SOFTWARE\\X": {}}})"));
+TEST(Description, AddressesAndVersionsHaveTheirForm) {
+    for (const std::string address :
+         {"10.0.0", "10.0.0.256", "10.0.0.1 ", " 10.0.0.1", "a.b.c.d", "1.2.3.-4"})
+        EXPECT_EQ("dnsServers[0]: \"" + address + "\" is not an IPv4 address",
+                  Refusal("{\"dnsServers\": [\"" + address + "\"]}"));
+    for (const std::string version : {"10.0", "10.0.19045.1", "ten", "", "10.0.", "-1.0.0"})
+        EXPECT_EQ("osVersion: \"" + version + "\" is not <major>.<minor>.<build>",
+                  Refusal("{\"osVersion\": \"" + version + "\"}"));
 }
 
 TEST(Description, WhatIsLeftToThisMachineSaysSo) {
@@ -99,7 +142,6 @@ TEST(Description, WhatIsLeftToThisMachineSaysSo) {
     const auto none = winhost::DescriptionFromJson(Parse(R"({"adapters": [], "connectedFlags": 0})"));
     EXPECT_TRUE(none.adapters && none.adapters->empty());
     EXPECT_EQ(0u, none.connectedFlags);
-    EXPECT_EQ("adapters: expected a list", Refusal(R"({"adapters": "all"})"));
 }
 
 TEST(Description, AnAdapterMayHaveFurtherAddresses) {
@@ -107,25 +149,14 @@ TEST(Description, AnAdapterMayHaveFurtherAddresses) {
         "moreAddresses": [{"address": "10.0.0.3", "mask": "255.0.0.0", "dhcp": true}]}]})"));
     ASSERT_EQ(1u, pc.adapters->front().moreAddresses.size());
     EXPECT_TRUE(pc.adapters->front().moreAddresses[0].dhcp);
-    EXPECT_EQ("adapters[0].moreAddresses[0].mask: \"\" is not an IPv4 address",
-              Refusal(R"({"adapters": [{"name": "{A}", "moreAddresses": [{"address": "10.0.0.3"}]}]})"));
-    EXPECT_EQ("adapters[1].index: another adapter has it",
-              Refusal(R"({"adapters": [{"name": "{A}", "index": 3}, {"name": "{B}", "index": 3}]})"));
 }
 
-TEST(Description, TheSystemIsOneThatCanBe) {
-    for (const char* version : {"10.0", "10.0.19045.1", "ten", "", "10.0.", "-1.0.0"}) {
-        EXPECT_EQ("osVersion: \"" + std::string(version) + "\" is not <major>.<minor>.<build>",
-                  Refusal("{\"osVersion\": \"" + std::string(version) + "\"}"));
-    }
-    EXPECT_EQ("wmiConnectError: expected 0 or an HRESULT of a failure", Refusal(R"({"wmiConnectError": 1})"));
-    EXPECT_EQ("privileges[0]: \"SeFlyPrivilege\" is not a privilege",
-              Refusal(R"({"privileges": ["SeFlyPrivilege"]})"));
-    EXPECT_EQ("wlanInterfaces[0].guid: \"{A}\" is not a GUID",
-              Refusal(R"({"wlanInterfaces": [{"guid": "{A}"}]})"));
-    EXPECT_EQ(
-        "wlanInterfaces[0].state: expected 0 to 7",
-        Refusal(R"({"wlanInterfaces": [{"guid": "{70A9067B-708F-443C-84BA-BC391FDBF72B}", "state": 8}]})"));
+TEST(Description, ServicesAreRead) {
+    const auto pc = winhost::DescriptionFromJson(
+        Parse(R"({"services": [{"name": "KelmarMnf", "startType": 4, "stopMs": 7000}]})"));
+    EXPECT_EQ("KelmarMnf", pc.services.at(0).name);
+    EXPECT_EQ(4u, pc.services[0].startType);
+    EXPECT_EQ(7000u, pc.services[0].stopMs);
 }
 
 TEST(Description, SessionsAndProcessesAreThoseOfOnePerson) {
@@ -139,15 +170,6 @@ TEST(Description, SessionsAndProcessesAreThoseOfOnePerson) {
     EXPECT_EQ(5000000u, pc.processes[0].pid);
     const auto nobody = winhost::DescriptionFromJson(Parse(R"({"consoleSession": 4294967295})"));
     EXPECT_EQ(winhost::PcDescription::kNoSession, nobody.consoleSession);
-}
-
-TEST(Description, SessionsAndProcessesThatCannotBeAreRefused) {
-    EXPECT_EQ("consoleSession: session 0 is that of the services", Refusal(R"({"consoleSession": 0})"));
-    EXPECT_EQ("screen.height: expected 1 to 32767", Refusal(R"({"screen": {"height": 0}})"));
-    EXPECT_EQ("processes[0].name: a process has a name", Refusal(R"({"processes": [{"pid": 8}]})"));
-    EXPECT_EQ("processes[0].pid: 0 is none", Refusal(R"({"processes": [{"name": "a.exe"}]})"));
-    EXPECT_EQ("processes[1].pid: another process has it",
-              Refusal(R"({"processes": [{"name": "a.exe", "pid": 8}, {"name": "b.exe", "pid": 8}]})"));
 }
 
 TEST(Description, GraphicsAdaptersAreRead) {
@@ -164,30 +186,6 @@ TEST(Description, GraphicsAdaptersAreRead) {
     EXPECT_EQ((std::vector<uint32_t>{12, 1, 1}), adapter.escapes.front().numbers);
     EXPECT_TRUE(pc.softwareDirect3d);
     EXPECT_EQ(5u, pc.timerPeriod);
-}
-
-TEST(Description, GraphicsAdaptersThatCannotBeAreRefused) {
-    const auto refusal = [](const std::string& adapter) {
-        return Refusal("{\"graphicsAdapters\": [{" + adapter + "}]}");
-    };
-    EXPECT_EQ("graphicsAdapters[0].luid: 0 is none", refusal(R"("luid": 0)"));
-    EXPECT_EQ("graphicsAdapters[1].luid: another adapter has it",
-              Refusal(R"({"graphicsAdapters": [{}, {}]})"));
-    EXPECT_EQ("graphicsAdapters[0].outputs[0]: expected 1 to 31 bytes", refusal(R"("outputs": [""])"));
-    EXPECT_EQ("graphicsAdapters[0].outputs[1]: expected 1 to 31 bytes",
-              refusal(R"("outputs": ["x", ")" + std::string(32, 'x') + "\"]"));
-    EXPECT_EQ("graphicsAdapters[0].description: too long",
-              refusal(R"("description": ")" + std::string(128, 'x') + "\""));
-    EXPECT_EQ("graphicsAdapters[0].driverPath: too long",
-              refusal(R"("driverPath": ")" + std::string(260, 'x') + "\""));
-    EXPECT_EQ("graphicsAdapters[0].engines[1]: expected 0 to 255", refusal(R"("engines": [1, 256])"));
-    std::string engines = "1";
-    for (int i = 0; i < 64; ++i)
-        engines += ", 1";
-    EXPECT_EQ("graphicsAdapters[0].engines: 64 at most", refusal("\"engines\": [" + engines + "]"));
-    EXPECT_EQ("graphicsAdapters[0].featureLevel: expected 100, 101, 110 or 111",
-              refusal(R"("featureLevel": 120)"));
-    EXPECT_EQ("timerPeriod: expected 1 to 1000", Refusal(R"({"timerPeriod": 0})"));
 }
 
 TEST(Description, WhatIsWrittenReadsBackTheSame) {
@@ -251,7 +249,7 @@ TEST_F(PcTest, AResetForgetsWhatWasRecordedAndDisarmsTheGate) {
     pc.Record(winhost::ServiceReport{});
     pc.Record(winhost::EventLogEntry{});
     pc.Record(winhost::DebugText{"text"});
-    winhost::Gate::Instance().FailNth("", 1, 5);
+    Fail("", 5);
     StartPc([](winhost::PcDescription& description) { description.userName = "someone"; });
     EXPECT_TRUE(pc.Records<winhost::ServiceReport>().empty());
     EXPECT_TRUE(pc.Records<winhost::EventLogEntry>().empty());
@@ -269,9 +267,8 @@ TEST_F(PcTest, TheJournalKeepsTheLastRecordsOfAKind) {
 }
 
 TEST_F(PcTest, AChangeIsSeenAtOnce) {
-    winhost::Pc& pc = winhost::Pc::Instance();
-    pc.Change([](winhost::PcDescription& description) { description.userName = "someone"; });
-    EXPECT_EQ("someone", pc.Description().userName);
+    SetUser("someone");
+    EXPECT_EQ("someone", Description().userName);
 }
 
 }  // namespace

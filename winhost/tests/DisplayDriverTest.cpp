@@ -1,12 +1,5 @@
 // The display driver of an adapter, through gdi32.dll.
-#include <windows.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "KVMDisplayMgrLib/src/D3dkmt.h"
-#include "winhost/core/Gate.h"
 #include "winhost/tests/GraphicsFixture.h"
 
 namespace {
@@ -29,8 +22,9 @@ class DisplayDriverTest : public GraphicsFixture {
   protected:
     ~DisplayDriverTest() override { CloseAll(); }
 
-    // The only adapter of the PC, opened.
+    // The only adapter of the PC, opened in place of the one before.
     void Open(GraphicsAdapter adapter) {
+        CloseAll();
         adapter.luid = 0x300000007;
         Describe({adapter});
         d3dkmt::OpenAdapterFromLuid open{{7, 3}, 0};
@@ -47,6 +41,7 @@ class DisplayDriverTest : public GraphicsFixture {
         d3dkmt::QueryAdapterInfo query{m_adapter, type, into, static_cast<UINT>(size)};
         return Call("D3DKMTQueryAdapterInfo", query);
     }
+    LONG Escape(std::vector<uint32_t>&& buffer) const { return Escape(buffer); }
     LONG Escape(std::vector<uint32_t>& buffer) const {
         d3dkmt::Escape escape{};
         escape.hAdapter = m_adapter;
@@ -97,7 +92,6 @@ TEST_F(DisplayDriverTest, ItsPciAddressIsTold) {
     EXPECT_EQ(1u, address.FunctionNumber);
     EXPECT_EQ(kInvalidParameter, Query(d3dkmt::kAdapterAddress, &address, sizeof address - 1));
     EXPECT_EQ(kInvalidParameter, Query(d3dkmt::kAdapterAddress, nullptr, sizeof address));
-    CloseAll();
     Open({.hasPciAddress = false});
     EXPECT_EQ(kNotSupported, Query(d3dkmt::kAdapterAddress, &address, sizeof address));
 }
@@ -108,7 +102,6 @@ TEST_F(DisplayDriverTest, ItsDriverIsTold) {
     ASSERT_EQ(0, Query(d3dkmt::kDriverName, &name, sizeof name));
     EXPECT_EQ(u"C:\\drivers\\gpu64.dll", std::u16string(name.UmdFileName));
     EXPECT_EQ(kInvalidParameter, Query(d3dkmt::kDriverName, &name, sizeof name - 1));
-    CloseAll();
     Open({});
     EXPECT_EQ(kNotSupported, Query(d3dkmt::kDriverName, &name, sizeof name));
     EXPECT_EQ(kNotSupported, Query(static_cast<d3dkmt::QueryType>(2), &name, sizeof name));
@@ -127,7 +120,6 @@ TEST_F(DisplayDriverTest, ItsPrivateDataHaveTheirPlaces) {
     EXPECT_EQ(255, data[4606]);
     EXPECT_EQ(0, data[4607]);
     EXPECT_EQ(3, data[16'460]);
-    CloseAll();
     Open({});
     EXPECT_EQ(kNotSupported, Query(d3dkmt::kDriverPrivate, data.data(), data.size()));
 }
@@ -141,13 +133,10 @@ TEST_F(DisplayDriverTest, AnEscapeIsAnsweredAsDescribed) {
         auto buffer = EscapeBuffer(extended);
         ASSERT_EQ(0, Escape(buffer));
         EXPECT_EQ((std::vector<uint32_t>{12, 1, 2}), std::vector<uint32_t>(buffer.end() - 3, buffer.end()));
-        buffer = EscapeBuffer(extended, 0x2000000, 0x150015);
-        EXPECT_EQ(kNotSupported, Escape(buffer)) << "no answer to this query";
-        buffer = EscapeBuffer(extended, 0x2000001);
-        EXPECT_EQ(kUnsuccessful, Escape(buffer));
-        buffer = EscapeBuffer(!extended);
-        EXPECT_EQ(kInvalidParameter, Escape(buffer)) << "the driver has the other layout";
-        CloseAll();
+        EXPECT_EQ(kNotSupported, Escape(EscapeBuffer(extended, 0x2000000, 0x150015)))
+            << "no answer to this query";
+        EXPECT_EQ(kUnsuccessful, Escape(EscapeBuffer(extended, 0x2000001)));
+        EXPECT_EQ(kInvalidParameter, Escape(EscapeBuffer(!extended))) << "the driver has the other layout";
     }
 }
 
@@ -162,8 +151,7 @@ TEST_F(DisplayDriverTest, AnEscapeNeedsItsHeader) {
     std::vector<uint32_t> shorter = EscapeBuffer(false);
     shorter.resize(31);
     EXPECT_EQ(kInvalidParameter, Escape(shorter));
-    auto buffer = EscapeBuffer(false, 1);
-    EXPECT_EQ(kInvalidParameter, Escape(buffer)) << "the answer has no room";
+    EXPECT_EQ(kInvalidParameter, Escape(EscapeBuffer(false, 1))) << "the answer has no room";
 }
 
 TEST_F(DisplayDriverTest, DevicesAndContextsAreMadeAndDestroyed) {
@@ -190,33 +178,25 @@ TEST_F(DisplayDriverTest, DevicesAndContextsAreMadeAndDestroyed) {
 
 TEST_F(DisplayDriverTest, AnAdapterMayGo) {
     Open({});
-    winhost::Pc::Instance().Change([](auto& pc) { pc.graphicsAdapters.clear(); });
+    Change([](auto& pc) { pc.graphicsAdapters.clear(); });
     d3dkmt::AdapterAddress address{};
     EXPECT_EQ(kDeviceRemoved, Query(d3dkmt::kAdapterAddress, &address, sizeof address));
 }
 
 TEST_F(DisplayDriverTest, EachCallCanFail) {
     Open({});
-    const auto fail = [](const char* name) {
-        winhost::Gate::Instance().FailNth(name, 1, 0xC0000001);
-        return name;
+    const auto result = [](const char* name, auto arguments) {
+        Fail(name, 0xC0000001);
+        return Call(name, arguments);
     };
-    d3dkmt::OpenAdapterFromLuid open{};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTOpenAdapterFromLuid"), open));
-    d3dkmt::CreateDevice device{};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTCreateDevice"), device));
-    d3dkmt::CreateContext context{};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTCreateContext"), context));
-    d3dkmt::DestroyContext endOfContext{};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTDestroyContext"), endOfContext));
-    d3dkmt::DestroyDevice endOfDevice{};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTDestroyDevice"), endOfDevice));
-    d3dkmt::QueryAdapterInfo query{};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTQueryAdapterInfo"), query));
-    d3dkmt::Escape escape{};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTEscape"), escape));
-    d3dkmt::CloseAdapter close{m_adapter};
-    EXPECT_EQ(kUnsuccessful, Call(fail("D3DKMTCloseAdapter"), close));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTOpenAdapterFromLuid", d3dkmt::OpenAdapterFromLuid{}));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTCreateDevice", d3dkmt::CreateDevice{}));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTCreateContext", d3dkmt::CreateContext{}));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTDestroyContext", d3dkmt::DestroyContext{}));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTDestroyDevice", d3dkmt::DestroyDevice{}));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTQueryAdapterInfo", d3dkmt::QueryAdapterInfo{}));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTEscape", d3dkmt::Escape{}));
+    EXPECT_EQ(kUnsuccessful, result("D3DKMTCloseAdapter", d3dkmt::CloseAdapter{m_adapter}));
 }
 
 }  // namespace

@@ -1,15 +1,10 @@
 // Graphics adapters, their outputs, and Direct3D devices on them.
-#include <windows.h>
-
 #include <d3d10.h>
 #include <d3d11.h>
 #include <dxgi1_3.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
-#include "winhost/core/Gate.h"
 #include "winhost/tests/GraphicsFixture.h"
 
 namespace {
@@ -18,21 +13,11 @@ using winhost::GraphicsAdapter;
 
 constexpr D3D_FEATURE_LEVEL kLevels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEATURE_LEVEL_11_0};
 
-winhost::Gate& TheGate() {
-    return winhost::Gate::Instance();
-}
-
 class DxgiTest : public GraphicsFixture {
   protected:
-    ~DxgiTest() override {
-        for (auto object = m_owned.rbegin(); object != m_owned.rend(); ++object)
-            (*object)->Release();
-    }
-
     template <class Interface>
     Interface* Own(Interface* object) {
-        if (object) m_owned.push_back(object);
-        return object;
+        return object ? Keep(object, [](Interface* owned) { owned->Release(); }) : object;
     }
     IDXGIFactory* Factory() {
         void* factory = nullptr;
@@ -44,8 +29,8 @@ class DxgiTest : public GraphicsFixture {
         EXPECT_EQ(S_OK, Factory()->EnumAdapters(index, &adapter));
         return Own(adapter);
     }
-    HRESULT Make(IDXGIAdapter* adapter, D3D_DRIVER_TYPE type, const D3D_FEATURE_LEVEL* levels, UINT count,
-                 UINT version = D3D11_SDK_VERSION) {
+    HRESULT Make(IDXGIAdapter* adapter, D3D_DRIVER_TYPE type, const D3D_FEATURE_LEVEL* levels = kLevels,
+                 UINT count = 2, UINT version = D3D11_SDK_VERSION) {
         const HRESULT result = D3D11CreateDevice(adapter, type, nullptr, 0, levels, count, version, &m_device,
                                                  &m_obtained, nullptr);
         Own(m_device);
@@ -54,9 +39,6 @@ class DxgiTest : public GraphicsFixture {
 
     ID3D11Device* m_device = nullptr;
     D3D_FEATURE_LEVEL m_obtained{};
-
-  private:
-    std::vector<IUnknown*> m_owned;
 };
 
 TEST_F(DxgiTest, AdaptersAreThoseOfTheDescriptionInOrder) {
@@ -105,30 +87,25 @@ TEST_F(DxgiTest, APcMayHaveNoAdapter) {
     Describe({});
     IDXGIAdapter* adapter = nullptr;
     EXPECT_EQ(DXGI_ERROR_NOT_FOUND, Factory()->EnumAdapters(0, &adapter));
-    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
+    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_UNKNOWN));
 }
 
 TEST_F(DxgiTest, AFactoryAnswersToTheInterfacesOfItsTime) {
     void* found = nullptr;
     EXPECT_EQ(DXGI_ERROR_INVALID_CALL, CreateDXGIFactory(IID_IDXGIFactory, nullptr));
-    for (const IID& id : {IID_IDXGIFactory, IID_IDXGIFactory1, IID_IUnknown}) {
+    for (const IID& id : {IID_IUnknown, IID_IDXGIFactory1, IID_IDXGIFactory}) {
         ASSERT_EQ(S_OK, CreateDXGIFactory1(id, &found));
         Own(static_cast<IUnknown*>(found));
         ASSERT_EQ(S_OK, CreateDXGIFactory2(0, id, &found));
         Own(static_cast<IUnknown*>(found));
     }
+    auto* later = static_cast<IDXGIFactory*>(found);
+    IDXGIAdapter* adapter = nullptr;
+    ASSERT_EQ(S_OK, later->EnumAdapters(0, &adapter)) << "it lists the same adapters";
+    Own(adapter);
+    EXPECT_EQ(DXGI_ERROR_NOT_FOUND, later->EnumAdapters(1, &adapter));
     EXPECT_EQ(DXGI_ERROR_INVALID_CALL, CreateDXGIFactory2(2, IID_IDXGIFactory, &found));
     EXPECT_EQ(E_NOINTERFACE, CreateDXGIFactory1(IID_IDXGIAdapter, &found));
-}
-
-TEST_F(DxgiTest, ALaterFactoryListsTheSameAdapters) {
-    void* found = nullptr;
-    ASSERT_EQ(S_OK, CreateDXGIFactory2(0, IID_IDXGIFactory, &found));
-    auto* factory = Own(static_cast<IDXGIFactory*>(found));
-    IDXGIAdapter* adapter = nullptr;
-    ASSERT_EQ(S_OK, factory->EnumAdapters(0, &adapter));
-    Own(adapter);
-    EXPECT_EQ(DXGI_ERROR_NOT_FOUND, factory->EnumAdapters(1, &adapter));
 }
 
 TEST_F(DxgiTest, LibrariesHaveTheFunctions) {
@@ -152,7 +129,7 @@ TEST_F(DxgiTest, EachCallCanFail) {
     for (const char* call :
          {"CreateDXGIFactory", "CreateDXGIFactory1", "CreateDXGIFactory2", "IDXGIFactory::EnumAdapters",
           "IDXGIAdapter::EnumOutputs", "IDXGIAdapter::GetDesc", "IDXGIOutput::GetDesc", "D3D11CreateDevice"})
-        TheGate().FailNth(call, 1, static_cast<uint32_t>(E_OUTOFMEMORY));
+        Fail(call, static_cast<uint32_t>(E_OUTOFMEMORY));
     void* none = nullptr;
     EXPECT_EQ(E_OUTOFMEMORY, CreateDXGIFactory(IID_IDXGIFactory, &none));
     EXPECT_EQ(E_OUTOFMEMORY, CreateDXGIFactory1(IID_IDXGIFactory1, &none));
@@ -163,46 +140,46 @@ TEST_F(DxgiTest, EachCallCanFail) {
     EXPECT_EQ(E_OUTOFMEMORY, adapter->GetDesc(&desc));
     DXGI_OUTPUT_DESC outputDesc;
     EXPECT_EQ(E_OUTOFMEMORY, output->GetDesc(&outputDesc));
-    EXPECT_EQ(E_OUTOFMEMORY, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
+    EXPECT_EQ(E_OUTOFMEMORY, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN));
 }
 
 TEST_F(DxgiTest, ADeviceHasTheFirstLevelThatTheAdapterHas) {
     for (const auto& [described, expected] :
          {std::pair(111u, D3D_FEATURE_LEVEL_11_1), {110u, D3D_FEATURE_LEVEL_11_0}}) {
         Describe({{.featureLevel = described}});
-        ASSERT_EQ(S_OK, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
+        ASSERT_EQ(S_OK, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN));
         EXPECT_EQ(expected, m_obtained);
         EXPECT_EQ(expected, m_device->GetFeatureLevel());
     }
     Describe({{.featureLevel = 101}});
-    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
+    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN));
     EXPECT_EQ(nullptr, m_device);
 }
 
 TEST_F(DxgiTest, ThePcMayHaveASoftwareDevice) {
-    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_SOFTWARE, kLevels, 2));
+    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_SOFTWARE));
     StartPc([](auto& pc) {
         pc.graphicsAdapters = {};
         pc.softwareDirect3d = true;
     });
-    EXPECT_EQ(S_OK, Make(nullptr, D3D_DRIVER_TYPE_SOFTWARE, kLevels, 2));
+    EXPECT_EQ(S_OK, Make(nullptr, D3D_DRIVER_TYPE_SOFTWARE));
     EXPECT_EQ(D3D_FEATURE_LEVEL_11_1, m_obtained);
 }
 
 TEST_F(DxgiTest, ArgumentsThatDoNotFitAreRefused) {
     IDXGIAdapter* adapter = Adapter();
-    EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_SOFTWARE, kLevels, 2));
-    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(adapter, D3D_DRIVER_TYPE_HARDWARE, kLevels, 2));
-    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
+    EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_SOFTWARE));
+    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(adapter, D3D_DRIVER_TYPE_HARDWARE));
+    EXPECT_EQ(E_INVALIDARG, Make(nullptr, D3D_DRIVER_TYPE_UNKNOWN));
     EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 0));
     EXPECT_EQ(E_INVALIDARG, Make(adapter, D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2, 6));
-    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(nullptr, D3D_DRIVER_TYPE_WARP, kLevels, 2));
+    EXPECT_EQ(DXGI_ERROR_UNSUPPORTED, Make(nullptr, D3D_DRIVER_TYPE_WARP));
     EXPECT_EQ(S_FALSE, D3D11CreateDevice(adapter, D3D_DRIVER_TYPE_UNKNOWN, nullptr, 0, kLevels, 2, 7, nullptr,
                                          nullptr, nullptr));
 }
 
 TEST_F(DxgiTest, ProtectionAgainstThreadsIsKeptByTheDevice) {
-    ASSERT_EQ(S_OK, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
+    ASSERT_EQ(S_OK, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN));
     void* found = nullptr;
     ASSERT_EQ(S_OK, m_device->QueryInterface(IID_ID3D10Multithread, &found));
     auto* multithread = Own(static_cast<ID3D10Multithread*>(found));
@@ -214,13 +191,13 @@ TEST_F(DxgiTest, ProtectionAgainstThreadsIsKeptByTheDevice) {
     EXPECT_EQ("ID3D10Multithread::SetMultithreadProtected(1)", winhost::ComHistory().back());
     ASSERT_EQ(S_OK, multithread->QueryInterface(IID_ID3D11Device, &found));
     EXPECT_EQ(m_device, Own(static_cast<ID3D11Device*>(found)));
-    TheGate().FailNth("ID3D11Device::QueryInterface", 1, static_cast<uint32_t>(E_NOINTERFACE));
+    Fail("ID3D11Device::QueryInterface", static_cast<uint32_t>(E_NOINTERFACE));
     EXPECT_EQ(E_NOINTERFACE, m_device->QueryInterface(IID_ID3D10Multithread, &found));
 }
 
 TEST_F(DxgiTest, NoApartmentIsNeeded) {
     const size_t before = winhost::StaleComUses();
-    ASSERT_EQ(S_OK, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN, kLevels, 2));
+    ASSERT_EQ(S_OK, Make(Adapter(), D3D_DRIVER_TYPE_UNKNOWN));
     EXPECT_EQ(before, winhost::StaleComUses());
 }
 

@@ -56,14 +56,13 @@ TEST_F(EnvironmentBlock, NeedsATokenThatMayBeAsked) {
 TEST_F(EnvironmentBlock, GoesToTheProgram) {
     StartPc([](auto& pc) { pc.environment = {{"PROGRAMDATA", R"(C:\ProgramData)"}}; });
     WriteScript("app.exe", R"(printf %s "$PROGRAMDATA" > C:/value)");
-    const HANDLE token = LogonToken();
+    const HANDLE token = Keep(LogonToken());
     void* block = nullptr;
     ASSERT_TRUE(CreateEnvironmentBlock(&block, token, FALSE));
     Run(R"("C:\app.exe")", kFlags, block);
     EXPECT_TRUE(DestroyEnvironmentBlock(block));
     EXPECT_EQ(R"(C:\ProgramData)", ReadFromC("value"));
-    EXPECT_TRUE(winhost::Pc::Instance().Records<winhost::ProcessLaunch>().back().environment);
-    CloseHandle(token);
+    EXPECT_TRUE(Records<winhost::ProcessLaunch>().back().environment);
 }
 
 }  // namespace

@@ -12,3 +12,7 @@ template <class Object>
 long ErrorOf(Object* handle) {
     return ErrorOf(BOOL{handle != nullptr && handle != INVALID_HANDLE_VALUE});
 }
+template <class Result, class... Arguments>
+long ErrorOf(Result (*function)(Arguments...)) {
+    return ErrorOf(BOOL{function != nullptr});
+}

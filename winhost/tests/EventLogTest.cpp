@@ -1,5 +1,3 @@
-#include <windows.h>
-
 #include "winhost/tests/PcFixture.h"
 
 namespace {
@@ -12,7 +10,7 @@ TEST_F(EventLogTest, AnEntryIsRecordedWithItsTexts) {
     const char* texts[] = {"first", "second"};
     EXPECT_TRUE(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 0xC0020001, nullptr, 2, 0, texts, nullptr));
     EXPECT_TRUE(DeregisterEventSource(source));
-    const auto log = winhost::Pc::Instance().Records<winhost::EventLogEntry>();
+    const auto log = Records<winhost::EventLogEntry>();
     ASSERT_EQ(1u, log.size());
     EXPECT_EQ("Source", log[0].source);
     EXPECT_EQ(EVENTLOG_ERROR_TYPE, log[0].type);
@@ -24,7 +22,7 @@ TEST_F(EventLogTest, AnEmptySourceIsLegal) {
     const HANDLE source = RegisterEventSourceA(nullptr, "");
     ASSERT_NE(nullptr, source);
     EXPECT_TRUE(ReportEventA(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr));
-    EXPECT_EQ("", winhost::Pc::Instance().Records<winhost::EventLogEntry>().at(0).source);
+    EXPECT_EQ("", Records<winhost::EventLogEntry>().at(0).source);
     EXPECT_TRUE(DeregisterEventSource(source));
 }
 
@@ -40,16 +38,15 @@ TEST_F(EventLogTest, AClosedSourceReportsNothing) {
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(DeregisterEventSource(source)));
     EXPECT_EQ(ERROR_INVALID_HANDLE,
               ErrorOf(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr)));
-    EXPECT_TRUE(winhost::Pc::Instance().Records<winhost::EventLogEntry>().empty());
+    EXPECT_TRUE(Records<winhost::EventLogEntry>().empty());
 }
 
 TEST_F(EventLogTest, AnUnknownTypeAndMissingTextsAreRefused) {
-    const HANDLE source = RegisterEventSourceA(nullptr, "Source");
+    const HANDLE source = Keep(RegisterEventSourceA(nullptr, "Source"), DeregisterEventSource);
     EXPECT_EQ(ERROR_INVALID_PARAMETER,
               ErrorOf(ReportEventA(source, 3, 0, 1, nullptr, 0, 0, nullptr, nullptr)));
     EXPECT_EQ(ERROR_INVALID_PARAMETER,
               ErrorOf(ReportEventA(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 1, 0, nullptr, nullptr)));
-    DeregisterEventSource(source);
 }
 
 }  // namespace

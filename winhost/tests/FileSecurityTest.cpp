@@ -1,8 +1,5 @@
 // Owners and rights of files and folders, as the system and as another user of the PC.
-#include <windows.h>
 #include <shlobj.h>
-
-#include <fstream>
 
 #include "winhost/files/FileSecurity.h"
 #include "winhost/tests/PcFixture.h"
@@ -16,17 +13,10 @@ constexpr SECURITY_INFORMATION kBoth = OWNER_SECURITY_INFORMATION | DACL_SECURIT
 
 class FileSecurityTest : public PcFixture {
   protected:
-    ~FileSecurityTest() override { SetUser("SYSTEM"); }
-
-    std::filesystem::path Host(const std::string& name) { return m_root / "C:" / name; }
-    static void SetUser(const char* name) {
-        winhost::Pc::Instance().Change([&](auto& pc) { pc.userName = name; });
-    }
-    static DWORD ErrorOf(bool success) { return success ? DWORD{ERROR_SUCCESS} : GetLastError(); }
     static HANDLE Open(const char* path, DWORD access, DWORD disposition = OPEN_EXISTING) {
         return CreateFileA(path, access, FILE_SHARE_READ, nullptr, disposition, kAsItIs, nullptr);
     }
-    static DWORD ErrorOfOpen(const char* path, DWORD access, DWORD disposition = OPEN_EXISTING) {
+    static long ErrorOfOpen(const char* path, DWORD access, DWORD disposition = OPEN_EXISTING) {
         const HANDLE file = Open(path, access, disposition);
         if (file == INVALID_HANDLE_VALUE) return GetLastError();
         CloseHandle(file);
@@ -67,22 +57,22 @@ class FileSecurityTest : public PcFixture {
 TEST_F(FileSecurityTest, EveryUserMayCreateFilesInAFolderThatInheritsItsRights) {
     SHCreateDirectoryExA(nullptr, R"(C:\folder)", nullptr);
     SetUser("alice");
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOfOpen(R"(C:\folder\a.txt)", GENERIC_READ, OPEN_ALWAYS));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOfOpen(R"(C:\folder\a.txt)", GENERIC_READ, OPEN_ALWAYS));
     EXPECT_EQ(winhost::SidOfUser("alice"), SecurityOf(R"(C:\folder\a.txt)").owner);
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOf(DeleteFileA(R"(C:\folder\a.txt)")));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOf(RemoveDirectoryA(R"(C:\folder)")));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOf(DeleteFileA(R"(C:\folder\a.txt)")));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(RemoveDirectoryA(R"(C:\folder)")));
 }
 
 TEST_F(FileSecurityTest, AFolderHasTheListThatItIsCreatedWithAndItsFilesInheritIt) {
     EXPECT_EQ(ERROR_SUCCESS, CreateFolder(R"(C:\folder)", With(FILE_GENERIC_READ)));
-    std::ofstream(Host("folder/a.txt")) << "text";
+    Write("folder/a.txt", "text");
     EXPECT_TRUE(SecurityOf(R"(C:\folder)").isProtected);
     SetUser("alice");
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfOpen(R"(C:\folder\b.txt)", GENERIC_READ, OPEN_ALWAYS));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfOpen(R"(C:\folder\a.txt)", GENERIC_WRITE));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOfOpen(R"(C:\folder\a.txt)", GENERIC_READ));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOf(DeleteFileA(R"(C:\folder\a.txt)")));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOf(MoveFileA(R"(C:\folder)", R"(C:\other)")));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfOpen(R"(C:\folder\b.txt)", GENERIC_READ, OPEN_ALWAYS));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfOpen(R"(C:\folder\a.txt)", GENERIC_WRITE));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOfOpen(R"(C:\folder\a.txt)", GENERIC_READ));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(DeleteFileA(R"(C:\folder\a.txt)")));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(MoveFileA(R"(C:\folder)", R"(C:\other)")));
     EXPECT_EQ(ERROR_ACCESS_DENIED, SHCreateDirectoryExA(nullptr, R"(C:\folder\sub)", nullptr));
     EXPECT_FALSE(_fsopen(R"(C:\folder\b.txt)", "a+", 0x40));
     EXPECT_EQ(EACCES, errno);
@@ -95,14 +85,14 @@ TEST_F(FileSecurityTest, WhoMayDeleteInAFolderMayRenameWhatKeepsHimOut) {
     own.owner = winhost::SidOfUser("alice");
     EXPECT_EQ(ERROR_SUCCESS, CreateFolder(R"(C:\folder)", own));
     SetUser("SYSTEM");
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfOpen(R"(C:\folder)", READ_CONTROL));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOf(MoveFileA(R"(C:\folder)", R"(C:\other)")));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfOpen(R"(C:\folder)", READ_CONTROL));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOf(MoveFileA(R"(C:\folder)", R"(C:\other)")));
 }
 
 TEST_F(FileSecurityTest, AUserCannotCreateForAnother) {
     SetUser("alice");
     EXPECT_EQ(ERROR_INVALID_OWNER, CreateFolder(R"(C:\folder)", With(FILE_ALL_ACCESS)));
-    EXPECT_FALSE(std::filesystem::exists(Host("folder")));
+    EXPECT_FALSE(std::filesystem::exists(OnC("folder")));
 }
 
 TEST_F(FileSecurityTest, AListIsReplacedByItsHandleAndReachesThisFolderAlone) {
@@ -111,67 +101,62 @@ TEST_F(FileSecurityTest, AListIsReplacedByItsHandleAndReachesThisFolderAlone) {
     ErrorOfOpen(R"(C:\folder\a.txt)", GENERIC_READ, OPEN_ALWAYS);
     SetUser("SYSTEM");
     const HANDLE folder = Open(R"(C:\folder)", WRITE_DAC);
-    std::filesystem::rename(Host("folder"), Host("moved"));
+    std::filesystem::rename(OnC("folder"), OnC("moved"));
     std::string bytes = With(FILE_GENERIC_READ).Bytes();
     EXPECT_TRUE(SetKernelObjectSecurity(
         folder, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, bytes.data()));
     CloseHandle(folder);
     SetUser("alice");
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfOpen(R"(C:\moved\b.txt)", GENERIC_READ, OPEN_ALWAYS));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOfOpen(R"(C:\moved\a.txt)", GENERIC_WRITE));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfOpen(R"(C:\moved\b.txt)", GENERIC_READ, OPEN_ALWAYS));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOfOpen(R"(C:\moved\a.txt)", GENERIC_WRITE));
 }
 
 TEST_F(FileSecurityTest, TheHandleNeedsTheRight) {
-    std::ofstream(Host("a.txt")) << "text";
+    Write("a.txt", "text");
     std::string bytes = With(FILE_GENERIC_READ).Bytes();
     DWORD size = 0;
-    const HANDLE file = Open(R"(C:\a.txt)", FILE_READ_ATTRIBUTES);
-    EXPECT_FALSE(GetKernelObjectSecurity(file, kBoth, bytes.data(), DWORD(bytes.size()), &size));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    const HANDLE file = Keep(Open(R"(C:\a.txt)", FILE_READ_ATTRIBUTES));
+    EXPECT_EQ(ERROR_ACCESS_DENIED,
+              ErrorOf(GetKernelObjectSecurity(file, kBoth, bytes.data(), DWORD(bytes.size()), &size)));
     for (const SECURITY_INFORMATION part : {OWNER_SECURITY_INFORMATION, DACL_SECURITY_INFORMATION})
-        EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOf(SetKernelObjectSecurity(file, part, bytes.data())));
-    CloseHandle(file);
+        EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(SetKernelObjectSecurity(file, part, bytes.data())));
 }
 
 TEST_F(FileSecurityTest, AShortBufferIsToldTheSizeThatItNeeds) {
-    std::ofstream(Host("a.txt")) << "text";
-    const HANDLE file = Open(R"(C:\a.txt)", READ_CONTROL);
+    Write("a.txt", "text");
+    const HANDLE file = Keep(Open(R"(C:\a.txt)", READ_CONTROL));
     char bytes[1024];
     DWORD size = 0;
-    EXPECT_FALSE(GetKernelObjectSecurity(file, kBoth, bytes, 4, &size));
-    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetLastError());
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, ErrorOf(GetKernelObjectSecurity(file, kBoth, bytes, 4, &size)));
     EXPECT_TRUE(GetKernelObjectSecurity(file, kBoth, bytes, size, &size));
-    CloseHandle(file);
 }
 
 TEST_F(FileSecurityTest, AnOwnerHasToBeOnesOwn) {
-    std::ofstream(Host("a.txt")) << "text";
+    Write("a.txt", "text");
     FileSecurity foreign = With(FILE_GENERIC_READ);
     foreign.owner = winhost::SidOfUser("alice");
     std::string bytes = foreign.Bytes();
-    const HANDLE file = Open(R"(C:\a.txt)", WRITE_OWNER);
-    EXPECT_EQ(DWORD{ERROR_INVALID_OWNER},
+    const HANDLE file = Keep(Open(R"(C:\a.txt)", WRITE_OWNER));
+    EXPECT_EQ(ERROR_INVALID_OWNER,
               ErrorOf(SetKernelObjectSecurity(file, OWNER_SECURITY_INFORMATION, bytes.data())));
-    CloseHandle(file);
 }
 
 TEST_F(FileSecurityTest, OtherObjectsAreRefused) {
-    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE event = NewEvent();
     BY_HANDLE_FILE_INFORMATION information;
     DWORD size = 0;
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, ErrorOf(GetFileInformationByHandle(event, &information)));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, ErrorOf(GetKernelObjectSecurity(event, kBoth, nullptr, 0, &size)));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, ErrorOf(SetKernelObjectSecurity(event, kBoth, nullptr)));
-    CloseHandle(event);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(GetFileInformationByHandle(event, &information)));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(GetKernelObjectSecurity(event, kBoth, nullptr, 0, &size)));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(SetKernelObjectSecurity(event, kBoth, nullptr)));
 }
 
 TEST_F(FileSecurityTest, AFileIsToldFromAFolderAndFromALink) {
-    std::ofstream(Host("a.txt")) << "text";
-    std::filesystem::create_directories(Host("folder/sub"));
-    std::filesystem::create_symlink(Host("a.txt"), Host("link"));
-    std::filesystem::create_symlink(Host("none"), Host("dangling"));
-    std::filesystem::create_symlink(Host("folder"), Host("junction"));
-    std::filesystem::create_hard_link(Host("a.txt"), Host("second"));
+    Write("a.txt", "text");
+    std::filesystem::create_directories(OnC("folder/sub"));
+    std::filesystem::create_symlink(OnC("a.txt"), OnC("link"));
+    std::filesystem::create_symlink(OnC("none"), OnC("dangling"));
+    std::filesystem::create_symlink(OnC("folder"), OnC("junction"));
+    std::filesystem::create_hard_link(OnC("a.txt"), OnC("second"));
     const auto file = InformationOf(R"(C:\a.txt)");
     EXPECT_EQ(DWORD{FILE_ATTRIBUTE_ARCHIVE}, file.dwFileAttributes);
     EXPECT_EQ(DWORD{2}, file.nNumberOfLinks);
@@ -187,36 +172,35 @@ TEST_F(FileSecurityTest, AFileIsToldFromAFolderAndFromALink) {
 }
 
 TEST_F(FileSecurityTest, OpenAlwaysCreatesAFileAndNothingBehindALink) {
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, ErrorOfOpen(R"(C:\a.txt)", GENERIC_READ));
-    EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, ErrorOfOpen(R"(C:\none\a.txt)", GENERIC_READ, OPEN_ALWAYS));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOfOpen(R"(C:\a.txt)", GENERIC_READ));
+    EXPECT_EQ(ERROR_PATH_NOT_FOUND, ErrorOfOpen(R"(C:\none\a.txt)", GENERIC_READ, OPEN_ALWAYS));
     CloseHandle(Open(R"(C:\a.txt)", GENERIC_READ, OPEN_ALWAYS));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, GetLastError());
-    EXPECT_TRUE(std::filesystem::exists(Host("a.txt")));
+    EXPECT_EQ(ERROR_SUCCESS, GetLastError());
+    EXPECT_TRUE(std::filesystem::exists(OnC("a.txt")));
     CloseHandle(Open(R"(C:\a.txt)", GENERIC_READ, OPEN_ALWAYS));
-    EXPECT_EQ(DWORD{ERROR_ALREADY_EXISTS}, GetLastError());
-    std::filesystem::create_symlink(Host("target"), Host("link"));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOfOpen(R"(C:\link)", FILE_READ_ATTRIBUTES, OPEN_ALWAYS));
-    EXPECT_FALSE(std::filesystem::exists(Host("target")));
+    EXPECT_EQ(ERROR_ALREADY_EXISTS, GetLastError());
+    std::filesystem::create_symlink(OnC("target"), OnC("link"));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOfOpen(R"(C:\link)", FILE_READ_ATTRIBUTES, OPEN_ALWAYS));
+    EXPECT_FALSE(std::filesystem::exists(OnC("target")));
 }
 
 TEST_F(FileSecurityTest, FilesAreOnlyOpenedAsTheyAre) {
-    std::ofstream(Host("a.txt")) << "text";
-    EXPECT_EQ(INVALID_HANDLE_VALUE,
-              CreateFileA(R"(C:\a.txt)", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+    Write("a.txt", "text");
+    EXPECT_EQ(ERROR_NOT_SUPPORTED,
+              ErrorOf(CreateFileA(R"(C:\a.txt)", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)));
 }
 
 TEST_F(FileSecurityTest, RemoveDirectoryTakesAnEmptyFolderOrALink) {
-    std::filesystem::create_directories(Host("folder/sub"));
-    std::filesystem::create_symlink(Host("folder"), Host("junction"));
-    std::ofstream(Host("a.txt")) << "text";
-    EXPECT_EQ(DWORD{ERROR_DIR_NOT_EMPTY}, ErrorOf(RemoveDirectoryA(R"(C:\folder)")));
-    EXPECT_EQ(DWORD{ERROR_DIRECTORY}, ErrorOf(RemoveDirectoryA(R"(C:\a.txt)")));
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, ErrorOf(RemoveDirectoryA(R"(C:\none)")));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOf(DeleteFileA(R"(C:\junction)")));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOf(RemoveDirectoryA(R"(C:\junction)")));
-    EXPECT_TRUE(std::filesystem::exists(Host("folder/sub")));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOf(RemoveDirectoryA(R"(C:\folder\sub)")));
+    std::filesystem::create_directories(OnC("folder/sub"));
+    std::filesystem::create_symlink(OnC("folder"), OnC("junction"));
+    Write("a.txt", "text");
+    EXPECT_EQ(ERROR_DIR_NOT_EMPTY, ErrorOf(RemoveDirectoryA(R"(C:\folder)")));
+    EXPECT_EQ(ERROR_DIRECTORY, ErrorOf(RemoveDirectoryA(R"(C:\a.txt)")));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOf(RemoveDirectoryA(R"(C:\none)")));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(DeleteFileA(R"(C:\junction)")));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOf(RemoveDirectoryA(R"(C:\junction)")));
+    EXPECT_TRUE(std::filesystem::exists(OnC("folder/sub")));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOf(RemoveDirectoryA(R"(C:\folder\sub)")));
 }
 
 TEST_F(FileSecurityTest, TheTokenNamesItsUser) {
@@ -225,16 +209,15 @@ TEST_F(FileSecurityTest, TheTokenNamesItsUser) {
     ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token));
     alignas(TOKEN_USER) char buffer[128];
     DWORD size = 0;
-    EXPECT_FALSE(GetTokenInformation(token, TokenUser, nullptr, 0, &size));
-    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetLastError());
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, ErrorOf(GetTokenInformation(token, TokenUser, nullptr, 0, &size)));
     ASSERT_TRUE(GetTokenInformation(token, TokenUser, buffer, size, &size));
     const std::string sid = winhost::SidOfUser("alice");
     EXPECT_EQ(0, memcmp(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, sid.data(), sid.size()));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED},
+    EXPECT_EQ(ERROR_NOT_SUPPORTED,
               ErrorOf(GetTokenInformation(token, TokenOwner, buffer, sizeof buffer, &size)));
     CloseHandle(token);
     ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_DUPLICATE, &token));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED},
+    EXPECT_EQ(ERROR_ACCESS_DENIED,
               ErrorOf(GetTokenInformation(token, TokenUser, buffer, sizeof buffer, &size)));
     CloseHandle(token);
 }

@@ -1,13 +1,10 @@
-#include <windows.h>
 #include <fileapi.h>
 #include <shlobj.h>
 #include <share.h>
 #include <stdio.h>
 
 #include <cerrno>
-#include <fstream>
-#include <sstream>
-#include <vector>
+#include <optional>
 
 #include "winhost/tests/PcFixture.h"
 
@@ -15,129 +12,88 @@ namespace {
 
 class FilesTest : public PcFixture {
   protected:
-    std::filesystem::path Host(const std::string& name) { return m_root / "C:" / name; }
-    void Write(const std::string& name, const std::string& text) { std::ofstream(Host(name)) << text; }
-    std::string Read(const std::string& name) {
-        std::ostringstream text;
-        text << std::ifstream(Host(name)).rdbuf();
-        return text.str();
+    // With MoveFileA when there are no flags.
+    static long ErrorOfMove(const char* from, const char* to, std::optional<DWORD> flags = {}) {
+        return ErrorOf(flags ? MoveFileExA(from, to, *flags) : MoveFileA(from, to));
     }
+    static int CreateFolders(const char* path) { return SHCreateDirectoryExA(nullptr, path, nullptr); }
+
+    static constexpr DWORD kReplace = MOVEFILE_REPLACE_EXISTING;
 };
 
-TEST_F(FilesTest, DeleteTakesAFileAway) {
+TEST_F(FilesTest, DeleteTakesAFileAwayAndNothingElse) {
     Write("a.txt", "a");
+    std::filesystem::create_directory(OnC("folder"));
     EXPECT_TRUE(DeleteFileA(R"(C:\a.txt)"));
-    EXPECT_FALSE(std::filesystem::exists(Host("a.txt")));
-}
-
-TEST_F(FilesTest, DeleteTellsAMissingFileFromAMissingFolder) {
+    EXPECT_FALSE(std::filesystem::exists(OnC("a.txt")));
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOf(DeleteFileA(R"(C:\a.txt)")));
     EXPECT_EQ(ERROR_PATH_NOT_FOUND, ErrorOf(DeleteFileA(R"(C:\none\a.txt)")));
-}
-
-TEST_F(FilesTest, DeleteRefusesAFolder) {
-    std::filesystem::create_directory(Host("folder"));
     EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(DeleteFileA(R"(C:\folder)")));
 }
 
 TEST_F(FilesTest, MoveGivesAFileItsNewName) {
-    Write("a.txt", "a");
-    EXPECT_TRUE(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)"));
-    EXPECT_EQ(Read("b.txt"), "a");
-    EXPECT_FALSE(std::filesystem::exists(Host("a.txt")));
+    for (const std::optional<DWORD> flags : {std::optional<DWORD>(), {kReplace}}) {
+        SCOPED_TRACE(flags.value_or(0));
+        EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", flags));
+        Write("a.txt", "a");
+        EXPECT_EQ(ERROR_PATH_NOT_FOUND, ErrorOfMove(R"(C:\a.txt)", R"(C:\none\b.txt)", flags));
+        EXPECT_EQ(ERROR_SUCCESS, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", flags));
+        EXPECT_EQ(ReadFromC("b.txt"), "a");
+        EXPECT_FALSE(std::filesystem::exists(OnC("a.txt")));
+        std::filesystem::remove(OnC("b.txt"));
+    }
 }
 
-TEST_F(FilesTest, MoveNeverReplaces) {
+TEST_F(FilesTest, MoveReplacesAFileOnlyOnDemand) {
     Write("a.txt", "a");
     Write("b.txt", "b");
-    EXPECT_EQ(ERROR_ALREADY_EXISTS, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)")));
-    EXPECT_EQ(Read("a.txt"), "a");
-    EXPECT_EQ(Read("b.txt"), "b");
-}
-
-TEST_F(FilesTest, MoveNeedsAFileAndAFolderToMoveItTo) {
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\b.txt)")));
-    Write("a.txt", "a");
-    EXPECT_EQ(ERROR_PATH_NOT_FOUND, ErrorOf(MoveFileA(R"(C:\a.txt)", R"(C:\none\b.txt)")));
-}
-
-TEST_F(FilesTest, MoveReplacesAFileOnDemand) {
-    Write("a.txt", "a");
-    Write("b.txt", "b");
-    EXPECT_TRUE(
-        MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
-    EXPECT_EQ(Read("b.txt"), "a");
-    EXPECT_FALSE(std::filesystem::exists(Host("a.txt")));
+    for (const std::optional<DWORD> flags : {std::optional<DWORD>(), {MOVEFILE_WRITE_THROUGH}}) {
+        SCOPED_TRACE(flags.value_or(0));
+        EXPECT_EQ(ERROR_ALREADY_EXISTS, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", flags));
+        EXPECT_EQ(ReadFromC("a.txt"), "a");
+        EXPECT_EQ(ReadFromC("b.txt"), "b");
+    }
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", kReplace | MOVEFILE_WRITE_THROUGH));
+    EXPECT_EQ(ReadFromC("b.txt"), "a");
+    EXPECT_FALSE(std::filesystem::exists(OnC("a.txt")));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", kReplace));
 }
 
 TEST_F(FilesTest, MoveReplacesALinkAndNotWhatItLeadsTo) {
     Write("a.txt", "a");
     Write("target.txt", "t");
-    std::filesystem::create_symlink(Host("target.txt"), Host("b.txt"));
-    EXPECT_TRUE(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING));
-    EXPECT_FALSE(std::filesystem::is_symlink(Host("b.txt")));
-    EXPECT_EQ(Read("b.txt"), "a");
-    EXPECT_EQ(Read("target.txt"), "t");
+    std::filesystem::create_symlink(OnC("target.txt"), OnC("b.txt"));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", kReplace));
+    EXPECT_FALSE(std::filesystem::is_symlink(OnC("b.txt")));
+    EXPECT_EQ(ReadFromC("b.txt"), "a");
+    EXPECT_EQ(ReadFromC("target.txt"), "t");
 }
 
-TEST_F(FilesTest, MoveReplacesOnlyOnDemand) {
+TEST_F(FilesTest, MoveRefusesFoldersReadOnlyFilesAndUnknownFlags) {
     Write("a.txt", "a");
     Write("b.txt", "b");
-    EXPECT_EQ(ERROR_ALREADY_EXISTS,
-              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_WRITE_THROUGH)));
-    EXPECT_EQ(Read("b.txt"), "b");
+    std::filesystem::create_directory(OnC("folder"));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", 4));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOfMove(R"(C:\folder)", R"(C:\b.txt)", kReplace));
+    std::filesystem::permissions(OnC("b.txt"), std::filesystem::perms::owner_read);
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfMove(R"(C:\a.txt)", R"(C:\folder)", kReplace));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfMove(R"(C:\a.txt)", R"(C:\b.txt)", kReplace));
+    EXPECT_EQ(ReadFromC("a.txt"), "a");
 }
 
-TEST_F(FilesTest, MoveGivesANewNameWhereNothingIsToReplace) {
-    Write("a.txt", "a");
-    EXPECT_TRUE(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING));
-    EXPECT_EQ(Read("b.txt"), "a");
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
-              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING)));
+TEST_F(FilesTest, CreateDirectoryMakesAllFoldersOfThePathOnce) {
+    EXPECT_EQ(CreateFolders(R"(C:\ProgramData\Tarvix\Manageability)"), ERROR_SUCCESS);
+    EXPECT_TRUE(std::filesystem::is_directory(OnC("ProgramData/Tarvix/Manageability")));
+    EXPECT_EQ(CreateFolders(R"(C:\ProgramData\Tarvix)"), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(CreateFolders(R"(C:\ProgramData\Tarvix\)"), ERROR_ALREADY_EXISTS);
 }
 
-TEST_F(FilesTest, MoveReplacesNeitherAFolderNorAReadOnlyFile) {
-    Write("a.txt", "a");
-    Write("b.txt", "b");
-    std::filesystem::create_directory(Host("folder"));
-    std::filesystem::permissions(Host("b.txt"), std::filesystem::perms::owner_read);
-    EXPECT_EQ(ERROR_ACCESS_DENIED,
-              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\folder)", MOVEFILE_REPLACE_EXISTING)));
-    EXPECT_EQ(ERROR_ACCESS_DENIED,
-              ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING)));
-    EXPECT_EQ(Read("a.txt"), "a");
-}
-
-TEST_F(FilesTest, MoveRefusesWhatItDoesNotKnow) {
-    Write("a.txt", "a");
-    std::filesystem::create_directory(Host("from"));
-    Write("b.txt", "b");
-    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(MoveFileExA(R"(C:\a.txt)", R"(C:\b.txt)", 4)));
-    EXPECT_EQ(ERROR_NOT_SUPPORTED,
-              ErrorOf(MoveFileExA(R"(C:\from)", R"(C:\b.txt)", MOVEFILE_REPLACE_EXISTING)));
-}
-
-TEST_F(FilesTest, CreateDirectoryMakesAllFoldersOfThePath) {
-    EXPECT_EQ(SHCreateDirectoryExA(nullptr, R"(C:\ProgramData\Tarvix\Manageability)", nullptr),
-              ERROR_SUCCESS);
-    EXPECT_TRUE(std::filesystem::is_directory(Host("ProgramData/Tarvix/Manageability")));
-}
-
-TEST_F(FilesTest, CreateDirectoryTellsThatItIsThere) {
-    SHCreateDirectoryExA(nullptr, R"(C:\a\b)", nullptr);
-    EXPECT_EQ(SHCreateDirectoryExA(nullptr, R"(C:\a\b)", nullptr), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(SHCreateDirectoryExA(nullptr, R"(C:\a\b\)", nullptr), ERROR_ALREADY_EXISTS);
-}
-
-TEST_F(FilesTest, CreateDirectoryFailsWhereAFileIsInTheWay) {
+TEST_F(FilesTest, CreateDirectoryNeedsACompletePathWithoutAFileInTheWay) {
     Write("a", "");
-    EXPECT_EQ(SHCreateDirectoryExA(nullptr, R"(C:\a)", nullptr), ERROR_FILE_EXISTS);
-    EXPECT_NE(SHCreateDirectoryExA(nullptr, R"(C:\a\b)", nullptr), ERROR_SUCCESS);
-}
-
-TEST_F(FilesTest, CreateDirectoryWantsACompletePath) {
+    EXPECT_EQ(CreateFolders(R"(C:\a)"), ERROR_FILE_EXISTS);
+    EXPECT_NE(CreateFolders(R"(C:\a\b)"), ERROR_SUCCESS);
     for (const char* path : {"", R"(\Tarvix)", "Tarvix", "C:Tarvix"})
-        EXPECT_EQ(SHCreateDirectoryExA(nullptr, path, nullptr), ERROR_BAD_PATHNAME) << path;
+        EXPECT_EQ(CreateFolders(path), ERROR_BAD_PATHNAME) << path;
 }
 
 class StreamTest : public FilesTest {
@@ -146,45 +102,38 @@ class StreamTest : public FilesTest {
         if (m_stream) fclose(m_stream);
     }
     FILE* Open(const char* mode) { return m_stream = _fsopen(R"(C:\zel.log)", mode, _SH_DENYNO); }
+    void Put(const char* text) {
+        fputs(text, m_stream);
+        fflush(m_stream);
+    }
+    // Of the file, as the stream sees it.
+    long long End() {
+        EXPECT_EQ(_fseeki64(m_stream, 0, SEEK_END), 0);
+        return _ftelli64(m_stream);
+    }
     FILE* m_stream = nullptr;
 };
 
-TEST_F(StreamTest, AppendsToWhatIsThere) {
+TEST_F(StreamTest, AppendsToWhereTheEndIsByThen) {
     Write("zel.log", "old\n");
     ASSERT_TRUE(Open("a+"));
-    fprintf(m_stream, "%s", "new\n");
-    fflush(m_stream);
-    EXPECT_EQ(Read("zel.log"), "old\nnew\n");
+    Put("1");
+    EXPECT_EQ(ReadFromC("zel.log"), "old\n1");
+    std::ofstream(OnC("zel.log"), std::ios::app) << "2";
+    Put("3");
+    EXPECT_EQ(ReadFromC("zel.log"), "old\n123");
 }
 
-TEST_F(StreamTest, AppendsToWhereTheEndIsByThen) {
-    ASSERT_TRUE(Open("a+"));
-    fputs("1", m_stream);
-    fflush(m_stream);
-    std::ofstream(Host("zel.log"), std::ios::app) << "2";
-    fputs("3", m_stream);
-    fflush(m_stream);
-    EXPECT_EQ(Read("zel.log"), "123");
-}
-
-TEST_F(StreamTest, TellsTheEndOfTheFile) {
+TEST_F(StreamTest, TellsTheEndOfTheFileAlsoWhenAnotherWriterHasMovedIt) {
     Write("zel.log", std::string(10'000, 'x'));
     ASSERT_TRUE(Open("a+"));
     for (long long size = 10'000; size < 10'005; ++size) {
-        EXPECT_EQ(_fseeki64(m_stream, 0, SEEK_END), 0);
-        EXPECT_EQ(_ftelli64(m_stream), size);
+        EXPECT_EQ(End(), size);
         EXPECT_EQ(ftell(m_stream), size);
-        fputc('y', m_stream);
-        fflush(m_stream);
+        Put("y");
     }
-}
-
-TEST_F(StreamTest, TellsTheEndThatAnotherWriterHasMoved) {
-    ASSERT_TRUE(Open("a+"));
-    _fseeki64(m_stream, 0, SEEK_END);
     Write("zel.log", "12345");
-    _fseeki64(m_stream, 0, SEEK_END);
-    EXPECT_EQ(_ftelli64(m_stream), 5);
+    EXPECT_EQ(End(), 5);
 }
 
 TEST_F(StreamTest, TellsWhereUnflushedTextWillEnd) {
@@ -228,8 +177,7 @@ TEST_F(StreamTest, ReadsBackWhatItWrote) {
 
 TEST_F(StreamTest, StaysOpenForOthers) {
     ASSERT_TRUE(Open("a+"));
-    fputs("text", m_stream);
-    fflush(m_stream);
+    Put("text");
     FILE* reader = _fsopen(R"(C:\zel.log)", "r", _SH_DENYNO);
     ASSERT_TRUE(reader);
     char text[8] = "";
@@ -240,22 +188,16 @@ TEST_F(StreamTest, StaysOpenForOthers) {
 TEST_F(StreamTest, TruncatesInModeW) {
     Write("zel.log", "old");
     ASSERT_TRUE(Open("wb"));
-    fputs("n", m_stream);
-    fflush(m_stream);
-    EXPECT_EQ(Read("zel.log"), "n");
+    Put("n");
+    EXPECT_EQ(ReadFromC("zel.log"), "n");
 }
 
-TEST_F(StreamTest, NeedsTheFileInModeR) {
+TEST_F(StreamTest, NeedsTheFileInModeRAndTheFolderAndKeepsNoOthersOut) {
     EXPECT_FALSE(Open("r"));
     EXPECT_EQ(errno, ENOENT);
-}
-
-TEST_F(StreamTest, NeedsTheFolder) {
+    errno = 0;
     EXPECT_FALSE(_fsopen(R"(C:\none\zel.log)", "a+", _SH_DENYNO));
     EXPECT_EQ(errno, ENOENT);
-}
-
-TEST_F(StreamTest, RefusesToKeepOthersOut) {
     EXPECT_FALSE(_fsopen(R"(C:\zel.log)", "a+", _SH_DENYWR));
     EXPECT_EQ(errno, EINVAL);
 }

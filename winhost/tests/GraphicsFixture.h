@@ -1,9 +1,6 @@
 // A PC whose graphics adapters a test describes; it sees to it that nothing of them is left.
 #pragma once
 
-#include <functional>
-#include <vector>
-
 #include "winhost/graphics/Adapters.h"
 #include "winhost/tests/PcFixture.h"
 #include "winhost/wmi/ComObject.h"

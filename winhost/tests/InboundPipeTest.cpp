@@ -1,5 +1,4 @@
 // Pipes of bytes that only the client writes to.
-#include "winhost/core/Gate.h"
 #include "winhost/tests/PipeFixture.h"
 
 namespace {
@@ -31,7 +30,7 @@ TEST_F(InboundPipeTest, BytesComeInTheirOrderWithoutRegardToWrites) {
 
 TEST_F(InboundPipeTest, AReadBlocksUntilThereIsAByte) {
     const HANDLE server = CreateInbound(), client = OpenToWrite();
-    auto read = std::async(std::launch::async, [&] { return Read(server); });
+    auto read = ReadLater(server);
     Write(client, "");
     EXPECT_EQ(std::future_status::timeout, read.wait_for(std::chrono::milliseconds(20)));
     Write(client, "x");
@@ -40,7 +39,7 @@ TEST_F(InboundPipeTest, AReadBlocksUntilThereIsAByte) {
 
 TEST_F(InboundPipeTest, WhatAClosedClientWroteCanStillBeRead) {
     const HANDLE server = CreateInbound(), client = OpenToWrite();
-    EXPECT_EQ(DWORD{ERROR_PIPE_CONNECTED}, Connect(server));
+    EXPECT_EQ(ERROR_PIPE_CONNECTED, Connect(server));
     Write(client, "rest");
     CloseHandle(client);
     EXPECT_EQ((PipeRead{0, "rest"}), Read(server));
@@ -50,18 +49,18 @@ TEST_F(InboundPipeTest, WhatAClosedClientWroteCanStillBeRead) {
 TEST_F(InboundPipeTest, AReadThatBlocksCanBeCancelled) {
     const HANDLE server = CreateInbound();
     OpenToWrite();
-    auto read = std::async(std::launch::async, [&] { return Read(server); });
+    auto read = ReadLater(server);
     CancelWhenBlocked(server);
     EXPECT_EQ((PipeRead{ERROR_OPERATION_ABORTED, ""}), read.get());
 }
 
 TEST_F(InboundPipeTest, NeitherEndDoesTheOthersPart) {
     const HANDLE server = CreateInbound();
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError(kName, GENERIC_READ));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError(kName, GENERIC_READ | GENERIC_WRITE));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, OpenError(kName, GENERIC_READ));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, OpenError(kName, GENERIC_READ | GENERIC_WRITE));
     const HANDLE client = OpenToWrite();
     EXPECT_EQ((PipeRead{ERROR_ACCESS_DENIED, ""}), Read(client));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Write(server, "x"));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, Write(server, "x"));
     EXPECT_EQ(ERROR_ACCESS_DENIED, Flush(server));
     DWORD mode = PIPE_READMODE_MESSAGE;
     EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(SetNamedPipeHandleState(client, &mode, nullptr, nullptr)));
@@ -69,13 +68,12 @@ TEST_F(InboundPipeTest, NeitherEndDoesTheOthersPart) {
 
 TEST_F(InboundPipeTest, ASecondInstanceIsOneTooMany) {
     CreateInbound();
-    EXPECT_EQ(INVALID_HANDLE_VALUE, CreateInbound());
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
+    EXPECT_EQ(ERROR_PIPE_BUSY, ErrorOf(CreateInbound()));
 }
 
 TEST_F(InboundPipeTest, ARecordOfTheBuffersSizeDoesNotBlockItsWriter) {
     const HANDLE server = CreateInbound(132), client = OpenToWrite();
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, std::string(132, 'r')));
+    EXPECT_EQ(ERROR_SUCCESS, Write(client, std::string(132, 'r')));
     EXPECT_EQ((PipeRead{0, std::string(132, 'r')}), Read(server));
 }
 
@@ -109,9 +107,8 @@ TEST_F(InboundPipeTest, AnythingElseIsNotFlushed) {
     const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     EXPECT_EQ(ERROR_INVALID_HANDLE, Flush(event));
     CloseHandle(event);
-    const HANDLE server = Create(), client = Open();
+    const HANDLE server = Create();
+    Open();
     Connect(server);
     EXPECT_EQ(ERROR_SUCCESS, Flush(server));
-    winhost::Gate::Instance().FailNth("FlushFileBuffers", 1, ERROR_GEN_FAILURE);
-    EXPECT_EQ(ERROR_GEN_FAILURE, Flush(client));
 }

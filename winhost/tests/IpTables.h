@@ -1,17 +1,14 @@
 // The tables of the IP helper as lists, and an adapter to stand in them.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <iphlpapi.h>
-#include <windows.h>
+#include <wininet.h>
 
 #include <cstddef>
 #include <cstdio>
-#include <string>
-#include <vector>
+#include <optional>
 
-#include "winhost/pc/Pc.h"
+#include "winhost/tests/PcFixture.h"
 
 template <class Table, class Row>
 std::vector<Row> RowsOf(DWORD (*call)(Table*, PULONG, BOOL)) {
@@ -55,3 +52,41 @@ inline winhost::Adapter Wired(uint32_t index = 3) {
     adapter.dhcpServer = "192.168.1.2";
     return adapter;
 }
+
+// What InternetGetConnectedState returns, and the flags that it sets.
+using ConnectedState = std::pair<BOOL, DWORD>;
+inline ConnectedState GetConnectedState() {
+    DWORD flags = 0xFFFF;
+    const BOOL connected = InternetGetConnectedState(&flags, 0);
+    return {connected, flags};
+}
+
+class IpFixture : public PcFixture {
+  protected:
+    using Adapters = std::vector<winhost::Adapter>;
+    using Servers = std::vector<std::string>;
+
+    void Describe(const Adapters& adapters, const std::optional<Servers>& servers = {}) {
+        StartPc([&](auto& pc) {
+            pc.adapters = adapters;
+            pc.dnsServers = servers;
+        });
+    }
+    static void SetOperStatus(uint32_t status) {
+        Change([=](auto& pc) { pc.adapters->front().operStatus = status; });
+    }
+    // The first entry of GetAdaptersInfo, and that of GetNetworkParams. Each lives until the next call.
+    const IP_ADAPTER_INFO& Info() { return First<IP_ADAPTER_INFO>(GetAdaptersInfo); }
+    const FIXED_INFO& Params() { return First<FIXED_INFO>(GetNetworkParams); }
+
+  private:
+    template <class Entry>
+    const Entry& First(DWORD (*call)(Entry*, PULONG)) {
+        ULONG size = 8 * sizeof(Entry);
+        m_entries.assign(size / sizeof(std::max_align_t), {});
+        auto* const first = reinterpret_cast<Entry*>(m_entries.data());
+        EXPECT_EQ(ERROR_SUCCESS, call(first, &size));
+        return *first;
+    }
+    std::vector<std::max_align_t> m_entries;
+};

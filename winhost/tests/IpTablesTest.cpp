@@ -1,41 +1,29 @@
 // The tables of addresses and interfaces of a PC whose description names its adapters.
 #include <iphlpapi.h>
-#include <wininet.h>
-#include <windows.h>
 
 #include <cstddef>
-#include <cstring>
-#include <string>
-#include <vector>
 
-#include "winhost/core/Gate.h"
 #include "winhost/tests/IpTables.h"
-#include "winhost/tests/PcFixture.h"
 
 namespace {
 
-class IpTables : public PcFixture {
-  protected:
-    void Describe(std::vector<winhost::Adapter> adapters) {
-        StartPc([&](winhost::PcDescription& pc) { pc.adapters = std::move(adapters); });
-    }
-};
+using IpTables = IpFixture;
 
 TEST_F(IpTables, ATooSmallBufferLearnsTheSizeNeeded) {
     Describe({Wired(3), Wired(4)});
     ULONG size = 0;
-    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetIpAddrTable(nullptr, &size, FALSE));
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetIpAddrTable(nullptr, &size, FALSE));
     EXPECT_EQ(4 + 3 * sizeof(MIB_IPADDRROW), size) << "two, and the loopback's";
     MIB_IPADDRTABLE one;
     size = sizeof(one);
-    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetIpAddrTable(&one, &size, FALSE));
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetIpAddrTable(&one, &size, FALSE));
     MIB_IFTABLE row;
     size = sizeof(row);
-    EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetIfTable(&row, &size, FALSE));
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetIfTable(&row, &size, FALSE));
     EXPECT_EQ(4 + 3 * sizeof(MIB_IFROW), size);
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetIfTable(&row, nullptr, FALSE));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetIfTable(&row, &size, TRUE)) << "no order but the PC's";
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetIpAddrTable(&one, nullptr, FALSE));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, GetIfTable(&row, nullptr, FALSE));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, GetIfTable(&row, &size, TRUE)) << "no order but the PC's";
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, GetIpAddrTable(&one, nullptr, FALSE));
 }
 
 TEST_F(IpTables, AnAddressIsToldWithItsInterfaceAndMask) {
@@ -73,15 +61,11 @@ TEST_F(IpTables, AnInterfaceCanHaveTwoAddresses) {
     EXPECT_EQ("10.0.0.9", Dotted(rows[2].dwAddr));
     EXPECT_EQ(0, rows[2].wType) << "neither the first nor dynamic";
     EXPECT_EQ(2u, InterfaceRows().size());
-
-    std::vector<std::byte> buffer(sizeof(IP_ADAPTER_INFO) + sizeof(IP_ADDR_STRING));
-    auto* info = reinterpret_cast<IP_ADAPTER_INFO*>(buffer.data());
-    auto size = static_cast<ULONG>(buffer.size());
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, GetAdaptersInfo(info, &size));
-    EXPECT_STREQ("192.168.1.3", info->IpAddressList.IpAddress.String);
-    ASSERT_NE(nullptr, info->IpAddressList.Next);
-    EXPECT_STREQ("10.0.0.9", info->IpAddressList.Next->IpAddress.String);
-    EXPECT_EQ(nullptr, info->IpAddressList.Next->Next);
+    const IP_ADDR_STRING& first = Info().IpAddressList;
+    EXPECT_STREQ("192.168.1.3", first.IpAddress.String);
+    ASSERT_NE(nullptr, first.Next);
+    EXPECT_STREQ("10.0.0.9", first.Next->IpAddress.String);
+    EXPECT_EQ(nullptr, first.Next->Next);
 }
 
 TEST_F(IpTables, AnInterfaceIsToldWithAllThatIsKnownOfIt) {
@@ -126,15 +110,14 @@ TEST_F(IpTables, ARowIsReadAgainAsItIsNow) {
     Describe({Wired(3)});
     MIB_IFROW row{};
     row.dwIndex = 3;
-    ASSERT_EQ(DWORD{NO_ERROR}, GetIfEntry(&row));
+    ASSERT_EQ(NO_ERROR, GetIfEntry(&row));
     EXPECT_EQ(DWORD{IF_OPER_STATUS_OPERATIONAL}, row.dwOperStatus);
-    winhost::Pc::Instance().Change(
-        [](auto& pc) { pc.adapters->front().operStatus = IF_OPER_STATUS_DISCONNECTED; });
-    ASSERT_EQ(DWORD{NO_ERROR}, GetIfEntry(&row));
+    SetOperStatus(IF_OPER_STATUS_DISCONNECTED);
+    ASSERT_EQ(NO_ERROR, GetIfEntry(&row));
     EXPECT_EQ(DWORD{IF_OPER_STATUS_DISCONNECTED}, row.dwOperStatus);
-    winhost::Pc::Instance().Change([](auto& pc) { pc.adapters->clear(); });
-    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetIfEntry(&row)) << "the interface has gone";
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetIfEntry(nullptr));
+    Change([](auto& pc) { pc.adapters->clear(); });
+    EXPECT_EQ(ERROR_INVALID_DATA, GetIfEntry(&row)) << "the interface has gone";
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, GetIfEntry(nullptr));
 }
 
 TEST_F(IpTables, SeventeenAdaptersOverflowABufferForSixteen) {
@@ -145,57 +128,22 @@ TEST_F(IpTables, SeventeenAdaptersOverflowABufferForSixteen) {
     std::vector<std::byte> buffer(11264);
     auto* info = reinterpret_cast<IP_ADAPTER_INFO*>(buffer.data());
     auto size = static_cast<ULONG>(buffer.size());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, GetAdaptersInfo(info, &size));
+    EXPECT_EQ(ERROR_SUCCESS, GetAdaptersInfo(info, &size));
     adapters.push_back(Wired(17));
     Describe(adapters);
-    EXPECT_EQ(DWORD{ERROR_BUFFER_OVERFLOW}, GetAdaptersInfo(info, &size));
+    EXPECT_EQ(ERROR_BUFFER_OVERFLOW, GetAdaptersInfo(info, &size));
     EXPECT_EQ(17 * sizeof(IP_ADAPTER_INFO), size);
-}
-
-TEST_F(IpTables, EachCallCanBeMadeToFail) {
-    Describe({Wired(3)});
-    winhost::Gate::Instance().FailNth("GetIfTable", 1, ERROR_NOT_SUPPORTED);
-    winhost::Gate::Instance().FailNth("GetIpAddrTable", 1, ERROR_NOT_SUPPORTED);
-    winhost::Gate::Instance().FailNth("GetIfEntry", 1, ERROR_NOT_FOUND);
-    ULONG size = 0;
-    MIB_IFROW row{};
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetIfTable(nullptr, &size, FALSE));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetIpAddrTable(nullptr, &size, FALSE));
-    EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, GetIfEntry(&row));
 }
 
 TEST_F(IpTables, ThePcIsConnectedWhileAnAdapterThatIsUpHasAGateway) {
     Describe({Wired(3)});
-    DWORD flags = 0;
-    EXPECT_TRUE(InternetGetConnectedState(&flags, 0));
-    EXPECT_EQ(0x12u, flags);
-    winhost::Pc::Instance().Change(
-        [](auto& pc) { pc.adapters->front().operStatus = IF_OPER_STATUS_DISCONNECTED; });
-    EXPECT_EQ(ERROR_NOT_CONNECTED, ErrorOf(InternetGetConnectedState(&flags, 0)));
-    EXPECT_EQ(0x10u, flags);
-    winhost::Pc::Instance().Change([](auto& pc) {
-        pc.adapters->front().operStatus = IF_OPER_STATUS_OPERATIONAL;
-        pc.adapters->front().gateway.clear();
-    });
-    EXPECT_FALSE(InternetGetConnectedState(&flags, 0));
-}
-
-TEST_F(IpTables, TheDescriptionHasTheLastWordOnTheConnection) {
-    StartPc([](winhost::PcDescription& pc) {
-        pc.adapters.emplace();
-        pc.connectedFlags = INTERNET_CONNECTION_MODEM;
-    });
-    DWORD flags = 0;
-    EXPECT_TRUE(InternetGetConnectedState(&flags, 0));
-    EXPECT_EQ(DWORD{INTERNET_CONNECTION_MODEM}, flags);
-}
-
-TEST_F(IpTables, DescribedAdaptersHaveNoNameServersButDescribedOnes) {
-    Describe({Wired(3)});
-    FIXED_INFO info;
-    ULONG size = sizeof(info);
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, GetNetworkParams(&info, &size));
-    EXPECT_STREQ("", info.DnsServerList.IpAddress.String);
+    EXPECT_EQ(ConnectedState(TRUE, 0x12), GetConnectedState());
+    SetOperStatus(IF_OPER_STATUS_DISCONNECTED);
+    EXPECT_EQ(ConnectedState(FALSE, 0x10), GetConnectedState());
+    EXPECT_EQ(ERROR_NOT_CONNECTED, static_cast<long>(GetLastError()));
+    SetOperStatus(IF_OPER_STATUS_OPERATIONAL);
+    Change([](auto& pc) { pc.adapters->front().gateway.clear(); });
+    EXPECT_EQ(ConnectedState(FALSE, 0x10), GetConnectedState());
 }
 
 }  // namespace

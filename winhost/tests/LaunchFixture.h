@@ -1,7 +1,6 @@
 // A PC on which programs are started, as a service does it: with the token of the console's logon program.
 #pragma once
 
-#include <windows.h>
 #include <tlhelp32.h>
 
 #include <fcntl.h>
@@ -11,16 +10,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <cstring>
-#include <fstream>
-#include <functional>
 #include <sstream>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "winhost/process/ProcessList.h"
 #include "winhost/tests/PcFixture.h"
@@ -37,17 +28,6 @@ class LaunchFixture : public PcFixture {
             }
     }
 
-    std::filesystem::path OnC(const std::string& name) const { return m_root / "C:" / name; }
-    std::string ReadFromC(const std::string& name) const {
-        std::ifstream file(OnC(name));
-        std::ostringstream text;
-        text << file.rdbuf();
-        return text.str();
-    }
-    void Write(const std::string& name, const std::string& text) const {
-        std::filesystem::create_directories(OnC(name).parent_path());
-        std::ofstream(OnC(name)) << text;
-    }
     // C:\<name>, run by the shell with the root as its folder.
     void WriteScript(const std::string& name, const std::string& lines) const {
         Write(name, "#!/bin/sh\n" + lines + "\n");
@@ -69,6 +49,13 @@ class LaunchFixture : public PcFixture {
         for (const auto& entry : winhost::ListProcesses())
             if (entry.name == name) ids.push_back(entry.id);
         return ids;
+    }
+
+    // 9 when the process has none.
+    static DWORD SessionOf(DWORD id) {
+        DWORD session = 9;
+        EXPECT_TRUE(ProcessIdToSessionId(id, &session));
+        return session;
     }
 
     // A primary token of the console's logon program, for its session.
@@ -130,7 +117,7 @@ class LaunchFixture : public PcFixture {
     static void Run(const std::string& command, DWORD flags = kFlags, void* environment = nullptr) {
         const Started started = Start(command, flags, environment);
         ASSERT_TRUE(started.result) << command << ": error " << started.error;
-        EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(started.information.hProcess, INFINITE));
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(started.information.hProcess, INFINITE));
     }
 
     // Until this process has no child of that id, not even a dead one.

@@ -1,27 +1,22 @@
 // A PC whose description names no adapters tells of this machine's.
 #include <iphlpapi.h>
-#include <wininet.h>
-#include <windows.h>
 
 #include <algorithm>
 #include <optional>
 #include <sstream>
-#include <vector>
 
 #include "winhost/net/Machine.h"
 #include "winhost/tests/IpTables.h"
 #include "winhost/tests/OwnNetwork.h"
-#include "winhost/tests/PcFixture.h"
 
 namespace {
 
-using Servers = std::vector<std::string>;
-
-// "eth0" here stands for one end of a virtual cable, whose other end is "far0".
-void AddCable(const std::string& name, const std::string& far) {
+// "eth0" is one end of a virtual cable, whose other end is "far0".
+void AddCable(const std::string& name, const std::string& far, const std::string& address = "") {
     Ip("link add " + name + " type veth peer name " + far);
     Ip("link set dev " + far + " up");
     Ip("link set dev " + name + " up");
+    if (!address.empty()) Ip("address add " + address + " dev " + name);
 }
 
 std::optional<MIB_IFROW> RowOf(const std::string& description) {
@@ -41,15 +36,18 @@ std::optional<IP_ADAPTER_INFO> AdapterOf(const std::string& name) {
     if (GetAdaptersInfo(nullptr, &size) != ERROR_BUFFER_OVERFLOW) return std::nullopt;
     std::vector<std::byte> buffer(size);
     auto* info = reinterpret_cast<IP_ADAPTER_INFO*>(buffer.data());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, GetAdaptersInfo(info, &size));
+    EXPECT_EQ(ERROR_SUCCESS, GetAdaptersInfo(info, &size));
     while (info && info->AdapterName != name)
         info = info->Next;
     return info ? std::optional(*info) : std::nullopt;
 }
 
+std::string GatewayOf(const std::string& name) {
+    return AdapterOf(name)->GatewayList.IpAddress.String;
+}
+
 bool IsConnected() {
-    DWORD flags = 0;
-    const bool connected = InternetGetConnectedState(&flags, 0);
+    const auto [connected, flags] = GetConnectedState();
     EXPECT_EQ(connected ? 0x12u : 0x10u, flags);
     return connected;
 }
@@ -69,7 +67,7 @@ TEST_F(MachineNetworkDeathTest, AnEmptyNetworkHasTheLoopbackAlone) {
         EXPECT_EQ(DWORD{IF_TYPE_SOFTWARE_LOOPBACK}, RowOf(winhost::kLoopbackDescription)->dwType);
         EXPECT_TRUE(AddressRows().empty());
         ULONG size = 0;
-        EXPECT_EQ(DWORD{ERROR_NO_DATA}, GetAdaptersInfo(nullptr, &size));
+        EXPECT_EQ(ERROR_NO_DATA, GetAdaptersInfo(nullptr, &size));
         EXPECT_FALSE(IsConnected());
         Ip("link set dev lo up");
         ASSERT_EQ(1u, AddressRows().size());
@@ -123,44 +121,40 @@ TEST_F(MachineNetworkDeathTest, AnAddressWithALifetimeCountsAsDhcp) {
 
 TEST_F(MachineNetworkDeathTest, APulledCableIsSeenByTheNextCall) {
     EXPECT_IN_OWN_NETWORK([] {
-        AddCable("eth0", "far0");
-        Ip("address add 10.1.2.3/24 dev eth0");
+        AddCable("eth0", "far0", "10.1.2.3/24");
         Ip("route add default via 10.1.2.1");
         MIB_IFROW row = *RowOf("eth0");
         Ip("link set dev far0 down");
-        ASSERT_EQ(DWORD{NO_ERROR}, GetIfEntry(&row));
+        ASSERT_EQ(NO_ERROR, GetIfEntry(&row));
         EXPECT_EQ(DWORD{IF_OPER_STATUS_DISCONNECTED}, row.dwOperStatus);
         EXPECT_EQ(DWORD{MIB_IF_ADMIN_STATUS_UP}, row.dwAdminStatus);
         EXPECT_EQ(MIB_IPADDR_PRIMARY | MIB_IPADDR_DISCONNECTED, AddressesOf(row.dwIndex)[0].wType);
         EXPECT_FALSE(IsConnected()) << "its route leads nowhere now";
         Ip("link set dev far0 up");
-        ASSERT_EQ(DWORD{NO_ERROR}, GetIfEntry(&row));
+        ASSERT_EQ(NO_ERROR, GetIfEntry(&row));
         EXPECT_EQ(DWORD{IF_OPER_STATUS_OPERATIONAL}, row.dwOperStatus);
         Ip("link set dev eth0 down");
-        ASSERT_EQ(DWORD{NO_ERROR}, GetIfEntry(&row));
+        ASSERT_EQ(NO_ERROR, GetIfEntry(&row));
         EXPECT_EQ(DWORD{IF_OPER_STATUS_NON_OPERATIONAL}, row.dwOperStatus);
         EXPECT_EQ(DWORD{MIB_IF_ADMIN_STATUS_DOWN}, row.dwAdminStatus);
         Ip("link delete eth0");
-        EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, GetIfEntry(&row));
+        EXPECT_EQ(ERROR_INVALID_DATA, GetIfEntry(&row));
         EXPECT_FALSE(RowOf("eth0"));
     });
 }
 
 TEST_F(MachineNetworkDeathTest, EachInterfaceHasTheGatewayOfItsBestDefaultRoute) {
     EXPECT_IN_OWN_NETWORK([] {
-        AddCable("eth0", "far0");
-        AddCable("eth1", "far1");
-        AddCable("eth2", "far2");
-        Ip("address add 10.0.0.2/24 dev eth0");
-        Ip("address add 10.0.1.2/24 dev eth1");
-        Ip("address add 10.0.2.2/24 dev eth2");
+        AddCable("eth0", "far0", "10.0.0.2/24");
+        AddCable("eth1", "far1", "10.0.1.2/24");
+        AddCable("eth2", "far2", "10.0.2.2/24");
         Ip("route add default via 10.0.0.9 dev eth0 metric 500");
         Ip("route add default via 10.0.0.1 dev eth0 metric 100");
         Ip("route add default via 10.0.1.1 dev eth1 metric 200");
         Ip("route add 10.9.0.0/16 via 10.0.2.1 dev eth2");
-        EXPECT_STREQ("10.0.0.1", AdapterOf("eth0")->GatewayList.IpAddress.String);
-        EXPECT_STREQ("10.0.1.1", AdapterOf("eth1")->GatewayList.IpAddress.String);
-        EXPECT_STREQ("0.0.0.0", AdapterOf("eth2")->GatewayList.IpAddress.String);
+        EXPECT_EQ("10.0.0.1", GatewayOf("eth0"));
+        EXPECT_EQ("10.0.1.1", GatewayOf("eth1"));
+        EXPECT_EQ("0.0.0.0", GatewayOf("eth2"));
     });
 }
 
@@ -186,7 +180,7 @@ TEST(MachineNetwork, NameServersComeFromTheResolversFile) {
     std::istringstream file(
         "# made by hand\nsearch lab.example\nnameserver 192.168.1.1\n nameserver\t9.9.9.9 # second\n"
         "nameserver fe80::1\nnameserverx 1.1.1.1\noptions edns0\n");
-    EXPECT_EQ((Servers{"192.168.1.1", "9.9.9.9"}), winhost::NameServersIn(file));
+    EXPECT_EQ((std::vector<std::string>{"192.168.1.1", "9.9.9.9"}), winhost::NameServersIn(file));
 }
 
 }  // namespace

@@ -1,12 +1,7 @@
 // A PC with a mailbox device, and the test as its firmware.
 #pragma once
 
-#include <windows.h>
-
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/tests/LinkPeer.h"
@@ -24,8 +19,16 @@ class MailboxFixture : public PcFixture {
         ~Request() { CloseHandle(event); }
         // Waits for its end: 0 or the error, and the bytes that came.
         DWORD Await() {
-            if (WaitForSingleObject(event, INFINITE) != WAIT_OBJECT_0) return WAIT_FAILED;
+            return WaitForSingleObject(event, INFINITE) == WAIT_OBJECT_0 ? Result() : WAIT_FAILED;
+        }
+        // Without a wait.
+        DWORD Result() {
             return GetOverlappedResult(nullptr, &overlapped, &bytes, FALSE) ? ERROR_SUCCESS : GetLastError();
+        }
+        // The bytes that came with its success.
+        std::string AwaitBytes() {
+            EXPECT_EQ(Await(), ERROR_SUCCESS);
+            return Received();
         }
         bool IsPending() const { return !HasOverlappedIoCompleted(&overlapped); }
         std::string Received() const { return buffer.substr(0, bytes); }
@@ -41,8 +44,6 @@ class MailboxFixture : public PcFixture {
     }
 
     ~MailboxFixture() override {
-        for (const HANDLE device : m_opened)
-            CloseHandle(device);
         Device().CompleteReadsAtOnce(false);
         Device().CompleteRequestsAtOnce(false);
     }
@@ -50,8 +51,7 @@ class MailboxFixture : public PcFixture {
     HANDLE Open() {
         const HANDLE device = CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0,
                                           nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
-        if (device != INVALID_HANDLE_VALUE) m_opened.push_back(device);
-        return device;
+        return device != INVALID_HANDLE_VALUE ? Keep(device) : device;
     }
 
     static DWORD Result(BOOL succeeded) { return succeeded ? ERROR_SUCCESS : GetLastError(); }
@@ -75,14 +75,24 @@ class MailboxFixture : public PcFixture {
     winhost::MailboxDevice& Device() { return winhost::MailboxDevice::Instance(); }
 
     std::optional<LinkPeer> m_peer;
-
-  private:
-    std::vector<HANDLE> m_opened;
 };
 
 // With one handle open, and the firmware at its other end.
 class MailboxRequestTest : public MailboxFixture {
   protected:
+    // All goes on: the next request is answered with its own answer.
+    void ExpectTheNextIsAnswered() {
+        Request next;
+        Query(m_device, next);
+        m_firmware.Respond(m_firmware.Receive(), 0, "next");
+        EXPECT_EQ(next.AwaitBytes(), "next");
+    }
+    // The frame that the firmware gets of the request.
+    LinkPeer::Frame QueryAndReceive(Request& request) {
+        EXPECT_EQ(Query(m_device, request), ERROR_IO_PENDING);
+        return m_firmware.Receive();
+    }
+
     const HANDLE m_device = Open();
     LinkPeer::Connection m_firmware = m_peer->Accept();
 };

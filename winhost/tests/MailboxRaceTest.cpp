@@ -1,6 +1,4 @@
 // Ends that meet: whatever comes first, a request ends once, and nothing touches it afterwards.
-#include <thread>
-
 #include "winhost/tests/MailboxFixture.h"
 
 namespace {
@@ -63,7 +61,7 @@ TEST_F(MailboxRaceTest, CancellingMeetsAnswers) {
         const DWORD error = request.Await();
         EXPECT_EQ(error, cancelled ? ERROR_OPERATION_ABORTED : ERROR_SUCCESS);
         // Its event was set once.
-        EXPECT_EQ(WaitForSingleObject(request.event, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+        EXPECT_EQ(WaitForSingleObject(request.event, 0), WAIT_TIMEOUT);
         answered += error == ERROR_SUCCESS;
     }
     CloseHandle(device);

@@ -9,10 +9,8 @@ class MailboxCancelTest : public MailboxRequestTest {};
 
 TEST_F(MailboxCancelTest, EndsOneRequest) {
     Request cancelled, other;
-    Query(m_device, cancelled);
-    Query(m_device, other);
-    const auto cancelledFrame = m_firmware.Receive();
-    const auto otherFrame = m_firmware.Receive();
+    const auto cancelledFrame = QueryAndReceive(cancelled);
+    const auto otherFrame = QueryAndReceive(other);
     EXPECT_TRUE(CancelIoEx(m_device, &cancelled.overlapped));
     EXPECT_EQ(cancelled.Await(), ERROR_OPERATION_ABORTED);
     EXPECT_TRUE(other.IsPending());
@@ -53,34 +51,28 @@ TEST_F(MailboxCancelTest, FindsNothingWhenNothingPends) {
 
 TEST_F(MailboxCancelTest, ALateAnswerIsDropped) {
     Request cancelled;
-    Query(m_device, cancelled);
-    const auto frame = m_firmware.Receive();
+    const auto frame = QueryAndReceive(cancelled);
     CancelIoEx(m_device, nullptr);
     m_firmware.Receive();
     m_firmware.Respond(frame, 0, std::string(10'000, 'x'));
-    Request next;
-    Query(m_device, next);
-    m_firmware.Respond(m_firmware.Receive(), 0, "next");
-    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
-    EXPECT_EQ(next.Received(), "next");
+    ExpectTheNextIsAnswered();
     EXPECT_EQ(cancelled.buffer[0], '#');
 }
 
 TEST_F(MailboxCancelTest, EndsARequestWhoseAnswerStopsHalfway) {
-    Request request(64);
-    Query(m_device, request);
-    const auto frame = m_firmware.Receive();
-    m_firmware.SendHeader({8, Kind::Response, frame.header.id, kQueryCode, 0});
-    m_firmware.SendBytes("1234", 4);
-    EXPECT_TRUE(CancelIoEx(m_device, nullptr));
-    EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
-    m_firmware.SendBytes("5678", 4);
-    Request next;
-    Query(m_device, next);
-    m_firmware.Receive();
-    m_firmware.Respond(m_firmware.Receive(), 0, "next");
-    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
-    EXPECT_EQ(next.Received(), "next");
+    for (const bool closes : {false, true}) {
+        SCOPED_TRACE(closes);
+        Request request;
+        const auto frame = QueryAndReceive(request);
+        m_firmware.SendHeader({8, Kind::Response, frame.header.id, kQueryCode, 0});
+        m_firmware.SendBytes("1234", 4);
+        EXPECT_TRUE(closes ? CloseHandle(m_device) : CancelIoEx(m_device, nullptr));
+        EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
+        if (closes) return;
+        m_firmware.SendBytes("5678", 4);
+        m_firmware.Receive();
+        ExpectTheNextIsAnswered();
+    }
 }
 
 TEST_F(MailboxCancelTest, ClosingTheHandleEndsWhatPends) {
@@ -93,16 +85,6 @@ TEST_F(MailboxCancelTest, ClosingTheHandleEndsWhatPends) {
     EXPECT_EQ(Device().PendingRequests(), 0u);
     EXPECT_EQ(Device().PendingReads(), 0u);
     EXPECT_EQ(Write(m_device, request, ""), ERROR_INVALID_HANDLE);
-}
-
-TEST_F(MailboxCancelTest, ClosingTheHandleEndsAnAnswerThatStopsHalfway) {
-    Request request(64);
-    Query(m_device, request);
-    const auto frame = m_firmware.Receive();
-    m_firmware.SendHeader({8, Kind::Response, frame.header.id, kQueryCode, 0});
-    m_firmware.SendBytes("1234", 4);
-    EXPECT_TRUE(CloseHandle(m_device));
-    EXPECT_EQ(request.Await(), ERROR_OPERATION_ABORTED);
 }
 
 class MailboxGoneTest : public MailboxRequestTest {};

@@ -1,6 +1,4 @@
 // Opening the mailbox, and requests to the firmware.
-#include <thread>
-
 #include "winhost/tests/MailboxFixture.h"
 
 using mpmlink::Kind;
@@ -38,16 +36,13 @@ TEST_F(MailboxOpenTest, ThereIsNothingToOpenWithoutTheFirmware) {
     EXPECT_EQ(Device().OpenHandles(), 0u);
 }
 
-TEST_F(MailboxOpenTest, OtherPathsNameNoDevice) {
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
-              ErrorOf(CreateFileA(R"(\\?\other)", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                  FILE_FLAG_OVERLAPPED, nullptr)));
-}
-
-TEST_F(MailboxOpenTest, HandlesAreOverlapped) {
-    EXPECT_EQ(ERROR_NOT_SUPPORTED,
-              ErrorOf(CreateFileA(winhost::MailboxDevice::kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                  OPEN_EXISTING, 0, nullptr)));
+TEST_F(MailboxOpenTest, HandlesAreOverlappedAndOtherPathsNameNoDevice) {
+    const auto errorOfOpen = [](const char* path, DWORD flags) {
+        return ErrorOf(
+            CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, flags, nullptr));
+    };
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, errorOfOpen(winhost::MailboxDevice::kPath, 0));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, errorOfOpen(R"(\\?\other)", FILE_FLAG_OVERLAPPED));
 }
 
 TEST_F(MailboxRequestTest, PendsUntilTheFirmwareAnswers) {
@@ -86,46 +81,34 @@ TEST_F(MailboxRequestTest, ResultCanBeWaitedFor) {
 
 TEST_F(MailboxRequestTest, BringsTheAnswersBytes) {
     Request request(80);
-    Query(m_device, request);
-    const auto frame = m_firmware.Receive();
+    const auto frame = QueryAndReceive(request);
     EXPECT_EQ(frame.header.value, 80u);
     m_firmware.Respond(frame, 0, "version");
-    EXPECT_EQ(request.Await(), ERROR_SUCCESS);
-    EXPECT_EQ(request.Received(), "version");
+    EXPECT_EQ(request.AwaitBytes(), "version");
     EXPECT_EQ(request.buffer[7], '#');
 }
 
 TEST_F(MailboxRequestTest, AnswersMayComeOutOfOrder) {
     Request first, second;
-    Query(m_device, first);
-    Query(m_device, second);
-    const auto firstFrame = m_firmware.Receive();
-    const auto secondFrame = m_firmware.Receive();
+    const auto firstFrame = QueryAndReceive(first);
+    const auto secondFrame = QueryAndReceive(second);
     m_firmware.Respond(secondFrame, 0, "second");
     EXPECT_EQ(second.Await(), ERROR_SUCCESS);
     EXPECT_TRUE(first.IsPending());
     m_firmware.Respond(firstFrame, 0, "first");
-    EXPECT_EQ(first.Await(), ERROR_SUCCESS);
-    EXPECT_EQ(first.Received(), "first");
+    EXPECT_EQ(first.AwaitBytes(), "first");
     EXPECT_EQ(second.Received(), "second");
 }
 
 TEST_F(MailboxRequestTest, FailsWithTheFirmwaresError) {
-    for (const DWORD error : {1450u, 31u, 87u, 5u, 1117u, 8u}) {
+    const DWORD kNoErrorNumber = 0x0A000000;
+    for (const DWORD error : {1450u, 31u, 87u, 5u, 1117u, 8u, kNoErrorNumber}) {
         Request request;
-        Query(m_device, request);
-        m_firmware.Respond(m_firmware.Receive(), error, "dropped");
-        EXPECT_EQ(request.Await(), error);
+        m_firmware.Respond(QueryAndReceive(request), error, "dropped");
+        EXPECT_EQ(request.Await(), error == kNoErrorNumber ? DWORD{ERROR_MR_MID_NOT_FOUND} : error);
         EXPECT_EQ(request.bytes, 0u);
         EXPECT_EQ(request.buffer[0], '#');
     }
-}
-
-TEST_F(MailboxRequestTest, FailsWithAnErrorOfItsOwnForANumberThatIsNone) {
-    Request request;
-    Query(m_device, request);
-    m_firmware.Respond(m_firmware.Receive(), 0x0A000000);
-    EXPECT_EQ(request.Await(), ERROR_MR_MID_NOT_FOUND);
 }
 
 TEST_F(MailboxRequestTest, AnAnswerThatIsTooLongFillsTheBufferAndSaysSo) {
@@ -134,11 +117,7 @@ TEST_F(MailboxRequestTest, AnAnswerThatIsTooLongFillsTheBufferAndSaysSo) {
     m_firmware.Respond(m_firmware.Receive(), 0, "123456");
     EXPECT_EQ(request.Await(), ERROR_MORE_DATA);
     EXPECT_EQ(request.Received(), "1234");
-    Request next;
-    Query(m_device, next);
-    m_firmware.Respond(m_firmware.Receive(), 0, "next");
-    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
-    EXPECT_EQ(next.Received(), "next");
+    ExpectTheNextIsAnswered();
 }
 
 TEST_F(MailboxRequestTest, CarriesALargePayloadWhole) {
@@ -185,34 +164,23 @@ TEST_F(MailboxRequestTest, BeyondWhatIsKeptForTheFirmwareItIsRefused) {
         EXPECT_EQ(request->Await(), ERROR_OPERATION_ABORTED);
 }
 
-TEST_F(MailboxRequestTest, AboveTheLargestFrameItIsInvalid) {
-    Request request;
-    EXPECT_EQ(Write(m_device, request, std::string(mpmlink::kMaxPayload + 1, 'x')), ERROR_INVALID_PARAMETER);
-}
-
-TEST_F(MailboxRequestTest, NeedsAnOverlappedStructure) {
-    EXPECT_EQ(ERROR_INVALID_PARAMETER,
-              ErrorOf(DeviceIoControl(m_device, kWriteCode, nullptr, 0, nullptr, 0, nullptr, nullptr)));
-}
-
-TEST_F(MailboxRequestTest, NeedsAnEventThatIsOne) {
-    Request request;
-    request.overlapped.hEvent = m_device;
-    EXPECT_EQ(Write(m_device, request, ""), ERROR_INVALID_HANDLE);
-}
-
-TEST_F(MailboxRequestTest, NeedsAHandleOfTheDevice) {
+TEST_F(MailboxRequestTest, NeedsAHandleOfTheDeviceAnOverlappedStructureAnEventAndASmallFrame) {
     Request request;
     EXPECT_EQ(Write(INVALID_HANDLE_VALUE, request, ""), ERROR_INVALID_HANDLE);
     EXPECT_EQ(Write(request.event, request, ""), ERROR_INVALID_HANDLE);
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CancelIoEx(INVALID_HANDLE_VALUE, nullptr)));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
+              ErrorOf(DeviceIoControl(m_device, kWriteCode, nullptr, 0, nullptr, 0, nullptr, nullptr)));
+    EXPECT_EQ(Write(m_device, request, std::string(mpmlink::kMaxPayload + 1, 'x')), ERROR_INVALID_PARAMETER);
+    request.overlapped.hEvent = m_device;
+    EXPECT_EQ(Write(m_device, request, ""), ERROR_INVALID_HANDLE);
 }
 
 TEST_F(MailboxRequestTest, ResetsItsEventAtTheStart) {
     Request request;
     SetEvent(request.event);
     Write(m_device, request, "");
-    EXPECT_EQ(WaitForSingleObject(request.event, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(WaitForSingleObject(request.event, 0), WAIT_TIMEOUT);
     m_firmware.Respond(m_firmware.Receive(), 0);
     EXPECT_EQ(request.Await(), ERROR_SUCCESS);
 }
@@ -253,8 +221,7 @@ TEST_F(MailboxRequestTest, ManyThreadsMakeThemAtOnce) {
                 DeviceIoControl(m_device, kQueryCode, input.data(), static_cast<DWORD>(input.size()),
                                 request.buffer.data(), static_cast<DWORD>(request.buffer.size()), nullptr,
                                 &request.overlapped);
-                EXPECT_EQ(request.Await(), ERROR_SUCCESS);
-                EXPECT_EQ(request.Received(), input);
+                EXPECT_EQ(request.AwaitBytes(), input);
             }
         });
     for (auto& thread : threads)

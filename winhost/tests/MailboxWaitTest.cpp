@@ -1,25 +1,17 @@
 // The mailbox has no thread of its own: the threads that wait for it do its work, for each other too.
-#include <thread>
-
-#include "winhost/core/Clock.h"
 #include "winhost/tests/MailboxFixture.h"
-#include "winhost/tests/ManualTime.h"
 
 using namespace std::chrono_literals;
 using mpmlink::Kind;
 
 namespace {
 
-winhost::Clock& Clock() {
-    return winhost::Clock::Instance();
-}
-
 // A thread that waits for an event with a time limit. The PC's clock knows when the thread is blocked.
 class Waiting {
   public:
     Waiting(HANDLE event, DWORD milliseconds)
         : m_thread([this, event, milliseconds] { m_result = WaitForSingleObject(event, milliseconds); }) {
-        m_isBlocked = Clock().AwaitSleeper(std::chrono::milliseconds(milliseconds));
+        m_isBlocked = winhost::Clock::Instance().AwaitSleeper(std::chrono::milliseconds(milliseconds));
     }
     ~Waiting() {
         if (m_thread.joinable()) m_thread.join();
@@ -41,15 +33,14 @@ class MailboxWaitTest : public MailboxRequestTest {
     // Makes the two requests, each with a frame at the firmware, and has a thread wait for the first: it
     // leads.
     void MakeBoth() {
-        ASSERT_EQ(Query(m_device, m_first), ERROR_IO_PENDING);
-        ASSERT_EQ(Query(m_device, m_second), ERROR_IO_PENDING);
-        m_firstFrame = m_firmware.Receive();
-        m_secondFrame = m_firmware.Receive();
+        m_firstFrame = QueryAndReceive(m_first);
+        m_secondFrame = QueryAndReceive(m_second);
         m_leader.emplace(m_first.event, 5000);
         ASSERT_TRUE(m_leader->IsBlocked());
     }
     // Another thread waits for the second request and follows.
-    void Follow() {
+    void MakeBothAndFollow() {
+        MakeBoth();
         m_follower.emplace(m_second.event, 60'000);
         ASSERT_TRUE(m_follower->IsBlocked());
     }
@@ -76,40 +67,35 @@ TEST_F(MailboxWaitTest, AThreadThatWaitsCompletesTheRequestsOfOthers) {
     MakeBoth();
     m_firmware.Respond(m_secondFrame, 0, "second");
     EXPECT_TRUE(Eventually([&] { return Device().PendingRequests() == 1; }));
-    EXPECT_EQ(m_second.Await(), ERROR_SUCCESS);
-    EXPECT_EQ(m_second.Received(), "second");
+    EXPECT_EQ(m_second.AwaitBytes(), "second");
     m_firmware.Respond(m_firstFrame, 0);
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
 }
 
 TEST_F(MailboxWaitTest, AThreadThatWaitsWakesTheOthers) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     ExpectTheFollowerLeads();
     m_firmware.Respond(m_firstFrame, 0);
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
 }
 
 TEST_F(MailboxWaitTest, AnotherThreadLeadsWhenTheLeaderHasItsAnswer) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     m_firmware.Respond(m_firstFrame, 0);
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
     ExpectTheFollowerLeads();
 }
 
 TEST_F(MailboxWaitTest, AnotherThreadLeadsWhenTheLeadersTimeIsUp) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     Clock().Advance(5s);
-    EXPECT_EQ(m_leader->Result(), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(m_leader->Result(), WAIT_TIMEOUT);
     EXPECT_TRUE(m_first.IsPending());
     ExpectTheFollowerLeads();
 }
 
 TEST_F(MailboxWaitTest, AnotherThreadLeadsWhenTheLeadersEventIsSetByHand) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     SetEvent(m_first.event);
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
     EXPECT_TRUE(m_first.IsPending());
@@ -117,30 +103,27 @@ TEST_F(MailboxWaitTest, AnotherThreadLeadsWhenTheLeadersEventIsSetByHand) {
 }
 
 TEST_F(MailboxWaitTest, AnotherThreadLeadsWhenTheLeadersRequestIsCancelled) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     EXPECT_TRUE(CancelIoEx(m_device, &m_first.overlapped));
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
     ExpectTheFollowerLeads();
 }
 
 TEST_F(MailboxWaitTest, AnotherThreadGoesOnWithAnAnswerThatIsHalfThere) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     m_firmware.SendHeader({6, Kind::Response, m_secondFrame.header.id, kQueryCode, 0});
     m_firmware.SendBytes("sec", 3);
     EXPECT_TRUE(Eventually([&] { return m_firmware.AllTaken(); }));
     Clock().Advance(5s);
-    EXPECT_EQ(m_leader->Result(), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(m_leader->Result(), WAIT_TIMEOUT);
     m_firmware.SendBytes("ond", 3);
     EXPECT_EQ(m_follower->Result(), WAIT_OBJECT_0);
-    EXPECT_TRUE(GetOverlappedResult(m_device, &m_second.overlapped, &m_second.bytes, FALSE));
+    EXPECT_EQ(m_second.Result(), ERROR_SUCCESS);
     EXPECT_EQ(m_second.Received(), "second");
 }
 
 TEST_F(MailboxWaitTest, ACloseEndsTheWaitsOfAll) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     CloseHandle(m_device);
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
     EXPECT_EQ(m_follower->Result(), WAIT_OBJECT_0);
@@ -149,13 +132,11 @@ TEST_F(MailboxWaitTest, ACloseEndsTheWaitsOfAll) {
 }
 
 TEST_F(MailboxWaitTest, TheFirmwaresEndEndsTheWaitsOfAll) {
-    MakeBoth();
-    Follow();
+    MakeBothAndFollow();
     m_firmware.Close();
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
     EXPECT_EQ(m_follower->Result(), WAIT_OBJECT_0);
-    EXPECT_EQ(ERROR_DEVICE_NOT_CONNECTED,
-              ErrorOf(GetOverlappedResult(m_device, &m_second.overlapped, &m_second.bytes, FALSE)));
+    EXPECT_EQ(m_second.Result(), ERROR_DEVICE_NOT_CONNECTED);
 }
 
 TEST_F(MailboxWaitTest, AThreadThatWaitedBeforeTheRequestWasMadeLeadsToo) {
@@ -197,8 +178,7 @@ TEST_F(MailboxWaitTest, ANewReadReleasesTheAnswersBehindAMessage) {
     Request next;
     EXPECT_EQ(Read(m_device, next), ERROR_IO_PENDING);
     EXPECT_EQ(m_leader->Result(), WAIT_OBJECT_0);
-    EXPECT_EQ(next.Await(), ERROR_SUCCESS);
-    EXPECT_EQ(next.Received(), "two");
+    EXPECT_EQ(next.AwaitBytes(), "two");
 }
 
 TEST_F(MailboxWaitTest, AnEventServesTheRequestsOfOneHandleAtATime) {
@@ -227,14 +207,13 @@ TEST_F(MailboxWaitTest, AWaitOfNoTimeSeesThatTheFirmwareHasGone) {
     Query(m_device, m_first);
     m_firmware.Close();
     EXPECT_EQ(WaitForSingleObject(m_first.event, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(ERROR_DEVICE_NOT_CONNECTED,
-              ErrorOf(GetOverlappedResult(m_device, &m_first.overlapped, &m_first.bytes, FALSE)));
+    EXPECT_EQ(m_first.Result(), ERROR_DEVICE_NOT_CONNECTED);
 }
 
 TEST_F(MailboxWaitTest, TheResultOfAnAnswerThatIsThereIsComplete) {
     Query(m_device, m_first);
     m_firmware.Respond(m_firmware.Receive(), 0, "first");
-    EXPECT_TRUE(GetOverlappedResult(m_device, &m_first.overlapped, &m_first.bytes, FALSE));
+    EXPECT_EQ(m_first.Result(), ERROR_SUCCESS);
     EXPECT_EQ(m_first.Received(), "first");
 }
 
@@ -248,10 +227,6 @@ TEST_F(MailboxWaitTest, ARequestWithoutAnEventIsSeenToHaveCompleted) {
 
 class MailboxPortWaitTest : public MailboxWaitTest {
   protected:
-    ~MailboxPortWaitTest() override {
-        CloseHandle(m_device);
-        CloseHandle(m_port);
-    }
     static DWORD Take(HANDLE port, DWORD milliseconds) {
         DWORD bytes = 0;
         ULONG_PTR key = 0;
@@ -259,13 +234,13 @@ class MailboxPortWaitTest : public MailboxWaitTest {
         return Result(GetQueuedCompletionStatus(port, &bytes, &key, &overlapped, milliseconds));
     }
 
-    const HANDLE m_port = CreateIoCompletionPort(m_device, nullptr, 1, 0);
+    const HANDLE m_port = Keep(CreateIoCompletionPort(m_device, nullptr, 1, 0));
 };
 
 TEST_F(MailboxPortWaitTest, TakesAMessageThatIsThereInNoTime) {
     Request read;
     Read(m_device, read);
-    EXPECT_EQ(Take(m_port, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(Take(m_port, 0), WAIT_TIMEOUT);
     m_firmware.SendMessage("message");
     EXPECT_EQ(Take(m_port, 0), ERROR_SUCCESS);
 }

@@ -13,7 +13,7 @@ namespace {
 class PipeAccessTest : public PipeFixture {
   protected:
     static void SetUser(const char* name) {
-        winhost::Pc::Instance().Change([&](auto& pc) { pc.userName = name; });
+        Change([&](auto& pc) { pc.userName = name; });
     }
     // Of another user that opens a pipe made with a security descriptor, with a null DACL or without any.
     DWORD ErrorOfAnother(bool withDacl) {
@@ -32,22 +32,22 @@ TEST_F(PipeAccessTest, AUserMayNotConnectToThePipeOfAnother) {
     SetUser("SYSTEM");
     Create();
     SetUser("alice");
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, OpenError());
+    EXPECT_EQ(ERROR_ACCESS_DENIED, OpenError());
 }
 
 TEST_F(PipeAccessTest, ANullDaclLetsEveryUserConnect) {
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, ErrorOfAnother(true));
+    EXPECT_EQ(ERROR_SUCCESS, ErrorOfAnother(true));
 }
 
 TEST_F(PipeAccessTest, ADescriptorWithoutADaclLeavesTheDefault) {
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfAnother(false));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfAnother(false));
 }
 
 TEST_F(PipeAccessTest, TheSystemMayConnectToEveryPipe) {
     SetUser("alice");
     Create();
     SetUser("SYSTEM");
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, OpenError());
+    EXPECT_EQ(ERROR_SUCCESS, OpenError());
 }
 
 TEST_F(PipeAccessTest, DescriptorsHaveTheRevisionOfToday) {
@@ -101,16 +101,16 @@ class TwoProcessTest : public PipeFixture {
 TEST_F(TwoProcessTest, AClientInAnotherProcessIsTalkedWith) {
     if (IsPeer()) {
         const HANDLE client = Open();
-        EXPECT_EQ((PipeRead{ERROR_SUCCESS, "question"}), Read(client));
-        EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "answer"));
+        EXPECT_EQ((PipeRead{0, "question"}), Read(client));
+        EXPECT_EQ(ERROR_SUCCESS, Write(client, "answer"));
         return;
     }
     const HANDLE server = Create({.room = 0});
     StartPeer();
     const DWORD connected = Connect(server);
     EXPECT_TRUE(connected == ERROR_SUCCESS || connected == ERROR_PIPE_CONNECTED) << connected;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(server, "question"));
-    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "answer"}), Read(server));
+    EXPECT_EQ(ERROR_SUCCESS, Write(server, "question"));
+    EXPECT_EQ((PipeRead{0, "answer"}), Read(server));
     EXPECT_EQ(0, ExitOfPeer());
     EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(server));
 }
@@ -123,8 +123,8 @@ TEST_F(TwoProcessTest, AClientThatIsKilledHasClosedItsEnd) {
     const HANDLE server = Create();
     StartPeer();
     Connect(server);
-    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "here"}), Read(server));
-    auto read = std::async(std::launch::async, [&] { return Read(server); });
+    EXPECT_EQ((PipeRead{0, "here"}), Read(server));
+    auto read = ReadLater(server);
     KillPeer();
     EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), read.get());
     ExitOfPeer();
@@ -140,14 +140,14 @@ TEST_F(TwoProcessTest, AServerThatIsKilledLeavesNoPipe) {
     StartPeer();
     HANDLE client;
     while ((client = Open()) == INVALID_HANDLE_VALUE)
-        ASSERT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
-    EXPECT_EQ((PipeRead{ERROR_SUCCESS, "here"}), Read(client));
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, OpenError());
+        ASSERT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+    EXPECT_EQ((PipeRead{0, "here"}), Read(client));
+    EXPECT_EQ(ERROR_PIPE_BUSY, OpenError());
     KillPeer();
     ExitOfPeer();
     EXPECT_EQ((PipeRead{ERROR_BROKEN_PIPE, ""}), Read(client));
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, OpenError());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, CreateError({.maxInstances = 2}));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, OpenError());
+    EXPECT_EQ(ERROR_SUCCESS, CreateError({.maxInstances = 2}));
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
 // A pipe with its two ends, and what they say to each other.
 #pragma once
 
-#include <windows.h>
-
 #include <future>
-#include <string>
-#include <vector>
 
 #include "winhost/tests/PcFixture.h"
 
@@ -26,16 +22,7 @@ class PipeFixture : public PcFixture {
     // Room for what a test writes before it reads.
     static constexpr DWORD kRoom = 4096;
 
-    ~PipeFixture() override {
-        for (const HANDLE handle : m_handles)
-            CloseHandle(handle);
-    }
-
-    // Handles that the test doesn't close go with it.
-    HANDLE Keep(HANDLE handle) {
-        if (handle != INVALID_HANDLE_VALUE) m_handles.push_back(handle);
-        return handle;
-    }
+    HANDLE KeepValid(HANDLE handle) { return handle != INVALID_HANDLE_VALUE ? Keep(handle) : handle; }
     static DWORD Error(BOOL result) { return result ? ERROR_SUCCESS : GetLastError(); }
 
     // What a test varies of a pipe.
@@ -51,7 +38,7 @@ class PipeFixture : public PcFixture {
         return CreateNamedPipeA(shape.name, shape.openMode, shape.pipeMode, shape.maxInstances, shape.room,
                                 shape.room, 0, shape.attributes);
     }
-    HANDLE Create(const Shape& shape) { return Keep(CreateOnly(shape)); }
+    HANDLE Create(const Shape& shape) { return KeepValid(CreateOnly(shape)); }
     HANDLE Create() { return Create(Shape()); }
     // The error of a creation that fails.
     DWORD CreateError(const Shape& shape) {
@@ -59,7 +46,7 @@ class PipeFixture : public PcFixture {
     }
     // A client as it opens the pipe.
     HANDLE OpenOnly(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
-        return Keep(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, flags, nullptr));
+        return KeepValid(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, flags, nullptr));
     }
     DWORD OpenError(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
         return OpenOnly(name, access, flags) == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
@@ -89,11 +76,20 @@ class PipeFixture : public PcFixture {
         return {error, data};
     }
 
+    // On a thread of their own.
+    static std::future<PipeRead> ReadLater(HANDLE end) {
+        return std::async(std::launch::async, [=] { return Read(end); });
+    }
+    static std::future<DWORD> WriteLater(HANDLE end, const std::string& data) {
+        return std::async(std::launch::async, [=] { return Write(end, data); });
+    }
+    static std::future<DWORD> ConnectLater(HANDLE server) {
+        return std::async(std::launch::async, [=] { return Connect(server); });
+    }
+
     // Ends a request that another thread blocks in: waits until there is one.
     static void CancelWhenBlocked(HANDLE end) {
         while (!CancelIoEx(end, nullptr))
-            ASSERT_EQ(DWORD{ERROR_NOT_FOUND}, GetLastError());
+            ASSERT_EQ(ERROR_NOT_FOUND, GetLastError());
     }
-
-    std::vector<HANDLE> m_handles;
 };

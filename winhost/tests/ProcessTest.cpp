@@ -1,11 +1,7 @@
-#include <windows.h>
 #include <psapi.h>
 #include <stdlib.h>
 
 #include <cerrno>
-#include <cstring>
-#include <memory>
-#include <thread>
 
 #include <unistd.h>
 
@@ -16,32 +12,22 @@ namespace {
 using ProcessTest = PcFixture;
 
 TEST_F(ProcessTest, TheUserIsThatOfThePc) {
-    StartPc([](auto& pc) { pc.userName = "SYSTEM"; });
+    SetUser("SYSTEM");
     char name[257] = "";
-    DWORD size = sizeof name;
+    DWORD size = 6;
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, ErrorOf(GetUserNameA(name, &size)));
+    EXPECT_EQ(size, 7u);
     EXPECT_TRUE(GetUserNameA(name, &size));
     EXPECT_STREQ(name, "SYSTEM");
     EXPECT_EQ(size, 7u);
 }
 
-TEST_F(ProcessTest, AUserNameThatDoesNotFitTellsItsSize) {
-    char name[6] = "";
-    DWORD size = sizeof name;
-    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, ErrorOf(GetUserNameA(name, &size)));
-    EXPECT_EQ(size, 7u);
-}
-
 TEST_F(ProcessTest, TheModuleIsWhereThePcSaysItIs) {
-    StartPc([](auto& pc) { pc.modulePath = R"(C:\Program Files\bin\ZELService.exe)"; });
-    char path[MAX_PATH] = "";
-    EXPECT_EQ(GetModuleFileNameA(nullptr, path, sizeof path), 35u);
-    EXPECT_STREQ(path, R"(C:\Program Files\bin\ZELService.exe)");
-}
-
-TEST_F(ProcessTest, AModulePathThatDoesNotFitIsCut) {
     StartPc([](auto& pc) { pc.modulePath = R"(C:\bin\ZELService.exe)"; });
-    char path[7];
-    EXPECT_EQ(GetModuleFileNameA(nullptr, path, sizeof path), 7u);
+    char path[MAX_PATH] = "";
+    EXPECT_EQ(GetModuleFileNameA(nullptr, path, sizeof path), 21u);
+    EXPECT_STREQ(path, R"(C:\bin\ZELService.exe)");
+    EXPECT_EQ(GetModuleFileNameA(nullptr, path, 7), 7u) << "it is cut";
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
     EXPECT_STREQ(path, R"(C:\bin)");
 }
@@ -64,7 +50,7 @@ TEST_F(ProcessTest, ExitEndsItWithItsCodeAtOnce) {
 
 TEST_F(ProcessTest, DebugTextsAreKept) {
     OutputDebugStringA("Log file is: x\n");
-    const auto texts = winhost::Pc::Instance().Records<winhost::DebugText>();
+    const auto texts = Records<winhost::DebugText>();
     ASSERT_EQ(1u, texts.size());
     EXPECT_EQ("Log file is: x\n", texts[0].text);
 }
@@ -76,30 +62,20 @@ TEST_F(ProcessTest, TheBootModeIsAMetric) {
 }
 
 TEST_F(ProcessTest, TheEnvironmentIsThatOfThePcWhateverTheCase) {
+    size_t needed = 1;
+    char value[15] = "old";
+    EXPECT_EQ(getenv_s(&needed, value, sizeof value, "PROGRAMDATA"), 0);
+    EXPECT_EQ(needed, 0u) << "there is none";
+    EXPECT_STREQ(value, "");
     StartPc([](auto& pc) { pc.environment["PROGRAMDATA"] = R"(C:\ProgramData)"; });
-    size_t needed = 0;
     EXPECT_EQ(getenv_s(&needed, nullptr, 0, "ProgramData"), 0);
     EXPECT_EQ(needed, 15u);
-    char value[15] = "";
     EXPECT_EQ(getenv_s(&needed, value, sizeof value, "ProgramData"), 0);
     EXPECT_STREQ(value, R"(C:\ProgramData)");
-}
-
-TEST_F(ProcessTest, AVariableThatDoesNotFitIsNotStored) {
-    StartPc([](auto& pc) { pc.environment["PROGRAMDATA"] = R"(C:\ProgramData)"; });
-    size_t needed = 0;
-    char value[14] = "old";
-    EXPECT_EQ(getenv_s(&needed, value, sizeof value, "PROGRAMDATA"), ERANGE);
+    needed = 0;
+    EXPECT_EQ(getenv_s(&needed, value, sizeof value - 1, "PROGRAMDATA"), ERANGE);
     EXPECT_EQ(needed, 15u);
-    EXPECT_STREQ(value, "");
-}
-
-TEST_F(ProcessTest, AnAbsentVariableNeedsNoRoom) {
-    size_t needed = 1;
-    char value[4] = "old";
-    EXPECT_EQ(getenv_s(&needed, value, sizeof value, "PROGRAMDATA"), 0);
-    EXPECT_EQ(needed, 0u);
-    EXPECT_STREQ(value, "");
+    EXPECT_STREQ(value, "") << "what does not fit is not stored";
 }
 
 PROCESS_MEMORY_COUNTERS_EX MemoryCounters() {
@@ -121,16 +97,12 @@ TEST_F(ProcessTest, PrivateUsageGrowsWithTheMemoryInUse) {
     EXPECT_GE(after.WorkingSetSize, after.PrivateUsage);
 }
 
-TEST_F(ProcessTest, MemoryCountersNeedTheirRoom) {
+TEST_F(ProcessTest, MemoryCountersNeedTheirRoomAndAreOfThisProcessAlone) {
     PROCESS_MEMORY_COUNTERS counters{};
     EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER,
               ErrorOf(K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters - 1)));
     EXPECT_TRUE(K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters));
     EXPECT_EQ(counters.cb, sizeof counters);
-}
-
-TEST_F(ProcessTest, MemoryCountersAreOfThisProcessAlone) {
-    PROCESS_MEMORY_COUNTERS counters{};
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(K32GetProcessMemoryInfo(nullptr, &counters, sizeof counters)));
 }
 

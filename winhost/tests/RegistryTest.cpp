@@ -1,6 +1,3 @@
-#include <windows.h>
-
-#include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
 
 namespace {
@@ -10,130 +7,98 @@ constexpr const char* kKey = "SOFTWARE\\WOW6432Node\\Vendor\\Product Name";
 class RegistryTest : public PcFixture {
   protected:
     RegistryTest() {
-        StartPc([](winhost::PcDescription& pc) {
+        StartPc([](auto& pc) {
             pc.registry["HKEY_LOCAL_MACHINE\\" + std::string(kKey)] = {{"InstallPath", "C:\\Here\\"},
                                                                        {"", "the default"}};
         });
     }
-    ~RegistryTest() override {
-        for (const HKEY key : m_opened)
-            RegCloseKey(key);
-    }
-    // Keys that the test doesn't close go with it.
     HKEY Open(const char* path, HKEY below = HKEY_LOCAL_MACHINE) {
-        EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExA(below, path, 0, KEY_READ, &m_opened.emplace_back())) << path;
-        return m_opened.back();
+        HKEY key = nullptr;
+        EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExA(below, path, 0, KEY_READ, &key)) << path;
+        return Keep(key, RegCloseKey);
     }
-    std::vector<HKEY> m_opened;
+    static LONG ErrorOfOpen(const char* path, HKEY below = HKEY_LOCAL_MACHINE) {
+        HKEY none = HKEY_LOCAL_MACHINE;
+        const LONG error = RegOpenKeyExA(below, path, 0, KEY_READ, &none);
+        EXPECT_EQ(nullptr, none) << path;
+        return error;
+    }
+    // Its type, and as many bytes as the call says it has.
+    static std::pair<DWORD, std::string> Value(HKEY key, const char* name) {
+        std::string bytes(64, '?');
+        DWORD type = 0, size = 64;
+        EXPECT_EQ(ERROR_SUCCESS,
+                  RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<LPBYTE>(bytes.data()), &size));
+        return {type, bytes.substr(0, size)};
+    }
+    // The error of a query with room for so many bytes, none without room, and the size that it tells.
+    static std::pair<LONG, DWORD> Query(HKEY key, const char* name, DWORD room = 0) {
+        BYTE bytes[64] = {'x'};
+        DWORD size = room;
+        const LONG error = RegQueryValueExA(key, name, nullptr, nullptr, room ? bytes : nullptr, &size);
+        EXPECT_EQ('x', bytes[0]);
+        return {error, size};
+    }
 };
 
 TEST_F(RegistryTest, AValueIsReadWithItsTypeAndItsEnd) {
-    const HKEY key = Open(kKey);
-    char text[64];
-    DWORD type = 0, size = sizeof(text);
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegQueryValueExA(key, "InstallPath", nullptr, &type, reinterpret_cast<LPBYTE>(text), &size));
-    EXPECT_EQ(DWORD{REG_SZ}, type);
-    EXPECT_EQ(9u, size);
-    EXPECT_STREQ("C:\\Here\\", text);
-    EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
-}
-
-TEST_F(RegistryTest, ANumberIsADword) {
-    winhost::Pc::Instance().Change([](winhost::PcDescription& pc) {
-        pc.registryNumbers["HKEY_LOCAL_MACHINE\\SOFTWARE\\Numbers\\Below"]["Count"] = 0x01020304;
+    using Value = std::pair<DWORD, std::string>;
+    Change([](auto& pc) {
+        pc.registryNumbers["HKEY_LOCAL_MACHINE\\SOFTWARE\\Other\\Below"]["Count"] = 0x01020304;
+        pc.registryExpandTexts["HKEY_LOCAL_MACHINE\\SOFTWARE\\Other"]["Root"] = "%SystemRoot%\\x";
     });
-    Open("SOFTWARE\\Numbers");
-    const HKEY key = Open("SOFTWARE\\Numbers\\Below");
-    DWORD number = 0, type = 0, size = sizeof number;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegQueryValueExA(key, "count", nullptr, &type, reinterpret_cast<LPBYTE>(&number), &size));
-    EXPECT_EQ(DWORD{REG_DWORD}, type);
-    EXPECT_EQ(sizeof number, size);
-    EXPECT_EQ(0x01020304u, number);
-}
-
-TEST_F(RegistryTest, AnExpandableTextIsReadUnexpanded) {
-    winhost::Pc::Instance().Change([](winhost::PcDescription& pc) {
-        pc.registryExpandTexts["HKEY_LOCAL_MACHINE\\SOFTWARE\\Paths"]["Root"] = "%SystemRoot%\\x";
-    });
-    const HKEY key = Open("SOFTWARE\\Paths");
-    char text[64];
-    DWORD type = 0, size = sizeof text;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegQueryValueExA(key, "Root", nullptr, &type, reinterpret_cast<LPBYTE>(text), &size));
-    EXPECT_EQ(DWORD{REG_EXPAND_SZ}, type);
-    EXPECT_STREQ("%SystemRoot%\\x", text);
-    RegCloseKey(key);
+    EXPECT_EQ(Value(REG_SZ, {"C:\\Here\\", 9}), RegistryTest::Value(Open(kKey), "InstallPath"));
+    const HKEY other = Open("SOFTWARE\\Other");
+    EXPECT_EQ(Value(REG_EXPAND_SZ, {"%SystemRoot%\\x", 15}), RegistryTest::Value(other, "Root"))
+        << "it is not expanded";
+    EXPECT_EQ(Value(REG_DWORD, "\x04\x03\x02\x01"), RegistryTest::Value(Open("Below", other), "count"));
 }
 
 TEST_F(RegistryTest, NamesHaveNoCase) {
     const HKEY key = Open("software\\wow6432node\\VENDOR\\product name");
-    DWORD size = 0;
-    EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExA(key, "INSTALLPATH", nullptr, nullptr, nullptr, &size));
-    EXPECT_EQ(9u, size);
+    EXPECT_EQ(std::pair(LONG{ERROR_SUCCESS}, DWORD{9}), Query(key, "INSTALLPATH"));
 }
 
 TEST_F(RegistryTest, ABufferThatIsTooSmallLearnsTheSize) {
-    const HKEY key = Open(kKey);
-    BYTE text[8] = {'x'};
-    DWORD size = sizeof(text);
-    EXPECT_EQ(ERROR_MORE_DATA, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, text, &size));
-    EXPECT_EQ(9u, size);
-    EXPECT_EQ('x', text[0]);
+    EXPECT_EQ(std::pair(LONG{ERROR_MORE_DATA}, DWORD{9}), Query(Open(kKey), "InstallPath", 8));
 }
 
 TEST_F(RegistryTest, MissingKeysAndValuesAreNotFound) {
-    HKEY none = HKEY_LOCAL_MACHINE;
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
-              RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Vendor", 0, KEY_READ, &none));
-    EXPECT_EQ(nullptr, none);
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
-              RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\WOW6432Node\\Vend", 0, KEY_READ, &none));
-    const HKEY key = Open(kKey);
-    DWORD size = 0;
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegQueryValueExA(key, "Other", nullptr, nullptr, nullptr, &size));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOfOpen("SOFTWARE\\Vendor"));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOfOpen("SOFTWARE\\WOW6432Node\\Vend"));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, Query(Open(kKey), "Other").first);
 }
 
 TEST_F(RegistryTest, AKeyAboveADescribedOneExistsAndLeadsToIt) {
     const HKEY vendor = Open("SOFTWARE\\WOW6432Node\\Vendor");
-    const HKEY key = Open("Product Name", vendor);
-    char text[64];
-    DWORD size = sizeof(text);
-    EXPECT_EQ(ERROR_SUCCESS,
-              RegQueryValueExA(key, nullptr, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &size));
-    EXPECT_STREQ("the default", text);
+    EXPECT_EQ(std::string("the default", 12), Value(Open("Product Name", vendor), nullptr).second);
 }
 
-TEST_F(RegistryTest, AClosedKeyIsInvalid) {
+TEST_F(RegistryTest, AClosedKeyIsInvalidAndARootStaysOpen) {
     const HKEY key = Open(kKey);
     EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
     EXPECT_EQ(ERROR_INVALID_HANDLE, RegCloseKey(key));
-    DWORD size = 0;
-    EXPECT_EQ(ERROR_INVALID_HANDLE, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, nullptr, &size));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, Query(key, "InstallPath").first);
     HKEY other;
     EXPECT_EQ(ERROR_INVALID_HANDLE, RegOpenKeyExA(key, "x", 0, KEY_READ, &other));
-}
-
-TEST_F(RegistryTest, ARootStaysOpen) {
     EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(HKEY_LOCAL_MACHINE));
-    EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(Open(kKey)));
+    Open(kKey);
 }
 
 TEST_F(RegistryTest, WrongParametersAreRefused) {
     HKEY key = nullptr;
     EXPECT_EQ(ERROR_INVALID_PARAMETER, RegOpenKeyExA(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ, nullptr));
     EXPECT_EQ(ERROR_BAD_PATHNAME, RegOpenKeyExA(HKEY_LOCAL_MACHINE, "\\SOFTWARE", 0, KEY_READ, &key));
-    key = Open(kKey);
     BYTE data[4];
-    EXPECT_EQ(ERROR_INVALID_PARAMETER, RegQueryValueExA(key, "InstallPath", nullptr, nullptr, data, nullptr));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
+              RegQueryValueExA(Open(kKey), "InstallPath", nullptr, nullptr, data, nullptr));
 }
 
-TEST_F(RegistryTest, ErrorsAreReturnedAndGetLastErrorIsLeftAlone) {
+TEST_F(RegistryTest, ErrorsLeaveGetLastErrorAlone) {
     SetLastError(77);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ErrorOfOpen("None"));
+    Fail("RegOpenKeyExA", ERROR_ACCESS_DENIED);
     HKEY key = nullptr;
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegOpenKeyExA(HKEY_LOCAL_MACHINE, "None", 0, KEY_READ, &key));
-    winhost::Gate::Instance().FailNth("RegOpenKeyExA", 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(ERROR_ACCESS_DENIED, RegOpenKeyExA(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ, &key));
     EXPECT_EQ(77u, GetLastError());
 }

@@ -62,7 +62,7 @@ TEST_F(SamePc, ADescribedPcIsReadByItsProgramsToo) {
 TEST_F(SamePc, TheControlSocketStaysThatOfTheFirst) {
     const std::string socket = (m_root / "control.sock").string();
     StartPc([&](auto& pc) { pc.controlSocket = socket; });
-    Describe(winhost::Pc::Instance().Description());
+    Describe(Description());
     struct stat first {
     }, now{};
     ASSERT_EQ(0, stat(socket.c_str(), &first));
@@ -92,15 +92,12 @@ TEST_F(SamePc, AProgramOutlivesWhoStartedItAndIsSeenByTheNext) {
     WriteSleeper("app.exe");
     const DWORD id = StartFromAnother(description, R"("C:\app.exe" 1000)");
     EXPECT_EQ(std::vector<DWORD>{id}, IdsOf("app.exe"));
-    const HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, id);
-    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(process, 0));
-    DWORD session = 9;
-    EXPECT_TRUE(ProcessIdToSessionId(id, &session));
-    EXPECT_EQ(1u, session);
+    const HANDLE process = Keep(OpenProcess(PROCESS_ALL_ACCESS, FALSE, id));
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(process, 0));
+    EXPECT_EQ(1u, SessionOf(id));
     EXPECT_TRUE(TerminateProcess(process, 9));
-    EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(process, INFINITE));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, INFINITE));
     EXPECT_TRUE(IdsOf("app.exe").empty());
-    CloseHandle(process);
 }
 
 }  // namespace

@@ -2,15 +2,10 @@
 #include "winhost/service/Scm.h"
 
 #include <winsvc.h>
-#include <windows.h>
 
 #include <atomic>
 #include <semaphore>
-#include <stdexcept>
-#include <thread>
-#include <vector>
 
-#include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
 
 namespace {
@@ -84,6 +79,19 @@ class ScmTest : public PcFixture {
         }
     }
 
+    static uint32_t Control(uint32_t control, uint32_t eventType = 0) {
+        return Scm::Instance().Control(control, eventType);
+    }
+    // The handler of this control returns when the test lets it.
+    void Hold(DWORD held) {
+        m_service.onControl = [=, this](DWORD control) {
+            if (control == held) m_release.acquire();
+        };
+    }
+    void AwaitHandler() const {
+        while (m_service.entered == 0)
+            std::this_thread::yield();
+    }
     void Start() {
         m_dispatcher = std::thread([this] { m_result = StartServiceCtrlDispatcherA(kTable); });
     }
@@ -96,6 +104,7 @@ class ScmTest : public PcFixture {
         return m_result;
     }
 
+    std::binary_semaphore m_release{0};
     Service m_service;
     std::thread m_dispatcher;
     BOOL m_result = FALSE;
@@ -105,18 +114,18 @@ TEST_F(ScmTest, WhatAHandlerThrowsGoesToTheCallerOfTheDispatcher) {
     m_service.onControl = [](DWORD) { throw std::runtime_error("no thread"); };
     m_dispatcher = std::thread([] { EXPECT_THROW(StartServiceCtrlDispatcherA(kTable), std::runtime_error); });
     ASSERT_TRUE(Scm::Instance().AwaitState(SERVICE_RUNNING));
-    EXPECT_EQ(Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic),
-              uint32_t{ERROR_EXCEPTION_IN_SERVICE});
+    EXPECT_EQ(ERROR_EXCEPTION_IN_SERVICE, Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic));
     m_dispatcher.join();
-    EXPECT_EQ(Scm::Instance().Control(SERVICE_CONTROL_STOP), uint32_t{ERROR_SERVICE_NOT_ACTIVE});
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, Control(SERVICE_CONTROL_STOP));
 }
 
 TEST_F(ScmTest, TheDispatcherFailsInAProcessThatTheManagerDidNotStart) {
-    StartPc([](winhost::PcDescription& pc) { pc.startedByScm = false; });
+    StartPc([](auto& pc) { pc.startedByScm = false; });
     EXPECT_EQ(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT, ErrorOf(StartServiceCtrlDispatcherA(kTable)));
 }
 
-TEST_F(ScmTest, TheDispatcherNeedsATableWithAServiceInIt) {
+TEST_F(ScmTest, WithoutAServiceTheDispatcherFailsAndControlsFindNoneActive) {
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, Control(SERVICE_CONTROL_STOP));
     const SERVICE_TABLE_ENTRYA empty[] = {{nullptr, nullptr}};
     EXPECT_EQ(ERROR_INVALID_DATA, ErrorOf(StartServiceCtrlDispatcherA(empty)));
     EXPECT_EQ(ERROR_INVALID_DATA, ErrorOf(StartServiceCtrlDispatcherA(nullptr)));
@@ -131,7 +140,7 @@ TEST_F(ScmTest, MainRunsOnAThreadOfItsOwnWithTheNameAsItsArgument) {
 
 TEST_F(ScmTest, ControlsRunOnTheDispatchersThreadWithTheRegisteredContext) {
     StartAndRun();
-    EXPECT_EQ(0u, Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic));
+    EXPECT_EQ(0u, Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic));
     ASSERT_EQ(1u, m_service.delivered.size());
     EXPECT_EQ(DWORD{SERVICE_CONTROL_POWEREVENT}, m_service.delivered[0].control);
     EXPECT_EQ(kResumeAutomatic, m_service.delivered[0].eventType);
@@ -141,57 +150,49 @@ TEST_F(ScmTest, ControlsRunOnTheDispatchersThreadWithTheRegisteredContext) {
 
 TEST_F(ScmTest, ControlsWaitForTheOneThatRuns) {
     StartAndRun();
-    std::binary_semaphore release(0);
-    m_service.onControl = [&](DWORD control) {
-        if (control == SERVICE_CONTROL_PRESHUTDOWN) release.acquire();
-    };
-    std::thread first([] { Scm::Instance().Control(SERVICE_CONTROL_PRESHUTDOWN); });
-    while (m_service.entered == 0)
-        std::this_thread::yield();
+    Hold(SERVICE_CONTROL_PRESHUTDOWN);
+    std::thread first([] { Control(SERVICE_CONTROL_PRESHUTDOWN); });
+    AwaitHandler();
     std::atomic<bool> answered{false};
     std::thread second([&] {
-        Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE);
+        Control(SERVICE_CONTROL_INTERROGATE);
         answered = true;
     });
     EXPECT_EQ(1, m_service.entered);
     EXPECT_FALSE(answered);
-    release.release();
+    m_release.release();
     first.join();
     second.join();
     EXPECT_EQ(2, m_service.entered);
 }
 
 TEST_F(ScmTest, TheManagerGivesUpOnAHandlerThatDoesNotReturn) {
-    winhost::Pc::Instance().Change([](auto& pc) { pc.controlTimeoutMs = 20; });
+    Change([](auto& pc) { pc.controlTimeoutMs = 20; });
     StartAndRun();
-    std::binary_semaphore release(0);
-    m_service.onControl = [&](DWORD control) {
-        if (control == SERVICE_CONTROL_PRESHUTDOWN) release.acquire();
-    };
-    EXPECT_EQ(uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT}, Scm::Instance().Control(SERVICE_CONTROL_PRESHUTDOWN));
-    EXPECT_EQ(uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT}, Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE))
+    Hold(SERVICE_CONTROL_PRESHUTDOWN);
+    EXPECT_EQ(ERROR_SERVICE_REQUEST_TIMEOUT, Control(SERVICE_CONTROL_PRESHUTDOWN));
+    EXPECT_EQ(ERROR_SERVICE_REQUEST_TIMEOUT, Control(SERVICE_CONTROL_INTERROGATE))
         << "it waits for the handler of the first";
-    winhost::Pc::Instance().Change([](auto& pc) { pc.controlTimeoutMs = 10'000; });
-    release.release();
-    EXPECT_EQ(0u, Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic));
+    Change([](auto& pc) { pc.controlTimeoutMs = 10'000; });
+    m_release.release();
+    EXPECT_EQ(0u, Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic));
     ASSERT_EQ(3u, m_service.delivered.size());
     EXPECT_EQ(DWORD{SERVICE_CONTROL_INTERROGATE}, m_service.delivered[1].control)
         << "what was given up is delivered";
 }
 
 TEST_F(ScmTest, TheDispatcherReturnsWhenTheServiceHasStoppedAndItsMainHasReturned) {
-    std::binary_semaphore release(0);
     m_service.main = [&] {
         m_service.Register();
         m_service.Report(SERVICE_RUNNING);
-        release.acquire();
+        m_release.acquire();
     };
     StartAndRun();
-    EXPECT_EQ(0u, Scm::Instance().Control(SERVICE_CONTROL_STOP));
+    EXPECT_EQ(0u, Control(SERVICE_CONTROL_STOP));
     EXPECT_EQ(uint32_t{SERVICE_STOPPED}, Scm::Instance().State());
     // Stopped, but its main still runs: it can be reached no more, and yet the dispatcher stays.
-    EXPECT_EQ(uint32_t{ERROR_SERVICE_NOT_ACTIVE}, Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE));
-    release.release();
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, Control(SERVICE_CONTROL_INTERROGATE));
+    m_release.release();
     EXPECT_TRUE(DispatcherResult());
 }
 
@@ -206,7 +207,7 @@ TEST_F(ScmTest, AStartThatFailsEndsTheDispatcher) {
 }
 
 TEST_F(ScmTest, AMainThatNeverRegisteredAHandlerEndsTheDispatcher) {
-    winhost::Gate::Instance().FailNth("RegisterServiceCtrlHandlerExA", 1, ERROR_SERVICE_NOT_IN_EXE);
+    Fail("RegisterServiceCtrlHandlerExA", ERROR_SERVICE_NOT_IN_EXE);
     m_service.main = [] { EXPECT_EQ(nullptr, RegisterServiceCtrlHandlerExA("", Handler, nullptr)); };
     Start();
     EXPECT_TRUE(DispatcherResult());
@@ -214,7 +215,7 @@ TEST_F(ScmTest, AMainThatNeverRegisteredAHandlerEndsTheDispatcher) {
 
 TEST_F(ScmTest, AProcessCallsItsDispatcherOnce) {
     StartAndRun();
-    Scm::Instance().Control(SERVICE_CONTROL_STOP);
+    Control(SERVICE_CONTROL_STOP);
     EXPECT_TRUE(DispatcherResult());
     EXPECT_EQ(ERROR_SERVICE_ALREADY_RUNNING, ErrorOf(StartServiceCtrlDispatcherA(kTable)));
 }
@@ -230,7 +231,7 @@ TEST_F(ScmTest, ReportsAreRecordedInTheirOrder) {
         m_service.Report(SERVICE_RUNNING);
     };
     StartAndRun();
-    const auto reports = winhost::Pc::Instance().Records<winhost::ServiceReport>();
+    const auto reports = Records<winhost::ServiceReport>();
     ASSERT_EQ(2u, reports.size());
     EXPECT_EQ(uint32_t{SERVICE_START_PENDING}, reports[0].state);
     EXPECT_EQ(0u, reports[0].controlsAccepted);
@@ -249,15 +250,11 @@ TEST_F(ScmTest, AReportNeedsTheServicesHandleAndAState) {
     EXPECT_EQ(ERROR_INVALID_DATA, ErrorOf(SetServiceStatus(m_service.handle, &status)));
 }
 
-TEST_F(ScmTest, AControlToNoServiceFindsNoneActive) {
-    EXPECT_EQ(uint32_t{ERROR_SERVICE_NOT_ACTIVE}, Scm::Instance().Control(SERVICE_CONTROL_STOP));
-}
-
 TEST_F(ScmTest, AControlThatIsNotAcceptedIsRefused) {
     StartAndRun();
     for (const uint32_t control :
          {SERVICE_CONTROL_SESSIONCHANGE, SERVICE_CONTROL_SHUTDOWN, SERVICE_CONTROL_PAUSE, 99}) {
-        EXPECT_EQ(uint32_t{ERROR_INVALID_SERVICE_CONTROL}, Scm::Instance().Control(control)) << control;
+        EXPECT_EQ(ERROR_INVALID_SERVICE_CONTROL, Control(control)) << control;
     }
     EXPECT_TRUE(m_service.delivered.empty());
 }
@@ -265,7 +262,7 @@ TEST_F(ScmTest, AControlThatIsNotAcceptedIsRefused) {
 TEST_F(ScmTest, InterrogateAndUserDefinedControlsAreAlwaysAccepted) {
     StartAndRun();
     for (const uint32_t control : {4, 128, 255})
-        EXPECT_EQ(0u, Scm::Instance().Control(control)) << control;
+        EXPECT_EQ(0u, Control(control)) << control;
     EXPECT_EQ(3u, m_service.delivered.size());
 }
 
@@ -283,30 +280,27 @@ TEST_F(ScmTest, AServiceThatStartsTakesNoControls) {
     };
     Start();
     ASSERT_TRUE(Scm::Instance().AwaitState(SERVICE_START_PENDING));
-    EXPECT_EQ(uint32_t{ERROR_INVALID_SERVICE_CONTROL}, Scm::Instance().Control(SERVICE_CONTROL_STOP));
-    EXPECT_EQ(uint32_t{ERROR_SERVICE_CANNOT_ACCEPT_CTRL},
-              Scm::Instance().Control(SERVICE_CONTROL_INTERROGATE));
+    EXPECT_EQ(ERROR_INVALID_SERVICE_CONTROL, Control(SERVICE_CONTROL_STOP));
+    EXPECT_EQ(ERROR_SERVICE_CANNOT_ACCEPT_CTRL, Control(SERVICE_CONTROL_INTERROGATE));
 }
 
 TEST_F(ScmTest, AServiceThatStopsTakesNoControls) {
     StartAndRun();
     m_service.Report(SERVICE_STOP_PENDING);
-    EXPECT_EQ(uint32_t{ERROR_SERVICE_CANNOT_ACCEPT_CTRL}, Scm::Instance().Control(SERVICE_CONTROL_STOP));
+    EXPECT_EQ(ERROR_SERVICE_CANNOT_ACCEPT_CTRL, Control(SERVICE_CONTROL_STOP));
 }
 
 TEST_F(ScmTest, AControlThatWaitsIsAnsweredWhenTheServiceEnds) {
     StartAndRun();
-    std::binary_semaphore release(0);
-    m_service.onControl = [&](DWORD) { release.acquire(); };
-    std::thread stop([] { Scm::Instance().Control(SERVICE_CONTROL_STOP); });
-    while (m_service.entered == 0)
-        std::this_thread::yield();
+    Hold(SERVICE_CONTROL_STOP);
+    std::thread stop([] { Control(SERVICE_CONTROL_STOP); });
+    AwaitHandler();
     uint32_t result = 0;
-    std::thread late([&] { result = Scm::Instance().Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic); });
-    release.release();
+    std::thread late([&] { result = Control(SERVICE_CONTROL_POWEREVENT, kResumeAutomatic); });
+    m_release.release();
     stop.join();
     late.join();
-    EXPECT_EQ(uint32_t{ERROR_SERVICE_NOT_ACTIVE}, result);
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, result);
     EXPECT_EQ(1, m_service.entered);
 }
 

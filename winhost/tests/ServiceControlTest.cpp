@@ -1,49 +1,35 @@
 // Services of the PC's description, as a program controls them.
 #include <winsvc.h>
-#include <windows.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
-#include "winhost/core/Gate.h"
-#include "winhost/core/HandleTable.h"
-#include "winhost/pc/DescriptionJson.h"
-#include "winhost/tests/ManualTime.h"
 #include "winhost/tests/PcFixture.h"
 
 namespace {
 
 using winhost::DescribedService;
+using Texts = std::vector<std::string>;
 
 class ServiceControlTest : public PcFixture {
   protected:
     static constexpr DWORD kReadOnly = SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS;
     static constexpr DWORD kAll = kReadOnly | SERVICE_CHANGE_CONFIG | SERVICE_START | SERVICE_STOP;
 
-    ~ServiceControlTest() override {
-        for (const SC_HANDLE handle : m_handles)
-            CloseServiceHandle(handle);
-    }
-
     static void Describe(const DescribedService& service) {
-        winhost::Pc::Instance().Change([&](auto& pc) { pc.services = {service}; });
+        Change([&](auto& pc) { pc.services = {service}; });
     }
-    static DescribedService Now() { return winhost::Pc::Instance().Description().services.at(0); }
+    static DescribedService Now() { return Description().services.at(0); }
     static std::vector<std::string> Actions() {
         std::vector<std::string> actions;
-        for (const auto& action : winhost::Pc::Instance().Records<winhost::ServiceAction>())
+        for (const auto& action : Records<winhost::ServiceAction>())
             actions.push_back(action.service + ": " + action.action);
         return actions;
     }
 
-    SC_HANDLE Keep(SC_HANDLE handle) {
-        if (handle) m_handles.push_back(handle);
-        return handle;
-    }
-    SC_HANDLE Manager() { return Keep(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT)); }
+    SC_HANDLE KeepOpened(SC_HANDLE handle) { return handle ? Keep(handle, CloseServiceHandle) : handle; }
+    SC_HANDLE Manager() { return KeepOpened(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT)); }
     SC_HANDLE Open(DWORD access = kAll, const char* name = "driver") {
-        return Keep(OpenServiceA(Manager(), name, access));
+        return KeepOpened(OpenServiceA(Manager(), name, access));
     }
     static BOOL SetStart(SC_HANDLE service, DWORD type) {
         return ChangeServiceConfigA(service, SERVICE_NO_CHANGE, type, SERVICE_NO_CHANGE, nullptr, nullptr,
@@ -58,9 +44,6 @@ class ServiceControlTest : public PcFixture {
         EXPECT_TRUE(QueryServiceStatus(service, &status));
         return status.dwCurrentState;
     }
-
-  private:
-    std::vector<SC_HANDLE> m_handles;
 };
 
 }  // namespace
@@ -77,7 +60,7 @@ TEST_F(ServiceControlTest, OnlyTheLocalManagersActiveDatabaseIsThere) {
     EXPECT_EQ(RPC_S_SERVER_UNAVAILABLE, ErrorOf(OpenSCManagerA("other", nullptr, SC_MANAGER_CONNECT)));
     EXPECT_EQ(ERROR_DATABASE_DOES_NOT_EXIST, ErrorOf(OpenSCManagerA(nullptr, "old", SC_MANAGER_CONNECT)));
     EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(OpenSCManagerA(nullptr, nullptr, 2)));
-    EXPECT_NE(nullptr, Keep(OpenSCManagerA("", "servicesactive", SC_MANAGER_CONNECT)));
+    EXPECT_NE(nullptr, KeepOpened(OpenSCManagerA("", "servicesactive", SC_MANAGER_CONNECT)));
 }
 
 TEST_F(ServiceControlTest, AServiceIsOpenedWithTheManagersHandle) {
@@ -90,7 +73,7 @@ TEST_F(ServiceControlTest, AServiceIsOpenedWithTheManagersHandle) {
 
 TEST_F(ServiceControlTest, AnOrdinaryUserOnlyReads) {
     Describe({.name = "driver"});
-    winhost::Pc::Instance().Change([](auto& pc) { pc.userName = "alice"; });
+    Change([](auto& pc) { pc.userName = "alice"; });
     EXPECT_NE(nullptr, Open(kReadOnly));
     for (const DWORD right : {SERVICE_CHANGE_CONFIG, SERVICE_START, SERVICE_STOP})
         EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(Open(DWORD(right)))) << right;
@@ -109,11 +92,23 @@ TEST_F(ServiceControlTest, EachCallNeedsItsRight) {
     EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(SetStart(service, SERVICE_DISABLED)));
     EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(StartServiceA(service, 0, nullptr)));
     EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(Stop(service)));
-    EXPECT_EQ(SERVICE_RUNNING, static_cast<int>(Now().state));
+    EXPECT_EQ(DWORD{SERVICE_RUNNING}, Now().state);
 }
 
-TEST_F(ServiceControlTest, AManagersHandleIsNoServices) {
+TEST_F(ServiceControlTest, AServiceThatIsStoppingDisabledOrGoneIsNotControlled) {
+    Describe({.name = "driver", .state = SERVICE_STOP_PENDING});
+    EXPECT_EQ(DWORD{SERVICE_STOP_PENDING}, StateOf(Open())) << "so described, it never stops";
+    Describe({.name = "driver", .startType = SERVICE_DISABLED});
+    const SC_HANDLE service = Open();
+    EXPECT_EQ(ERROR_SERVICE_DISABLED, ErrorOf(StartServiceA(service, 0, nullptr)));
+    Change([](auto& pc) { pc.services.clear(); });
+    EXPECT_EQ(ERROR_SERVICE_MARKED_FOR_DELETE, ErrorOf(StartServiceA(service, 0, nullptr)));
+}
+
+TEST_F(ServiceControlTest, OtherControlsAndAManagersHandleAreRefused) {
+    Describe({.name = "driver", .state = SERVICE_RUNNING});
     SERVICE_STATUS status{};
+    EXPECT_EQ(ERROR_INVALID_SERVICE_CONTROL, ErrorOf(ControlService(Open(), SERVICE_CONTROL_PAUSE, &status)));
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(QueryServiceStatus(Manager(), &status)));
 }
 
@@ -125,17 +120,10 @@ TEST_F(ServiceControlTest, AClosedHandleIsInvalidAndNothingElseClosesIt) {
     EXPECT_FALSE(CloseHandle(service));
     // A service stays open without its manager.
     EXPECT_TRUE(CloseServiceHandle(manager));
-    EXPECT_EQ(SERVICE_STOPPED, static_cast<int>(StateOf(service)));
+    EXPECT_EQ(DWORD{SERVICE_STOPPED}, StateOf(service));
     EXPECT_TRUE(CloseServiceHandle(service));
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(CloseServiceHandle(service)));
     EXPECT_EQ(before, winhost::HandleTable::Instance().Size());
-}
-
-TEST_F(ServiceControlTest, AServiceThatLeavesTheDescriptionIsDeleted) {
-    Describe({.name = "driver"});
-    const SC_HANDLE service = Open();
-    winhost::Pc::Instance().Change([](auto& pc) { pc.services.clear(); });
-    EXPECT_EQ(ERROR_SERVICE_MARKED_FOR_DELETE, ErrorOf(StartServiceA(service, 0, nullptr)));
 }
 
 // ---- the configuration ----
@@ -176,7 +164,7 @@ TEST_F(ServiceControlTest, TheStartTypeAloneCanBeChanged) {
     EXPECT_EQ(ERROR_NOT_SUPPORTED,
               ErrorOf(ChangeServiceConfigA(service, SERVICE_NO_CHANGE, 3, SERVICE_NO_CHANGE, "x.sys", nullptr,
                                            nullptr, nullptr, nullptr, nullptr, nullptr)));
-    EXPECT_EQ((std::vector<std::string>{"driver: start type 4"}), Actions());
+    EXPECT_EQ((Texts{"driver: start type 4"}), Actions());
 }
 
 TEST_F(ServiceControlTest, OnlyADriverStartsWithTheSystem) {
@@ -192,14 +180,9 @@ TEST_F(ServiceControlTest, AServiceIsStartedOnce) {
     Describe({.name = "driver"});
     const SC_HANDLE service = Open();
     EXPECT_TRUE(StartServiceA(service, 0, nullptr));
-    EXPECT_EQ(SERVICE_RUNNING, static_cast<int>(StateOf(service)));
+    EXPECT_EQ(DWORD{SERVICE_RUNNING}, StateOf(service));
     EXPECT_EQ(ERROR_SERVICE_ALREADY_RUNNING, ErrorOf(StartServiceA(service, 0, nullptr)));
-    EXPECT_EQ((std::vector<std::string>{"driver: start"}), Actions());
-}
-
-TEST_F(ServiceControlTest, ADisabledServiceCannotBeStarted) {
-    Describe({.name = "driver", .startType = SERVICE_DISABLED});
-    EXPECT_EQ(ERROR_SERVICE_DISABLED, ErrorOf(StartServiceA(Open(), 0, nullptr)));
+    EXPECT_EQ((Texts{"driver: start"}), Actions());
 }
 
 TEST_F(ServiceControlTest, AStopEndsAtOnceWhenItTakesNoTime) {
@@ -217,25 +200,14 @@ TEST_F(ServiceControlTest, ASlowStopTakesItsTimeOnThePcsClock) {
     const ManualTime time;
     const SC_HANDLE service = Open();
     EXPECT_TRUE(Stop(service));
-    EXPECT_EQ(SERVICE_STOP_PENDING, static_cast<int>(StateOf(service)));
+    EXPECT_EQ(DWORD{SERVICE_STOP_PENDING}, StateOf(service));
     EXPECT_EQ(ERROR_SERVICE_CANNOT_ACCEPT_CTRL, ErrorOf(Stop(service)));
     EXPECT_EQ(ERROR_SERVICE_ALREADY_RUNNING, ErrorOf(StartServiceA(service, 0, nullptr)));
-    winhost::Clock::Instance().Advance(std::chrono::milliseconds(1499));
-    EXPECT_EQ(SERVICE_STOP_PENDING, static_cast<int>(StateOf(service)));
-    winhost::Clock::Instance().Advance(std::chrono::milliseconds(1));
-    EXPECT_EQ(SERVICE_STOPPED, static_cast<int>(StateOf(service)));
-    EXPECT_EQ((std::vector<std::string>{"driver: stop", "driver: stopped"}), Actions());
-}
-
-TEST_F(ServiceControlTest, AServiceDescribedAsStoppingNeverStops) {
-    Describe({.name = "driver", .state = SERVICE_STOP_PENDING});
-    EXPECT_EQ(SERVICE_STOP_PENDING, static_cast<int>(StateOf(Open())));
-}
-
-TEST_F(ServiceControlTest, OtherControlsAreRefused) {
-    Describe({.name = "driver", .state = SERVICE_RUNNING});
-    SERVICE_STATUS status{};
-    EXPECT_EQ(ERROR_INVALID_SERVICE_CONTROL, ErrorOf(ControlService(Open(), SERVICE_CONTROL_PAUSE, &status)));
+    Clock().Advance(std::chrono::milliseconds(1499));
+    EXPECT_EQ(DWORD{SERVICE_STOP_PENDING}, StateOf(service));
+    Clock().Advance(std::chrono::milliseconds(1));
+    EXPECT_EQ(DWORD{SERVICE_STOPPED}, StateOf(service));
+    EXPECT_EQ((Texts{"driver: stop", "driver: stopped"}), Actions());
 }
 
 TEST_F(ServiceControlTest, AServiceRefusesWhatItIsDescribedToRefuse) {
@@ -246,69 +218,6 @@ TEST_F(ServiceControlTest, AServiceRefusesWhatItIsDescribedToRefuse) {
     EXPECT_EQ(5, ErrorOf(SetStart(Open(), SERVICE_DISABLED)));
     Describe({.name = "driver", .state = SERVICE_RUNNING, .stopError = 1052});
     EXPECT_EQ(1052, ErrorOf(Stop(Open())));
-    EXPECT_EQ(SERVICE_RUNNING, static_cast<int>(StateOf(Open())));
+    EXPECT_EQ(DWORD{SERVICE_RUNNING}, StateOf(Open()));
     EXPECT_TRUE(Actions().empty());
-}
-
-TEST_F(ServiceControlTest, EachCallCanBeMadeToFail) {
-    Describe({.name = "driver", .state = SERVICE_RUNNING});
-    const SC_HANDLE manager = Manager(), service = Open();
-    alignas(8) char buffer[512];
-    DWORD needed = 0;
-    SERVICE_STATUS status{};
-    const std::pair<const char*, std::function<bool()>> calls[] = {
-        {"OpenSCManagerA", [] { return OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT) != nullptr; }},
-        {"OpenServiceA", [&] { return OpenServiceA(manager, "driver", kAll) != nullptr; }},
-        {"QueryServiceConfigA",
-         [&] {
-             return QueryServiceConfigA(service, reinterpret_cast<QUERY_SERVICE_CONFIGA*>(buffer),
-                                        sizeof buffer, &needed) != 0;
-         }},
-        {"ChangeServiceConfigA", [&] { return SetStart(service, SERVICE_DISABLED) != 0; }},
-        {"StartServiceA", [&] { return StartServiceA(service, 0, nullptr) != 0; }},
-        {"QueryServiceStatus", [&] { return QueryServiceStatus(service, &status) != 0; }},
-        {"ControlService", [&] { return Stop(service) != 0; }},
-        {"CloseServiceHandle", [&] { return CloseServiceHandle(service) != 0; }},
-    };
-    for (const auto& [name, call] : calls) {
-        winhost::Gate::Instance().FailNth(name, 1, ERROR_GEN_FAILURE);
-        EXPECT_FALSE(call()) << name;
-        EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, GetLastError()) << name;
-    }
-    EXPECT_EQ(SERVICE_RUNNING, static_cast<int>(Now().state));
-}
-
-// ---- the description ----
-
-TEST_F(ServiceControlTest, ADescriptionIsReadAndChecked) {
-    Json::Value json;
-    json["services"][0]["name"] = "KelmarMnf";
-    json["services"][0]["startType"] = 4;
-    json["services"][0]["stopMs"] = 7000;
-    const DescribedService service = winhost::DescriptionFromJson(json).services.at(0);
-    EXPECT_EQ("KelmarMnf", service.name);
-    EXPECT_EQ(4u, service.startType);
-    EXPECT_EQ(7000u, service.stopMs);
-
-    const auto problem = [](const Json::Value& bad) -> std::string {
-        try {
-            winhost::DescriptionFromJson(bad);
-            return "none";
-        } catch (const winhost::DescriptionError& error) {
-            return error.what();
-        }
-    };
-    Json::Value bad = json;
-    bad["services"][0]["startType"] = 5;
-    EXPECT_EQ("services[0].startType: expected 0 to 4", problem(bad));
-    bad = json;
-    bad["services"][0]["state"] = 0;
-    EXPECT_EQ("services[0].state: expected 1 to 7", problem(bad));
-    bad = json;
-    bad["services"][1]["name"] = "kelmarmnf";
-    EXPECT_EQ("services[1].name: another service has it", problem(bad));
-    bad["services"][1]["name"] = "";
-    EXPECT_EQ("services[1].name: a service has a name", problem(bad));
-    bad["services"][1]["name"] = "a\\b";
-    EXPECT_EQ("services[1].name: a service's name has no separator", problem(bad));
 }

@@ -1,10 +1,8 @@
 // Who is at the console, and whether the desktop there is locked.
-#include <windows.h>
 #include <wtsapi32.h>
 
 #include <cstddef>
 
-#include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
 
 namespace {
@@ -42,22 +40,19 @@ class Sessions : public PcFixture {
         EXPECT_EQ(session, answer.info.Data.WTSInfoExLevel1.SessionId);
         return answer.info.Data.WTSInfoExLevel1.SessionFlags;
     }
-    static void Describe(const std::function<void(winhost::PcDescription&)>& change) {
-        winhost::Pc::Instance().Change(change);
-    }
 };
 
 TEST_F(Sessions, TheConsolesSessionIsThatOfThePc) {
     EXPECT_EQ(1u, WTSGetActiveConsoleSessionId());
-    Describe([](auto& pc) { pc.consoleSession = 3; });
+    Change([](auto& pc) { pc.consoleSession = 3; });
     EXPECT_EQ(3u, WTSGetActiveConsoleSessionId());
-    Describe([](auto& pc) { pc.consoleSession = winhost::PcDescription::kNoSession; });
+    Change([](auto& pc) { pc.consoleSession = winhost::PcDescription::kNoSession; });
     EXPECT_EQ(kNone, WTSGetActiveConsoleSessionId());
 }
 
 TEST_F(Sessions, ALockedDesktopHasTheFlag0) {
     EXPECT_EQ(LONG{WTS_SESSIONSTATE_UNLOCK}, FlagsOf(1));
-    Describe([](auto& pc) { pc.desktopLocked = true; });
+    Change([](auto& pc) { pc.desktopLocked = true; });
     EXPECT_EQ(LONG{WTS_SESSIONSTATE_LOCK}, FlagsOf(1));
     EXPECT_EQ(0, FlagsOf(1));
 }
@@ -72,12 +67,12 @@ TEST_F(Sessions, TheConsolesSessionIsActive) {
 TEST_F(Sessions, OfOthersTheStateIsUnknown) {
     EXPECT_EQ(static_cast<LONG>(WTS_SESSIONSTATE_UNKNOWN), FlagsOf(0));
     EXPECT_EQ(WTSDisconnected, Query(0).info.Data.WTSInfoExLevel1.SessionState);
-    Describe([](auto& pc) { pc.consoleSession = 2; });
+    Change([](auto& pc) { pc.consoleSession = 2; });
     EXPECT_EQ(static_cast<LONG>(WTS_SESSIONSTATE_UNKNOWN), FlagsOf(1)) << "that of the logon program";
 }
 
 TEST_F(Sessions, NoSessionAtTheConsoleIsTheNumberOfTheCallersOwn) {
-    Describe([](auto& pc) { pc.consoleSession = winhost::PcDescription::kNoSession; });
+    Change([](auto& pc) { pc.consoleSession = winhost::PcDescription::kNoSession; });
     const Answer answer = Query(WTSGetActiveConsoleSessionId());
     EXPECT_TRUE(answer.result);
     EXPECT_EQ(0u, answer.info.Data.WTSInfoExLevel1.SessionId);
@@ -86,57 +81,47 @@ TEST_F(Sessions, NoSessionAtTheConsoleIsTheNumberOfTheCallersOwn) {
 
 TEST_F(Sessions, ASessionThatThereIsNotIsNotFound) {
     EXPECT_FALSE(Query(7).result);
-    EXPECT_EQ(DWORD{ERROR_CTX_WINSTATION_NOT_FOUND}, Query(7).error);
+    EXPECT_EQ(ERROR_CTX_WINSTATION_NOT_FOUND, Query(7).error);
 }
 
 TEST_F(Sessions, AnAnswerMayBeShortOrOfAnotherLevel) {
-    Describe([](auto& pc) { pc.sessionInfoLevel = 2; });
+    Change([](auto& pc) { pc.sessionInfoLevel = 2; });
     EXPECT_EQ(2u, Query(1).info.Level);
-    Describe([](auto& pc) { pc.sessionInfoBytes = 4; });
+    Change([](auto& pc) { pc.sessionInfoBytes = 4; });
     EXPECT_EQ(4u, Query(1).bytes);
-    Describe([](auto& pc) { pc.sessionInfoBytes = 4000; });
+    Change([](auto& pc) { pc.sessionInfoBytes = 4000; });
     EXPECT_EQ(sizeof(WTSINFOEXA), Query(1).bytes);
 }
 
 TEST_F(Sessions, WhatCannotBeAnsweredFails) {
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, Query(1, WTSUserName).error);
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, Query(1, WTSUserName).error);
     int other = 0;
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Query(1, WTSSessionInfoEx, &other).error);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, Query(1, WTSSessionInfoEx, &other).error);
     EXPECT_EQ(ERROR_INVALID_PARAMETER,
               ErrorOf(WTSQuerySessionInformationA(nullptr, 1, WTSSessionInfoEx, nullptr, nullptr)));
-    winhost::Gate::Instance().FailNth("WTSQuerySessionInformationA", 1, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Query(1).error);
 }
 
-TEST_F(Sessions, AServiceIsInSession0AndAConsoleProgramInTheConsoles) {
+TEST_F(Sessions, AProcessIsInItsSession) {
     DWORD session = 9;
-    ASSERT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
-    EXPECT_EQ(0u, session);
-    Describe([](auto& pc) { pc.startedByScm = false; });
-    ASSERT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
-    EXPECT_EQ(1u, session);
-}
-
-TEST_F(Sessions, ADescribedProcessIsInItsSession) {
-    Describe([](auto& pc) { pc.processes = {{"winlogon.exe", 5000000, 4}}; });
-    DWORD session = 9;
-    ASSERT_TRUE(ProcessIdToSessionId(5000000, &session));
-    EXPECT_EQ(4u, session);
-}
-
-TEST_F(Sessions, NoProcessIsInNone) {
-    DWORD session = 9;
-    for (const DWORD id : {DWORD{0}, DWORD{5000004}, DWORD{0xFFFFFFFF}}) {
+    for (const DWORD none : {DWORD{0}, DWORD{5000004}, DWORD{0xFFFFFFFF}}) {
         SetLastError(0);
-        EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(ProcessIdToSessionId(id, &session)));
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(ProcessIdToSessionId(none, &session))) << none;
     }
     EXPECT_EQ(9u, session);
+    ASSERT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
+    EXPECT_EQ(0u, session) << "a service";
+    Change([](auto& pc) { pc.startedByScm = false; });
+    ASSERT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
+    EXPECT_EQ(1u, session) << "a program of the console";
+    Change([](auto& pc) { pc.processes = {{"winlogon.exe", 5000000, 4}}; });
+    ASSERT_TRUE(ProcessIdToSessionId(5000000, &session));
+    EXPECT_EQ(4u, session) << "a described one";
 }
 
 TEST_F(Sessions, TheScreenIsThatOfThePc) {
     EXPECT_EQ(1920, GetSystemMetrics(SM_CXSCREEN));
     EXPECT_EQ(1080, GetSystemMetrics(SM_CYSCREEN));
-    Describe([](auto& pc) { pc.screen = {1024, 768}; });
+    Change([](auto& pc) { pc.screen = {1024, 768}; });
     EXPECT_EQ(1024, GetSystemMetrics(SM_CXSCREEN));
     EXPECT_EQ(768, GetSystemMetrics(SM_CYSCREEN));
 }

@@ -1,8 +1,6 @@
-#include <windows.h>
 #include <setupapi.h>
 
 #include <cstddef>
-#include <vector>
 
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/tests/MailboxFixture.h"
@@ -13,13 +11,10 @@ constexpr GUID kMailboxClass = {0x70A9067B, 0x708F, 0x443C, {0x84, 0xBA, 0xBC, 0
 
 class SetupApiTest : public MailboxFixture {
   protected:
-    ~SetupApiTest() override {
-        for (const HDEVINFO list : m_lists)
-            SetupDiDestroyDeviceInfoList(list);
-    }
     HDEVINFO List(const GUID& interfaceClass = kMailboxClass) {
-        return m_lists.emplace_back(
-            SetupDiGetClassDevsA(&interfaceClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+        return Keep(
+            SetupDiGetClassDevsA(&interfaceClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE),
+            SetupDiDestroyDeviceInfoList);
     }
     static DWORD Enumerate(HDEVINFO list, DWORD index, SP_DEVICE_INTERFACE_DATA& data) {
         return Result(SetupDiEnumDeviceInterfaces(list, nullptr, &kMailboxClass, index, &data));
@@ -29,9 +24,6 @@ class SetupApiTest : public MailboxFixture {
         data.cbSize = sizeof data;
         return data;
     }
-
-  private:
-    std::vector<HDEVINFO> m_lists;
 };
 
 TEST_F(SetupApiTest, TheMailboxIsTheOneInterfaceOfItsClass) {
@@ -44,15 +36,13 @@ TEST_F(SetupApiTest, TheMailboxIsTheOneInterfaceOfItsClass) {
     EXPECT_TRUE(SetupDiDestroyDeviceInfoList(list));
 }
 
-TEST_F(SetupApiTest, ThereIsNoInterfaceWithoutTheFirmware) {
-    m_peer->Close();
+TEST_F(SetupApiTest, ThereIsNoInterfaceWithoutTheMailboxOrTheFirmware) {
     SP_DEVICE_INTERFACE_DATA data = Empty();
+    Change([](auto& pc) { pc.mailbox.clear(); });
     EXPECT_EQ(Enumerate(List(), 0, data), ERROR_NO_MORE_ITEMS);
-}
-
-TEST_F(SetupApiTest, ThereIsNoInterfaceOnAPcWithoutMailbox) {
-    StartPc([](auto& pc) { pc.mailbox.clear(); });
-    SP_DEVICE_INTERFACE_DATA data = Empty();
+    Change([this](auto& pc) { pc.mailbox = m_peer->Address(); });
+    EXPECT_EQ(Enumerate(List(), 0, data), ERROR_SUCCESS);
+    m_peer->Close();
     EXPECT_EQ(Enumerate(List(), 0, data), ERROR_NO_MORE_ITEMS);
 }
 

@@ -1,12 +1,9 @@
 // Commands for the command processor of the PC.
-#include <windows.h>
-
 #include <stdlib.h>
 
 #include <cerrno>
 #include <future>
 
-#include "winhost/core/Gate.h"
 #include "winhost/tests/LaunchFixture.h"
 
 namespace {
@@ -20,7 +17,7 @@ class SystemCommand : public LaunchFixture {
     void WritePowerShell(const std::string& lines) const { WriteScript(kPowerShell, lines); }
     static std::vector<std::string> Commands() {
         std::vector<std::string> commands;
-        for (const auto& record : winhost::Pc::Instance().Records<winhost::SystemCommand>())
+        for (const auto& record : Records<winhost::SystemCommand>())
             commands.push_back(record.command);
         return commands;
     }
@@ -39,9 +36,11 @@ TEST_F(SystemCommand, ItsProgramGetsTheArgumentsAsTheRuntimeOfWindowsSplitsThem)
     EXPECT_EQ("-NoProfile\n-Command\n&'C:\\a b\\x.ps1' 'y' 'Z'\n-TaskName\nT\n", ReadFromC("arguments"));
 }
 
-TEST_F(SystemCommand, ItsResultIsTheExitCode) {
-    WritePowerShell("exit 7");
-    EXPECT_EQ(7, system("powershell -File x.ps1"));
+TEST_F(SystemCommand, ItsResultIsTheExitCodeAndSaysWhenASignalEndsTheProgram) {
+    WritePowerShell("exit $1");
+    EXPECT_EQ(7, system("powershell 7"));
+    WritePowerShell("kill -9 $$");
+    EXPECT_EQ(137, system("powershell"));
 }
 
 TEST_F(SystemCommand, BlocksUntilTheProgramEnds) {
@@ -62,21 +61,15 @@ TEST_F(SystemCommand, ItsProgramIsAProcessOfThePcInSession0) {
               ReadFromC("environment"));
 }
 
-TEST_F(SystemCommand, AMissingProgramGivesOne) {
+TEST_F(SystemCommand, WhatIsNoProgramGivesOne) {
+    Write("Windows/System32/schtasks.exe", "MZ");
+    WriteScript("Windows/System32/app", "exit 5");
     EXPECT_EQ(1, system("PowerShell -NoProfile"));
     EXPECT_EQ(1, system(R"(C:\none\app.exe -x)"));
     EXPECT_EQ(1, system("/usr/bin/gettext.sh")) << "a program of Linux is none of the PC's";
     EXPECT_EQ(1, system(R"(C:\..\..\..\..\usr\bin\gettext.sh)"));
-}
-
-TEST_F(SystemCommand, AProgramThatLinuxCannotRunGivesOne) {
-    Write("Windows/System32/schtasks.exe", "MZ");
-    EXPECT_EQ(1, system("schtasks /query"));
-}
-
-TEST_F(SystemCommand, AProgramThatEndsByASignalFails) {
-    WritePowerShell("kill -9 $$");
-    EXPECT_EQ(137, system("powershell"));
+    EXPECT_EQ(1, system("schtasks /query")) << "Linux cannot run it";
+    EXPECT_EQ(1, system("app")) << "it has no ending";
 }
 
 TEST_F(SystemCommand, ARedirectionToNulIsNoArgumentAndMakesNoFile) {
@@ -119,11 +112,6 @@ TEST_F(SystemCommand, TheVariablePathNamesTheFoldersInTheirOrder) {
     EXPECT_EQ(1, system("powershell")) << "not in these folders";
 }
 
-TEST_F(SystemCommand, AFileWithoutAnEndingIsNoProgram) {
-    WriteScript("Windows/System32/app", "exit 5");
-    EXPECT_EQ(1, system("app"));
-}
-
 TEST_F(SystemCommand, AProgramIsFoundByItsWholePath) {
     WriteScript("tools/app.exe", "exit 4");
     EXPECT_EQ(4, system(R"(C:\tools\app.exe)"));
@@ -138,13 +126,6 @@ TEST_F(SystemCommand, IsRecordedToTheLetter) {
     const std::string command = R"(schtasks /query /tn "StartZEL_Service" > nul 2>&1)";
     system(command.c_str());
     EXPECT_EQ(std::vector<std::string>{command}, Commands());
-}
-
-TEST_F(SystemCommand, CanBeMadeToFail) {
-    WritePowerShell("touch C:/ran");
-    winhost::Gate::Instance().FailNth("system", 1, 24);
-    EXPECT_EQ(-1, system("powershell"));
-    EXPECT_FALSE(std::filesystem::exists(OnC("ran")));
 }
 
 }  // namespace

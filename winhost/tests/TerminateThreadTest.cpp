@@ -1,13 +1,9 @@
 // Threads that are ended from outside.
 #include <winsock2.h>
 
-#include <windows.h>
-
 #include <mutex>
 #include <optional>
 
-#include "winhost/core/Clock.h"
-#include "winhost/core/Gate.h"
 #include "winhost/tests/EndedThread.h"
 #include "winhost/tests/MailboxFixture.h"
 #include "winhost/tests/PipeFixture.h"
@@ -17,26 +13,18 @@ namespace {
 
 class TerminateThreadTest : public PcFixture {
   protected:
-    ~TerminateThreadTest() override {
-        for (const HANDLE event : {m_event, m_other})
-            CloseHandle(event);
-    }
-    const HANDLE m_event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    const HANDLE m_other = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE m_event = NewEvent();
 };
 
 TEST_F(TerminateThreadTest, EndsASleep) {
-    EndedThread thread([] { Sleep(INFINITE); });
-    EXPECT_TRUE(thread.Ends());
-}
-
-TEST_F(TerminateThreadTest, EndsASleepOfAnHour) {
-    winhost::Clock::Instance().SetManual(true);
-    EndedThread thread([] { Sleep(3'600'000); });
-    ASSERT_TRUE(winhost::Clock::Instance().AwaitSleeper(std::chrono::hours(1)));
-    EXPECT_TRUE(thread.Ends());
-    EXPECT_EQ(winhost::Clock::kNever, winhost::Clock::Instance().NextDeadline()) << "the clock forgets it";
-    winhost::Clock::Instance().Advance(std::chrono::hours(2));
+    EndedThread endless([] { Sleep(INFINITE); });
+    EXPECT_TRUE(endless.Ends());
+    Clock().SetManual(true);
+    EndedThread hour([] { Sleep(3'600'000); });
+    ASSERT_TRUE(Clock().AwaitSleeper(std::chrono::hours(1)));
+    EXPECT_TRUE(hour.Ends());
+    EXPECT_EQ(winhost::Clock::kNever, Clock().NextDeadline()) << "the clock forgets it";
+    Clock().Advance(std::chrono::hours(2));
 }
 
 TEST_F(TerminateThreadTest, EndsAWait) {
@@ -53,7 +41,7 @@ TEST_F(TerminateThreadTest, OtherThreadsGoOnWaiting) {
     std::thread other([&] { result.set_value(WaitForSingleObject(m_event, INFINITE)); });
     EndedThread thread([&] { WaitForSingleObject(m_event, INFINITE); });
     EXPECT_TRUE(thread.Ends());
-    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(m_event, 0));
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(m_event, 0));
     SetEvent(m_event);
     other.join();
     EXPECT_EQ(WAIT_OBJECT_0, result.get_future().get());
@@ -67,10 +55,10 @@ TEST_F(TerminateThreadTest, AThreadThatDoesNotWaitEndsAtItsNextCall) {
         SetEvent(m_event);
     });
     EXPECT_TRUE(TerminateThread(thread.Handle(), 3));
-    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(thread.Handle(), 0));
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(thread.Handle(), 0));
     mayCall = true;
     EXPECT_TRUE(thread.HasEnded());
-    EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(m_event, 0)) << "the call did nothing";
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(m_event, 0)) << "the call did nothing";
 }
 
 TEST_F(TerminateThreadTest, WhatItHasLockedStaysLocked) {
@@ -98,35 +86,25 @@ TEST_F(TerminateThreadTest, AThreadThatEndsByItselfSignalsItsHandleToo) {
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(handle, INFINITE));
     CloseHandle(handle);
     thread.reset();
-    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, FALSE, id));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(OpenThread(SYNCHRONIZE, FALSE, id)));
 }
 
 TEST_F(TerminateThreadTest, AHandleAllowsWhatItWasOpenedFor) {
-    const DWORD own = GetCurrentThreadId();
-    const HANDLE none = OpenThread(0, FALSE, own);
+    const HANDLE none = OpenThread(0, FALSE, GetCurrentThreadId());
     ASSERT_NE(nullptr, none);
-    EXPECT_FALSE(TerminateThread(none, 0));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(TerminateThread(none, 0)));
     SetLastError(0);
     EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(none, 0));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
     CloseHandle(none);
-    EXPECT_FALSE(TerminateThread(none, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
-    EXPECT_FALSE(TerminateThread(m_event, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(TerminateThread(none, 0)));
+    SetLastError(0);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOf(TerminateThread(m_event, 0)));
 }
 
 TEST_F(TerminateThreadTest, WhatCannotBeOpenedIsRefused) {
-    const DWORD own = GetCurrentThreadId();
-    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, FALSE, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
-    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, TRUE, own));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
-    winhost::Gate::Instance().FailNth("OpenThread", 1, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(nullptr, OpenThread(SYNCHRONIZE, FALSE, own));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(OpenThread(SYNCHRONIZE, FALSE, 0)));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(OpenThread(SYNCHRONIZE, TRUE, GetCurrentThreadId())));
 }
 
 TEST_F(TerminateThreadTest, ThreadsEndInACrowd) {
@@ -154,8 +132,8 @@ TEST_F(TerminateThreadInPipe, EndsAWaitForAClient) {
     EndedThread thread([&] { ConnectNamedPipe(server, nullptr); });
     EXPECT_TRUE(thread.Ends());
     const HANDLE client = Open();
-    EXPECT_EQ(DWORD{ERROR_PIPE_CONNECTED}, Connect(server)) << "the pipe goes on";
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "text"));
+    EXPECT_EQ(ERROR_PIPE_CONNECTED, Connect(server)) << "the pipe goes on";
+    EXPECT_EQ(ERROR_SUCCESS, Write(client, "text"));
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(server));
 }
 
@@ -164,7 +142,7 @@ TEST_F(TerminateThreadInPipe, EndsARead) {
     const HANDLE client = Open();
     EndedThread thread([&] { Read(server); });
     EXPECT_TRUE(thread.Ends());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "text"));
+    EXPECT_EQ(ERROR_SUCCESS, Write(client, "text"));
     EXPECT_EQ((PipeRead{ERROR_SUCCESS, "text"}), Read(server));
 }
 
@@ -172,9 +150,9 @@ using TerminateThreadInMailbox = MailboxRequestTest;
 
 TEST_F(TerminateThreadInMailbox, CancelsItsRequests) {
     Request kept, request;
-    ASSERT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, kept));
+    ASSERT_EQ(ERROR_IO_PENDING, Query(m_device, kept));
     EndedThread thread([&] {
-        EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
+        EXPECT_EQ(ERROR_IO_PENDING, Query(m_device, request));
         request.Await();
     });
     EXPECT_TRUE(thread.Ends());
@@ -183,19 +161,27 @@ TEST_F(TerminateThreadInMailbox, CancelsItsRequests) {
     EXPECT_TRUE(CancelIoEx(m_device, nullptr));
 }
 
-TEST_F(TerminateThreadInMailbox, EndsAWaitForAResult) {
+TEST_F(TerminateThreadInMailbox, EndsAWaitForAResultOrACompletion) {
     Request request;
-    EndedThread thread([&] {
-        EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
+    EndedThread atRequest([&] {
+        EXPECT_EQ(ERROR_IO_PENDING, Query(m_device, request));
         GetOverlappedResult(m_device, &request.overlapped, &request.bytes, TRUE);
     });
-    EXPECT_TRUE(thread.Ends());
+    EXPECT_TRUE(atRequest.Ends());
     EXPECT_EQ(0u, Device().PendingRequests());
+    const HANDLE port = Keep(CreateIoCompletionPort(m_device, nullptr, 1, 0));
+    EndedThread atPort([&] {
+        DWORD bytes = 0;
+        ULONG_PTR key = 0;
+        LPOVERLAPPED overlapped = nullptr;
+        GetQueuedCompletionStatus(port, &bytes, &key, &overlapped, INFINITE);
+    });
+    EXPECT_TRUE(atPort.Ends());
 }
 
 TEST_F(TerminateThreadInMailbox, AnotherThreadLeadsTheDevice) {
     Request request;
-    ASSERT_EQ(DWORD{ERROR_IO_PENDING}, Query(m_device, request));
+    ASSERT_EQ(ERROR_IO_PENDING, Query(m_device, request));
     const auto frame = m_firmware.Receive();
     std::optional<EndedThread> leader(std::in_place, [&] { WaitForSingleObject(request.event, INFINITE); });
     leader->AwaitBlocked();
@@ -204,20 +190,8 @@ TEST_F(TerminateThreadInMailbox, AnotherThreadLeadsTheDevice) {
     EXPECT_TRUE(leader->Ends());
     m_firmware.Respond(frame, 0, "answer");
     other.join();
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, result.get_future().get());
+    EXPECT_EQ(ERROR_SUCCESS, result.get_future().get());
     EXPECT_EQ("answer", request.Received());
-}
-
-TEST_F(TerminateThreadInMailbox, EndsAWaitForACompletion) {
-    const HANDLE port = CreateIoCompletionPort(m_device, nullptr, 1, 0);
-    EndedThread thread([&] {
-        DWORD bytes = 0;
-        ULONG_PTR key = 0;
-        LPOVERLAPPED overlapped = nullptr;
-        GetQueuedCompletionStatus(port, &bytes, &key, &overlapped, INFINITE);
-    });
-    EXPECT_TRUE(thread.Ends());
-    CloseHandle(port);
 }
 
 using TerminateThreadInSelect = WinsockFixture;

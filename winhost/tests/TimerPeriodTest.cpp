@@ -1,9 +1,6 @@
 // The resolution that programs ask of the timer.
-#include <windows.h>
-
 #include <mmsystem.h>
 
-#include "winhost/core/Gate.h"
 #include "winhost/tests/PcFixture.h"
 
 namespace {
@@ -15,11 +12,6 @@ TEST_F(TimerPeriodTest, ThePcHasALowestPeriod) {
     for (const UINT period : {0u, 1u, 2u})
         EXPECT_EQ(MMRESULT{TIMERR_NOCANDO}, timeBeginPeriod(period));
     EXPECT_EQ(MMRESULT{TIMERR_NOERROR}, timeBeginPeriod(3));
-}
-
-TEST_F(TimerPeriodTest, TheCallCanFail) {
-    winhost::Gate::Instance().FailNth("timeBeginPeriod", 1, TIMERR_NOCANDO);
-    EXPECT_EQ(MMRESULT{TIMERR_NOCANDO}, timeBeginPeriod(1));
 }
 
 }  // namespace

@@ -6,19 +6,20 @@ namespace {
 
 class TokenTest : public LaunchFixture {
   protected:
-    static HANDLE TokenOf(DWORD id, DWORD access = TOKEN_ALL_ACCESS) {
+    // Tokens go with the test.
+    HANDLE TokenOf(DWORD id, DWORD access = TOKEN_ALL_ACCESS) {
         const HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, id);
         HANDLE token = nullptr;
         EXPECT_TRUE(OpenProcessToken(process, access, &token));
         CloseHandle(process);
-        return token;
+        return Keep(token);
     }
-    static HANDLE Duplicate(HANDLE token, TOKEN_TYPE type = TokenPrimary,
-                            SECURITY_IMPERSONATION_LEVEL level = SecurityImpersonation, DWORD access = 0) {
+    HANDLE Duplicate(HANDLE token, DWORD access = 0) {
         HANDLE copy = nullptr;
         SetLastError(0);
-        DuplicateTokenEx(token, access, nullptr, level, type, &copy);
-        return copy;
+        return DuplicateTokenEx(token, access, nullptr, SecurityImpersonation, TokenPrimary, &copy)
+                   ? Keep(copy)
+                   : nullptr;
     }
     static DWORD ErrorOfSession(HANDLE token, DWORD session) {
         SetLastError(0);
@@ -50,9 +51,8 @@ TEST_F(TokenTest, TheCallingProcessHasOneTokenHoweverItIsOpened) {
     ASSERT_TRUE(LookupPrivilegeValueA(nullptr, SE_TCB_NAME, &privileges.Privileges[0].Luid));
     privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
     EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, GetLastError());
+    EXPECT_EQ(ERROR_SUCCESS, GetLastError());
     EXPECT_TRUE(winhost::IsPrivilegeEnabled(SE_TCB_NAME));
-    CloseHandle(token);
 }
 
 TEST_F(TokenTest, PrivilegesOfOthersAreLeftAlone) {
@@ -60,7 +60,6 @@ TEST_F(TokenTest, PrivilegesOfOthersAreLeftAlone) {
     TOKEN_PRIVILEGES privileges{};
     EXPECT_EQ(ERROR_NOT_SUPPORTED,
               ErrorOf(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr)));
-    CloseHandle(token);
 }
 
 TEST_F(TokenTest, DuplicatingNeedsItsRight) {
@@ -72,40 +71,35 @@ TEST_F(TokenTest, DuplicatingNeedsItsRight) {
 }
 
 TEST_F(TokenTest, ASessionIsSetWithThePrivilegeEnabled) {
-    const HANDLE token = LogonToken();
-    EXPECT_EQ(DWORD{ERROR_PRIVILEGE_NOT_HELD}, ErrorOfSession(token, 2));
+    const HANDLE token = Keep(LogonToken());
+    EXPECT_EQ(ERROR_PRIVILEGE_NOT_HELD, ErrorOfSession(token, 2));
     EnableTcb();
     EXPECT_EQ(0u, ErrorOfSession(token, 2));
     WriteSleeper("app.exe");
     const Started started = StartWith(token, R"("C:\app.exe" 1000)");
-    DWORD session = 9;
-    EXPECT_TRUE(ProcessIdToSessionId(started.Id(), &session));
-    EXPECT_EQ(2u, session);
-    CloseHandle(token);
+    EXPECT_EQ(2u, SessionOf(started.Id()));
 }
 
 TEST_F(TokenTest, ACopyBeginsInTheSessionOfItsProcess) {
-    winhost::Pc::Instance().Change([](auto& pc) { pc.processes = {{"winlogon.exe", 5000000, 5}}; });
+    Change([](auto& pc) { pc.processes = {{"winlogon.exe", 5000000, 5}}; });
     WriteSleeper("app.exe");
     const Started started = Start(R"("C:\app.exe" 1000)");
-    DWORD session = 9;
-    EXPECT_TRUE(ProcessIdToSessionId(started.Id(), &session));
-    EXPECT_EQ(5u, session);
+    EXPECT_EQ(5u, SessionOf(started.Id()));
 }
 
 TEST_F(TokenTest, ASessionIsSetOnCopiesOnlyAndWithItsRight) {
     EnableTcb();
     const HANDLE ofProcess = TokenOf(IdOf("winlogon.exe"));
-    EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, ErrorOfSession(ofProcess, 2));
-    const HANDLE weak = Duplicate(ofProcess, TokenPrimary, SecurityImpersonation, TOKEN_QUERY);
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, ErrorOfSession(weak, 2));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOfSession(ofProcess, 2));
+    const HANDLE weak = Duplicate(ofProcess, TOKEN_QUERY);
+    EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOfSession(weak, 2));
     const HANDLE full = Duplicate(ofProcess);
     DWORD session = 2;
     EXPECT_EQ(ERROR_BAD_LENGTH, ErrorOf(SetTokenInformation(full, TokenSessionId, &session, 2)));
     EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(SetTokenInformation(full, TokenOwner, &session, sizeof session)));
     for (const HANDLE token : {ofProcess, weak, full})
         CloseHandle(token);
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, ErrorOfSession(full, 2));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfSession(full, 2));
 }
 
 }  // namespace

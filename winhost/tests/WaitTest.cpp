@@ -16,62 +16,62 @@ namespace {
 
 constexpr DWORD kTimeOut = WAIT_TIMEOUT;
 
+HANDLE NewEvent(bool isManual, bool isSet = false, const char* name = nullptr) {
+    return CreateEventA(nullptr, isManual, isSet, name);
+}
+// What a wait without time returns.
+DWORD Look(HANDLE object) {
+    return WaitForSingleObject(object, 0);
+}
+
 TEST(Event, AutoResetLetsOneWaitThrough) {
-    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    SetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, 0), kTimeOut);
+    const HANDLE event = NewEvent(false);
+    for (const int times : {1, 2}) {
+        for (int i = 0; i < times; ++i)
+            SetEvent(event);
+        EXPECT_EQ(Look(event), WAIT_OBJECT_0) << times;
+        EXPECT_EQ(Look(event), kTimeOut) << times;
+    }
 }
 
 TEST(Event, ManualResetStaysSetUntilItIsReset) {
-    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE event = NewEvent(true);
     SetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(Look(event), WAIT_OBJECT_0);
+    EXPECT_EQ(Look(event), WAIT_OBJECT_0);
     ResetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(event, 0), kTimeOut);
+    EXPECT_EQ(Look(event), kTimeOut);
 }
 
 TEST(Event, CanStartSet) {
-    EXPECT_EQ(WaitForSingleObject(CreateEventA(nullptr, FALSE, TRUE, nullptr), 0), WAIT_OBJECT_0);
-}
-
-TEST(Event, SetTwiceBeforeAWaitCountsOnce) {
-    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    SetEvent(event);
-    SetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, 0), kTimeOut);
+    EXPECT_EQ(Look(NewEvent(false, true)), WAIT_OBJECT_0);
 }
 
 TEST(Event, OfTheSameNameIsTheSame) {
-    const HANDLE first = CreateEventA(nullptr, TRUE, FALSE, "name");
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
-    const HANDLE second = CreateEventA(nullptr, FALSE, TRUE, "name");
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    const HANDLE first = NewEvent(true, false, "name");
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    const HANDLE second = NewEvent(false, true, "name");
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
     EXPECT_NE(first, second);
-    EXPECT_EQ(WaitForSingleObject(second, 0), kTimeOut);
+    EXPECT_EQ(Look(second), kTimeOut);
     SetEvent(first);
-    EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(Look(second), WAIT_OBJECT_0);
+    EXPECT_EQ(Look(second), WAIT_OBJECT_0);
     CloseHandle(first);
     CloseHandle(second);
 }
 
 TEST(Event, LosesItsNameWithItsLastHandle) {
-    CloseHandle(CreateEventA(nullptr, TRUE, TRUE, "name"));
-    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, "name");
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
-    EXPECT_EQ(WaitForSingleObject(event, 0), kTimeOut);
+    CloseHandle(NewEvent(true, true, "name"));
+    const HANDLE event = NewEvent(true, false, "name");
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    EXPECT_EQ(Look(event), kTimeOut);
     CloseHandle(event);
-}
-
-TEST(Event, HasNoNameInANamespace) {
-    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateEventA(nullptr, FALSE, FALSE, "Global\\name")));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(NewEvent(false, false, "Global\\name")));
 }
 
 TEST(Event, WakesAThreadThatWaitsForEver) {
-    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    const HANDLE event = NewEvent(false);
     DWORD result = WAIT_FAILED;
     std::thread waiter([&] { result = WaitForSingleObject(event, INFINITE); });
     SetEvent(event);
@@ -80,7 +80,7 @@ TEST(Event, WakesAThreadThatWaitsForEver) {
 }
 
 TEST(Event, ManualResetWakesAllWaiters) {
-    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE event = NewEvent(true);
     std::vector<std::thread> waiters;
     for (int i = 0; i < 4; ++i)
         waiters.emplace_back([&] { EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0); });
@@ -89,31 +89,22 @@ TEST(Event, ManualResetWakesAllWaiters) {
         waiter.join();
 }
 
-TEST(Event, OutlivesItsHandleForAThreadThatWaits) {
-    const ManualTime manual;
-    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    DWORD result = WAIT_FAILED;
-    std::thread waiter([&] { result = WaitForSingleObject(event, 1000); });
-    ASSERT_TRUE(Clock::Instance().AwaitSleeper(1s));
-    CloseHandle(event);
-    Clock::Instance().Advance(1s);
-    waiter.join();
-    EXPECT_EQ(result, kTimeOut);
-}
-
-TEST(Wait, TimesOutByThePcsClock) {
-    const ManualTime manual;
-    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    DWORD result = WAIT_FAILED;
-    std::thread waiter([&] { result = WaitForSingleObject(event, 60'000); });
-    ASSERT_TRUE(Clock::Instance().AwaitSleeper(60s));
-    Clock::Instance().Advance(60s);
-    waiter.join();
-    EXPECT_EQ(result, kTimeOut);
+TEST(Wait, TimesOutByThePcsClockThoughTheHandleIsClosed) {
+    for (const bool closes : {false, true}) {
+        const ManualTime manual;
+        const HANDLE event = NewEvent(false);
+        DWORD result = WAIT_FAILED;
+        std::thread waiter([&] { result = WaitForSingleObject(event, 60'000); });
+        ASSERT_TRUE(Clock::Instance().AwaitSleeper(60s));
+        if (closes) CloseHandle(event);
+        Clock::Instance().Advance(60s);
+        waiter.join();
+        EXPECT_EQ(result, kTimeOut) << closes;
+    }
 }
 
 TEST(Wait, TimesOutByTheMachinesClock) {
-    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    const HANDLE event = NewEvent(false);
     const auto before = std::chrono::steady_clock::now();
     EXPECT_EQ(WaitForSingleObject(event, 20), kTimeOut);
     EXPECT_GE(std::chrono::steady_clock::now() - before, 20ms);
@@ -126,15 +117,11 @@ TEST(Wait, OnABogusHandleFails) {
 
 TEST(Sleep, LastsAsLongOnThePcsClock) {
     const ManualTime manual;
+    Sleep(0);
     std::thread sleeper([] { Sleep(10'000); });
     ASSERT_TRUE(Clock::Instance().AwaitSleeper(10s));
     Clock::Instance().Advance(10s);
     sleeper.join();
-}
-
-TEST(Sleep, OfZeroReturnsAtOnceOnAStandingClock) {
-    const ManualTime manual;
-    Sleep(0);
 }
 
 TEST(LastError, BelongsToItsThread) {
@@ -152,7 +139,7 @@ class MutexTest : public testing::Test {
     DWORD WaitOnAnotherThread() {
         DWORD result = WAIT_FAILED;
         std::thread([&] {
-            result = WaitForSingleObject(m_mutex, 0);
+            result = Look(m_mutex);
             if (result != kTimeOut) ReleaseMutex(m_mutex);
         }).join();
         return result;
@@ -196,8 +183,8 @@ TEST_F(MutexTest, IsAbandonedByAThreadThatEndsAsItsOwner) {
 }
 
 TEST_F(MutexTest, AbandonmentWakesAThreadThatWaits) {
-    HANDLE taken = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    HANDLE mayEnd = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE taken = NewEvent(true);
+    HANDLE mayEnd = NewEvent(true);
     std::thread owner([&] {
         WaitForSingleObject(m_mutex, INFINITE);
         SetEvent(taken);
@@ -217,7 +204,7 @@ TEST_F(MutexTest, ClosedWhileOwnedIsReleasedFromMemoryWithItsOwner) {
         WaitForSingleObject(m_mutex, INFINITE);
         CloseHandle(m_mutex);
     }).join();
-    EXPECT_EQ(WaitForSingleObject(m_mutex, 0), WAIT_FAILED);
+    EXPECT_EQ(Look(m_mutex), WAIT_FAILED);
 }
 
 TEST_F(MutexTest, ClosedWhileOwnedHasNoHandleToReleaseItBy) {

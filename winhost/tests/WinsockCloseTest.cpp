@@ -1,6 +1,5 @@
 // A socket that is closed under the threads that use it.
 #include <atomic>
-#include <vector>
 
 #include "winhost/tests/WinsockFixture.h"
 

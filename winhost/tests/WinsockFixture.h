@@ -4,8 +4,6 @@
 #include <winsock2.h>
 
 #include <atomic>
-#include <functional>
-#include <thread>
 
 #include "winhost/tests/PosixPeer.h"
 #include "winhost/tests/PcFixture.h"
@@ -40,9 +38,12 @@ class WinsockFixture : public PcFixture {
         return name;
     }
 
-    static int Bind(SOCKET s, uint16_t port) {
-        const sockaddr_in name = Address(port);
+    static int Bind(SOCKET s, const sockaddr_in& name) {
         return bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name));
+    }
+    static int Bind(SOCKET s, uint16_t port) { return Bind(s, Address(port)); }
+    static int ConnectTo(SOCKET s, const sockaddr_in& name) {
+        return connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name));
     }
 
     static uint16_t PortOf(SOCKET s) {

@@ -5,24 +5,14 @@ namespace {
 
 using WinsockListen = WinsockFixture;
 
-TEST_F(WinsockListen, ASecondListenerOnATakenPortIsRefused) {
-    const SOCKET first = NewListener();
-    const SOCKET second = NewSocket();
-    EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(second, PortOf(first))));
-}
-
-TEST_F(WinsockListen, APortIsTakenFromTheBindOn) {
-    const SOCKET first = NewSocket();
-    ASSERT_EQ(0, Bind(first, 0));
-    const SOCKET second = NewSocket();
-    EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(second, PortOf(first))));
-    EXPECT_EQ(0, listen(first, 1));
-}
-
-TEST_F(WinsockListen, APortThatAnotherProgramListensOnIsTaken) {
+TEST_F(WinsockListen, APortIsTakenFromTheBindOnAlsoByAnotherProgram) {
+    const SOCKET bound = NewSocket();
+    ASSERT_EQ(0, Bind(bound, 0));
     const PosixPeer other = PosixPeer::ListenOn(0);
-    const SOCKET s = NewSocket();
-    EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(s, other.Port())));
+    const SOCKET second = NewSocket();
+    for (const uint16_t taken : {PortOf(bound), PortOf(NewListener()), other.Port()})
+        EXPECT_EQ(WSAEADDRINUSE, SocketErrorOf(Bind(second, taken)));
+    EXPECT_EQ(0, listen(bound, 1));
 }
 
 TEST_F(WinsockListen, APortThatOldConnectionsRememberIsFreeAtOnce) {
@@ -73,11 +63,9 @@ TEST_F(WinsockListen, ANameHasToBeAWholeIPv4One) {
     sockaddr_in name = Address(0);
     EXPECT_EQ(WSAEFAULT, SocketErrorOf(bind(s, reinterpret_cast<const sockaddr*>(&name), 8)));
     name.sin_family = 23;
-    EXPECT_EQ(WSAEAFNOSUPPORT,
-              SocketErrorOf(bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
+    EXPECT_EQ(WSAEAFNOSUPPORT, SocketErrorOf(Bind(s, name)));
     name = Address(0, inet_addr("203.0.113.1"));
-    EXPECT_EQ(WSAEADDRNOTAVAIL,
-              SocketErrorOf(bind(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
+    EXPECT_EQ(WSAEADDRNOTAVAIL, SocketErrorOf(Bind(s, name)));
 }
 
 TEST_F(WinsockListen, ADescribedPortIsClosedToOtherMachinesUnlessDescribedAsOpen) {
@@ -85,13 +73,13 @@ TEST_F(WinsockListen, ADescribedPortIsClosedToOtherMachinesUnlessDescribedAsOpen
     const uint16_t real = probe.Port();
     probe.Close();
     for (const bool open : {false, true}) {
-        StartPc([=](winhost::PcDescription& pc) {
+        StartPc([=](auto& pc) {
             pc.ports[664] = real;
             pc.openPorts = open;
         });
         const SOCKET listener = NewSocket();
         sockaddr_in name = Address(664, INADDR_ANY);
-        EXPECT_EQ(0, bind(listener, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+        EXPECT_EQ(0, Bind(listener, name));
         EXPECT_EQ(0, listen(listener, 2));
         int size = sizeof(name);
         EXPECT_EQ(0, getsockname(listener, reinterpret_cast<sockaddr*>(&name), &size));
@@ -99,8 +87,7 @@ TEST_F(WinsockListen, ADescribedPortIsClosedToOtherMachinesUnlessDescribedAsOpen
         // 127.0.0.2 is an address of this machine, and not the loopback address that the port is bound to.
         name = Address(real, inet_addr("127.0.0.2"));
         const SOCKET far = NewSocket();
-        EXPECT_EQ(open ? 0 : SOCKET_ERROR,
-                  connect(far, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+        EXPECT_EQ(open ? 0 : SOCKET_ERROR, ConnectTo(far, name));
         const PosixPeer near = PosixPeer::ConnectTo(real);
         closesocket(far);
         closesocket(listener);
@@ -111,7 +98,7 @@ TEST_F(WinsockListen, ADescribedPortStandsForTheOneAskedFor) {
     PosixPeer probe = PosixPeer::ListenOn(0);
     const uint16_t real = probe.Port();
     probe.Close();
-    StartPc([=](winhost::PcDescription& pc) { pc.ports[664] = real; });
+    StartPc([=](auto& pc) { pc.ports[664] = real; });
     const SOCKET listener = NewListener(664);
     EXPECT_EQ(664, PortOf(listener));
     const PosixPeer peer = PosixPeer::ConnectTo(real);

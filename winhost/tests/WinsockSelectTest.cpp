@@ -1,7 +1,4 @@
 // The wait for a socket that can be read, and the look at what lies there.
-#include <chrono>
-
-#include "winhost/core/Clock.h"
 #include "winhost/tests/WinsockFixture.h"
 
 namespace {
@@ -10,9 +7,6 @@ using namespace std::chrono_literals;
 
 class WinsockReadable : public WinsockFixture {
   protected:
-    ~WinsockReadable() override { Clock().SetManual(false); }
-    static winhost::Clock& Clock() { return winhost::Clock::Instance(); }
-
     static int Select(fd_set& set, long seconds, long microseconds = 0) {
         const timeval timeout{seconds, microseconds};
         return select(0, &set, nullptr, nullptr, &timeout);
@@ -66,6 +60,22 @@ TEST_F(WinsockReadable, EndsForBytesWhileTheClockStandsStill) {
     EXPECT_EQ(1, blocked.Result());
 }
 
+TEST_F(WinsockReadable, RefusesWhatIsNoSocketAnEmptySetATimeThatIsNoneAndOtherWaits) {
+    const SOCKET closed = NewSocket();
+    closesocket(closed);
+    for (const SOCKET none : {closed, SOCKET{0}, INVALID_SOCKET})
+        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(Select(none, 0))) << none;
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(select(0, nullptr, nullptr, nullptr, nullptr)));
+    fd_set empty{0, {}};
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(Select(empty, 0)));
+    const SOCKET s = NewSocket();
+    EXPECT_EQ(WSAEINVAL, SocketErrorOf(Select(s, -1)));
+    const timeval none{};
+    fd_set set{1, {s}};
+    EXPECT_EQ(WSAEOPNOTSUPP, SocketErrorOf(select(0, nullptr, &set, nullptr, &none)));
+    EXPECT_EQ(WSAEOPNOTSUPP, SocketErrorOf(select(0, nullptr, nullptr, &set, &none)));
+}
+
 TEST_F(WinsockReadable, LeavesInTheSetWhatCanBeRead) {
     auto [quiet, quietPeer] = Connect();
     auto [busy, busyPeer] = Connect();
@@ -115,30 +125,6 @@ TEST_F(WinsockReadable, EndsWhenTheSocketIsClosedUnderIt) {
     EXPECT_EQ(0, closesocket(s));
     EXPECT_EQ(SOCKET_ERROR, blocked.Result());
     EXPECT_EQ(WSAENOTSOCK, blocked.Error());
-}
-
-TEST_F(WinsockReadable, RefusesWhatIsNoSocket) {
-    auto [s, peer] = Connect();
-    closesocket(s);
-    for (const SOCKET none : {s, SOCKET{0}, INVALID_SOCKET}) {
-        EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(Select(none, 0)));
-    }
-}
-
-TEST_F(WinsockReadable, RefusesAnEmptySetAndATimeThatIsNone) {
-    EXPECT_EQ(WSAEINVAL, SocketErrorOf(select(0, nullptr, nullptr, nullptr, nullptr)));
-    fd_set empty{0, {}};
-    EXPECT_EQ(WSAEINVAL, SocketErrorOf(Select(empty, 0)));
-    const SOCKET s = NewSocket();
-    EXPECT_EQ(WSAEINVAL, SocketErrorOf(Select(s, -1)));
-}
-
-TEST_F(WinsockReadable, WaitsForNothingButWhatCanBeRead) {
-    const SOCKET s = NewSocket();
-    const timeval none{};
-    fd_set set{1, {s}};
-    EXPECT_EQ(WSAEOPNOTSUPP, SocketErrorOf(select(0, nullptr, &set, nullptr, &none)));
-    EXPECT_EQ(WSAEOPNOTSUPP, SocketErrorOf(select(0, nullptr, nullptr, &set, &none)));
 }
 
 TEST_F(WinsockReadable, APeekLeavesTheBytesThere) {

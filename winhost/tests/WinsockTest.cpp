@@ -1,49 +1,43 @@
 // What a connection promises: bytes both ways, modes, and Windows' error numbers.
-#include "winhost/core/Gate.h"
 #include "winhost/tests/WinsockFixture.h"
 
 namespace {
 
 using Winsock = WinsockFixture;
 
-TEST(WinsockStart, TellsTheVersionAskedForAndTheHighestOne) {
-    WSADATA data{};
-    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
-    EXPECT_EQ(MAKEWORD(2, 0), data.wVersion);
-    EXPECT_EQ(MAKEWORD(2, 2), data.wHighVersion);
-    EXPECT_EQ(0, WSACleanup());
-}
+class WinsockStart : public testing::Test {
+  protected:
+    static void Start() { ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &s_data)); }
+    static SOCKET NewSocket() { return socket(AF_INET, SOCK_STREAM, IPPROTO_TCP); }
+    inline static WSADATA s_data{};
+};
 
-TEST(WinsockStart, RefusesVersionZeroAndAMissingBuffer) {
-    WSADATA data{};
-    EXPECT_EQ(WSAVERNOTSUPPORTED, WSAStartup(0, &data));
+TEST_F(WinsockStart, TellsTheVersionAskedForAndTheHighestOne) {
+    Start();
+    EXPECT_EQ(MAKEWORD(2, 0), s_data.wVersion);
+    EXPECT_EQ(MAKEWORD(2, 2), s_data.wHighVersion);
+    EXPECT_EQ(0, WSACleanup());
+    EXPECT_EQ(WSAVERNOTSUPPORTED, WSAStartup(0, &s_data));
     EXPECT_EQ(WSAEFAULT, WSAStartup(MAKEWORD(2, 0), nullptr));
 }
 
-TEST(WinsockStart, NothingWorksBeforeIt) {
-    EXPECT_EQ(WSANOTINITIALISED, SocketErrorOf(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP)));
+TEST_F(WinsockStart, NothingWorksBeforeIt) {
+    EXPECT_EQ(WSANOTINITIALISED, SocketErrorOf(NewSocket()));
     EXPECT_EQ(WSANOTINITIALISED, SocketErrorOf(WSACleanup()));
 }
 
-TEST(WinsockStart, EachStartNeedsItsOwnCleanup) {
-    WSADATA data;
-    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
-    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
+TEST_F(WinsockStart, EachOneNeedsItsOwnCleanupAndTheLastClosesWhatIsOpen) {
+    Start();
+    Start();
     EXPECT_EQ(0, WSACleanup());
-    const SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    const SOCKET s = NewSocket();
     EXPECT_NE(INVALID_SOCKET, s);
     EXPECT_EQ(0, closesocket(s));
+    const SOCKET left = NewSocket();
     EXPECT_EQ(0, WSACleanup());
     EXPECT_EQ(SOCKET_ERROR, WSACleanup());
-}
-
-TEST(WinsockStart, TheLastCleanupClosesWhatIsOpen) {
-    WSADATA data;
-    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
-    const SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    ASSERT_EQ(0, WSACleanup());
-    ASSERT_EQ(0, WSAStartup(MAKEWORD(2, 0), &data));
-    EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(closesocket(s)));
+    Start();
+    EXPECT_EQ(WSAENOTSOCK, SocketErrorOf(closesocket(left)));
     EXPECT_EQ(0, WSACleanup());
 }
 
@@ -54,14 +48,10 @@ TEST_F(Winsock, ErrorsStandWhereGetLastErrorReadsThem) {
     EXPECT_EQ(5, WSAGetLastError());
 }
 
-TEST_F(Winsock, SocketsAreMultiplesOfFour) {
-    const SOCKET s = NewSocket();
-    EXPECT_EQ(0u, s % 4);
-    EXPECT_NE(0u, s);
-}
-
-TEST_F(Winsock, AClosedSocketsValueIsNotGivenOutAgainAtOnce) {
+TEST_F(Winsock, SocketsAreMultiplesOfFourAndNotGivenOutAgainAtOnce) {
     const SOCKET first = NewSocket();
+    EXPECT_EQ(0u, first % 4);
+    EXPECT_NE(0u, first);
     closesocket(first);
     for (int i = 0; i < 100; ++i) {
         const SOCKET next = NewSocket();
@@ -221,10 +211,10 @@ TEST_F(Winsock, ConnectReachesAListener) {
     PosixPeer listener = PosixPeer::ListenOn(0);
     const SOCKET s = NewSocket();
     const sockaddr_in name = Address(listener.Port(), inet_addr("127.0.0.1"));
-    ASSERT_EQ(0, connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
+    ASSERT_EQ(0, ConnectTo(s, name));
     EXPECT_EQ(2, send(s, "hi", 2, 0));
     EXPECT_EQ("hi", listener.Accept().Receive(2));
-    EXPECT_EQ(WSAEISCONN, SocketErrorOf(connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
+    EXPECT_EQ(WSAEISCONN, SocketErrorOf(ConnectTo(s, name)));
 }
 
 TEST_F(Winsock, ConnectToNobodyIsRefused) {
@@ -232,8 +222,7 @@ TEST_F(Winsock, ConnectToNobodyIsRefused) {
     const sockaddr_in name = Address(listener.Port(), inet_addr("127.0.0.1"));
     listener.Close();
     const SOCKET s = NewSocket();
-    EXPECT_EQ(WSAECONNREFUSED,
-              SocketErrorOf(connect(s, reinterpret_cast<const sockaddr*>(&name), sizeof(name))));
+    EXPECT_EQ(WSAECONNREFUSED, SocketErrorOf(ConnectTo(s, name)));
 }
 
 TEST_F(Winsock, OnlyTheNonBlockingModeCanBeSet) {
@@ -241,18 +230,6 @@ TEST_F(Winsock, OnlyTheNonBlockingModeCanBeSet) {
     u_long mode = 1;
     EXPECT_EQ(WSAEINVAL, SocketErrorOf(ioctlsocket(s, 0x4004667F, &mode)));
     EXPECT_EQ(WSAEFAULT, SocketErrorOf(ioctlsocket(s, FIONBIO, nullptr)));
-}
-
-TEST_F(Winsock, TheGateCanFailEachCall) {
-    auto [s, peer] = Connect();
-    winhost::Gate::Instance().FailNth("recv", 1, WSAENETDOWN);
-    char byte;
-    EXPECT_EQ(WSAENETDOWN, SocketErrorOf(recv(s, &byte, 1, 0)));
-    winhost::Gate::Instance().FailNth("socket", 1, WSAEMFILE);
-    EXPECT_EQ(WSAEMFILE, SocketErrorOf(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP)));
-    winhost::Gate::Instance().FailNth("WSAStartup", 1, WSASYSNOTREADY);
-    WSADATA data;
-    EXPECT_EQ(WSASYSNOTREADY, WSAStartup(MAKEWORD(2, 0), &data));
 }
 
 }  // namespace

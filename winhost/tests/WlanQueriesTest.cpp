@@ -1,26 +1,17 @@
 // What the WLAN service reports about a connection: its attributes, the profile and the BSSs in range.
-#include <wlanapi.h>
-
-#include <cstring>
-#include <fstream>
-#include <string>
-
 #include "testbed/Utf8.h"
-#include "winhost/core/Gate.h"
-#include "winhost/core/Guid.h"
-#include "winhost/tests/PcFixture.h"
+#include "winhost/tests/WlanFixture.h"
 #include "winhost/wlan/WlanMemory.h"
 
 namespace {
 
-constexpr const char* kGuidText = "{70A9067B-708F-443C-84BA-BC391FDBF72B}";
 constexpr DWORD kInvalidState = 5023;
 
-class WlanQueries : public PcFixture {
+class WlanQueries : public WlanFixture {
   protected:
     void SetUp() override {
-        StartPc([](winhost::PcDescription& pc) {
-            pc.wlanInterfaces = {{kGuidText, "Wireless Adapter", 1, "office"}};
+        StartPc([](auto& pc) {
+            pc.wlanInterfaces = {{kGuid, "Wireless Adapter", 1, "office"}};
             winhost::WlanNetwork home, office;
             office.name = "office";
             office.ssid = "Büro";
@@ -29,17 +20,13 @@ class WlanQueries : public PcFixture {
             office.channel = 6;
             pc.wlanNetworks = {home, office};
         });
-        DWORD negotiated = 0;
-        ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &m_client));
+        OpenClient();
     }
     void TearDown() override {
-        EXPECT_EQ(DWORD{ERROR_SUCCESS}, WlanCloseHandle(m_client, nullptr));
+        WlanFixture::TearDown();
         EXPECT_EQ(0u, winhost::WlanMemoryInUse());
     }
 
-    static void Change(const std::function<void(winhost::PcDescription&)>& change) {
-        winhost::Pc::Instance().Change(change);
-    }
     template <class Type>
     DWORD Query(uint32_t opcode, Type& value) {
         DWORD size = 0;
@@ -62,27 +49,28 @@ class WlanQueries : public PcFixture {
         WlanFreeMemory(text);
         return error;
     }
+    DWORD ErrorOfBssList(DOT11_SSID* ssid = nullptr, DOT11_BSS_TYPE type = dot11_BSS_type_any) {
+        PWLAN_BSS_LIST list = nullptr;
+        return WlanGetNetworkBssList(m_client, &m_guid, ssid, type, FALSE, nullptr, &list);
+    }
     // The frequency of the first entry; 0 when the list is empty.
     ULONG Frequency(const char* ssid, BOOL secured) {
         DOT11_SSID wanted{};
         wanted.uSSIDLength = static_cast<ULONG>(std::strlen(ssid));
         std::memcpy(wanted.ucSSID, ssid, wanted.uSSIDLength);
         PWLAN_BSS_LIST list = nullptr;
-        EXPECT_EQ(DWORD{ERROR_SUCCESS},
+        EXPECT_EQ(ERROR_SUCCESS,
                   WlanGetNetworkBssList(m_client, &m_guid, &wanted, dot11_BSS_type_infrastructure, secured,
                                         nullptr, &list));
         const ULONG frequency = list->dwNumberOfItems ? list->wlanBssEntries[0].ulChCenterFrequency : 0;
         WlanFreeMemory(list);
         return frequency;
     }
-
-    HANDLE m_client = nullptr;
-    GUID m_guid = *winhost::ParseGuid(kGuidText);
 };
 
 TEST_F(WlanQueries, TheConnectionIsThatOfTheNetwork) {
     WLAN_CONNECTION_ATTRIBUTES attributes{};
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Connection(attributes));
+    ASSERT_EQ(ERROR_SUCCESS, Connection(attributes));
     EXPECT_EQ(wlan_interface_state_connected, attributes.isState);
     EXPECT_EQ(L"office", std::wstring(attributes.strProfileName));
     const auto& association = attributes.wlanAssociationAttributes;
@@ -93,14 +81,14 @@ TEST_F(WlanQueries, TheConnectionIsThatOfTheNetwork) {
     EXPECT_EQ(DOT11_AUTH_ALGO_WPA3_SAE, attributes.wlanSecurityAttributes.dot11AuthAlgorithm);
     EXPECT_EQ(DOT11_CIPHER_ALGO_CCMP, attributes.wlanSecurityAttributes.dot11CipherAlgorithm);
     ULONG channel = 0;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Channel(channel));
+    ASSERT_EQ(ERROR_SUCCESS, Channel(channel));
     EXPECT_EQ(6u, channel);
 }
 
 TEST_F(WlanQueries, AnInterfaceThatNamesNoNetworkIsInTheFirstOne) {
     Change([](auto& pc) { pc.wlanInterfaces[0].network.clear(); });
     WLAN_CONNECTION_ATTRIBUTES attributes{};
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Connection(attributes));
+    ASSERT_EQ(ERROR_SUCCESS, Connection(attributes));
     EXPECT_EQ(L"Home", std::wstring(attributes.strProfileName));
 }
 
@@ -113,25 +101,25 @@ TEST_F(WlanQueries, WithoutAConnectionThereIsNothingToAsk) {
     Change([](auto& pc) { pc.wlanInterfaces[0].state = 1; });
     EXPECT_EQ(DWORD{50}, Query(4, channel)) << "what winhost does not know";
     m_guid.Data1 ^= 1;
-    EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, Connection(attributes));
+    EXPECT_EQ(ERROR_NOT_FOUND, Connection(attributes));
 }
 
 TEST_F(WlanQueries, TheKeyIsPlainOnlyWhenAskedFor) {
     std::string plain, hidden;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Profile(L"office", 4, plain));
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Profile(L"office", 0, hidden));
+    ASSERT_EQ(ERROR_SUCCESS, Profile(L"office", 4, plain));
+    ASSERT_EQ(ERROR_SUCCESS, Profile(L"office", 0, hidden));
     EXPECT_NE(std::string::npos, plain.find("<protected>false</protected><keyMaterial>a&lt;b&amp;c<"));
     EXPECT_NE(std::string::npos, plain.find("<authentication>WPA3SAE</authentication>"));
     EXPECT_NE(std::string::npos, plain.find("<hex>42C3BC726F</hex><name>Büro</name>"));
     EXPECT_NE(std::string::npos, hidden.find("<protected>true</protected><keyMaterial>01000000D0"));
     EXPECT_EQ(std::string::npos, hidden.find("a&lt;b"));
-    EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, Profile(L"none", 4, plain));
+    EXPECT_EQ(ERROR_NOT_FOUND, Profile(L"none", 4, plain));
 }
 
 TEST_F(WlanQueries, AProfileMayBeWrittenOut) {
     std::string xml;
     Change([](auto& pc) { pc.wlanNetworks[1].profile = "<whatever/>"; });
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Profile(L"office", 4, xml));
+    ASSERT_EQ(ERROR_SUCCESS, Profile(L"office", 4, xml));
     EXPECT_EQ("<whatever/>", xml);
 }
 
@@ -145,7 +133,7 @@ TEST_F(WlanQueries, TheBssListHasTheNetworksOfAnSsid) {
     Change([](auto& pc) { pc.wlanNetworks[1].listed = false; });
     EXPECT_EQ(0u, Frequency("Büro", TRUE));
     PWLAN_BSS_LIST list = nullptr;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS},
+    ASSERT_EQ(ERROR_SUCCESS,
               WlanGetNetworkBssList(m_client, &m_guid, nullptr, dot11_BSS_type_any, FALSE, nullptr, &list));
     EXPECT_EQ(1u, list->dwNumberOfItems);
     WlanFreeMemory(list);
@@ -154,7 +142,7 @@ TEST_F(WlanQueries, TheBssListHasTheNetworksOfAnSsid) {
 TEST_F(WlanQueries, AnSsidMayHaveAnyBytes) {
     Change([](auto& pc) { pc.wlanNetworks[1].ssidBytes = "00FF41"; });
     WLAN_CONNECTION_ATTRIBUTES attributes{};
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Connection(attributes));
+    ASSERT_EQ(ERROR_SUCCESS, Connection(attributes));
     const DOT11_SSID& ssid = attributes.wlanAssociationAttributes.dot11Ssid;
     ASSERT_EQ(3u, ssid.uSSIDLength);
     EXPECT_EQ(0, std::memcmp(ssid.ucSSID, "\0\xFF\x41", 3));
@@ -164,43 +152,21 @@ TEST_F(WlanQueries, ARestartOfTheServiceInvalidatesTheHandle) {
     winhost::WlanService::Instance().Restart();
     WLAN_CONNECTION_ATTRIBUTES attributes{};
     std::string xml;
-    PWLAN_BSS_LIST list = nullptr;
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Connection(attributes));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Profile(L"office", 4, xml));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE},
-              WlanGetNetworkBssList(m_client, &m_guid, nullptr, dot11_BSS_type_any, FALSE, nullptr, &list));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(m_client, nullptr));
-    DWORD negotiated = 0;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &m_client));
-}
-
-TEST_F(WlanQueries, EachCallCanBeMadeToFail) {
-    winhost::Gate& gate = winhost::Gate::Instance();
-    WLAN_CONNECTION_ATTRIBUTES attributes{};
-    std::string xml;
-    PWLAN_BSS_LIST list = nullptr;
-    for (const char* call : {"WlanQueryInterface", "WlanGetProfile", "WlanGetNetworkBssList"})
-        gate.FailNth(call, 1, ERROR_GEN_FAILURE);
-    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, Connection(attributes));
-    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, Profile(L"office", 4, xml));
-    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE},
-              WlanGetNetworkBssList(m_client, &m_guid, nullptr, dot11_BSS_type_any, FALSE, nullptr, &list));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, Connection(attributes));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, Profile(L"office", 4, xml));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfBssList());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, WlanCloseHandle(m_client, nullptr));
+    OpenClient();
 }
 
 TEST_F(WlanQueries, WhatIsNoQuestionIsRefused) {
-    PWLAN_BSS_LIST list = nullptr;
-    DOT11_SSID ssid{33, {}};
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER},
-              WlanGetNetworkBssList(m_client, &m_guid, &ssid, dot11_BSS_type_infrastructure, FALSE, nullptr,
-                                    &list));
-    ssid.uSSIDLength = 4;
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER},
-              WlanGetNetworkBssList(m_client, &m_guid, &ssid, dot11_BSS_type_any, FALSE, nullptr, &list));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER},
+    DOT11_SSID tooLong{33, {}}, ssid{4, {}};
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfBssList(&tooLong, dot11_BSS_type_infrastructure));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfBssList(&ssid, dot11_BSS_type_any));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER,
               WlanGetProfile(m_client, &m_guid, nullptr, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER},
-              WlanQueryInterface(m_client, nullptr, wlan_intf_opcode_channel_number, nullptr, nullptr,
-                                 nullptr, nullptr));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, WlanQueryInterface(m_client, nullptr, wlan_intf_opcode_channel_number,
+                                                          nullptr, nullptr, nullptr, nullptr));
 }
 
 }  // namespace

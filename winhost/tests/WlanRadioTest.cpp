@@ -1,34 +1,26 @@
-// The PC's radio joins, leaves and roams, with the notifications of each step.
-#include <wlanapi.h>
-
-#include <string>
-#include <utility>
-#include <vector>
-
+// The PC's radio, as the control socket moves it, and the notifications of each step.
 #include "testbed/Json.h"
 #include "winhost/control/Commands.h"
-#include "winhost/tests/PcFixture.h"
+#include "winhost/tests/WlanFixture.h"
 
 namespace {
 
 using Codes = std::vector<std::pair<DWORD, DWORD>>;  // source and code
 constexpr DWORD kAcm = WLAN_NOTIFICATION_SOURCE_ACM, kMsm = WLAN_NOTIFICATION_SOURCE_MSM;
 
-class WlanRadio : public PcFixture {
+class WlanRadio : public WlanFixture {
   protected:
     void SetUp() override {
-        StartPc([](winhost::PcDescription& pc) {
-            pc.wlanInterfaces = {{"{70A9067B-708F-443C-84BA-BC391FDBF72B}", "Wireless Adapter", 4}};
+        StartPc([](auto& pc) {
+            pc.wlanInterfaces = {{kGuid, "Wireless Adapter", 4}};
             winhost::WlanNetwork home, office;
             office.name = office.ssid = "office";
             pc.wlanNetworks = {home, office};
         });
-        DWORD negotiated = 0;
-        ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &m_client));
-        ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_ALL, TRUE,
-                                                                 Listen, this, nullptr, nullptr));
+        OpenClient();
+        ASSERT_EQ(ERROR_SUCCESS, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_ALL, TRUE,
+                                                          Listen, this, nullptr, nullptr));
     }
-    void TearDown() override { WlanCloseHandle(m_client, nullptr); }
 
     static void WINAPI Listen(PWLAN_NOTIFICATION_DATA data, PVOID context) {
         auto* const test = static_cast<WlanRadio*>(context);
@@ -36,23 +28,28 @@ class WlanRadio : public PcFixture {
         if (data->dwDataSize < sizeof(WLAN_CONNECTION_NOTIFICATION_DATA)) return;
         test->m_profile = static_cast<const WLAN_CONNECTION_NOTIFICATION_DATA*>(data->pData)->strProfileName;
     }
-    Json::Value Answer(const std::string& line) { return winhost::Answer(testbed::ParseObject(line)); }
-    // The interface after the command.
-    Json::Value Do(const std::string& line) {
-        m_codes.clear();
-        const Json::Value answer = Answer(line);
-        EXPECT_TRUE(answer["ok"].asBool()) << answer.toStyledString();
-        return answer["result"]["interfaces"][0];
+    // The arguments of the command as JSON.
+    static Json::Value Answer(const std::string& action, const std::string& arguments) {
+        return winhost::Answer(testbed::ParseObject(R"({"command": "wlan", "action": ")" + action + "\"" +
+                                                    (arguments.empty() ? "}" : ", " + arguments + "}")));
     }
-    std::string Error(const std::string& line) { return Answer(line)["error"].asString(); }
+    Json::Value Result(const std::string& action, const std::string& arguments = "") {
+        m_codes.clear();
+        const Json::Value answer = Answer(action, arguments);
+        EXPECT_TRUE(answer["ok"].asBool()) << answer.toStyledString();
+        return answer["result"];
+    }
+    // The interface after the command.
+    Json::Value Do(const std::string& action, const std::string& arguments = "") {
+        return Result(action, arguments)["interfaces"][0];
+    }
 
-    HANDLE m_client = nullptr;
     Codes m_codes;
     std::wstring m_profile;
 };
 
 TEST_F(WlanRadio, JoinsANetwork) {
-    const Json::Value wlan = Do(R"({"command": "wlan", "action": "join", "network": "office"})");
+    const Json::Value wlan = Do("join", R"("network": "office")");
     EXPECT_EQ("connected", wlan["state"].asString());
     EXPECT_EQ("office", wlan["network"].asString());
     EXPECT_EQ((Codes{{kAcm, 9}, {kMsm, 1}, {kMsm, 2}, {kMsm, 3}, {kMsm, 4}, {kAcm, 10}}), m_codes);
@@ -60,8 +57,8 @@ TEST_F(WlanRadio, JoinsANetwork) {
 }
 
 TEST_F(WlanRadio, LeavesTheNetworkBeforeItJoinsAnotherOne) {
-    Do(R"({"command": "wlan", "action": "join", "network": "office"})");
-    const Json::Value wlan = Do(R"({"command": "wlan", "action": "join", "network": "Home"})");
+    Do("join", R"("network": "office")");
+    const Json::Value wlan = Do("join", R"("network": "Home")");
     EXPECT_EQ("Home", wlan["network"].asString());
     ASSERT_EQ(9u, m_codes.size());
     EXPECT_EQ((Codes{{kAcm, 20}, {kMsm, 10}, {kAcm, 21}, {kAcm, 9}}),
@@ -69,18 +66,17 @@ TEST_F(WlanRadio, LeavesTheNetworkBeforeItJoinsAnotherOne) {
 }
 
 TEST_F(WlanRadio, LeavesItsNetwork) {
-    Do(R"({"command": "wlan", "action": "join", "network": "office"})");
-    const Json::Value wlan = Do(R"({"command": "wlan", "action": "leave"})");
+    Do("join", R"("network": "office")");
+    const Json::Value wlan = Do("leave");
     EXPECT_EQ("disconnected", wlan["state"].asString());
     EXPECT_FALSE(wlan.isMember("network"));
     EXPECT_EQ((Codes{{kAcm, 20}, {kMsm, 10}, {kAcm, 21}}), m_codes);
 }
 
 TEST_F(WlanRadio, RoamsWithinItsNetwork) {
-    Do(R"({"command": "wlan", "action": "join", "network": "office"})");
+    Do("join", R"("network": "office")");
     for (const int channel : {1, 100}) {
-        const Json::Value wlan =
-            Do(R"({"command": "wlan", "action": "roam", "channel": )" + std::to_string(channel) + "}");
+        const Json::Value wlan = Do("roam", "\"channel\": " + std::to_string(channel));
         EXPECT_EQ(channel, wlan["channel"].asInt());
         EXPECT_EQ("connected", wlan["state"].asString());
         EXPECT_EQ((Codes{{kAcm, 7}, {kMsm, 5}, {kMsm, 6}, {kAcm, 26}}), m_codes);
@@ -88,21 +84,51 @@ TEST_F(WlanRadio, RoamsWithinItsNetwork) {
 }
 
 TEST_F(WlanRadio, GetsAnotherKey) {
-    Do(R"({"command": "wlan", "action": "key", "network": "office", "key": "another"})");
-    EXPECT_EQ("another", winhost::Pc::Instance().Description().wlanNetworks[1].key);
+    Do("key", R"("network": "office", "key": "another")");
+    EXPECT_EQ("another", Description().wlanNetworks[1].key);
     EXPECT_EQ((Codes{{kAcm, 15}}), m_codes);
 }
 
+TEST_F(WlanRadio, ANotificationHasArrivedWhenTheAnswerComes) {
+    EXPECT_EQ(1, Result("notify", R"("code": 21)")["listeners"].asInt());
+    EXPECT_EQ((Codes{{kAcm, 21}}), m_codes);
+    Result("notify", R"("code": 4, "source": 16)");
+    EXPECT_EQ((Codes{{kMsm, 4}}), m_codes);
+}
+
+TEST_F(WlanRadio, TheServiceRestartsWithoutItsListeners) {
+    EXPECT_EQ(0, Result("restart")["listeners"].asInt());
+    EXPECT_TRUE(Description().wlanService);
+    EXPECT_EQ(ERROR_INVALID_HANDLE, WlanCloseHandle(std::exchange(m_client, nullptr), nullptr));
+}
+
+TEST_F(WlanRadio, AnInterfaceChangesItsState) {
+    EXPECT_EQ("connected", Do("state", R"("state": "connected")")["state"].asString());
+    EXPECT_EQ(1u, Description().wlanInterfaces[0].state);
+    Do("state", R"("state": 5, "interface": 0)");
+    EXPECT_EQ("associating", Do("read")["state"].asString());
+}
+
 TEST_F(WlanRadio, WhatItCannotDoIsRefused) {
-    EXPECT_EQ("the PC has no network \"none\"",
-              Error(R"({"command": "wlan", "action": "join", "network": "none"})"));
-    EXPECT_EQ("the PC has no WLAN interface 1",
-              Error(R"({"command": "wlan", "action": "join", "network": "office", "interface": 1})"));
-    EXPECT_EQ("the interface is not connected", Error(R"({"command": "wlan", "action": "leave"})"));
-    EXPECT_EQ("the interface is not connected",
-              Error(R"({"command": "wlan", "action": "roam", "channel": 1})"));
-    EXPECT_EQ("the PC has no network \"none\"",
-              Error(R"({"command": "wlan", "action": "key", "network": "none", "key": "x"})"));
+    const struct {
+        const char *action, *arguments, *error;
+    } kRefused[] = {
+        {"join", R"("network": "none")", "the PC has no network \"none\""},
+        {"join", R"("network": "office", "interface": 1)", "the PC has no WLAN interface 1"},
+        {"leave", "", "the interface is not connected"},
+        {"roam", R"("channel": 1)", "the interface is not connected"},
+        {"key", R"("network": "none", "key": "x")", "the PC has no network \"none\""},
+        {"state", R"("state": "flying")", "unknown state \"flying\""},
+        {"state", R"("state": 8)", "\"state\" has to be a whole number from 0 to 7"},
+        {"state", R"("state": 1, "interface": 1)", "the PC has no WLAN interface 1"},
+        {"fly", "", "unknown action \"fly\""},
+        {"notify", "", "\"code\" has to be a whole number from 0 to 4294967295"},
+    };
+    for (const auto& [action, arguments, error] : kRefused) {
+        const Json::Value answer = Answer(action, arguments);
+        EXPECT_FALSE(answer["ok"].asBool()) << action << arguments;
+        EXPECT_EQ(error, answer["error"].asString()) << action << arguments;
+    }
 }
 
 }  // namespace

@@ -1,25 +1,15 @@
 // The WLAN service: interfaces, their state, and whom it tells.
-#include <wlanapi.h>
-
-#include <chrono>
 #include <condition_variable>
 #include <future>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "winhost/core/Gate.h"
-#include "winhost/core/Guid.h"
-#include "winhost/core/HandleTable.h"
-#include "winhost/tests/PcFixture.h"
+#include "winhost/tests/WlanFixture.h"
 #include "winhost/wlan/WlanService.h"
 
 namespace {
 
 using winhost::WlanService;
 
-constexpr const char* kGuid = "{70A9067B-708F-443C-84BA-BC391FDBF72B}";
 constexpr uint32_t kConnected = wlan_notification_acm_connection_complete;
 constexpr uint32_t kDisconnected = wlan_notification_acm_disconnected;
 
@@ -37,24 +27,34 @@ void WINAPI Listen(PWLAN_NOTIFICATION_DATA data, PVOID context) {
     heard->thread = std::this_thread::get_id();
 }
 
-class Wlan : public PcFixture {
+class Wlan : public WlanFixture {
   protected:
     void SetUp() override {
-        StartPc([](winhost::PcDescription& pc) { pc.wlanInterfaces = {{kGuid, "Wireless Adapter", 4}}; });
-        DWORD negotiated = 0;
-        ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &m_client));
-        EXPECT_EQ(2u, negotiated);
+        StartPc([](auto& pc) { pc.wlanInterfaces = {{kGuid, "Wireless Adapter", 4}}; });
+        OpenClient();
     }
     void TearDown() override {
-        if (m_client) {
-            EXPECT_EQ(DWORD{ERROR_SUCCESS}, WlanCloseHandle(m_client, nullptr));
-        }
+        WlanFixture::TearDown();
         EXPECT_EQ(0u, WlanService::Instance().Listeners());
     }
 
+    // What WlanEnumInterfaces lists, and its error.
+    std::vector<WLAN_INTERFACE_INFO> Interfaces() {
+        WLAN_INTERFACE_INFO_LIST* list = nullptr;
+        EXPECT_EQ(ERROR_SUCCESS, WlanEnumInterfaces(m_client, nullptr, &list));
+        EXPECT_EQ(0u, list->dwIndex);
+        const WLAN_INTERFACE_INFO* const first = &list->InterfaceInfo[0];
+        const std::vector<WLAN_INTERFACE_INFO> interfaces(first, first + list->dwNumberOfItems);
+        WlanFreeMemory(list);
+        return interfaces;
+    }
+    static DWORD ErrorOfInterfaces(HANDLE client) {
+        WLAN_INTERFACE_INFO_LIST* list = nullptr;
+        return WlanEnumInterfaces(client, nullptr, &list);
+    }
     void Register(BOOL ignoresDuplicates = TRUE, DWORD source = WLAN_NOTIFICATION_SOURCE_ACM) {
-        EXPECT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(m_client, source, ignoresDuplicates, Listen,
-                                                                 &m_heard, nullptr, nullptr));
+        EXPECT_EQ(ERROR_SUCCESS, WlanRegisterNotification(m_client, source, ignoresDuplicates, Listen,
+                                                          &m_heard, nullptr, nullptr));
     }
     DWORD Unregister() {
         return WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_NONE, TRUE, nullptr, nullptr,
@@ -64,36 +64,25 @@ class Wlan : public PcFixture {
         WlanService::Instance().Notify({code, source, 0, ""});
     }
 
-    HANDLE m_client = nullptr;
     Heard m_heard;
 };
 
 TEST_F(Wlan, ListsTheInterfacesOfThePcAsTheyAreNow) {
-    WLAN_INTERFACE_INFO_LIST* list = nullptr;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanEnumInterfaces(m_client, nullptr, &list));
-    ASSERT_EQ(1u, list->dwNumberOfItems);
-    EXPECT_EQ(0u, list->dwIndex);
-    EXPECT_TRUE(list->InterfaceInfo[0].InterfaceGuid == *winhost::ParseGuid(kGuid));
-    EXPECT_EQ(L"Wireless Adapter", std::wstring(list->InterfaceInfo[0].strInterfaceDescription));
-    EXPECT_EQ(wlan_interface_state_disconnected, list->InterfaceInfo[0].isState);
-    WlanFreeMemory(list);
-    winhost::Pc::Instance().Change([](auto& pc) {
+    auto interfaces = Interfaces();
+    ASSERT_EQ(1u, interfaces.size());
+    EXPECT_TRUE(interfaces[0].InterfaceGuid == m_guid);
+    EXPECT_EQ(L"Wireless Adapter", std::wstring(interfaces[0].strInterfaceDescription));
+    EXPECT_EQ(wlan_interface_state_disconnected, interfaces[0].isState);
+    Change([](auto& pc) {
         pc.wlanInterfaces[0].state = 1;
         pc.wlanInterfaces.push_back({kGuid, "Second", 7});
     });
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanEnumInterfaces(m_client, nullptr, &list));
-    ASSERT_EQ(2u, list->dwNumberOfItems);
-    EXPECT_EQ(wlan_interface_state_connected, list->InterfaceInfo[0].isState);
-    EXPECT_EQ(wlan_interface_state_authenticating, (&list->InterfaceInfo[0])[1].isState);
-    WlanFreeMemory(list);
-}
-
-TEST_F(Wlan, APcWithoutARadioHasAnEmptyList) {
-    winhost::Pc::Instance().Change([](auto& pc) { pc.wlanInterfaces.clear(); });
-    WLAN_INTERFACE_INFO_LIST* list = nullptr;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanEnumInterfaces(m_client, nullptr, &list));
-    EXPECT_EQ(0u, list->dwNumberOfItems);
-    WlanFreeMemory(list);
+    interfaces = Interfaces();
+    ASSERT_EQ(2u, interfaces.size());
+    EXPECT_EQ(wlan_interface_state_connected, interfaces[0].isState);
+    EXPECT_EQ(wlan_interface_state_authenticating, interfaces[1].isState);
+    Change([](auto& pc) { pc.wlanInterfaces.clear(); });
+    EXPECT_TRUE(Interfaces().empty());
 }
 
 TEST_F(Wlan, TellsAListenerOnAThreadOfItsOwn) {
@@ -102,7 +91,7 @@ TEST_F(Wlan, TellsAListenerOnAThreadOfItsOwn) {
     ASSERT_EQ(1u, m_heard.notifications.size());
     EXPECT_EQ(kConnected, m_heard.notifications[0].NotificationCode);
     EXPECT_EQ(DWORD{WLAN_NOTIFICATION_SOURCE_ACM}, m_heard.notifications[0].NotificationSource);
-    EXPECT_TRUE(m_heard.notifications[0].InterfaceGuid == *winhost::ParseGuid(kGuid));
+    EXPECT_TRUE(m_heard.notifications[0].InterfaceGuid == m_guid);
     EXPECT_EQ("profile", m_heard.data[0]);
     EXPECT_NE(std::this_thread::get_id(), m_heard.thread);
 }
@@ -130,7 +119,7 @@ TEST_F(Wlan, ADuplicateIsToldOnlyToWhoWantsIt) {
 TEST_F(Wlan, AnEndedRegistrationHearsNothing) {
     Register();
     EXPECT_EQ(1u, WlanService::Instance().Listeners());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Unregister());
+    EXPECT_EQ(ERROR_SUCCESS, Unregister());
     Notify(kConnected);
     EXPECT_TRUE(m_heard.notifications.empty());
 }
@@ -138,8 +127,8 @@ TEST_F(Wlan, AnEndedRegistrationHearsNothing) {
 TEST_F(Wlan, ARegistrationTellsTheOneBefore) {
     Register();
     DWORD before = 0;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_NONE, TRUE,
-                                                             nullptr, nullptr, nullptr, &before));
+    EXPECT_EQ(ERROR_SUCCESS, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_NONE, TRUE, nullptr,
+                                                      nullptr, nullptr, &before));
     EXPECT_EQ(DWORD{WLAN_NOTIFICATION_SOURCE_ACM}, before);
 }
 
@@ -157,8 +146,8 @@ void WINAPI Stay(PWLAN_NOTIFICATION_DATA, PVOID context) {
 
 TEST_F(Wlan, ClosingWaitsForACallbackThatRuns) {
     Held held;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_ACM, TRUE,
-                                                             Stay, &held, nullptr, nullptr));
+    ASSERT_EQ(ERROR_SUCCESS, WlanRegisterNotification(m_client, WLAN_NOTIFICATION_SOURCE_ACM, TRUE, Stay,
+                                                      &held, nullptr, nullptr));
     std::thread notifier([] { Notify(kConnected); });
     held.entered.get_future().wait();
     auto closed = std::async(std::launch::async, [&] {
@@ -173,13 +162,12 @@ TEST_F(Wlan, ClosingWaitsForACallbackThatRuns) {
 }
 
 TEST_F(Wlan, WithoutItsServiceNothingIsOpened) {
-    StartPc([](winhost::PcDescription& pc) { pc.wlanService = false; });
+    StartPc([](auto& pc) { pc.wlanService = false; });
     DWORD negotiated = 0;
     HANDLE client = nullptr;
-    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, WlanOpenHandle(2, nullptr, &negotiated, &client));
-    WLAN_INTERFACE_INFO_LIST* list = nullptr;
-    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, WlanEnumInterfaces(m_client, nullptr, &list));
-    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, Unregister());
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, WlanOpenHandle(2, nullptr, &negotiated, &client));
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, ErrorOfInterfaces(m_client));
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, Unregister());
 }
 
 TEST_F(Wlan, ARestartOfItsServiceInvalidatesHandlesAndRegistrations) {
@@ -188,58 +176,42 @@ TEST_F(Wlan, ARestartOfItsServiceInvalidatesHandlesAndRegistrations) {
     EXPECT_EQ(0u, WlanService::Instance().Listeners());
     Notify(kConnected);
     EXPECT_TRUE(m_heard.notifications.empty());
-    WLAN_INTERFACE_INFO_LIST* list = nullptr;
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanEnumInterfaces(m_client, nullptr, &list));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Unregister());
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfInterfaces(m_client));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, Unregister());
     const size_t open = winhost::HandleTable::Instance().Size();
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(m_client, nullptr));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, WlanCloseHandle(m_client, nullptr));
     EXPECT_EQ(open - 1, winhost::HandleTable::Instance().Size());
 
-    DWORD negotiated = 0;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, WlanOpenHandle(2, nullptr, &negotiated, &m_client));
+    OpenClient();
     Register();
     Notify(kConnected);
     EXPECT_EQ(1u, m_heard.notifications.size());
 }
 
 TEST_F(Wlan, AStoppedServiceIsNamedBeforeAHandleOfItsLastRun) {
-    const auto run = [](bool runs) {
-        winhost::Pc::Instance().Change([&](auto& pc) { pc.wlanService = runs; });
-    };
-    WLAN_INTERFACE_INFO_LIST* list = nullptr;
+    const auto run = [](bool runs) { Change([&](auto& pc) { pc.wlanService = runs; }); };
     run(false);
-    EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_ACTIVE}, WlanEnumInterfaces(m_client, nullptr, &list));
+    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, ErrorOfInterfaces(m_client));
     run(true);
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanEnumInterfaces(m_client, nullptr, &list));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(m_client, nullptr));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfInterfaces(m_client));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, WlanCloseHandle(m_client, nullptr));
     m_client = nullptr;
 }
 
 TEST_F(Wlan, RefusesWhatIsNoClient) {
     DWORD negotiated = 0;
     WLAN_INTERFACE_INFO_LIST* list = nullptr;
-    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    for (const HANDLE wrong : {HANDLE{nullptr}, event}) {
-        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanEnumInterfaces(wrong, nullptr, &list));
-        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE},
+    for (const HANDLE wrong : {HANDLE{nullptr}, NewEvent()}) {
+        EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfInterfaces(wrong));
+        EXPECT_EQ(ERROR_INVALID_HANDLE,
                   WlanRegisterNotification(wrong, 8, TRUE, Listen, nullptr, nullptr, nullptr));
-        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, WlanCloseHandle(wrong, nullptr));
+        EXPECT_EQ(ERROR_INVALID_HANDLE, WlanCloseHandle(wrong, nullptr));
     }
-    CloseHandle(event);
     EXPECT_FALSE(CloseHandle(m_client)) << "it has a closing call of its own";
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanOpenHandle(2, nullptr, nullptr, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanOpenHandle(0, nullptr, &negotiated, &m_client));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanEnumInterfaces(m_client, &list, &list));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, WlanEnumInterfaces(m_client, nullptr, nullptr));
-}
-
-TEST_F(Wlan, EachCallCanBeMadeToFail) {
-    winhost::Gate& gate = winhost::Gate::Instance();
-    gate.FailNth("WlanRegisterNotification", 1, ERROR_NOT_ENOUGH_MEMORY);
-    gate.FailNth("WlanEnumInterfaces", 1, ERROR_GEN_FAILURE);
-    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, Unregister());
-    WLAN_INTERFACE_INFO_LIST* list = nullptr;
-    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, WlanEnumInterfaces(m_client, nullptr, &list));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, WlanOpenHandle(2, nullptr, nullptr, nullptr));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, WlanOpenHandle(0, nullptr, &negotiated, &m_client));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, WlanEnumInterfaces(m_client, &list, &list));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, WlanEnumInterfaces(m_client, nullptr, nullptr));
 }
 
 TEST(Guid, IsReadFromItsText) {
