@@ -36,9 +36,8 @@ uint64_t Clock::FileTime() const {
     return kFileTimeAt1970 + static_cast<uint64_t>(wall.count() / 100);
 }
 
-int64_t Clock::UnixTime() const {
-    constexpr int64_t kTicksPerSecond = 10'000'000;
-    return static_cast<int64_t>(FileTime() - kFileTimeAt1970) / kTicksPerSecond;
+int64_t Clock::UnixTimeOf(uint64_t fileTime) {
+    return static_cast<int64_t>(fileTime - kFileTimeAt1970) / kTicksPerSecond;
 }
 
 Clock::Deadline Clock::DeadlineIn(uint32_t milliseconds) const {

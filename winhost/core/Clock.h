@@ -37,8 +37,10 @@ class Clock {
     // Time since the PC was started.
     Duration Steady() const;
     // UTC in 100 ns units since 1601, as a FILETIME holds it, and in seconds since 1970.
+    static constexpr int64_t kTicksPerSecond = 10'000'000;
     uint64_t FileTime() const;
-    int64_t UnixTime() const;
+    static int64_t UnixTimeOf(uint64_t fileTime);
+    int64_t UnixTime() const { return UnixTimeOf(FileTime()); }
 
     // Steady() in so many milliseconds; kNever for INFINITE (0xFFFFFFFF).
     Deadline DeadlineIn(uint32_t milliseconds) const;

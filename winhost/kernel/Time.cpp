@@ -85,9 +85,9 @@ SYSTEMTIME FromFileTime(uint64_t fileTime) {
 
 void GetLocalTime(LPSYSTEMTIME time) {
     WINHOST_CALL("GetLocalTime");
-    const Clock& clock = Clock::Instance();
-    const int64_t ticksEast = LocalZone().rules.SecondsEast(clock.UnixTime()) * 10'000'000;
-    *time = FromFileTime(clock.FileTime() + static_cast<uint64_t>(ticksEast));
+    const uint64_t now = Clock::Instance().FileTime();
+    const int64_t secondsEast = LocalZone().rules.SecondsEast(Clock::UnixTimeOf(now));
+    *time = FromFileTime(now + static_cast<uint64_t>(secondsEast * Clock::kTicksPerSecond));
 }
 
 void GetSystemTimeAsFileTime(LPFILETIME time) {
