@@ -4,7 +4,7 @@
 //     WINHOST_GATE("CreateEventA", nullptr);      the error goes to SetLastError, the call returns nullptr
 //     WINHOST_GATE_CODE("RegOpenKeyExA");         the call returns the error itself
 //     WINHOST_GATE_PASS("WlanFreeMemory");        the call has no way to fail: it is counted and delayed only
-//     WINHOST_CALL("GetLocalTime");               so too, and each line of a log makes it: it is not even counted
+//     WINHOST_CALL("GetLocalTime");               so too, and not counted: each line of a log makes it
 // and costs one relaxed increment while nothing is armed for it.
 #pragma once
 
