@@ -1,6 +1,7 @@
 // The start and the end of the cloud client, and its thread in between.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <stdexcept>
 
 #include "tests/unit/cloud/CloudFixture.h"
@@ -318,8 +319,12 @@ TEST_F(CloudClient, ADeinitThatDoesNotReturnIsTerminatedToo) {
 TEST_F(CloudClient, ADeinitThatThrowsEndsNothingElse) {
     ExpectErrors({"nuba_server_deinit of the library", "Unknown error in nuba_server_deinit"});
     Provision();
+    std::atomic<int> calls{0};
     for (const bool isException : {true, false}) {
-        Script().OnDeinit([isException] {
+        Script().OnDeinit([isException, &calls] {
+            // The stop calls only while the thread has not returned: each call waits for the other one.
+            const int both = (++calls + 1) / 2 * 2;
+            EXPECT_TRUE(Eventually([&] { return calls >= both; }));
             if (isException) throw std::runtime_error("of the library");
             throw 5;
         });
