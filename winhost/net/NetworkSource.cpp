@@ -40,13 +40,19 @@ std::vector<Adapter> Adapters() {
     auto described = Pc::Instance().Get(&PcDescription::adapters);
     if (!described) return MachineAdapters();
     AddLoopback(*described);
-    return *described;
+    return *std::move(described);
 }
 
+// A described one is found without a copy of all.
 std::optional<Adapter> AdapterByIndex(uint32_t index) {
-    for (const Adapter& adapter : Adapters())
-        if (adapter.index == index) return adapter;
-    return std::nullopt;
+    const auto find = [index](const std::vector<Adapter>& adapters) {
+        const auto found = std::find_if(adapters.begin(), adapters.end(),
+                                        [&](const Adapter& adapter) { return adapter.index == index; });
+        return found == adapters.end() ? std::nullopt : std::optional(*found);
+    };
+    const auto described = Pc::Instance().Get(
+        [&](const PcDescription& pc) { return pc.adapters ? find(*pc.adapters) : std::nullopt; });
+    return described ? described : find(Adapters());
 }
 
 std::vector<std::string> DnsServers() {
