@@ -152,7 +152,7 @@ class Format {
         return 32;
     }
 
-    static constexpr unsigned kMostDigits = 20;
+    static constexpr unsigned kMostDigits = FixedText<kMessageSize>::kMostDigits;
 
     // Not consteval on purpose: a call ends the compilation at the faulty format.
     static void Mismatch(const char* why);

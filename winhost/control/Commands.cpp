@@ -88,8 +88,8 @@ uint32_t Unsigned32Of(const Json::Value& request, const char* member, uint32_t l
     return static_cast<uint32_t>(NumberOf(request, member, lowest, std::numeric_limits<uint32_t>::max()));
 }
 
-uint32_t Unsigned32Or(const Json::Value& request, const char* member, uint32_t otherwise) {
-    return request.isMember(member) ? Unsigned32Of(request, member) : otherwise;
+uint32_t Unsigned32Or(const Json::Value& request, const char* member, uint32_t otherwise, uint32_t lowest) {
+    return request.isMember(member) ? Unsigned32Of(request, member, lowest) : otherwise;
 }
 
 bool FlagOf(const Json::Value& request, const char* member) {

@@ -45,7 +45,8 @@ std::string TextOf(const Json::Value& request, const char* member);
 int64_t NumberOf(const Json::Value& request, const char* member, int64_t lowest, int64_t highest);
 uint32_t Unsigned32Of(const Json::Value& request, const char* member, uint32_t lowest = 0);
 // The same, and `otherwise` when it is missing.
-uint32_t Unsigned32Or(const Json::Value& request, const char* member, uint32_t otherwise);
+uint32_t Unsigned32Or(const Json::Value& request, const char* member, uint32_t otherwise,
+                      uint32_t lowest = 0);
 bool FlagOf(const Json::Value& request, const char* member);  // false when missing
 
 }  // namespace winhost

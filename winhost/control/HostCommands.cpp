@@ -63,7 +63,7 @@ Json::Value ReadWlan(const Json::Value&) {
 Json::Value NotifyWlan(const Json::Value& request) {
     WlanNotification notification;
     notification.code = Unsigned32Of(request, "code");
-    notification.source = Unsigned32Or(request, "source", notification.source);
+    notification.source = Unsigned32Or(request, "source", notification.source, 1);
     notification.interfaceNumber = InterfaceOf(request);
     WlanService::Instance().Notify(notification);
     return ReadWlan(request);

@@ -118,7 +118,7 @@ std::string Gate::Nearest(const std::string& call) {
     return nearest;
 }
 
-bool Gate::FailsForNobody(const std::string& call) {
+bool Gate::IsInfallible(const std::string& call) {
     static const std::set<std::string> calls = {"CloseHandle",        "closesocket", "ReleaseMutex",
                                                 "ResetEvent",         "SetEvent",    "VariantClear",
                                                 "WaitForSingleObject"};
@@ -149,7 +149,7 @@ uint32_t Gate::ErrorByRule(const char* call) {
     std::lock_guard lock(m_mutex);
     uint32_t error = 0;
     for (Rule& rule : m_rules) {
-        if (rule.call.empty() ? FailsForNobody(call) : rule.call != call) continue;
+        if (rule.call.empty() ? IsInfallible(call) : rule.call != call) continue;
         // A spent rule has no calls left; one that fails for ever stays at its last.
         if (rule.callsLeft == 0 || --rule.callsLeft != 0) continue;
         if (rule.forEver) rule.callsLeft = 1;

@@ -32,15 +32,14 @@ class Gate {
     // Disarms everything and sets all counters to 0.
     void Reset();
     // The Nth call from now (1 is the next) fails with `error`; with `forEver` all after it too. An empty
-    // name counts every call but those that fail for nobody.
+    // name counts every call but the infallible ones.
     void FailNth(const std::string& call, uint64_t n, uint32_t error, bool forEver = false);
     // Asks `judge` at each call that can fail, on the calling thread, with the place in the code that made
     // the call: what it answers is the error, 0 is none. Until the next Reset; several threads ask at a time.
     using Judge = std::function<uint32_t(const char* call, const void* caller)>;
     void Ask(Judge judge);
-    // Whether this call succeeds for everybody who owns what he gives it: to fail it is no fault of the
-    // platform's but of the test's.
-    static bool FailsForNobody(const std::string& call);
+    // True for a call that cannot fail on a valid handle, so that injecting a failure would be a test bug.
+    static bool IsInfallible(const std::string& call);
     // Whether this program holds an implementation of the call.
     static bool Knows(const std::string& call);
     // The known call whose name is most like this one, for a message; empty when none is like it.

@@ -31,7 +31,8 @@ class RegistryTest : public PcFixture {
                   RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<LPBYTE>(bytes.data()), &size));
         return {type, bytes.substr(0, size)};
     }
-    // The error of a query with room for so many bytes, none without room, and the size that it tells.
+    // Queries the value with a buffer of `room` bytes, or with none when `room` is 0. Returns the error and
+    // the size that the call has set.
     static std::pair<LONG, DWORD> Query(HKEY key, const char* name, DWORD room = 0) {
         BYTE bytes[64] = {'x'};
         DWORD size = room;

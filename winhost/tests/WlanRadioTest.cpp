@@ -123,6 +123,7 @@ TEST_F(WlanRadio, WhatItCannotDoIsRefused) {
         {"state", R"("state": 1, "interface": 1)", "the PC has no WLAN interface 1"},
         {"fly", "", "unknown action \"fly\""},
         {"notify", "", "\"code\" has to be a whole number from 0 to 4294967295"},
+        {"notify", R"("code": 4, "source": 0)", "\"source\" has to be a whole number from 1 to 4294967295"},
     };
     for (const auto& [action, arguments, error] : kRefused) {
         const Json::Value answer = Answer(action, arguments);

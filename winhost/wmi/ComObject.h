@@ -94,7 +94,7 @@ class Com {
   public:
     static Com& Instance();
 
-    // True while a thread of the process is in the apartment of many threads, which is then everybody's.
+    // True while some thread of the process is in the apartment. All threads may then use COM objects.
     bool IsReady() const;
     // To be called when an object of another process is first met: from now on it's too late for
     // CoInitializeSecurity. The impersonation level that proxies begin with.
