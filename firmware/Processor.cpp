@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "firmware/Answers.h"
 #include "firmware/Catalogue.h"
@@ -20,6 +21,13 @@ Record As(std::span<const uint8_t> bytes) {
     Record record;
     std::memcpy(&record, bytes.data(), sizeof record);
     return record;
+}
+
+auto DashPeerOf(const Settings& settings) {
+    return std::tie(settings.Dash, settings.DashServer, settings.DashPause);
+}
+auto KvmPeerOf(const Settings& settings) {
+    return std::tie(settings.Kvm, settings.KvmServer);
 }
 
 }  // namespace
@@ -74,10 +82,11 @@ void Processor::ComeBack() {
 
 void Processor::Adopt(Settings settings) {
     settings.Check();
-    const bool keepsKvm = m_screen && settings.Kvm == Peer::Screen;
+    const bool keepsDash = DashPeerOf(settings) == DashPeerOf(m_settings);
+    const bool keepsKvm = KvmPeerOf(settings) == KvmPeerOf(m_settings);
     m_settings = std::move(settings);
-    // A connection that is open meets its new peer with its next packet; a viewer of the screen stays.
-    Retire(m_dash);
+    // An open connection gets its new peer with its next packet.
+    if (!keepsDash) Retire(m_dash);
     if (!keepsKvm) Retire(m_kvm);
     AdoptScreen();
 }

@@ -134,6 +134,25 @@ TEST_F(DashTest, IsNotDisturbedByAnAddressReportOrAKvmConnection) {
     EXPECT_NE(Ask(client, Post()).find("IdentifyResponse"), std::string::npos);
 }
 
+TEST_F(DashTest, KeepsAConnectionWhenOtherSettingsChange) {
+    TlsClient client(m_certificate);
+    ExpectIdentified(client);
+    m_firmware.Change([](Settings& settings) {
+        settings.ProductVendor = "Another";
+        settings.Kvm = Peer::Echo;
+    });
+    EXPECT_NE(Ask(client, Post()).find("Another"), std::string::npos);
+}
+
+TEST_F(DashTest, BeginsAnewWhenTheSettingsOfDashChange) {
+    TlsClient client(m_certificate);
+    ExpectIdentified(client);
+    m_firmware.Change([](Settings& settings) { settings.DashPause = 0; });
+    client.Write(Post());
+    Packet(client.TakeWire());
+    ExpectEnd();
+}
+
 TEST_F(DashTest, SurvivesRandomAndMutatedTlsBytes) {
     std::mt19937 random(99);
     m_firmware.Change([](Settings& settings) { settings.DashPause = 0; });

@@ -187,6 +187,16 @@ TEST_F(BridgeTest, HoldsTheServerBackWhileTheHostDoesNotRead) {
     writer.join();
 }
 
+TEST_F(BridgeTest, KeepsTheConnectionUntilItsOwnServerChanges) {
+    m_host.Ask(MailboxCode::WriteKVMPacket, "one");
+    m_server.Accept();
+    m_firmware.Change([](Settings& settings) { settings.Dash = Peer::Echo; });
+    m_host.Ask(MailboxCode::WriteKVMPacket, "two");
+    EXPECT_EQ(m_server.Read(6), "onetwo");
+    m_firmware.Change([](Settings& settings) { settings.Set("Kvm", "bridge:localhost:1"); });
+    EXPECT_EQ(m_server.Read(1), "");
+}
+
 TEST_F(BridgeTest, EndsTheConnectionAfterTheServersLastByte) {
     m_host.Ask(MailboxCode::WriteDASHPacket, "?");
     m_server.Accept();
