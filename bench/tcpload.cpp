@@ -136,10 +136,12 @@ double Push(Connection& server, size_t megabytes) {
 double Pull(Connection& server, size_t megabytes, size_t window) {
     std::vector<char> request(load::kRequest), buffer(load::kBlock);
     const size_t blocks = megabytes * (1 << 20) / load::kBlock;
-    const auto start = Clock::now();
+    Clock::time_point start;
     size_t asked = 0;
-    for (size_t block = 0; block < blocks; ++block) {
-        for (; asked < std::min(block + window, blocks); ++asked)
+    // The first blocks are not counted.
+    for (size_t block = 0; block < window + blocks; ++block) {
+        if (block == window) start = Clock::now();
+        for (; asked < std::min(block + window, window + blocks); ++asked)
             server.Write(request.data(), request.size());
         server.ReadAll(buffer, load::kBlock);
     }

@@ -5,6 +5,7 @@
 #include <sys/un.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace testbed {
 namespace {
@@ -25,6 +26,21 @@ Descriptor Failed(Descriptor& socket) {
     errno = error;
     return {};
 }
+
+// A message with room for one descriptor. The kernel closes those that do not fit.
+struct MessageWithFile {
+    MessageWithFile(void* bytes, size_t size) : part{bytes, size} {
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+    }
+    cmsghdr& Header() { return *reinterpret_cast<cmsghdr*>(control); }
+
+    iovec part;
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message{};
+};
 
 sockaddr_in Loopback(uint16_t port) {
     sockaddr_in address{};
@@ -102,6 +118,38 @@ bool SendAll(const Descriptor& socket, const void* bytes, size_t size) {
         done += static_cast<size_t>(sent);
     }
     return true;
+}
+
+bool SendWithFile(const Descriptor& socket, const void* bytes, size_t size, const Descriptor& file) {
+    MessageWithFile out(const_cast<void*>(bytes), size);
+    if (file) {
+        out.Header().cmsg_len = CMSG_LEN(sizeof(int));
+        out.Header().cmsg_level = SOL_SOCKET;
+        out.Header().cmsg_type = SCM_RIGHTS;
+        const int number = file.Get();
+        std::memcpy(CMSG_DATA(&out.Header()), &number, sizeof number);
+    } else {
+        out.message.msg_controllen = 0;
+    }
+    return sendmsg(socket.Get(), &out.message, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(size);
+}
+
+ssize_t ReceiveWithFile(const Descriptor& socket, void* bytes, size_t size, Descriptor& file) {
+    MessageWithFile in(bytes, size);
+    const ssize_t received = recvmsg(socket.Get(), &in.message, MSG_CMSG_CLOEXEC);
+    if (received > 0 && in.message.msg_controllen >= CMSG_LEN(sizeof(int)) &&
+        in.Header().cmsg_type == SCM_RIGHTS) {
+        int number = -1;
+        std::memcpy(&number, CMSG_DATA(&in.Header()), sizeof number);
+        file = Descriptor(number);
+    }
+    return received;
+}
+
+bool IsUnix(const Descriptor& socket) {
+    int domain = 0;
+    socklen_t size = sizeof domain;
+    return getsockopt(socket.Get(), SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
 }
 
 size_t ReceiveAll(const Descriptor& socket, void* bytes, size_t size) {

@@ -3,6 +3,7 @@
 
 #include <sys/socket.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -30,5 +31,12 @@ uint16_t PortOf(const Descriptor& socket);
 bool SendAll(const Descriptor& socket, const void* bytes, size_t size);
 // Blocks until so many bytes have come; fewer only when the connection ends.
 size_t ReceiveAll(const Descriptor& socket, void* bytes, size_t size);
+
+// Sends bytes over a Unix socket, the file's descriptor with them unless it is empty. Does not block: false
+// when not all of them could be sent. They must be few enough for that to mean none of them.
+bool SendWithFile(const Descriptor& socket, const void* bytes, size_t size, const Descriptor& file);
+// What recv returns. A file that came with the bytes replaces `file`.
+ssize_t ReceiveWithFile(const Descriptor& socket, void* bytes, size_t size, Descriptor& file);
+bool IsUnix(const Descriptor& socket);
 
 }  // namespace testbed

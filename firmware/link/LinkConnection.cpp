@@ -10,6 +10,7 @@
 
 #include "firmware/Firmware.h"
 #include "firmware/link/LinkServer.h"
+#include "testbed/Sockets.h"
 
 namespace mpm {
 
@@ -52,7 +53,10 @@ void LinkConnection::Read() {
         m_inputEnd -= std::exchange(m_inputStart, 0);
         if (m_input.size() - m_inputEnd < kReadSize / 2) m_input.resize(m_inputEnd + kReadSize);
     }
-    const ssize_t count = recv(m_socket.Get(), m_input.data() + m_inputEnd, m_input.size() - m_inputEnd, 0);
+    testbed::Descriptor file;
+    const ssize_t count =
+        testbed::ReceiveWithFile(m_socket, m_input.data() + m_inputEnd, m_input.size() - m_inputEnd, file);
+    if (file) m_memory = testbed::SharedMemory<mpmlink::LinkMemory>(file);
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (count <= 0) return m_server.Drop(m_number, "");
     m_inputEnd += size_t(count);
@@ -70,14 +74,39 @@ void LinkConnection::HandleFrames() {
         if (available - sizeof header < header.size) break;
         const std::span payload(m_input.data() + m_inputStart + sizeof header, header.size);
         m_inputStart += sizeof header + header.size;
-        m_server.OnFrame(*this, header, payload);
+        if (header.kind == mpmlink::Kind::LargeRequest)
+            HandleLargeRequest(header, payload);
+        else
+            m_server.OnFrame(*this, header, payload);
     }
     if (m_inputStart == m_inputEnd) m_inputStart = m_inputEnd = 0;
     if (m_socket) UpdateEvents();
 }
 
+void LinkConnection::HandleLargeRequest(mpmlink::Header header, std::span<const uint8_t> payload) {
+    mpmlink::LargeRequest frame{};
+    std::span<const uint8_t> input;
+    if (m_memory && payload.size() == sizeof frame - sizeof header) {
+        std::memcpy(&frame.position, payload.data(), payload.size());
+        input = m_memory->toFirmware.Get(frame.position, frame.size);
+    }
+    if (input.empty()) return m_server.Drop(m_number, "a large request without its input");
+    header.kind = mpmlink::Kind::Request;
+    header.size = frame.size;
+    m_server.OnFrame(*this, header, input);
+    m_memory->toFirmware.Release(frame.position, frame.size);
+}
+
 void LinkConnection::SendFrame(const mpmlink::Header& header, std::span<const uint8_t> payload,
                                std::span<const uint8_t> trailer) {
+    if (header.kind == mpmlink::Kind::Message && header.size >= mpmlink::kLarge && m_memory)
+        if (const auto position = m_memory->toHost.Put(payload, trailer))
+            return Write({0, mpmlink::Kind::LargeMessage, *position, 0, header.size}, {}, {});
+    Write(header, payload, trailer);
+}
+
+void LinkConnection::Write(const mpmlink::Header& header, std::span<const uint8_t> payload,
+                           std::span<const uint8_t> trailer) {
     iovec parts[] = {{const_cast<mpmlink::Header*>(&header), sizeof header},
                      {const_cast<uint8_t*>(payload.data()), payload.size()},
                      {const_cast<uint8_t*>(trailer.data()), trailer.size()}};

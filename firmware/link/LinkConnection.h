@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "firmware/EventLoop.h"
+#include "firmware/link/LinkMemory.h"
 #include "firmware/link/LinkProtocol.h"
+#include "testbed/SharedMemory.h"
 
 namespace mpm {
 
@@ -32,6 +34,9 @@ class LinkConnection : public std::enable_shared_from_this<LinkConnection> {
     void OnReady(uint32_t events);
     void Read();
     void HandleFrames();
+    void HandleLargeRequest(mpmlink::Header header, std::span<const uint8_t> payload);
+    void Write(const mpmlink::Header& header, std::span<const uint8_t> payload,
+               std::span<const uint8_t> trailer);
     void WriteUnsent();
     void UpdateEvents();
 
@@ -42,6 +47,7 @@ class LinkConnection : public std::enable_shared_from_this<LinkConnection> {
     uint32_t m_watchedEvents = 0;
     std::vector<uint8_t> m_input;  // capacity in use; the bytes of [m_inputStart, m_inputEnd) await handling
     size_t m_inputStart = 0, m_inputEnd = 0;
+    testbed::SharedMemory<mpmlink::LinkMemory> m_memory;  // that the host has offered
     std::vector<uint8_t> m_unsent;
     size_t m_unsentStart = 0;
 };

@@ -6,6 +6,11 @@
 // the firmware's messages arrive on that connection, one frame a message; the host takes a frame from the
 // socket only when a read is pending for it, so that an unread message waits in the socket and TCP holds the
 // firmware back.
+//
+// Over a Unix socket the bytes of large requests and messages go through memory that both processes have
+// mapped, so that they are copied as often as a driver copies them. The first frame that a host sends to
+// listen, or with a large input, carries the descriptor of that memory (SCM_RIGHTS, LinkMemory.h). Without
+// memory, or without room in it, the bytes go through the socket.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +23,8 @@ enum class Kind : uint32_t {
     Cancel = 3,    // host to firmware: id of a request whose caller has gone; it is not answered any more
     Listen = 4,    // host to firmware: messages go to this connection
     Message = 5,   // firmware to host: payload = the bytes that complete one read, trailer included
+    LargeRequest = 6,  // host to firmware: as Request, but the input is in memory (LargeRequest)
+    LargeMessage = 7,  // firmware to host: as Message, but id = position in memory, value = number of bytes
 };
 
 #pragma pack(push, 1)
@@ -28,8 +35,17 @@ struct Header {
     uint32_t code;   // control code of a request; 0 in other frames
     uint32_t value;  // see Kind
 };
+
+struct LargeRequest {
+    Header header;
+    uint32_t position;
+    uint32_t size;  // bytes of input
+};
 #pragma pack(pop)
 static_assert(sizeof(Header) == 20);
+
+// What has fewer bytes goes through the socket, with its header.
+inline constexpr uint32_t kLarge = 16u << 10;
 
 // A frame above this is a broken peer: the connection is closed.
 inline constexpr uint32_t kMaxPayload = 1u << 20;

@@ -111,6 +111,8 @@ void LinkServer::OnFrame(LinkConnection& from, const mpmlink::Header& header,
             return StartListening(from);
         case mpmlink::Kind::Response:
         case mpmlink::Kind::Message:
+        case mpmlink::Kind::LargeRequest:  // has become a Request
+        case mpmlink::Kind::LargeMessage:
             break;
     }
     Drop(from.Number(), "a frame of kind " + std::to_string(uint32_t(header.kind)));

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "testbed/Sockets.h"
 #include "winhost/io/MailboxDevice.h"
 
 namespace winhost {
@@ -54,9 +55,37 @@ DWORD MailboxHandle::Pend(Pending request, Header frame, const void* payload) {
     return ERROR_IO_PENDING;
 }
 
+// Sends a frame whose payload goes through the shared memory, and the first read, which offers that memory.
+// False when the frame has to be sent without.
+bool MailboxHandle::SendWithMemory(const Header& header, const void* payload) {
+    if (!m_unsent.empty()) return false;
+    testbed::Descriptor offered;
+    if (!m_memory) {
+        if (testbed::IsUnix(m_socket)) offered = testbed::MakeMemoryFile(sizeof(mpmlink::LinkMemory));
+        m_memory.emplace(offered);
+    }
+    if (!*m_memory) return false;
+    mpmlink::LargeRequest frame{header, 0, header.size};
+    size_t size = sizeof header;
+    if (header.size != 0) {
+        const auto position =
+            (*m_memory)->toFirmware.Put({static_cast<const uint8_t*>(payload), header.size});
+        if (!position) return false;
+        size = sizeof frame;
+        frame.header.kind = Kind::LargeRequest;
+        frame.header.size = sizeof frame - sizeof header;
+        frame.position = *position;
+    }
+    if (testbed::SendWithFile(m_socket, &frame, size, offered)) return true;
+    if (offered) m_memory.reset();
+    return false;
+}
+
 // Header and payload go with one system call, from the caller's own buffer, unless the socket is full.
 DWORD MailboxHandle::Send(const Header& header, const void* payload) {
     if (m_unsent.size() == kMostUnsent) return ERROR_NO_SYSTEM_RESOURCES;
+    if ((header.kind == Kind::Listen || header.size >= mpmlink::kLarge) && SendWithMemory(header, payload))
+        return ERROR_SUCCESS;
     size_t sent = 0;
     if (m_unsent.empty()) {
         iovec parts[] = {{const_cast<Header*>(&header), sizeof header},

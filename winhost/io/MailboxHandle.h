@@ -5,11 +5,15 @@
 #include <functional>
 #include <list>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
+#include "firmware/link/LinkMemory.h"
 #include "firmware/link/LinkProtocol.h"
 #include "testbed/Descriptor.h"
+#include "testbed/SharedMemory.h"
 #include "winhost/io/FileObject.h"
 #include "winhost/pipe/Interrupt.h"
 
@@ -59,6 +63,7 @@ class MailboxHandle : public OverlappedFile {
     // The caller of each of these holds m_mutex, and completes what was withdrawn when it doesn't any more.
     DWORD Pend(Pending request, mpmlink::Header frame, const void* payload);
     DWORD Send(const mpmlink::Header& header, const void* payload);
+    bool SendWithMemory(const mpmlink::Header& header, const void* payload);
     void SendKept();
     void Withdraw(PendingList::iterator entry, PendingList& withdrawn);
     PendingList WithdrawAll();
@@ -66,6 +71,8 @@ class MailboxHandle : public OverlappedFile {
     Progress ReceiveFrame();
     Progress ReceiveSome(void* into, size_t room);
     bool FindTaker();
+    bool IsWellFormed() const;
+    std::span<const uint8_t> BytesInMemory() const;
     bool IsStalled() const { return m_received == sizeof m_header && !m_isAddressed; }
 
     const testbed::Descriptor m_socket;
@@ -77,6 +84,8 @@ class MailboxHandle : public OverlappedFile {
     std::mutex m_mutex;
     PendingList m_pending;  // oldest first
     std::deque<std::string> m_unsent;
+    // Offered to the firmware with the first frame that needs it; empty over TCP.
+    std::optional<testbed::SharedMemory<mpmlink::LinkMemory>> m_memory;
     uint32_t m_lastId = 0;
     bool m_isListening = false;
     bool m_isClosed = false;

@@ -2,14 +2,15 @@
 // what comes from the firmware.
 //
 // The payload of a frame is taken only when a request is there for it: a message that nothing reads yet stays
-// in the socket, which holds the firmware back, but for a few hundred bytes. The payload goes straight into
-// the buffer of the request.
+// in the socket, which holds the firmware back, but for a few hundred bytes and what the shared memory has
+// room for. The payload goes straight into the buffer of the request.
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "winhost/io/MailboxHandle.h"
 
@@ -18,11 +19,6 @@ namespace winhost {
 using mpmlink::Kind;
 
 namespace {
-
-bool IsWellFormed(const mpmlink::Header& header) {
-    return header.size <= mpmlink::kMaxPayload &&
-           (header.kind == Kind::Response || header.kind == Kind::Message);
-}
 
 bool IsToBeTriedAgain(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -126,9 +122,7 @@ MailboxHandle::Progress MailboxHandle::ReceiveFrame() {
     while (progress == Progress::Done && m_received < sizeof m_header)
         progress = ReceiveSome(reinterpret_cast<char*>(&m_header) + m_received, sizeof m_header - m_received);
     if (progress != Progress::Done) return progress;
-    if (!IsWellFormed(m_header)) return Progress::Broken;
-    // Nothing would ever read it, and what comes behind it would wait for that.
-    if (m_header.kind == Kind::Message && !m_isListening) return Progress::Broken;
+    if (!IsWellFormed()) return Progress::Broken;
     if (!m_isAddressed && !FindTaker()) return Progress::NotYet;
     char dropped[4096];
     while (progress == Progress::Done && m_received < sizeof m_header + m_header.size) {
@@ -140,10 +134,30 @@ MailboxHandle::Progress MailboxHandle::ReceiveFrame() {
     return progress;
 }
 
+// A message that comes before the first read would be read by nothing, and what comes behind it would wait
+// for that.
+bool MailboxHandle::IsWellFormed() const {
+    switch (m_header.kind) {
+        case Kind::Response:
+            return m_header.size <= mpmlink::kMaxPayload;
+        case Kind::Message:
+            return m_header.size <= mpmlink::kMaxPayload && m_isListening;
+        case Kind::LargeMessage:
+            return m_header.size == 0 && m_isListening && !BytesInMemory().empty();
+        default:
+            return false;
+    }
+}
+
+std::span<const uint8_t> MailboxHandle::BytesInMemory() const {
+    if (!m_memory || !*m_memory) return {};
+    return (*m_memory)->toHost.Get(m_header.id, m_header.value);
+}
+
 // Finds the request that the frame is for: of a message the oldest read, of a response the one with its id,
 // unless that was cancelled. False for a message that has to wait for a read.
 bool MailboxHandle::FindTaker() {
-    const bool isMessage = m_header.kind == Kind::Message;
+    const bool isMessage = m_header.kind != Kind::Response;
     m_taker = std::find_if(m_pending.begin(), m_pending.end(), [&](const Pending& entry) {
         return isMessage ? entry.IsRead() : !entry.IsRead() && entry.id == m_header.id;
     });
@@ -155,10 +169,14 @@ bool MailboxHandle::FindTaker() {
     // Buffers are filled for a success and for the warning that not all of the answer fitted; any other error
     // brings nothing.
     if (m_error == ERROR_SUCCESS || m_error == ERROR_MORE_DATA) {
-        // A copy, as a field of the packed header may be misaligned.
-        const DWORD size = m_header.size;
+        const bool isInMemory = m_header.kind == Kind::LargeMessage;
+        const DWORD size = isInMemory ? m_header.value : m_header.size;
         m_wanted = std::min(size, m_taker->room);
         if (size > m_taker->room) m_error = ERROR_MORE_DATA;
+        if (isInMemory) {
+            std::memcpy(m_taker->buffer, BytesInMemory().data(), m_wanted);
+            (*m_memory)->toHost.Release(m_header.id, size);
+        }
     }
     return true;
 }

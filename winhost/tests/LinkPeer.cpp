@@ -30,7 +30,9 @@ LinkPeer::Connection LinkPeer::Accept() {
 
 size_t LinkPeer::Connection::ReceiveSome(char* bytes, size_t size) {
     AwaitInput(m_socket.Get());
-    const ssize_t count = recv(m_socket.Get(), bytes, size, 0);
+    testbed::Descriptor file;
+    const ssize_t count = testbed::ReceiveWithFile(m_socket, bytes, size, file);
+    if (file) m_memory = testbed::SharedMemory<mpmlink::LinkMemory>(file);
     return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
@@ -46,7 +48,19 @@ LinkPeer::Frame LinkPeer::Connection::Receive() {
     receive(reinterpret_cast<char*>(&frame.header), sizeof frame.header);
     frame.payload.resize(frame.header.size);
     receive(frame.payload.data(), frame.payload.size());
+    if (frame.header.kind == mpmlink::Kind::LargeRequest) TakeInput(frame);
     return frame;
+}
+
+void LinkPeer::Connection::TakeInput(Frame& frame) {
+    mpmlink::LargeRequest request{};
+    frame.payload.copy(reinterpret_cast<char*>(&request.position), sizeof request - sizeof request.header);
+    const auto input = m_memory->toFirmware.Get(request.position, request.size);
+    frame.payload.assign(input.begin(), input.end());
+    frame.wasInMemory = true;
+    frame.header.kind = mpmlink::Kind::Request;
+    frame.header.size = request.size;
+    m_memory->toFirmware.Release(request.position, request.size);
 }
 
 bool LinkPeer::Connection::AwaitEnd() {
@@ -69,6 +83,13 @@ void LinkPeer::Connection::Respond(const Frame& request, uint32_t error, const s
 void LinkPeer::Connection::SendMessage(const std::string& bytes) {
     SendHeader({static_cast<uint32_t>(bytes.size()), mpmlink::Kind::Message, 0, 0, 0});
     SendBytes(bytes.data(), bytes.size());
+}
+
+void LinkPeer::Connection::SendLargeMessage(const std::string& bytes) {
+    const auto position =
+        m_memory->toHost.Put({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+    if (!position) throw std::runtime_error("the memory is full");
+    SendHeader({0, mpmlink::Kind::LargeMessage, *position, 0, static_cast<uint32_t>(bytes.size())});
 }
 
 void LinkPeer::Connection::SendHeader(const mpmlink::Header& header) {

@@ -3,8 +3,10 @@
 
 #include <string>
 
+#include "firmware/link/LinkMemory.h"
 #include "firmware/link/LinkProtocol.h"
 #include "testbed/Descriptor.h"
+#include "testbed/SharedMemory.h"
 
 // All waits give up after ten seconds with an exception, which fails the test.
 class LinkPeer {
@@ -12,6 +14,7 @@ class LinkPeer {
     struct Frame {
         mpmlink::Header header{};
         std::string payload;
+        bool wasInMemory = false;
     };
 
     // One handle of the device.
@@ -19,6 +22,7 @@ class LinkPeer {
       public:
         explicit Connection(testbed::Descriptor socket) : m_socket(std::move(socket)) {}
 
+        // A large request comes as a request with its input.
         Frame Receive();
         // Waits for the host to end the connection; false when it sends a frame instead.
         bool AwaitEnd();
@@ -27,13 +31,17 @@ class LinkPeer {
 
         void Respond(const Frame& request, uint32_t error, const std::string& payload = {});
         void SendMessage(const std::string& bytes);
+        // Through the memory that the host has offered.
+        void SendLargeMessage(const std::string& bytes);
         void SendHeader(const mpmlink::Header& header);
         void SendBytes(const void* bytes, size_t size);
         void Close() { m_socket.Close(); }
 
       private:
         size_t ReceiveSome(char* bytes, size_t size);
+        void TakeInput(Frame& frame);
         testbed::Descriptor m_socket;
+        testbed::SharedMemory<mpmlink::LinkMemory> m_memory;
     };
 
     explicit LinkPeer(const std::string& path);

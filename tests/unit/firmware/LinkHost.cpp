@@ -59,9 +59,24 @@ std::optional<std::vector<uint8_t>> LinkHost::AwaitMessage(std::chrono::millisec
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (m_messages.empty())
         if (Receive(deadline) != Got::Something) return std::nullopt;
-    const auto message = m_messages.front();
+    const auto message = m_messages.front().payload;
     m_messages.pop_front();
     return message;
+}
+
+void LinkHost::OfferMemory(const testbed::Descriptor& file) {
+    const mpmlink::Header header{0, mpmlink::Kind::Listen, 0, 0, 0};
+    if (!testbed::SendWithFile(m_socket, &header, sizeof header, file))
+        throw std::runtime_error("the firmware takes nothing");
+}
+
+LinkHost::Frame LinkHost::AwaitFrame() {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (m_messages.empty())
+        if (Receive(deadline) != Got::Something) throw std::runtime_error("no message");
+    const Frame frame = m_messages.front();
+    m_messages.pop_front();
+    return frame;
 }
 
 bool LinkHost::AwaitClosed(std::chrono::milliseconds patience) {
@@ -100,7 +115,8 @@ LinkHost::Got LinkHost::Receive(std::chrono::steady_clock::time_point deadline) 
         const uint8_t* payload = m_input.data() + start + sizeof header;
         const std::vector<uint8_t> bytes(payload, payload + header.size);
         if (header.kind == mpmlink::Kind::Response) m_responses[header.id] = {header.value, bytes};
-        if (header.kind == mpmlink::Kind::Message) m_messages.push_back(bytes);
+        if (header.kind == mpmlink::Kind::Message || header.kind == mpmlink::Kind::LargeMessage)
+            m_messages.push_back({header, bytes});
     }
     m_input.erase(m_input.begin(), m_input.begin() + ptrdiff_t(start));
     return Got::Something;

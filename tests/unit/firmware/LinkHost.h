@@ -12,7 +12,9 @@
 
 #include "testbed/Descriptor.h"
 #include "firmware/Firmware.h"
+#include "firmware/link/LinkMemory.h"
 #include "firmware/link/LinkProtocol.h"
+#include "testbed/SharedMemory.h"
 
 namespace mpm::test {
 
@@ -34,6 +36,11 @@ class LinkHost {
         std::vector<uint8_t> output;
     };
 
+    struct Frame {
+        mpmlink::Header header{};
+        std::vector<uint8_t> payload;
+    };
+
     explicit LinkHost(const std::string& address);
 
     // Sends a request and waits for its answer.
@@ -45,6 +52,10 @@ class LinkHost {
     void Listen();
     // The next message, trailer included.
     std::optional<std::vector<uint8_t>> AwaitMessage(std::chrono::milliseconds patience = kPatience);
+    // Listens, and offers the file as memory.
+    void OfferMemory(const testbed::Descriptor& file);
+    // The next message as it came. Throws when there is none.
+    Frame AwaitFrame();
     void SendBytes(std::span<const uint8_t> bytes);
     bool AwaitClosed(std::chrono::milliseconds patience = kPatience);
     void Close() { m_socket.Close(); }
@@ -58,7 +69,7 @@ class LinkHost {
     uint32_t m_lastId = 0;
     std::vector<uint8_t> m_input;
     std::map<uint32_t, Response> m_responses;
-    std::deque<std::vector<uint8_t>> m_messages;
+    std::deque<Frame> m_messages;
 };
 
 // The payload of a message that carries this command; fails the test when it carries another.
