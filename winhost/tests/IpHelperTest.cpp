@@ -4,8 +4,6 @@
 
 namespace {
 
-static_assert(sizeof(IP_ADAPTER_INFO) == 704 && sizeof(FIXED_INFO) == 600);
-
 winhost::Adapter Unplugged() {
     winhost::Adapter adapter;
     adapter.name = "{B6E9B2C0-4B2A-4E67-9E0C-66A1D0A1B201}";
