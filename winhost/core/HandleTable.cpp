@@ -9,9 +9,9 @@ namespace winhost {
 
 namespace {
 
-std::string ClassNameOf(const Object& object) {
+std::string NameOf(const std::type_info& type) {
     const std::unique_ptr<char, decltype(&std::free)> name(
-        abi::__cxa_demangle(typeid(object).name(), nullptr, nullptr, nullptr), &std::free);
+        abi::__cxa_demangle(type.name(), nullptr, nullptr, nullptr), &std::free);
     return name.get();
 }
 
@@ -44,10 +44,15 @@ size_t HandleTable::Size() const {
 }
 
 std::vector<std::string> HandleTable::Kinds() {
-    std::lock_guard lock(m_lock);
+    std::vector<const std::type_info*> types;
+    {
+        std::lock_guard lock(m_lock);
+        for (const auto& [number, object] : m_objects)
+            types.push_back(&typeid(*object));
+    }
     std::vector<std::string> kinds;
-    for (const auto& [number, object] : m_objects)
-        kinds.push_back(ClassNameOf(*object));
+    for (const std::type_info* type : types)
+        kinds.push_back(NameOf(*type));
     return kinds;
 }
 

@@ -21,7 +21,4 @@ std::vector<Export> DxgiExports();
 std::vector<Export> Direct3DExports();
 std::vector<Export> DisplayDriverExports();
 
-// Handles of the display driver that are open, so that a test sees a leak.
-size_t OpenDisplayDriverHandles();
-
 }  // namespace winhost

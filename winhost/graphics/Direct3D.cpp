@@ -60,17 +60,18 @@ D3D_FEATURE_LEVEL LevelOf(uint32_t described) {
     return static_cast<D3D_FEATURE_LEVEL>((described / 10) << 12 | (described % 10) << 8);
 }
 
-// What a device is made of: an adapter, or software.
+// The highest level of a device: that of its adapter, or of the software that works without one.
 HRESULT FindLevel(IDXGIAdapter* adapter, D3D_DRIVER_TYPE type, HMODULE library, uint32_t& featureLevel) {
-    constexpr uint32_t kLevelOfSoftware = 111;
-    const bool isSoftware = type == D3D_DRIVER_TYPE_SOFTWARE;
-    if (!isSoftware && type != D3D_DRIVER_TYPE_UNKNOWN) return DXGI_ERROR_UNSUPPORTED;
-    if (isSoftware == (adapter != nullptr)) return E_INVALIDARG;
+    if (type == D3D_DRIVER_TYPE_SOFTWARE) {
+        const bool isThere = Pc::Instance().Get(&PcDescription::softwareDirect3d);
+        if (!isThere || adapter || library) return E_INVALIDARG;
+        featureLevel = 111;
+        return S_OK;
+    }
+    if (type != D3D_DRIVER_TYPE_UNKNOWN) return DXGI_ERROR_UNSUPPORTED;
     const auto* own = dynamic_cast<DxgiAdapter*>(adapter);
-    const bool has =
-        isSoftware ? !library && Pc::Instance().Get(&PcDescription::softwareDirect3d) : own != nullptr;
-    if (!has) return E_INVALIDARG;
-    featureLevel = isSoftware ? kLevelOfSoftware : own->Described().featureLevel;
+    if (!own) return E_INVALIDARG;
+    featureLevel = own->Described().featureLevel;
     return S_OK;
 }
 

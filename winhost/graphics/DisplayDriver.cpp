@@ -1,11 +1,8 @@
 // The display drivers of the graphics adapters, as gdi32.dll reaches them.
 #include <algorithm>
-#include <array>
 #include <cstring>
-#include <map>
-#include <mutex>
+#include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include <winbase.h>
@@ -13,6 +10,7 @@
 #include "KVMDisplayMgrLib/src/D3dkmt.h"
 #include "testbed/Utf8.h"
 #include "winhost/core/Gate.h"
+#include "winhost/core/HandleTable.h"
 #include "winhost/graphics/Adapters.h"
 #include "winhost/pc/Pc.h"
 
@@ -20,7 +18,8 @@ namespace winhost {
 namespace {
 
 constexpr auto kSuccess = LONG{0}, kInvalidParameter = static_cast<LONG>(0xC000000D),
-               kNotSupported = static_cast<LONG>(0xC00000BB), kDeviceRemoved = static_cast<LONG>(0xC00002B6);
+               kNoMemory = static_cast<LONG>(0xC0000017), kNotSupported = static_cast<LONG>(0xC00000BB),
+               kDeviceRemoved = static_cast<LONG>(0xC00002B6);
 
 // The driver's private data, as far as it is known: the engine count, the engine table and the core count.
 constexpr size_t kFixedPart = 2400, kEngineBlock = 14848, kMostBlocks = 4;
@@ -32,38 +31,30 @@ constexpr uint32_t kPrefixKind = 2, kPrefixVersion = 0x10002;
 constexpr uint32_t kToTheDriver = 0;  // a type of escape
 
 enum class Kind { Adapter, Device, Context };
-struct Entry {
-    Kind kind;
-    uint64_t luid;
+
+// What a handle of the driver names: an adapter, or something of it.
+template <Kind>
+struct DriverObject final : Object {
+    explicit DriverObject(uint64_t adapter) : luid(adapter) {}
+    bool IsClosedByCloseHandle() const override { return false; }
+    const uint64_t luid;
 };
 
-struct Handles {
-    std::mutex mutex;
-    std::map<d3dkmt::Handle, Entry> open;
-    d3dkmt::Handle next = 0x40000000;
-};
-
-// Never destroyed: handles may be open until the process is gone.
-Handles& TheHandles() {
-    static Handles& handles = *new Handles;
-    return handles;
+HANDLE InTable(d3dkmt::Handle handle) {
+    return reinterpret_cast<HANDLE>(uintptr_t{handle});
 }
 
-d3dkmt::Handle Add(Kind kind, uint64_t luid) {
-    constexpr d3dkmt::Handle kStep = 0x40;
-    Handles& handles = TheHandles();
-    std::lock_guard lock(handles.mutex);
-    handles.open[handles.next += kStep] = {kind, luid};
-    return handles.next;
+template <Kind kind>
+LONG Add(uint64_t luid, d3dkmt::Handle& handle) {
+    const HANDLE added = HandleTable::Instance().Add(std::make_shared<DriverObject<kind>>(luid));
+    // The table's numbers pass 32 bits with a thousand million handles.
+    handle = static_cast<d3dkmt::Handle>(reinterpret_cast<uintptr_t>(added));
+    return added ? kSuccess : kNoMemory;
 }
 
-LONG Remove(Kind kind, d3dkmt::Handle handle) {
-    Handles& handles = TheHandles();
-    std::lock_guard lock(handles.mutex);
-    const auto found = handles.open.find(handle);
-    if (found == handles.open.end() || found->second.kind != kind) return kInvalidParameter;
-    handles.open.erase(found);
-    return kSuccess;
+template <Kind kind>
+LONG Remove(d3dkmt::Handle handle) {
+    return HandleTable::Instance().Close<DriverObject<kind>>(InTable(handle)) ? kSuccess : kInvalidParameter;
 }
 
 std::optional<GraphicsAdapter> AdapterWith(uint64_t luid) {
@@ -73,16 +64,11 @@ std::optional<GraphicsAdapter> AdapterWith(uint64_t luid) {
 }
 
 // The adapter of a handle; the error when there is none, or the adapter has gone.
-LONG Find(Kind kind, d3dkmt::Handle handle, GraphicsAdapter& adapter) {
-    uint64_t luid = 0;
-    {
-        Handles& handles = TheHandles();
-        std::lock_guard lock(handles.mutex);
-        const auto found = handles.open.find(handle);
-        if (found == handles.open.end() || found->second.kind != kind) return kInvalidParameter;
-        luid = found->second.luid;
-    }
-    auto known = AdapterWith(luid);
+template <Kind kind>
+LONG Find(d3dkmt::Handle handle, GraphicsAdapter& adapter) {
+    const auto object = HandleTable::Instance().Find<DriverObject<kind>>(InTable(handle));
+    if (!object) return kInvalidParameter;
+    auto known = AdapterWith(object->luid);
     if (!known) return kDeviceRemoved;
     adapter = std::move(*known);
     return kSuccess;
@@ -169,47 +155,44 @@ LONG WINAPI OpenAdapterFromLuid(d3dkmt::OpenAdapterFromLuid* arguments) {
     WINHOST_GATE_CODE("D3DKMTOpenAdapterFromLuid");
     const uint64_t luid = NumberOf(arguments->AdapterLuid);
     if (!AdapterWith(luid)) return kInvalidParameter;
-    arguments->hAdapter = Add(Kind::Adapter, luid);
-    return kSuccess;
+    return Add<Kind::Adapter>(luid, arguments->hAdapter);
 }
 
 LONG WINAPI CloseAdapter(const d3dkmt::CloseAdapter* arguments) {
     WINHOST_GATE_CODE("D3DKMTCloseAdapter");
-    return Remove(Kind::Adapter, arguments->hAdapter);
+    return Remove<Kind::Adapter>(arguments->hAdapter);
 }
 
 LONG WINAPI CreateDevice(d3dkmt::CreateDevice* arguments) {
     WINHOST_GATE_CODE("D3DKMTCreateDevice");
     GraphicsAdapter adapter;
-    if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
-    arguments->hDevice = Add(Kind::Device, adapter.luid);
-    return kSuccess;
+    if (const LONG error = Find<Kind::Adapter>(arguments->hAdapter, adapter)) return error;
+    return Add<Kind::Device>(adapter.luid, arguments->hDevice);
 }
 
 LONG WINAPI DestroyDevice(const d3dkmt::DestroyDevice* arguments) {
     WINHOST_GATE_CODE("D3DKMTDestroyDevice");
-    return Remove(Kind::Device, arguments->hDevice);
+    return Remove<Kind::Device>(arguments->hDevice);
 }
 
 // On an engine of the table.
 LONG WINAPI CreateContext(d3dkmt::CreateContext* arguments) {
     WINHOST_GATE_CODE("D3DKMTCreateContext");
     GraphicsAdapter adapter;
-    if (const LONG error = Find(Kind::Device, arguments->hDevice, adapter)) return error;
+    if (const LONG error = Find<Kind::Device>(arguments->hDevice, adapter)) return error;
     if (arguments->NodeOrdinal >= adapter.engines.size()) return kInvalidParameter;
-    arguments->hContext = Add(Kind::Context, adapter.luid);
-    return kSuccess;
+    return Add<Kind::Context>(adapter.luid, arguments->hContext);
 }
 
 LONG WINAPI DestroyContext(const d3dkmt::DestroyContext* arguments) {
     WINHOST_GATE_CODE("D3DKMTDestroyContext");
-    return Remove(Kind::Context, arguments->hContext);
+    return Remove<Kind::Context>(arguments->hContext);
 }
 
 LONG WINAPI QueryAdapterInfo(const d3dkmt::QueryAdapterInfo* arguments) {
     WINHOST_GATE_CODE("D3DKMTQueryAdapterInfo");
     GraphicsAdapter adapter;
-    if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
+    if (const LONG error = Find<Kind::Adapter>(arguments->hAdapter, adapter)) return error;
     void* into = arguments->pPrivateDriverData;
     const size_t room = arguments->PrivateDriverDataSize;
     if (!into) return kInvalidParameter;
@@ -227,7 +210,7 @@ LONG WINAPI QueryAdapterInfo(const d3dkmt::QueryAdapterInfo* arguments) {
 LONG WINAPI Escape(const d3dkmt::Escape* arguments) {
     WINHOST_GATE_CODE("D3DKMTEscape");
     GraphicsAdapter adapter;
-    if (const LONG error = Find(Kind::Adapter, arguments->hAdapter, adapter)) return error;
+    if (const LONG error = Find<Kind::Adapter>(arguments->hAdapter, adapter)) return error;
     if (arguments->Type != kToTheDriver) return kNotSupported;
     if (!arguments->pPrivateDriverData) return kInvalidParameter;
     return AnswerEscape(adapter, static_cast<char*>(arguments->pPrivateDriverData),
@@ -245,11 +228,6 @@ std::vector<Export> DisplayDriverExports() {
             {"D3DKMTDestroyContext", Erased(&DestroyContext)},
             {"D3DKMTQueryAdapterInfo", Erased(&QueryAdapterInfo)},
             {"D3DKMTEscape", Erased(&Escape)}};
-}
-
-size_t OpenDisplayDriverHandles() {
-    std::lock_guard lock(TheHandles().mutex);
-    return TheHandles().open.size();
 }
 
 }  // namespace winhost

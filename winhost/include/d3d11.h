@@ -15,15 +15,13 @@ struct ID3D11Device : public IUnknown {
     virtual D3D_FEATURE_LEVEL STDMETHODCALLTYPE GetFeatureLevel() = 0;
 };
 
-// A device of that adapter, with D3D_DRIVER_TYPE_UNKNOWN; of the first adapter, with no adapter and
-// D3D_DRIVER_TYPE_HARDWARE; or, where the PC has one, a software device, with D3D_DRIVER_TYPE_SOFTWARE and no
-// library. The first level of the list that the adapter has; without a list, 11.0 or a lower one.
+// A device of that adapter, with D3D_DRIVER_TYPE_UNKNOWN; or, where the PC has one, a software device, with
+// D3D_DRIVER_TYPE_SOFTWARE and without an adapter or a library. It has the first level of the list that the
+// adapter has. `device` may be null, and S_FALSE says that a device could be made.
 //
-// E_INVALIDARG for an adapter with another driver type, no adapter with D3D_DRIVER_TYPE_UNKNOWN, a software
-// device on a PC without one, another SDK version, and an empty list; DXGI_ERROR_UNSUPPORTED where no level
-// of the list is there, and for the other driver types and any flag. Memory
-// for a device is not needed: `device` may be null, and S_FALSE says that one could be made. The context has
-// to be null: E_INVALIDARG.
+// E_INVALIDARG for a software device on a PC without one or with an adapter, no adapter with
+// D3D_DRIVER_TYPE_UNKNOWN, another SDK version, no list, and a context; DXGI_ERROR_UNSUPPORTED where no level
+// of the list is there, and for the other driver types and any flag.
 HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* adapter, D3D_DRIVER_TYPE driver_type, HMODULE swrast,
                                  UINT flags, const D3D_FEATURE_LEVEL* feature_levels, UINT levels,
                                  UINT sdk_version, ID3D11Device** device, D3D_FEATURE_LEVEL* obtained,
