@@ -9,17 +9,8 @@ typedef struct tagVARIANT {
     WORD wReserved2;
     WORD wReserved3;
     union {
-        LONGLONG llVal;
         LONG lVal;
-        BYTE bVal;
-        SHORT iVal;
-        VARIANT_BOOL boolVal;
         BSTR bstrVal;
-        PVOID byref;
-        USHORT uiVal;
-        ULONG ulVal;
-        INT intVal;
-        UINT uintVal;
         struct {
             PVOID pvRecord;
             PVOID pRecInfo;

@@ -8,7 +8,6 @@
 #define TH32CS_SNAPPROCESS 0x00000002
 #define TH32CS_SNAPTHREAD 0x00000004
 #define TH32CS_SNAPMODULE 0x00000008
-#define TH32CS_SNAPMODULE32 0x00000010
 #define TH32CS_SNAPALL (TH32CS_SNAPHEAPLIST | TH32CS_SNAPPROCESS | TH32CS_SNAPTHREAD | TH32CS_SNAPMODULE)
 
 typedef struct tagPROCESSENTRY32 {
@@ -25,9 +24,8 @@ typedef struct tagPROCESSENTRY32 {
 } PROCESSENTRY32;
 typedef PROCESSENTRY32* LPPROCESSENTRY32;
 
-// INVALID_HANDLE_VALUE when it fails. Of what a snapshot can hold only the processes can be listed, and
-// without TH32CS_SNAPPROCESS it holds none; the other lists are those of the calling process, so that another
-// id fails with ERROR_NOT_SUPPORTED. No flag at all: ERROR_INVALID_PARAMETER.
+// INVALID_HANDLE_VALUE when it fails. Of what a snapshot can hold only the processes can be listed:
+// TH32CS_SNAPPROCESS or TH32CS_SNAPALL, and no process id, else ERROR_NOT_SUPPORTED.
 HANDLE WINAPI CreateToolhelp32Snapshot(DWORD dwFlags, DWORD th32ProcessID);
 // dwSize has to hold the structure's size: ERROR_BAD_LENGTH. ERROR_NO_MORE_FILES at the end. Not for two
 // threads at a time, as on Windows each call moves the snapshot's one place.

@@ -5,7 +5,6 @@
 
 typedef WCHAR OLECHAR;
 typedef OLECHAR* BSTR;  // its length stands ahead of the text
-typedef SHORT VARIANT_BOOL;
 typedef unsigned short VARTYPE;
 
 enum VARENUM { VT_EMPTY = 0, VT_I4 = 3, VT_BSTR = 8 };

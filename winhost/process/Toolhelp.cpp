@@ -2,8 +2,6 @@
 #include <tlhelp32.h>
 #include <winbase.h>
 
-#include <unistd.h>
-
 #include <atomic>
 #include <memory>
 #include <vector>
@@ -65,16 +63,10 @@ BOOL Read(HANDLE handle, PROCESSENTRY32* result, bool first) {
 
 HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD processId) {
     WINHOST_GATE("CreateToolhelp32Snapshot", INVALID_HANDLE_VALUE);
-    const auto fail = [](DWORD error) { return Fail(error, INVALID_HANDLE_VALUE); };
-    if (flags == 0) return fail(ERROR_INVALID_PARAMETER);
-    if (flags & ~DWORD{TH32CS_SNAPALL | TH32CS_SNAPMODULE32}) return fail(ERROR_NOT_SUPPORTED);
-    constexpr DWORD kOfOneProcess = TH32CS_SNAPHEAPLIST | TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32;
-    if (flags & kOfOneProcess && processId != 0 && processId != static_cast<DWORD>(getpid()))
-        return fail(ERROR_NOT_SUPPORTED);
-    const bool ofProcesses = flags & TH32CS_SNAPPROCESS;
-    const HANDLE handle = HandleTable::Instance().Add(std::make_shared<Snapshot>(
-        ofProcesses ? winhost::ListProcesses() : std::vector<winhost::ProcessEntry>()));
-    return handle ? handle : fail(ERROR_NO_SYSTEM_RESOURCES);
+    if ((flags != TH32CS_SNAPPROCESS && flags != TH32CS_SNAPALL) || processId != 0)
+        return Fail(ERROR_NOT_SUPPORTED, INVALID_HANDLE_VALUE);
+    const HANDLE handle = HandleTable::Instance().Add(std::make_shared<Snapshot>(winhost::ListProcesses()));
+    return handle ? handle : Fail(ERROR_NO_SYSTEM_RESOURCES, INVALID_HANDLE_VALUE);
 }
 
 BOOL Process32First(HANDLE snapshot, LPPROCESSENTRY32 entry) {

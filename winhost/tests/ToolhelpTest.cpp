@@ -95,8 +95,8 @@ TEST_F(Toolhelp, TheSizeHasToBeToldAndTheHandleASnapshots) {
 }
 
 TEST_F(Toolhelp, AFailureIsTheInvalidHandle) {
-    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(CreateToolhelp32Snapshot(0, 0)));
-    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 5000000)));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0)));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, ErrorOf(CreateToolhelp32Snapshot(TH32CS_SNAPALL, 5000000)));
 }
 
 TEST_F(Toolhelp, AStartedProgramIsThereWhenTheCallReturnsAndGoneWithItsEnd) {
