@@ -1,13 +1,11 @@
 // The control socket, as another process meets it: one line of JSON each way.
-#include <json/reader.h>
-#include <json/writer.h>
 #include <powrprof.h>
 #include <winsvc.h>
 
 #include <semaphore>
 
 #include "testbed/ControlSocket.h"
-#include "winhost/io/MailboxDevice.h"
+#include "testbed/Json.h"
 #include "winhost/power/Privileges.h"
 #include "winhost/service/Scm.h"
 #include "winhost/tests/PcFixture.h"
@@ -24,11 +22,7 @@ class ControlSocket : public PcFixture {
 
     Json::Value AskLine(PosixPeer& client, const std::string& line) {
         client.Send(line + "\n");
-        const std::string text = client.ReceiveLine();
-        Json::Value answer;
-        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-        EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &answer, nullptr)) << text;
-        return answer;
+        return testbed::ParseObject(client.ReceiveLine());
     }
     Json::Value Ask(const std::string& line) {
         PosixPeer client = PosixPeer::ConnectToUnix(Path());

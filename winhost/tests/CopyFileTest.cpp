@@ -106,8 +106,7 @@ TEST_F(CopyFileTest, TheFileOfAProgramThatRunsIsNeitherOverwrittenNorDeleted) {
     EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(DeleteFileA(R"(C:\app.exe)")));
     EXPECT_EQ(script, ReadFromC("app.exe"));
     EXPECT_EQ(ERROR_SUCCESS, ErrorOfCopy("app.exe", "b")) << "it can be read";
-    ASSERT_TRUE(TerminateProcess(m_running->information.hProcess, 9));
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(m_running->information.hProcess, INFINITE));
+    End(m_running->information.hProcess);
     EXPECT_EQ(ERROR_SUCCESS, ErrorOfCopy("a", "app.exe"));
 }
 

@@ -3,8 +3,6 @@
 #include <d3d11.h>
 #include <dxgi1_3.h>
 
-#include <algorithm>
-
 #include "winhost/tests/GraphicsFixture.h"
 
 namespace {

@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
 #include <functional>
 #include <future>
-#include <string>
 #include <thread>
+
+#include "winhost/tests/PosixPeer.h"
 
 class EndedThread {
   public:
@@ -26,15 +26,7 @@ class EndedThread {
     HANDLE Handle() const { return m_handle; }
     DWORD Id() const { return m_id; }
     // Waits until the host has put the thread to sleep.
-    void AwaitBlocked() const {
-        std::string state;
-        while (state != "S") {
-            std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/stat");
-            std::string id, name;
-            file >> id >> name >> state;
-            std::this_thread::yield();
-        }
-    }
+    void AwaitBlocked() const { ::AwaitBlocked(static_cast<pid_t>(m_id)); }
     // Ends it while it blocks; true when it has ended in the middle of its work, as on Windows.
     bool Ends() {
         AwaitBlocked();

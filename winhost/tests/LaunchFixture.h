@@ -11,7 +11,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <sstream>
 
 #include "winhost/process/ProcessList.h"
 #include "winhost/tests/PcFixture.h"
@@ -120,6 +119,10 @@ class LaunchFixture : public PcFixture {
         EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(started.information.hProcess, INFINITE));
     }
 
+    static void End(HANDLE process) {
+        EXPECT_TRUE(TerminateProcess(process, 9));
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, INFINITE));
+    }
     // Until this process has no child of that id, not even a dead one.
     static bool AwaitReaped(DWORD id) {
         return Eventually([id] {

@@ -1,6 +1,4 @@
 // Libraries that are loaded by name, and their functions.
-#include <unistd.h>
-
 #include <iterator>
 
 #include "winhost/kernel/Libraries.h"

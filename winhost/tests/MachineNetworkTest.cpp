@@ -1,7 +1,6 @@
 // A PC whose description names no adapters tells of this machine's.
 #include <iphlpapi.h>
 
-#include <algorithm>
 #include <optional>
 #include <sstream>
 

@@ -23,7 +23,7 @@ TEST_F(NamedPipeTest, AClientThatComesEndsTheWaitForIt) {
     auto connected = ConnectLater(server);
     EXPECT_NE(INVALID_HANDLE_VALUE, Open());
     // Of the client that was quicker, ConnectNamedPipe tells.
-    const DWORD error = connected.get();
+    const long error = connected.get();
     EXPECT_TRUE(error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED) << error;
 }
 
@@ -164,7 +164,7 @@ TEST_F(NamedPipeTest, ClosingTheHandleEndsAConnectThatBlocks) {
         ASSERT_NE(INVALID_HANDLE_VALUE, server);
         auto connected = ConnectLater(server);
         EXPECT_TRUE(CloseHandle(server));
-        const DWORD error = connected.get();
+        const long error = connected.get();
         EXPECT_TRUE(error == ERROR_OPERATION_ABORTED || error == ERROR_INVALID_HANDLE) << error;
     }
 }

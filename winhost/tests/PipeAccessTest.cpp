@@ -16,7 +16,7 @@ class PipeAccessTest : public PipeFixture {
         Change([&](auto& pc) { pc.userName = name; });
     }
     // Of another user that opens a pipe made with a security descriptor, with a null DACL or without any.
-    DWORD ErrorOfAnother(bool withDacl) {
+    long ErrorOfAnother(bool withDacl) {
         SECURITY_DESCRIPTOR descriptor;
         EXPECT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
         EXPECT_TRUE(!withDacl || SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
@@ -107,7 +107,7 @@ TEST_F(TwoProcessTest, AClientInAnotherProcessIsTalkedWith) {
     }
     const HANDLE server = Create({.room = 0});
     StartPeer();
-    const DWORD connected = Connect(server);
+    const long connected = Connect(server);
     EXPECT_TRUE(connected == ERROR_SUCCESS || connected == ERROR_PIPE_CONNECTED) << connected;
     EXPECT_EQ(ERROR_SUCCESS, Write(server, "question"));
     EXPECT_EQ((PipeRead{0, "answer"}), Read(server));

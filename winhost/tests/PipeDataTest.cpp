@@ -193,7 +193,7 @@ TEST_F(PipeDataTest, ClosingTheHandleEndsAReadThatBlocks) {
         const HANDLE client = Open();
         auto read = ReadLater(client);
         EXPECT_TRUE(CloseHandle(client));
-        const DWORD error = read.get().error;
+        const long error = read.get().error;
         EXPECT_TRUE(error == ERROR_OPERATION_ABORTED || error == ERROR_INVALID_HANDLE) << error;
         CloseHandle(server);
     }

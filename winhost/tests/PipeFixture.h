@@ -7,7 +7,7 @@
 
 // What a read gave.
 struct PipeRead {
-    DWORD error;
+    long error;
     std::string data;
     bool operator==(const PipeRead&) const = default;
 };
@@ -23,7 +23,6 @@ class PipeFixture : public PcFixture {
     static constexpr DWORD kRoom = 4096;
 
     HANDLE KeepValid(HANDLE handle) { return handle != INVALID_HANDLE_VALUE ? Keep(handle) : handle; }
-    static DWORD Error(BOOL result) { return result ? ERROR_SUCCESS : GetLastError(); }
 
     // What a test varies of a pipe.
     struct Shape {
@@ -41,15 +40,13 @@ class PipeFixture : public PcFixture {
     HANDLE Create(const Shape& shape) { return KeepValid(CreateOnly(shape)); }
     HANDLE Create() { return Create(Shape()); }
     // The error of a creation that fails.
-    DWORD CreateError(const Shape& shape) {
-        return Create(shape) == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
-    }
+    long CreateError(const Shape& shape) { return ErrorOf(Create(shape)); }
     // A client as it opens the pipe.
     HANDLE OpenOnly(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
         return KeepValid(CreateFileA(name, access, 0, nullptr, OPEN_EXISTING, flags, nullptr));
     }
-    DWORD OpenError(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
-        return OpenOnly(name, access, flags) == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+    long OpenError(const char* name = kName, DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = 0) {
+        return ErrorOf(OpenOnly(name, access, flags));
     }
     // A client that is ready to read.
     HANDLE Open() {
@@ -60,18 +57,18 @@ class PipeFixture : public PcFixture {
         return client;
     }
 
-    static DWORD Connect(HANDLE server) { return Error(ConnectNamedPipe(server, nullptr)); }
-    static DWORD Write(HANDLE end, const std::string& data) {
+    static long Connect(HANDLE server) { return ErrorOf(ConnectNamedPipe(server, nullptr)); }
+    static long Write(HANDLE end, const std::string& data) {
         DWORD written = 0;
-        const DWORD error =
-            Error(WriteFile(end, data.data(), static_cast<DWORD>(data.size()), &written, nullptr));
+        const auto size = static_cast<DWORD>(data.size());
+        const long error = ErrorOf(WriteFile(end, data.data(), size, &written, nullptr));
         EXPECT_EQ(error == ERROR_SUCCESS ? data.size() : 0, written);
         return error;
     }
     static PipeRead Read(HANDLE end, DWORD room = 512) {
         std::string data(room, '\0');
         DWORD read = 0;
-        const DWORD error = Error(ReadFile(end, data.data(), room, &read, nullptr));
+        const long error = ErrorOf(ReadFile(end, data.data(), room, &read, nullptr));
         data.resize(read);
         return {error, data};
     }
@@ -80,10 +77,10 @@ class PipeFixture : public PcFixture {
     static std::future<PipeRead> ReadLater(HANDLE end) {
         return std::async(std::launch::async, [=] { return Read(end); });
     }
-    static std::future<DWORD> WriteLater(HANDLE end, const std::string& data) {
+    static std::future<long> WriteLater(HANDLE end, const std::string& data) {
         return std::async(std::launch::async, [=] { return Write(end, data); });
     }
-    static std::future<DWORD> ConnectLater(HANDLE server) {
+    static std::future<long> ConnectLater(HANDLE server) {
         return std::async(std::launch::async, [=] { return Connect(server); });
     }
 

@@ -108,8 +108,7 @@ TEST_F(PlainProcessTest, ItsHandleIsSignalledWhenItEnds) {
     const Started started = StartPlain(nullptr, R"(C:\sleep.exe 1000)");
     ASSERT_TRUE(started.result);
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(started.information.hProcess, 0));
-    EXPECT_TRUE(TerminateProcess(started.information.hProcess, 0));
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(started.information.hProcess, INFINITE));
+    End(started.information.hProcess);
 }
 
 TEST_F(PlainProcessTest, WhatCannotBeStartedIsRefused) {

@@ -13,10 +13,6 @@ class ProcessHandle : public LaunchFixture {
         EXPECT_FALSE(OpenProcess(access, FALSE, id));
         return GetLastError();
     }
-    static void End(const Started& started) {
-        EXPECT_TRUE(TerminateProcess(started.information.hProcess, 9));
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(started.information.hProcess, INFINITE));
-    }
     // Returns once the thread waits for a process without a limit: the wait costs a descriptor.
     static std::thread Waiter(HANDLE process) {
         const size_t descriptors = OpenDescriptors();
@@ -33,7 +29,7 @@ TEST_F(ProcessHandle, IdsOfNoProcessAreInvalid) {
 
 TEST_F(ProcessHandle, AnEndedProcessHasItsIdButCannotBeOpenedAnyMore) {
     const Started started = StartSleeper();
-    End(started);
+    End(started.information.hProcess);
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfOpen(started.Id()));
     AwaitReaped(started.Id());
     EXPECT_EQ(started.Id(), GetProcessId(started.information.hProcess));
@@ -68,7 +64,7 @@ TEST_F(ProcessHandle, AWaitAndAnEndNeedTheirRights) {
 
 TEST_F(ProcessHandle, EndingAnEndedOneIsDenied) {
     Started started = StartSleeper();
-    End(started);
+    End(started.information.hProcess);
     const HANDLE process = started.information.hProcess;
     EXPECT_EQ(ERROR_ACCESS_DENIED, ErrorOf(TerminateProcess(process, 9)));
     started.Close();
@@ -95,7 +91,7 @@ TEST_F(ProcessHandle, AWaitWithoutTimeTellsWhetherItRuns) {
     const Started started = StartSleeper();
     const HANDLE process = Keep(OpenProcess(SYNCHRONIZE, FALSE, started.Id()));
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(process, 0));
-    End(started);
+    End(started.information.hProcess);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, 0));
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, 0)) << "it stays signalled";
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(started.information.hThread, 0));

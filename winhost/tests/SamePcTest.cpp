@@ -95,8 +95,7 @@ TEST_F(SamePc, AProgramOutlivesWhoStartedItAndIsSeenByTheNext) {
     const HANDLE process = Keep(OpenProcess(PROCESS_ALL_ACCESS, FALSE, id));
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(process, 0));
     EXPECT_EQ(1u, SessionOf(id));
-    EXPECT_TRUE(TerminateProcess(process, 9));
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, INFINITE));
+    End(process);
     EXPECT_TRUE(IdsOf("app.exe").empty());
 }
 

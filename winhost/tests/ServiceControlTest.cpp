@@ -1,8 +1,6 @@
 // Services of the PC's description, as a program controls them.
 #include <winsvc.h>
 
-#include <algorithm>
-
 #include "winhost/tests/PcFixture.h"
 
 namespace {

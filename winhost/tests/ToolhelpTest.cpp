@@ -104,8 +104,7 @@ TEST_F(Toolhelp, AStartedProgramIsThereWhenTheCallReturnsAndGoneWithItsEnd) {
     for (int i = 0; i < 20; ++i) {
         const Started started = Start(R"("C:\bin\app.exe" 1000)");
         EXPECT_EQ(std::vector<DWORD>{started.Id()}, IdsOf("app.exe"));
-        EXPECT_TRUE(TerminateProcess(started.information.hProcess, 9));
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(started.information.hProcess, INFINITE));
+        End(started.information.hProcess);
         EXPECT_EQ(0u, Count("app.exe"));
     }
 }
@@ -137,8 +136,7 @@ TEST_F(Toolhelp, AProgramOfAnEarlierRunOnTheSameRootIsSeen) {
     EXPECT_TRUE(Eventually([] { return Count("app.exe") == 1; }));
     const HANDLE process = Keep(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, IdOf("app.exe")));
     ASSERT_TRUE(process);
-    EXPECT_TRUE(TerminateProcess(process, 9));
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, INFINITE));
+    End(process);
 }
 
 TEST_F(Toolhelp, AScriptWithTheMarkAloneHasTheScriptsName) {

@@ -16,11 +16,8 @@ TEST_F(WinsockListen, APortIsTakenFromTheBindOnAlsoByAnotherProgram) {
 }
 
 TEST_F(WinsockListen, APortThatOldConnectionsRememberIsFreeAtOnce) {
-    const SOCKET listener = NewListener();
-    const uint16_t port = PortOf(listener);
-    PosixPeer peer = PosixPeer::ConnectTo(port);
-    const SOCKET accepted = accept(listener, nullptr, nullptr);
-    closesocket(listener);
+    auto [accepted, peer] = Connect();
+    const uint16_t port = PortOf(accepted);
     closesocket(accepted);  // first, so that the time-wait stays on this side
     EXPECT_TRUE(peer.AwaitEnd());
     peer.Close();
@@ -30,11 +27,8 @@ TEST_F(WinsockListen, APortThatOldConnectionsRememberIsFreeAtOnce) {
 }
 
 TEST_F(WinsockListen, APortWhoseListenerHasGoneIsFreeThoughAConnectionLives) {
-    const SOCKET listener = NewListener();
-    const uint16_t port = PortOf(listener);
-    PosixPeer peer = PosixPeer::ConnectTo(port);
-    const SOCKET accepted = accept(listener, nullptr, nullptr);
-    closesocket(listener);
+    auto [accepted, peer] = Connect();
+    const uint16_t port = PortOf(accepted);
     NewListener(port);
     EXPECT_EQ(1, send(accepted, "x", 1, 0));
     EXPECT_EQ("x", peer.Receive(1));

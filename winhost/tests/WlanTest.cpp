@@ -1,7 +1,5 @@
 // The WLAN service: interfaces, their state, and whom it tells.
-#include <condition_variable>
 #include <future>
-#include <mutex>
 
 #include "winhost/tests/WlanFixture.h"
 #include "winhost/wlan/WlanService.h"
