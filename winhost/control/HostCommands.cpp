@@ -75,13 +75,8 @@ Json::Value RestartWlan(const Json::Value& request) {
 }
 
 Json::Value SetWlanState(const Json::Value& request) {
-    const uint32_t state = StateOf(request), number = InterfaceOf(request);
-    Pc::Instance().Change([&](PcDescription& pc) {
-        if (number >= pc.wlanInterfaces.size()) {
-            throw CommandError("the PC has no WLAN interface " + std::to_string(number));
-        }
-        pc.wlanInterfaces[number].state = state;
-    });
+    const uint32_t state = StateOf(request);
+    SetState(InterfaceOf(request), state);
     return ReadWlan(request);
 }
 

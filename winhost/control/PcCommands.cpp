@@ -17,7 +17,7 @@ constexpr int64_t kLongestMilliseconds = 366LL * 24 * 60 * 60 * 1000;
 
 // ---- clock ----
 
-Json::Value ReadClock() {
+Json::Value ReadClock(const Json::Value&) {
     const Clock& clock = Clock::Instance();
     Json::Value json(Json::objectValue);
     json["steadyMilliseconds"] =
@@ -30,24 +30,20 @@ std::chrono::milliseconds MillisecondsOf(const Json::Value& request, int64_t low
     return std::chrono::milliseconds(NumberOf(request, "milliseconds", lowest, kLongestMilliseconds));
 }
 
-Json::Value ShowClock(const Json::Value&) {
-    return ReadClock();
-}
-
 Json::Value AdvanceClock(const Json::Value& request) {
     Clock::Instance().Advance(MillisecondsOf(request));
-    return ReadClock();
+    return ReadClock(request);
 }
 
 Json::Value SetWallOffset(const Json::Value& request) {
     Clock::Instance().SetWallOffset(MillisecondsOf(request, -kLongestMilliseconds));
-    return ReadClock();
+    return ReadClock(request);
 }
 
 template <bool manual>
-Json::Value SetManual(const Json::Value&) {
+Json::Value SetManual(const Json::Value& request) {
     Clock::Instance().SetManual(manual);
-    return ReadClock();
+    return ReadClock(request);
 }
 
 // ---- description ----
@@ -147,7 +143,7 @@ std::vector<Command> PcCommands() {
     using Kind = Argument::Kind;
     const Argument anyCall{"call", Kind::Text, "the call's name, or an empty text for any"};
     return {
-        {"clock read", "the readings of the PC's clock", ShowClock},
+        {"clock read", "the readings of the PC's clock", ReadClock},
         {"clock advance",
          "moves the clock forward",
          AdvanceClock,

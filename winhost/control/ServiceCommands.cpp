@@ -2,6 +2,8 @@
 #include <winsvc.h>
 #include <windows.h>
 
+#include <map>
+
 #include "winhost/control/Commands.h"
 #include "winhost/service/Scm.h"
 
@@ -55,18 +57,13 @@ NamedControl ControlOf(const Json::Value& request) {
 }
 
 std::string RefusalText(uint32_t error) {
-    switch (error) {
-        case ERROR_INVALID_SERVICE_CONTROL:
-            return "the service does not accept this control";
-        case ERROR_SERVICE_CANNOT_ACCEPT_CTRL:
-            return "the service cannot take controls at this time";
-        case ERROR_SERVICE_NOT_ACTIVE:
-            return "no service runs";
-        case ERROR_SERVICE_REQUEST_TIMEOUT:
-            return "the service's handler has not returned in time";
-        default:
-            return "not delivered";
-    }
+    static const std::map<uint32_t, std::string> kTexts = {
+        {ERROR_INVALID_SERVICE_CONTROL, "the service does not accept this control"},
+        {ERROR_SERVICE_CANNOT_ACCEPT_CTRL, "the service cannot take controls at this time"},
+        {ERROR_SERVICE_NOT_ACTIVE, "no service runs"},
+        {ERROR_SERVICE_REQUEST_TIMEOUT, "the service's handler has not returned in time"}};
+    const auto text = kTexts.find(error);
+    return text == kTexts.end() ? "not delivered" : text->second;
 }
 
 Json::Value Control(const Json::Value& request) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
+#include <string_view>
 
 namespace winhost {
 
@@ -11,16 +13,11 @@ std::optional<GUID> ParseGuid(const std::string& text) {
         return form == 'x' ? std::isxdigit(static_cast<unsigned char>(c)) != 0 : form == c;
     };
     if (!std::equal(kForm.begin(), kForm.end(), text.begin(), text.end(), fits)) return std::nullopt;
-    const auto number = [&](size_t at, size_t digits) {
-        return std::stoul(text.substr(at, digits), nullptr, 16);
-    };
     GUID guid{};
-    guid.Data1 = static_cast<uint32_t>(number(1, 8));
-    guid.Data2 = static_cast<unsigned short>(number(10, 4));
-    guid.Data3 = static_cast<unsigned short>(number(15, 4));
-    constexpr size_t kBytes[] = {20, 22, 25, 27, 29, 31, 33, 35};
-    for (size_t i = 0; i < std::size(kBytes); ++i)
-        guid.Data4[i] = static_cast<unsigned char>(number(kBytes[i], 2));
+    unsigned char* const last = guid.Data4;
+    std::sscanf(text.c_str(), "{%8x-%4hx-%4hx-%2hhx%2hhx-%2hhx%2hhx%2hhx%2hhx%2hhx%2hhx}", &guid.Data1,
+                &guid.Data2, &guid.Data3, &last[0], &last[1], &last[2], &last[3], &last[4], &last[5],
+                &last[6], &last[7]);
     return guid;
 }
 

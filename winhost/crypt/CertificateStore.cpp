@@ -14,12 +14,6 @@ namespace winhost {
 
 namespace {
 
-std::string PemOf(const std::string& certificate) {
-    if (certificate.starts_with("-----BEGIN")) return certificate;
-    std::ifstream file(Pc::Instance().HostPath(certificate), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // Empty for a text that is no certificate.
 Encoded Read(const std::string& certificate) {
     const std::string pem = PemOf(certificate);
@@ -48,6 +42,12 @@ std::vector<std::string> Described(const std::string& store) {
 }
 
 }  // namespace
+
+std::string PemOf(const std::string& certificate) {
+    if (certificate.starts_with("-----BEGIN")) return certificate;
+    std::ifstream file(Pc::Instance().HostPath(certificate), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 X509Owner Parse(const BYTE* bytes, size_t size) {
     return {d2i_X509(nullptr, &bytes, static_cast<long>(size)), &X509_free};

@@ -17,6 +17,9 @@ namespace winhost {
 using X509Owner = std::unique_ptr<X509, decltype(&X509_free)>;
 using Encoded = std::vector<BYTE>;
 
+// The text of a certificate of the description, which is one or names its file. Empty for a file that is
+// missing.
+std::string PemOf(const std::string& certificate);
 // Null for bytes that are no certificate.
 X509Owner Parse(const BYTE* bytes, size_t size);
 // Empty for null.

@@ -77,13 +77,8 @@ HCERTSTORE CertOpenStore(LPCSTR lpszStoreProvider, DWORD, HCRYPTPROV_LEGACY hCry
 
 BOOL CertCloseStore(HCERTSTORE hCertStore, DWORD dwFlags) {
     WINHOST_GATE("CertCloseStore", FALSE);
-    if (dwFlags != 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    if (HandleTable::Instance().Close<CertificateStore>(hCertStore)) return TRUE;
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+    if (dwFlags != 0) return Fail(ERROR_INVALID_PARAMETER);
+    return HandleTable::Instance().Close<CertificateStore>(hCertStore) ? TRUE : Fail(ERROR_INVALID_HANDLE);
 }
 
 PCCERT_CONTEXT CertFindCertificateInStore(HCERTSTORE hCertStore, DWORD dwCertEncodingType, DWORD dwFindFlags,

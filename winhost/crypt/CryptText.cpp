@@ -2,41 +2,29 @@
 #include <openssl/evp.h>
 #include <wincrypt.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Results.h"
+
+using winhost::Fail;
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n";
 constexpr size_t kBytesInLine = 48;  // 64 characters
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
-// The number that a hexadecimal digit stands for, and -1 for another character.
-int DigitOf(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
 
 // False for a text that is not pairs of digits, with blanks before, between and behind them.
 bool ReadHex(std::string_view text, std::vector<BYTE>& bytes) {
-    for (size_t at = 0; at < text.size();) {
-        if (kBlanks.find(text[at]) != std::string_view::npos) {
-            ++at;
-            continue;
-        }
-        const int high = DigitOf(text[at]), low = at + 1 < text.size() ? DigitOf(text[at + 1]) : -1;
-        if (high < 0 || low < 0) return false;
-        bytes.push_back(static_cast<BYTE>(high << 4 | low));
-        at += 2;
+    constexpr size_t kPair = 2;
+    for (size_t at = 0; (at = text.find_first_not_of(" \t\r\n", at)) != std::string_view::npos; at += kPair) {
+        const std::string_view pair = text.substr(at, kPair);
+        const auto read = std::from_chars(pair.data(), pair.data() + pair.size(), bytes.emplace_back(), 16);
+        if (pair.size() != kPair || read.ptr != pair.data() + kPair) return false;
     }
     return !bytes.empty();
 }

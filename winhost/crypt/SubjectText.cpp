@@ -1,6 +1,7 @@
 #include "winhost/crypt/SubjectText.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace winhost {
 
@@ -43,9 +44,7 @@ bool SubjectContains(const Encoded& certificate, const std::string& text) {
     const X509Owner x509 = Parse(certificate.data(), certificate.size());
     if (!x509) return false;
     const std::string subject = SubjectTextOf(x509.get());
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 'a' - 'A') : c; };
-    return text.empty() || std::search(subject.begin(), subject.end(), text.begin(), text.end(),
-                                       [&](char a, char b) { return lower(a) == lower(b); }) != subject.end();
+    return strcasestr(subject.c_str(), text.c_str()) != nullptr;
 }
 
 std::string DisplayNameOf(X509* certificate) {

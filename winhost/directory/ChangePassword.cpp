@@ -5,8 +5,6 @@
 #include <winerror.h>
 
 #include <algorithm>
-#include <cctype>
-#include <utility>
 
 #include "testbed/Utf8.h"
 #include "winhost/core/Clock.h"

@@ -1,9 +1,9 @@
 // Copies of files.
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <filesystem>
 #include <string>
@@ -43,17 +43,12 @@ DWORD CheckExisting(const std::string& from, const std::string& to, bool failIfE
 
 // 0, or an errno.
 int CopyBytes(int from, int to) {
-    std::array<char, 65536> buffer{};
-    for (;;) {
-        const ssize_t size = read(from, buffer.data(), buffer.size());
-        if (size == 0) return 0;
-        if (size < 0) return errno;
-        for (ssize_t done = 0; done < size;) {
-            const ssize_t written = write(to, buffer.data() + done, static_cast<size_t>(size - done));
-            if (written < 0) return errno;
-            done += written;
-        }
-    }
+    constexpr size_t kMostAtOnce = 1 << 30;
+    ssize_t size = 0;
+    do {
+        size = sendfile(to, from, nullptr, kMostAtOnce);
+    } while (size > 0);
+    return size == 0 ? 0 : errno;
 }
 
 DWORD CopyTo(const std::string& to, bool existed, int source) {

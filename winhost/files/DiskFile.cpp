@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <functional>

@@ -2,8 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <filesystem>
-
 #include "winhost/pc/Marks.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/ProcFs.h"

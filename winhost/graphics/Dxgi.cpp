@@ -5,7 +5,6 @@
 
 #include "winhost/graphics/Dxgi.h"
 
-#include <algorithm>
 #include <string>
 
 #include "winhost/core/Gate.h"

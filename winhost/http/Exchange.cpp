@@ -4,9 +4,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -14,6 +11,7 @@
 
 #include <winhttp.h>
 
+#include "winhost/crypt/CertificateStore.h"
 #include "winhost/http/AwaitDescriptors.h"
 #include "winhost/pc/Pc.h"
 
@@ -99,14 +97,8 @@ void HttpExchange::FollowPhase() {
 }
 
 void HttpExchange::TrustRootStore() {
-    for (const std::string& certificate : Pc::Instance().Get(&PcDescription::rootCertificates)) {
-        if (certificate.starts_with("-----BEGIN")) {
-            m_rootCertificates += certificate + "\n";
-        } else {
-            std::ifstream file(Pc::Instance().HostPath(certificate));
-            m_rootCertificates.append(std::istreambuf_iterator<char>(file), {});
-        }
-    }
+    for (const std::string& certificate : Pc::Instance().Get(&PcDescription::rootCertificates))
+        m_rootCertificates += PemOf(certificate) + "\n";
     curl_blob blob{m_rootCertificates.data(), m_rootCertificates.size(), CURL_BLOB_NOCOPY};
     curl_easy_setopt(m_easy, CURLOPT_CAPATH, nullptr);
     curl_easy_setopt(m_easy, CURLOPT_CAINFO, nullptr);

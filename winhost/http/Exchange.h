@@ -5,7 +5,6 @@
 #include <curl/curl.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "winhost/core/Clock.h"

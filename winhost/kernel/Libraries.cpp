@@ -5,7 +5,6 @@
 #include <strings.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -15,6 +14,7 @@
 #include <winbase.h>
 
 #include "winhost/core/Results.h"
+#include "winhost/core/Singleton.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/process/ProcessList.h"
 #include "winhost/process/ProgramSearch.h"
@@ -37,12 +37,6 @@ struct Libraries {
     // As the images of Windows, a library begins at a multiple of 64 KB.
     static constexpr uintptr_t kFirst = 0x180000000, kStep = 0x10000;
 };
-
-// Never destroyed: libraries are used until the process is gone.
-Libraries& TheLibraries() {
-    static Libraries& libraries = *new Libraries;
-    return libraries;
-}
 
 // The folder of a Windows path, or of a Linux one.
 std::string FolderOf(const std::string& path) {
@@ -104,7 +98,7 @@ const link_map* MapOf(void* object) {
 }  // namespace
 
 HMODULE LoadSharedObject(const std::string& name) {
-    Libraries& libraries = TheLibraries();
+    Libraries& libraries = Singleton<Libraries>();
     // Held while the library's constructors run, as on Windows.
     std::lock_guard lock(libraries.mutex);
     HMODULE handle = FindLoaded(libraries, name);
@@ -122,19 +116,19 @@ HMODULE LoadSharedObject(const std::string& name) {
 }
 
 HMODULE FindSharedObject(const std::string& name) {
-    Libraries& libraries = TheLibraries();
+    Libraries& libraries = Singleton<Libraries>();
     std::lock_guard lock(libraries.mutex);
     return FindLoaded(libraries, name);
 }
 
 bool IsSharedObject(HMODULE module) {
-    Libraries& libraries = TheLibraries();
+    Libraries& libraries = Singleton<Libraries>();
     std::lock_guard lock(libraries.mutex);
     return libraries.loaded.count(module) != 0;
 }
 
 bool FreeSharedObject(HMODULE module) {
-    Libraries& libraries = TheLibraries();
+    Libraries& libraries = Singleton<Libraries>();
     std::lock_guard lock(libraries.mutex);
     const auto found = libraries.loaded.find(module);
     if (found == libraries.loaded.end()) return false;
@@ -145,7 +139,7 @@ bool FreeSharedObject(HMODULE module) {
 }
 
 FARPROC FindFunction(HMODULE module, const char* name) {
-    Libraries& libraries = TheLibraries();
+    Libraries& libraries = Singleton<Libraries>();
     std::lock_guard lock(libraries.mutex);
     const auto found = libraries.loaded.find(module);
     if (found == libraries.loaded.end()) return nullptr;
@@ -161,7 +155,7 @@ FARPROC FindFunction(HMODULE module, const char* name) {
 }
 
 size_t LoadedSharedObjects() {
-    Libraries& libraries = TheLibraries();
+    Libraries& libraries = Singleton<Libraries>();
     std::lock_guard lock(libraries.mutex);
     return libraries.loaded.size();
 }

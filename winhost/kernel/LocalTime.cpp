@@ -1,10 +1,7 @@
 // The C runtime's view of the PC's clock and time zone.
 #include <time.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <mutex>
 #include <set>
 #include <string>
@@ -13,6 +10,7 @@
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
+#include "winhost/core/Singleton.h"
 #include "winhost/kernel/ZoneRules.h"
 #include "winhost/pc/Pc.h"
 
@@ -61,11 +59,6 @@ class RuntimeZone {
     Zone m_zone{};
 };
 
-RuntimeZone& LocalZone() {
-    static RuntimeZone& zone = *new RuntimeZone;
-    return zone;
-}
-
 bool IsWithin(int value, int lowest, int highest) {
     return value >= lowest && value <= highest;
 }
@@ -108,12 +101,12 @@ __time64_t _time64(__time64_t* time) {
 
 void _tzset() {
     WINHOST_GATE_PASS("_tzset");
-    LocalZone().Set();
+    winhost::Singleton<RuntimeZone>().Set();
 }
 
 errno_t localtime_s(struct tm* local, const time_t* time) {
     WINHOST_GATE_CODE("localtime_s");
-    return ToCalendar(local, time, LocalZone().Get());
+    return ToCalendar(local, time, winhost::Singleton<RuntimeZone>().Get());
 }
 
 errno_t gmtime_s(struct tm* utc, const time_t* time) {
@@ -123,16 +116,10 @@ errno_t gmtime_s(struct tm* utc, const time_t* time) {
 
 errno_t asctime_s(char* buffer, size_t size, const struct tm* time) {
     WINHOST_GATE_CODE("asctime_s");
-    constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     if (!buffer || size == 0) return EINVAL;
     buffer[0] = '\0';
     if (size < kTextSize || !time || !IsDate(*time)) return EINVAL;
-    char text[3 * kTextSize];  // the compiler doesn't know that the fields are in range
-    std::snprintf(text, sizeof text, "%s %s %02d %02d:%02d:%02d %d\n", kDays[time->tm_wday],
-                  kMonths[time->tm_mon], time->tm_mday, time->tm_hour, time->tm_min, time->tm_sec,
-                  1900 + time->tm_year);
-    std::memcpy(buffer, text, kTextSize);
+    // No program here sets a locale, so that the names are English.
+    std::strftime(buffer, size, "%a %b %d %H:%M:%S %Y\n", time);
     return 0;
 }

@@ -13,6 +13,7 @@
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
+#include "winhost/core/Singleton.h"
 #include "winhost/io/MailboxDevice.h"
 #include "winhost/kernel/ThreadEnd.h"
 
@@ -24,16 +25,9 @@ struct Threads {
     std::map<DWORD, std::shared_ptr<Thread>> byId;
 };
 
-// Never destroyed: threads call until the process is gone.
-Threads& TheThreads() {
-    static Threads& threads = *new Threads;
-    return threads;
-}
-
 // What calls are of that a thread makes while it ends.
 CallingThread& NoThread() {
-    static CallingThread& none = *new CallingThread;
-    return none;
+    return Singleton<CallingThread>();
 }
 
 // Held by a thread as its specific data, and destroyed with it.
@@ -55,8 +49,8 @@ pthread_key_t RegistrationOfThread() {
                 return;
             }
             {
-                std::lock_guard lock(TheThreads().mutex);
-                TheThreads().byId.erase(registration->id);
+                std::lock_guard lock(Singleton<Threads>().mutex);
+                Singleton<Threads>().byId.erase(registration->id);
             }
             registration->thread->End();
             delete registration;
@@ -72,16 +66,16 @@ void Adopt(const std::shared_ptr<Thread>& thread) {
     t_calls.thread = thread.get();
     const DWORD id = static_cast<DWORD>(gettid());
     {
-        std::lock_guard lock(TheThreads().mutex);
-        TheThreads().byId[id] = thread;
+        std::lock_guard lock(Singleton<Threads>().mutex);
+        Singleton<Threads>().byId[id] = thread;
     }
     pthread_setspecific(RegistrationOfThread(), new Registration{id, thread});
 }
 
 std::shared_ptr<Thread> FindThread(DWORD id) {
-    std::lock_guard lock(TheThreads().mutex);
-    const auto found = TheThreads().byId.find(id);
-    return found == TheThreads().byId.end() ? nullptr : found->second;
+    std::lock_guard lock(Singleton<Threads>().mutex);
+    const auto found = Singleton<Threads>().byId.find(id);
+    return found == Singleton<Threads>().byId.end() ? nullptr : found->second;
 }
 
 }  // namespace

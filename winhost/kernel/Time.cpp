@@ -1,9 +1,8 @@
-// Readings of the PC's clock, and its time zone.
-#include <algorithm>
+// Readings of the PC's clock, its time zone, and the resolution that programs ask of its timer.
 #include <chrono>
-#include <cstring>
 #include <type_traits>
 
+#include <mmsystem.h>
 #include <winbase.h>
 
 #include "winhost/core/Clock.h"
@@ -114,4 +113,10 @@ DWORD GetTimeZoneInformation(LPTIME_ZONE_INFORMATION zone) {
     *zone = local.information;
     if (!local.rules.HasSummerTime()) return TIME_ZONE_ID_UNKNOWN;
     return local.rules.IsSummer(Clock::Instance().UnixTime()) ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
+}
+
+MMRESULT timeBeginPeriod(UINT uPeriod) {
+    WINHOST_GATE_CODE("timeBeginPeriod");
+    const bool taken = uPeriod != 0 && uPeriod >= Pc::Instance().Get(&winhost::PcDescription::timerPeriod);
+    return taken ? TIMERR_NOERROR : TIMERR_NOCANDO;
 }

@@ -1,10 +1,13 @@
-// Closing, waiting, sleeping, and the calling thread's error.
+// What every kind of handle can be used for: closing, waiting and inheritance; sleeping, and the calling
+// thread's error.
+#include <handleapi.h>
 #include <sched.h>
 
 #include "winhost/core/Clock.h"
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
 #include "winhost/core/WaitableObject.h"
+#include "winhost/pc/Pc.h"
 
 using winhost::Clock;
 using winhost::Fail;
@@ -34,6 +37,14 @@ BOOL CloseHandle(HANDLE handle) {
     WINHOST_GATE("CloseHandle", FALSE);
     if (IsPseudoHandle(handle) || HandleTable::Instance().CloseKernelObject(handle)) return TRUE;
     return Fail(ERROR_INVALID_HANDLE);
+}
+
+BOOL SetHandleInformation(HANDLE object, DWORD mask, DWORD flags) {
+    WINHOST_GATE("SetHandleInformation", FALSE);
+    if (!HandleTable::Instance().Find(object)) return Fail(ERROR_INVALID_HANDLE);
+    if (mask & flags) return Fail(ERROR_NOT_SUPPORTED);
+    winhost::Pc::Instance().Record(winhost::CallArgument{"SetHandleInformation", "dwMask", mask});
+    return TRUE;
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {

@@ -1,6 +1,6 @@
 #include <arpa/inet.h>
+#include <strings.h>
 
-#include <cctype>
 #include <regex>
 #include <set>
 
@@ -19,22 +19,21 @@ constexpr size_t kLongestSocketPath =
     100;  // a Unix socket's 107, and room for the name it has while it is made
 constexpr size_t kLongestWlanText = 255;
 constexpr size_t kLongestSsid = 32;
-constexpr uint32_t kHighestWlanState = 7;
-constexpr uint32_t kLargestScreen = 32767;
 constexpr size_t kLongestProcessName = 259;
 constexpr size_t kLongestServiceName = 256;
-constexpr uint32_t kHighestStartType = 4, kHighestServiceState = 7;
 constexpr uint32_t kAllBits = 0xFFFF;
 constexpr int32_t kLargestBias = 14 * 60;
 constexpr int32_t kLargestDaylightBias = 2 * 60;
-constexpr uint32_t kHighestClockRate = 1000;
 constexpr size_t kLongestGraphicsText = 127, kLongestOutputName = 31, kLongestDriverPath = 259;
 constexpr size_t kMostEngines = 64;
-constexpr uint32_t kHighestEngine = 255;
-constexpr uint32_t kHighestTimerPeriod = 1000;
 
 void Require(bool holds, const std::string& place, const std::string& what) {
     if (!holds) throw DescriptionError(place, what);
+}
+
+void RequireFrom(uint32_t lowest, uint32_t highest, uint32_t value, const std::string& place) {
+    Require(value >= lowest && value <= highest, place,
+            "expected " + std::to_string(lowest) + " to " + std::to_string(highest));
 }
 
 // Calls check(entry, place) for each entry of the list at this place.
@@ -84,7 +83,7 @@ void CheckAdapters(const std::vector<Adapter>& adapters) {
 void CheckWlan(const WlanInterface& wlan, const std::string& place) {
     Require(ParseGuid(wlan.guid).has_value(), place + ".guid", "\"" + wlan.guid + "\" is not a GUID");
     Require(wlan.description.size() <= kLongestWlanText, place + ".description", "too long");
-    Require(wlan.state <= kHighestWlanState, place + ".state", "expected 0 to 7");
+    RequireFrom(0, 7, wlan.state, place + ".state");
 }
 
 void CheckWlanNetwork(const WlanNetwork& network, const std::string& place) {
@@ -110,10 +109,10 @@ void CheckWlans(const PcDescription& pc) {
 }
 
 void CheckTransition(const ZoneTransition& transition, const std::string& place) {
-    Require(transition.month <= 12, place + ".month", "expected 0 to 12");
-    Require(transition.week >= 1 && transition.week <= 5, place + ".week", "expected 1 to 5");
-    Require(transition.weekday <= 6, place + ".weekday", "expected 0 to 6");
-    Require(transition.hour <= 23, place + ".hour", "expected 0 to 23");
+    RequireFrom(0, 12, transition.month, place + ".month");
+    RequireFrom(1, 5, transition.week, place + ".week");
+    RequireFrom(0, 6, transition.weekday, place + ".weekday");
+    RequireFrom(0, 23, transition.hour, place + ".hour");
 }
 
 void CheckZone(const PcDescription& pc) {
@@ -145,9 +144,8 @@ void CheckSystem(const PcDescription& pc) {
 
 void CheckSessions(const PcDescription& pc) {
     Require(pc.consoleSession != 0, "consoleSession", "session 0 is that of the services");
-    for (const auto& [size, place] :
-         {std::pair(pc.screen.width, "screen.width"), {pc.screen.height, "screen.height"}})
-        Require(size >= 1 && size <= kLargestScreen, place, "expected 1 to 32767");
+    RequireFrom(1, 32767, pc.screen.width, "screen.width");
+    RequireFrom(1, 32767, pc.screen.height, "screen.height");
     std::set<uint32_t> ids;
     CheckEach(pc.processes, "processes", [&](const auto& process, const auto& place) {
         Require(!process.name.empty(), place + ".name", "a process has a name");
@@ -158,19 +156,16 @@ void CheckSessions(const PcDescription& pc) {
 }
 
 void CheckServices(const PcDescription& pc) {
-    std::set<std::string> names;
+    const auto isBefore = [](const auto& a, const auto& b) { return strcasecmp(a.c_str(), b.c_str()) < 0; };
+    std::set<std::string, decltype(isBefore)> names;
     CheckEach(pc.services, "services", [&](const auto& service, const auto& place) {
         Require(!service.name.empty(), place + ".name", "a service has a name");
         Require(service.name.size() <= kLongestServiceName, place + ".name", "too long");
         Require(service.name.find_first_of("/\\") == std::string::npos, place + ".name",
                 "a service's name has no separator");
-        std::string folded = service.name;
-        for (char& c : folded)
-            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        Require(names.insert(folded).second, place + ".name", "another service has it");
-        Require(service.startType <= kHighestStartType, place + ".startType", "expected 0 to 4");
-        Require(service.state >= 1 && service.state <= kHighestServiceState, place + ".state",
-                "expected 1 to 7");
+        Require(names.insert(service.name).second, place + ".name", "another service has it");
+        RequireFrom(0, 4, service.startType, place + ".startType");
+        RequireFrom(1, 7, service.state, place + ".state");
     });
 }
 
@@ -196,9 +191,8 @@ void CheckGraphicsAdapter(const GraphicsAdapter& adapter, const std::string& pla
         Require(!name.empty() && name.size() <= kLongestOutputName, at, "expected 1 to 31 bytes");
     });
     Require(adapter.engines.size() <= kMostEngines, place + ".engines", "64 at most");
-    CheckEach(adapter.engines, place + ".engines", [](uint32_t engine, const auto& at) {
-        Require(engine <= kHighestEngine, at, "expected 0 to 255");
-    });
+    CheckEach(adapter.engines, place + ".engines",
+              [](uint32_t engine, const auto& at) { RequireFrom(0, 255, engine, at); });
     const uint32_t level = adapter.featureLevel;
     Require(level == 100 || level == 101 || level == 110 || level == 111, place + ".featureLevel",
             "expected 100, 101, 110 or 111");
@@ -210,8 +204,7 @@ void CheckGraphics(const PcDescription& pc) {
         CheckGraphicsAdapter(adapter, place);
         Require(luids.insert(adapter.luid).second, place + ".luid", "another adapter has it");
     });
-    Require(pc.timerPeriod >= 1 && pc.timerPeriod <= kHighestTimerPeriod, "timerPeriod",
-            "expected 1 to 1000");
+    RequireFrom(1, 1000, pc.timerPeriod, "timerPeriod");
 }
 
 template <class Value>
@@ -242,7 +235,7 @@ void CheckDescription(const PcDescription& pc) {
     if (pc.adapters) CheckAdapters(*pc.adapters);
     if (pc.dnsServers) CheckEach(*pc.dnsServers, "dnsServers", RequireAddress);
     CheckWlans(pc);
-    Require(pc.clockRate >= 1 && pc.clockRate <= kHighestClockRate, "clockRate", "expected 1 to 1000");
+    RequireFrom(1, 1000, pc.clockRate, "clockRate");
     Require(pc.cleanBoot <= 2, "cleanBoot", "expected 0, 1 or 2");
     for (const auto& [from, to] : pc.ports) {
         Require(from != 0 && to != 0, "ports." + std::to_string(from), "port 0 is none");

@@ -4,7 +4,6 @@
 
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 
 #include "winhost/control/ControlServer.h"

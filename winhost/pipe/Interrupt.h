@@ -3,8 +3,6 @@
 
 #include <sys/eventfd.h>
 
-#include <cstdint>
-
 #include "testbed/Descriptor.h"
 
 namespace winhost {

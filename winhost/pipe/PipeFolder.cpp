@@ -4,7 +4,6 @@
 #include <strings.h>
 #include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>

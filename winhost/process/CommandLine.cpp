@@ -1,79 +1,48 @@
 #include "winhost/process/CommandLine.h"
 
+#include <algorithm>
+
 namespace winhost {
 namespace {
 
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
+constexpr std::string_view kBlanks = " \t";
+
+// Takes an item from the front of the line, up to a blank outside quotes.
+std::string Take(std::string_view& line, bool isProgram) {
+    std::string item;
+    bool quoted = false;
+    size_t backslashes = 0;  // at the end of the item, which a quote halves
+    for (; !line.empty() && (quoted || kBlanks.find(line.front()) == std::string_view::npos);
+         line.remove_prefix(1)) {
+        const char c = line.front();
+        if (c != '"') {
+            item += c;
+            backslashes = c == '\\' && !isProgram ? backslashes + 1 : 0;
+            continue;
+        }
+        const bool isEscaped = backslashes % 2 == 1;
+        const bool isDoubled = !isProgram && !isEscaped && quoted && line.starts_with("\"\"");
+        item.resize(item.size() - (backslashes + 1) / 2);
+        if (isEscaped || isDoubled) {
+            item += '"';
+        } else {
+            quoted = !quoted;
+        }
+        if (isDoubled) line.remove_prefix(1);
+        backslashes = 0;
+    }
+    return item;
 }
-
-class Splitter {
-  public:
-    explicit Splitter(std::string_view rest) : m_rest(rest) {}
-
-    std::vector<std::string> Split() {
-        std::vector<std::string> arguments{TakeProgram()};
-        while (SkipBlanks())
-            arguments.push_back(TakeArgument());
-        return arguments;
-    }
-
-  private:
-    char Peek() const { return m_rest.empty() ? '\0' : m_rest.front(); }
-    char Take() {
-        const char c = m_rest.front();
-        m_rest.remove_prefix(1);
-        return c;
-    }
-    // False at the end.
-    bool SkipBlanks() {
-        while (IsBlank(Peek()))
-            Take();
-        return !m_rest.empty();
-    }
-
-    std::string TakeProgram() {
-        std::string program;
-        bool quoted = false;
-        while (!m_rest.empty() && (quoted || !IsBlank(Peek()))) {
-            const char c = Take();
-            c == '"' ? void(quoted = !quoted) : program.push_back(c);
-        }
-        return program;
-    }
-
-    std::string TakeArgument() {
-        std::string argument;
-        bool quoted = false;
-        while (!m_rest.empty() && (quoted || !IsBlank(Peek()))) {
-            size_t backslashes = 0;
-            for (; Peek() == '\\'; Take())
-                ++backslashes;
-            if (Peek() != '"') {
-                argument.append(backslashes, '\\');
-                if (!m_rest.empty() && (quoted || !IsBlank(Peek()))) argument.push_back(Take());
-                continue;
-            }
-            argument.append(backslashes / 2, '\\');
-            Take();
-            if (backslashes % 2 == 1) {
-                argument.push_back('"');
-            } else if (quoted && Peek() == '"') {
-                argument.push_back(Take());
-            } else {
-                quoted = !quoted;
-            }
-        }
-        return argument;
-    }
-
-    std::string_view m_rest;
-};
 
 }  // namespace
 
 std::vector<std::string> SplitArguments(std::string_view commandLine) {
-    return Splitter(commandLine).Split();
+    std::vector<std::string> arguments{Take(commandLine, true)};
+    while (true) {
+        commandLine.remove_prefix(std::min(commandLine.find_first_not_of(kBlanks), commandLine.size()));
+        if (commandLine.empty()) return arguments;
+        arguments.push_back(Take(commandLine, false));
+    }
 }
 
 }  // namespace winhost

@@ -4,27 +4,19 @@
 
 #include <cctype>
 #include <cerrno>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <winbase.h>
 
 #include "winhost/core/Gate.h"
-#include "winhost/pc/Marks.h"
 #include "winhost/pc/Pc.h"
-#include "winhost/process/CommandLine.h"
 #include "winhost/process/EnvironmentBlock.h"
 #include "winhost/process/ProgramSearch.h"
 #include "winhost/process/Spawn.h"
 
-using winhost::Pc;
-
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr int kNotRun = 1;
 constexpr const char* kEndings[] = {"", ".com", ".exe", ".bat", ".cmd"};
@@ -103,25 +95,12 @@ std::optional<std::string> FindProgram(const std::string& name) {
     return std::nullopt;
 }
 
-winhost::SpawnRequest RequestOf(const std::string& program, const std::string& line) {
-    winhost::SpawnRequest request;
-    request.program = fs::absolute(Pc::Instance().HostPath(program)).string();
-    request.arguments = winhost::SplitArguments(line);
-    request.environment = winhost::PcEnvironment();
-    std::erase_if(request.environment, winhost::IsMark);
-    const winhost::Marks marks{winhost::RootMark(Pc::Instance().Description()), winhost::OwnSession(),
-                               program, Pc::Instance().DescriptionFile()};
-    for (const std::string& mark : winhost::ToVariables(marks))
-        request.environment.push_back(mark);
-    return request;
-}
-
 }  // namespace
 
 int system(const char* command) {
     WINHOST_GATE("system", -1);
     if (!command) return 1;
-    Pc::Instance().Record(winhost::SystemCommand{command});
+    winhost::Pc::Instance().Record(winhost::SystemCommand{command});
     const auto line = WithoutRedirections(command);
     if (!line) {
         errno = EINVAL;
@@ -130,7 +109,8 @@ int system(const char* command) {
     const auto program = FindProgram(line->substr(0, line->find_first_of(" \t")));
     if (!program) return kNotRun;
     int exitCode = 0;
-    const DWORD error = winhost::RunToEnd(RequestOf(*program, *line), exitCode);
+    const DWORD error = winhost::RunToEnd(
+        winhost::RequestFor(*program, *line, winhost::PcEnvironment(), winhost::OwnSession()), exitCode);
     if (error == ERROR_SUCCESS) return exitCode;
     if (error == ERROR_BAD_EXE_FORMAT) return kNotRun;
     errno = ENOMEM;

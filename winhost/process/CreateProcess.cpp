@@ -1,6 +1,4 @@
 // Starting programs, in the caller's session and in others.
-#include <unistd.h>
-
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,10 +9,8 @@
 #include "testbed/Utf8.h"
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"
-#include "winhost/pc/Marks.h"
 #include "winhost/pc/Pc.h"
 #include "winhost/power/Privileges.h"
-#include "winhost/process/CommandLine.h"
 #include "winhost/process/EnvironmentBlock.h"
 #include "winhost/process/ProcessObject.h"
 #include "winhost/process/ProgramSearch.h"
@@ -27,8 +23,6 @@ using winhost::Pc;
 
 namespace {
 
-namespace fs = std::filesystem;
-
 // ---- what is started ----
 
 // The Windows path of the program: the text in quotes that the command line begins with, when it is a whole
@@ -40,11 +34,6 @@ std::optional<std::string> ProgramOf(const std::string& commandLine) {
     const size_t name = program.find_last_of('\\') + 1;
     if (name == 0 || program.find('.', name) == std::string::npos) return std::nullopt;
     return program;
-}
-
-// Where the file lies.
-std::string FileOf(const std::string& program) {
-    return fs::absolute(Pc::Instance().HostPath(program)).string();
 }
 
 // The file of this name in the folders of programs; the name itself when it is in none.
@@ -64,7 +53,7 @@ std::string SearchProgram(const std::string& commandLine) {
         std::string program = commandLine.substr(0, end);
         if (program.find('.', program.find_last_of('\\') + 1) == std::string::npos) program += ".exe";
         std::error_code ignored;
-        if (fs::is_regular_file(FileOf(program), ignored)) return program;
+        if (std::filesystem::is_regular_file(Pc::Instance().HostPath(program), ignored)) return program;
         if (first.empty()) first = program;
     }
     return first;
@@ -75,13 +64,6 @@ std::vector<std::string> VariablesOf(const WCHAR* block) {
     std::vector<std::string> variables;
     for (std::wstring text; !(text = block).empty(); block += text.size() + 1)
         variables.push_back(testbed::ToUtf8(text));
-    return variables;
-}
-
-std::vector<std::string> Marked(std::vector<std::string> variables, const winhost::Marks& marks) {
-    std::erase_if(variables, winhost::IsMark);
-    for (const std::string& mark : winhost::ToVariables(marks))
-        variables.push_back(mark);
     return variables;
 }
 
@@ -122,12 +104,8 @@ struct Launch {
 };
 
 BOOL Start(const Launch& launch, const STARTUPINFOA& startup, PROCESS_INFORMATION& information) {
-    winhost::SpawnRequest request;
-    request.program = FileOf(launch.program);
-    request.arguments = winhost::SplitArguments(launch.commandLine);
-    request.environment =
-        Marked(launch.variables, {winhost::RootMark(Pc::Instance().Description()), launch.session,
-                                  launch.program, Pc::Instance().DescriptionFile()});
+    const winhost::SpawnRequest request =
+        winhost::RequestFor(launch.program, launch.commandLine, launch.variables, launch.session);
     winhost::ProcessEntry entry;
     entry.name = launch.program.substr(launch.program.find_last_of('\\') + 1);
     entry.session = launch.session;

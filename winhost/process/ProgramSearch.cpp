@@ -3,7 +3,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 
 #include "winhost/pc/Pc.h"

@@ -4,7 +4,6 @@
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -18,6 +17,9 @@
 #include <winerror.h>
 
 #include "winhost/files/FileErrors.h"
+#include "winhost/pc/Marks.h"
+#include "winhost/pc/Pc.h"
+#include "winhost/process/CommandLine.h"
 #include "winhost/process/ProcFs.h"
 #include "winhost/process/ProcessWatcher.h"
 
@@ -135,6 +137,17 @@ class WaitForProgram {
 
 size_t WaitsForPrograms() {
     return g_waitsForPrograms;
+}
+
+SpawnRequest RequestFor(const std::string& program, const std::string& commandLine,
+                        std::vector<std::string> variables, DWORD session) {
+    const Pc& pc = Pc::Instance();
+    std::erase_if(variables, IsMark);
+    for (const std::string& mark :
+         ToVariables({RootMark(pc.Description()), session, program, pc.DescriptionFile()}))
+        variables.push_back(mark);
+    return {std::filesystem::absolute(pc.HostPath(program)).string(), SplitArguments(commandLine),
+            std::move(variables)};
 }
 
 DWORD Spawn(const SpawnRequest& request, ProcessEntry& entry) {

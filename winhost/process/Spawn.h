@@ -14,6 +14,11 @@ struct SpawnRequest {
     std::vector<std::string> arguments, environment;
 };
 
+// For a program of the PC by its Windows path: its file, its arguments, and the variables with the marks of a
+// process in that session.
+SpawnRequest RequestFor(const std::string& program, const std::string& commandLine,
+                        std::vector<std::string> variables, DWORD session);
+
 // Starts it in a session of its own, without any descriptor but three to nowhere, with all signals as they
 // are at first; it is reaped when it ends. `entry` has its name and its session, and gets its id and its
 // start. 0, or a Win32 error.

@@ -1,10 +1,10 @@
 // The registry, as the PC's description has it: keys and values are found whatever their case, and a key
 // exists when it or one below it is described. Values are REG_SZ, REG_EXPAND_SZ or REG_DWORD.
+#include <strings.h>
 #include <winreg.h>
 #include <windows.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -30,29 +30,17 @@ class RegistryKey final : public winhost::Object {
     const std::string m_path;
 };
 
-char Lower(char c) {
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-}
-
 bool BeginsWith(const std::string& text, const std::string& start) {
-    if (text.size() < start.size()) return false;
-    for (size_t i = 0; i < start.size(); ++i)
-        if (Lower(text[i]) != Lower(start[i])) return false;
-    return true;
+    return strncasecmp(text.c_str(), start.c_str(), start.size()) == 0;
 }
 
 bool SameName(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && BeginsWith(a, b);
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
 }
 
-// The one root here.
-bool IsRoot(HKEY key) {
-    return key == HKEY_LOCAL_MACHINE;
-}
-
-// Empty for what is no key.
+// Empty for what is no key. There is one root.
 std::string PathOf(HKEY key) {
-    if (IsRoot(key)) return "HKEY_LOCAL_MACHINE";
+    if (key == HKEY_LOCAL_MACHINE) return "HKEY_LOCAL_MACHINE";
     const auto object = HandleTable::Instance().Find<RegistryKey>(reinterpret_cast<HANDLE>(key));
     return object ? object->Path() : std::string();
 }
@@ -141,7 +129,7 @@ LSTATUS RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDW
 
 LSTATUS RegCloseKey(HKEY hKey) {
     WINHOST_GATE_CODE("RegCloseKey");
-    if (IsRoot(hKey)) return ERROR_SUCCESS;
+    if (hKey == HKEY_LOCAL_MACHINE) return ERROR_SUCCESS;
     return HandleTable::Instance().Close<RegistryKey>(reinterpret_cast<HANDLE>(hKey)) ? ERROR_SUCCESS
                                                                                       : ERROR_INVALID_HANDLE;
 }

@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <string>
-#include <system_error>
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Results.h"

@@ -3,7 +3,7 @@
 #include <winsvc.h>
 #include <windows.h>
 
-#include <algorithm>
+#include <map>
 #include <thread>
 
 namespace winhost {
@@ -12,43 +12,22 @@ namespace {
 // The one service of the process, as its handle has it.
 constexpr uintptr_t kService = 0x10;
 
-// The bit of the accepted mask that a control needs; 0 for those that every running service gets, and for
-// those that no service here accepts.
-uint32_t AcceptBit(uint32_t control) {
-    switch (control) {
-        case SERVICE_CONTROL_STOP:
-            return SERVICE_ACCEPT_STOP;
-        case SERVICE_CONTROL_PAUSE:
-        case SERVICE_CONTROL_CONTINUE:
-            return SERVICE_ACCEPT_PAUSE_CONTINUE;
-        case SERVICE_CONTROL_SHUTDOWN:
-            return SERVICE_ACCEPT_SHUTDOWN;
-        case SERVICE_CONTROL_POWEREVENT:
-            return SERVICE_ACCEPT_POWEREVENT;
-        case SERVICE_CONTROL_SESSIONCHANGE:
-            return SERVICE_ACCEPT_SESSIONCHANGE;
-        case SERVICE_CONTROL_PRESHUTDOWN:
-            return SERVICE_ACCEPT_PRESHUTDOWN;
-        default:
-            return 0;
-    }
-}
-
-bool IsUserDefined(uint32_t control) {
-    return control >= 128 && control <= 255;
-}
-
 bool Accepts(uint32_t mask, uint32_t control) {
-    if (const uint32_t bit = AcceptBit(control)) return (mask & bit) != 0;
-    return control == SERVICE_CONTROL_INTERROGATE || IsUserDefined(control);
+    static const std::map<uint32_t, uint32_t> kBits = {
+        {SERVICE_CONTROL_STOP, SERVICE_ACCEPT_STOP},
+        {SERVICE_CONTROL_PAUSE, SERVICE_ACCEPT_PAUSE_CONTINUE},
+        {SERVICE_CONTROL_CONTINUE, SERVICE_ACCEPT_PAUSE_CONTINUE},
+        {SERVICE_CONTROL_SHUTDOWN, SERVICE_ACCEPT_SHUTDOWN},
+        {SERVICE_CONTROL_POWEREVENT, SERVICE_ACCEPT_POWEREVENT},
+        {SERVICE_CONTROL_SESSIONCHANGE, SERVICE_ACCEPT_SESSIONCHANGE},
+        {SERVICE_CONTROL_PRESHUTDOWN, SERVICE_ACCEPT_PRESHUTDOWN}};
+    const auto bit = kBits.find(control);
+    if (bit != kBits.end()) return mask & bit->second;
+    const bool isUserDefined = control >= 128 && control <= 255;
+    return control == SERVICE_CONTROL_INTERROGATE || isUserDefined;
 }
 
 }  // namespace
-
-Scm& Scm::Instance() {
-    static Scm& scm = *new Scm;
-    return scm;
-}
 
 uint32_t Scm::Control(uint32_t control, uint32_t eventType, void* eventData, Delivery delivery) {
     const std::chrono::milliseconds patience(Pc::Instance().Get(&PcDescription::controlTimeoutMs));

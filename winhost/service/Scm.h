@@ -8,8 +8,8 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <string>
 
+#include "winhost/core/Singleton.h"
 #include "winhost/pc/Pc.h"
 
 namespace winhost {
@@ -19,7 +19,7 @@ using ControlHandler = std::function<uint32_t(uint32_t control, uint32_t eventTy
 
 class Scm {
   public:
-    static Scm& Instance();
+    static Scm& Instance() { return Singleton<Scm>(); }
 
     // ---- for those who play Windows ----
 

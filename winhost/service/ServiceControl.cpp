@@ -13,6 +13,7 @@
 #include "winhost/core/Gate.h"
 #include "winhost/core/HandleTable.h"
 #include "winhost/core/Results.h"
+#include "winhost/core/Singleton.h"
 #include "winhost/pc/Pc.h"
 
 using winhost::Clock;
@@ -50,10 +51,7 @@ class Service final : public winhost::Object {
 // stays so.
 class Stops {
   public:
-    static Stops& Instance() {
-        static Stops& stops = *new Stops;
-        return stops;
-    }
+    static Stops& Instance() { return winhost::Singleton<Stops>(); }
     void Begin(const std::string& service, Clock::Deadline end) {
         std::lock_guard lock(m_mutex);
         ForgetEarlierPc();
@@ -124,41 +122,22 @@ SERVICE_STATUS StatusOf(const DescribedService& service) {
 
 // ---- the configuration ----
 
-// Lays the texts of a configuration behind it.
-class ConfigWriter {
-  public:
-    ConfigWriter(QUERY_SERVICE_CONFIGA* config, DWORD room)
-        : m_room(room), m_buffer(reinterpret_cast<char*>(config)) {}
-
-    LPSTR Put(const std::string& text) {
-        char* const at = m_buffer + m_used;
-        m_used += text.size() + 1;
-        if (Fits()) std::memcpy(at, text.c_str(), text.size() + 1);
-        return at;
-    }
-    bool Fits() const { return m_used <= m_room; }
-    size_t Used() const { return m_used; }
-
-  private:
-    const size_t m_room;
-    char* const m_buffer;
-    size_t m_used = sizeof(QUERY_SERVICE_CONFIGA);
-};
-
+// The texts of a configuration lie behind it.
 DWORD WriteConfig(const DescribedService& service, QUERY_SERVICE_CONFIGA* config, DWORD room, DWORD& needed) {
-    ConfigWriter writer(config, room);
-    QUERY_SERVICE_CONFIGA made{};
-    made.dwServiceType = service.type;
-    made.dwStartType = service.startType;
-    made.dwErrorControl = SERVICE_ERROR_NORMAL;
-    made.lpBinaryPathName = writer.Put("\\SystemRoot\\System32\\drivers\\" + service.name + ".sys");
-    made.lpLoadOrderGroup = writer.Put("");
-    made.lpDependencies = writer.Put("");
-    made.lpServiceStartName = writer.Put("");
-    made.lpDisplayName = writer.Put(service.name);
-    needed = static_cast<DWORD>(writer.Used());
-    if (!writer.Fits()) return ERROR_INSUFFICIENT_BUFFER;
-    *config = made;
+    const std::string path = "\\SystemRoot\\System32\\drivers\\" + service.name + ".sys";
+    needed = static_cast<DWORD>(sizeof *config + path.size() + 1 + service.name.size() + 1);
+    if (room < needed) return ERROR_INSUFFICIENT_BUFFER;
+    char* const pathText = std::strcpy(reinterpret_cast<char*>(config + 1), path.c_str());
+    char* const nameText = std::strcpy(pathText + path.size() + 1, service.name.c_str());
+    *config = {};
+    config->dwServiceType = service.type;
+    config->dwStartType = service.startType;
+    config->dwErrorControl = SERVICE_ERROR_NORMAL;
+    config->lpBinaryPathName = pathText;
+    config->lpDisplayName = nameText;
+    // The rest are empty texts.
+    config->lpLoadOrderGroup = config->lpDependencies = config->lpServiceStartName =
+        nameText + service.name.size();
     return ERROR_SUCCESS;
 }
 

@@ -1,3 +1,5 @@
+#include <mmsystem.h>
+
 #include <cstdio>
 
 #include "winhost/tests/PcFixture.h"
@@ -98,6 +100,13 @@ TEST_F(TimeTest, TheFileTimeIsTheClocks) {
     const uint64_t ticks = static_cast<uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
     EXPECT_EQ(ticks, Clock().FileTime());
     EXPECT_NEAR(static_cast<double>(ticks), 116444736010000000.0, 100.0);
+}
+
+TEST_F(TimeTest, ThePcHasALowestTimerPeriod) {
+    StartPc([](auto& pc) { pc.timerPeriod = 3; });
+    for (const UINT period : {0u, 1u, 2u})
+        EXPECT_EQ(MMRESULT{TIMERR_NOCANDO}, timeBeginPeriod(period));
+    EXPECT_EQ(MMRESULT{TIMERR_NOERROR}, timeBeginPeriod(3));
 }
 
 }  // namespace

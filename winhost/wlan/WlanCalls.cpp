@@ -1,9 +1,7 @@
 // The calls of the WLAN API.
 #include <algorithm>
 #include <atomic>
-#include <cstddef>
 #include <cstdlib>
-#include <string>
 
 #include "winhost/core/Gate.h"
 #include "winhost/core/Guid.h"
@@ -84,9 +82,8 @@ DWORD WlanEnumInterfaces(HANDLE hClientHandle, PVOID pReserved, PWLAN_INTERFACE_
     DWORD error = ERROR_SUCCESS;
     if (!winhost::FindWlanClient(hClientHandle, error)) return error;
     const auto pc = winhost::Pc::Instance().Description();
-    const size_t size = std::max(sizeof(WLAN_INTERFACE_INFO_LIST),
-                                 offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) +
-                                     pc.wlanInterfaces.size() * sizeof(WLAN_INTERFACE_INFO));
+    const size_t size =
+        sizeof(WLAN_INTERFACE_INFO_LIST) + pc.wlanInterfaces.size() * sizeof(WLAN_INTERFACE_INFO);
     auto* list = static_cast<WLAN_INTERFACE_INFO_LIST*>(winhost::AllocateWlanMemory(size));
     if (!list) return ERROR_NOT_ENOUGH_MEMORY;
     list->dwNumberOfItems = static_cast<DWORD>(pc.wlanInterfaces.size());

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <map>
 
-#include "testbed/Utf8.h"
-
 namespace winhost {
 namespace {
 

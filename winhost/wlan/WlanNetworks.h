@@ -32,5 +32,7 @@ void LeaveNetwork(uint32_t number);
 // Another BSS of the same network. A frequency of 0 follows from the channel.
 void Roam(uint32_t number, uint32_t channel, uint32_t frequency);
 void ChangeKey(const std::string& name, const std::string& key);
+// Without a notification.
+void SetState(uint32_t number, uint32_t state);
 
 }  // namespace winhost

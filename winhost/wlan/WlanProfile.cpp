@@ -2,9 +2,8 @@
 #include <openssl/evp.h>
 
 #include <array>
-#include <fstream>
-#include <iterator>
-#include <utility>
+#include <map>
+#include <regex>
 
 #include "testbed/Utf8.h"
 #include "winhost/wlan/WlanNetworks.h"
@@ -21,28 +20,22 @@ std::string Hex(const unsigned char* bytes, size_t size) {
 }
 
 std::string Escaped(const std::string& text) {
-    static constexpr std::array<std::pair<char, const char*>, 4> kEntities = {
-        {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}}};
+    static const std::map<char, std::string> kEntities = {
+        {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
     std::string escaped;
     for (const char c : text) {
-        const char* entity = nullptr;
-        for (const auto& [plain, as] : kEntities)
-            if (plain == c) entity = as;
-        if (entity) {
-            escaped += entity;
-        } else {
-            escaped += c;
-        }
+        const auto entity = kEntities.find(c);
+        escaped += entity == kEntities.end() ? std::string(1, c) : entity->second;
     }
     return escaped;
 }
 
 // What stands in place of a key for those who may not read it: of the form that Windows gives it, and of no
 // use.
-std::string Protected(const std::string& key) {
+std::string Protected(const std::string& profile) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned size = 0;
-    EVP_Digest(key.data(), key.size(), digest.data(), &size, EVP_sha256(), nullptr);
+    EVP_Digest(profile.data(), profile.size(), digest.data(), &size, EVP_sha256(), nullptr);
     return "01000000D08C9DDF0115D1118C7A00C04FC297EB" + Hex(digest.data(), size);
 }
 
@@ -70,27 +63,16 @@ std::string MadeProfile(const WlanNetwork& network) {
 }
 
 // The first element of that name gets another text.
-void ReplaceText(std::string& xml, const std::string& element, std::string (*text)(const std::string&)) {
-    const std::string open = "<" + element + ">";
-    const size_t begin = xml.find(open);
-    if (begin == std::string::npos) return;
-    const size_t from = begin + open.size(), end = xml.find("</" + element + ">", from);
-    if (end != std::string::npos) xml.replace(from, end - from, text(xml.substr(from, end - from)));
-}
-
-std::string True(const std::string&) {
-    return "true";
+std::string WithText(const std::string& xml, const std::string& element, const std::string& text) {
+    return std::regex_replace(xml, std::regex("<" + element + ">[^<]*"), "<" + element + ">" + text,
+                              std::regex_constants::format_first_only);
 }
 
 }  // namespace
 
 std::string ProfileOf(const WlanNetwork& network, bool withPlainKey) {
-    std::string xml = network.profile.empty() ? MadeProfile(network) : network.profile;
-    if (!withPlainKey) {
-        ReplaceText(xml, "protected", True);
-        ReplaceText(xml, "keyMaterial", Protected);
-    }
-    return xml;
+    const std::string xml = network.profile.empty() ? MadeProfile(network) : network.profile;
+    return withPlainKey ? xml : WithText(WithText(xml, "protected", "true"), "keyMaterial", Protected(xml));
 }
 
 }  // namespace winhost

@@ -1,7 +1,4 @@
 // What happens to the PC's radio: it joins, leaves and roams, with the notifications that Windows sends.
-#include <algorithm>
-#include <cstddef>
-#include <cstring>
 #include <stdexcept>
 
 #include "winhost/core/WideText.h"
@@ -104,6 +101,10 @@ void ChangeKey(const std::string& name, const std::string& key) {
     NetworkNamed(Pc::Instance().Description(), name);
     ChangeNetwork(name, [&](WlanNetwork& changed) { changed.key = key; });
     Notify(0, kAcm, wlan_notification_acm_profile_change);
+}
+
+void SetState(uint32_t number, uint32_t state) {
+    SetInterface(number, state, InterfaceAt(Pc::Instance().Description(), number).network);
 }
 
 }  // namespace winhost

@@ -17,12 +17,6 @@ GUID GuidOfInterface(uint32_t number) {
 
 }  // namespace
 
-// Never destroyed: its thread listens until the process is gone.
-WlanService& WlanService::Instance() {
-    static WlanService& service = *new WlanService;
-    return service;
-}
-
 HANDLE WlanService::Open() {
     const auto client = std::make_shared<WlanClient>();
     const HANDLE handle = HandleTable::Instance().Add(client);

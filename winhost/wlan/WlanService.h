@@ -13,6 +13,7 @@
 #include <wlanapi.h>
 
 #include "winhost/core/HandleTable.h"
+#include "winhost/core/Singleton.h"
 #include "winhost/pc/Pc.h"
 
 namespace winhost {
@@ -50,7 +51,7 @@ class WlanClient : public Object {
 
 class WlanService {
   public:
-    static WlanService& Instance();
+    static WlanService& Instance() { return Singleton<WlanService>(); }
 
     // Tells every client that listens to the source. Returns when their callbacks have returned, so that it
     // must not be called from one.
@@ -72,7 +73,6 @@ class WlanService {
         bool done = false;
     };
 
-    WlanService() = default;
     [[noreturn]] void Deliver();
     void DeliverTo(WlanClient& client, const WlanNotification& notification,
                    std::unique_lock<std::mutex>& lock);

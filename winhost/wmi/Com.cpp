@@ -13,6 +13,12 @@ namespace winhost {
 namespace {
 
 thread_local unsigned t_entered = 0;  // how often the calling thread has entered the apartment
+std::atomic<size_t> g_staleUses{0};
+
+struct History {
+    std::mutex mutex;
+    std::vector<std::string> calls;
+};
 
 }  // namespace
 
@@ -25,10 +31,6 @@ size_t LiveComObjects() {
     return ComObjectCount::Value();
 }
 
-namespace {
-std::atomic<size_t> g_staleUses{0};
-}  // namespace
-
 size_t StaleComUses() {
     return g_staleUses;
 }
@@ -39,39 +41,18 @@ bool CheckComUse() {
     return ready;
 }
 
-namespace {
-
-struct History {
-    std::mutex mutex;
-    std::vector<std::string> calls;
-};
-
-// Never destroyed either.
-History& TheHistory() {
-    static History& history = *new History;
-    return history;
-}
-
-}  // namespace
-
 std::vector<std::string> ComHistory() {
-    History& history = TheHistory();
+    History& history = Singleton<History>();
     std::lock_guard lock(history.mutex);
     return history.calls;
 }
 
 void AddToComHistory(std::string call) {
     constexpr size_t kMost = 10'000;
-    History& history = TheHistory();
+    History& history = Singleton<History>();
     std::lock_guard lock(history.mutex);
     // A run of days does not fill the memory.
     if (history.calls.size() < kMost) history.calls.push_back(std::move(call));
-}
-
-// Never destroyed: objects are released until the process is gone.
-Com& Com::Instance() {
-    static Com& com = *new Com;
-    return com;
 }
 
 bool Com::IsReady() const {

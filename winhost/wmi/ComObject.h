@@ -11,6 +11,7 @@
 #include <combaseapi.h>
 
 #include "winhost/core/Gate.h"
+#include "winhost/core/Singleton.h"
 
 namespace winhost {
 
@@ -92,7 +93,7 @@ class Proxy {
 // The process's COM.
 class Com {
   public:
-    static Com& Instance();
+    static Com& Instance() { return Singleton<Com>(); }
 
     // True while some thread of the process is in the apartment. All threads may then use COM objects.
     bool IsReady() const;
@@ -105,8 +106,6 @@ class Com {
     HRESULT SetSecurity(DWORD impersonationLevel);
 
   private:
-    Com() = default;
-
     mutable std::mutex m_mutex;
     unsigned m_entered = 0;          // by all threads
     DWORD m_impersonationLevel = 0;  // 0 until security is settled
