@@ -33,6 +33,12 @@ class CloudClient : public CloudFixture {
         Client().startNUBA();
         ASSERT_TRUE(AwaitConnections(1));
     }
+    // A deinit of the library. The stop calls it only while the thread has not returned, so that the calls of
+    // both meet here.
+    void AwaitBoth(std::atomic<int>& calls) {
+        const int both = (++calls + 1) / 2 * 2;
+        EXPECT_TRUE(Eventually([&] { return calls >= both; }));
+    }
 };
 
 // ---- the start ----
@@ -251,6 +257,8 @@ TEST_F(CloudClient, AStopEndsTheConnection) {
 
 TEST_F(CloudClient, AStopBetweenTwoAttemptsTakesNoTime) {
     Provision();
+    std::atomic<int> calls{0};
+    Script().OnDeinit([&] { AwaitBoth(calls); });
     Client().startNUBA();
     ASSERT_TRUE(Clock().AwaitSleeper(kRetry));
     const auto before = Clock().Steady();
@@ -321,10 +329,8 @@ TEST_F(CloudClient, ADeinitThatThrowsEndsNothingElse) {
     Provision();
     std::atomic<int> calls{0};
     for (const bool isException : {true, false}) {
-        Script().OnDeinit([isException, &calls] {
-            // The stop calls only while the thread has not returned: each call waits for the other one.
-            const int both = (++calls + 1) / 2 * 2;
-            EXPECT_TRUE(Eventually([&] { return calls >= both; }));
+        Script().OnDeinit([&, isException] {
+            AwaitBoth(calls);
             if (isException) throw std::runtime_error("of the library");
             throw 5;
         });
