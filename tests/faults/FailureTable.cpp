@@ -347,7 +347,7 @@ constexpr SilentPlace kSilentPlaces[] = {
     {"TerminateThread", "ZELService::StopDASHAndReadThread",
      "gets no handle; the read thread ends with the process"},
     {"DeleteFileA", "DeleteEndedProgram", "tried again, as while the program still runs"},
-    {"system", "ScheduledTasks.cpp", "a task that cannot be asked for is registered"},
+    {"system", "TaskExists", "a task that cannot be asked for is registered"},
     {"CreateFileA", "OpenInPlace", kNoRequest, 0, "enrolment"},
     {"GetFileInformationByHandle", "Examine", kNoRequest, 0, "enrolment"},
     {"GetKernelObjectSecurity", "Examine", kNoRequest, 0, "enrolment"},
