@@ -8,7 +8,7 @@
 
 namespace testbed {
 
-// A file of zeroed memory that cannot become shorter. Empty when the host has none to give.
+// A file of zeroed memory that cannot become shorter. Empty when the system refuses it.
 Descriptor MakeMemoryFile(size_t size);
 // Maps the file; nullptr when it is shorter, or when its owner could still make it shorter.
 void* MapMemoryFile(const Descriptor& file, size_t size);

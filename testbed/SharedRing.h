@@ -15,11 +15,13 @@ class SharedRing {
   public:
     static constexpr uint32_t kSize = 1u << 21;  // bytes, a power of two
 
-    // Where bytes lie: counted from the first byte that the ring ever held, so that it may wrap.
+    // Where bytes lie. It grows with each byte and may wrap; an empty ring begins again at 0.
     using Position = uint32_t;
 
     // Producer: copies the bytes into the ring, one part behind the other. Nothing when there is no room.
     std::optional<Position> Put(std::span<const uint8_t> first, std::span<const uint8_t> second = {});
+    // Producer: takes back the bytes that it has put in last, before the consumer learns of them.
+    void TakeBack(Position begin) { m_end = begin; }
     // Consumer: the bytes; none when the producer cannot have put them there.
     std::span<const uint8_t> Get(Position begin, uint32_t size) const;
     // Consumer: frees these bytes and all before them.

@@ -27,13 +27,14 @@ Descriptor Failed(Descriptor& socket) {
     return {};
 }
 
-// A message with room for one descriptor. The kernel closes those that do not fit.
+// A message with room for one descriptor. The kernel closes those that do not fit, and counts the padding of
+// CMSG_SPACE as room.
 struct MessageWithFile {
     MessageWithFile(void* bytes, size_t size) : part{bytes, size} {
         message.msg_iov = &part;
         message.msg_iovlen = 1;
         message.msg_control = control;
-        message.msg_controllen = sizeof control;
+        message.msg_controllen = CMSG_LEN(sizeof(int));
     }
     cmsghdr& Header() { return *reinterpret_cast<cmsghdr*>(control); }
 

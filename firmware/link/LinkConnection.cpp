@@ -88,7 +88,7 @@ void LinkConnection::HandleLargeRequest(mpmlink::Header header, std::span<const 
     std::span<const uint8_t> input;
     if (m_memory && payload.size() == sizeof frame - sizeof header) {
         std::memcpy(&frame.position, payload.data(), payload.size());
-        input = m_memory->toFirmware.Get(frame.position, frame.size);
+        if (frame.size <= mpmlink::kMaxPayload) input = m_memory->toFirmware.Get(frame.position, frame.size);
     }
     if (input.empty()) return m_server.Drop(m_number, "a large request without its input");
     header.kind = mpmlink::Kind::Request;

@@ -8,9 +8,11 @@
 // firmware back.
 //
 // Over a Unix socket the bytes of large requests and messages go through memory that both processes have
-// mapped, so that they are copied as often as a driver copies them. The first frame that a host sends to
-// listen, or with a large input, carries the descriptor of that memory (SCM_RIGHTS, LinkMemory.h). Without
-// memory, or without room in it, the bytes go through the socket.
+// mapped (LinkMemory.h), so that the firmware handles an input where the host has copied it, as with a
+// driver. The first Listen or large request for which the socket has room carries the descriptor of that
+// memory (SCM_RIGHTS). It is not confirmed: a firmware that cannot map it ends the connection with the first
+// large request. Without memory, or without room in it, the bytes go through the socket. Unread messages wait
+// in the memory until it is full.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +33,7 @@ enum class Kind : uint32_t {
 struct Header {
     uint32_t size;  // bytes of payload behind this header, at most kMaxPayload
     Kind kind;
-    uint32_t id;     // of a request; 0 in other frames
+    uint32_t id;     // of a request, or see Kind; 0 in other frames
     uint32_t code;   // control code of a request; 0 in other frames
     uint32_t value;  // see Kind
 };

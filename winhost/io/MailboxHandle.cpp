@@ -56,7 +56,7 @@ DWORD MailboxHandle::Pend(Pending request, Header frame, const void* payload) {
 }
 
 // Sends a frame whose payload goes through the shared memory, and the first read, which offers that memory.
-// False when the frame has to be sent without.
+// False when the frame has to go through the socket.
 bool MailboxHandle::SendWithMemory(const Header& header, const void* payload) {
     if (!m_unsent.empty()) return false;
     testbed::Descriptor offered;
@@ -77,11 +77,13 @@ bool MailboxHandle::SendWithMemory(const Header& header, const void* payload) {
         frame.position = *position;
     }
     if (testbed::SendWithFile(m_socket, &frame, size, offered)) return true;
+    if (header.size != 0) (*m_memory)->toFirmware.TakeBack(frame.position);
     if (offered) m_memory.reset();
     return false;
 }
 
-// Header and payload go with one system call, from the caller's own buffer, unless the socket is full.
+// Header and payload go with one system call, from the caller's own buffer, unless the socket is full. Large
+// payloads go through memory.
 DWORD MailboxHandle::Send(const Header& header, const void* payload) {
     if (m_unsent.size() == kMostUnsent) return ERROR_NO_SYSTEM_RESOURCES;
     if ((header.kind == Kind::Listen || header.size >= mpmlink::kLarge) && SendWithMemory(header, payload))

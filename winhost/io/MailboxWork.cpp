@@ -143,7 +143,8 @@ bool MailboxHandle::IsWellFormed() const {
         case Kind::Message:
             return m_header.size <= mpmlink::kMaxPayload && m_isListening;
         case Kind::LargeMessage:
-            return m_header.size == 0 && m_isListening && !BytesInMemory().empty();
+            return m_header.size == 0 && m_header.value <= mpmlink::kMaxPayload && m_isListening &&
+                   !BytesInMemory().empty();
         default:
             return false;
     }
@@ -174,7 +175,7 @@ bool MailboxHandle::FindTaker() {
         m_wanted = std::min(size, m_taker->room);
         if (size > m_taker->room) m_error = ERROR_MORE_DATA;
         if (isInMemory) {
-            std::memcpy(m_taker->buffer, BytesInMemory().data(), m_wanted);
+            if (m_wanted != 0) std::memcpy(m_taker->buffer, BytesInMemory().data(), m_wanted);
             (*m_memory)->toHost.Release(m_header.id, size);
         }
     }

@@ -15,7 +15,7 @@ class MailboxMemoryTest : public MailboxRequestTest {
     }
 };
 
-TEST_F(MailboxMemoryTest, InputsComeWholeAndInOrderWhileTheyAreFree) {
+TEST_F(MailboxMemoryTest, InputsOfAnySizeComeWhole) {
     for (const size_t size : {size_t(mpmlink::kLarge - 1), size_t(mpmlink::kLarge), size_t(300'001),
                               size_t(mpmlink::kMaxPayload)}) {
         const std::string input(size, static_cast<char>('a' + size % 26));
@@ -63,6 +63,45 @@ TEST_F(MailboxMemoryTest, MoreThanFitGoesThroughTheSocketInOrder) {
     }
     caller.join();
     EXPECT_EQ(inMemory, testbed::SharedRing::kSize / 300'000);
+}
+
+// After one of these numbers of short requests the socket has no room for the place of the large input.
+TEST_F(MailboxMemoryTest, MemoryHasItsRoomAgainWhenTheSocketWasFull) {
+    const std::string largest(mpmlink::kMaxPayload, 'l');
+    bool isFull = false;
+    for (int count = 80; !isFull; ++count) {
+        std::deque<Request> requests;
+        for (int i = 0; i <= count && !isFull; ++i) {
+            const std::string input = i < count ? std::string(12'000, 's') : largest;
+            isFull = Write(m_device, requests.emplace_back(), input) != ERROR_IO_PENDING;
+        }
+        if (isFull) requests.pop_back();
+        std::thread firmware([&] {
+            for (size_t i = 0; i < requests.size(); ++i)
+                m_firmware.Respond(m_firmware.Receive(), 0);
+        });
+        for (Request& request : requests)
+            EXPECT_EQ(request.Await(), ERROR_SUCCESS);
+        firmware.join();
+    }
+    Request first, second;
+    Write(m_device, first, largest);
+    Write(m_device, second, largest);
+    for (Request* request : {&first, &second}) {
+        const auto frame = m_firmware.Receive();
+        EXPECT_TRUE(frame.wasInMemory);
+        m_firmware.Respond(frame, 0);
+        EXPECT_EQ(request->Await(), ERROR_SUCCESS);
+    }
+}
+
+TEST_F(MailboxMemoryTest, ALargeMessageIntoAnEmptyBufferIsLost) {
+    Request read(0);
+    EXPECT_EQ(Result(ReadFile(m_device, nullptr, 0, nullptr, &read.overlapped)), ERROR_IO_PENDING);
+    EXPECT_EQ(m_firmware.Receive().header.kind, Kind::Listen);
+    m_firmware.SendLargeMessage(std::string(70'000, 'm'));
+    EXPECT_EQ(read.Await(), ERROR_MORE_DATA);
+    ExpectTheNextIsAnswered();
 }
 
 TEST_F(MailboxMemoryTest, ALargeMessageFillsTheRead) {

@@ -2,7 +2,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 
+#include <cstring>
+#include <filesystem>
 #include <random>
 
 #include "mailbox/MailboxCodes.h"
@@ -129,7 +132,7 @@ TEST_F(LinkMemoryTest, RefusesAFileThatIsNoMemory) {
 
 TEST_F(LinkMemoryTest, RefusesInputThatIsNotInTheRing) {
     for (const auto& [position, size] : {std::pair(testbed::SharedRing::kSize - 10, 11u),
-                                         std::pair(0u, testbed::SharedRing::kSize + 1), std::pair(0u, 0u)}) {
+                                         std::pair(0u, mpmlink::kMaxPayload + 1), std::pair(0u, 0u)}) {
         LinkHost host(m_firmware.Address());
         host.OfferMemory(testbed::MakeMemoryFile(sizeof(LinkMemory)));
         host.SendBytes(Bytes::Of(
@@ -156,7 +159,36 @@ TEST_F(LinkMemoryTest, SurvivesRandomPositions) {
     }
 }
 
-TEST(SocketsTest, KnowsAUnixSocket) {
+TEST(SocketsTest, ReceivesTheFirstOfSeveralFilesAndKeepsNoOther) {
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    const testbed::Descriptor sender(pair[0]), receiver(pair[1]);
+    const auto openFiles = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = openFiles();
+    alignas(cmsghdr) char control[CMSG_SPACE(3 * sizeof(int))] = {};
+    char byte = 'x';
+    iovec part{&byte, 1};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    *header = {CMSG_LEN(3 * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+    const int files[] = {pair[0], pair[0], pair[0]};
+    std::memcpy(CMSG_DATA(header), files, sizeof files);
+    ASSERT_EQ(sendmsg(sender.Get(), &message, 0), 1);
+    {
+        testbed::Descriptor file;
+        EXPECT_EQ(testbed::ReceiveWithFile(receiver, &byte, 1, file), 1);
+        EXPECT_TRUE(file);
+    }
+    EXPECT_EQ(openFiles(), before);
+}
+
+TEST(SocketsTest, RecognizesAUnixSocket) {
     ListeningFirmware firmware;
     EXPECT_TRUE(testbed::IsUnix(testbed::ConnectUnix(firmware.Address().substr(5))));
     const testbed::Descriptor listener = testbed::ListenTcp(0, 1);

@@ -50,6 +50,7 @@ TEST_F(SharedRingTest, HasNoRoomUntilSomethingIsReleased) {
 }
 
 TEST_F(SharedRingTest, HoldsAsMuchAsItsSizeAndNoMore) {
+    m_ring->Release(*Put(1000), 1000);
     EXPECT_FALSE(Put(SharedRing::kSize + 1));
     EXPECT_TRUE(Put(SharedRing::kSize));
 }
@@ -75,6 +76,16 @@ TEST_F(SharedRingTest, AnEmptyRingUsesTheSameBytesAgain) {
     const auto first = Put(1000);
     m_ring->Release(*first, 1000);
     EXPECT_EQ(Put(1000), first);
+}
+
+TEST_F(SharedRingTest, HasTheRoomAgainOfWhatTheProducerTakesBack) {
+    const auto first = Put(1000), second = Put(SharedRing::kSize - 1000);
+    ASSERT_TRUE(first && second);
+    m_ring->TakeBack(*second);
+    EXPECT_EQ(Put(2000), second);
+    m_ring->TakeBack(*second);
+    m_ring->TakeBack(*first);
+    EXPECT_TRUE(Put(SharedRing::kSize));
 }
 
 TEST_F(SharedRingTest, GivesNothingOutsideOfTheRing) {
