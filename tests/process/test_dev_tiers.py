@@ -40,6 +40,11 @@ lint() { check_quickly; check_tidy; }
 """
 
 
+def heed_interrupts():
+    """A shell that starts a program in the background makes it ignore interrupts, and all that this program starts."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
 class Tree:
     """The files of the project that ./dev test needs, with sample tests and with tools that build nothing."""
 
@@ -77,7 +82,8 @@ class Tree:
         environment = {**os.environ, "PATH": f"{self.tools}:{os.environ['PATH']}", "EVENTS": str(self.events),
                        "TMPDIR": str(self.folder / "temporary")}
         return subprocess.Popen([self.folder / "dev", "test", *tiers], env=environment, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True)
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True,
+                                preexec_fn=heed_interrupts)
 
     def run(self, *tiers):
         """The exit code and the lines, without the way they are shown and without the folder of what the tests left."""
