@@ -52,9 +52,9 @@ bool IsConnected(curl_socket_t socket) {
 }
 
 // Whether the server has ended the connection, rather than refused the handshake.
-bool TellsOfAnEnd(std::string_view text) {
-    for (const char* end :
-         {"unexpected eof", "SSL_ERROR_SYSCALL", "onnection reset", "SSL_ERROR_ZERO_RETURN"})
+bool NamesAnEnd(std::string_view text) {
+    for (const char* end : {"unexpected eof", "SSL_ERROR_SYSCALL", "onnection reset", "is not connected",
+                            "SSL_ERROR_ZERO_RETURN"})
         if (text.find(end) != std::string_view::npos) return true;
     return false;
 }
@@ -181,7 +181,7 @@ uint32_t HttpExchange::ErrorOf(CURLcode code) const {
         case CURLE_SSL_CACERT_BADFILE:
             return ERROR_WINHTTP_SECURE_FAILURE;
         case CURLE_SSL_CONNECT_ERROR:
-            return TellsOfAnEnd(m_errorText) ? ERROR_WINHTTP_CONNECTION_ERROR : ERROR_WINHTTP_SECURE_FAILURE;
+            return NamesAnEnd(m_errorText) ? ERROR_WINHTTP_CONNECTION_ERROR : ERROR_WINHTTP_SECURE_FAILURE;
         case CURLE_OUT_OF_MEMORY:
             return ERROR_WINHTTP_INTERNAL_ERROR;
         default:
