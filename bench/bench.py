@@ -243,9 +243,9 @@ def start_to_first_status(workdir):
         with Firmware(folder) as firmware, NativeHost(folder, firmware.address) as host:
             begun = time.time()
             host.start("-service")
-            told = firmware.await_request("WriteZELStatus", lambda fields: fields["state"] == 1)
+            status = firmware.await_request("WriteZELStatus", lambda fields: fields["state"] == 1)
             attempts = host.log_text().count("Couldn't read registy with RegOpenKeyEx() API in attempt")
-            whole = datetime.datetime.fromisoformat(told["time"].replace("Z", "+00:00")).timestamp() - begun
+            whole = datetime.datetime.fromisoformat(status["time"].replace("Z", "+00:00")).timestamp() - begun
             prescribed.append(attempts * 1000.0)
             own.append(whole * 1000 - attempts * 1000)
     show("from the start of the process to the firmware's first status", [

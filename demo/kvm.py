@@ -109,7 +109,7 @@ def end(story, kvm, agent):
     kvm.close_session()
     eventually(lambda: not is_running(agent), "the agent to exit")
     story.add("PC", "the agent exited when the service asked it to")
-    eventually(kvm.closes_told, "the report of the session's end")
+    eventually(kvm.reported_closes, "the report of the session's end")
     kvm.host.await_log("Terminate file deleted")
 
 
@@ -147,8 +147,8 @@ def serve_by_hand(story, host, firmware, desktop, ended):
     story.add("demo", f"      {build}/mpmsim send --control {firmware.control_path} GET_KVM_CONSENT --hex 010000003c000000")
     closed, removed = 0, kvm.agent_removals()
     while not ended.wait(0.3):
-        if kvm.closes_told() > closed:
-            closed = kvm.closes_told()
+        if kvm.reported_closes() > closed:
+            closed = kvm.reported_closes()
             kvm.close_session()
         if kvm.agent_removals() > removed:
             removed = kvm.agent_removals()

@@ -35,7 +35,7 @@ enum MpmNoticeKind {
     MpmHandleListens = 2, /* its first read has come */
     MpmHandleClosed = 3,  /* nothing of this handle follows */
     MpmRequestArrived = 4,
-    MpmRequestCancelled = 5, /* follows only on a request that was told */
+    MpmRequestCancelled = 5, /* follows only on a request that was announced */
 };
 
 #pragma pack(push, 1)

@@ -54,7 +54,7 @@ void Bridge::Watch() {
 }
 
 void Bridge::Take(std::span<const uint8_t> bytes) {
-    m_sender.HeardFromClient();
+    m_sender.OnClientBytes();
     if (!m_reason.empty()) return;
     if (m_toServer.size() + bytes.size() > kMaxWaiting) return End("the server does not read");
     m_toServer.insert(m_toServer.end(), bytes.begin(), bytes.end());

@@ -22,7 +22,7 @@ class PacedSender {
                 std::function<void()> drained = nullptr);
     ~PacedSender();
 
-    void HeardFromClient() { m_mayGo = true; }
+    void OnClientBytes() { m_mayGo = true; }
     void Append(std::span<const uint8_t> bytes);
     // Nothing waits and no pause runs.
     bool Idle() const { return m_waiting.empty() && m_timer == 0; }

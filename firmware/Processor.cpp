@@ -116,7 +116,7 @@ void Processor::OnRequest(const LinkRequest& request) {
 void Processor::Record(const LinkRequest& request, const char* name, const std::string& fault) {
     const bool quiet = fault.empty() && IsQuiet(request.code);
     const bool keep = m_settings.KeepRequests && !quiet;
-    if (m_observer && !quiet) Tell(Event::Kind::Request, name, request.code, request.input, fault);
+    if (m_observer && !quiet) Notify(Event::Kind::Request, name, request.code, request.input, fault);
     mpm::Request kept{name, request.code, {}, std::chrono::system_clock::now(), fault};
     if (keep) kept.data.assign(request.input.begin(), request.input.end());
     m_log.Add(std::move(kept), keep);
@@ -181,11 +181,11 @@ void Processor::Complete(const LinkRequest& request, const MailboxRequest& opera
     const std::vector<uint8_t> output = resized(AnswerTo(operation.code, m_settings, m_hostUp));
     // What follows from a record is seen by the host only after its request has been answered.
     m_link.Answer(request, 0, output);
-    Learn(operation, request.input);
+    StoreRecord(operation, request.input);
     if (m_screen && request.code == MailboxCode::WriteEncodedBuffer) m_screen->TakeChunk(request.input);
 }
 
-void Processor::Learn(const MailboxRequest& operation, std::span<const uint8_t> input) {
+void Processor::StoreRecord(const MailboxRequest& operation, std::span<const uint8_t> input) {
     if (operation.input.fields.empty()) return;
     // Of an encoded frame the head is enough.
     m_host[operation.name].assign(input.begin(),
@@ -195,14 +195,14 @@ void Processor::Learn(const MailboxRequest& operation, std::span<const uint8_t> 
             m_hostUp = As<ZELStatusRecord>(input).state != 2;
             break;
         case MailboxCode::WriteIPCompleteInformation:
-            HearOfConnection(As<IPCompleteInfo>(input));
+            OnConnection(As<IPCompleteInfo>(input));
             break;
         case MailboxCode::WriteDisplayConfig:
             if (const auto config = As<DisplayConfigRecord>(input); m_screen)
                 m_screen->Configure(config.width, config.height);
             break;
         case MailboxCode::WriteCloseSocketcmd:
-            HearOfClose(As<CloseSocketRecord>(input).port);
+            OnConnectionClosed(As<CloseSocketRecord>(input).port);
             break;
         default:
             break;
@@ -224,12 +224,12 @@ void Processor::Send(uint8_t command, std::span<const uint8_t> payload, uint8_t 
     if (command == MPM_ZEL_CMD_KVM_ENABLE_STATUS && m_screen) m_screen->Ask();
     const uint8_t tail[kMailboxTrailerSize] = {command, trailer};
     if (m_observer && !IsQuiet(command))
-        Tell(Event::Kind::Message, CommandName(command), command, payload, {});
+        Notify(Event::Kind::Message, CommandName(command), command, payload, {});
     m_link.Send(payload, tail);
 }
 
 void Processor::SendRaw(std::span<const uint8_t> message) {
-    if (m_observer) Tell(Event::Kind::Message, "raw", 0, message, {});
+    if (m_observer) Notify(Event::Kind::Message, "raw", 0, message, {});
     m_link.Send(message, {});
 }
 
@@ -267,14 +267,14 @@ void Processor::Observe(std::function<void(const Event&)> observer) {
     m_observer = observer ? std::make_shared<const decltype(observer)>(std::move(observer)) : nullptr;
 }
 
-void Processor::Tell(Event::Kind kind, const std::string& name, uint32_t code, std::span<const uint8_t> data,
-                     const std::string& text) {
+void Processor::Notify(Event::Kind kind, const std::string& name, uint32_t code,
+                       std::span<const uint8_t> data, const std::string& text) {
     const auto observer = m_observer;
     (*observer)({kind, name, code, data, text, std::chrono::system_clock::now()});
 }
 
 void Processor::Note(const std::string& what, const std::string& text) {
-    if (m_observer) Tell(Event::Kind::Note, what, 0, {}, text);
+    if (m_observer) Notify(Event::Kind::Note, what, 0, {}, text);
 }
 
 }  // namespace mpm

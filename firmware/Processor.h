@@ -72,14 +72,14 @@ class Processor {
     void Postpone(const LinkRequest& request, const MailboxRequest& operation, const Fault& fault);
     void Forget(const std::function<bool(const Pending&)>& which);
     void Listening(bool listening);
-    void Tell(Event::Kind kind, const std::string& name, uint32_t code, std::span<const uint8_t> data,
-              const std::string& text);
+    void Notify(Event::Kind kind, const std::string& name, uint32_t code, std::span<const uint8_t> data,
+                const std::string& text);
     void Note(const std::string& what, const std::string& text = {});
 
     std::vector<uint8_t> OutputOf(uint32_t code) const;
-    void Learn(const MailboxRequest& operation, std::span<const uint8_t> input);
-    void HearOfConnection(const IPCompleteInfo& info);
-    void HearOfClose(uint16_t port);
+    void StoreRecord(const MailboxRequest& operation, std::span<const uint8_t> input);
+    void OnConnection(const IPCompleteInfo& info);
+    void OnConnectionClosed(uint16_t port);
     // Ends the host's DASH connection, unless that has been done already: a second command would end the next
     // connection.
     void EndDash();

@@ -16,7 +16,7 @@ namespace mpm {
 
 // Who takes the bytes of a stream (DASH behind port 664, KVM behind port 22) and answers them.
 enum class Peer {
-    None,      // nobody; the bytes are recorded, and given to Firmware::OnDash's function when there is one
+    None,      // the bytes are recorded, and given to Firmware::OnDash's function when there is one
     Echo,      // every packet comes back as one message with the same bytes
     Identify,  // DASH only: WS-Management over TLS
     Bridge,    // a real server, reached over TCP
@@ -64,7 +64,7 @@ struct Settings {
     std::optional<uint32_t> DomainSize;  // the length of Domains when empty
     CloudSettings Cloud;
 
-    // From version 45 on the firmware ends a DASH connection by command 41 once it has heard
+    // From version 45 on the firmware ends a DASH connection by command 41 after
     // WriteCloseSocketcmd. False: it never does.
     bool EndsClosedSessions = true;
 

@@ -119,7 +119,7 @@ void Processor::AnswerPaced() {
         m_link.Answer(request, 0, {});
 }
 
-void Processor::HearOfConnection(const IPCompleteInfo& info) {
+void Processor::OnConnection(const IPCompleteInfo& info) {
     if (info.PeerMarker != 0xFFFF || info.PeerPort == 0) return;
     if (info.Port == kDashPort) {
         Retire(m_dash);
@@ -132,7 +132,7 @@ void Processor::HearOfConnection(const IPCompleteInfo& info) {
     if (m_screen) m_kvm = m_screen->AcceptViewer();
 }
 
-void Processor::HearOfClose(uint16_t port) {
+void Processor::OnConnectionClosed(uint16_t port) {
     if (port == kKvmPort) EndKvm();
     if (port != kDashPort) return;
     Retire(m_dash);

@@ -23,7 +23,7 @@ struct Registration {
 // Ends the process, as a finding, unless the property holds.
 void Require(bool holds, const char* property, const std::string& detail = {});
 
-// For targets whose inputs are sequences: how many steps this one had. LibFuzzer.cpp tells the sum at the
+// For targets whose inputs are sequences: how many steps this one had. LibFuzzer.cpp prints the sum at the
 // end.
 void CountSteps(size_t steps);
 size_t StepsSoFar();

@@ -64,7 +64,7 @@ Arguments ParseArguments(int argc, char** argv) {
     std::vector<std::string> answers, raw;
     double wait = 0, delay = 0;
     unsigned repeat = 1;
-    CLI::App app("Asks the person at this PC for consent to remote control, and tells the service.",
+    CLI::App app("Asks the person at this PC for consent to remote control, and answers the service.",
                  "userconsent");
     const CLI::Range seconds(0.0, kLongest);
     auto* const waitOption =

@@ -18,14 +18,13 @@
 #define MAILBOX_INTERFACE L"ROOT#MPMBOX#0000#{70a9067b-708f-443c-84ba-bc391fdbf72b}"
 #define POOL_TAG 0x626D706D /* "mpmb" */
 
-/* Something to tell the gate. Stands in the structure that it tells of, so that telling never needs memory.
- */
+/* A notice for the gate. It lies in the structure that it is about, and so needs no memory of its own. */
 typedef struct Notice {
     LIST_ENTRY link;
     BOOLEAN queued;
     struct MpmNotice text;
-    struct Handle* handle;   /* of the kinds that tell of a handle */
-    struct Request* request; /* of the kinds that tell of a request */
+    struct Handle* handle;   /* of the kinds about a handle */
+    struct Request* request; /* of the kinds about a request */
 } Notice;
 
 /* One opening of the mailbox; the FsContext of its file object. */
@@ -40,7 +39,8 @@ typedef struct Handle {
     Notice opened, listens, closed;
 } Handle;
 
-/* One DeviceIoControl on the mailbox. Outlives its IRP when the gate has yet to hear that it was cancelled.
+/* One DeviceIoControl on the mailbox. Outlives its IRP when the gate does not have the notice of its
+ * cancellation yet.
  */
 typedef struct Request {
     LIST_ENTRY link;
@@ -76,14 +76,14 @@ BOOLEAN Take(PIRP irp);
 PIRP TakeFirst(PLIST_ENTRY queue);
 void FinishQueue(PLIST_ENTRY queue, NTSTATUS status, PLIST_ENTRY done);
 
-/* --- with the lock held: what the gate is told --- */
+/* --- with the lock held: notices for the gate --- */
 
 void QueueNotice(Notice* notice, ULONG kind, ULONG handle);
-/* Ends what a notice that was told, or never will be, still held. */
+/* Frees what a notice holds that has been delivered, or never will be. */
 void RetireNotice(Notice* notice);
 /* Hands queued notices to the gate's pending calls. */
 void TellGate(PLIST_ENTRY done);
-/* Forgets a request whose IRP is completed without the gate. The gate hears of it when it knows the request.
+/* Forgets a request whose IRP is completed without the gate. The gate gets a notice when it has the request.
  */
 void Withdraw(Request* request);
 void ReleaseHandle(Handle* handle);

@@ -1,4 +1,4 @@
-/* What the gate is told, in the order in which it happened. */
+/* The notices for the gate, in the order of their events. */
 #include "driver/mpmbox/Mpmbox.h"
 
 void ReleaseHandle(Handle* handle) {

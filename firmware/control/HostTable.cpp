@@ -113,11 +113,11 @@ std::string AdaptersOf(const Json::Value& host) {
         if (!host.isMember("WriteNwInfo")) return {};
         return AdaptersText({RowOf(host["WriteNwInfo"])});  // of the one adapter, without its address
     }
-    const Json::Value& told = host["WriteMultiNwInfo"];
-    for (const Json::Value& adapter : told["Entries"])
+    const Json::Value& report = host["WriteMultiNwInfo"];
+    for (const Json::Value& adapter : report["Entries"])
         rows.push_back(RowOf(adapter));
     if (rows.empty()) return "no adapters\n";
-    const size_t count = told["Count"].asUInt();
+    const size_t count = report["Count"].asUInt();
     std::string text = AdaptersText(rows);
     if (count > rows.size()) text += "and " + std::to_string(count - rows.size()) + " more\n";
     return text;

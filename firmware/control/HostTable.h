@@ -7,7 +7,7 @@
 
 namespace mpm::control {
 
-// `host` as Firmware::Host tells it. What the host has not told of yet is left out.
+// `host` as Firmware::Host returns it. Records that the host has not sent yet are left out.
 std::string HostTableOf(const Json::Value& host);
 
 }  // namespace mpm::control

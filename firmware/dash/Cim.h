@@ -39,7 +39,7 @@ bool RefersTo(pugi::xml_node reference, const CimInstance& instance);
 // SoapFault when there is none.
 CimInstance Addressed(const SoapMessage& request, const std::vector<CimInstance>& instances);
 
-// `instances` is asked anew for each request, so that what it tells is as things stand.
+// `instances` is asked anew for each request, so that its values are current.
 void OfferCim(Wsman& wsman, std::function<std::vector<CimInstance>()> instances);
 
 }  // namespace mpm

@@ -33,8 +33,8 @@ void DashConnection::Begin() {
 
 void DashConnection::Take(std::span<const uint8_t> bytes) {
     if (bytes.empty()) return;
-    m_sender.HeardFromClient();
-    m_heard = EventLoop::Clock::now();
+    m_sender.OnClientBytes();
+    m_lastReceived = EventLoop::Clock::now();
     if (!IsTls(bytes)) return EndSoon(End::ByServer);
     // After its orderly end a client may begin again on the same connection.
     if (m_end == End::ByClient && bytes.front() == kTlsHandshake) {
@@ -105,7 +105,7 @@ std::chrono::milliseconds DashConnection::Quiet() const {
 void DashConnection::OnEndTimer() {
     m_endTimer = 0;
     const auto now = EventLoop::Clock::now();
-    const bool quiet = now - m_heard >= Quiet() || now - m_endBegan >= kMaxLinger;
+    const bool quiet = now - m_lastReceived >= Quiet() || now - m_endBegan >= kMaxLinger;
     if (!quiet || !m_sender.Idle()) return ArmEndTimer();
     if (m_end == End::ByClient) {
         m_end = End::ByServer;

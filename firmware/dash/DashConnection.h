@@ -66,7 +66,7 @@ class DashConnection : public StreamPeer {
 
     End m_end = End::None;
     std::vector<uint8_t> m_lastBytes;  // the end of TLS, where it is a message of its own
-    EventLoop::Clock::time_point m_heard, m_endBegan;
+    EventLoop::Clock::time_point m_lastReceived, m_endBegan;
     EventLoop::TimerId m_endTimer = 0;
 };
 

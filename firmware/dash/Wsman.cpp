@@ -108,13 +108,13 @@ std::string Wsman::Answer(const SoapMessage& message, Access least) const {
 
 void OfferIdentify(Wsman& wsman, std::function<Identity()> identity) {
     const auto answerIdentify = [identity = std::move(identity)](const SoapMessage&, SoapAnswer& answer) {
-        const Identity told = identity();
+        const Identity values = identity();
         answer.Envelope().append_attribute("xmlns:wsmid") = ns::kIdentity;
         pugi::xml_node body = answer.Body().append_child("wsmid:IdentifyResponse");
         AppendText(body, "wsmid:ProtocolVersion", ns::kManagement);
-        AppendText(body, "wsmid:ProductVendor", told.productVendor);
-        AppendText(body, "wsmid:ProductVersion", told.productVersion);
-        AppendText(body, "dash:DASHVersion", told.dashVersion).append_attribute("xmlns:dash") = ns::kDash;
+        AppendText(body, "wsmid:ProductVendor", values.productVendor);
+        AppendText(body, "wsmid:ProductVersion", values.productVersion);
+        AppendText(body, "dash:DASHVersion", values.dashVersion).append_attribute("xmlns:dash") = ns::kDash;
     };
     wsman.Offer("{" + std::string(ns::kIdentity) + "}Identify", answerIdentify, Wsman::Access::Free);
 }

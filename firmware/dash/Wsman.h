@@ -45,7 +45,7 @@ class Wsman {
     Guard m_guard;
 };
 
-// What Identify tells.
+// The fields of the answer to Identify.
 struct Identity {
     std::string productVendor, productVersion, dashVersion;
 };

@@ -1,4 +1,4 @@
-"""What reaches a whole service: answers of the firmware, what Windows tells, sequences of commands."""
+"""What reaches a whole service: answers of the firmware, what Windows reports, sequences of commands."""
 
 import struct
 
@@ -59,7 +59,7 @@ def answers():
         seed("answers", name, data)
 
 
-# --- what Windows tells ---
+# --- what Windows reports ---
 
 MAC, ADDRESS, GATEWAY, DHCP, MORE = 1, 2, 4, 8, 16
 CONNECTED = 5

@@ -54,7 +54,7 @@ Host::Host() {
     m_folder = name;
     Build();
     m_quietThreads = CountThreads();
-    // Statics of the service go after this, and nobody may be waiting with them.
+    // Statics of the service go after this, and no thread may be waiting with them.
     std::atexit([] {
         Instance().TearDown();
         std::error_code ignored;
@@ -148,7 +148,7 @@ bool Host::EndConsole() {
         m_pace.GiveWay();
         m_log.Look();
         if (over() != closed) {
-            // Each that was served; when a session begins can't be told in time.
+            // Each that was served; the begin of a session can't be seen in time.
             closed = over();
             m_pace.Patiently([&] { m_service->m_dashClientInterface.CloseSocketInZEL(); });
         } else if (closed == m_log.Counted(kAccepted) && Clock().NextDeadline() == winhost::Clock::kNever) {

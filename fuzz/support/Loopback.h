@@ -11,7 +11,7 @@ namespace fuzz {
 
 class LoopbackClient {
   public:
-    // False when nobody listens there.
+    // False when nothing listens there.
     bool Connect(uint16_t port);
     bool IsOpen() const { return bool(m_socket); }
     // As much as the connection takes.
@@ -26,7 +26,7 @@ class LoopbackClient {
     testbed::Descriptor m_socket;
 };
 
-// A port of all interfaces that nobody uses at this moment.
+// A port of all interfaces that is free at this moment.
 uint16_t UnusedPort();
 
 // The threads of this process.

@@ -79,7 +79,7 @@ void Pace::GiveWay(int earlier) {
     }
 }
 
-// The longer a call takes, the faster time passes, where nobody knows whether the others have come to rest.
+// The longer a call takes, the faster time passes, where it is unknown whether the others have come to rest.
 void Pace::Tick() {
     for (;;) {
         m_calling.wait(false);

@@ -44,7 +44,7 @@ class Pace {
     const bool m_onOneCore;
     std::atomic<bool> m_calling{false};  // within Patiently
     std::atomic<bool> m_polling{false};
-    sem_t m_wish, m_idle;  // to be told when the core has nothing to do; it has nothing
+    sem_t m_wish, m_idle;  // to learn when the core has nothing to do; it has nothing
     std::thread m_ticker, m_idler;
 };
 

@@ -1,6 +1,6 @@
-// What may happen to a service, as an input tells it step by step: the firmware's commands in any order and
-// of any length, and between them faults of the firmware, time, power events, a console's, a viewer's and a
-// person's doings.
+// What may happen to a service, as an input describes it step by step: the firmware's commands in any order
+// and of any length, and between them faults of the firmware, time, power events, a console's, a viewer's and
+// a person's doings.
 #pragma once
 
 #include "fuzz/Target.h"

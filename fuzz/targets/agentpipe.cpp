@@ -57,7 +57,7 @@ class Agent {
             if (!WriteFile(m_pipe.Get(), message.data(), static_cast<DWORD>(message.size()), &size, nullptr))
                 return;
     }
-    std::string Hear() {
+    std::string Receive() {
         char text[64];
         DWORD size = 0;
         return ReadFile(m_pipe.Get(), text, sizeof text, &size, nullptr) ? std::string(text, size)
@@ -105,14 +105,14 @@ FUZZ_TARGET(agentpipe) {
     capture.Start();
     app.Start();
     Agent agent;
-    std::string heard;
+    std::string received;
     std::atomic<bool> hasTalked{false};
     std::thread talk;
     if (connects) {
         Await(host, [&] { return agent.Connect(); });
         talk = std::thread([&] {
             agent.Speak(messages);
-            if (!leaves) heard = agent.Hear();
+            if (!leaves) received = agent.Receive();
             agent.Leave();
             hasTalked = true;
         });
@@ -139,6 +139,7 @@ FUZZ_TARGET(agentpipe) {
                           screen.Args().monitorIndex == config->vidPnSourceId,
                       "the configuration arrives as it was sent");
     const std::string start(reinterpret_cast<const char*>(&eNotifyStartKVMOperation), sizeof(uint32_t));
-    fuzz::Require(heard.empty() || (starts && heard == start), "the agent gets the start message or none");
+    fuzz::Require(received.empty() || (starts && received == start),
+                  "the agent gets the start message or none");
     host.Restore();
 }

@@ -54,7 +54,7 @@ FUZZ_TARGET(consent) {
     ConsentPipe service;
     fuzz::Require(service.Create(), "the pipe can be made");
     Person person;
-    fuzz::Require(service.AwaitClient(), "the program is heard of");
+    fuzz::Require(service.AwaitClient(), "the program is announced");
     for (int answers = 0; answers < kMostAnswers && !from.AtEnd(); ++answers) {
         const std::string said = fuzz::TextOf(from.LongBlock());
         const bool isWhole = said.size() <= kLongestAnswer;

@@ -60,7 +60,7 @@ class Scenario {
             Step(m_input.Byte());
         fuzz::SendBytes(m_firmware, m_input.Rest());
         m_firmware = {};
-        // A message that nobody reads holds back what comes behind it, also the end.
+        // A message that nothing reads holds back what comes behind it, also the end.
         if (m_listens) CancelIoEx(m_device.Get(), nullptr);
         for (const auto& request : m_requests)
             Await(*request);

@@ -1,5 +1,5 @@
-// The firmware's commands against a whole service, in which nobody else has a part: what the dispatch and its
-// handlers make of any sequence of messages.
+// The firmware's commands against a whole service, in which nothing else has a part: what the dispatch and
+// its handlers make of any sequence of messages.
 #include "fuzz/support/Scenario.h"
 
 FUZZ_TARGET(dispatch) {

@@ -45,7 +45,7 @@ FUZZ_TARGET(hostrecords) {
 
     const Json::Value json = mpm::JsonOf(event);
     const std::string line = mpm::LineOf(json);
-    fuzz::Require(json["bytes"].asUInt64() == data.size(), "the record's size is told");
+    fuzz::Require(json["bytes"].asUInt64() == data.size(), "the record's size is shown");
     fuzz::Require(line.size() <= kMostPerByte * data.size() + kMostForTheRest, "a line is bounded");
     fuzz::Require(IsPrintable(line), "a line does nothing to a terminal");
     fuzz::Require(mpm::Compact(json).find('\n') == std::string::npos, "JSON stands on one line");

@@ -18,11 +18,11 @@ FUZZ_TARGET(logline) {
     fuzz::Require(std::count(text.begin(), text.end(), '\n') == 1 && text.ends_with(")>\n"),
                   "a line is one line, and whole at its end");
     fuzz::Require(text.find(" $$<ZELService> <") != std::string::npos, "a line has its tag");
-    std::string told = message.c_str();
-    std::erase_if(told, [](char c) { return c == '\r' || c == '\n'; });
+    std::string logged = message.c_str();
+    std::erase_if(logged, [](char c) { return c == '\r' || c == '\n'; });
     const size_t at = text.find("INFO:  ") + 7;
     const size_t same =
-        std::mismatch(told.begin(), told.end(), text.begin() + at, text.end()).first - told.begin();
-    fuzz::Require(same == told.size() || text.size() == kLongestLine,
+        std::mismatch(logged.begin(), logged.end(), text.begin() + at, text.end()).first - logged.begin();
+    fuzz::Require(same == logged.size() || text.size() == kLongestLine,
                   "a message is cut only where it must be");
 }

@@ -1,4 +1,4 @@
-// What Windows tells the service of its PC: adapters, names, the registry, WMI. The reports to the firmware
+// What Windows reports to the service: adapters, names, the registry, WMI. The reports to the firmware
 // hold together whatever that is.
 #include <winsock2.h>
 #include <windows.h>

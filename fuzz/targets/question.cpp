@@ -13,6 +13,5 @@ FUZZ_TARGET(question) {
     const auto second = ParseQuestion(again + '\0');
     fuzz::Require(second && second->type == question->type && second->timeout == question->timeout,
                   "a question that was taken can be put again");
-    fuzz::Require(question->Limit() <= std::chrono::seconds(90),
-                  "nobody is asked for longer than 90 seconds");
+    fuzz::Require(question->Limit() <= std::chrono::seconds(90), "a question lasts 90 seconds at most");
 }

@@ -48,7 +48,7 @@ using enum FailureEntry::Effect;
 constexpr const char* kFirstAdapter =
     "an adapter of which less is known is passed over or used as it is; without any other it is the first";
 
-constexpr const char* kOwned = "succeeds for everybody who owns what he gives it";
+constexpr const char* kOwned = "cannot fail on what its caller owns";
 
 std::vector<FailureEntry> MakeTable() {
     return {
@@ -89,7 +89,7 @@ std::vector<FailureEntry> MakeTable() {
          None,
          true},
         {"getenv_s", {kErrnoInvalid}},
-        {"FormatMessageA", {kNotEnoughMemory}, "told to the debug entry, which writes nothing"},
+        {"FormatMessageA", {kNotEnoughMemory}, "reported to the debug entry, which writes nothing"},
         {"_popen", {kErrnoFiles}},
         {"_pclose", {kErrnoInvalid}, "not examined: the work is done"},
         {"system", {kErrnoFiles, kNotEnoughMemory}},
@@ -142,7 +142,7 @@ std::vector<FailureEntry> MakeTable() {
 
         // ---- pipes and their security ----
         {"CreateNamedPipeA", {kAccessDenied, kPipeBusy}},
-        {"ConnectNamedPipe", {kNoData, kNotEnoughMemory}, "tried again; the last of many failures is told"},
+        {"ConnectNamedPipe", {kNoData, kNotEnoughMemory}, "tried again; the last of many failures is logged"},
         {"DisconnectNamedPipe", {kPipeNotConnected}, "not examined: the work is done"},
         {"SetNamedPipeHandleState", {kInvalidParameter}},
         {"FlushFileBuffers", {kAccessDenied}, "not examined: the work is done"},
@@ -218,7 +218,7 @@ std::vector<FailureEntry> MakeTable() {
          "without the locale WMI answers in the host's language; a call that gets no text fails itself"},
 
         // ---- Winsock ----
-        {"WSAStartup", {kWsaSystemNotReady}, "made before the log is open; later calls tell"},
+        {"WSAStartup", {kWsaSystemNotReady}, "made before the log is open; later calls report it"},
         {"WSACleanup", {kWsaNetDown}, "not examined: the work is done", StaysOpen},
         {"socket", {kWsaTooManyFiles, kWsaNoBuffers, kWsaNetDown}},
         {"bind", {kWsaAddressInUse, kWsaAddressNotAvailable, kWsaNoBuffers}},
@@ -238,7 +238,7 @@ std::vector<FailureEntry> MakeTable() {
         // ---- the network ----
         {"GetAdaptersInfo",
          {kInvalidData, kNotSupported, 232 /* ERROR_NO_DATA */},
-         "told to the debug entry, which writes nothing"},
+         "reported to the debug entry, which writes nothing"},
         {"GetAdaptersAddresses", {kNotEnoughMemory, 111 /* ERROR_BUFFER_OVERFLOW */}},
         {"GetIpAddrTable", {kNotSupported, kInvalidParameter}},
         {"GetIfTable", {kNotSupported, kNotEnoughMemory}},
@@ -282,7 +282,7 @@ std::vector<FailureEntry> MakeTable() {
         {"TerminateProcess", {kAccessDenied}, "not examined: the agent stays"},
         {"GetProcessId", {kInvalidHandle}, "the line with the id of the process shows 0"},
         {"ProcessIdToSessionId", {kAccessDenied, kInvalidParameter}},
-        {"WTSGetActiveConsoleSessionId", {kNoSuchLogonSession}, "as if nobody were at the console"},
+        {"WTSGetActiveConsoleSessionId", {kNoSuchLogonSession}, "as if no session were at the console"},
         {"WTSQuerySessionInformationA",
          {kAccessDenied, kRpcServerUnavailable},
          "a desktop of which nothing is known counts as unlocked"},
@@ -310,7 +310,7 @@ std::vector<FailureEntry> MakeTable() {
     };
 }
 
-// Functions and files where a call fails in silence that has to be told elsewhere.
+// Functions and files where a call fails in silence that has to be logged elsewhere.
 struct SilentPlace {
     const char* call;
     const char* place;

@@ -7,10 +7,10 @@
 
 struct FailureEntry {
     const char* call;
-    // What it may fail with. None for a call that doesn't fail for a caller who owns what he gives it; then
+    // What it may fail with. None for a call that cannot fail on what its caller owns; then
     // `reason` says so.
     std::vector<uint32_t> errors;
-    // Why the log need not tell of the failure; null where it has to.
+    // Why the log need not name the failure; null where it has to.
     const char* reason = nullptr;
     // What else follows from the failure.
     enum class Effect {
@@ -18,7 +18,7 @@ struct FailureEntry {
         StaysOpen,     // the call closes something, which stays open
         HoldsThreads,  // a thread goes on waiting, and ends with the process
         EndsProcess,   // at once, with exit code 0
-        Unstoppable,   // the service manager can't be told that the service has stopped
+        Unstoppable,   // the service manager can't be informed that the service has stopped
     };
     Effect effect = Effect::None;
     // Made for each line of the log, whatever that says.
@@ -28,7 +28,7 @@ struct FailureEntry {
 // Null for a call that the table doesn't know.
 const FailureEntry* FindFailure(std::string_view call);
 const std::vector<FailureEntry>& FailureTable();
-// Whether the log need not tell of its failure with this error when the call is made there, described as by
+// Whether the log need not name its failure with this error when the call is made there, described as by
 // DescribeSite, in this scenario.
 bool MayBeSilent(const FailureEntry& entry, uint32_t error, std::string_view place,
                  std::string_view scenario);

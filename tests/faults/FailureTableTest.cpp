@@ -33,7 +33,7 @@ TEST(FailureTable, KnowsEveryCallThatCanFail) {
     const auto calls = GatedCalls();
     EXPECT_GT(calls.size(), 100u);
     for (const std::string& call : calls)
-        EXPECT_NE(FindFailure(call), nullptr) << call << " has to be told how it can fail";
+        EXPECT_NE(FindFailure(call), nullptr) << call << " needs a row that says how it can fail";
 }
 
 TEST(FailureTable, KnowsNoCallThatIsNotThere) {

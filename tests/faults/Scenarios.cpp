@@ -93,7 +93,7 @@ void Dash(World& world) {
     world.UntilLogged(kSession, 2);
     second.Send("another");
     world.Until([&] { return world.firmware.Count("WriteDASHPacket") >= 2; });
-    // Nobody says anything any more.
+    // Nothing is sent any more.
     world.Until([&] { return second.IsClosed(); });
 }
 

@@ -15,7 +15,7 @@ struct SweepOptions {
     uint64_t from = 1, to = UINT64_MAX;
     Selection only;  // one single run, when it selects something
     bool verbose = false;
-    std::string command;  // in the line that tells how to run a finding again
+    std::string command;  // in the line that says how to run a finding again
 };
 
 class Sweep {

@@ -3,6 +3,6 @@
 
 #include "tests/faults/Injector.h"
 
-// From now on the process says in the account whether an exception that nobody caught had to end it: that of
-// a thread that could not be started, where nobody is there to go on.
+// From now on the process says in the account whether an uncaught exception had to end it: that of
+// a thread that could not be started, where nothing can go on.
 void ExpectSpecifiedEnds(Account& account);

@@ -77,7 +77,7 @@ Reference Reference::Load(const std::string& path) {
     return reference;
 }
 
-// The log's, and what the service told by other ways.
+// The log's, and what the service reported by other ways.
 std::map<std::string, size_t> World::Lines() {
     std::vector<std::string> texts;
     for (const auto& debugged : Pc().Records<winhost::DebugText>())
@@ -116,7 +116,7 @@ void World::CheckEnd(const Reference& reference) {
     const auto left = [&] { return table.Size() - m_handlesBefore; };
     // What stays open stays for good.
     if (Follows(FailureEntry::Effect::StaysOpen)) return;
-    // A thread that nobody waits for lets go of its last event a moment after the end.
+    // A thread that nothing waits for releases its last event a moment after the end.
     if (!Eventually([&] { return left() <= reference.handles; }, kLastMoment)) {
         std::string kinds;
         for (const std::string& kind : table.Kinds())
@@ -126,17 +126,17 @@ void World::CheckEnd(const Reference& reference) {
     }
 }
 
-// A failure has to be told, and a service that was stopped has to say so.
+// A failure has to be logged, and a service that was stopped has to say so.
 void World::CheckLog(const Reference& reference) {
     const FailureEntry* const entry = FindFailure(m_account.call);
     const auto lines = Lines();
-    const auto tells = [&](const auto& line) {
+    const auto names = [&](const auto& line) {
         const auto known = reference.lines.find(line.first);
         return SpeaksOfFailure(line.first) && (known == reference.lines.end() || known->second < line.second);
     };
     if (m_account.injected > 0 && entry &&
         !MayBeSilent(*entry, m_account.error, DescribeSite(m_account.site), m_scenario.name) &&
-        std::none_of(lines.begin(), lines.end(), tells))
+        std::none_of(lines.begin(), lines.end(), names))
         Find("the log does not report the failure");
     const auto state = winhost::Scm::Instance().State();
     // A resume that can't start its thread ends the process by way of its main function.

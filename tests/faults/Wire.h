@@ -1,4 +1,4 @@
-// A console or a viewer on the other end of a TCP connection, which never blocks: whoever has it must go on
+// A console or a viewer on the other end of a TCP connection, which never blocks: its owner must go on
 // moving the PC's clock.
 #pragma once
 

@@ -29,7 +29,7 @@ constexpr char kStarted[] = "Register: ZEL Win32 Service started and initialized
 constexpr int kQuietLooks = 3;
 constexpr auto kLook = 1ms;
 constexpr auto kPoll = 50ms;  // at most, of a thread that polls
-// And nothing will ever happen when nobody waits for time to pass either.
+// And nothing will ever happen when nothing waits for time to pass either.
 constexpr int kDeadLooks = 150;
 // One that does not come to rest in so much of the processors' time works on and on.
 constexpr auto kRestless = 4s;
@@ -241,7 +241,7 @@ void World::Stop() {
     PrintStacks();
 }
 
-// One that never heard of the service's start is made to deliver the stop all the same.
+// One that did not receive the service's start is made to deliver the stop all the same.
 void World::StopByManager() {
     OnThreadOfWindows([this] {
         auto& scm = winhost::Scm::Instance();

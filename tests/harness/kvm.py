@@ -42,19 +42,19 @@ class RemoteKvm:
         return socket.create_connection(self.host.kvm_address, patience, source_address=(source, 0))
 
     def begin_session(self, **connection):
-        """A console in a session: the firmware has heard of it, and takes and sends bytes."""
+        """A console in a session: it is announced to the firmware, which takes and sends bytes."""
         begun = self.host.log_text().count(SESSION_BEGUN)
         client = self.connect(**connection)
         self.host.await_log(SESSION_BEGUN, begun + 1)
         return client
 
-    def connections_told(self):
-        """The consoles that the firmware was told of."""
-        told = self.firmware.requests("WriteIPCompleteInformation")
-        return [request["fields"] for request in told if request["fields"]["PeerMarker"] == 0xFFFF]
+    def announced_connections(self):
+        """The consoles that were announced to the firmware."""
+        reports = self.firmware.requests("WriteIPCompleteInformation")
+        return [request["fields"] for request in reports if request["fields"]["PeerMarker"] == 0xFFFF]
 
-    def closes_told(self):
-        """How many ends of KVM sessions the firmware was told of."""
+    def reported_closes(self):
+        """How many ends of KVM sessions were reported to the firmware."""
         return sum(request["fields"]["port"] == 22 for request in self.firmware.requests("WriteCloseSocketcmd"))
 
     def agent_removals(self):

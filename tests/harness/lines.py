@@ -19,11 +19,11 @@ class LineProgram:
         self._received = b""
 
     def ask(self, *words, patience=30.0):
-        self.tell(*words)
+        self.send(*words)
         return self.answer(patience)
 
-    def tell(self, *words):
-        """Begins what takes its time; answer() tells how it ended."""
+    def send(self, *words):
+        """Begins what takes its time; answer() returns how it ended."""
         self._process.stdin.write((" ".join(str(word) for word in words) + "\n").encode())
         self._process.stdin.flush()
 

@@ -5,7 +5,7 @@ import os
 import pathlib
 import subprocess
 
-# The PC's one network adapter. Nobody answers behind it.
+# The PC's one network adapter. Nothing answers behind it.
 ADAPTER, ADDRESS, GATEWAY = "pc0", "192.168.1.10", "192.168.1.1"
 
 _in_namespace = False

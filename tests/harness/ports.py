@@ -7,7 +7,7 @@ _reservations = []
 
 
 def free_port():
-    """One that nobody uses, and no other test takes as long as this process lives: tests use a port some time after they
+    """One that is free, and no other test takes as long as this process lives: tests use a port some time after they
     have chosen it. Below the ports that the kernel gives to clients."""
     while True:
         port = random.randrange(10000, 30000)

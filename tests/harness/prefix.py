@@ -170,7 +170,7 @@ def prepare():
 
 
 def copy_prefix(source, target):
-    """Wine's own programs and libraries, which nobody writes to, are linked where the file system can."""
+    """Wine's own programs and libraries, which nothing writes to, are linked where the file system can."""
     shared = {".dll", ".exe", ".drv", ".sys", ".ocx", ".cpl", ".tlb", ".ttf", ".nls", ".acm", ".ax"}
 
     def copy(file, to):

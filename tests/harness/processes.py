@@ -58,7 +58,7 @@ def _process_ids():
 
 
 def _environment(pid):
-    """Nothing for a process that has gone, or whose end nobody has taken note of, or that is another user's."""
+    """Nothing for a process that has gone, or whose end nothing has taken note of, or that is another user's."""
     try:
         return pathlib.Path(f"/proc/{pid}/environ").read_bytes().split(b"\0")
     except OSError:

@@ -112,9 +112,9 @@ class KvmStage(RemoteKvm):
         self.enable()
         return self
 
-    def await_close_told(self, count=1):
-        """Until the firmware has heard of so many ends of sessions."""
-        eventually(lambda: self.closes_told() >= count, "the firmware to hear of the session's end")
+    def await_reported_close(self, count=1):
+        """Until so many ends of sessions are reported to the firmware."""
+        eventually(lambda: self.reported_closes() >= count, "the session's end at the firmware")
 
     def await_agent_removed(self):
         """Waits until the service has removed the agent and the files of one more session, two seconds after its end.

@@ -28,10 +28,10 @@ def test_the_firmware_is_told_the_consoles_address_and_port(stage):
     stage.boot()
     with stage.console.connect() as console:
         own_port = console.getsockname()[1]
-        told = stage.firmware.await_request("WriteIPCompleteInformation", lambda fields: fields["PeerMarker"] == 0xFFFF)
-        assert told["fields"]["Port"] == 664
-        assert told["fields"]["PeerAddress"] == "127.0.0.1"
-        assert told["fields"]["PeerPort"] == own_port
+        report = stage.firmware.await_request("WriteIPCompleteInformation", lambda fields: fields["PeerMarker"] == 0xFFFF)
+        assert report["fields"]["Port"] == 664
+        assert report["fields"]["PeerAddress"] == "127.0.0.1"
+        assert report["fields"]["PeerPort"] == own_port
 
 
 def test_an_idle_console_is_closed_after_five_seconds(stage):

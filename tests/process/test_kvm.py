@@ -23,8 +23,8 @@ def test_the_firmware_is_told_of_the_console_that_connects(kvm):
     kvm.boot()
     kvm.enable()
     with kvm.begin_session() as client:
-        told = kvm.connections_told()
-        assert [(fields["Port"], fields["PeerAddress"], fields["PeerPort"]) for fields in told] == \
+        peers = kvm.announced_connections()
+        assert [(fields["Port"], fields["PeerAddress"], fields["PeerPort"]) for fields in peers] == \
             [(22, "127.0.0.1", client.getsockname()[1])]
 
 
@@ -68,14 +68,14 @@ def test_megabytes_come_back_unchanged_from_an_echoing_firmware(kvm):
 
 def test_a_server_that_speaks_first_is_heard_and_both_directions_go_at_once(kvm):
     picture, keys = random.Random(1).randbytes(6_000_000), random.Random(2).randbytes(2_000_000)
-    heard = []
+    received = []
 
     def serve(listener):
         server, _ = listener.accept()
         with server:
             sender = threading.Thread(target=server.sendall, args=(picture,))
             sender.start()
-            heard.append(receive(server, len(keys)))
+            received.append(receive(server, len(keys)))
             sender.join()
 
     with socket.create_server(("127.0.0.1", 0)) as listener:
@@ -91,9 +91,9 @@ def test_a_server_that_speaks_first_is_heard_and_both_directions_go_at_once(kvm)
             seen += receive(viewer, len(picture) - len(seen))
             sender.join()
             server.join()
-            assert (seen == picture, heard == [keys]) == (True, True)
+            assert (seen == picture, received == [keys]) == (True, True)
             assert closed_by_peer(viewer)  # the server's close is the end of the session
-    kvm.await_close_told()
+    kvm.await_reported_close()
 
 
 # --- its end ---
@@ -108,13 +108,13 @@ def test_the_firmwares_close_ends_it_and_takes_the_agent_along(kvm):
     kvm.close_session()
     with client:
         assert closed_by_peer(client)
-    kvm.await_close_told()
+    kvm.await_reported_close()
     eventually(lambda: not is_running(agent), "the agent to leave as it is asked")
     left = [kvm.host.working_folder / name for name in ("terminate.txt", "DisplayMgr.log")]
     assert left[0].read_text() == "terminate\n" and left[1].read_text().endswith("asked to leave\n")
     kvm.advance_until(lambda: not any(file.exists() for file in left), "the session's files to go")
     assert "Forcefully exited" not in kvm.host.log_text()
-    assert kvm.closes_told() == 1
+    assert kvm.reported_closes() == 1
 
 
 def test_the_files_of_a_session_go_after_two_seconds(kvm):
@@ -133,7 +133,7 @@ def test_a_console_that_leaves_ends_it_and_only_a_close_and_an_enable_bring_kvm_
     kvm.boot()
     kvm.enable()
     kvm.begin_session().close()
-    kvm.await_close_told()
+    kvm.await_reported_close()
     kvm.firmware.send("KVM_ENABLE_STATUS")
     kvm.host.await_log("Setting KVM Enabled to", 2)
     with pytest.raises(ConnectionRefusedError):
@@ -160,7 +160,7 @@ def test_an_untrusted_console_is_left_aside_and_the_trusted_one_gets_the_next_li
             stranger.setblocking(False)
             with pytest.raises(BlockingIOError):
                 stranger.recv(1)
-    assert [fields["PeerAddress"] for fields in kvm.connections_told()] == ["127.0.0.5"]
+    assert [fields["PeerAddress"] for fields in kvm.announced_connections()] == ["127.0.0.5"]
 
 
 def test_the_trust_lasts_for_one_session(kvm):
@@ -228,7 +228,7 @@ def test_a_port_scan_costs_a_running_session_nothing(kvm):
             kvm.connect().close()
             kvm.host.await_log("RunServerKVMThread: Client closed the connection at once, the session continues", scans)
             assert echoes(viewer)
-        assert len(kvm.connections_told()) == 1
+        assert len(kvm.announced_connections()) == 1
         assert len(kvm.host.agents()) == 1
 
 
@@ -261,5 +261,5 @@ def test_a_hundred_sessions_leave_nothing_behind(kvm, monkeypatch):
     assert after.handles <= before.handles
     assert after.threads <= before.threads
     assert after.kilobytes <= before.kilobytes + 4_000
-    assert kvm.closes_told() == 130
+    assert kvm.reported_closes() == 130
     assert kvm.host.agents() == []

@@ -33,7 +33,7 @@ def test_a_viewer_sees_what_is_on_the_screen_until_the_firmware_ends_the_session
         assert is_same_picture(viewer.picture(), painted)
         assert len(kvm.host.agents()) == 1
         kvm.close_session()
-        kvm.await_close_told()
+        kvm.await_reported_close()
         eventually(lambda: kvm.host.agents() == [], "the agent to leave")
 
 

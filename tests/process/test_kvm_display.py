@@ -72,7 +72,7 @@ def test_the_firmware_ends_the_session_and_begins_the_next(display):
         with display.begin_session() as client:
             display.close_session()
             assert closed_by_peer(client)
-        display.await_close_told(session)
+        display.await_reported_close(session)
         display.await_agent_removed()
         assert display.host.log_text().count(APP_ENDED) == session
         if session == 1:

@@ -55,7 +55,7 @@ def test_a_viewer_that_is_killed_in_mid_stream_ends_its_session_alone(kvm):
     viewer.kill()
     for _ in range(5):
         kvm.firmware.send("KVM_DATA", "--file", picture)
-    kvm.await_close_told()
+    kvm.await_reported_close()
     kvm.close_session()
     kvm.await_agent_removed()
     kvm.firmware.set(Kvm="echo")
@@ -147,9 +147,9 @@ def test_without_an_agent_the_session_ends_with_a_clean_up_and_the_next_one_may_
     kvm.enable()
     with kvm.connect() as client:
         assert closed_by_peer(client)
-    kvm.await_close_told()
+    kvm.await_reported_close()
     assert kvm.status() == "NO"
-    assert kvm.connections_told() == []
+    assert kvm.announced_connections() == []
     kvm.host.install_agent()
     kvm.close_session()
     kvm.await_agent_removed()
@@ -165,7 +165,7 @@ def test_nobody_at_the_console_means_no_session(kvm):
     kvm.enable()
     with kvm.connect() as client:
         assert closed_by_peer(client)
-    kvm.await_close_told()
+    kvm.await_reported_close()
 
 
 def test_an_agent_that_crashes_at_once_costs_the_session_nothing_else(kvm):
@@ -250,7 +250,7 @@ def test_a_stop_during_a_session_ends_it_and_takes_the_agent_along(kvm):
         assert stop_seconds(kvm) < LONGEST_STOP
         assert closed_by_peer(client)
     assert not is_running(agent)
-    assert kvm.closes_told() == 1
+    assert kvm.reported_closes() == 1
     names = [request["name"] for request in kvm.firmware.requests()]
     assert names.index("WriteCloseSocketcmd") < len(names) - 1 and names[-1] == "WriteZELStatus"
     assert sorted(path.name for path in kvm.host.working_folder.iterdir() if path.is_file()) == ["zel.log"]
@@ -292,4 +292,4 @@ def test_in_safe_boot_the_firmware_leads_the_agent_and_the_end_reboots_the_pc(kv
     assert eventually(kvm.host.power_actions, "the reboot") == ["InitiateSystemShutdownExA(null, null, 0, 1, 1, 0x80000000)"]
     assert kvm.status() == "NO"
     eventually(lambda: not is_running(agent), "the agent to leave")
-    assert kvm.closes_told() == 0  # nobody there listens for it
+    assert kvm.reported_closes() == 0  # nothing there listens for it

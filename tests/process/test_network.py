@@ -1,4 +1,4 @@
-"""What the firmware is told of the host's network: a real one, laid out in a namespace, and described ones."""
+"""What the firmware receives about the host's network: a real one, laid out in a namespace, and described ones."""
 
 import contextlib
 
@@ -64,7 +64,7 @@ def scan_until(stage, read, what):
     return eventually(lambda: stage.host.ctl("clock", "advance", 61_002) is not None and read(), what)
 
 
-def told_address(stage, address):
+def reported_address(stage, address):
     return [r for r in stage.firmware.requests("WriteIPCompleteInformation") if r["fields"]["IPv4Address"] == address]
 
 
@@ -73,8 +73,8 @@ def test_the_firmware_learns_of_the_machines_own_interface(wired):
     assert (entry["Name"], entry["MACAddress"]) == (CABLE, MAC.replace(":", ""))
     assert (entry["IPv4Address"], entry["Subnet"], entry["Gateway"]) == ("192.168.7.3", "255.255.255.0", "192.168.7.1")
     assert (entry["StatusInfo"], entry["AddressOrigin"], entry["LinkTechnology"]) == (OPERATIONAL, STATIC, 2)
-    told = wired.firmware.requests("WriteIPCompleteInformation")[0]["fields"]
-    assert (told["IPv4Address"], told["DnsServer"], told["Gateway"]) == ("192.168.7.3", "192.168.7.53", "192.168.7.1")
+    report = wired.firmware.requests("WriteIPCompleteInformation")[0]["fields"]
+    assert (report["IPv4Address"], report["DnsServer"], report["Gateway"]) == ("192.168.7.3", "192.168.7.53", "192.168.7.1")
     assert wired.firmware.requests("WriteNetworkStatusInfo")[0]["fields"] == {"status": 1}
 
 
@@ -86,8 +86,8 @@ def change_address(network):
 
 def test_a_scan_tells_of_an_address_that_changed_and_not_of_the_interfaces(wired, network):
     change_address(network)
-    told = scan_until(wired, lambda: told_address(wired, "192.168.8.4"), "the new address at the firmware")
-    assert told[0]["fields"]["Gateway"] == "192.168.8.1"
+    report = scan_until(wired, lambda: reported_address(wired, "192.168.8.4"), "the new address at the firmware")
+    assert report[0]["fields"]["Gateway"] == "192.168.8.1"
     status = wired.host.working_folder / "zel_json_data.txt"
     eventually(lambda: '"IPv4Adresss" : "408a8c0"' in status.read_text(), "the new address in the status file")
     assert len(inventories(wired)) == 1
@@ -96,7 +96,7 @@ def test_a_scan_tells_of_an_address_that_changed_and_not_of_the_interfaces(wired
 def test_the_wlan_services_word_brings_address_and_interfaces_to_the_firmware(wired, network):
     change_address(network)
     assert addresses(inventory_after_wlan_event(wired)) == ["192.168.8.4"]
-    assert told_address(wired, "192.168.8.4")
+    assert reported_address(wired, "192.168.8.4")
 
 
 def test_a_pulled_cable_and_its_return_reach_the_firmware(wired, network):

@@ -52,7 +52,7 @@ def test_a_viewer_sees_what_the_service_captures(screen, desktop, tmp_path):
         assert state["faults"]["count"] == 0, json.dumps(state)
         assert state["decoded"]["failed"] == 0
         screen.close_session()
-        screen.await_close_told()
+        screen.await_reported_close()
         eventually(lambda: screen.firmware.screen()["state"] == "idle", "the display client to end the session")
 
 
@@ -99,7 +99,7 @@ def test_a_viewer_that_is_killed_leaves_a_session_for_the_next(screen, desktop, 
     with Viewer(screen.host.kvm_address, tmp_path) as viewer:
         await_frames(screen, 1)
         viewer.close()
-    screen.await_close_told()
+    screen.await_reported_close()
     screen.close_session()
     screen.await_agent_removed()
     (tmp_path / "next").mkdir()

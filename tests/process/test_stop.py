@@ -1,4 +1,4 @@
-"""How the service stops, and what the firmware hears of it."""
+"""How the service stops, and what the firmware receives."""
 
 from harness.waiting import eventually
 

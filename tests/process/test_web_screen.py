@@ -75,7 +75,7 @@ def a_picture(size):
 
 def end_session(screen, page):
     page.do("hold", session=False)
-    screen.await_close_told()
+    screen.await_reported_close()
     screen.close_session()
 
 
@@ -146,7 +146,7 @@ class TestScreen:
             while len(received) < 12:
                 received += client.receive()
             assert received == b"RFB 003.008\n"
-        screen.await_close_told()
+        screen.await_reported_close()
         screen.close_session()
 
 

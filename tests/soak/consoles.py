@@ -121,14 +121,14 @@ class Consoles:
             self._stage.fault("delay", "WriteIPCompleteInformation", 100)
         elif fault == "no-status":
             self._stage.refuse("GetMPMStatus", error)
-            # Each failure of it is told by this text.
+            # Each failure of it is logged with this text.
             self._log.allow("GetMPMStatus: cloudCerts is NULL", "WakeAndUpdateMPM: MPM Status return failed")
         elif fault == "short-status":
             self._stage.fault("answer-size", "GetMPMStatus", 0)
             self._log.allow("WakeAndUpdateMPM: MPM Status return failed")
 
     def _refused(self, error):
-        """The firmware refuses the connection: it stays open, and nobody attends to it."""
+        """The firmware refuses the connection: it stays open, and nothing attends to it."""
         place = self._log.here()
         self._stage.refuse("WriteIPCompleteInformation", error)
         self._log.allow("Failed to create socket for DASH client")

@@ -41,7 +41,7 @@ class Endings:
         return self._stage.pc.preshutdown()
 
     def _vanish(self):
-        """The driver goes and comes back. The service hears nothing from then on, until it is started again."""
+        """The driver goes and comes back. The service receives nothing from then on, until it is started again."""
         place = self._log.here()
         self._log.allow("GetQueuedCompletionStatus failed with error", "GetOverlappedResult failed", "with dwLastError = ",
                         "Asynchronous", "MPM Status return failed", times=MANY)

@@ -24,7 +24,7 @@ LEVELS = (50, 50, 50, 45, 44, 40, 30)  # of the firmware
 FIRST_LIFE = 24  # events; each life of the service has four times as many as the one before
 SEGMENT = (12, 30)  # events from one change of the firmware's settings to the next
 
-# Messages that a service may only log: numbers that nobody knows, and known ones without what they need.
+# Messages that a service may only log: unknown numbers, and known ones without what they need.
 UNKNOWN_COMMANDS = [*range(8), *range(13, 19), 20, *range(24, 28), *range(29, 33), 34, 36, *range(42, 48), *range(53, 256)]
 EMPTY_COMMANDS = (8, 9, 10, 12, 39)
 

@@ -131,7 +131,7 @@ class NativePc:
             self._driver = services[0]
         self._ask("change", patch={"services": [] if change is None else [{**self._driver, **change}]})
 
-    def tell_of_network(self, code):
+    def report_network(self, code):
         """The WLAN service's word, at which the service looks at its network."""
         self._ask("wlan", action="notify", code=code)
 

@@ -82,7 +82,7 @@ class Stage:
         return self.ask("show")["host"].get(record, {})
 
     def refuse(self, request, error, times=1):
-        """The next such requests end with that error, and the log tells of it."""
+        """The next such requests end with that error, and the log names it."""
         self.fault("refuse", request, error, times)
         self.explain_failures(error, times)
 

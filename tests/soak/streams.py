@@ -81,8 +81,8 @@ def pump(streams, done, what, patience=PATIENCE):
         if any(stream.ended for stream in streams):
             return False
         if time.monotonic() > deadline:
-            told = ", ".join(f"{stream.sent} bytes sent and {len(stream.received)} received" for stream in streams)
-            raise Overdue(f"waited {patience:.0f} s for {what}; {told}")
+            state = ", ".join(f"{stream.sent} bytes sent and {len(stream.received)} received" for stream in streams)
+            raise Overdue(f"waited {patience:.0f} s for {what}; {state}")
         busy = [stream.socket for stream in streams if not stream.all_sent]
         readable, writable, _ = select.select([stream.socket for stream in streams], busy, [], TICK)
         for stream in streams:
@@ -121,7 +121,7 @@ class Listener:
         return Stream(self._listener.accept()[0])
 
     def forget(self):
-        """Drops connections that nobody took."""
+        """Drops connections that were not taken."""
         self._listener.setblocking(False)
         try:
             while True:
@@ -134,7 +134,7 @@ class Listener:
 
 
 def content(seed, size):
-    """Bytes that tell their own place."""
+    """Bytes that contain their own place."""
     return random.Random(seed).randbytes(size)
 
 

@@ -73,13 +73,13 @@ class Surroundings:
         stage.tally.faults["power command"] += len(commands)
 
     def network(self, address):
-        """Another address; the service hears of it by the WLAN service's word or at its next look, and tells the firmware."""
+        """Another address; the service notices it by an event of the WLAN service or by its next scan, and reports it."""
         self._stage.pc.change_address(address)
         if "network-reported" not in self._stage.pc.cannot:
             for _ in range(30):
                 # Words that come while an earlier one is still looked at are dropped, and so are equal ones.
                 self._wlan_code = 31 - self._wlan_code
-                self._stage.pc.tell_of_network(self._wlan_code)
+                self._stage.pc.report_network(self._wlan_code)
                 if self._is_reported("WriteIPCompleteInformation", "IPv4Address", address):
                     break
             else:
@@ -100,7 +100,7 @@ class Surroundings:
             if self._is_reported("WriteWiFiSyncInfo", "ssid", network):
                 break
             self._wlan_code = 31 - self._wlan_code
-            self._stage.pc.tell_of_network(self._wlan_code)
+            self._stage.pc.report_network(self._wlan_code)
         else:
             assert self._stage.level < LEVEL_OF_WIFI, f"the firmware did not receive the network {network}"
         if reader:
@@ -113,7 +113,7 @@ class Surroundings:
         place, error = self._log.here(), READER_ERRORS[reader]
         for _ in range(READS):
             self._wlan_code = 31 - self._wlan_code
-            self._stage.pc.tell_of_network(self._wlan_code)
+            self._stage.pc.report_network(self._wlan_code)
             with contextlib.suppress(Overdue):
                 self._log.await_line(error, place, patience=2.0)
                 break
@@ -132,9 +132,9 @@ class Surroundings:
             return False
 
     def suspend(self, by, resumes, inner=()):
-        """The host sleeps, and the firmware hears of it before and after. A console wakes it, too."""
+        """The host sleeps, and the firmware gets a report before and after. A console wakes it, too."""
         stage = self._stage
-        # What an update that is under way still has to tell finds the gate closed.
+        # What an update that is under way still has to send finds the gate closed.
         self._log.allow("Service is not signalled as Up", times=REQUESTS_OF_UPDATE)
         self._log.allow(*UNANSWERED_CLOUD)
         stage.pc.suspend()

@@ -36,7 +36,7 @@ class Viewers:
         if what == "trust":
             self.trust("127.0.0.9", "KVM is disabled")
         elif what == "data":
-            self._stage.send("KVM_DATA", b"a picture that nobody sees")
+            self._stage.send("KVM_DATA", b"a picture without a viewer")
             self._log.await_line("SendDataToKVMClient: ", place)
         elif what == "frame":
             self._stage.send("GET_ENCODED_FRAMEBUFFER")
@@ -120,9 +120,9 @@ class Viewers:
         first.say(b"!")
         second.say(b"?")
         ends = [first, second, *([self._server] if self._server else [])]
-        heard = self._server or second  # an echo goes to the viewer that is there now
-        arrived = pump(ends, lambda: b"?" in heard.received, "the first byte of the second viewer")
-        said = heard.take_received()
+        current = self._server or second  # an echo goes to the viewer that is there now
+        arrived = pump(ends, lambda: b"?" in current.received, "the first byte of the second viewer")
+        said = current.take_received()
         assert arrived and said in (b"!?", b"?"), f"the firmware received {said} from the two viewers"
         return second
 

@@ -59,7 +59,7 @@ class TakenPort {
     uint16_t m_port = 0;
 };
 
-// A port that nobody uses at this moment.
+// A port that is free at this moment.
 uint16_t FreePort();
 
 // How many connections may wait for the listener of this process on the port; -1 when there is none.

@@ -1,5 +1,5 @@
 // The service with its mailbox open and its read loop running, on a PC whose programs a test may write. The
-// firmware has heard of the service; nothing else has begun.
+// firmware has the report of the service; nothing else has begun.
 #pragma once
 
 #include <cstdint>

@@ -53,7 +53,7 @@ std::vector<uint32_t> PcFixture::ArgumentsOf(const std::string& call, const std:
 }
 
 void PcFixture::PassSleepOf(std::chrono::milliseconds time) {
-    ASSERT_TRUE(Clock().AwaitSleeper(time, kPatience)) << "nobody sleeps for " << time.count() << " ms";
+    ASSERT_TRUE(Clock().AwaitSleeper(time, kPatience)) << "nothing sleeps for " << time.count() << " ms";
     Advance(time);
 }
 

@@ -115,7 +115,7 @@ class KvmStage(RemoteKvm):
 
     def await_end(self, count=1):
         """Until so many sessions have come to their end, and two seconds later nothing is left of them."""
-        eventually(lambda: self.closes_told() == count, "the firmware to hear of the session's end")
+        eventually(lambda: self.reported_closes() == count, "the session's end at the firmware")
         eventually(lambda: not self.left_behind(), "agent and files of the session to go")
 
     def left_behind(self):

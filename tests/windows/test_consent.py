@@ -1,6 +1,6 @@
 """The question to the person at the PC, through Windows' own named pipe.
 
-Wine can't tell whether the desktop is locked, so that it counts as unlocked: what a locked PC answers is checked natively
+Wine has no locked desktop, so that it counts as unlocked: what a locked PC answers is checked natively
 alone. So are the time limits, for which the clock has to be moved.
 """
 

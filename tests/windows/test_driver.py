@@ -139,7 +139,7 @@ def test_a_cancelled_request_ends_with_995_and_the_firmware_hears_of_it(stage, m
     assert mailbox.ask("wait", held["number"], 0) == {"pending": True}
     assert mailbox.ask("cancel", "requests")["error"] == 0
     assert mailbox.ask("wait", held["number"], 10_000)["error"] == ABORTED
-    eventually(lambda: "cancelled" in stage.firmware.notes(), "the firmware to hear of the cancellation")
+    eventually(lambda: "cancelled" in stage.firmware.notes(), "the cancellation at the firmware")
     assert finish(mailbox, "requests", GET_ZEL_VERSION, "-", 80)["error"] == 0
 
 

@@ -75,7 +75,7 @@ def test_its_functions_check_their_stacks(program, objdump):
 
 
 def test_every_source_is_compiled_with_checked_copies(program):
-    """A copy whose size the compiler knows leaves no trace in the code, so the compiler's command must tell."""
+    """A copy whose size the compiler knows leaves no trace in the code, so the test reads the compiler's command."""
     commands = json.loads((windows_folder() / "compile_commands.json").read_text())
     own = [entry["command"] for entry in commands if f"/{PROGRAMS[program]}.dir/" in entry["command"]]
     assert own

@@ -2,7 +2,7 @@
 
 A stand-in for the logon program makes the user's session. What Wine can't give is checked natively alone: a session of another
 number than 1 and a screen of another size than a service's 1024 x 768; tokens and environments that fail; safe boot; a clock that
-is moved to the limits of a time. A thread that waits on a socket while it is closed hears 995 or 10022 under Wine, not 10004.
+is moved to the limits of a time. A thread that waits on a socket while it is closed gets 995 or 10022 under Wine, not 10004.
 """
 
 import random
@@ -41,10 +41,10 @@ class Server:
 
 def both_get_what_the_other_sends(server, console):
     """The server speaks first, and then both directions go at once."""
-    heard = []
+    received = []
     threads = [threading.Thread(target=server.sendall, args=(PICTURE,)),
                threading.Thread(target=console.sendall, args=(KEYS,)),
-               threading.Thread(target=lambda: heard.append(receive(server, len(KEYS))))]
+               threading.Thread(target=lambda: received.append(receive(server, len(KEYS))))]
     threads[0].start()
     seen = receive(console, 1_000)
     for thread in threads[1:]:
@@ -52,7 +52,7 @@ def both_get_what_the_other_sends(server, console):
     seen += receive(console, len(PICTURE) - len(seen))
     for thread in threads:
         thread.join()
-    return seen == PICTURE and heard == [KEYS]
+    return seen == PICTURE and received == [KEYS]
 
 
 @pytest.fixture
@@ -68,17 +68,17 @@ def test_a_session_from_its_enabling_to_its_close_and_others_after_it(kvm, serve
         kvm.enable()
         kvm.trust("127.0.0.1", port=5900)
         with kvm.begin_session() as console, server.accept() as reached:
-            told = kvm.connections_told()[-1]
-            assert (told["Port"], told["PeerAddress"], told["PeerPort"]) == (22, "127.0.0.1", console.getsockname()[1])
+            peer = kvm.announced_connections()[-1]
+            assert (peer["Port"], peer["PeerAddress"], peer["PeerPort"]) == (22, "127.0.0.1", console.getsockname()[1])
             [command] = kvm.host.agents().values()
             assert command == [AGENT, *SETTINGS]
             eventually(lambda: "started with " + " ".join(SETTINGS) in kvm.host.agent_log(), "the agent's first line")
-            eventually(lambda: kvm.status() == "YES", "the status file to tell of the session")
+            eventually(lambda: kvm.status() == "YES", "the session in the status file")
             assert both_get_what_the_other_sends(reached, console)
             kvm.close_session()
             assert closed_by_peer(console)
         eventually(lambda: not kvm.host.agents(), "the agent to leave as it is asked")
-        eventually(lambda: kvm.status() == "NO", "the status file to tell of the end")
+        eventually(lambda: kvm.status() == "NO", "the end in the status file")
         kvm.await_end(count)
         if count == 1:
             before = kvm.host.footprint()
@@ -98,10 +98,10 @@ def test_an_untrusted_console_is_left_aside_and_a_stop_ends_the_session_of_the_t
             stranger.setblocking(False)
             with pytest.raises(BlockingIOError):
                 stranger.recv(1)
-            assert [fields["PeerAddress"] for fields in kvm.connections_told()] == ["127.0.0.5"]
+            assert [fields["PeerAddress"] for fields in kvm.announced_connections()] == ["127.0.0.5"]
             assert kvm.host.stop_service() == 0
             assert closed_by_peer(console)
-    assert kvm.closes_told() == 1
+    assert kvm.reported_closes() == 1
     assert kvm.left_behind() == []
     names = [request["name"] for request in kvm.firmware.requests()]
     assert names.index("WriteCloseSocketcmd") < len(names) - 1 and names[-1] == "WriteZELStatus"
@@ -132,9 +132,9 @@ def test_without_a_users_session_the_console_is_refused(kvm):
     kvm.enable()
     with kvm.connect() as console:
         assert closed_by_peer(console)
-    eventually(lambda: kvm.closes_told() == 1, "the firmware to hear of the end")
-    assert kvm.connections_told() == []
-    eventually(lambda: kvm.status() == "NO", "the status file to tell of no session")
+    eventually(lambda: kvm.reported_closes() == 1, "the end at the firmware")
+    assert kvm.announced_connections() == []
+    eventually(lambda: kvm.status() == "NO", "no session in the status file")
     with pytest.raises(ConnectionRefusedError):
         kvm.connect()
     assert kvm.host.stop_service() == 0

@@ -1,4 +1,4 @@
-"""What the shipped executable finds out about a Windows PC, and tells: by the system's own calls.
+"""What the shipped executable finds out about a Windows PC and reports: by the system's own calls.
 
 Wine has no WLAN service, and here the service has to get by without one; test_wifi.py gives it one. Wine has no suspend and no
 shutdown either: its calls succeed and do nothing.

@@ -33,8 +33,8 @@ def test_a_consoles_request_reaches_the_firmware_and_its_answer_returns(stage):
     answer = stage.console.identify()
     assert answer["ProtocolVersion"] == "http://schemas.dmtf.org/wbem/wsman/1/wsman.xsd"
     assert answer["ProductVendor"] == "Tarvix"
-    told = stage.firmware.await_request("WriteIPCompleteInformation", lambda fields: fields["PeerMarker"] == 0xFFFF)
-    assert told["fields"]["Port"] == 664
+    report = stage.firmware.await_request("WriteIPCompleteInformation", lambda fields: fields["PeerMarker"] == 0xFFFF)
+    assert report["fields"]["Port"] == 664
 
 
 def test_an_idle_console_is_closed_and_the_next_one_has_its_turn(stage):

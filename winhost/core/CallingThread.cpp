@@ -49,7 +49,7 @@ void TerminableWait::Leave() {
     std::unique_lock thread(m_thread->m_guard);
     if (m_thread->m_wait != this) return;
     if (m_thread->m_pins != 0) {
-        // Whoever pinned it waits for this lock.
+        // The thread that pinned it waits for this lock.
         m_lock.unlock();
         m_thread->m_unpinned.wait(thread, [&] { return m_thread->m_pins == 0; });
         m_thread->m_wait = nullptr;

@@ -99,7 +99,7 @@ void Clock::Leave(Sleepers::iterator sleeper, std::unique_lock<std::mutex>& lock
             return;
         }
     }
-    // Whoever pinned it waits for this lock.
+    // The thread that pinned it waits for this lock.
     lock.unlock();
     {
         std::unique_lock list(m_mutex);

@@ -34,7 +34,7 @@ class Object {
     virtual OverlappedFile* AsOverlappedFile() { return nullptr; }
     // True for the kinds that CloseHandle is for; the others have closing calls of their own.
     virtual bool IsClosedByCloseHandle() const { return true; }
-    // The handle has gone; whoever waits for the object or uses it right now may still hold a reference.
+    // The handle has gone; a thread that waits for the object or uses it may still hold a reference.
     virtual void OnClose() {}
 };
 
@@ -76,7 +76,7 @@ class HandleTable {
         }
     }
 
-    // Takes the handle out of the table if it names a Kind, and tells the object. False when it doesn't.
+    // Takes the handle out of the table if it names a Kind, and notifies the object. False when it doesn't.
     template <class Kind>
     bool Close(HANDLE handle) {
         return CloseIf(handle,
@@ -89,7 +89,7 @@ class HandleTable {
 
     // Handles that are open, so that a test can see a leak.
     size_t Size() const;
-    // The kind of each of them, by the name of its class, so that a test can tell what leaks.
+    // The kind of each of them, by the name of its class, so that a test can name what leaks.
     std::vector<std::string> Kinds();
     // How often a handle was used, or closed, that had been closed before. On Windows its number may be
     // another object's by then.

@@ -58,7 +58,7 @@ DWORD OpenDiskFile(const std::string& name, DWORD access, const SECURITY_ATTRIBU
         descriptor = OpenToAsk(path);
     }
     if (!descriptor) return FileErrorOf(errno, path);
-    // Whoever creates a file has the access that he asks for.
+    // The creator of a file has the access that it asks for.
     if (existed && !IsGranted(SecurityOf(path, descriptor.Get()), access)) return ERROR_ACCESS_DENIED;
     file = std::make_shared<DiskFile>(std::move(descriptor), ExpandGeneric(access), path);
     return ERROR_SUCCESS;

@@ -10,7 +10,7 @@ namespace winhost {
 
 // Whether the path begins with a drive.
 bool IsOnDrive(const std::string& name);
-// CreateFileA on such a path. `existed` tells OPEN_ALWAYS what it found.
+// CreateFileA on such a path. `existed` says what OPEN_ALWAYS found.
 DWORD OpenDiskFile(const std::string& name, DWORD access, const SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, std::shared_ptr<FileObject>& file, bool& existed);
 

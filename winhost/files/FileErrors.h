@@ -7,7 +7,7 @@
 
 namespace winhost {
 
-// For errno after a call on `hostPath`: tells a missing file from a missing folder on the way to it.
+// For errno after a call on `hostPath`: distinguishes a missing file from a missing folder on the way to it.
 DWORD FileErrorOf(int error, const std::string& hostPath);
 
 }  // namespace winhost

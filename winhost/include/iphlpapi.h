@@ -1,5 +1,5 @@
 // IP helper: the PC's interfaces, addresses and name servers. Each call returns a Win32 error and leaves
-// GetLastError alone. A PC without adapters of its own tells of this machine's, as they are at the time of
+// GetLastError alone. A PC without adapters of its own reports this machine's, as they are at the time of
 // the call.
 #pragma once
 

@@ -1,4 +1,4 @@
-// The levels and services of authentication that COM is told.
+// The levels and services of authentication that COM takes.
 #pragma once
 
 #define RPC_C_AUTHN_LEVEL_DEFAULT 0

@@ -47,13 +47,13 @@ struct IWbemContext : public IUnknown {
 
 struct IWbemClassObject : public IUnknown {
     // WBEM_E_NOT_FOUND for a property that the object hasn't. A number of 16 bits comes as VT_I4. The type
-    // and the flavor are not told: both have to be null.
+    // and the flavor are not returned: both have to be null.
     virtual HRESULT STDMETHODCALLTYPE Get(LPCWSTR wszName, LONG lFlags, VARIANT* pVal, CIMTYPE* pType,
                                           LONG* plFlavor) = 0;
 };
 
 struct IEnumWbemClassObject : public IUnknown {
-    // WBEM_S_FALSE when fewer than uCount were left. A class that the PC hasn't is told here, as
+    // WBEM_S_FALSE when fewer than uCount were left. A class that the PC hasn't is reported here, as
     // WBEM_E_INVALID_CLASS.
     virtual HRESULT STDMETHODCALLTYPE Next(LONG lTimeout, ULONG uCount, IWbemClassObject** apObjects,
                                            ULONG* puReturned) = 0;

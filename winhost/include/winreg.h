@@ -14,8 +14,8 @@ LSTATUS WINAPI RegCloseKey(HKEY hKey);
 
 #define SHTDN_REASON_FLAG_PLANNED 0x80000000
 
-// Recorded by the PC, which goes on running: what Windows does next to the service comes from whoever plays
-// it. This machine alone (else ERROR_BAD_NETPATH); ERROR_PRIVILEGE_NOT_HELD while SeShutdownPrivilege isn't
-// enabled.
+// Recorded by the PC, which goes on running: what Windows does next to the service comes from the test that
+// plays it. This machine alone (else ERROR_BAD_NETPATH); ERROR_PRIVILEGE_NOT_HELD while SeShutdownPrivilege
+// isn't enabled.
 BOOL WINAPI InitiateSystemShutdownExA(LPSTR lpMachineName, LPSTR lpMessage, DWORD dwTimeout,
                                       BOOL bForceAppsClosed, BOOL bRebootAfterShutdown, DWORD dwReason);

@@ -15,7 +15,7 @@
 #define PBT_APMRESUMESTANDBY 8
 #define PBT_APMRESUMEAUTOMATIC 18
 
-// 0 for a metric that the PC does not have; the call has no error to tell.
+// 0 for a metric that the PC does not have; the call reports no error.
 int GetSystemMetrics(int index);
 
 #define EWX_SHUTDOWN 0x00000001

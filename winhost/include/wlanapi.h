@@ -1,4 +1,4 @@
-// The WLAN service: its interfaces and what it has to tell. Each call returns a Win32 error.
+// The WLAN service: its interfaces and notifications. Each call returns a Win32 error.
 #pragma once
 
 #include <l2cmn.h>

@@ -83,8 +83,8 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD shareMode, LPSECURITY_ATTRIB
         file->OnClose();
         error = ERROR_NO_SYSTEM_RESOURCES;
     }
-    const bool tells = error == ERROR_SUCCESS && existed && disposition == OPEN_ALWAYS;
-    SetLastError(tells ? static_cast<DWORD>(ERROR_ALREADY_EXISTS) : error);
+    const bool isReported = error == ERROR_SUCCESS && existed && disposition == OPEN_ALWAYS;
+    SetLastError(isReported ? static_cast<DWORD>(ERROR_ALREADY_EXISTS) : error);
     return error == ERROR_SUCCESS ? handle : INVALID_HANDLE_VALUE;
 }
 
@@ -127,7 +127,7 @@ BOOL HasOverlappedIoCompleted(const OVERLAPPED* overlapped) {
     return status.load(std::memory_order_acquire) != STATUS_PENDING;
 }
 
-// The file is not looked at: what it would tell stands in the OVERLAPPED.
+// The file is not looked at: the OVERLAPPED holds the result.
 BOOL GetOverlappedResult(HANDLE, LPOVERLAPPED overlapped, LPDWORD bytesMoved, BOOL wait) {
     WINHOST_GATE("GetOverlappedResult", FALSE);
     const std::atomic_ref status(overlapped->Internal);

@@ -28,8 +28,8 @@ inline DWORD ErrorOf(ULONG_PTR status) {
 
 class OverlappedFile;
 
-// One overlapped request, from its start until Complete has told its end. Complete is the last touch of the
-// caller's OVERLAPPED, and has to be called at most once.
+// One overlapped request, from its start until Complete has reported its end. Complete is the last touch of
+// the caller's OVERLAPPED, and has to be called at most once.
 class OverlappedRequest {
   public:
     OverlappedRequest() = default;

@@ -24,7 +24,7 @@ bool IsPseudoHandle(HANDLE handle) {
 
 }  // namespace
 
-// These two are how failures are told, and so the only calls that don't pass the gate.
+// These two report failures, and are therefore the only calls that don't pass the gate.
 DWORD GetLastError() {
     return t_lastError;
 }

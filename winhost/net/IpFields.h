@@ -16,7 +16,7 @@ void Put(char (&field)[N], const std::string& text) {
     field[text.copy(field, N - 1)] = '\0';
 }
 
-// True when the caller's buffer holds `needed` bytes; tells the caller the size when not.
+// True when the caller's buffer holds `needed` bytes; returns the size through it when not.
 inline bool HasRoom(const void* buffer, PULONG size, size_t needed) {
     const bool room = buffer && *size >= needed;
     if (!room) *size = static_cast<ULONG>(needed);

@@ -50,7 +50,7 @@ class Socket final : public Object {
     int LocalName(Endpoint& endpoint) const;
 
     // Waits until a call on one of the sockets that takes bytes, or a connection, would not block. Answers
-    // how many there are, which isReadable tells for each; 0 once the deadline is reached, and -ENOTSOCK as
+    // how many there are, which isReadable says of each; 0 once the deadline is reached, and -ENOTSOCK as
     // soon as one of them is closed.
     static int AwaitReadable(const std::vector<std::shared_ptr<Socket>>& sockets, Clock::Deadline deadline,
                              std::vector<bool>& isReadable);
@@ -65,7 +65,7 @@ class Socket final : public Object {
     std::atomic<State> m_state{State::Fresh};
     std::atomic<bool> m_closed{false};
     std::atomic<bool> m_nonBlocking{false};
-    // The host tells of a reset once, Windows every time.
+    // The host reports a reset once, Windows every time.
     std::atomic<bool> m_reset{false};
     std::atomic<bool> m_receiveShutDown{false};
     std::atomic<bool> m_sendShutDown{false};

@@ -18,7 +18,7 @@ struct Marks {
     std::string descriptionFile;      // WINHOST_PC
 };
 
-// From texts "NAME=value", each with its NUL, as /proc tells an environment.
+// From texts "NAME=value", each with its NUL, as /proc shows an environment.
 Marks ParseMarks(const std::string& environment);
 // Those of the calling process, as it was started.
 const Marks& OwnMarks();

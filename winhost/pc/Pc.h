@@ -127,7 +127,7 @@ struct PcDescription {
     // Of the process's token, all disabled at first.
     std::vector<std::string> privileges = {"SeAssignPrimaryTokenPrivilege", "SeIncreaseQuotaPrivilege",
                                            "SeTcbPrivilege", "SeShutdownPrivilege"};
-    uint32_t consoleSession = 1;  // kNoSession: nobody's session is at the console
+    uint32_t consoleSession = 1;  // kNoSession: no session is at the console
     bool desktopLocked = false;   // the desktop of the console's session
     // WTSQuerySessionInformationA: the level of its answer, and its size in bytes, 0 for the whole one.
     // Another system may give another level, and a caller has to test both.

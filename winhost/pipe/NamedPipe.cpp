@@ -25,7 +25,7 @@ BOOL Ask(HANDLE handle, Request request) {
     return Finish(isFile ? ERROR_INVALID_FUNCTION : ERROR_INVALID_HANDLE);
 }
 
-// Everybody may do everything by a null DACL; without any, the default is the server's own user.
+// A null DACL allows every access; without any, the default is the server's own user.
 bool OpensToAll(const SECURITY_ATTRIBUTES* attributes) {
     if (!attributes || !attributes->lpSecurityDescriptor) return false;
     const auto* descriptor = static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor);

@@ -1,9 +1,9 @@
 // The pipes of a PC: a folder for each name, below the PC's root, where all of its processes find them.
 //
 // An instance is a numbered file in that folder, which its server keeps locked for as long as it lives, and
-// beside it, while the instance listens, a socket. Whoever looks at the folder or changes it holds its lock,
-// so that a client has an instance for itself. What a killed process left there is swept away by the next
-// look.
+// beside it, while the instance listens, a socket. A process holds the folder's lock while it reads or
+// changes the folder, so that a client has an instance for itself. What a killed process left there is swept
+// away by the next look.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// What Linux tells of a process.
+// What Linux reports of a process.
 #pragma once
 
 #include <sys/types.h>
@@ -25,7 +25,7 @@ struct ProcessStat {
 std::optional<ProcessStat> ReadProcessStat(pid_t id);
 // "cmdline" or "environ": texts, each with its NUL. Empty when it may not be read, or the process has ended.
 std::string ReadProcessFile(pid_t id, const char* file);
-// A descriptor that tells the process's end; none, with errno, when there is no such process or no room.
+// A descriptor that reports the process's end; none, with errno, when there is no such process or no room.
 testbed::Descriptor OpenPidfd(pid_t id);
 // The ids of all processes that the calling user may look into.
 std::vector<pid_t> ReadProcessIds();

@@ -93,7 +93,7 @@ DWORD ErrorOf(int error, const SpawnRequest& request) {
 
 // posix_spawn returns when the child has left the caller's memory, and that is a moment before others can
 // read its marks there; those of a program that may not be read they never can. The start of the process,
-// which can't be gone: nobody reaps it yet.
+// which can't be gone: nothing reaps it yet.
 uint64_t AwaitProgram(pid_t id) {
     constexpr std::chrono::microseconds kPause(50);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
@@ -111,7 +111,7 @@ void Reap(pid_t id) {
     }
 }
 
-// False when nobody would notice its end.
+// False when nothing would notice its end.
 bool ReapAtItsEnd(ProcessWatcher& watcher, pid_t id) {
     testbed::Descriptor pidfd = OpenPidfd(id);
     if (!pidfd) return false;

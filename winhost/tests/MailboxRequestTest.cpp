@@ -157,7 +157,7 @@ TEST_F(MailboxRequestTest, BeyondWhatIsKeptForTheFirmwareItIsRefused) {
         error = Write(m_device, *requests.back(), input);
     }
     EXPECT_EQ(error, ERROR_NO_SYSTEM_RESOURCES);
-    // Those that pend are told of a close in spite of all that is kept.
+    // Those that pend end with the close in spite of all that is kept.
     CloseHandle(m_device);
     requests.pop_back();
     for (auto& request : requests)

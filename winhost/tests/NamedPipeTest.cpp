@@ -22,7 +22,7 @@ TEST_F(NamedPipeTest, AClientThatComesEndsTheWaitForIt) {
     const HANDLE server = Create();
     auto connected = ConnectLater(server);
     EXPECT_NE(INVALID_HANDLE_VALUE, Open());
-    // Of the client that was quicker, ConnectNamedPipe tells.
+    // ConnectNamedPipe reports the client that was quicker.
     const long error = connected.get();
     EXPECT_TRUE(error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED) << error;
 }
@@ -53,9 +53,9 @@ TEST_F(NamedPipeTest, EachInstanceServesAClientOfItsOwn) {
     const HANDLE one = Open(), other = Open();
     Write(one, "one");
     Write(other, "other");
-    std::vector<std::string> heard{Read(first).data, Read(second).data};
-    std::sort(heard.begin(), heard.end());
-    EXPECT_EQ((std::vector<std::string>{"one", "other"}), heard);
+    std::vector<std::string> received{Read(first).data, Read(second).data};
+    std::sort(received.begin(), received.end());
+    EXPECT_EQ((std::vector<std::string>{"one", "other"}), received);
 }
 
 TEST_F(NamedPipeTest, NoMoreInstancesThanTheFirstAllows) {

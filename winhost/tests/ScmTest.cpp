@@ -1,4 +1,4 @@
-// The service control manager from both sides: what a service is told and what its senders are answered.
+// The service control manager from both sides: what a service receives and what its senders are answered.
 #include "winhost/service/Scm.h"
 
 #include <winsvc.h>

@@ -1,4 +1,4 @@
-// Which processes a PC has, and what a snapshot of them tells.
+// Which processes a PC has, and what a snapshot of them contains.
 #include <algorithm>
 
 #include "winhost/pc/Marks.h"

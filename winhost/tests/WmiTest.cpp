@@ -1,4 +1,4 @@
-// COM as far as WMI needs it, and what WMI tells of the system.
+// COM as far as WMI needs it, and what WMI reports of the system.
 #include <objbase.h>
 #include <oleauto.h>
 #include <wbemidl.h>
@@ -193,7 +193,7 @@ TEST_F(Wmi, AContextTakesALocale) {
 
 TEST_F(Wmi, WithoutImpersonationNothingIsTold) {
     Holder<IWbemServices> services;
-    ASSERT_EQ(S_OK, Connect(services)) << "which settles the security that nobody has set";
+    ASSERT_EQ(S_OK, Connect(services)) << "which settles security that is not set yet";
     Holder<IEnumWbemClassObject> rows;
     EXPECT_EQ(WBEM_E_ACCESS_DENIED, Query(*services, kSystems, rows));
     EXPECT_EQ(S_OK, SetBlanket(services.get()));

@@ -1,4 +1,4 @@
-// The PC's WLAN service: who listens to it, and the thread that tells them.
+// The PC's WLAN service: its listeners, and the thread that notifies them.
 #pragma once
 
 #include <condition_variable>
@@ -53,8 +53,8 @@ class WlanService {
   public:
     static WlanService& Instance() { return Singleton<WlanService>(); }
 
-    // Tells every client that listens to the source. Returns when their callbacks have returned, so that it
-    // must not be called from one.
+    // Notifies every client that listens to the source. Returns when their callbacks have returned, so that
+    // it must not be called from one.
     void Notify(const WlanNotification& notification);
 
     HANDLE Open();  // null when there are no handles left

@@ -15,7 +15,7 @@
 
 namespace winhost {
 
-// Objects that somebody still holds, and texts that nobody has freed: what a test looks at for a leak.
+// Objects with references, and texts that are not freed. A test looks at them for a leak.
 size_t LiveComObjects();
 size_t LiveStrings();
 // Calls on objects while no apartment was open, which on Windows may reach a library that has been unloaded.

@@ -1,6 +1,6 @@
 // The server's end of a named pipe, led from outside: what the service would do with it, one call at a time.
 //
-//     create NAME         a message pipe without buffers that everybody may open
+//     create NAME         a message pipe without buffers that every user may open
 //     connect             waits for a client
 //     write TEXT          with its NUL; "\n" stands for a line feed
 //     read                one message, as hexadecimal digits
@@ -15,7 +15,7 @@ namespace {
 
 UniqueFileHandle g_pipe;
 
-Answer Told(BOOL ok) {
+Answer Outcome(BOOL ok) {
     return Answer().Number("error", ok ? ERROR_SUCCESS : GetLastError());
 }
 
@@ -27,12 +27,12 @@ Answer Create(const Words& words) {
     const std::string name = "\\\\.\\pipe\\" + words.at(0);
     g_pipe.Reset(CreateNamedPipeA(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE,
                                   PIPE_UNLIMITED_INSTANCES, 0, 0, 0, &attributes));
-    return Told(static_cast<bool>(g_pipe));
+    return Outcome(static_cast<bool>(g_pipe));
 }
 
 Answer Connect(const Words&) {
     const BOOL ok = ConnectNamedPipe(g_pipe.Get(), nullptr);
-    return Told(ok || GetLastError() == ERROR_PIPE_CONNECTED);
+    return Outcome(ok || GetLastError() == ERROR_PIPE_CONNECTED);
 }
 
 Answer Write(const Words& words) {
@@ -40,7 +40,7 @@ Answer Write(const Words& words) {
     for (size_t at; (at = text.find("\\n")) != std::string::npos;)
         text.replace(at, 2, "\n");
     DWORD written = 0;
-    return Told(
+    return Outcome(
         WriteFile(g_pipe.Get(), text.c_str(), static_cast<DWORD>(text.size() + 1), &written, nullptr));
 }
 
@@ -49,7 +49,7 @@ Answer Read(const Words&) {
     std::array<char, 511> buffer;
     DWORD size = 0;
     const BOOL ok = ReadFile(g_pipe.Get(), buffer.data(), static_cast<DWORD>(buffer.size()), &size, nullptr);
-    Answer answer = Told(ok);
+    Answer answer = Outcome(ok);
     std::string digits;
     for (DWORD i = 0; i < size; ++i) {
         const auto byte = static_cast<unsigned char>(buffer[i]);
@@ -60,7 +60,7 @@ Answer Read(const Words&) {
 
 Answer Close(const Words&) {
     const BOOL ok = DisconnectNamedPipe(g_pipe.Get());
-    Answer answer = Told(ok);
+    Answer answer = Outcome(ok);
     g_pipe.Reset();
     return answer;
 }

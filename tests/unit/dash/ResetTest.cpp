@@ -40,8 +40,9 @@ class Reset : public DashFixture {
         Gate().Reset();
     }
 
-    // Ends the session by a reset while the firmware is being told of the next console, until all pools are
-    // stopped. Consoles that have come meanwhile wait in the queue. So many `consoles` have connected before.
+    // Ends the session by a reset while the next console is being announced to the firmware, until all pools
+    // are stopped. Consoles that have come meanwhile wait in the queue. So many `consoles` have connected
+    // before.
     void ResetDuringAnnouncement(ConsoleClient& client, size_t consoles = 1) {
         firmware.Hold("GetMPMStatus");
         announced.emplace(Connect());

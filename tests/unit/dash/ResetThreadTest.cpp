@@ -9,7 +9,7 @@ constexpr char kNoThread[] = "StartResetThread: no thread for the reset: ";
 
 class ResetThread : public DashFixture {
   protected:
-    // A session whose firmware is told of its end in vain.
+    // A session whose end is reported to the firmware in vain.
     void RefuseTheEnd() {
         ExpectErrors({kNoThread, "with error: 31", "with dwLastError = 31"});
         firmware.Refuse("WriteCloseSocketcmd", ERROR_GEN_FAILURE);

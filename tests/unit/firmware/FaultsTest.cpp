@@ -1,4 +1,4 @@
-// The firmware misbehaves as it is told to, and recovers.
+// The firmware misbehaves as it is set to, and recovers.
 #include <gtest/gtest.h>
 #include <json/json.h>
 

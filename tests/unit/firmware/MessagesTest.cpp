@@ -86,9 +86,9 @@ TEST_F(MessagesTest, AreDroppedWithANoteWhenAListeningHostDoesNotRead) {
     EXPECT_FALSE(notes.empty());
     for (const std::string& note : notes)
         EXPECT_EQ(note, "a message is lost: the host does not read");
-    m_firmware.Send(MPM_ZEL_CMD_KVM_DATA, "still heard");
+    m_firmware.Send(MPM_ZEL_CMD_KVM_DATA, "still received");
     std::string last;
-    while (last != "still heard") {
+    while (last != "still received") {
         const auto message = m_host->AwaitMessage();
         ASSERT_TRUE(message);
         last = message->size() < 100 ? PayloadOf(message, 9) : "";

@@ -86,7 +86,7 @@ class ProgramTest : public testing::Test {
         m_process = 0;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    Result Tell(const std::string& verb, const std::string& words = "") {
+    Result Control(const std::string& verb, const std::string& words = "") {
         return Shell(verb + " --control " + Path("control") + " " + words);
     }
     static bool Eventually(const std::function<bool()>& happened) {
@@ -124,7 +124,7 @@ TEST_F(ProgramTest, RefusesWhatAnotherFirmwareUses) {
     EXPECT_EQ(listen.code, 1);
     EXPECT_EQ(listen.output, "mpmsim: cannot listen on \"" + m_address + "\": it is in use\n");
     EXPECT_EQ(Content(Path("certificate")), certificate);
-    EXPECT_EQ(Tell("show").code, 0);
+    EXPECT_EQ(Control("show").code, 0);
     EXPECT_EQ(End(SIGTERM), 0);
 }
 
@@ -134,7 +134,7 @@ TEST_F(ProgramTest, TakesThePlaceOfAFirmwareThatWasKilled) {
     EXPECT_TRUE(std::filesystem::exists(Path("control")));
     std::filesystem::remove(Path("ready"));
     Run();
-    EXPECT_EQ(Tell("show").code, 0);
+    EXPECT_EQ(Control("show").code, 0);
     EXPECT_EQ(End(SIGTERM), 0);
 }
 
@@ -164,17 +164,17 @@ TEST_F(ProgramTest, SendsAnyCommandAndAnyMessage) {
     LinkHost host(m_address);
     host.Listen();
     host.Ask(MailboxCode::GetMPMStatus, {}, 1);
-    EXPECT_EQ(Tell("send", "webui_close_socket").code, 0);
+    EXPECT_EQ(Control("send", "webui_close_socket").code, 0);
     EXPECT_EQ(host.AwaitMessage(), (std::vector<uint8_t>{41, 0}));
-    EXPECT_EQ(Tell("send", "8 --text abc --trailer 7").code, 0);
+    EXPECT_EQ(Control("send", "8 --text abc --trailer 7").code, 0);
     EXPECT_EQ(host.AwaitMessage(), (std::vector<uint8_t>{'a', 'b', 'c', 8, 7}));
-    EXPECT_EQ(Tell("send", "MPM_ZEL_CMD_KVM_DATA --hex '01 fF:2a'").code, 0);
+    EXPECT_EQ(Control("send", "MPM_ZEL_CMD_KVM_DATA --hex '01 fF:2a'").code, 0);
     EXPECT_EQ(host.AwaitMessage(), (std::vector<uint8_t>{1, 255, 42, 9, 0}));
     std::ofstream(Path("payload")) << "from a file";
-    EXPECT_EQ(Tell("send", "12 --file " + Path("payload")).code, 0);
+    EXPECT_EQ(Control("send", "12 --file " + Path("payload")).code, 0);
     EXPECT_EQ(PayloadOf(host.AwaitMessage(), 12), "from a file");
     for (const size_t size : {0u, 1u, 2u, 0x20001u}) {
-        EXPECT_EQ(Tell("send", "--raw --size " + std::to_string(size)).code, 0);
+        EXPECT_EQ(Control("send", "--raw --size " + std::to_string(size)).code, 0);
         EXPECT_EQ(host.AwaitMessage()->size(), size);
     }
 }
@@ -185,13 +185,13 @@ TEST_F(ProgramTest, TakesItsSettingsFromFileAndShell) {
     LinkHost host(m_address);
     const auto version = [&] { return host.Ask(MailboxCode::GetZELVersion, {}, 80).output.at(72); };
     EXPECT_EQ(version(), 30);
-    EXPECT_EQ(Tell("set", "uvorkversion=45 Dash=none").code, 0);
+    EXPECT_EQ(Control("set", "uvorkversion=45 Dash=none").code, 0);
     EXPECT_EQ(version(), 45);
 }
 
 TEST_F(ProgramTest, ChangesNothingWhenOneOfTheSettingsIsWrong) {
     Run();
-    const Result result = Tell("set", "uVORKVersion=1 Wrong=2");
+    const Result result = Control("set", "uVORKVersion=1 Wrong=2");
     EXPECT_EQ(result.code, 2);
     EXPECT_EQ(result.output, "mpmsim: there is no setting \"Wrong\"\n");
     EXPECT_EQ(LinkHost(m_address).Ask(MailboxCode::GetZELVersion, {}, 80).output.at(72), 50);
@@ -201,23 +201,23 @@ TEST_F(ProgramTest, MakesFaults) {
     Run();
     LinkHost host(m_address);
     const auto ask = [&] { return host.Ask(MailboxCode::GetMPMStatus, {}, 1); };
-    EXPECT_EQ(Tell("fault", "refuse GetMPMStatus 1450 1").code, 0);
+    EXPECT_EQ(Control("fault", "refuse GetMPMStatus 1450 1").code, 0);
     EXPECT_EQ(ask().error, 1450u);
     EXPECT_EQ(ask().error, 0u);
-    EXPECT_EQ(Tell("fault", "refuse 0x9C416458 5").code, 0);
+    EXPECT_EQ(Control("fault", "refuse 0x9C416458 5").code, 0);
     EXPECT_EQ(ask().error, 5u);
-    EXPECT_EQ(Tell("fault", "clear").code, 0);
-    EXPECT_EQ(Tell("fault", "answer-size GetMPMStatus 3").code, 0);
+    EXPECT_EQ(Control("fault", "clear").code, 0);
+    EXPECT_EQ(Control("fault", "answer-size GetMPMStatus 3").code, 0);
     EXPECT_EQ(ask().output.size(), 3u);
-    EXPECT_EQ(Tell("fault", "delay GetMPMStatus 10").code, 0);
+    EXPECT_EQ(Control("fault", "delay GetMPMStatus 10").code, 0);
     EXPECT_EQ(ask().error, 0u);
-    EXPECT_EQ(Tell("fault", "hold GetMPMStatus").code, 0);
+    EXPECT_EQ(Control("fault", "hold GetMPMStatus").code, 0);
     const uint32_t held = host.Post(MailboxCode::GetMPMStatus, {}, 1);
-    EXPECT_EQ(Tell("fault", "release GetMPMStatus").code, 0);
+    EXPECT_EQ(Control("fault", "release GetMPMStatus").code, 0);
     EXPECT_TRUE(host.AwaitResponse(held));
-    EXPECT_EQ(Tell("fault", "vanish").code, 0);
+    EXPECT_EQ(Control("fault", "vanish").code, 0);
     EXPECT_TRUE(host.AwaitClosed());
-    EXPECT_EQ(Tell("fault", "come-back").code, 0);
+    EXPECT_EQ(Control("fault", "come-back").code, 0);
     EXPECT_EQ(LinkHost(m_address).Ask(MailboxCode::GetMPMStatus, {}, 1).error, 0u);
 }
 
@@ -225,22 +225,22 @@ TEST_F(ProgramTest, ShowsWhatItKnowsOfTheHost) {
     Run();
     LinkHost(m_address).Ask(MailboxCode::WriteZELStatus, Bytes::Of(ZELStatusRecord{1}));
     EXPECT_TRUE(Eventually([this] {
-        return Tell("show").output.find("WriteZELStatus\n  state                     1\n") !=
+        return Control("show").output.find("WriteZELStatus\n  state                     1\n") !=
                std::string::npos;
-    })) << Tell("show").output;
+    })) << Control("show").output;
     LinkHost(m_address).Ask(MailboxCode::WriteADInfo, Bytes::Of(ADInfo{-19800, {}}));
     EXPECT_TRUE(Eventually([this] {
-        return Tell("show").output.find("time zone                   UTC-05:30\n") != std::string::npos;
-    })) << Tell("show").output;
-    EXPECT_NE(Tell("requests").output.find("WriteZELStatus 4 bytes state=1"), std::string::npos);
+        return Control("show").output.find("time zone                   UTC-05:30\n") != std::string::npos;
+    })) << Control("show").output;
+    EXPECT_NE(Control("requests").output.find("WriteZELStatus 4 bytes state=1"), std::string::npos);
     Json::Value line;
-    std::istringstream(Tell("requests", "--json").output) >> line;
+    std::istringstream(Control("requests", "--json").output) >> line;
     EXPECT_EQ(line["fields"]["state"], 1);
 }
 
 TEST_F(ProgramTest, ShowsWhatItsLevelTurnsOn) {
     Run({"--set", "uVORKVersion=44"});
-    const std::string shown = Tell("show").output;
+    const std::string shown = Control("show").output;
     EXPECT_NE(shown.find("firmware level 44\n"), std::string::npos) << shown;
     EXPECT_NE(shown.find("  on    40  the consent question"), std::string::npos) << shown;
     EXPECT_NE(shown.find("  off   45  the time zone"), std::string::npos) << shown;

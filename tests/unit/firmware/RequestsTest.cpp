@@ -20,7 +20,7 @@ class RequestsTest : public testing::Test {
   protected:
     // Sends the record and returns what the firmware then knows of the host by this name.
     template <class Record>
-    Json::Value Told(const char* name, uint32_t code, const Record& record) {
+    Json::Value Decoded(const char* name, uint32_t code, const Record& record) {
         EXPECT_EQ(m_host.Ask(code, Bytes::Of(record)).error, 0u);
         EXPECT_EQ(m_firmware.Count(name), 1u);
         const Json::Value line = JsonOf(m_firmware.Requests(name).at(0));
@@ -36,7 +36,7 @@ class RequestsTest : public testing::Test {
 constexpr uint32_t kAddress = 0x0A01A8C0;  // 192.168.1.10 in network byte order
 
 TEST_F(RequestsTest, ReadsTheServiceState) {
-    EXPECT_EQ(Told("WriteZELStatus", MailboxCode::WriteZELStatus, ZELStatusRecord{3})["state"], 3);
+    EXPECT_EQ(Decoded("WriteZELStatus", MailboxCode::WriteZELStatus, ZELStatusRecord{3})["state"], 3);
     EXPECT_TRUE(m_firmware.Host()["up"].asBool());
 }
 
@@ -56,7 +56,7 @@ TEST_F(RequestsTest, ReadsTheOperatingSystem) {
     info.OSType = 18;
     info.OSReservedWord = 65535;
     std::strcpy(info.ZELVersion, "5.1.0.1481");
-    const Json::Value fields = Told("WriteOsInfo", MailboxCode::WriteOsInfo, info);
+    const Json::Value fields = Decoded("WriteOsInfo", MailboxCode::WriteOsInfo, info);
     EXPECT_EQ(fields["OSName"], "Microsoft Windows 11 Prof\u00e9ssional \U0001F600");
     EXPECT_EQ(fields["OtherTypeDescription"], "64-bit");
     EXPECT_EQ(fields["Version"], "10.0.22631");
@@ -71,7 +71,7 @@ TEST_F(RequestsTest, ReadsThePrimaryAddressAndThePeer) {
     const IPCompleteInfo info{kAddress,   664,    0x0101A8C0, 0x08080808, 0x00FFFFFF,
                               0x0201A8C0, 0x39C8, {},         0xFFFF};
     const Json::Value fields =
-        Told("WriteIPCompleteInformation", MailboxCode::WriteIPCompleteInformation, info);
+        Decoded("WriteIPCompleteInformation", MailboxCode::WriteIPCompleteInformation, info);
     EXPECT_EQ(fields["IPv4Address"], "192.168.1.10");
     EXPECT_EQ(fields["Port"], 664);
     EXPECT_EQ(fields["Gateway"], "192.168.1.1");
@@ -102,7 +102,7 @@ TEST_F(RequestsTest, ReadsEachInterfaceOfTheInventory) {
     info.Count = 2;
     info.Entries[0] = info.Entries[1] = Ethernet();
     std::strcpy(info.Entries[1].Name, "Wi-Fi");
-    const Json::Value fields = Told("WriteMultiNwInfo", MailboxCode::WriteMultiNwInfo, info);
+    const Json::Value fields = Decoded("WriteMultiNwInfo", MailboxCode::WriteMultiNwInfo, info);
     EXPECT_EQ(fields["Count"], 2);
     ASSERT_EQ(fields["Entries"].size(), 2u);
     EXPECT_EQ(fields["Entries"][1]["Name"], "Wi-Fi");
@@ -123,7 +123,7 @@ TEST_F(RequestsTest, ReadsEachInterfaceOfTheInventory) {
 TEST_F(RequestsTest, ShowsFiveInterfacesWhenTheCountIsHigher) {
     MultiNwInfo info{};
     info.Count = 60000;
-    const Json::Value fields = Told("WriteMultiNwInfo", MailboxCode::WriteMultiNwInfo, info);
+    const Json::Value fields = Decoded("WriteMultiNwInfo", MailboxCode::WriteMultiNwInfo, info);
     EXPECT_EQ(fields["Count"], 60000);
     EXPECT_EQ(fields["Entries"].size(), MultiNwInfo::kSlots);
 }
@@ -132,7 +132,7 @@ TEST_F(RequestsTest, TellsTheOneInterfaceRecordFromTheListByItsSize) {
     NwInfo info{};
     std::strcpy(info.Name, "Wi-Fi");
     info.LinkTechnology = 0xFFFF;
-    const Json::Value fields = Told("WriteNwInfo", MailboxCode::WriteNwInfo, info);
+    const Json::Value fields = Decoded("WriteNwInfo", MailboxCode::WriteNwInfo, info);
     EXPECT_EQ(fields["Name"], "Wi-Fi");
     EXPECT_EQ(fields["LinkTechnology"], 0xFFFF);
     EXPECT_EQ(m_firmware.Count("WriteMultiNwInfo"), 0u);
@@ -150,7 +150,7 @@ TEST_F(RequestsTest, ReadsTheWiFiProfileButNeverShowsItsKey) {
     info.group_mgmt = 4;
     info.band = 2;
     info.pmf = 1;
-    const Json::Value fields = Told("WriteWiFiSyncInfo", MailboxCode::WriteWiFiSyncInfo, info);
+    const Json::Value fields = Decoded("WriteWiFiSyncInfo", MailboxCode::WriteWiFiSyncInfo, info);
     EXPECT_EQ(fields["ssid"], "office");
     EXPECT_EQ(fields["size_of_this_structure"], 132);
     EXPECT_EQ(fields["is_valid"], 1);
@@ -184,25 +184,28 @@ TEST_F(RequestsTest, ShowsNoByteOfARecordOfWrongSize) {
 }
 
 TEST_F(RequestsTest, ReadsTheSmallRecords) {
-    EXPECT_EQ(
-        Told("WriteNetworkStatusInfo", MailboxCode::WriteNetworkStatusInfo, NetworkStatusInfo{2})["status"],
-        2);
-    EXPECT_EQ(Told("WriteADInfo", MailboxCode::WriteADInfo, ADInfo{-19800, {}})["TimezoneDiff"], -19800);
-    EXPECT_EQ(Told("WriteCloseSocketcmd", MailboxCode::WriteCloseSocketcmd, CloseSocketRecord{22})["port"],
+    EXPECT_EQ(Decoded("WriteNetworkStatusInfo", MailboxCode::WriteNetworkStatusInfo,
+                      NetworkStatusInfo{2})["status"],
+              2);
+    EXPECT_EQ(Decoded("WriteADInfo", MailboxCode::WriteADInfo, ADInfo{-19800, {}})["TimezoneDiff"], -19800);
+    EXPECT_EQ(Decoded("WriteCloseSocketcmd", MailboxCode::WriteCloseSocketcmd, CloseSocketRecord{22})["port"],
               22);
     EXPECT_EQ(
-        Told("WriteShutdownLaptop", MailboxCode::WriteShutdownLaptop, ShutdownLaptopRecord{2, 0})["code"], 2);
-    EXPECT_EQ(Told("WriteWinRetCode", MailboxCode::WriteWinRetCode, WinRetCodeRecord{7, 8, 0})["second"], 8);
-    EXPECT_EQ(Told("WriteUserConsent", MailboxCode::WriteUserConsent, UserConsentAnswer{1, 2, 0})["Consent"],
-              2);
-    EXPECT_EQ(Told("WriteCapabilityConfig", MailboxCode::WriteCapabilityConfig,
-                   CapabilityConfigRecord{1})["encode"],
+        Decoded("WriteShutdownLaptop", MailboxCode::WriteShutdownLaptop, ShutdownLaptopRecord{2, 0})["code"],
+        2);
+    EXPECT_EQ(Decoded("WriteWinRetCode", MailboxCode::WriteWinRetCode, WinRetCodeRecord{7, 8, 0})["second"],
+              8);
+    EXPECT_EQ(
+        Decoded("WriteUserConsent", MailboxCode::WriteUserConsent, UserConsentAnswer{1, 2, 0})["Consent"], 2);
+    EXPECT_EQ(Decoded("WriteCapabilityConfig", MailboxCode::WriteCapabilityConfig,
+                      CapabilityConfigRecord{1})["encode"],
               1);
-    EXPECT_EQ(Told("WriteDisplayConfig", MailboxCode::WriteDisplayConfig,
-                   DisplayConfigRecord{1920, 1080})["height"],
+    EXPECT_EQ(Decoded("WriteDisplayConfig", MailboxCode::WriteDisplayConfig,
+                      DisplayConfigRecord{1920, 1080})["height"],
               1080);
-    EXPECT_EQ(Told("WritePwdUpdateStatus", MailboxCode::WritePwdUpdateStatus, PwdUpdateStatus{86})["status"],
-              86);
+    EXPECT_EQ(
+        Decoded("WritePwdUpdateStatus", MailboxCode::WritePwdUpdateStatus, PwdUpdateStatus{86})["status"],
+        86);
 }
 
 TEST_F(RequestsTest, ReadsTheHeadOfAnEncodedChunk) {
@@ -219,8 +222,8 @@ TEST_F(RequestsTest, ReadsTheHeadOfAnEncodedChunk) {
 }
 
 TEST_F(RequestsTest, TellsABareFrameHeadFromAChunkByItsSize) {
-    EXPECT_EQ(Told("SendEncodedDrvFrameBuffer", MailboxCode::SendEncodedDrvFrameBuffer,
-                   EncodedFrameChunk{1, 0, 5})["FrameSize"],
+    EXPECT_EQ(Decoded("SendEncodedDrvFrameBuffer", MailboxCode::SendEncodedDrvFrameBuffer,
+                      EncodedFrameChunk{1, 0, 5})["FrameSize"],
               5);
 }
 
@@ -228,7 +231,7 @@ TEST_F(RequestsTest, ReadsTheIssuedCertificates) {
     CsrResponse response{};
     response.SignedCertSize = 3;
     std::memcpy(response.SignedCert, "abc", 3);
-    const Json::Value fields = Told("WriteCSRResponse", MailboxCode::WriteCSRResponse, response);
+    const Json::Value fields = Decoded("WriteCSRResponse", MailboxCode::WriteCSRResponse, response);
     EXPECT_EQ(fields["SignedCertSize"], 3);
     EXPECT_EQ(fields["RootCertSize"], 0);
     EXPECT_EQ(fields["SignedCert"].asString().substr(0, 20), "4096 bytes: 61 62 63");
@@ -314,11 +317,11 @@ TEST(CommandsTest, CanAllBeSentByNameAndNumber) {
 
 TEST_F(RequestsTest, ShowsReservedBytesOnlyWhenOneIsNotZero) {
     ADInfo info{3600, {}};
-    EXPECT_EQ(Told("WriteADInfo", MailboxCode::WriteADInfo, info).getMemberNames(),
+    EXPECT_EQ(Decoded("WriteADInfo", MailboxCode::WriteADInfo, info).getMemberNames(),
               std::vector<std::string>{"TimezoneDiff"});
     m_firmware.Clear();
     info.reserved[79] = 1;
-    EXPECT_TRUE(Told("WriteADInfo", MailboxCode::WriteADInfo, info).isMember("reserved"));
+    EXPECT_TRUE(Decoded("WriteADInfo", MailboxCode::WriteADInfo, info).isMember("reserved"));
 }
 
 TEST(CommandsTest, ShowPasswordsByLengthAloneEvenWhenTheRecordIsCut) {

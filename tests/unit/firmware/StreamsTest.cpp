@@ -77,7 +77,7 @@ TEST_F(PacedSenderTest, GathersWhatComesDuringThePause) {
 TEST_F(PacedSenderTest, GoesOnAtOnceWhenTheClientHasSpoken) {
     const auto sent = Run(milliseconds(30), [](PacedSender& sender) {
         sender.Append(Bytes("first"));
-        sender.HeardFromClient();
+        sender.OnClientBytes();
         sender.Append(Bytes("second"));
         EXPECT_EQ(sender.Waiting(), 0u);
     });
@@ -148,11 +148,11 @@ TEST_F(BridgeTest, CarriesALongAnswerWhole) {
     m_server.Accept();
     const std::string answer(3 * kMaxMessagePayload, 'w');
     std::thread writer([&] { m_server.Write(answer); });
-    std::string heard;
-    while (heard.size() < answer.size())
-        heard += PayloadOf(m_host.AwaitMessage(), MPM_ZEL_CMD_DASH_DATA);
+    std::string received;
+    while (received.size() < answer.size())
+        received += PayloadOf(m_host.AwaitMessage(), MPM_ZEL_CMD_DASH_DATA);
     writer.join();
-    EXPECT_EQ(heard, answer);
+    EXPECT_EQ(received, answer);
 }
 
 TEST_F(BridgeTest, HearsAServerThatSpeaksFirstAsSoonAsAViewerConnects) {
@@ -179,10 +179,10 @@ TEST_F(BridgeTest, HoldsTheServerBackWhileTheHostDoesNotRead) {
     });
     std::this_thread::sleep_for(kSoon);
     EXPECT_FALSE(written);
-    std::string heard;
-    for (std::string part = "?"; !part.empty() && heard.size() < picture.size(); heard += part)
+    std::string received;
+    for (std::string part = "?"; !part.empty() && received.size() < picture.size(); received += part)
         part = PayloadOf(m_host.AwaitMessage(), MPM_ZEL_CMD_KVM_DATA);
-    EXPECT_TRUE(heard == picture);
+    EXPECT_TRUE(received == picture);
     m_host.Close();
     writer.join();
 }

@@ -1,5 +1,5 @@
-// A console's TLS client whose bytes travel in packets: what it says is taken from it, what it hears is given
-// to it.
+// A console's TLS client whose bytes travel in packets: what it sends is taken from it, what it receives is
+// given to it.
 #pragma once
 
 #include <span>

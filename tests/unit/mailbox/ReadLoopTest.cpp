@@ -21,7 +21,7 @@ size_t HeapBytes() {
     return heap.uordblks + heap.hblkhd;
 }
 
-// Dispatched to nobody.
+// Dispatched to no handler.
 constexpr auto kHarmless = static_cast<MpmCommand>(0xC8);
 
 class ReadLoop : public ServiceFixture {

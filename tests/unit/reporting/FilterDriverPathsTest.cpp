@@ -97,7 +97,7 @@ TEST_F(FilterDriverOrder, FollowsTheInventoryAndPrecedesTheStatusFile) {
     bool hadStatusFile = true;
     Gate().Ask([&](const char* call, const void*) -> uint32_t {
         if (std::string_view(call) == "StartServiceA") {
-            inventories = Heard("WriteMultiNwInfo");
+            inventories = Received("WriteMultiNwInfo");
             hadStatusFile = HasStatusFile();
         }
         return 0;

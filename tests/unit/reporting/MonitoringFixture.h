@@ -29,7 +29,7 @@ class NetworkMonitoring : public ReportingFixture {
         ReportingFixture::TearDown();
     }
 
-    // The host is reported to firmware of this version; what it heard is forgotten.
+    // The host is reported to firmware of this version; what it received is forgotten.
     void ReportTo(uint32_t version) {
         firmware.Change([&](mpm::Settings& settings) { settings.uVORKVersion = version; });
         service->UpdatePlatformInfoToMPM();
@@ -65,5 +65,5 @@ class NetworkMonitoring : public ReportingFixture {
     void RemoveStatusFile() { std::filesystem::remove(HostPath(service->GetStatusFilePath())); }
     bool HasStatusFile() { return std::filesystem::exists(HostPath(service->GetStatusFilePath())); }
 
-    size_t Heard(const char* name) { return firmware.Count(name); }
+    size_t Received(const char* name) { return firmware.Count(name); }
 };

@@ -1,4 +1,4 @@
-// What a scan makes of the host's interfaces, and what the firmware is told of them.
+// What a scan makes of the host's interfaces, and what the firmware receives about them.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -41,7 +41,7 @@ class Inventory : public ReportingFixture {
     // In the middle of that second.
     static void StopClockIn(std::chrono::seconds utc) { StopClockAt(utc + 500ms); }
 
-    // The connection status that the firmware hears.
+    // The connection status that the firmware receives.
     uint32_t StatusFor(uint32_t flags, bool wireless) {
         Pc().Change([&](auto& pc) { pc.connectedFlags = flags; });
         firmware.Clear();

@@ -18,12 +18,12 @@ TEST_P(Versions, ThePlatformUpdateSendsWhatThisFirmwareTakes) {
     const uint32_t version = GetParam();
     firmware.Change([&](mpm::Settings& settings) { settings.uVORKVersion = version; });
     service->UpdatePlatformInfoToMPM();
-    EXPECT_EQ(Heard("WriteOsInfo"), 1u);
-    EXPECT_EQ(Heard("WriteNetworkStatusInfo"), 1u);
-    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
-    EXPECT_EQ(Heard("WriteMultiNwInfo"), version >= 20 ? 1u : 0u);
-    EXPECT_EQ(Heard("WriteNwInfo"), version < 20 ? 1u : 0u);
-    EXPECT_EQ(Heard("WriteADInfo"), version >= 45 ? 1u : 0u);
+    EXPECT_EQ(Received("WriteOsInfo"), 1u);
+    EXPECT_EQ(Received("WriteNetworkStatusInfo"), 1u);
+    EXPECT_EQ(Received("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(Received("WriteMultiNwInfo"), version >= 20 ? 1u : 0u);
+    EXPECT_EQ(Received("WriteNwInfo"), version < 20 ? 1u : 0u);
+    EXPECT_EQ(Received("WriteADInfo"), version >= 45 ? 1u : 0u);
     EXPECT_EQ(LogCount("NUBA does not apply to version below VOR-K 2.0"), version < 21 ? 1u : 0u);
 }
 
@@ -40,7 +40,7 @@ TEST_P(Versions, AChangedPollSendsTheAddressAlone) {
     ReportTo(GetParam());
     MoveAddress();
     Poll();
-    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(Received("WriteIPCompleteInformation"), 1u);
     EXPECT_EQ(firmware.Requests().size(), 1u);
     AwaitLog("IPv4Address mismatch: current value: 307a8c0, new value: 2c07a8c0");
     AwaitLog("Available NICs Count: 1");
@@ -65,10 +65,10 @@ TEST_P(Versions, AWlanEventWithAChangeSendsAddressAndInventory) {
     Notify(wlan_notification_acm_connection_complete);
     PassDebounce();
     const bool isNew = GetParam() >= 20;
-    EXPECT_EQ(Heard("WriteIPCompleteInformation"), isNew ? 2u : 1u);
-    EXPECT_EQ(Heard("WriteMultiNwInfo"), isNew ? 1u : 0u);
-    EXPECT_EQ(Heard("WriteNwInfo"), isNew ? 0u : 1u);
-    EXPECT_EQ(Heard("WriteOsInfo") + Heard("WriteADInfo") + Heard("WriteNetworkStatusInfo"), 0u);
+    EXPECT_EQ(Received("WriteIPCompleteInformation"), isNew ? 2u : 1u);
+    EXPECT_EQ(Received("WriteMultiNwInfo"), isNew ? 1u : 0u);
+    EXPECT_EQ(Received("WriteNwInfo"), isNew ? 0u : 1u);
+    EXPECT_EQ(Received("WriteOsInfo") + Received("WriteADInfo") + Received("WriteNetworkStatusInfo"), 0u);
 }
 
 TEST_P(Versions, AWlanEventWithoutAChangeSendsAndWritesNothing) {
@@ -106,7 +106,7 @@ TEST_F(NetworkMonitoring, ANotificationDuringTheDebounceIsDropped) {
     ASSERT_TRUE(Clock().AwaitSleepers(2));  // the scanning thread and one debounce
     MoveAddress();
     PassDebounce();
-    EXPECT_EQ(Heard("WriteMultiNwInfo"), 1u);
+    EXPECT_EQ(Received("WriteMultiNwInfo"), 1u);
 }
 
 TEST_F(NetworkMonitoring, AScanByWlanPutsOffTheNextPoll) {
@@ -121,7 +121,7 @@ TEST_F(NetworkMonitoring, AScanByWlanPutsOffTheNextPoll) {
     MoveAddress();
     Advance(21000ms);
     ASSERT_TRUE(Clock().AwaitSleeper(61000ms));
-    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 0u);
+    EXPECT_EQ(Received("WriteIPCompleteInformation"), 0u);
     Advance(kPeriod);
     ASSERT_TRUE(firmware.AwaitCount("WriteIPCompleteInformation", 1));
 }
@@ -174,11 +174,11 @@ TEST_F(NetworkMonitoring, TheReportAfterAResumeStartsScansAndNotificationsAgain)
 
     MoveAddress();
     Poll();
-    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(Received("WriteIPCompleteInformation"), 1u);
     SetAdapters({Wired(1, "192.168.7.45", "192.168.7.1")});
     winhost::WlanService::Instance().Notify({.code = wlan_notification_acm_connection_complete, .data = ""});
     PassDebounce();
-    EXPECT_EQ(Heard("WriteMultiNwInfo"), 1u);
+    EXPECT_EQ(Received("WriteMultiNwInfo"), 1u);
 }
 
 TEST_F(NetworkMonitoring, ASecondUpdateKeepsThreadAndRegistration) {

@@ -1,4 +1,4 @@
-// What the firmware is told of the host's operating system.
+// What the firmware receives about the host's operating system.
 #include "reporting/OsInformation.h"
 
 #include "base/FieldText.h"

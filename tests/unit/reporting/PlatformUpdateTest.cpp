@@ -1,4 +1,4 @@
-// What the firmware hears when the host comes up and when it goes away.
+// What the firmware receives when the host comes up and when it goes away.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Which of the host's addresses the firmware is told of.
+// Which of the host's addresses the firmware receives.
 #include <gtest/gtest.h>
 
 #include <thread>

@@ -27,7 +27,7 @@ TEST_F(ScanTimes, TheReportDoesNotPutOffTheFirstPoll) {
     ReportTo(50);
     MoveAddress();
     PassWait();
-    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(Received("WriteIPCompleteInformation"), 1u);
 }
 
 // The period is a millisecond longer than the wait.
@@ -40,7 +40,7 @@ TEST_F(ScanTimes, APollPutsOffTheNextOneByAWaitThatIsTooShort) {
     EXPECT_EQ(Scans(), scans);
     PassWait();
     EXPECT_GT(Scans(), scans);
-    EXPECT_EQ(Heard("WriteIPCompleteInformation"), 1u);
+    EXPECT_EQ(Received("WriteIPCompleteInformation"), 1u);
 }
 
 TEST_P(BelowWiFiSync, AnUnchangedWlanEventOnlyMovesThePoll) {

@@ -226,7 +226,7 @@ TEST_F(StatusFileTest, AReportThatEndsLateWritesNoFile) {
 }
 
 TEST_F(StatusFileTest, AFolderThatCannotBeSearchedIsTheCleanUpsAffair) {
-    // A name that is too long for any file: whether there is one can't be told.
+    // A name that is too long for any file: whether there is one is unknown.
     service->m_pathCache["\\zel_json_data.txt"] = "C:\\" + std::string(5000, 'x');
     EXPECT_THROW(service->m_statusFile.DeleteStatusFile(), fs::filesystem_error);
     ExpectError("ZEL Tray UI cleanup failed with exception: ");

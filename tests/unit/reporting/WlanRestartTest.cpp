@@ -49,7 +49,7 @@ TEST_F(WlanRestart, NotificationsArriveAgainAfterTheNextPoll) {
     MoveAddress();
     NotifyByTheService();
     PassDebounce();
-    EXPECT_EQ(Heard("WriteMultiNwInfo"), 1u);
+    EXPECT_EQ(Received("WriteMultiNwInfo"), 1u);
     EXPECT_EQ(winhost::HandleTable::Instance().Size(), handles);
 }
 

@@ -1,4 +1,4 @@
-// How the log comes to be, and what the event log hears when it does not.
+// How the log comes to be, and what the event log receives when it does not.
 #include <fstream>
 
 #include "base/ZELLogger.h"

@@ -1,4 +1,4 @@
-// Questions that nobody answers: the pipe's failures, later questions, and the service's stop.
+// Questions without an answer: the pipe's failures, later questions, and the service's stop.
 #include <gtest/gtest.h>
 
 #include <future>

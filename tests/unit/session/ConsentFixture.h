@@ -106,7 +106,7 @@ class ConsentFixture : public LinkedFixture {
         return came && answers.size() == count ? answers.back().As<UserConsentAnswer>() : kNone;
     }
     // So many threads wait for the next look, 3 seconds each: the one that asks, and the one that talks when
-    // it has heard what is no answer.
+    // it has received what is no answer.
     static void PassLooks(size_t threads) {
         ASSERT_TRUE(Clock().AwaitSleepersOf(std::chrono::seconds(3), threads));
         Advance(std::chrono::seconds(3));

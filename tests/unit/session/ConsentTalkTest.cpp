@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 class ConsentTalk : public ConsentFixture {
   protected:
-    // Says what is no answer, and waits until it has been heard.
+    // Sends what is no answer, and waits until it has been received.
     void SayInVain(ConsentClient& client, const std::string& text) {
         const size_t before = LogCount(kIgnored);
         client.Say(text);

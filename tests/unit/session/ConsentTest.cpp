@@ -1,4 +1,4 @@
-// Who is asked, and what the firmware hears.
+// Who is asked, and what the firmware receives.
 #include <gtest/gtest.h>
 
 #include "session/DesktopLock.h"

@@ -169,7 +169,7 @@ TEST_F(Launch, GoesWithoutAnEnvironmentBlockThatCannotBeHad) {
     ExpectError(kLine);
     Gate().FailNth("CreateEnvironmentBlock", 1, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_TRUE(Run());
-    // The process id isn't told.
+    // The process id isn't returned.
     EXPECT_EQ(m_pid, kUntouched);
     EXPECT_TRUE(HasLine("ERROR", kLine));
     EXPECT_EQ(LogCount("CreateProcessAsUser success"), 0u);
