@@ -116,6 +116,16 @@ TEST_F(WlanQueries, TheKeyIsPlainOnlyWhenAskedFor) {
     EXPECT_EQ(ERROR_NOT_FOUND, Profile(L"none", 4, plain));
 }
 
+TEST_F(WlanQueries, AKeyOfAnyLengthIsHidden) {
+    const std::string key(1 << 20, 'k');
+    std::string xml;
+    Change([&](auto& pc) { pc.wlanNetworks[1].profile = "<keyMaterial>" + key + "</keyMaterial>"; });
+    ASSERT_EQ(ERROR_SUCCESS, Profile(L"office", 0, xml));
+    EXPECT_TRUE(xml.starts_with("<keyMaterial>01000000D0"));
+    EXPECT_TRUE(xml.ends_with("</keyMaterial>"));
+    EXPECT_LT(xml.size(), key.size());
+}
+
 TEST_F(WlanQueries, AProfileMayBeWrittenOut) {
     std::string xml;
     Change([](auto& pc) { pc.wlanNetworks[1].profile = "<whatever/>"; });

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <map>
-#include <regex>
 
 #include "testbed/Utf8.h"
 #include "winhost/wlan/WlanNetworks.h"
@@ -63,9 +62,12 @@ std::string MadeProfile(const WlanNetwork& network) {
 }
 
 // The first element of that name gets another text.
-std::string WithText(const std::string& xml, const std::string& element, const std::string& text) {
-    return std::regex_replace(xml, std::regex("<" + element + ">[^<]*"), "<" + element + ">" + text,
-                              std::regex_constants::format_first_only);
+std::string WithText(std::string xml, const std::string& element, const std::string& text) {
+    const std::string open = "<" + element + ">";
+    const size_t begin = xml.find(open);
+    if (begin == std::string::npos) return xml;
+    const size_t from = begin + open.size();
+    return xml.replace(from, xml.find('<', from) - from, text);
 }
 
 }  // namespace
